@@ -1,0 +1,250 @@
+#include "base/cbb_xml.h"
+
+#include <tinyxml2.h>
+
+#include <cstring>
+#include <string_view>
+
+#include "base/whole_file.h"
+
+namespace CBB {
+namespace {
+
+constexpr std::size_t kMaxDocumentBytes = 16u * 1024u * 1024u;
+
+using tinyxml2::XMLElement;
+using tinyxml2::XMLNode;
+
+// The parser takes several roots and loose text between them; a document has one root and none.
+bool HasOneRoot(const tinyxml2::XMLDocument& document) {
+    int roots = 0;
+    for (const XMLNode* node = document.FirstChild(); node != nullptr; node = node->NextSibling()) {
+        roots += node->ToElement() != nullptr ? 1 : 0;
+        if (node->ToText() != nullptr) {
+            return false;
+        }
+    }
+    return roots == 1;
+}
+
+bool IsElementName(const char* name) {
+    return name != nullptr && *name != '\0' && std::strpbrk(name, " \t\r\n<>&\"'/=") == nullptr &&
+           std::strchr("0123456789-.", *name) == nullptr;
+}
+
+bool IsCharacterData(const char* value) {
+    for (; *value != '\0'; ++value) {
+        const auto c = static_cast<unsigned char>(*value);
+        if (c < 0x20 && c != '\t' && c != '\n' && c != '\r') {
+            return false;
+        }
+    }
+    return true;
+}
+
+const char* OrEmpty(const char* text) {
+    return text == nullptr ? "" : text;
+}
+
+std::string NameUpToSlash(std::string_view path) {
+    return std::string(path.substr(0, path.find('/')));
+}
+
+// The first element of a path at or behind `first` among its siblings, searched depth first.
+XMLElement* FindPath(XMLElement* first, std::string_view path) {
+    const std::size_t slash = path.find('/');
+    const std::string name = NameUpToSlash(path);
+    for (XMLElement* at = first; at != nullptr; at = at->NextSiblingElement()) {
+        if (name != at->Name()) {
+            continue;
+        }
+        XMLElement* found =
+            slash == std::string_view::npos ? at : FindPath(at->FirstChildElement(), path.substr(slash + 1));
+        if (found != nullptr) {
+            return found;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+struct CXml::Impl {
+    tinyxml2::XMLDocument document;
+    XMLNode* level = nullptr;       // the document or the element whose children are the cursor's level
+    XMLElement* current = nullptr;  // null: before the first sibling
+    XMLElement* justAdded = nullptr;
+    std::string stream;
+
+    void Rewind() {
+        level = &document;
+        current = nullptr;
+        justAdded = nullptr;
+    }
+
+    bool Refuse() {
+        document.Clear();
+        Rewind();
+        return false;
+    }
+
+    bool MoveTo(XMLElement* found) {
+        if (found == nullptr) {
+            return false;
+        }
+        current = found;
+        level = found->Parent();
+        return true;
+    }
+
+    XMLElement* FirstOfLevel() const { return level->FirstChildElement(); }
+
+    bool Append(const char* name, const char* value) {
+        const bool secondRoot = level == &document && document.RootElement() != nullptr;
+        if (!IsElementName(name) || secondRoot || (value != nullptr && !IsCharacterData(value))) {
+            return false;
+        }
+        XMLElement* element = document.NewElement(name);
+        if (value != nullptr && *value != '\0') {
+            element->SetText(value);
+        }
+        level->InsertEndChild(element);
+        current = element;
+        justAdded = element;
+        return true;
+    }
+};
+
+CXml::CXml() : m_impl(std::make_unique<Impl>()) {
+    m_impl->Rewind();
+}
+
+CXml::~CXml() = default;
+
+bool CXml::Load(const char* fileName) {
+    std::string content;
+    if (fileName == nullptr || !gvx::ReadWholeFile(fileName, kMaxDocumentBytes, content)) {
+        return m_impl->Refuse();
+    }
+    return Parse(content.data(), content.size());
+}
+
+bool CXml::Parse(const char* text) {
+    return text == nullptr ? m_impl->Refuse() : Parse(text, std::strlen(text));
+}
+
+bool CXml::Parse(const char* text, std::size_t length) {
+    // The parser would stop at a zero byte and take what stands before it for the whole.
+    if (text == nullptr || length == 0 || length > kMaxDocumentBytes || std::memchr(text, '\0', length) != nullptr) {
+        return m_impl->Refuse();
+    }
+    if (m_impl->document.Parse(text, length) != tinyxml2::XML_SUCCESS || !HasOneRoot(m_impl->document)) {
+        return m_impl->Refuse();
+    }
+    m_impl->Rewind();
+    return true;
+}
+
+bool CXml::FindElem(const char* name) {
+    XMLElement* first = m_impl->current == nullptr ? m_impl->FirstOfLevel() : m_impl->current->NextSiblingElement();
+    return name != nullptr && m_impl->MoveTo(FindPath(first, name));
+}
+
+bool CXml::FindFirstElem(const char* name) {
+    return name != nullptr && m_impl->MoveTo(FindPath(m_impl->FirstOfLevel(), name));
+}
+
+bool CXml::IntoElem() {
+    XMLElement* const element = m_impl->current;
+    if (element == nullptr || (element->FirstChildElement() == nullptr && element != m_impl->justAdded)) {
+        return false;
+    }
+    m_impl->level = element;
+    m_impl->current = nullptr;
+    return true;
+}
+
+bool CXml::OutOfElem() {
+    XMLElement* const parent = m_impl->level->ToElement();
+    return m_impl->MoveTo(parent);
+}
+
+bool CXml::NextElem() {
+    return m_impl->MoveTo(m_impl->current == nullptr ? m_impl->FirstOfLevel() : m_impl->current->NextSiblingElement());
+}
+
+void CXml::Rewind() {
+    m_impl->Rewind();
+}
+
+const char* CXml::GetElemValue() const {
+    return m_impl->current == nullptr ? nullptr : OrEmpty(m_impl->current->GetText());
+}
+
+const char* CXml::GetElemName() const {
+    return m_impl->current == nullptr ? nullptr : m_impl->current->Name();
+}
+
+const char* CXml::GetAttributeValue(const char* name) const {
+    return m_impl->current == nullptr || name == nullptr ? nullptr : m_impl->current->Attribute(name);
+}
+
+bool CXml::AddDeclaration(const char* version, const char* encoding) {
+    m_impl->document.Clear();
+    m_impl->Rewind();
+    if (version == nullptr || encoding == nullptr || std::strpbrk(version, "\"<>?") != nullptr ||
+        std::strpbrk(encoding, "\"<>?") != nullptr) {
+        return false;
+    }
+    const std::string text = std::string("xml version=\"") + version + "\" encoding=\"" + encoding + "\"";
+    m_impl->document.InsertEndChild(m_impl->document.NewDeclaration(text.c_str()));
+    return true;
+}
+
+bool CXml::AddElem(const char* name) {
+    return m_impl->Append(name, nullptr);
+}
+
+bool CXml::AddElem(const char* name, const char* value) {
+    return m_impl->Append(name, value);
+}
+
+bool CXml::SetElemValue(const char* value) {
+    if (m_impl->current == nullptr || !IsCharacterData(OrEmpty(value))) {
+        return false;
+    }
+    m_impl->current->SetText(OrEmpty(value));
+    return true;
+}
+
+bool CXml::SetAttributeValue(const char* name, const char* value) {
+    if (m_impl->current == nullptr || !IsElementName(name) || !IsCharacterData(OrEmpty(value))) {
+        return false;
+    }
+    m_impl->current->SetAttribute(name, OrEmpty(value));
+    return true;
+}
+
+const char* CXml::GetXMLStream(unsigned int& length) {
+    m_impl->stream = ToString();
+    length = static_cast<unsigned int>(m_impl->stream.size());
+    return m_impl->stream.c_str();
+}
+
+std::string CXml::ToString() {
+    tinyxml2::XMLPrinter printer(nullptr, true);
+    m_impl->document.Print(&printer);
+    return std::string(printer.CStr(), static_cast<std::size_t>(printer.CStrSize()) - 1);
+}
+
+bool CXml::Save(const char* fileName) {
+    if (fileName == nullptr || m_impl->document.RootElement() == nullptr) {
+        return false;
+    }
+    tinyxml2::XMLPrinter printer;
+    m_impl->document.Print(&printer);
+    return gvx::ReplaceWholeFile(fileName,
+                                 std::string(printer.CStr(), static_cast<std::size_t>(printer.CStrSize()) - 1));
+}
+
+}  // namespace CBB

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace CBB {
+
+// A cursor over an XML document, and an encoder of one. The cursor stands on one element, or before the first
+// sibling of its level. One thread at a time. Boolean results are true for success.
+class CXml {
+public:
+    CXml();
+    ~CXml();
+    CXml(const CXml&) = delete;
+    CXml& operator=(const CXml&) = delete;
+
+    // Reads a document from a file or from memory; the cursor then stands at the top level, before the first
+    // element. A document that is not well formed, longer than 16 MiB or nested too deeply is refused.
+    bool Load(const char* fileName);
+    bool Parse(const char* text);
+    bool Parse(const char* text, std::size_t length);
+
+    // Finds the next element of that name among the siblings at the cursor's level, beginning behind the cursor's
+    // element; where the cursor stands before the first sibling, with the first. On failure the cursor stays.
+    // A path "A/B/C" finds A at this level, then enters it, and so on; an A without what follows is passed over for
+    // the next. The cursor ends on the last, inside its parents.
+    bool FindElem(const char* name);
+    // Finds from the first sibling of the level, whatever the cursor's place.
+    bool FindFirstElem(const char* name);
+    // To the level of the element's children, before the first. False for an element without child elements,
+    // except one that AddElem has just made, so that it can be filled.
+    bool IntoElem();
+    bool OutOfElem();  // back to the parent element
+    bool NextElem();  // to the next sibling; false at the last, and the cursor stays
+    // Moves the cursor to the top level, before the first element.
+    void Rewind();
+
+    // The text of the cursor's element; null when there is no element. An element without text gives "".
+    // Valid until the document changes.
+    const char* GetElemValue() const;
+    const char* GetElemName() const;
+    // Null when there is no such attribute.
+    const char* GetAttributeValue(const char* name) const;
+
+    // Encoding. AddDeclaration begins a new document, whatever was there before; AddElem puts a new element behind the last sibling of the
+    // cursor's level and moves the cursor to it. A null value is an empty one. False for a name that is none, a
+    // second root, or a value with control characters, which XML cannot carry.
+    bool AddDeclaration(const char* version, const char* encoding);
+    bool AddElem(const char* name);
+    bool AddElem(const char* name, const char* value);
+    bool SetElemValue(const char* value);
+    bool SetAttributeValue(const char* name, const char* value);
+
+    // The document as compact text. The pointer is owned by the object and valid until the next change or call.
+    const char* GetXMLStream(unsigned int& length);
+    std::string ToString();
+
+    // Writes the document indented to "<fileName>.bak" and renames that over the file, which keeps its access bits.
+    // False when it cannot be written whole; the file is then as it was.
+    bool Save(const char* fileName);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace CBB

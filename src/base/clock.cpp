@@ -1,0 +1,39 @@
+#include "base/clock.h"
+
+#include <atomic>
+
+namespace gvx {
+namespace {
+
+std::int64_t ReadMicroseconds(clockid_t id) noexcept {
+    timespec now{};
+    clock_gettime(id, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+class SystemClock : public Clock {
+public:
+    std::int64_t WallMicroseconds() const noexcept override { return ReadMicroseconds(CLOCK_REALTIME); }
+    std::int64_t MonotonicMicroseconds() const noexcept override { return ReadMicroseconds(CLOCK_MONOTONIC); }
+};
+
+// Threads may ask for the time while the process ends, so neither object is ever destroyed.
+const SystemClock& TheSystemClock() noexcept {
+    static const SystemClock* const clock = new SystemClock;
+    return *clock;
+}
+
+std::atomic<const Clock*> g_installedClock{nullptr};
+
+}  // namespace
+
+const Clock& CurrentClock() noexcept {
+    const Clock* installed = g_installedClock.load(std::memory_order_acquire);
+    return installed != nullptr ? *installed : TheSystemClock();
+}
+
+void SetClock(const Clock* clock) noexcept {
+    g_installedClock.store(clock, std::memory_order_release);
+}
+
+}  // namespace gvx

@@ -1,0 +1,116 @@
+#include "base/json_io.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace gvx {
+namespace {
+
+Json::CharReaderBuilder MakeReaderBuilder() {
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["strictRoot"] = false;
+    builder["stackLimit"] = kMaxJsonDepth;
+    return builder;
+}
+
+Json::StreamWriterBuilder MakeWriterBuilder() {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["commentStyle"] = "None";
+    return builder;
+}
+
+// The library writes its findings over several lines.
+std::string OneLine(std::string text) {
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    while (!text.empty() && text.back() == ' ') {
+        text.pop_back();
+    }
+    return text;
+}
+
+bool ParseOrThrow(const char* text, std::size_t length, Json::Value& value, std::string& fault) {
+    // Never destroyed, as below: threads read and write until late in the end of the process.
+    static const auto& builder = *new Json::CharReaderBuilder(MakeReaderBuilder());
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    return reader->parse(text, text + length, &value, &fault);
+}
+
+bool Refuse(Json::Value& value, std::string* error, std::string reason) {
+    value = Json::Value();
+    if (error != nullptr) {
+        *error = OneLine(std::move(reason));
+    }
+    return false;
+}
+
+const Json::Value* Member(const Json::Value& object, const char* name) {
+    return object.isObject() ? object.find(name, name + std::strlen(name)) : nullptr;
+}
+
+bool DecimalText(const std::string& text, long long& number) {
+    errno = 0;
+    char* end = nullptr;
+    number = std::strtoll(text.c_str(), &end, 10);
+    return !text.empty() && errno == 0 && end == text.c_str() + text.size();
+}
+
+}  // namespace
+
+bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::string* error) {
+    if (text == nullptr) {
+        return Refuse(value, error, "no text");
+    }
+    if (length > kMaxJsonBytes) {
+        return Refuse(value, error, "longer than " + std::to_string(kMaxJsonBytes) + " bytes");
+    }
+    std::string fault;
+    try {
+        if (ParseOrThrow(text, length, value, fault)) {
+            return true;
+        }
+    } catch (const std::exception& thrown) {
+        fault = thrown.what();
+    }
+    return Refuse(value, error, std::move(fault));
+}
+
+std::string WriteJson(const Json::Value& value) {
+    static const auto& builder = *new Json::StreamWriterBuilder(MakeWriterBuilder());
+    try {
+        return Json::writeString(builder, value) + "\n";
+    } catch (const std::exception&) {
+        return "null\n";
+    }
+}
+
+std::string JsonText(const Json::Value& object, const char* name, const std::string& fallback) {
+    const Json::Value* member = Member(object, name);
+    return member != nullptr && (member->isString() || member->isNumeric()) ? member->asString() : fallback;
+}
+
+long long JsonInt(const Json::Value& object, const char* name, long long fallback) {
+    const Json::Value* member = Member(object, name);
+    if (member == nullptr) {
+        return fallback;
+    }
+    if (member->isInt64()) {
+        return member->asInt64();
+    }
+    long long number = 0;
+    return member->isString() && DecimalText(member->asString(), number) ? number : fallback;
+}
+
+bool JsonBool(const Json::Value& object, const char* name, bool fallback) {
+    const Json::Value* member = Member(object, name);
+    return member != nullptr && member->isBool() ? member->asBool() : fallback;
+}
+
+}  // namespace gvx

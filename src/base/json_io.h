@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include <json/value.h>
+
+// The only way to read and write JSON here: bounded in size and depth, and never throwing.
+namespace gvx {
+
+constexpr std::size_t kMaxJsonBytes = 4u * 1024u * 1024u;  // a frame is never longer
+constexpr unsigned kMaxJsonDepth = 64;
+
+// Parses text; false when it is too long, too deep or malformed, and *error (may be null) then says what and
+// where. Duplicate keys are refused.
+bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::string* error);
+
+// Compact text, one line, ended by a line feed as Json::FastWriter ends it.
+std::string WriteJson(const Json::Value& value);
+
+// Reads a member by name. Missing, or of another type: the fallback. A number is accepted as text where text is
+// asked for, and decimal text where a number is asked for.
+std::string JsonText(const Json::Value& object, const char* name, const std::string& fallback = std::string());
+long long JsonInt(const Json::Value& object, const char* name, long long fallback = 0);
+bool JsonBool(const Json::Value& object, const char* name, bool fallback = false);
+
+}  // namespace gvx

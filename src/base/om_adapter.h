@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <memory>
+#include <string>
+
+// Severity of a log line; the numbers are those of syslog (RFC 5424, section 6.2.1).
+enum enOMLogLevel : int {
+    OM_LOG_EMERG = 0,
+    OM_LOG_ALERT = 1,
+    OM_LOG_CRIT = 2,
+    OM_LOG_ERR = 3,
+    OM_LOG_WARNING = 4,
+    OM_LOG_NOTICE = 5,
+    OM_LOG_INFO = 6,
+    OM_LOG_DEBUG = 7,
+};
+
+// Name of a level as it stands in a log line: "EMERG", "ALERT", "CRIT", "ERR", "WARNING",
+// "NOTICE", "INFO", "DEBUG". Any other value gives "UNKNOWN".
+const char* OMLogLevelName(int level);
+
+// Where a line was written: compile-time constants of the call site.
+struct OMLogPlace {
+    const char* file;
+    int line;
+    const char* function;
+};
+
+// A sink of log lines. Every operation may be called from any thread at any time and does not throw.
+class IOMLogger {
+public:
+    virtual ~IOMLogger() = default;
+
+    // False when a line of this level would not be written, so that the caller need not format it.
+    virtual bool IsEnabled(int level) const noexcept = 0;
+
+    // Writes one line. The title says which activity the line belongs to, the format what was found;
+    // format and arguments are those of printf. Nothing is kept of the arguments after the return.
+    virtual void VLog(int level, const char* title, const OMLogPlace& place, const char* format, va_list args)
+        __attribute__((format(printf, 5, 0))) = 0;
+
+    // A line at debug level, without a title.
+    virtual void VDebug(const OMLogPlace& place, const char* format, va_list args)
+        __attribute__((format(printf, 3, 0))) = 0;
+
+    // Pushes out what is buffered.
+    virtual void Flush() {}
+};
+
+// The process-wide place where the logger is found. Without setLogger there is none, and getLogger gives
+// null: every caller tests it, most of them through the macros of base/log.h.
+class OMAdapter {
+public:
+    static OMAdapter* getInstance();
+
+    IOMLogger* getLogger() const noexcept;
+
+    // The same with its ownership, so that it can be put back later. Takes a lock.
+    std::shared_ptr<IOMLogger> getSharedLogger() const;
+
+    // Installs a logger, null included. Loggers stay alive until the process ends, so a line that another
+    // thread is writing at this moment is finished on the logger that it began on.
+    void setLogger(std::shared_ptr<IOMLogger> logger);
+
+private:
+    OMAdapter() = default;
+};
+
+struct OMLoggerOptions {
+    int level = OM_LOG_INFO;                         // lines above this number are not written
+    bool console = true;                             // standard error
+    std::string file;                                // empty: no file
+    std::size_t maxFileBytes = 10u * 1024u * 1024u;  // a file is rotated when it would grow beyond this
+    std::size_t maxFiles = 5;                        // backups kept
+};
+
+// Makes the logger that gvxd and the tools use: console and rotating file, secrets removed from every line.
+// Null when the file cannot be opened; *error then says why.
+std::shared_ptr<IOMLogger> MakeDefaultLogger(const OMLoggerOptions& options, std::string* error);
+
+// Text with passwords, keys and credentials in URLs replaced by "***". Pure.
+std::string RedactSecrets(std::string line);

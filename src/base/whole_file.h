@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace gvx {
+
+// Reads a regular file of at most maxBytes. False when it cannot be read whole.
+bool ReadWholeFile(const std::string& path, std::size_t maxBytes, std::string& content);
+
+// Writes "<path>.bak" to the disk and renames it over path, so that readers see the old text or the new one whole.
+// An existing file keeps its access bits. False when that fails; path is then as it was and no .bak is left.
+bool ReplaceWholeFile(const std::string& path, const std::string& content);
+
+}  // namespace gvx

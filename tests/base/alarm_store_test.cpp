@@ -1,0 +1,163 @@
+#include "base/alarm_store.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "base/bounded_string.h"
+#include "support/recording_logger.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+Alarm_Item Item(const std::string& type, const std::string& info) {
+    Alarm_Item item{};
+    EXPECT_EQ(strncpy_s(item.AlarmType, sizeof(item.AlarmType), type.c_str(), type.size()), 0);
+    EXPECT_EQ(strncpy_s(item.AlarmInfo, sizeof(item.AlarmInfo), info.c_str(), info.size()), 0);
+    return item;
+}
+
+std::vector<std::string> Stored() {
+    int count = 0;
+    EXPECT_EQ(ZVS_GetAllAlarmItem(nullptr, &count), 0);
+    std::vector<Alarm_Item> items(static_cast<std::size_t>(count) + 1);
+    EXPECT_EQ(ZVS_GetAllAlarmItem(items.data(), &count), 0);
+    std::vector<std::string> texts;
+    for (int i = 0; i < count; ++i) {
+        texts.push_back(std::string(items[static_cast<std::size_t>(i)].AlarmType) + ":" +
+                        items[static_cast<std::size_t>(i)].AlarmInfo);
+    }
+    return texts;
+}
+
+class AlarmStore : public testing::Test {
+protected:
+    ~AlarmStore() override { ZVS_AlarmClose(); }
+    const TempFolder m_folder;
+    const std::string m_path = m_folder.Path("alarm.db");
+    const ScopedRecordingLogger m_log;
+};
+
+TEST_F(AlarmStore, KeepsItemsInOrderAcrossOpenings) {
+    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
+    EXPECT_EQ(Stored(), std::vector<std::string>());
+    const Alarm_Item longest = Item("123456789", std::string(255, 'i'));
+    const Alarm_Item quoted = Item("308521806", "it's; DROP TABLE alarm --");
+    ASSERT_EQ(ZVS_AddAlarmItem(&longest), 0);
+    ASSERT_EQ(ZVS_AddAlarmItem(&quoted), 0);
+    ASSERT_EQ(ZVS_AddAlarmItem(&quoted), 0);
+    const std::string longestText = "123456789:" + std::string(255, 'i');
+    const std::string quotedText = "308521806:it's; DROP TABLE alarm --";
+    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
+    EXPECT_EQ(Stored(), (std::vector<std::string>{longestText, quotedText, quotedText}));
+
+    const Alarm_Item sameTypeOnly = Item("308521806", "other");
+    EXPECT_EQ(ZVS_DelAlarmItem(&sameTypeOnly), 0);
+    EXPECT_EQ(Stored().size(), 3u);
+    EXPECT_EQ(ZVS_DelAlarmItem(&quoted), 0);
+    EXPECT_EQ(Stored(), std::vector<std::string>{longestText});
+
+    Alarm_Item one{};
+    int room = 0;
+    EXPECT_EQ(ZVS_GetAllAlarmItem(&one, &room), 0);
+    EXPECT_EQ(room, 0);
+}
+
+TEST_F(AlarmStore, RefusesBadItemsAndAClosedStore) {
+    const Alarm_Item good = Item("1", "i");
+    int count = 0;
+    EXPECT_EQ(ZVS_AddAlarmItem(&good), 1);
+    EXPECT_EQ(ZVS_DelAlarmItem(&good), 1);
+    EXPECT_EQ(ZVS_GetAllAlarmItem(nullptr, &count), 1);
+    EXPECT_EQ(m_log->Count("not open", "Alarm store"), 3u);
+    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
+    Alarm_Item unterminated = good;
+    std::memset(unterminated.AlarmInfo, 'x', sizeof(unterminated.AlarmInfo));
+    EXPECT_EQ(ZVS_AddAlarmItem(&unterminated), 1);
+    EXPECT_EQ(ZVS_AddAlarmItem(nullptr), 1);
+    EXPECT_EQ(ZVS_GetAllAlarmItem(nullptr, nullptr), 1);
+    EXPECT_EQ(Stored().size(), 0u);
+}
+
+TEST_F(AlarmStore, LeavesAFileThatIsNoStoreAsItIs) {
+    const std::string text = "this is not a data base, but long enough to look like a head of one ............";
+    const std::string path = m_folder.Write("other.txt", text);
+    EXPECT_EQ(ZVS_AlarmInit(path.c_str()), 1);
+    EXPECT_EQ(m_folder.Read("other.txt"), text);
+    EXPECT_EQ(ZVS_AlarmInit(m_folder.Path("missing/alarm.db").c_str()), 1);
+    EXPECT_EQ(ZVS_AlarmInit(nullptr), 1);
+    EXPECT_EQ(m_log->CountLevel(OM_LOG_ERR), 3u);
+}
+
+TEST_F(AlarmStore, TakesItemsFromManyThreads) {
+    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 10; ++i) {
+                const Alarm_Item item = Item(std::to_string(t), std::to_string(i));
+                EXPECT_EQ(ZVS_AddAlarmItem(&item), 0);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(Stored().size(), 40u);
+}
+
+// Adds items for ever, telling each success through the pipe.
+[[noreturn]] void AddUntilKilled(const std::string& path, int pipeEnd) {
+    if (ZVS_AlarmInit(path.c_str()) != 0) {
+        _exit(1);
+    }
+    for (int i = 0;; ++i) {
+        Alarm_Item item{};
+        snprintf_s(item.AlarmInfo, sizeof(item.AlarmInfo), sizeof(item.AlarmInfo), "%d", i);
+        if (ZVS_AddAlarmItem(&item) != 0 || write(pipeEnd, "x", 1) != 1) {
+            _exit(1);
+        }
+    }
+}
+
+TEST_F(AlarmStore, HasEveryAnsweredItemAfterAKill) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        AddUntilKilled(m_path, ends[1]);
+    }
+    close(ends[1]);
+    std::size_t answered = 0;
+    char mark = 0;
+    while (answered < 50 && read(ends[0], &mark, 1) == 1) {
+        ++answered;
+    }
+    kill(child, SIGKILL);
+    while (read(ends[0], &mark, 1) == 1) {
+        ++answered;
+    }
+    close(ends[0]);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    ASSERT_GE(answered, 50u);
+
+    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
+    const std::vector<std::string> stored = Stored();
+    ASSERT_GE(stored.size(), answered);
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+        ASSERT_EQ(stored[i], ":" + std::to_string(i));
+    }
+}
+
+}  // namespace

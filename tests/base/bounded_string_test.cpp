@@ -1,0 +1,129 @@
+#include "base/bounded_string.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+namespace {
+
+TEST(BoundedString, CopiesWhatFitsAndNothingElse) {
+    char target[4] = "old";
+    EXPECT_EQ(strncpy_s(target, sizeof(target), "abc", 3), 0);
+    EXPECT_STREQ(target, "abc");
+    EXPECT_EQ(strncpy_s(target, sizeof(target), "abcdef", 2), 0);
+    EXPECT_STREQ(target, "ab");
+    EXPECT_EQ(strncpy_s(target, sizeof(target), "abcd", 10), ERANGE);
+    EXPECT_STREQ(target, "");
+    target[0] = 'x';
+    EXPECT_EQ(strncpy_s(target, sizeof(target), nullptr, 1), EINVAL);
+    EXPECT_STREQ(target, "");
+    EXPECT_EQ(strncpy_s(nullptr, 4, "a", 1), EINVAL);
+    target[0] = 'x';
+    EXPECT_EQ(strncpy_s(target, 0, "a", 1), EINVAL);
+    EXPECT_EQ(target[0], 'x');
+}
+
+TEST(BoundedString, NeverReadsBehindTheGivenCount) {
+    const char unterminated[3] = {'a', 'b', 'c'};
+    char target[8];
+    EXPECT_EQ(strncpy_s(target, sizeof(target), unterminated, sizeof(unterminated)), 0);
+    EXPECT_STREQ(target, "abc");
+}
+
+TEST(BoundedString, AppendsWhatFitsAndEmptiesOtherwise) {
+    char target[6] = "ab";
+    EXPECT_EQ(strncat_s(target, sizeof(target), "cdef", 3), 0);
+    EXPECT_STREQ(target, "abcde");
+    EXPECT_EQ(strncat_s(target, sizeof(target), "", 5), 0);
+    EXPECT_EQ(strncat_s(target, sizeof(target), "f", 1), ERANGE);
+    EXPECT_STREQ(target, "");
+    std::memset(target, 'x', sizeof(target));
+    EXPECT_EQ(strncat_s(target, sizeof(target), "a", 1), ERANGE);
+    EXPECT_STREQ(target, "");
+}
+
+TEST(BoundedString, CopiesAndFillsMemoryWithinItsTarget) {
+    unsigned char target[4] = {1, 2, 3, 4};
+    EXPECT_EQ(memcpy_s(target, sizeof(target), "abcd", 4), 0);
+    EXPECT_EQ(std::memcmp(target, "abcd", 4), 0);
+    EXPECT_EQ(memcpy_s(target, sizeof(target), "abcde", 5), ERANGE);
+    EXPECT_EQ(std::memcmp(target, "\0\0\0\0", 4), 0);
+    EXPECT_EQ(memset_s(target, sizeof(target), 7, 2), 0);
+    EXPECT_EQ(std::memcmp(target, "\7\7\0\0", 4), 0);
+    EXPECT_EQ(memset_s(target, sizeof(target), 9, 5), ERANGE);
+    EXPECT_EQ(std::memcmp(target, "\x9\x9\x9\x9", 4), 0);
+    EXPECT_EQ(memset_s(nullptr, 1, 0, 1), EINVAL);
+}
+
+TEST(BoundedString, PrintsOrFailsWithAnEmptyText) {
+    char target[6] = "old";
+    EXPECT_EQ(snprintf_s(target, sizeof(target), 5, "%d%s", 12, "abc"), 5);
+    EXPECT_STREQ(target, "12abc");
+    EXPECT_EQ(snprintf_s(target, sizeof(target), 4, "%s", "12345"), -1);
+    EXPECT_STREQ(target, "");
+    EXPECT_EQ(snprintf_s(target, sizeof(target), 100, "%s", "123456"), -1);
+    EXPECT_STREQ(target, "");
+    EXPECT_EQ(sprintf_s(target, sizeof(target), "%s", ""), 0);
+    EXPECT_EQ(sprintf_s(nullptr, 5, "%d", 1), -1);
+}
+
+TEST(BoundedScan, ReadsNumbersAndTextsWithTheirSizes) {
+    int number = 0;
+    unsigned int hex = 0;
+    char word[6] = "";
+    char rest[8] = "";
+    EXPECT_EQ(sscanf_s("12 hello ff;a b", "%d %s %x;%[^\n]", &number, word, 6u, &hex, rest, 8u), 4);
+    EXPECT_EQ(number, 12);
+    EXPECT_STREQ(word, "hello");
+    EXPECT_EQ(hex, 0xFFu);
+    EXPECT_STREQ(rest, "a b");
+    EXPECT_EQ(sscanf_s("100% of 5", "%d%% of %5s", &number, word, 6u), 2);
+    EXPECT_STREQ(word, "5");
+}
+
+TEST(BoundedScan, FailsATextThatDoesNotFitAndStopsThere) {
+    int number = 0;
+    char word[4] = "old";
+    int behind = 77;
+    EXPECT_EQ(sscanf_s("5 abcd 9", "%d %s %d", &number, word, 4u, &behind), 1);
+    EXPECT_EQ(number, 5);
+    EXPECT_STREQ(word, "");
+    EXPECT_EQ(behind, 77);
+    EXPECT_EQ(sscanf_s("abcd", "%3s", word, 4u), 1);
+    EXPECT_STREQ(word, "abc");
+    EXPECT_EQ(sscanf_s("abcd", "%5s", word, 4u), 0);
+    EXPECT_EQ(sscanf_s("key=abcd;", "key=%[a-z];", word, 4u), 0);
+}
+
+TEST(BoundedScan, ReadsCharactersSkipsAndCounts) {
+    char letters[3] = {'-', '-', '-'};
+    int position = 0;
+    int number = 0;
+    EXPECT_EQ(sscanf_s("xyz 7:42", "%2c%*c %*d:%n%d", letters, 3u, &position, &number), 2);
+    EXPECT_EQ(std::string(letters, 3), "xy-");
+    EXPECT_EQ(position, 6);
+    EXPECT_EQ(number, 42);
+    EXPECT_EQ(sscanf_s("xyz", "%3c", letters, 2u), 0);
+    char bracket[4];
+    EXPECT_EQ(sscanf_s("]a]", "%[]a]", bracket, 4u), 1);
+    EXPECT_STREQ(bracket, "]a]");
+}
+
+TEST(BoundedScan, TellsInputEndFromMismatch) {
+    int number = 3;
+    EXPECT_EQ(sscanf_s("", "%d", &number), EOF);
+    EXPECT_EQ(sscanf_s("x", "%d", &number), 0);
+    EXPECT_EQ(sscanf_s("1", "%d %d", &number, &number), 1);
+    EXPECT_EQ(sscanf_s("a1", "b%d", &number), 0);
+    EXPECT_EQ(sscanf_s(nullptr, "%d", &number), -1);
+    EXPECT_EQ(sscanf_s("1", "%d", static_cast<int*>(nullptr)), 0);
+    long long wide = 0;
+    unsigned char narrow = 0;
+    EXPECT_EQ(sscanf_s("9000000000 200", "%lld %hhu", &wide, &narrow), 2);
+    EXPECT_EQ(wide, 9000000000LL);
+    EXPECT_EQ(narrow, 200);
+}
+
+}  // namespace

@@ -1,0 +1,153 @@
+#include "base/cbb_xml.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include <sys/stat.h>
+
+#include "support/temp_folder.h"
+
+namespace {
+
+constexpr const char* kAlarms =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?><AlarmInfoList><Head>h</Head>"
+    "<AlarmInfo><AlarmCode Kind='a'>1</AlarmCode><ACTION><ACTIVE>on</ACTIVE></ACTION></AlarmInfo>"
+    "<AlarmInfo><AlarmCode></AlarmCode></AlarmInfo><Tail/></AlarmInfoList>";
+
+TEST(XmlCursor, WalksRowsAsALoaderDoes) {
+    CBB::CXml xml;
+    ASSERT_TRUE(xml.Parse(kAlarms));
+    ASSERT_TRUE(xml.FindElem("AlarmInfoList"));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.FindElem("AlarmInfo"));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.FindFirstElem("ACTION"));
+    ASSERT_TRUE(xml.FindFirstElem("AlarmCode")) << "order must not matter";
+    EXPECT_STREQ(xml.GetElemValue(), "1");
+    EXPECT_STREQ(xml.GetAttributeValue("Kind"), "a");
+    EXPECT_EQ(xml.GetAttributeValue("Other"), nullptr);
+    ASSERT_TRUE(xml.OutOfElem());
+    EXPECT_STREQ(xml.GetElemName(), "AlarmInfo");
+    ASSERT_TRUE(xml.NextElem());
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.FindElem("AlarmCode"));
+    EXPECT_STREQ(xml.GetElemValue(), "");
+    ASSERT_TRUE(xml.OutOfElem());
+    ASSERT_TRUE(xml.NextElem());
+    EXPECT_STREQ(xml.GetElemName(), "Tail");
+    EXPECT_FALSE(xml.NextElem());
+    EXPECT_STREQ(xml.GetElemName(), "Tail");
+}
+
+TEST(XmlCursor, SearchesBehindItselfAndStaysOnFailure) {
+    CBB::CXml xml;
+    ASSERT_TRUE(xml.Parse("<r><a>1</a><b/><a>2</a></r>"));
+    EXPECT_EQ(xml.GetElemValue(), nullptr);
+    EXPECT_FALSE(xml.IntoElem());
+    EXPECT_FALSE(xml.OutOfElem());
+    ASSERT_TRUE(xml.FindElem("r"));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.FindElem("a"));
+    EXPECT_STREQ(xml.GetElemValue(), "1");
+    ASSERT_TRUE(xml.FindElem("a"));
+    EXPECT_STREQ(xml.GetElemValue(), "2");
+    EXPECT_FALSE(xml.FindElem("a"));
+    EXPECT_FALSE(xml.FindElem("b"));
+    EXPECT_STREQ(xml.GetElemValue(), "2");
+    EXPECT_TRUE(xml.FindFirstElem("b"));
+    EXPECT_FALSE(xml.IntoElem()) << "b has no children";
+    xml.Rewind();
+    ASSERT_TRUE(xml.NextElem());
+    EXPECT_STREQ(xml.GetElemName(), "r");
+}
+
+TEST(XmlCursor, FollowsPathsPastElementsThatLackTheRest) {
+    CBB::CXml xml;
+    ASSERT_TRUE(xml.Parse("<Net><E><Server/></E><E><Client><ID>GVX#001</ID></Client></E></Net>"));
+    EXPECT_FALSE(xml.FindElem("Net/E/Server/ID"));
+    ASSERT_TRUE(xml.FindElem("Net/E/Client/ID"));
+    EXPECT_STREQ(xml.GetElemValue(), "GVX#001");
+    ASSERT_TRUE(xml.SetElemValue("GVX#002"));
+    ASSERT_TRUE(xml.OutOfElem());
+    EXPECT_STREQ(xml.GetElemName(), "Client");
+    EXPECT_NE(xml.ToString().find("<ID>GVX#002</ID>"), std::string::npos);
+}
+
+TEST(XmlParser, RefusesWhatIsNoDocumentAndIsThenEmpty) {
+    CBB::CXml xml;
+    std::string deep;
+    for (int i = 0; i < 5000; ++i) {
+        deep += "<a>";
+    }
+    const std::string withZero("<a/>\0<b/>", 9);
+    for (const std::string& text :
+         {std::string(), std::string("text"), std::string("<a>"), std::string("<a></b>"), std::string("<a/><b/>"),
+          std::string("<a/>text"), withZero, deep, std::string("<!-- only -->")}) {
+        ASSERT_TRUE(xml.Parse("<r/>"));
+        EXPECT_FALSE(xml.Parse(text.data(), text.size())) << text.substr(0, 20);
+        EXPECT_FALSE(xml.NextElem()) << text.substr(0, 20);
+    }
+    EXPECT_FALSE(xml.Parse(nullptr));
+    EXPECT_FALSE(xml.Load("/nonexistent/file.xml"));
+    EXPECT_FALSE(xml.Load("/"));
+    EXPECT_TRUE(xml.Parse("<!-- head --><a/><!-- tail -->"));
+}
+
+TEST(XmlEncoder, WritesCompactTextAndReadsItBack) {
+    CBB::CXml xml;
+    ASSERT_TRUE(xml.AddDeclaration("1.0", "UTF-8"));
+    ASSERT_TRUE(xml.AddElem("Content"));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.AddElem("DevCode", "a<b&\"c\""));
+    ASSERT_TRUE(xml.AddElem("LensList"));
+    ASSERT_TRUE(xml.IntoElem());
+    ASSERT_TRUE(xml.AddElem("Lens"));
+    ASSERT_TRUE(xml.SetAttributeValue("id", "1"));
+    ASSERT_TRUE(xml.OutOfElem());
+    ASSERT_TRUE(xml.AddElem("Port", nullptr));
+    unsigned int length = 0;
+    const std::string text = xml.GetXMLStream(length);
+    EXPECT_EQ(text.size(), length);
+    EXPECT_EQ(text,
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Content><DevCode>a&lt;b&amp;\"c\"</DevCode>"
+              "<LensList><Lens id=\"1\"/></LensList><Port/></Content>");
+    CBB::CXml again;
+    ASSERT_TRUE(again.Parse(text.c_str()));
+    ASSERT_TRUE(again.FindElem("Content/DevCode"));
+    EXPECT_STREQ(again.GetElemValue(), "a<b&\"c\"");
+}
+
+TEST(XmlEncoder, RefusesWhatXmlCannotCarry) {
+    CBB::CXml xml;
+    ASSERT_TRUE(xml.AddDeclaration("1.0", "UTF-8"));
+    EXPECT_FALSE(xml.AddElem("a b"));
+    EXPECT_FALSE(xml.AddElem(""));
+    EXPECT_FALSE(xml.AddElem("1a"));
+    ASSERT_TRUE(xml.AddElem("Content"));
+    EXPECT_FALSE(xml.AddElem("SecondRoot"));
+    EXPECT_FALSE(xml.SetElemValue("\x01"));
+    ASSERT_TRUE(xml.IntoElem());
+    EXPECT_FALSE(xml.AddElem("A", "\x1F"));
+    EXPECT_EQ(xml.ToString(), "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Content/>");
+}
+
+TEST(XmlFile, IsReplacedWholeAndKeepsItsAccessBits) {
+    const TempFolder folder;
+    const std::string path = folder.Write("net.xml", "<Net><LocalIP>1.1.1.1</LocalIP></Net>");
+    ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+    CBB::CXml xml;
+    ASSERT_TRUE(xml.Load(path.c_str()));
+    ASSERT_TRUE(xml.FindElem("Net/LocalIP"));
+    ASSERT_TRUE(xml.SetElemValue("2.2.2.2"));
+    ASSERT_TRUE(xml.Save(path.c_str()));
+    EXPECT_NE(folder.Read("net.xml").find("<LocalIP>2.2.2.2</LocalIP>"), std::string::npos);
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+    EXPECT_FALSE(std::filesystem::exists(path + ".bak"));
+    EXPECT_FALSE(xml.Save(folder.Path("missing/net.xml").c_str()));
+    EXPECT_FALSE(CBB::CXml().Save(path.c_str()));
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+#include "base/file_watcher.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <string>
+
+#include <unistd.h>
+
+#include "support/recording_logger.h"
+#include "support/temp_folder.h"
+#include "support/wait_until.h"
+
+namespace {
+
+class FileWatcher : public testing::Test {
+protected:
+    InotifyConfigHandler Handler(const std::string& name, std::atomic<int>& calls) const {
+        InotifyConfigHandler handler;
+        handler.SetFullFilePath(m_folder.Path(name));
+        handler.SetCallback([&calls] { return ++calls; });
+        return handler;
+    }
+
+    // Waits for a call beyond those that were there before the change.
+    static bool Rises(std::atomic<int>& calls, int before) {
+        return WaitUntil([&] { return calls > before; });
+    }
+
+    const TempFolder m_folder;
+    std::atomic<int> m_calls{0};
+    std::atomic<int> m_otherCalls{0};
+};
+
+TEST_F(FileWatcher, SeesCreationWriteRenameAndDeletion) {
+    bpInotifyEventWatcher watcher;
+    ASSERT_EQ(watcher.AddHandler(Handler("a.xml", m_calls)), 0);
+    m_folder.Write("a.xml", "1");
+    ASSERT_TRUE(Rises(m_calls, 0)) << "creation";
+    int before = m_calls;
+    m_folder.Write("a.xml", "2");
+    ASSERT_TRUE(Rises(m_calls, before)) << "write";
+    m_folder.Write("a.xml.bak", "3");
+    before = m_calls;
+    ASSERT_EQ(std::rename(m_folder.Path("a.xml.bak").c_str(), m_folder.Path("a.xml").c_str()), 0);
+    ASSERT_TRUE(Rises(m_calls, before)) << "rename over it";
+    before = m_calls;
+    ASSERT_EQ(unlink(m_folder.Path("a.xml").c_str()), 0);
+    ASSERT_TRUE(Rises(m_calls, before)) << "deletion";
+}
+
+TEST_F(FileWatcher, CallsOnlyForItsOwnFileAmongHandlers) {
+    bpInotifyEventWatcher watcher;
+    ASSERT_EQ(watcher.AddHandler(Handler("a.xml", m_calls)), 0);
+    ASSERT_EQ(watcher.AddHandler(Handler("b.xml", m_otherCalls)), 0);
+    m_folder.Write("a.xml.bak", "1");
+    m_folder.Write("b.xml", "1");
+    ASSERT_TRUE(Rises(m_otherCalls, 0));
+    EXPECT_EQ(m_calls, 0);
+}
+
+TEST_F(FileWatcher, CallsNobodyAfterAStopAndMayBeginAgain) {
+    bpInotifyEventWatcher watcher;
+    ASSERT_EQ(watcher.AddHandler(Handler("a.xml", m_calls)), 0);
+    watcher.Stop();
+    m_folder.Write("a.xml", "1");
+    ASSERT_EQ(watcher.AddHandler(Handler("b.xml", m_otherCalls)), 0);
+    m_folder.Write("b.xml", "1");
+    ASSERT_TRUE(Rises(m_otherCalls, 0));
+    EXPECT_EQ(m_calls, 0);
+}
+
+TEST_F(FileWatcher, RefusesWhatItCannotWatch) {
+    const ScopedRecordingLogger log;
+    bpInotifyEventWatcher watcher;
+    EXPECT_EQ(watcher.AddHandler(Handler("missing/a.xml", m_calls)), 1);
+    EXPECT_TRUE(log->Contains("cannot be watched"));
+    EXPECT_EQ(watcher.AddHandler(InotifyConfigHandler()), 1);
+}
+
+}  // namespace
