@@ -1,0 +1,172 @@
+#include "nss/nss_msg_type.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <map>
+#include <set>
+#include <string>
+
+#include "nss/nss_msg_header.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+constexpr std::size_t kRequests = 1515;      // listed without "!"
+constexpr std::size_t kStandAlone = 60;      // listed with "!"
+constexpr std::size_t kListedResponses = 2;  // responses that do not stand 0x9000 above their requests
+
+bool EndsWith(const std::string& text, const std::string& ending) {
+    return text.size() >= ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+class NssMsgTypeTable : public testing::Test {
+protected:
+    NssMsgTypeTable() {
+        std::size_t count = 0;
+        const NssMsgTypeRow* rows = NssMsgTypeRows(count);
+        for (std::size_t i = 0; i < count; ++i) {
+            EXPECT_TRUE(m_values.emplace(rows[i].name, rows[i].value).second) << rows[i].name << " stands twice";
+            m_names[rows[i].value].insert(rows[i].name);
+        }
+    }
+    std::map<std::string, std::uint16_t> m_values;
+    std::map<std::uint16_t, std::set<std::string>> m_names;
+};
+
+TEST_F(NssMsgTypeTable, HoldsEveryRequestItsResponseAndTheNamesThatStandAlone) {
+    EXPECT_EQ(m_values.size(), 2 * kRequests + kStandAlone - kListedResponses);
+    std::size_t shared = 0;
+    for (const auto& [value, names] : m_names) {
+        shared += value < kNssResponseOffset && names.size() > 1 ? 1 : 0;
+        EXPECT_LE(names.size(), 2u) << value;
+    }
+    EXPECT_EQ(shared, 15u);
+}
+
+TEST_F(NssMsgTypeTable, PutsAResponse0x9000AboveItsRequestUnlessItIsListedElsewhere) {
+    std::set<std::string> elsewhere;
+    for (const auto& [name, value] : m_values) {
+        if (!EndsWith(name, "_REQ")) {
+            continue;
+        }
+        EXPECT_LT(value, kNssResponseOffset) << name;
+        const std::string response = name.substr(0, name.size() - 4) + "_RSP";
+        ASSERT_EQ(m_values.count(response), 1u) << response;
+        if (m_values[response] != value + kNssResponseOffset) {
+            elsewhere.insert(response);
+        }
+    }
+    EXPECT_EQ(elsewhere, (std::set<std::string>{"NSS_BA_STOP_AREA_COVERAGE_LEARNING_RSP", "NSS_DEL_MAP_INFO_RSP"}));
+    EXPECT_EQ(NSS_BA_STOP_AREA_COVERAGE_LEARNING_REQ, 0x0903);
+    EXPECT_EQ(NSS_BA_STOP_AREA_COVERAGE_LEARNING_RSP, 0x9904);
+    EXPECT_EQ(NSS_DEL_MAP_INFO_REQ, 0x0D93);
+    EXPECT_EQ(NSS_DEL_MAP_INFO_RSP, 0x9D94);
+}
+
+TEST(NssMsgType, HasTheValuesThatTheGatewaySpeaks) {
+    EXPECT_EQ(NSS_BP_REGISTER_REQ, 0x0000);
+    EXPECT_EQ(NSS_KEEPALIVE_REQ, 0x0002);
+    EXPECT_EQ(NSS_ADD_MAIN_DEV_REQ, 0x0109);
+    EXPECT_EQ(NSS_DEL_MAIN_DEV_REQ, 0x0110);
+    EXPECT_EQ(NSS_DEV_STATUS_REPORT_REQ, 0x012D);
+    EXPECT_EQ(NSS_DEV_STATUS_REPORT_RSP, 0x912D);
+    EXPECT_EQ(NSS_COMMON_INFO_REQ, 0x01B1);
+    EXPECT_EQ(NSS_NOTIFY_LINK_PORT_TO_GVX_REQ, 0x02D4);
+    EXPECT_EQ(NSS_START_STREAM_REQ, 0x0501);
+    EXPECT_EQ(NSS_START_STREAM_ACK, 0x0502);
+    EXPECT_EQ(NSS_STOP_STREAM_REQ, 0x0503);
+    EXPECT_EQ(NSS_GET_IFRAME_REQ, 0x0504);
+    EXPECT_EQ(NSS_GET_GB35114_CONF_REQ, 0x0AD5);
+    EXPECT_EQ(NSS_ALARM_REPORT_REQ, 0x0C00);
+    EXPECT_EQ(NSS_GVX_PLUGIN_ALARM_REPORT_REQ, 0x0C76);
+    EXPECT_EQ(NSS_ALARM_CONTRON_REQ, 0x0DA9);
+    EXPECT_EQ(NSS_CG_TYPE_REPORT_REQ, 0x0E29);
+    EXPECT_EQ(NSS_QUERY_GVX_TYPE_REQ, 0x0E30);
+    EXPECT_EQ(NSS_DEV_ALARM_REPORT_REQ, 0x1008);
+    EXPECT_EQ(NSS_IMGU_LINK_CLOSE, 0xDC01);
+}
+
+TEST(NssMsgType, KeepsBothNamesOfASharedValue) {
+    EXPECT_EQ(static_cast<unsigned>(NSS_GET_COLLECTION_DEVICE_INFO_REQ), 0x0BAAu);
+    EXPECT_EQ(static_cast<unsigned>(NSS_PLUGIN_SEND_PORTLIST_DATA_REQ), 0x0BAAu);
+    EXPECT_EQ(static_cast<unsigned>(NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ), 2987u);
+    EXPECT_STREQ(NssMsgTypeName(0x0BAA), "NSS_GET_COLLECTION_DEVICE_INFO_REQ");
+    EXPECT_EQ(static_cast<unsigned>(NSS_CLUSTER_GET_ZK_CLUSTER_STATUS_REQ), 0x0FB4u);
+    EXPECT_EQ(static_cast<unsigned>(NSS_CMU_ZK_LICENSE_NOTIFY_UPDATE_REQ), 0x0FB4u);
+    EXPECT_STREQ(NssMsgTypeName(0x9904), "NSS_BA_PEOPLE_STAGE_1_LEARNING_RSP");
+}
+
+TEST(NssMsgType, GivesNamesThatStandAloneNeitherEndingNorResponse) {
+    std::uint16_t value = 0;
+    EXPECT_TRUE(NssMsgTypeFromName("NSS_CLUSTER_NOTIFY_CMU_SHIFTIN_NOT_IN_RECORD", value));
+    EXPECT_EQ(value, 0x0FBD);
+    EXPECT_STREQ(NssMsgTypeName(0x0FBD), "NSS_CLUSTER_NOTIFY_CMU_SHIFTIN_NOT_IN_RECORD");
+    EXPECT_STREQ(NssMsgTypeName(0x9FBD), "NSS_UNKNOWN");
+    EXPECT_STREQ(NssMsgTypeName(0x9502), "NSS_UNKNOWN");
+    EXPECT_STREQ(NssMsgTypeName(0x9AAD), "NSS_LOGIN_RSP_V2");
+}
+
+TEST(NssMsgType, FindsNamesAndValues) {
+    std::uint16_t value = 0;
+    EXPECT_TRUE(NssMsgTypeFromName("NSS_START_STREAM_RSP", value));
+    EXPECT_EQ(value, 0x9501);
+    EXPECT_TRUE(NssMsgTypeFromName("START_STREAM_REQ", value));
+    EXPECT_EQ(value, 0x0501);
+    value = 7;
+    for (const char* wrong : {"", "NSS_", "NSS_START_STREAM", "start_stream_req", "NSS_NSS_START_STREAM_REQ", "ZZZ"}) {
+        EXPECT_FALSE(NssMsgTypeFromName(wrong, value)) << wrong;
+    }
+    EXPECT_EQ(value, 7);
+    for (const std::uint32_t unknown : {0x0003u, 0xFFFFu, 0x10501u, 0xFFFFFFFFu}) {
+        EXPECT_STREQ(NssMsgTypeName(unknown), "NSS_UNKNOWN") << unknown;
+    }
+}
+
+TEST(NssMsgType, EveryNameIsFoundUnderItsValue) {
+    std::size_t count = 0;
+    const NssMsgTypeRow* rows = NssMsgTypeRows(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        std::uint16_t value = 0;
+        ASSERT_TRUE(NssMsgTypeFromName(rows[i].name, value)) << rows[i].name;
+        ASSERT_EQ(value, rows[i].value) << rows[i].name;
+        ASSERT_STRNE(NssMsgTypeName(value), "NSS_UNKNOWN") << rows[i].name;
+    }
+}
+
+struct ListCase {
+    const char* text;
+    bool accepted;
+};
+
+TEST(NssMsgTypeGenerator, RefusesAListThatIsNotInOrder) {
+    const TempFolder folder;
+    const std::string script =
+        (std::filesystem::path(__FILE__).parent_path() / "../../src/nss/generate_msg_types.py").string();
+    const ListCase cases[] = {
+        {"# a comment\n0x0001: A, B = C,\n    D!\n0x9001: A_RSP!\n", true},
+        {"0x0001: A, A\n", false},
+        {"0x0001: A\n0x0005: A\n", false},
+        {"0x0001: A\n0x0005: A_REQ!\n", false},
+        {"0x0001: A, B\n0x0002: C\n", false},
+        {"0x9000: A\n", false},
+        {"0xFFFF: A!, B!\n", false},
+        {"0x0001: A,, B\n", false},
+        {"0x0001: A = \n", false},
+        {"0x0001: A B\n", false},
+        {"1: A\n", false},
+        {"A, B\n", false},
+        {"", false},
+    };
+    for (const ListCase& row : cases) {
+        const std::string list = folder.Write("list", row.text);
+        const std::string command =
+            "python3 -B '" + script + "' '" + list + "' '" + folder.Path("out") + "' 2>'" + folder.Path("err") + "'";
+        EXPECT_EQ(std::system(command.c_str()) == 0, row.accepted) << row.text << folder.Read("err");
+    }
+    EXPECT_EQ(folder.Read("out/nss_msg_type_enumerators.inc"),
+              "NSS_A_REQ = 0x0001,\nNSS_B_REQ = 0x0002,\nNSS_B_RSP = 0x9002,\nNSS_C_REQ = 0x0002,\n"
+              "NSS_C_RSP = 0x9002,\nNSS_D = 0x0003,\nNSS_A_RSP = 0x9001,\n");
+}
+
+}  // namespace
