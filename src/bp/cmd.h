@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <string>
+
+class ACE_Message_Block;
+
+namespace BP {
+
+// One command: a frame and where it came from. The object owns its message block (the whole frame, head
+// included) and releases it. Not shared between threads: it is handed on.
+class CCmd {
+public:
+    CCmd();
+    ~CCmd();
+    CCmd(const CCmd&) = delete;
+    CCmd& operator=(const CCmd&) = delete;
+
+    // A message type, or an internal request type (0xFFFA to 0xFFFF).
+    std::uint32_t GetReqID() const { return m_uiReqID; }
+    void SetReqID(std::uint32_t reqID) { m_uiReqID = reqID; }
+
+    // The frame; null for a command without one. Stays owned by the command.
+    ACE_Message_Block* GetMsgBlock() const { return m_pMsgBlock; }
+    // Takes ownership and releases the previous block.
+    void SetMsgBlock(ACE_Message_Block* block);
+    // Gives ownership away; the command is then without a block.
+    ACE_Message_Block* ReleaseMsgBlock();
+
+    // Wall time of arrival in seconds; 0 means unknown, and such a command never expires.
+    std::time_t GetTimestamp() const { return m_timestamp; }
+    void SetTimestamp(std::time_t timestamp) { m_timestamp = timestamp; }
+
+    int GetNetElemType() const { return m_iNetElemType; }
+    void SetNetElemType(int netElemType) { m_iNetElemType = netElemType; }
+
+    const std::string& GetNetLinkID() const { return m_strNetLinkID; }
+    void SetNetLinkID(std::string linkID) { m_strNetLinkID = std::move(linkID); }
+
+    const std::string& GetTransID() const { return m_strTransID; }
+    void SetTransID(std::string transID) { m_strTransID = std::move(transID); }
+
+    std::uint32_t GetServiceID() const { return m_uiServiceID; }
+    void SetServiceID(std::uint32_t serviceID) { m_uiServiceID = serviceID; }
+
+    // A deep copy, message block and its data included; null when there is no memory. The caller owns it.
+    CCmd* NewClone() const noexcept;
+
+private:
+    std::uint32_t m_uiReqID = 0;
+    int m_iNetElemType = 0;
+    std::uint32_t m_uiServiceID = 0;
+    std::time_t m_timestamp = 0;
+    ACE_Message_Block* m_pMsgBlock = nullptr;  // owned
+    std::string m_strNetLinkID;
+    std::string m_strTransID;
+};
+
+// A queue entry. Copying it copies the pointer only, and its destructor does not free the command: whoever
+// takes the entry out of a queue owns the command.
+struct CGvxNssCmd_ {
+    CCmd* m_pCmd = nullptr;
+    std::time_t m_tRecvTime = 0;
+    std::string m_devID;
+};
+
+// Wall time in seconds, from the one clock.
+struct OSTime {
+    static std::time_t Time();
+};
+
+// Makes transaction texts: unique in this process and, by a random part drawn at start, among processes. At
+// most 40 characters. Any thread.
+struct CMKTransID {
+    static std::string GenerateTransID();
+};
+
+}  // namespace BP
+
+using CGvxNssCmd = BP::CGvxNssCmd_;

@@ -1,0 +1,56 @@
+#include "bp/frame_reader.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "nss/nss_msg.h"
+
+namespace BP {
+
+std::size_t FrameReader::Feed(const char* data, std::size_t length) {
+    if (m_fault != Fault::None || Complete()) {
+        return 0;
+    }
+    if (m_frame == nullptr) {
+        const std::size_t take = std::min(length, kNssHeaderBytes - m_headFilled);
+        std::memcpy(m_head + m_headFilled, data, take);
+        m_headFilled += take;
+        if (m_headFilled == kNssHeaderBytes) {
+            HeadComplete();
+        }
+        return take;
+    }
+    const std::size_t take = std::min(length, m_frameBytes - m_frame->length());
+    m_frame->copy(data, take);
+    return take;
+}
+
+void FrameReader::HeadComplete() {
+    NssMsgHeader head;
+    std::memcpy(&head, m_head, kNssHeaderBytes);
+    NssSwapHeader(head);
+    m_version = head.usiProtocolVersion;
+    m_frameBytes = head.uiPacketLength;
+    if (m_version != kNssProtocolVersion) {
+        m_fault = Fault::Version;
+        return;
+    }
+    if (m_frameBytes < kNssHeaderBytes || m_frameBytes > m_maxFrameBytes) {
+        m_fault = Fault::Length;
+        return;
+    }
+    m_frame = MakeMessageBlock(m_frameBytes);
+    if (m_frame == nullptr) {
+        m_fault = Fault::Memory;
+        return;
+    }
+    m_frame->copy(m_head, kNssHeaderBytes);
+}
+
+MessageBlockPtr FrameReader::Take() {
+    m_headFilled = 0;
+    return std::move(m_frame);
+}
+
+}  // namespace BP

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "bp/message_block_ptr.h"
+#include "nss/nss_msg_header.h"
+
+namespace BP {
+
+// Cuts a stream of bytes into frames. The head is checked as soon as it is whole, so a length that is not allowed
+// never leads to an allocation. One thread at a time.
+class FrameReader {
+public:
+    enum class Fault { None, Version, Length, Memory };
+
+    // Frames longer than this are a fault; may change between frames.
+    void SetMaxFrameBytes(std::size_t maxFrameBytes) { m_maxFrameBytes = maxFrameBytes; }
+
+    // Takes bytes up to the end of the frame at most and returns how many. After a fault it takes none.
+    std::size_t Feed(const char* data, std::size_t length);
+
+    // True when a frame is whole; it must be taken before more is fed.
+    bool Complete() const { return m_frame != nullptr && m_frame->length() == m_frameBytes; }
+    MessageBlockPtr Take();
+
+    // True between the first byte of a frame and its last.
+    bool Partial() const { return m_headFilled > 0; }
+    Fault GetFault() const { return m_fault; }
+    // What the head says, for the log line of a fault.
+    std::uint16_t HeadVersion() const { return m_version; }
+    std::uint32_t HeadLength() const { return m_frameBytes; }
+    std::size_t MaxFrameBytes() const { return m_maxFrameBytes; }
+
+private:
+    void HeadComplete();
+
+    std::size_t m_maxFrameBytes = kNssHeaderBytes;
+    char m_head[kNssHeaderBytes] = {};
+    std::size_t m_headFilled = 0;
+    std::uint16_t m_version = 0;
+    std::uint32_t m_frameBytes = 0;  // valid once the head is whole
+    MessageBlockPtr m_frame;
+    Fault m_fault = Fault::None;
+};
+
+}  // namespace BP

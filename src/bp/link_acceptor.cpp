@@ -1,0 +1,99 @@
+#include "bp/link_acceptor.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <utility>
+
+#include <ace/Reactor.h>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "bp/errno_text.h"
+
+namespace BP {
+
+namespace {
+
+constexpr int kBacklog = 128;
+constexpr int kAcceptsPerWake = 16;
+constexpr std::int64_t kPauseMs = 1000;
+
+}  // namespace
+
+UniqueFd OpenListener(const NetAddress& local, NetAddress& bound) {
+    UniqueFd socket(::socket(local.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const int on = 1;
+    struct sockaddr_storage name = {};
+    socklen_t length = sizeof(name);
+    if (!socket.Valid() || ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
+        ::bind(socket.Get(), local.Get(), local.length) != 0 || ::listen(socket.Get(), kBacklog) != 0 ||
+        ::getsockname(socket.Get(), reinterpret_cast<struct sockaddr*>(&name), &length) != 0 ||
+        !NetAddress::FromSystem(name, length, bound)) {
+        return UniqueFd();
+    }
+    return socket;
+}
+
+LinkAcceptor::~LinkAcceptor() {
+    if (reactor() != nullptr) {
+        reactor()->remove_handler(this, ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
+    }
+}
+
+bool LinkAcceptor::Begin(ACE_Reactor& reactor) {
+    if (reactor.register_handler(this, ACE_Event_Handler::ACCEPT_MASK) != 0) {
+        GVX_LOG_ERR("Link listener", "[%s:%u] %s", m_local.ip.c_str(), m_local.port,
+                    ErrnoText("the socket cannot be watched", errno).c_str());
+        return false;
+    }
+    this->reactor(&reactor);
+    return true;
+}
+
+int LinkAcceptor::handle_input(ACE_HANDLE) {
+    for (int count = 0; count < kAcceptsPerWake; ++count) {
+        struct sockaddr_storage name = {};
+        socklen_t length = sizeof(name);
+        UniqueFd socket(::accept4(m_socket.Get(), reinterpret_cast<struct sockaddr*>(&name), &length,
+                                  SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (!socket.Valid()) {
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                Pause(errno);
+            }
+            break;  // nobody left, or a peer that has gone again
+        }
+        m_pauseLogged = false;
+        NetAddress peer;
+        if (NetAddress::FromSystem(name, length, peer)) {
+            m_owner.PeerArrived(std::move(socket), peer);
+        }
+    }
+    return 0;
+}
+
+// Without descriptors the peer stays in the backlog and the socket readable: to go on at once would only spin.
+void LinkAcceptor::Pause(int error) {
+    if (!m_pauseLogged) {
+        m_pauseLogged = true;
+        GVX_LOG_ERR("Link listener", "[%s:%u] %s", m_local.ip.c_str(), m_local.port,
+                    ErrnoText("peers have to wait", error).c_str());
+    }
+    reactor()->cancel_wakeup(this, ACE_Event_Handler::ACCEPT_MASK);
+    m_pausedUntilMs = gvx::MonotonicMilliseconds() + kPauseMs;
+    m_owner.WakeBy(m_pausedUntilMs);
+}
+
+void LinkAcceptor::CheckDeadlines(std::int64_t nowMs) {
+    if (m_pausedUntilMs == 0) {
+        return;
+    }
+    if (nowMs < m_pausedUntilMs) {
+        m_owner.WakeBy(m_pausedUntilMs);
+        return;
+    }
+    m_pausedUntilMs = 0;
+    reactor()->schedule_wakeup(this, ACE_Event_Handler::ACCEPT_MASK);
+}
+
+}  // namespace BP

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "bp/link.h"
+#include "bp/link_acceptor.h"
+#include "bp/link_connector.h"
+#include "bp/net_factory.h"
+#include "bp/wake_handler.h"
+
+class ACE_Reactor;
+
+namespace BP {
+
+// All links of the process and the one thread that serves them. What other threads want done is queued as work and
+// the thread is woken; events and the dispatcher's sink are called on it with no lock held.
+//
+// Locks: m_mutexOpen, m_mutexConnectors and m_mutexWork each guard what is marked with them; none is taken while
+// another is held.
+class LinkEngine final : public LinkOwner, public AcceptorOwner {
+public:
+    LinkEngine(const LinkOptions& options, LinkEvents events);
+    ~LinkEngine() override;
+
+    // Makes the reactor and starts the thread. 0 or ZVS_FAIL, logged.
+    int Start();
+    // Closes every link and ends the thread. Not on the I/O thread.
+    void Stop();
+
+    // Any thread, as in CNetFactory.
+    int Listen(const char* ip, std::uint16_t port, std::uint16_t* boundPort);
+    int AddConnector(const ConnectorKey& key, ConnectorOptions options);
+    int RemoveConnector(const ConnectorKey& key);
+    int Send(const std::string& linkID, ACE_Message_Block* block);
+    std::vector<LinkInfo> Links() const;
+    const LinkOptions& Options() const { return m_options; }
+
+    // LinkOwner and AcceptorOwner.
+    void LinkRegistered(Link& link) override;
+    void FrameReceived(Link& link, MessageBlockPtr frame) override;
+    void LinkClosed(Link& link, bool wasOpen) override;
+    void WakeBy(std::int64_t deadlineMs) override;
+    void RequestFlush(std::shared_ptr<Link> link) override;
+    void PeerArrived(UniqueFd socket, const NetAddress& peer) override;
+
+private:
+    struct LiveLink {
+        std::shared_ptr<Link> link;
+        std::shared_ptr<LinkConnector> connector;  // null for a link that the peer made
+    };
+    using Work = std::function<void()>;
+
+    void Post(Work work);
+    void Run();
+    void Turn();
+    void WaitForEvents();
+    void RunWork();
+    void CheckDeadlines(std::int64_t nowMs);
+    void Bury();
+    void Shutdown();
+
+    void Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkConnector> connector);
+    std::shared_ptr<Link> FindOpen(const std::string& linkID) const;
+    void Report(const LinkEvents::Event& event, const char* name, const Link& link);
+    void Attempt(const std::shared_ptr<LinkConnector>& connector, std::int64_t nowMs);
+    void AttemptEnded(const std::shared_ptr<LinkConnector>& connector);
+    void EndConnector(const std::shared_ptr<LinkConnector>& connector);
+    std::vector<std::shared_ptr<LinkConnector>> Connectors() const;
+
+    const LinkOptions m_options;
+    const LinkEvents m_events;
+    std::unique_ptr<ACE_Reactor> m_reactor;
+    WakeHandler m_wake;
+    std::thread m_thread;
+    std::atomic<bool> m_stopping{false};
+
+    // I/O thread only.
+    std::unordered_map<const Link*, LiveLink> m_links;
+    std::vector<std::shared_ptr<Link>> m_dead;  // closed in this turn; an upcall of theirs may still be under way
+    std::vector<std::unique_ptr<LinkAcceptor>> m_acceptors;
+    std::size_t m_incoming = 0;
+    std::int64_t m_nextCheckMs = 0;
+
+    mutable std::mutex m_mutexOpen;
+    std::map<std::string, std::shared_ptr<Link>> m_open;  // Guarded by m_mutexOpen. By identifier.
+    mutable std::mutex m_mutexConnectors;
+    std::map<ConnectorKey, std::shared_ptr<LinkConnector>> m_connectors;  // Guarded by m_mutexConnectors.
+    std::mutex m_mutexWork;
+    std::vector<Work> m_work;                       // Guarded by m_mutexWork.
+    std::vector<std::shared_ptr<Link>> m_flushes;   // Guarded by m_mutexWork.
+    std::vector<std::shared_ptr<Link>> m_flushing;  // I/O thread only; swapped with the former to keep its room
+};
+
+}  // namespace BP

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <sys/socket.h>
+
+#include <string>
+
+namespace BP {
+
+// An IP address and port, as the system and as text.
+struct NetAddress {
+    struct sockaddr_storage storage = {};
+    socklen_t length = 0;
+    std::string ip;
+    unsigned int port = 0;
+
+    const struct sockaddr* Get() const { return reinterpret_cast<const struct sockaddr*>(&storage); }
+
+    // From a numeric IPv4 or IPv6 address; names are not looked up. False when it is none, for null, or for a port
+    // outside 0 to 65535. ip then has its canonical form.
+    static bool Parse(const char* ip, int port, NetAddress& address);
+    // From what the system tells, such as accept or getsockname. False for another family.
+    static bool FromSystem(const struct sockaddr_storage& storage, socklen_t length, NetAddress& address);
+};
+
+// A file descriptor with an owner.
+class UniqueFd {
+public:
+    explicit UniqueFd(int fd = -1) : m_fd(fd) {}
+    ~UniqueFd() { Reset(); }
+    UniqueFd(UniqueFd&& other) noexcept : m_fd(other.Release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        if (this != &other) {
+            Reset(other.Release());
+        }
+        return *this;
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    int Get() const { return m_fd; }
+    bool Valid() const { return m_fd >= 0; }
+    int Release() {
+        const int fd = m_fd;
+        m_fd = -1;
+        return fd;
+    }
+    void Reset(int fd = -1);  // keeps errno
+
+private:
+    int m_fd;
+};
+
+}  // namespace BP

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+class ACE_Message_Block;
+
+namespace BP {
+
+// Told of every link that opens or closes, on the link I/O thread. A link opens when both sides have registered.
+// The arguments are those of CGvxConnectionMgr::OnLinkOpened and OnLinkClosed; the device name is the link's
+// identifier. An event holds no lock of this layer and may call every operation but Stop; it must not wait for a peer.
+struct LinkEvents {
+    using Event = std::function<void(const std::string& devName, int netElementType, const std::string& linkID,
+                                     const std::string& ip, unsigned int port)>;
+    Event opened;
+    Event closed;
+};
+
+struct LinkOptions {
+    std::string localID;                        // this side's identifier, such as "GVX#001"
+    std::size_t maxFrameBytes = 4u << 20;       // a longer frame closes the link
+    std::size_t maxQueuedBytes = 8u << 20;      // per link; a frame that would go beyond is refused
+    std::size_t maxLinks = 1024;                // a further peer is closed at once
+    int registerTimeoutMs = 5000;               // from accept or connect to the peer's registration
+    int frameTimeoutMs = 10000;                 // from the first byte of a frame to its last
+    int keepAliveMs = 10000;                    // silence of our own after which a keep-alive is sent
+    int silenceTimeoutMs = 30000;               // silence of the peer after which the link is closed
+    int backoffMinMs = 500;                     // first wait before an outgoing link is tried again
+    int backoffMaxMs = 30000;                   // the wait doubles up to this
+};
+
+struct LinkInfo {
+    std::string linkID;
+    std::string ip;
+    unsigned int port = 0;
+    bool outgoing = false;
+    std::size_t queuedBytes = 0;
+    std::uint64_t framesIn = 0;
+    std::uint64_t framesOut = 0;
+    std::uint64_t framesRefused = 0;  // for a full queue
+};
+
+// TCP links, all served by one I/O thread. Framing, registration and keep-alive: docs/nss-link.md.
+// Every operation but the events may be called from any thread; none waits for a peer.
+struct CNetFactory {
+    // Starts the I/O thread. 0, or a code of enZvsError.
+    static int Start(const LinkOptions& options, LinkEvents events);
+    // Writes what the sockets still take, closes every link (each reports its close), ends the I/O thread and waits
+    // for it. Refused with a log line when an event calls it. Start may follow.
+    static void Stop();
+
+    // Accepts links on an address. Port 0 takes any free one; boundPort (may be null) tells which. 0, or
+    // ZVS_NET_BIND_ERROR with errno kept (EINVAL for an address that is none, ESHUTDOWN when not started).
+    static int Listen(const char* ip, std::uint16_t port, std::uint16_t* boundPort);
+
+    // Makes an outgoing link and keeps it: a link that is lost or cannot be made is tried again with back-off until
+    // it is deleted. id is this side's identifier. localIp may be null. With retry false the link is made once.
+    // connectTimeoutMs 0 takes the default of 5000. 0 when the link is on its way, ZVS_PARA_INVALID for an address
+    // that is none, ZVS_FAIL when there is already a link to that address and type.
+    static int CreateClientLink(const std::string& id, int type, const char* peerIp, int peerPort,
+                                const char* localIp, bool retry, unsigned int connectTimeoutMs);
+    // 0, or ZVS_FAIL when there is no such link.
+    static int DeleteClientLinkByAddr(const char* ip, int port, int type);
+
+    // Queues a whole frame; takes the block over when it answers 0, and uses its next pointer while it is queued.
+    // ZVS_NET_SEND_ERROR: no such link, or its queue is full (the first refusal of an episode is logged, all are
+    // counted). ZVS_NULL_POINTER: no block. ZVS_PARA_INVALID: no whole frame, or one beyond maxFrameBytes.
+    static int Send(const std::string& linkID, ACE_Message_Block* block);
+
+    static std::vector<LinkInfo> Links();
+};
+
+}  // namespace BP

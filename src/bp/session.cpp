@@ -1,0 +1,99 @@
+#include "bp/session.h"
+
+#include <exception>
+#include <memory>
+
+#include "base/log.h"
+#include "bp/dispatcher.h"
+#include "bp/frame_head.h"
+#include "bp/published.h"
+#include "bp/session_work.h"
+
+namespace BP {
+
+namespace {
+
+// Answers a request with a bare head. A response is never answered, nor is a command without a frame: nobody waits
+// for either.
+void AnswerUnsupported(const CCmd& cmd) {
+    NssMsgHeader head;
+    if (cmd.GetReqID() >= kNssResponseOffset || !ReadFrameHead(cmd.GetMsgBlock(), head)) {
+        return;
+    }
+    const std::uint32_t responseID = cmd.GetReqID() + kNssResponseOffset;
+    head.usiProtocolVersion = kNssProtocolVersion;
+    head.usiMsgType = static_cast<std::uint16_t>(responseID);
+    head.uiRspCode = ZVS_GVX_DEV_UN_SUPPORT;
+    ACE_Message_Block* block = MakeBareFrame(head).release();
+    const int result = CDispatcher::dispatcherOutWithoutTransaction(
+        cmd.GetNetElemType(), cmd.GetNetLinkID().c_str(), cmd.GetTransID().c_str(), responseID, block, false, 0);
+    if (result != ZVS_SUCCEED) {
+        const MessageBlockPtr refused(block);
+        GVX_LOG_ERR_CODE("Session answer", result, "The refusal of cmd[0x%04x] did not leave. [link:%s]",
+                         cmd.GetReqID(), cmd.GetNetLinkID().c_str());
+    }
+}
+
+using Refusal = Published<const RefusalAnswer>;
+
+// Never destroyed: reactors serve until late in the end of the process.
+Refusal& CurrentRefusal() {
+    static Refusal& refusal = *new Refusal;
+    return refusal;
+}
+
+void Refuse(const CCmd& cmd) {
+    const std::shared_ptr<const RefusalAnswer> answer = CurrentRefusal().Get();
+    if (answer == nullptr) {
+        AnswerUnsupported(cmd);
+    } else if (cmd.GetReqID() < kNssResponseOffset && cmd.GetMsgBlock() != nullptr) {
+        (*answer)(cmd, ZVS_GVX_DEV_UN_SUPPORT);
+    }
+}
+
+}  // namespace
+
+void SetRefusalAnswer(RefusalAnswer answer) {
+    CurrentRefusal().Exchange(answer ? std::make_shared<const RefusalAnswer>(std::move(answer)) : nullptr);
+}
+
+int CGvxSessionBase::HandleCmd(const CCmd* cmd) {
+    GVX_CHECK_NULL_RETURN(cmd, ZVS_NULL_POINTER);
+    const std::shared_ptr<const SessionWork> work = FindSessionWork(cmd->GetReqID());
+    if (work == nullptr) {
+        GVX_LOG_WARN("Session", "No work for cmd[0x%04x]. [dev:%s, link:%s]", cmd->GetReqID(), m_strRespDevID.c_str(),
+                     cmd->GetNetLinkID().c_str());
+        Refuse(*cmd);
+        return ZVS_GVX_DEV_UN_SUPPORT;
+    }
+    try {
+        return (*work)(*this, *cmd);
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR("Session", "The work for cmd[0x%04x] threw: %s [dev:%s]", cmd->GetReqID(), fault.what(),
+                    m_strRespDevID.c_str());
+    } catch (...) {
+        GVX_LOG_ERR("Session", "The work for cmd[0x%04x] threw something unknown. [dev:%s]", cmd->GetReqID(),
+                    m_strRespDevID.c_str());
+    }
+    return ZVS_FAIL;
+}
+
+// There is one process only, so every command is served here.
+int CGvxSessionBase::Routing(const CCmd* cmd) {
+    GVX_CHECK_NULL_RETURN(cmd, ZVS_NULL_POINTER);
+    return ZVS_SUCCEED;
+}
+
+int CGvxSessionBase::Timeout() {
+    GVX_LOG_WARN("Session", "The answer is overdue. [session:%s, dev:%s]", m_strSessionID.c_str(),
+                 m_strRespDevID.c_str());
+    return ZVS_SUCCEED;
+}
+
+// A session ends with its command and owns nothing that outlives it.
+int CGvxSessionBase::PersistentTempData() {
+    GVX_DEBUG("Nothing to keep of session[%s]", m_strSessionID.c_str());
+    return ZVS_SUCCEED;
+}
+
+}  // namespace BP

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "bp/session.h"
+
+namespace BP {
+
+// The work for a request type; null when there is none. The work stays alive while the pointer is held, also when
+// it is removed meanwhile. Allocates nothing. Any thread.
+std::shared_ptr<const SessionWork> FindSessionWork(std::uint32_t reqID);
+
+}  // namespace BP

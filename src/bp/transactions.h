@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "bp/cmd.h"
+
+namespace BP {
+
+// The open transactions of this process and those that a thread waits for. Any thread.
+class TransactionTable {
+public:
+    static TransactionTable& Instance();
+
+    // Remembers a transaction as open for a service; an empty text is none. One that is open already is renewed.
+    void Open(const std::string& transID, std::uint32_t serviceID);
+    void Remove(std::string_view transID);
+    std::size_t CountOpen();
+    std::size_t Expire();
+
+    // One thread's wait for the response of one transaction. Begins before the request leaves, so that an early
+    // answer is not missed, and ends with the object.
+    class Wait {
+    public:
+        explicit Wait(std::string transID);
+        ~Wait();
+        Wait(const Wait&) = delete;
+        Wait& operator=(const Wait&) = delete;
+
+        // False when somebody else waits for the same text, for an empty text, and after StopWaiting.
+        bool Begun() const { return m_begun; }
+        // Null for a time-out or a stop.
+        std::unique_ptr<CCmd> Take(std::int64_t timeoutMs);
+
+    private:
+        friend class TransactionTable;
+        TransactionTable& m_table;
+        const std::string m_transID;
+        bool m_begun = false;
+        std::condition_variable m_changed;
+        std::unique_ptr<CCmd> m_answer;  // Guarded by the table's mutex.
+    };
+
+    // Hands a response to the thread that waits for it. When there is none, or it has its answer already, the
+    // command is handed back. Ends the open transaction of that text in any case.
+    std::unique_ptr<CCmd> Deliver(std::unique_ptr<CCmd> response);
+
+    void StopWaiting();
+    void Resume();
+
+private:
+    struct OpenTransaction {
+        std::uint32_t serviceID;
+        std::int64_t openedMs;
+    };
+
+    std::mutex m_mutex;
+    std::map<std::string, OpenTransaction, std::less<>> m_open;  // Guarded by m_mutex.
+    std::map<std::string, Wait*, std::less<>> m_waits;           // Guarded by m_mutex.
+    bool m_stopped = false;                                      // Guarded by m_mutex.
+};
+
+}  // namespace BP

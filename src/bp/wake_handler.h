@@ -1,0 +1,31 @@
+#pragma once
+
+#include <atomic>
+
+#include <ace/Event_Handler.h>
+
+#include "bp/net_address.h"
+
+namespace BP {
+
+// Ends the wait of a reactor from any thread, never blocking: the counter of an eventfd takes every ring. The
+// reactor's own notification pipe can fill up and is not used.
+class WakeHandler : public ACE_Event_Handler {
+public:
+    WakeHandler();
+
+    bool Valid() const { return m_fd.Valid(); }
+    // Any thread.
+    void Ring();
+    // Waits for a ring without the reactor, at most that long. For the reactor's thread.
+    void WaitAside(int milliseconds);
+
+    ACE_HANDLE get_handle() const override { return m_fd.Get(); }
+    int handle_input(ACE_HANDLE) override;
+
+private:
+    UniqueFd m_fd;
+    std::atomic<bool> m_rung{false};
+};
+
+}  // namespace BP

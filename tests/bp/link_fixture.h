@@ -1,0 +1,128 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "bp/dispatcher.h"
+#include "bp/frame_head.h"
+#include "bp/net_factory.h"
+#include "support/fake_peer.h"
+#include "support/recording_logger.h"
+#include "support/wait_until.h"
+
+// Links under test: events and frames are recorded, and everything is stopped at the end.
+class LinkFixture : public ::testing::Test {
+protected:
+    static constexpr std::uint16_t kType = 0x0501;
+
+    struct Arrived {
+        std::uint32_t reqID;
+        int netElemType;
+        std::string linkID;
+        std::string transID;
+        std::size_t bytes;
+        std::time_t timestamp;
+    };
+
+    void SetUp() override {
+        BP::CDispatcher::SetSink([this](std::unique_ptr<BP::CCmd> cmd) {
+            std::lock_guard<std::mutex> guard(m_mutex);
+            m_frames.push_back({cmd->GetReqID(), cmd->GetNetElemType(), cmd->GetNetLinkID(), cmd->GetTransID(),
+                                cmd->GetMsgBlock()->length(), cmd->GetTimestamp()});
+            return 0;
+        });
+    }
+
+    void TearDown() override {
+        BP::CNetFactory::Stop();
+        BP::CDispatcher::SetSink(nullptr);
+    }
+
+    BP::LinkEvents Recorder() {
+        BP::LinkEvents events;
+        events.opened = [this](const std::string&, int type, const std::string& link, const std::string&,
+                               unsigned int) { Note("opened " + link + " " + std::to_string(type)); };
+        events.closed = [this](const std::string&, int type, const std::string& link, const std::string&,
+                               unsigned int) { Note("closed " + link + " " + std::to_string(type)); };
+        return events;
+    }
+
+    // Starts with the options and listens on a free port of the loopback.
+    void StartListening(BP::LinkOptions options = BP::LinkOptions()) {
+        options.localID = "GVX#001";
+        ASSERT_EQ(0, BP::CNetFactory::Start(options, Recorder()));
+        ASSERT_EQ(0, BP::CNetFactory::Listen("127.0.0.1", 0, &m_port));
+    }
+
+    std::unique_ptr<FakePeer> RegisteredPeer(const std::string& id, int receiveBufferBytes = 0) {
+        std::unique_ptr<FakePeer> peer = FakePeer::Connect(m_port, "127.0.0.1", receiveBufferBytes);
+        if (peer == nullptr || peer->Register(id) != 0u) {
+            ADD_FAILURE() << id << " could not register\n" << m_log->Dump();
+        }
+        return peer;
+    }
+
+    // A frame from the peer reaches the sink, and one to the peer reaches it.
+    ::testing::AssertionResult Exchanges(FakePeer& peer, const std::string& id) {
+        const std::string trans = "exchange-" + std::to_string(++m_exchanges);
+        if (!peer.SendFrame(kType, 7, trans) ||
+            !WaitUntil([&] { return Has([&](const Arrived& f) { return f.linkID == id && f.transID == trans; }); })) {
+            return ::testing::AssertionFailure() << "nothing came in from " << id << "\n" << m_log->Dump();
+        }
+        ACE_Message_Block* block = Frame(kType, trans, 10);
+        const int result = BP::CNetFactory::Send(id, block);
+        if (result != 0) {
+            block->release();
+            return ::testing::AssertionFailure() << "send to " << id << ": " << result;
+        }
+        const auto frame = peer.ReadFrame();
+        if (!frame || frame->Transaction() != trans) {
+            return ::testing::AssertionFailure() << "nothing came out to " << id;
+        }
+        return ::testing::AssertionSuccess();
+    }
+
+    template <typename Predicate>
+    bool Has(Predicate predicate) {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        for (const Arrived& frame : m_frames) {
+            if (predicate(frame)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    static ACE_Message_Block* Frame(std::uint16_t type, const std::string& transID, std::size_t bodyBytes) {
+        const std::string bytes = FakePeer::MakeFrame(type, 1, transID, 0, std::string(bodyBytes, 'b'));
+        auto* block = new ACE_Message_Block(bytes.size());
+        block->copy(bytes.data(), bytes.size());
+        return block;
+    }
+
+    void Note(const std::string& event) {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        m_events.push_back(event);
+    }
+    std::vector<std::string> Events() {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        return m_events;
+    }
+    bool WaitForEvents(std::size_t count) {
+        return WaitUntil([&] { return Events().size() >= count; });
+    }
+    static std::size_t OpenLinks() { return BP::CNetFactory::Links().size(); }
+
+    ScopedRecordingLogger m_log{OM_LOG_INFO};
+    std::uint16_t m_port = 0;
+
+private:
+    int m_exchanges = 0;
+    std::mutex m_mutex;
+    std::vector<Arrived> m_frames;      // Guarded by m_mutex.
+    std::vector<std::string> m_events;  // Guarded by m_mutex.
+};
