@@ -1,0 +1,238 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <istream>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <ace/Recursive_Thread_Mutex.h>
+
+#include "gvx_common/alarm/device_alarm.h"
+#include "gvx_common/config/config_records.h"
+#include "gvx_common/config/published_text.h"
+
+namespace CBB {
+class CXml;
+}
+class ACE_Message_Block;
+enum _PU_DEV_FORM_TYPE : int;
+
+using MapCfgKeyValue = std::map<std::string, std::string>;
+
+// Fixed places of what others keep about this gateway, below the root prefix.
+constexpr const char* GVX_CLOUD_CONFIG_PATH = "/home/zvs_common/cloudconfig.xml";
+constexpr const char* GVXCONFIG_OMU_COMMON_CONFIG_PATH = "/home/zvs_common/config/common.xml";
+
+// The settings of the process: read once at start, then looked up by key at the point of use. A key is unique across
+// the system, and sections of the file leave no trace. An illegal value raises an alarm and stays in force; a reader
+// that needs a safe value clamps it itself.
+//
+// Results are 0 for success and 1 for failure unless stated. Reads may come from any thread at any time, also during a
+// second Init or an edit. Init, the loads, the edits and the unified document take turns: a call waits until the one
+// before it has ended.
+class CGvxConfigMgr {
+public:
+    // The singleton; never null, alive until the process ends.
+    static CGvxConfigMgr* Instance();
+
+    CGvxConfigMgr();
+    ~CGvxConfigMgr();
+    CGvxConfigMgr(const CGvxConfigMgr&) = delete;
+    CGvxConfigMgr& operator=(const CGvxConfigMgr&) = delete;
+
+    // Reads net.xml, the alarm descriptions, zvs_gvx.conf and zvs_gvx_nat.conf of the configuration folder, then what
+    // the operation and maintenance unit and the cloud say; a fault of net.xml or of the last two does not stop it.
+    // A second call drops all settings and reads them anew; rows of alarm descriptions handed out before are then gone.
+    int Init();
+
+    // Reads the settings of confFile, and zvs_gvx_nat.conf of the configuration folder. Keys that are known already
+    // keep their value. The first byte of the file is consumed as the check that it can be read.
+    int LoadZVSGvxConfig(const std::string& confFile);
+
+    // Whether the value is legal for the key; a key without a rule is. Otherwise value becomes the text that the
+    // alarm offers as default (empty for digit strings; unchanged for addresses and identities).
+    bool CheckConfValue(const std::string& key, std::string& value) const;
+
+    // ---- the gateway's place in the network (gvx_config_mgr_identity.cpp, gvx_config_mgr_address.cpp) ----
+
+    // Fills the net element identifier from net.xml; an empty one becomes "GVX#001", with an alarm.
+    int LoadLocalIPFromXml();
+
+    // Writes the address (IPv4) to every LocalIP of net.xml and takes it as the local one.
+    int SetLocalIP(const char* ip);
+    // Sets the value of each element named LocalIP, depth first from the root. depth counts the levels entered.
+    void TraversingXMLToSetLocalIP(CBB::CXml& xml, const char* ip, int depth);
+
+    // The signalling address, which is also the local one, and the media address: running value and file.
+    // ZVS_IP_INVALID for a text that is no IPv4 address.
+    int SetGVXLocalIP(const std::string& ip);
+    int SetGVXMediaIP(const std::string& ip);
+
+    // Takes both addresses from the operation and maintenance unit's file; what it does not give stays.
+    void UpdateIPAddressFromOmuConfig(const std::string& path);
+
+    // Writes both addresses to zvs_gvx.conf alone, the media address first; no undo when the second fails.
+    int EditZvsGvxConfIP(const char*& localIP, const char*& mediaIP);
+    // Writes ports to zvs_gvx.conf alone: each key must be one that holds a port. Ends at the first failure.
+    int EditZvsGvxConfPort(const std::vector<std::pair<std::string, std::uint16_t>>& ports);
+
+    // Replaces the list of private subnets by "<ip>/<mask>;<ip>/<mask>;...", which is consumed up to the entry that is
+    // bad; the entries before it stay in the list.
+    int ParsePrivateIpList(std::string& list);
+    bool CheckIpAvailable(std::string entry);
+    std::list<std::string> GetPrivateIpList();
+
+    // Reads the run mode.
+    void LoadCloudConf();
+    // 1 standard, 2 simplify, 3 compatible; 0 with a log line when unknown.
+    int GetNetWorkMode() const;
+    // The address to listen on where there is no floating one; empty for all interfaces.
+    std::string GetIPToLisetenWhenNoFloatIP() const;
+
+    // ---- edits at run time (gvx_config_mgr_edit.cpp, gvx_config_mgr_switches.cpp) ----
+
+    // The entry for a changed setting: a frame with the JSON text {"ConfigSection", "ConfigName", "ConfigValue"}. 2
+    // for null, the decoder's code for a bad frame, else the result of SetGvxConfigEdit. The block stays the caller's.
+    int SetEditConfigFromFrame(ACE_Message_Block* pMb);
+    // Checks one edit, switches the running component, then writes file and settings. A refused edit changes
+    // nothing; a failed write after the switch is not undone.
+    int SetGvxConfigEdit(CONFIG_INFO& info);
+    // Whether the edit may be made; keys that are not known are refused.
+    bool CheckSetValue(const CONFIG_INFO& info) const;
+    // Writes one setting, which must exist, in the section that it stands in, and takes it over. An unchanged value
+    // does not touch the file. No check of the value.
+    int SetGVXConfigValue(const std::string& section, const std::string& key, const std::string& value);
+    // One setting of the log upload: WorkSpace, ServerAddr, ServerPort, Username or Password. 2 for null.
+    int SetLogSFTPConf(const char* name, const char* value);
+
+    int setSipStackLogSwitch(unsigned int value);
+    int SetHikAndDahuaSDKSwitch(const std::string& name, unsigned int value);
+    // Sets the value of the element at a slash path from the root.
+    int ModXmlElemValue(CBB::CXml& xml, const char* path, const char* value);
+
+    // ---- the unified document (gvx_config_mgr_unified.cpp) ----
+
+    // Builds the document of all settings that may be read, or of one section. It may hold the clear password of the
+    // log upload.
+    int GetGvxConfig(CBB::CXml& xml, const char* configType);
+    void AppendCommonCfgUnifiedConfigs(const std::string& type, COMUUnifiedConfigList& out);
+    int AppendLogCfgUnifiedConfigs(COMUUnifiedConfigList& out);
+    // A setting that XML can not carry is left out, with a log line that names it; the others are written.
+    int BuildUnifiedConfigXml(const COMUUnifiedConfigList& configs, CBB::CXml& xml);
+
+    // ---- device alarms (gvx_config_mgr_alarm_load.cpp, gvx_config_mgr_alarm.cpp) ----
+
+    // Fills the description table. ZVS_NULL_POINTER for null; after a failure the rows before it stay.
+    int LoadAlarmDescriptionConfig(const char* path);
+    void ClearAlarmInfoDesccription();
+    // 0 when found. The row stays the table's, valid until the next Init.
+    int GetAlarmDescription(const std::string& type, GVX_DEVICE_ALARM_INFO_DESCRIPTION*& row);
+
+    // Fills a plug-in's mapping table, which owns its rows; results as above.
+    int LoadAlarmMappingsConfig(const char* path, DEVICE_ALARM_INFO_MAPPINGS_MAP& mappings);
+    // Deletes the rows of a mapping table.
+    static void ClearAlarmMappings(DEVICE_ALARM_INFO_MAPPINGS_MAP& mappings);
+
+    // Reads other/device_ability.xml, keyed by the Id of the model.
+    int LoadDeviceAbility(DEVICE_ABILITY_MAP& abilities);
+
+    // Sets type and direction from a device's code and action word. A word that is a prefix of the configured one, or
+    // of "true" or "false", counts, in any case of letters; one that is unknown leaves the direction.
+    int MatchAlarmTypeAndAction(const std::string& code, const std::string& action, ZVS_ALARM_REPORT& report,
+                                const DEVICE_ALARM_INFO_MAPPINGS_MAP& mappings);
+    // Completes a report whose cAlarmType is a neutral type: the type of the device form, description, extension.
+    int BuildAlarmInfoForNVT(ZVS_ALARM_REPORT& report, _PU_DEV_FORM_TYPE form);
+    // Builds a report from a mapping row alone; action words are compared exactly. ZVS_NULL_POINTER for a null row.
+    int BuildAlarmInfoForEAS(const std::string& code, const std::string& action, ZVS_ALARM_REPORT& report,
+                             const DEVICE_ALARM_INFO_MAPPINGS_MAP& mappings);
+
+    // ---- settings ----
+
+    // The value of key as the file has it, or defaultValue when the key is absent. A key that is present with an
+    // empty value gives the empty text.
+    std::string GetConfValue(const std::string& key, const std::string& defaultValue) const;
+
+    // True unless the value equals "0": "2", "yes" and the empty text count as true.
+    bool GetBoolConfValue(const std::string& key, bool defaultValue) const;
+
+    // A copy of all settings as they stand now, for plug-ins.
+    MapCfgKeyValue GetMapCfgKeyValue() const;
+
+    // The reference stays valid until the process ends, also when the value is replaced.
+    const std::string& GetLocalIP() const noexcept { return m_strLocalIP.Get(); }
+    const std::string& GetGvxNetElementID() const noexcept { return m_strNetElementID.Get(); }
+
+    // 0 for a box, 1 for the cloud, 2 for the cloud's edge.
+    int GetRunMode() const noexcept { return m_iRunMode; }
+    bool IsOnline() const noexcept { return m_bIsOnline; }
+
+    // Whether a setting failed its check since the process began, and the key that failed last.
+    bool HasConfigError() const noexcept { return m_bCfgErr; }
+    std::string GetErrorConfigName() const;
+
+    // Clock synchronisation of devices: the switch (0 or 1) and the interval in seconds (3600 to 86400 after Init).
+    unsigned int GetSdkSyncTimeInterval() const noexcept { return m_uiSyncTimeInterval; }
+    unsigned int GetSdkSyncTimeSwitch() const noexcept { return m_uiSyncTimeSwitch; }
+    void setSdkSyncTimeInterval(unsigned int seconds) noexcept { m_uiSyncTimeInterval = seconds; }
+    void setSdkSyncTimeSwitch(unsigned int on) noexcept { m_uiSyncTimeSwitch = on; }
+
+private:
+    using EditGuard = std::lock_guard<std::recursive_mutex>;
+    using Settings = std::vector<std::pair<std::string, std::string>>;
+    using Snapshot = std::shared_ptr<const MapCfgKeyValue>;
+
+    // The settings as they stand, from the calling thread's own copy of the pointer where that is fresh; held keeps
+    // them alive otherwise. Valid until the thread's next call, or as long as held.
+    const MapCfgKeyValue& View(Snapshot& held) const;
+    Snapshot TakeSnapshot() const;
+    void Publish(Snapshot settings);
+    void PublishValue(const std::string& key, const std::string& value);
+    int SetNatList(const std::string& file, const std::string& section, const std::string& key,
+                   const std::string& value);
+    void RestoreNatList();
+    int SetDebugLogSwitch(const std::string& directory, const std::string& value);
+    int SetFileValue(const std::string& file, const std::string& section, const std::string& key,
+                     const std::string& value);
+    std::string SubnetNatText() const;
+    void KeepSubnetNatText(const std::string& text);
+    void InsertSettings(const Settings& settings);
+    void CheckSetting(const std::string& key, const std::string& value, const std::string& confFile);
+    int LoadNatConfig();
+    void LoadNatSettings(std::istream& file);
+    void ReadSyncTime();
+    bool FindConfValue(const std::string& key, std::string& value) const;
+    void ApplyNetElementID(const std::string& path, const std::string& value);
+
+    // Held for a whole Init, load, edit or unified document, since an edit reads a file, changes it and writes it back:
+    // guards the configuration files, and the settings and the NAT list against a second editor. It is taken before
+    // every other lock of this class; readers of settings do without. Recursive, as edits are built of edits.
+    std::recursive_mutex m_mutexEdit;
+
+    // Held for no longer than it takes to copy or replace a member; no other lock is taken under it. The settings are
+    // replaced as a whole, so that readers never wait for a load.
+    mutable std::mutex m_mutexConf;
+    Snapshot m_MapCfgKeyValue;  // Guarded by m_mutexConf; never null.
+    // Changes with m_MapCfgKeyValue, to a number that no other snapshot of any object ever had.
+    std::atomic<std::uint64_t> m_ulGeneration{0};
+    std::atomic<bool> m_bCfgErr{false};
+    std::atomic<bool> m_bIsOnline{false};
+    std::string m_strCfgName;  // Guarded by m_mutexConf.
+    gvx::PublishedText m_strLocalIP;
+    gvx::PublishedText m_strNetElementID;
+    DEVICE_ALARM_INFO_DESC_MAP m_alarmDescMap;
+    std::atomic<int> m_iRunMode{0};
+    std::list<std::string> m_ListPrivateNatIP;  // Guarded by mutexToList.
+    std::string m_strSubnetNatIPList;           // Guarded by m_mutexConf.
+    ACE_Recursive_Thread_Mutex mutexToList;     // Guards m_ListPrivateNatIP; no other lock is taken under it.
+    std::atomic<unsigned int> m_uiSyncTimeSwitch{0};
+    std::atomic<unsigned int> m_uiSyncTimeInterval{0};
+};
+
+// The same object as CGvxConfigMgr::Instance().
+CGvxConfigMgr* GvxConfigMgr();

@@ -1,0 +1,220 @@
+#include "gvx_common/config/gvx_config_mgr.h"
+
+#include "gvx_common/config/config_rules.h"
+#include "gvx_common/config/config_secret.h"
+#include "gvx_common/config/gvx_config.h"
+#include "gvx_common/utility/gvx_utility.h"
+#include "base/bounded_string.h"
+#include "base/cbb_xml.h"
+#include "base/json_io.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "bp/service.h"
+#include "nss/nss_msg.h"
+
+#include <ace/Message_Block.h>
+#include <json/value.h>
+
+#include <cstring>
+
+namespace {
+
+constexpr const char* kDebugLogSwitchPath = "Log/DebugLog/DebugLogSwitch";
+
+// The name stands beside the value and not before it, where the log's own redactor would look. What is no edit at all
+// may hold a secret anywhere: it shows its length alone.
+std::string LoggableBody(const std::string& text) {
+    Json::Value body;
+    if (!gvx::ParseJson(text.data(), text.size(), body, nullptr) || !body.isObject()) {
+        return "(" + std::to_string(text.size()) + " bytes)";
+    }
+    if (!gvx::IsSecretName(gvx::JsonText(body, "ConfigName"))) {
+        return text;
+    }
+    body["ConfigValue"] = "***";
+    return gvx::WriteJson(body);
+}
+
+std::string TextMember(const Json::Value& body, const char* name) {
+    return body.isMember(name) && body[name].isString() ? body[name].asString() : std::string();
+}
+
+CONFIG_MANAGER_DATA_JSON ReadEdit(const Json::Value& body) {
+    CONFIG_MANAGER_DATA_JSON edit;
+    if (!body.isObject()) {
+        return edit;
+    }
+    edit.configSection = TextMember(body, "ConfigSection");
+    edit.configName = TextMember(body, "ConfigName");
+    edit.configValue = TextMember(body, "ConfigValue");
+    if (body.isMember("ConfigValueType") && body["ConfigValueType"].isInt()) {
+        edit.configValueType = body["ConfigValueType"].asInt();
+    }
+    return edit;
+}
+
+bool FillEdit(const CONFIG_MANAGER_DATA_JSON& edit, CONFIG_INFO& gvxConfigEdit) {
+    constexpr const char* kTitle = "SetEditConfigFromFrame";
+    if (strncpy_s(gvxConfigEdit.chConfigName, sizeof(gvxConfigEdit.chConfigName), edit.configName.c_str(),
+                  edit.configName.size()) != 0) {
+        GVX_LOG_ERR(kTitle, "strncpy_s gvxConfigEdit.chConfigName failed!");
+        return false;
+    }
+    if (strncpy_s(gvxConfigEdit.chConfigType, sizeof(gvxConfigEdit.chConfigType), edit.configSection.c_str(),
+                  edit.configSection.size()) != 0) {
+        GVX_LOG_ERR(kTitle, "strncpy_s gvxConfigEdit.chConfigType failed!");
+        return false;
+    }
+    if (strncpy_s(gvxConfigEdit.chConfigValue, sizeof(gvxConfigEdit.chConfigValue), edit.configValue.c_str(),
+                  edit.configValue.size()) != 0) {
+        GVX_LOG_ERR(kTitle, "strncpy_s gvxConfigEdit.chConfigValue failed!");
+        return false;
+    }
+    return true;
+}
+
+// The JSON text of a frame; false when there is none.
+bool ReadJsonText(const ACE_Message_Block* pMb, std::string& text) {
+    NssBodyView body;
+    NssBodyView item;
+    if (!NssBody(pMb, body) || !NssFindItem(body.data, body.length, NSS_TAG_JSON_CONTENT, item) || item.length == 0) {
+        return false;
+    }
+    text.assign(item.data, item.length);
+    return true;
+}
+
+}  // namespace
+
+int CGvxConfigMgr::SetEditConfigFromFrame(ACE_Message_Block* pMb) {
+    constexpr const char* kTitle = "SetEditConfigFromFrame";
+    if (pMb == nullptr) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_PARA_INVALID, "The input param of pMb is NULL");
+        return ZVS_PARA_INVALID;
+    }
+    CNssMsgBase head;
+    const int decoded = head.decode(pMb);
+    if (decoded != ZVS_SUCCEED) {
+        GVX_LOG_ERR("json msg decode failed", "ret=%d", decoded);
+        return decoded;
+    }
+    std::string text;
+    if (!ReadJsonText(pMb, text)) {
+        GVX_LOG_ERR(kTitle, "jsonMsg is null");
+        return ZVS_FAIL;
+    }
+    GVX_LOG_INFO(kTitle, "[NSS_SET_CHANGED_CONFIG_REQ] the json data is %s", LoggableBody(text).c_str());
+    Json::Value body;
+    if (!gvx::ParseJson(text.data(), text.size(), body, nullptr)) {
+        GVX_LOG_ERR(kTitle, "parse json faild.");
+        return ZVS_FAIL;
+    }
+    CONFIG_INFO gvxConfigEdit{};
+    if (!FillEdit(ReadEdit(body), gvxConfigEdit)) {
+        return ZVS_FAIL;
+    }
+    const int result = SetGvxConfigEdit(gvxConfigEdit);
+    if (result != ZVS_SUCCEED) {
+        GVX_LOG_ERR(kTitle, "[NSS_SET_CHANGED_CONFIG_REQ]SetGvxConfigEdit failed.");
+    }
+    return result;
+}
+
+int CGvxConfigMgr::SetGvxConfigEdit(CONFIG_INFO& info) {
+    const EditGuard editing(m_mutexEdit);
+    const std::string key = info.chConfigName;
+    const char* shown = gvx::LoggableValue(key, info.chConfigValue);
+    GVX_LOG_INFO("SetGvxConfigEdit", "ConfigName[%s] ConfigType[%s] ConfigValue[%s] ", info.chConfigName,
+                 info.chConfigType, shown);
+    if (!CheckSetValue(info)) {
+        GVX_LOG_ERR("SetGvxConfigEdit", "ItemName[%s], value[%s],si out of range", info.chConfigName, shown);
+        return ZVS_FAIL;
+    }
+    const auto number = static_cast<unsigned int>(CGvxUtility::toInt(info.chConfigValue));
+    if (key == "GVX_SIP_LOG_SWITCH") {
+        return setSipStackLogSwitch(number);
+    }
+    if (key == "GVX_SDK_SYNC_TIME_SWITCH") {
+        setSdkSyncTimeSwitch(number);
+    } else if (key == "GVX_SDK_SYNC_TIME_INTERVAL") {
+        setSdkSyncTimeInterval(number);
+    } else if (key == "GVX_HIKSDK_LOG_SWITCH" || key == "GVX_DHSDK_LOG_SWITCH" ||
+               key == "GVX_PLUGIN_DEBUG_LOG_SWITCH") {
+        SetHikAndDahuaSDKSwitch(key, number);
+    }
+    return SetGVXConfigValue(info.chConfigType, info.chConfigName, info.chConfigValue);
+}
+
+bool CGvxConfigMgr::CheckSetValue(const CONFIG_INFO& info) const {
+    return gvx::CheckEdit(info.chConfigName, info.chConfigValue);
+}
+
+int CGvxConfigMgr::SetGVXConfigValue(const std::string& section, const std::string& key, const std::string& value) {
+    const EditGuard editing(m_mutexEdit);
+    GVX_LOG_INFO("SetGVXConfigValue", "Set Config section[%s], key[%s], newValue[%s]", section.c_str(), key.c_str(),
+                 gvx::LoggableValue(key, value.c_str()));
+    std::string directory;
+    if (get_config_directory(directory) != 0) {
+        GVX_LOG_ERR("SetGVXConfigValue", "CGvxConfigMgr get config directory failed");
+        return ZVS_FAIL;
+    }
+    if (key == "SUBNET_NAT_IP_LIST") {
+        return SetNatList(directory + "/zvs_gvx_nat.conf", section, key, value);
+    }
+    if (key == "GVX_PLUGIN_DEBUG_LOG_SWITCH") {
+        return SetDebugLogSwitch(directory, value);
+    }
+    return SetFileValue(directory + "/zvs_gvx.conf", section, key, value);
+}
+
+int CGvxConfigMgr::SetFileValue(const std::string& file, const std::string& section, const std::string& key,
+                                const std::string& value) {
+    std::string oldValue;
+    if (!FindConfValue(key, oldValue)) {
+        GVX_LOG_ERR("SetGVXConfigValue", "Not found key %s in map", key.c_str());
+        return ZVS_FAIL;
+    }
+    const char* shown = gvx::LoggableValue(key, value.c_str());
+    GVX_LOG_INFO("SetGVXConfigValue", "secion=%s, key=%s, oldValue=%s, newValue=%s", section.c_str(), key.c_str(),
+                 gvx::LoggableValue(key, oldValue.c_str()), shown);
+    if (oldValue == value) {
+        return ZVS_SUCCEED;
+    }
+    GVX_Config store(file.c_str());
+    if (store.set(section.c_str(), key.c_str(), value.c_str()) != ZVS_SUCCEED) {
+        GVX_LOG_ERR("SetGVXConfigValue", "Failed to set gvx config, section=%s, key=%s, value=%s", section.c_str(),
+                    key.c_str(), shown);
+        return ZVS_FAIL;
+    }
+    PublishValue(key, value);
+    if (key == "TV_INIT_FORBID_RSA_SWITCH") {
+        BP::CPluginMgr::SendRebootPluginMsg();
+    }
+    return ZVS_SUCCEED;
+}
+
+int CGvxConfigMgr::SetDebugLogSwitch(const std::string& directory, const std::string& value) {
+    const std::string path = directory + "/log.xml";
+    CBB::CXml xml;
+    if (!xml.Load(path.c_str())) {
+        GVX_LOG_ERR("Load Log.xml File failed!", "$filepath=%s", path.c_str());
+        return ZVS_FAIL;
+    }
+    if (ModXmlElemValue(xml, kDebugLogSwitchPath, value == "1" ? "True" : "False") != ZVS_SUCCEED) {
+        GVX_LOG_ERR("SetGVXConfigValue", "Set GVX Plugin DebugLogSwitch Failed.");
+        return ZVS_FAIL;
+    }
+    if (!xml.Save(path.c_str())) {
+        GVX_LOG_ERR_CODE("SetGVXConfigValue", ZVS_WRITE_FILE_ERROR, "save to log.xml failed.");
+        return ZVS_WRITE_FILE_ERROR;
+    }
+    return ZVS_SUCCEED;
+}
+
+int CGvxConfigMgr::ModXmlElemValue(CBB::CXml& xml, const char* path, const char* value) {
+    if (path == nullptr || value == nullptr) {
+        return ZVS_FAIL;
+    }
+    xml.Rewind();
+    return xml.FindElem(path) && xml.SetElemValue(value) ? ZVS_SUCCEED : ZVS_FAIL;
+}

@@ -1,0 +1,355 @@
+#include "gvx_common/link/gvx_connection_mgr.h"
+
+#include "base/bounded_string.h"
+#include "base/log.h"
+#include "base/net_interface.h"
+#include "bp/message_block_ptr.h"
+#include "bp/net_factory.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "nss/nss_msg.h"
+
+#include <ace/Guard_T.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+struct PeerKind {
+    const char* text;
+    int elementType;
+};
+
+// In the order in which they are sought: "OMU" contains "MU", so it stands ahead of it.
+constexpr PeerKind kPeerKinds[] = {
+    {"SCU", kElementSCU}, {"OMU", kElementOMU}, {"MU", kElementMU}, {"IMGU", kElementIMGU}, {"GVX", kElementGVX},
+};
+
+constexpr std::size_t kPeerNameLength = 3;    // "SCU", "GVX"
+constexpr std::size_t kPeerPrefixLength = 4;  // "SCU#"
+constexpr unsigned short kAlarmControlSelf = 0xDC11;
+
+std::string NodeText(const std::string& id) {
+    return id.size() > kPeerPrefixLength ? id.substr(kPeerPrefixLength) : std::string();
+}
+
+std::string PairedMULink(std::string scuLinkId) {
+    return scuLinkId.replace(0, std::min(kPeerNameLength, scuLinkId.size()), "MU");
+}
+
+CGvxConnection MakeConnection(const std::string& linkId, int elementType, const std::string& ip, unsigned int port) {
+    CGvxConnection connection;
+    connection.SetConnected(true);
+    connection.SetElementType(static_cast<std::uint32_t>(elementType));
+    connection.SetLinkId(linkId);
+    connection.SetElementIP(ip);
+    connection.SetElementPort(port);
+    return connection;
+}
+
+}  // namespace
+
+CGvxConnectionMgr CGvxConnectionMgr::m_Instance;
+
+CGvxConnectionMgr* CGvxConnectionMgr::Instance() {
+    return &m_Instance;
+}
+
+CGvxConnectionMgr* GvxConnectionMgr() {
+    return CGvxConnectionMgr::Instance();
+}
+
+int CGvxConnectionMgr::JudgeElementType(int /*iNetElementType*/, const std::string& strLinkID) {
+    for (const PeerKind& kind : kPeerKinds) {
+        if (strLinkID.find(kind.text) != std::string::npos) {
+            return kind.elementType;
+        }
+    }
+    return kElementUnknown;
+}
+
+void CGvxConnectionMgr::OnLinkOpened(const std::string& /*strDevName*/, int iNetElementType,
+                                     const std::string& strLinkID, const std::string& strIP, unsigned int unPort) {
+    switch (JudgeElementType(iNetElementType, strLinkID)) {
+        case kElementSCU:
+            return OnSCULinkOpened(strLinkID, strIP, unPort);
+        case kElementOMU:
+            return OnOMULinkOpened(strLinkID, strIP, unPort);
+        case kElementMU:
+            return OnMULinkOpened(strLinkID, strIP, unPort);
+        case kElementIMGU:
+            return OnIMGULinkOpened(strLinkID, strIP, unPort);
+        case kElementGVX:
+            return OnGVXMainServiceLinkOpened(strLinkID, strIP, unPort);
+        default:
+            GVX_LOG_WARN("GVX link opened", "Can not identify[%d:%s].", iNetElementType, strLinkID.c_str());
+    }
+}
+
+void CGvxConnectionMgr::OnLinkClosed(const std::string& /*strDevName*/, int iNetElementType,
+                                     const std::string& strLinkID, const std::string& strIP, unsigned int unPort) {
+    switch (JudgeElementType(iNetElementType, strLinkID)) {
+        case kElementSCU:
+            return OnSCULinkClosed(strLinkID, strIP, unPort);
+        case kElementOMU:
+            return OnOMULinkClosed(strLinkID, strIP, unPort);
+        case kElementMU:
+            return OnMULinkClosed(strLinkID, strIP, unPort);
+        case kElementIMGU:
+            return OnIMGULinkClosed(strLinkID, strIP, unPort);
+        case kElementGVX:
+            return OnGVXMainServiceLinkClosed(strLinkID, strIP, unPort);
+        default:
+            GVX_LOG_WARN("GVX link closed", "Can not identify[%d:%s]", iNetElementType, strLinkID.c_str());
+    }
+}
+
+void CGvxConnectionMgr::OnSCULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port) {
+    {
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(SCUConnectionMutex);
+        if (guard.locked()) {
+            const bool isNew = m_SCUConnections.emplace(linkId, MakeConnection(linkId, kElementSCU, ip, port)).second;
+            if (isNew) {
+                GVX_LOG_INFO("GVX open link to SCU succeed: ", "GVX link id is %s, SCU link id is %s,%s:%u",
+                             GvxConfigMgr()->GetGvxNetElementID().c_str(), linkId.c_str(), ip.c_str(), port);
+            } else {
+                GVX_LOG_INFO("GVX open link to SCU, the link existed: ", "The link ID is[%s], SCU:%s:%u",
+                             linkId.c_str(), ip.c_str(), port);
+            }
+        }
+    }
+    SendQueryLinkPortToScu(linkId);
+    ReportLinkEvent(linkId, NET_ELE_SCU_OPEN);
+}
+
+void CGvxConnectionMgr::OnSCULinkClosed(const std::string& linkId, const std::string& /*ip*/, unsigned int /*port*/) {
+    {
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(SCUConnectionMutex);
+        if (guard.locked()) {
+            m_SCUConnections.erase(linkId);
+        }
+    }
+    ReportLinkEvent(linkId, NET_ELE_SCU_CLOSE);
+
+    const std::string received = NodeText(linkId);
+    const std::string local = NodeText(GvxConfigMgr()->GetGvxNetElementID());
+    if (received == local) {
+        GVX_LOG_WARN("SCU link closed", "The strRecvLinkID is: [%s], strLocolLinkID is:[%s].", received.c_str(),
+                     local.c_str());
+        return;
+    }
+    RemoveMULinkOfSCU(linkId);
+}
+
+void CGvxConnectionMgr::RemoveMULinkOfSCU(const std::string& scuLinkId) {
+    ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
+    if (!guard.locked()) {
+        return;
+    }
+    const std::string muLink = PairedMULink(scuLinkId);
+    const auto found = m_MUConnections.find(muLink);
+    if (found == m_MUConnections.end()) {
+        GVX_LOG_WARN("SCU link closed", "The link ID is: [%s] .", muLink.c_str());
+        return;
+    }
+    const std::string ip = found->second.GetElementIP();
+    const unsigned int port = found->second.GetElementPort();
+    GVX_LOG_INFO("SCU link closed", "The link strIP: %s, uiMUServerPort: %u", ip.c_str(), port);
+    BP::CNetFactory::DeleteClientLinkByAddr(ip.c_str(), static_cast<int>(port), kElementMU);
+    m_MUConnections.erase(found);
+}
+
+void CGvxConnectionMgr::OnMULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port) {
+    ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
+    if (!guard.locked()) {
+        return;
+    }
+    if (!m_MUConnections.emplace(linkId, MakeConnection(linkId, kElementMU, ip, port)).second) {
+        GVX_LOG_INFO("GVX open link to MU, the link existed: ", "The link ID is[%s]", linkId.c_str());
+        return;
+    }
+    GVX_LOG_INFO("GVX open link to MU succeed: ", "The link ID is[%s], MU:%s:%u", linkId.c_str(), ip.c_str(), port);
+}
+
+// The entry stays until the SCU's own link closes, so that a lost media link is re-established by the network layer
+// alone and not opened a second time.
+void CGvxConnectionMgr::OnMULinkClosed(const std::string& linkId, const std::string& /*ip*/, unsigned int /*port*/) {
+    ReportLinkEvent(linkId, NET_ELE_MU);
+}
+
+void CGvxConnectionMgr::NotifyConnectMU(std::string strLinkID, unsigned int iMUPort) {
+    const std::string muLink = PairedMULink(strLinkID);
+    GVX_LOG_INFO("GVX open link to MU", "SCU linkID[%s], MU linkID[%s], MU Port[%u]", strLinkID.c_str(),
+                 muLink.c_str(), iMUPort);
+    {
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
+        if (guard.locked() && m_MUConnections.count(muLink) != 0) {
+            GVX_LOG_WARN("GVX open link to MU", "The link ID[%s] is already exsit.", muLink.c_str());
+            return;
+        }
+    }
+    std::string ip;
+    {
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(SCUConnectionMutex);
+        const auto found = guard.locked() ? m_SCUConnections.find(strLinkID) : m_SCUConnections.end();
+        if (guard.locked() && found != m_SCUConnections.end()) {
+            ip = found->second.GetElementIP();
+        }
+    }
+    const std::string id = GvxConfigMgr()->GetGvxNetElementID();
+    // A leading part of the loopback address passes as well, the empty address with it.
+    if (std::strncmp("127.0.0.1", ip.c_str(), ip.size()) == 0) {
+        ConnectMU(id, muLink, ip, iMUPort, nullptr);
+        return;
+    }
+    std::string local = GvxConfigMgr()->GetConfValue("GVX_MESSAGE_IP", "127.0.0.1");
+    const int runMode = GvxConfigMgr()->GetRunMode();
+    if (runMode == RunMode_CLOUD || runMode == RunMode_CLOUDEDGE) {
+        local = InternalApiAddress();
+    }
+    ConnectMU(id, muLink, ip, iMUPort, local.c_str());
+}
+
+void CGvxConnectionMgr::ConnectMU(const std::string& ownId, const std::string& muLink, const std::string& ip,
+                                  unsigned int port, const char* localIp) {
+    if (BP::CNetFactory::CreateClientLink(ownId, kElementMU, ip.c_str(), static_cast<int>(port), localIp, true, 0) !=
+        0) {
+        GVX_LOG_ERR("GVX open link to MU failed.", "The link ID is[%s].", muLink.c_str());
+    }
+}
+
+std::string CGvxConnectionMgr::InternalApiAddress() {
+    char address[16] = {};
+    ZVS_GetIpByNetworkface("INTERNAL_API", address);
+    return address;
+}
+
+void CGvxConnectionMgr::OnOMULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port) {
+    const std::lock_guard<std::mutex> lock(m_connectionMutex);
+    m_OMUConnection = MakeConnection(linkId, kElementOMU, ip, port);
+    m_strOmuNetLinkID = linkId;
+}
+
+void CGvxConnectionMgr::OnOMULinkClosed(const std::string& /*linkId*/, const std::string& /*ip*/,
+                                        unsigned int /*port*/) {
+    const std::lock_guard<std::mutex> lock(m_connectionMutex);
+    m_OMUConnection.SetConnected(false);
+    m_OMUConnection.SetLinkId(std::string());
+}
+
+void CGvxConnectionMgr::OnIMGULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port) {
+    GVX_LOG_INFO("GVX open link to IMGU", "The link ID is[%s], %s:%u", linkId.c_str(), ip.c_str(), port);
+}
+
+void CGvxConnectionMgr::OnIMGULinkClosed(const std::string& linkId, const std::string& /*ip*/,
+                                         unsigned int /*port*/) {
+    ReportLinkEvent(linkId, NET_ELE_IMGU);
+}
+
+// The record carries the operation unit's element code, not the main service's own; GetLinkInfoByType tells it.
+void CGvxConnectionMgr::OnGVXMainServiceLinkOpened(const std::string& linkId, const std::string& ip,
+                                                   unsigned int port) {
+    {
+        const std::lock_guard<std::mutex> lock(m_connectionMutex);
+        m_gvxMainServiceConnection = MakeConnection(linkId, kElementOMU, ip, port);
+    }
+    BP::CPluginMgr::RegisterPlugin();
+    FeedAlarmControl();
+}
+
+// Two commands to ourselves, which enter as if they had come from the main service: it has no way to ask for them.
+void CGvxConnectionMgr::FeedAlarmControl() {
+    BP::MessageBlockPtr owner = BP::MakeMessageBlock(kNssHeaderBytes);
+    if (owner == nullptr) {
+        GVX_LOG_ERR("Point msgBlock is null.", "Make sure there is something wrong");
+        return;
+    }
+    // A bare head: whoever takes a command apart expects one.
+    NssMsgHeader head{};
+    head.usiProtocolVersion = kNssProtocolVersion;
+    head.usiMsgType = kAlarmControlSelf;
+    head.uiPacketLength = kNssHeaderBytes;
+    NssSwapHeader(head);
+    owner->copy(reinterpret_cast<const char*>(&head), sizeof(head));
+    for (const unsigned short type : {kAlarmControlSelf, static_cast<unsigned short>(NSS_ALARM_CONTRON_REQ)}) {
+        ACE_Message_Block* handed = owner.release();
+        if (SendMsgIn(kElementGVX, "", type, "", handed) != 0) {
+            GVX_LOG_ERR("GVX main service link opened", " mgr send msg in failed.");
+            owner.reset(handed);
+            owner.reset();
+        }
+    }
+}
+
+void CGvxConnectionMgr::OnGVXMainServiceLinkClosed(const std::string& /*linkId*/, const std::string& /*ip*/,
+                                                   unsigned int /*port*/) {
+    {
+        const std::lock_guard<std::mutex> lock(m_connectionMutex);
+        m_gvxMainServiceConnection.SetConnected(false);
+        m_gvxMainServiceConnection.SetLinkId(std::string());
+    }
+    BP::CDeviceMgr::HandleClusterTaskShiftIn(0, std::string());
+}
+
+void CGvxConnectionMgr::ReportLinkEvent(const std::string& linkId, LINKCLOSE_NET_ELE_E event) {
+    ADAPTER_COMMON_MESSAGE SdkParms{};
+    if (strncpy_s(SdkParms.chNetEleLinkId, sizeof(SdkParms.chNetEleLinkId), linkId.c_str(), linkId.size()) != 0) {
+        GVX_LOG_ERR("Report link event", "strncpy_s SdkParms.chNetEleLinkId failed!");
+        return;
+    }
+    SdkParms.eLinkCloseNetEle = event;
+    m_pException(SdkParms);
+}
+
+CGvxConnection CGvxConnectionMgr::MainServiceConnection() const {
+    const std::lock_guard<std::mutex> lock(m_connectionMutex);
+    return m_gvxMainServiceConnection;
+}
+
+std::string CGvxConnectionMgr::MainServiceLinkId() const {
+    const std::lock_guard<std::mutex> lock(m_connectionMutex);
+    return m_gvxMainServiceConnection.GetLinkId();
+}
+
+bool CGvxConnectionMgr::GetLinkInfoByType(BP::enSubsysType eSubsysType, unsigned int& uElementType,
+                                          std::string& strLinkID) {
+    const CGvxConnection connection = MainServiceConnection();
+    if (!connection.IsConnected()) {
+        GVX_LOG_WARN("Get link info", "Sub system type is [%d], not connect.", static_cast<int>(eSubsysType));
+        return false;
+    }
+    uElementType = connection.GetElementType();
+    strLinkID = connection.GetLinkId();
+    return true;
+}
+
+std::string CGvxConnectionMgr::GetOmuLinkId() {
+    const std::lock_guard<std::mutex> lock(m_connectionMutex);
+    return m_strOmuNetLinkID;
+}
+
+std::string CGvxConnectionMgr::GetScuLinkId() {
+    ACE_Guard<ACE_Recursive_Thread_Mutex> guard(SCUConnectionMutex);
+    if (!guard.locked() || m_SCUConnections.empty()) {
+        return std::string();
+    }
+    return m_SCUConnections.begin()->first;
+}
+
+void CGvxConnectionMgr::SetGvxService(BP::IService* pGvxService) {
+    if (pGvxService == nullptr) {
+        GVX_LOG_ERR_CODE("Set gvx service", ZVS_FAIL, "Input param invalid.");
+        return;
+    }
+    if (m_pGvxService == nullptr) {
+        m_pGvxService = pGvxService;
+    }
+}
+
+void CGvxConnectionMgr::SetException(GvxExceptionCallback pException) {
+    if (pException == nullptr) {
+        GVX_LOG_ERR("Set exception callback", "Input param invalid.");
+        return;
+    }
+    m_pException = pException;
+}

@@ -1,0 +1,155 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "bp/cmd.h"
+#include "bp/service.h"
+#include "gvx_common/link/adapter_common_message.h"
+#include "gvx_common/link/gvx_connection.h"
+#include "nss/nss_msg_type.h"
+
+#include <ace/Recursive_Thread_Mutex.h>
+
+namespace CBB {
+class CXml;
+}
+namespace Json {
+class Value;
+}
+class ACE_Message_Block;
+
+// Element codes of the platform's peers.
+constexpr int kElementSCU = 10105;
+constexpr int kElementOMU = 60105;
+constexpr int kElementMU = 30105;
+constexpr int kElementIMGU = 240105;
+constexpr int kElementGVX = 40105;
+constexpr int kElementUnknown = 80105;
+
+enum enRunMode : int { RunMode_BOX = 0, RunMode_CLOUD = 1, RunMode_CLOUDEDGE = 2 };
+
+// The way to the device layer: called for link events, outside every lock of this class.
+using GvxExceptionCallback = void (*)(ADAPTER_COMMON_MESSAGE&);
+
+// The process-wide record of the platform peers that this gateway is linked to, and all sending to them. Every
+// outbound message leaves by the main-service link, whatever link its caller names; SyncSendReqMsg alone uses the
+// caller's.
+//
+// Link events come from the network layer's I/O thread, sends from every reactor thread. Lock order:
+// SCUConnectionMutex and MUConnectionMutex are never held together, and neither is held across a callback or a
+// call into the network layer, deletion of a client link excepted.
+class CGvxConnectionMgr {
+public:
+    static CGvxConnectionMgr* Instance();
+
+    // A link has opened or closed. The peer is known by the text of its link identifier.
+    void OnLinkOpened(const std::string& strDevName, int iNetElementType, const std::string& strLinkID,
+                      const std::string& strIP, unsigned int unPort);
+    void OnLinkClosed(const std::string& strDevName, int iNetElementType, const std::string& strLinkID,
+                      const std::string& strIP, unsigned int unPort);
+
+    // Element code of a link identifier. The first argument is not looked at.
+    int JudgeElementType(int iNetElementType, const std::string& strLinkID);
+
+    // Opens the link to the media unit that is paired with an SCU, at the SCU's address and that port. A pair whose
+    // media link is still known is left as it is.
+    void NotifyConnectMU(std::string strLinkID, unsigned int iMUPort);
+
+    // The main-service link, whatever the type. False, and a log line, when it is down.
+    bool GetLinkInfoByType(BP::enSubsysType eSubsysType, unsigned int& uElementType, std::string& strLinkID);
+
+    std::string GetOmuLinkId();  // keeps the last one after the link has closed
+    std::string GetScuLinkId();  // the first SCU link; empty when there is none
+
+    // Whose service id requests carry. The first non-null pointer sticks; it is not owned.
+    void SetGvxService(BP::IService* pGvxService);
+    // Must be set before the first link event. A later non-null value replaces the earlier one.
+    void SetException(GvxExceptionCallback pException);
+
+    void SendQueryCGInfoToScu();
+    void SendGet35114SevCfgParamReqToOMU();
+    void SendQueryLinkPortToScu(const std::string& linkId);
+
+    // Requests. The result is the sequence number, or 1, 2 (no service set) or ZVS_ALLOC_MEMORY_ERROR: a sequence
+    // number can equal a failure value.
+    unsigned int SendReqMsgWithXml(BP::enSubsysType eSubsysType, unsigned int uiNetEleType, enNssMsgType uiMsgType,
+                                   CBB::CXml& XmlReq, std::string strSCULinkID, std::string strTransID);
+    unsigned int SendReqMsgWithStruct(BP::enSubsysType eSubsysType, unsigned int uiNetEleType,
+                                      enNssMsgType uiMsgType, const char* pMsgBody, unsigned int iMsgBodyLen,
+                                      std::string strSCULinkID);
+    // 0, or 1, or ZVS_ALLOC_MEMORY_ERROR. An empty transaction is generated.
+    int SendRetMsgWithJson(unsigned short msgType, const std::string& jsonMsg, int netElemType, std::string linkID,
+                           const std::string& transactionID);
+
+    // Responses to a command, which stays the caller's. Failures are logged and not retried.
+    void SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, unsigned int uiRspCode, bool bWithTransaction);
+    void SendRespMsgWithStruct(BP::CCmd* pCmd, const char* pMsgBody, unsigned int iMsgBodyLen,
+                               unsigned int uiRspCode);
+    void SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& value, unsigned int uiRspCode);
+
+    // Feeds a message in as if it had come from the network. 0 or 1. The dispatcher owns the block after a success.
+    int SendMsgIn(int iNetElemType, const char* pszNetLinkID, unsigned short usiMsgType, const char* pszTransID,
+                  ACE_Message_Block*& pMsgBlock);
+
+    // The last mile of every outbound message: by the main-service link, without a transaction when uiServiceID
+    // is 0. 0 or 1; for NSS_ALARM_REPORT_REQ the dispatcher's own result. After a failure the block stays the
+    // caller's.
+    int SendMsgOut(unsigned int iNetElemType, const char* link, const char* pszTransID, unsigned int uiReqID,
+                   ACE_Message_Block*& pMsgBlock, unsigned int uiServiceID, bool bCompress);
+
+    // Sends by the caller's link and waits at most uiTimeout seconds for the answer, which the caller owns; null on
+    // failure.
+    BP::CCmd* SyncSendReqMsg(unsigned int uiServiceID, int iNetElemType, const char* pszNetLinkID,
+                             const std::string& transID, unsigned int msgType, const char* pMsgBody,
+                             unsigned int iMsgBodyLen, unsigned int uiTimeout);
+
+private:
+    using NetConnectionMap = std::map<std::string, CGvxConnection>;
+
+    CGvxConnectionMgr() = default;
+
+    void OnSCULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port);
+    void OnSCULinkClosed(const std::string& linkId, const std::string& ip, unsigned int port);
+    void OnOMULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port);
+    void OnOMULinkClosed(const std::string& linkId, const std::string& ip, unsigned int port);
+    void OnMULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port);
+    void OnMULinkClosed(const std::string& linkId, const std::string& ip, unsigned int port);
+    void OnIMGULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port);
+    void OnIMGULinkClosed(const std::string& linkId, const std::string& ip, unsigned int port);
+    void OnGVXMainServiceLinkOpened(const std::string& linkId, const std::string& ip, unsigned int port);
+    void OnGVXMainServiceLinkClosed(const std::string& linkId, const std::string& ip, unsigned int port);
+
+    void ReportLinkEvent(const std::string& linkId, LINKCLOSE_NET_ELE_E event);
+    void RemoveMULinkOfSCU(const std::string& scuLinkId);
+    void ConnectMU(const std::string& ownId, const std::string& muLink, const std::string& ip, unsigned int port,
+                   const char* localIp);
+    static std::string InternalApiAddress();
+    void FeedAlarmControl();
+    CGvxConnection MainServiceConnection() const;
+    std::string MainServiceLinkId() const;
+    // The gateway's own identifier and its text behind "GVX#"; false, with an error line, when it is too short.
+    static bool OwnNodeText(std::string& ownId, std::string& nodeText);
+    // Sends by SendMsgOut on behalf of the command that is answered.
+    int SendResponseBlock(const BP::CCmd& cmd, unsigned int responseType, ACE_Message_Block*& block,
+                          unsigned int serviceId);
+
+    static CGvxConnectionMgr m_Instance;
+
+    GvxExceptionCallback m_pException = nullptr;
+    ACE_Recursive_Thread_Mutex SCUConnectionMutex;  // guards m_SCUConnections
+    ACE_Recursive_Thread_Mutex MUConnectionMutex;   // guards m_MUConnections
+    // Guards m_OMUConnection, m_gvxMainServiceConnection and m_strOmuNetLinkID, which link events write and senders
+    // read. Innermost: nothing is called while it is held.
+    mutable std::mutex m_connectionMutex;
+    CGvxConnection m_OMUConnection;
+    NetConnectionMap m_SCUConnections;
+    NetConnectionMap m_MUConnections;
+    CGvxConnection m_gvxMainServiceConnection;
+    BP::IService* m_pGvxService = nullptr;  // not owned
+    std::string m_strOmuNetLinkID;
+};
+
+CGvxConnectionMgr* GvxConnectionMgr();

@@ -1,0 +1,199 @@
+#include "gvx_common/link/gvx_connection_mgr.h"
+
+#include "base/bounded_string.h"
+#include "base/cbb_xml.h"
+#include "base/log.h"
+#include "bp/dispatcher.h"
+#include "bp/message_block_ptr.h"
+#include "gvx_common/utility/gvx_utility.h"
+#include "nss/nss_msg.h"
+
+#include <arpa/inet.h>
+
+// Requests, and the last mile in and out. Responses stand in gvx_connection_mgr_response.cpp.
+
+namespace {
+
+constexpr unsigned int kNoServicePointer = 2;
+
+// The dispatcher takes what it accepts; what is left when a send has failed is released here.
+int SendOwned(CGvxConnectionMgr& mgr, BP::MessageBlockPtr block, unsigned int netElemType, const std::string& link,
+              const std::string& trans, unsigned int msgType, unsigned int serviceId) {
+    ACE_Message_Block* handed = block.release();
+    const int result = mgr.SendMsgOut(netElemType, link.c_str(), trans.c_str(), msgType, handed, serviceId, false);
+    if (result != 0) {
+        block.reset(handed);
+    }
+    return result;
+}
+
+void FillHeader(NssMsgHeader& header, unsigned int msgType, unsigned int seq, std::size_t bodyLength) {
+    header.usiProtocolVersion = htons(kNssProtocolVersion);
+    header.usiMsgType = htons(static_cast<std::uint16_t>(msgType));
+    header.uiSeqID = htonl(seq);
+    header.uiPacketLength = htonl(static_cast<std::uint32_t>(kNssHeaderBytes + bodyLength));
+}
+
+}  // namespace
+
+int CGvxConnectionMgr::SendMsgOut(unsigned int /*iNetElemType*/, const char* /*link*/, const char* pszTransID,
+                                  unsigned int uiReqID, ACE_Message_Block*& pMsgBlock, unsigned int uiServiceID,
+                                  bool bCompress) {
+    const std::string link = MainServiceLinkId();
+    int result = 0;
+    if (uiServiceID == 0) {
+        result = BP::CDispatcher::dispatcherOutWithoutTransaction(kElementGVX, link.c_str(), pszTransID, uiReqID,
+                                                                  pMsgBlock, bCompress, 0);
+    } else {
+        result = BP::CDispatcher::dispatcherOutWithTransaction(uiServiceID, kElementGVX, link.c_str(), pszTransID,
+                                                               uiReqID, pMsgBlock, bCompress, 0);
+        // The answer enters as a command of its own, so nothing here waits for the transaction.
+        BP::CTransactionMgr::RemoveTransaction(pszTransID);
+    }
+    if (uiReqID == NSS_ALARM_REPORT_REQ) {
+        return result;
+    }
+    GVX_DEBUG("%s, ServerID:%u, NetElemType:%u, NetLinkID:%s, TransID:%s, ReqID:0x%04x",
+              result == 0 ? "Send msg out success" : "Send msg out fail", uiServiceID,
+              static_cast<unsigned int>(kElementGVX), link.c_str(), pszTransID, uiReqID);
+    if (result != 0) {
+        GVX_LOG_ERR_CODE("Send msg out", ZVS_NET_SEND_ERROR, "ReqID is [0x%04x].", uiReqID);
+        return ZVS_FAIL;
+    }
+    return ZVS_SUCCEED;
+}
+
+int CGvxConnectionMgr::SendMsgIn(int iNetElemType, const char* pszNetLinkID, unsigned short usiMsgType,
+                                 const char* pszTransID, ACE_Message_Block*& pMsgBlock) {
+    GVX_DEBUG("NetElemType[%d], NetLinkID[%s], MsgType[0x%04x], TransID[%s]", iNetElemType, pszNetLinkID,
+              static_cast<unsigned int>(usiMsgType), pszTransID);
+    if (BP::CDispatcher::dispatcherInWithoutTransaction(iNetElemType, pszNetLinkID, usiMsgType, pszTransID, pMsgBlock,
+                                                        0) != 0) {
+        GVX_LOG_ERR_CODE("Send msg in", ZVS_NET_SEND_ERROR, "NetElemType[%d], NetLinkID[%s], MsgType[0x%04x], TransID[%s]",
+                         iNetElemType, pszNetLinkID, static_cast<unsigned int>(usiMsgType), pszTransID);
+        return ZVS_FAIL;
+    }
+    return ZVS_SUCCEED;
+}
+
+unsigned int CGvxConnectionMgr::SendReqMsgWithXml(BP::enSubsysType eSubsysType, unsigned int uiNetEleType,
+                                                  enNssMsgType uiMsgType, CBB::CXml& XmlReq,
+                                                  std::string strSCULinkID, std::string strTransID) {
+    if (m_pGvxService == nullptr) {
+        GVX_LOG_ERR("Send request with xml", "Gvx service pointer is null.");
+        return kNoServicePointer;
+    }
+    unsigned int length = 0;
+    const char* stream = XmlReq.GetXMLStream(length);
+    const unsigned int seq = CGvxUtility::CreatSeqID();
+    const std::string trans = strTransID.empty() ? BP::CMKTransID::GenerateTransID() : strTransID;
+
+    CNssXMLMsg message(static_cast<unsigned short>(uiMsgType), seq, trans.c_str(), 0, 0);
+    const bool copied = message.SetXML(stream, length) == 0;
+    BP::MessageBlockPtr pMsgBlock(new (std::nothrow) ACE_Message_Block());
+    if (pMsgBlock == nullptr) {
+        GVX_LOG_ERR("Point pMsgBlock is null.", "Make sure there is something wrong");
+        return ZVS_ALLOC_MEMORY_ERROR;
+    }
+    if (!copied || message.encode(pMsgBlock.get()) != 0) {
+        return ZVS_FAIL;
+    }
+    if (SendOwned(*this, std::move(pMsgBlock), uiNetEleType, strSCULinkID, trans, uiMsgType,
+                  m_pGvxService->GetServiceID()) != 0) {
+        GVX_LOG_ERR("Send request with xml", "Send msg out failed, sub system type is [%d], element type is [%u]",
+                    static_cast<int>(eSubsysType), uiNetEleType);
+        return ZVS_FAIL;
+    }
+    return seq;
+}
+
+unsigned int CGvxConnectionMgr::SendReqMsgWithStruct(BP::enSubsysType eSubsysType, unsigned int uiNetEleType,
+                                                     enNssMsgType uiMsgType, const char* pMsgBody,
+                                                     unsigned int iMsgBodyLen, std::string strSCULinkID) {
+    if (m_pGvxService == nullptr) {
+        GVX_LOG_ERR("Send request with struct", "Gvx service pointer is null.");
+        return kNoServicePointer;
+    }
+    BP::MessageBlockPtr pMsg = BP::MakeMessageBlock(kNssHeaderBytes + iMsgBodyLen);
+    if (pMsg == nullptr) {
+        return ZVS_ALLOC_MEMORY_ERROR;
+    }
+    const unsigned int seq = CGvxUtility::CreatSeqID();
+    const std::string frameTrans = BP::CMKTransID::GenerateTransID();
+    NssMsgHeader aMsgHeader{};
+    FillHeader(aMsgHeader, uiMsgType, seq, iMsgBodyLen);
+    if (strncpy_s(aMsgHeader.szTransactionNo, sizeof(aMsgHeader.szTransactionNo), frameTrans.c_str(),
+                  frameTrans.size()) != 0) {
+        GVX_LOG_ERR("Send request with struct", "strncpy_s aMsgHeader.szTransactionNo failed!");
+        return ZVS_FAIL;
+    }
+    if (memcpy_s(pMsg->wr_ptr(), pMsg->space(), &aMsgHeader, kNssHeaderBytes) != 0 ||
+        (iMsgBodyLen != 0 && memcpy_s(pMsg->wr_ptr() + kNssHeaderBytes, pMsg->space() - kNssHeaderBytes, pMsgBody,
+                                      iMsgBodyLen) != 0)) {
+        GVX_LOG_ERR("Send request with struct", "memcpy_s to pMsg failed.");
+        return ZVS_FAIL;
+    }
+    pMsg->wr_ptr(kNssHeaderBytes + iMsgBodyLen);
+
+    // The dispatcher's transaction is another one than the frame's own: the answer is matched by sequence number.
+    const std::string trans = BP::CMKTransID::GenerateTransID();
+    if (SendOwned(*this, std::move(pMsg), uiNetEleType, strSCULinkID, trans, uiMsgType,
+                  m_pGvxService->GetServiceID()) != 0) {
+        GVX_LOG_ERR("Send request with struct", "Send msg out failed, sub system type is [%d], element type is [%u]",
+                    static_cast<int>(eSubsysType), uiNetEleType);
+        return ZVS_FAIL;
+    }
+    return seq;
+}
+
+int CGvxConnectionMgr::SendRetMsgWithJson(unsigned short msgType, const std::string& jsonMsg, int netElemType,
+                                          std::string linkID, const std::string& transactionID) {
+    GVX_CHECK_NULL_RETURN(m_pGvxService, ZVS_FAIL);
+    const unsigned int seq = CGvxUtility::CreatSeqID();
+    const std::string trans = transactionID.empty() ? BP::CMKTransID::GenerateTransID() : transactionID;
+    CNssMsgBody message(msgType, seq, trans.c_str(), 0, 0, NSS_TAG_JSON_CONTENT);
+    const bool copied = message.SetValue(jsonMsg.c_str(), static_cast<unsigned int>(jsonMsg.size())) == 0;
+    BP::MessageBlockPtr block(new (std::nothrow) ACE_Message_Block());
+    if (block == nullptr) {
+        return ZVS_ALLOC_MEMORY_ERROR;
+    }
+    if (!copied || message.encode(block.get()) != 0) {
+        return ZVS_FAIL;
+    }
+    if (SendOwned(*this, std::move(block), static_cast<unsigned int>(netElemType), linkID, trans, msgType,
+                  m_pGvxService->GetServiceID()) != 0) {
+        GVX_LOG_ERR("Send message with json", "Send msg out failed, linkID is [%s], msgType is [0x%04x]",
+                    linkID.c_str(), static_cast<unsigned int>(msgType));
+        return ZVS_FAIL;
+    }
+    return ZVS_SUCCEED;
+}
+
+BP::CCmd* CGvxConnectionMgr::SyncSendReqMsg(unsigned int uiServiceID, int iNetElemType, const char* pszNetLinkID,
+                                            const std::string& transID, unsigned int msgType, const char* pMsgBody,
+                                            unsigned int iMsgBodyLen, unsigned int uiTimeout) {
+    if (pMsgBody == nullptr) {
+        iMsgBodyLen = 0;  // a length that no bytes follow would put the link out of step
+    }
+    NssMsgHeader stNssMsgHeader{};
+    FillHeader(stNssMsgHeader, msgType, CGvxUtility::CreatSeqID(), iMsgBodyLen);
+    if (strncpy_s(stNssMsgHeader.szTransactionNo, sizeof(stNssMsgHeader.szTransactionNo), transID.c_str(),
+                  transID.size()) != 0) {
+        GVX_LOG_ERR("Sync send request", "strncpy_s stNssMsgHeader.szTransactionNo failed!");
+        return nullptr;
+    }
+    BP::MessageBlockPtr block = BP::MakeMessageBlock(kNssHeaderBytes + iMsgBodyLen);
+    if (block == nullptr) {
+        return nullptr;
+    }
+    if (block->copy(reinterpret_cast<const char*>(&stNssMsgHeader), kNssHeaderBytes) != 0) {
+        GVX_LOG_ERR_CODE("Sync send request", ZVS_NET_SEND_ERROR, "ace copy nss header error");
+        return nullptr;
+    }
+    if (iMsgBodyLen != 0 && block->copy(pMsgBody, iMsgBodyLen) != 0) {
+        GVX_LOG_ERR_CODE("Sync send request", ZVS_NET_SEND_ERROR, "ace copy nss body error");
+        return nullptr;
+    }
+    return BP::CDispatcher::dispatcherSyncMsgOut(uiServiceID, iNetElemType, pszNetLinkID, transID, msgType,
+                                                 block.release(), false, uiTimeout);
+}

@@ -1,0 +1,146 @@
+#include "gvx_common/utility/gvx_utility.h"
+
+#include "base/log.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include <strings.h>
+
+namespace {
+
+constexpr const char* kRtspScheme = "rtsp://";
+constexpr std::size_t kMaxRtspHostLength = 127;
+constexpr unsigned short kDefaultRtspPort = 554;
+constexpr long kMaxPort = 65535;
+
+using Range = std::pair<unsigned int, unsigned int>;
+
+// Reads the number at `at` and moves behind its digits. A sign or leading blanks are read as part of the number and
+// not skipped.
+int ReadRtspPort(const char*& at, unsigned short& port) {
+    char* end = nullptr;
+    const long number = std::strtol(at, &end, 10);
+    if (end == at) {
+        GVX_LOG_ERR("ParseRtspUrl", "No port number follows.");
+        return ZVS_FAIL;
+    }
+    if (number < 1 || number > kMaxPort) {
+        const long shown = std::clamp(number, static_cast<long>(INT_MIN), static_cast<long>(INT_MAX));
+        GVX_LOG_ERR("ParseRtspUrl", "Bad port number is [%d].", static_cast<int>(shown));
+        return ZVS_FAIL;
+    }
+    port = static_cast<unsigned short>(number);
+    at += std::strspn(at, "0123456789");
+    return ZVS_SUCCEED;
+}
+
+// The text has passed IsIPv4, which allows groups such as "000" that inet_pton does not.
+unsigned int ToHostOrder(const std::string& address) {
+    unsigned int value = 0;
+    for (const std::string& group : CGvxUtility::split(address, ".")) {
+        value = (value << 8) | static_cast<unsigned int>(CGvxUtility::toInt(group));
+    }
+    return value;
+}
+
+Range WidenTrailingZeros(unsigned int address) {
+    for (const unsigned int hostBits : {0x00FFFFFFu, 0x0000FFFFu, 0x000000FFu}) {
+        if ((address & hostBits) == 0) {
+            return Range(address, address | hostBits);
+        }
+    }
+    return Range(address, address);
+}
+
+bool ReadRange(const std::string& entry, std::size_t comma, Range& range) {
+    const std::string low = entry.substr(0, comma);
+    const std::string high = entry.substr(comma + 1);
+    if (!CGvxUtility::IsIPv4(low.c_str()) || !CGvxUtility::IsIPv4(high.c_str())) {
+        return false;
+    }
+    range = Range(ToHostOrder(low), ToHostOrder(high));
+    return true;
+}
+
+// A single address is looked at in the whole text, so that it passes only as the one entry there is.
+bool ReadEntry(const std::string& entry, const std::string& wholeText, Range& range) {
+    const std::size_t comma = entry.find(',');
+    if (comma != std::string::npos) {
+        return ReadRange(entry, comma, range);
+    }
+    if (entry == "0.0.0.0") {
+        range = Range(0, 0);
+        return true;
+    }
+    if (entry == "*.*.*.*") {
+        range = Range(0, 0xFFFFFFFFu);
+        return true;
+    }
+    if (!CGvxUtility::IsIPv4(wholeText.c_str())) {
+        return false;
+    }
+    range = WidenTrailingZeros(ToHostOrder(entry));
+    return true;
+}
+
+}  // namespace
+
+std::string CGvxUtility::convertNum2Ipv4(std::uint32_t address) {
+    return toStr(address >> 24) + "." + toStr((address >> 16) & 0xFFu) + "." + toStr((address >> 8) & 0xFFu) + "." +
+           toStr(address & 0xFFu);
+}
+
+int CGvxUtility::convertIpv4ToNum(const std::string& text, std::uint32_t& address) {
+    if (!IsIPv4(text.c_str())) {
+        return ZVS_FAIL;
+    }
+    address = ToHostOrder(text);
+    return ZVS_SUCCEED;
+}
+
+int CGvxUtility::ParseRtspUrl(const std::string& url, std::string& host, unsigned short& port, std::string& authUrl) {
+    if (strncasecmp(url.c_str(), kRtspScheme, std::strlen(kRtspScheme)) != 0) {
+        GVX_LOG_ERR("ParseRtspUrl", "Url format error");
+        return ZVS_FAIL;
+    }
+    const char* at = url.c_str() + std::strlen(kRtspScheme);
+    if (const char* credentialsEnd = std::strrchr(at, '@')) {
+        at = credentialsEnd + 1;
+    }
+    const std::size_t hostLength = std::strcspn(at, ":/");
+    if (hostLength > kMaxRtspHostLength) {
+        GVX_LOG_ERR("ParseRtspUrl", "Url is too long.");
+        return ZVS_FAIL;
+    }
+    host.assign(at, hostLength);
+    at += hostLength;
+    port = kDefaultRtspPort;
+    authUrl = kRtspScheme + host;
+    if (*at == ':') {
+        ++at;
+        if (ReadRtspPort(at, port) != ZVS_SUCCEED) {
+            return ZVS_FAIL;
+        }
+        authUrl += ":" + toStr(port);
+    }
+    authUrl += at;
+    GVX_LOG_INFO("ParseRtspUrl", "Auth url is [%s].", authUrl.c_str());
+    return ZVS_SUCCEED;
+}
+
+int CGvxUtility::AnalysisWhitelist(const std::string& text, std::list<std::pair<unsigned int, unsigned int>>& ranges) {
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = std::min(text.find(';', begin), text.size());
+        Range range;
+        if (!ReadEntry(text.substr(begin, end - begin), text, range)) {
+            GVX_LOG_ERR("AnalysisWhitelist", "input param[%s].", text.c_str());
+            return ZVS_PARA_INVALID;
+        }
+        ranges.push_back(range);
+        begin = end + 1;
+    }
+    return ZVS_SUCCEED;
+}

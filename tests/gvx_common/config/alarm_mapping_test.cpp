@@ -1,0 +1,224 @@
+#include "gvx_common/config/config_folder.h"
+#include "gvx_common/adapter/gvx_adapter_records.h"
+#include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "base/log.h"
+#include "support/recording_logger.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::string Row(const std::string& content) {
+    return "<AlarmInfo>" + content + "</AlarmInfo>";
+}
+std::string List(const std::string& rows) {
+    return "<AlarmInfoList>" + rows + "</AlarmInfoList>";
+}
+std::string Description(const std::string& type, const std::string& mode, const std::string& text,
+                        const std::string& ext = "") {
+    return Row("<AlarmType>" + type + "</AlarmType><AlarmMode>" + mode + "</AlarmMode><AlarmDetailEn>" + text +
+               "</AlarmDetailEn><ExtParam>" + ext + "</ExtParam>");
+}
+
+ZVS_ALARM_REPORT Report(const std::string& type, unsigned int action) {
+    ZVS_ALARM_REPORT report{};
+    type.copy(report.cAlarmType, sizeof(report.cAlarmType) - 1);
+    report.bAction = action;
+    return report;
+}
+
+class AlarmMappingTest : public testing::Test {
+protected:
+    ~AlarmMappingTest() override { CGvxConfigMgr::ClearAlarmMappings(m_map); }
+
+    int LoadDescriptions(const std::string& xml) {
+        m_folder.Write("d.xml", xml);
+        return m_mgr.LoadAlarmDescriptionConfig(m_folder.Path("d.xml").c_str());
+    }
+    int LoadMappings(const std::string& xml) {
+        m_folder.Write("m.xml", xml);
+        return m_mgr.LoadAlarmMappingsConfig(m_folder.Path("m.xml").c_str(), m_map);
+    }
+    void LoadDoorMapping() {
+        ASSERT_EQ(0, LoadMappings(List(Row("<AlarmCode>door</AlarmCode><AlarmType>ALARM_DOOR</AlarmType>"
+                                           "<AlarmDetailEn>A door.</AlarmDetailEn><ExtParam>e</ExtParam>"
+                                           "<ACTION><ACTIVE>Opened</ACTIVE><INACTIVE>Closed</INACTIVE></ACTION>"))));
+    }
+
+    ScopedRecordingLogger m_log;
+    ConfigFolder m_folder;
+    CGvxConfigMgr m_mgr;
+    DEVICE_ALARM_INFO_MAPPINGS_MAP m_map;
+};
+
+TEST_F(AlarmMappingTest, TypeTakesFormAndDirection) {
+    ASSERT_EQ(
+        0, LoadDescriptions(List(
+               Description("ALARM_SD_CARD_FAULT", "Device", "Card.", "x=1") +
+               Description("ALARM_DISK_FAULT", "Device", "Disk.") + Description("ALARM_MOTION", "Business", "Motion.") +
+               Description("ALARM_SHIELD", "Business", "Covered.") +
+               Description("ALARM_DEVICE_REMOVE", "Device", "Gone.") + Description("PLAIN", "Device", "Plain."))));
+    struct Case {
+        const char* type;
+        _PU_DEV_FORM_TYPE form;
+        unsigned int action;
+        const char* built;
+        const char* text;
+    };
+    const Case cases[] = {
+        {"ALARM_DISK_FAULT", PU_IPC, 1, "ALARM_IPC_SD_CARD_FAULT_ON", "Card."},
+        {"ALARM_DISK_FAULT", PU_EXT_SYS, 0, "ALARM_IPC_SD_CARD_FAULT_OFF", "Card."},
+        {"ALARM_DISK_FAULT", PU_DVR, 0, "ALARM_DVR_DISK_FAULT_OFF", "Disk."},
+        {"ALARM_MOTION", PU_DVR, 1, "ALARM_MOTION", "Motion."},
+        {"ALARM_SHIELD", PU_eNVR, 1, "ALARM_eNVR_SHIELD_ON", "Covered."},
+        {"ALARM_DEVICE_REMOVE", PU_DVS, 1, "ALARM_DEVICE_REMOVE", "Gone."},
+        {"PLAIN", PU_DVS, 1, "PLAIN_ON", "Plain."},
+    };
+    for (const Case& row : cases) {
+        ZVS_ALARM_REPORT report = Report(row.type, row.action);
+        EXPECT_EQ(0, m_mgr.BuildAlarmInfoForNVT(report, row.form)) << row.type;
+        EXPECT_STREQ(row.built, report.cAlarmType);
+        EXPECT_STREQ(row.text, report.cAlarmDesc);
+        EXPECT_EQ(1u, report.uiOccurNumber);
+    }
+    EXPECT_EQ(1u, m_log->Count("ePuDevFormType is default: 5"));
+
+    ZVS_ALARM_REPORT own = Report("ALARM_DISK_FAULT", 1);
+    own.cExtParam[0] = 'o';
+    EXPECT_EQ(0, m_mgr.BuildAlarmInfoForNVT(own, PU_IPC));
+    EXPECT_STREQ("o", own.cExtParam);
+    ZVS_ALARM_REPORT unknown = Report("ALARM_UNKNOWN", 1);
+    EXPECT_EQ(1, m_mgr.BuildAlarmInfoForNVT(unknown, PU_IPC));
+    EXPECT_STREQ("ALARM_UNKNOWN", unknown.cAlarmType);
+}
+
+TEST_F(AlarmMappingTest, EmptyDescriptionFailsAfterTheTypeIsRewritten) {
+    ASSERT_EQ(0, LoadDescriptions(List(Description("ALARM_DISK_FULL", "", ""))));
+    ZVS_ALARM_REPORT report = Report("ALARM_DISK_FULL", 1);
+    EXPECT_EQ(1, m_mgr.BuildAlarmInfoForNVT(report, PU_DVR));
+    EXPECT_STREQ("ALARM_DVR_DISK_FULL_ON", report.cAlarmType);
+    EXPECT_TRUE(m_log->Contains("snprintf_s cAlarmDesc failed"));
+}
+
+TEST_F(AlarmMappingTest, ActionWordsMatchByPrefixForOneAndExactlyForTheOther) {
+    LoadDoorMapping();
+    struct Case {
+        const char* action;
+        unsigned int matched;  // 7 stands for untouched
+        unsigned int exact;
+    };
+    const Case cases[] = {
+        {"Opened", 1, 1}, {"opened", 1, 7}, {"op", 1, 7}, {"", 1, 7},      {"TRUE", 1, 7},
+        {"t", 1, 7},      {"Closed", 0, 0}, {"f", 0, 7},  {"open!", 7, 7}, {"GVX_ALARM_ACTION_DEFAULT", 7, 7},
+    };
+    for (const Case& row : cases) {
+        ZVS_ALARM_REPORT report = Report("", 7);
+        EXPECT_EQ(0, m_mgr.MatchAlarmTypeAndAction("door", row.action, report, m_map));
+        EXPECT_EQ(row.matched, report.bAction) << row.action;
+        EXPECT_STREQ("ALARM_DOOR", report.cAlarmType);
+        report = Report("", 7);
+        EXPECT_EQ(0, m_mgr.BuildAlarmInfoForEAS("door", row.action, report, m_map));
+        EXPECT_EQ(row.exact, report.bAction) << row.action;
+        EXPECT_STREQ("A door.", report.cAlarmDesc);
+        EXPECT_STREQ("e", report.cExtParam);
+    }
+    EXPECT_TRUE(m_log->Contains("Action[open!] is not found in the config with active[Opened] and inactive[Closed]."));
+    ZVS_ALARM_REPORT report{};
+    EXPECT_EQ(1, m_mgr.MatchAlarmTypeAndAction("window", "t", report, m_map));
+    EXPECT_EQ(1, m_mgr.BuildAlarmInfoForEAS("window", "t", report, m_map));
+    m_map.bind("null", nullptr);
+    EXPECT_EQ(1, m_mgr.MatchAlarmTypeAndAction("null", "t", report, m_map));
+    EXPECT_EQ(ZVS_NULL_POINTER, m_mgr.BuildAlarmInfoForEAS("null", "t", report, m_map));
+    m_map.unbind("null");
+}
+
+TEST_F(AlarmMappingTest, EmptyExtensionFailsTheMappingsBuilderAlone) {
+    ASSERT_EQ(0, LoadMappings(List(Row("<AlarmCode>c</AlarmCode><AlarmType>T</AlarmType>"
+                                       "<AlarmDetailEn>d</AlarmDetailEn>"))));
+    ZVS_ALARM_REPORT report{};
+    EXPECT_EQ(1, m_mgr.BuildAlarmInfoForEAS("c", GVX_ALARM_ACTION_DEFAULT, report, m_map));
+    EXPECT_TRUE(m_log->Contains("snprintf_s cExtParam failed"));
+    report = ZVS_ALARM_REPORT{};
+    report.cExtParam[0] = 'o';
+    EXPECT_EQ(0, m_mgr.BuildAlarmInfoForEAS("c", GVX_ALARM_ACTION_DEFAULT, report, m_map));
+}
+
+TEST_F(AlarmMappingTest, FaultyRowsEndTheLoadAndGoodOnesBeforeStay) {
+    const long counted = g_bp_memstat;
+    const std::string good = Row("<AlarmCode>a</AlarmCode><AlarmType>A</AlarmType>");
+    EXPECT_EQ(1, LoadMappings(List(good + Row("<AlarmType>no code: that of the row before</AlarmType>") +
+                                   Row("<AlarmCode>later</AlarmCode>"))));
+    EXPECT_TRUE(m_log->Contains("error:"));
+    EXPECT_EQ(1u, m_map.current_size());
+    EXPECT_EQ(counted + 1, g_bp_memstat);
+    EXPECT_EQ(1, LoadMappings(List(Row("<AlarmCode>b</AlarmCode><AlarmSubDevType>12345678</AlarmSubDevType>"))));
+    EXPECT_TRUE(m_log->Contains("strncpy_s pAlarmInfo->chAlarmSubDevType failed!"));
+    EXPECT_EQ(1, LoadMappings(List(
+                     Row("<AlarmCode>b</AlarmCode><ACTION><ACTIVE>" + std::string(33, 'x') + "</ACTIVE></ACTION>"))));
+    EXPECT_TRUE(m_log->Contains("strncpy_s pAlarmInfo->stAlarmAction.chActive failed!"));
+    EXPECT_EQ(counted + 1, g_bp_memstat);
+    EXPECT_EQ(0, LoadMappings(List(Row("<AlarmCode></AlarmCode><AlarmType>B</AlarmType>") +
+                                   Row("<AlarmCode>b</AlarmCode><AlarmType>B</AlarmType>"))));
+    EXPECT_EQ(2u, m_map.current_size()) << "a row with an empty code is passed over";
+    EXPECT_TRUE(m_log->Contains("Alarm code is null."));
+    EXPECT_EQ(0, LoadDescriptions(List(Row("<AlarmType>D</AlarmType><AlarmSubDevType>12345678</AlarmSubDevType>"))));
+    EXPECT_EQ(1, LoadDescriptions(List(Row("<AlarmType>D</AlarmType>"))));
+    EXPECT_EQ(1, LoadDescriptions(List(Row("<AlarmType>" + std::string(65, 'x') + "</AlarmType>"))));
+    EXPECT_TRUE(m_log->Contains("strncpy_s pAlarmInfoDesc->chAlarmType failed!"));
+    m_mgr.ClearAlarmInfoDesccription();
+    CGvxConfigMgr::ClearAlarmMappings(m_map);
+    EXPECT_EQ(counted, g_bp_memstat);
+    EXPECT_EQ(ZVS_NULL_POINTER, m_mgr.LoadAlarmDescriptionConfig(nullptr));
+    EXPECT_EQ(ZVS_NULL_POINTER, m_mgr.LoadAlarmMappingsConfig(nullptr, m_map));
+}
+
+TEST_F(AlarmMappingTest, StructuralFaultsHaveTheirMessage) {
+    // The alarm is open from the first fault of the process on, so that both of each pair of texts are looked for.
+    const std::pair<std::string, std::vector<const char*>> mappingFaults[] = {
+        {"<broken", {"net xml load failed[", "Alarm info xml load file fail"}},
+        {"<Other/>", {"Can not find alarm info list node.", "Find elem alarm info list fail."}},
+        {"<AlarmInfoList/>", {"Alarm info list do not have children.", "Into elem fail."}},
+        {List("<Other/>"), {"Can not find alarm info node.", "Alarm info xml find AlarmInfo fail."}},
+        {List("<AlarmInfo/>"), {"Process do not have children.", "Alarm info xml into elem fail."}},
+    };
+    for (const auto& [xml, texts] : mappingFaults) {
+        m_log->Clear();
+        EXPECT_EQ(1, LoadMappings(xml)) << xml;
+        EXPECT_EQ(1u, m_log->Count(texts[0]) + m_log->Count(texts[1])) << xml << m_log->Dump();
+    }
+    const std::pair<std::string, const char*> descriptionFaults[] = {
+        {"<Other/>", "Can not find <AlarmInfoList> node."},
+        {"<AlarmInfoList/>", "<AlarmInfoList> do not have children."},
+        {List("<Other/>"), "Find <AlarmInfo> failed."},
+        {List("<AlarmInfo/>"), "<AlarmInfo> do not have children."},
+    };
+    for (const auto& [xml, text] : descriptionFaults) {
+        m_log->Clear();
+        EXPECT_EQ(1, LoadDescriptions(xml)) << xml;
+        EXPECT_EQ(1u, m_log->Count(text)) << xml << m_log->Dump();
+    }
+    EXPECT_EQ(0, CEmergencyProtection::Instance()->IsAlarmStatusItemExist(ALARM_GVX_CONFIG_READ_FAIL, ""));
+}
+
+TEST_F(AlarmMappingTest, AbilitiesNeedEveryAttributeAndKeepTheFirstOfTwo) {
+    std::filesystem::create_directory(m_folder.Path("other"));
+    const std::string counts = R"( VideoInNum="4" AudioInNum="2" AlarmInNum="3" AlarmOutNum="1" TalkbackInNum="1"
+        TalkbackOutNum="1" SerialPortNum="1" NetworkCardNum="2" HardDiskNum="8" PTZNum=)";
+    DEVICE_ABILITY_MAP abilities;
+    DEVICE_ABILITY found{};
+    EXPECT_EQ(1, m_mgr.LoadDeviceAbility(abilities));
+    EXPECT_TRUE(m_log->Contains("Load config failed."));
+    m_folder.Write("other/device_ability.xml", "<DeviceList><Device Id=\"A\"" + counts + "\"5\"/><Device Id=\"A\"" +
+                                                   counts + "\"6\"/></DeviceList>");
+    EXPECT_EQ(0, m_mgr.LoadDeviceAbility(abilities));
+    ASSERT_EQ(0, abilities.find("A", found));
+    EXPECT_EQ(5, found.PTZNum);
+    EXPECT_EQ(8, found.HardDiskNum);
+    m_folder.Write("other/device_ability.xml", "<DeviceList><Device Id=\"B\" VideoInNum=\"1\"/></DeviceList>");
+    EXPECT_EQ(1, m_mgr.LoadDeviceAbility(abilities));
+    EXPECT_EQ(1u, m_log->Count("Make sure there is something wrong", "Point pValue is null."));
+    EXPECT_NE(0, abilities.find("B", found));
+}
+
+}  // namespace

@@ -1,0 +1,419 @@
+#include "gvx_common/config/config_folder.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "base/cbb_xml.h"
+#include "base/log_sftp_conf.h"
+#include "base/zvs_error.h"
+#include "bp/service.h"
+#include "nss/nss_msg.h"
+#include "support/recording_logger.h"
+
+#include <ace/Message_Block.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Plug-ins of some protocols, whose switches are recorded.
+class FakeRegistry : public BP::IPluginRegistry {
+public:
+    FakeRegistry() { BP::CPluginMgr::SetImplementation(this); }
+    ~FakeRegistry() override { BP::CPluginMgr::SetImplementation(nullptr); }
+
+    int RegisterPlugin() override { return 0; }
+    bool FindPlugin(const std::string&, BP::CPluginInfo&) override { return false; }
+    bool InstallPlugin(int protocol, BP::CPluginInfo& info) override {
+        if (protocol == missing) {
+            return false;
+        }
+        info.m_sdkLogSwitch = [this, protocol](std::uint32_t on) { return Note("sdk", protocol, on); };
+        info.m_sipStackLogSwitch = [this, protocol](std::uint32_t on) { return Note("sip", protocol, on); };
+        return true;
+    }
+    int SendRebootPluginMsg() override {
+        calls += "reboot ";
+        return 0;
+    }
+
+    int missing = 0;
+    int refused = 0;
+    std::string calls;
+
+private:
+    int Note(const char* what, int protocol, std::uint32_t on) {
+        calls += std::string(what) + std::to_string(protocol) + "=" + std::to_string(on) + " ";
+        return protocol == refused ? 1 : 0;
+    }
+};
+
+class ConfigEditTest : public testing::Test {
+protected:
+    void SetUp() override {
+        m_folder.Write("zvs_gvx.conf", kSettings);
+        m_folder.Write("log.xml", "<Log><DebugLog><DebugLogSwitch>False</DebugLogSwitch></DebugLog></Log>");
+        ASSERT_EQ(0, m_mgr.Init());
+        m_log->Clear();
+    }
+    int Edit(const std::string& section, const std::string& key, const std::string& value) {
+        CONFIG_INFO info{};
+        key.copy(info.chConfigName, sizeof(info.chConfigName) - 1);
+        section.copy(info.chConfigType, sizeof(info.chConfigType) - 1);
+        value.copy(info.chConfigValue, sizeof(info.chConfigValue) - 1);
+        return m_mgr.SetGvxConfigEdit(info);
+    }
+    std::string Document(const char* type) {
+        CBB::CXml xml;
+        EXPECT_EQ(0, m_mgr.GetGvxConfig(xml, type));
+        return xml.ToString();
+    }
+    int SendFrame(const std::string& json) {
+        CNssMsgBody message(0x0BD0, 1, "t", 0, 0, NSS_TAG_JSON_CONTENT);
+        message.SetValue(json.c_str(), static_cast<unsigned int>(json.size()));
+        ACE_Message_Block block;
+        EXPECT_EQ(0, message.encode(&block));
+        return m_mgr.SetEditConfigFromFrame(&block);
+    }
+    std::string Value(const std::string& key) const { return m_mgr.GetConfValue(key, "absent"); }
+
+    static constexpr const char* kSettings =
+        "; settings\n[SERVICE_CAPACITY]\nMAX_CAPS=128\n[SIF_CFG]\nGVX_SIP_LOG_SWITCH=0\n"
+        "[TIME_SYNCHRONIZATION]\nGVX_SDK_SYNC_TIME_SWITCH=0\nGVX_SDK_SYNC_TIME_INTERVAL=3600\n"
+        "[SECURITY_CFG]\nTV_INIT_FORBID_RSA_SWITCH=0\nDEVICE_VSP_ENABLE=0\n[LOG_CFG]\nGVX_HIKSDK_LOG_SWITCH=0\n"
+        "[MESSAGE]\nGVX_MESSAGE_IP=10.0.0.1\n";
+
+    ScopedRecordingLogger m_log;
+    ConfigFolder m_folder;
+    CGvxConfigMgr m_mgr;
+    FakeRegistry m_plugins;
+};
+
+TEST_F(ConfigEditTest, GoodEditReachesFileAndReaders) {
+    EXPECT_EQ(0, Edit("SERVICE_CAPACITY", "MAX_CAPS", "150"));
+    EXPECT_EQ("150", Value("MAX_CAPS"));
+    EXPECT_NE(std::string::npos, m_folder.Read("zvs_gvx.conf").find("; settings\n[SERVICE_CAPACITY]\nMAX_CAPS=150\n"));
+    EXPECT_TRUE(m_log->Contains("ConfigName[MAX_CAPS] ConfigType[SERVICE_CAPACITY] ConfigValue[150] "));
+    EXPECT_TRUE(m_log->Contains("secion=SERVICE_CAPACITY, key=MAX_CAPS, oldValue=128, newValue=150"));
+    CGvxConfigMgr restarted;
+    ASSERT_EQ(0, restarted.Init());
+    EXPECT_EQ("150", restarted.GetConfValue("MAX_CAPS", ""));
+}
+
+TEST_F(ConfigEditTest, RefusedEditChangesNothing) {
+    struct Row {
+        const char* section;
+        const char* key;
+        const char* value;
+        const char* message;
+    };
+    const Row rows[] = {
+        {"SERVICE_CAPACITY", "MAX_CAPS", "200", "ItemName[MAX_CAPS], value[200],si out of range"},
+        {"SECURITY_CFG", "DEVICE_VSP_ENABLE", "1", "ItemName[DEVICE_VSP_ENABLE], value[1],si out of range"},
+        {"SIF_CFG", "SIP_QUEUE_SIZE", "1000", "Not found key SIP_QUEUE_SIZE in map"},
+        {"SIF_CFG", "MAX_CAPS", "100", "Failed to set gvx config, section=SIF_CFG, key=MAX_CAPS, value=100"},
+        {"MESSAGE", "GVX_MESSAGE_IP", "1.2.3", "value[1.2.3],si out of range"},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(1, Edit(row.section, row.key, row.value)) << row.key;
+        EXPECT_TRUE(m_log->Contains(row.message)) << row.message;
+    }
+    EXPECT_EQ(kSettings, m_folder.Read("zvs_gvx.conf"));
+    EXPECT_EQ("128", Value("MAX_CAPS"));
+}
+
+TEST_F(ConfigEditTest, UnchangedValueDoesNotTouchTheFile) {
+    const auto before = std::filesystem::last_write_time(m_folder.Path("zvs_gvx.conf"));
+    chmod(m_folder.Path("").c_str(), 0500);
+    EXPECT_EQ(0, Edit("WRONG", "MAX_CAPS", "128"));
+    chmod(m_folder.Path("").c_str(), 0700);
+    EXPECT_EQ(before, std::filesystem::last_write_time(m_folder.Path("zvs_gvx.conf")));
+    EXPECT_EQ(0, Edit("SECURITY_CFG", "TV_INIT_FORBID_RSA_SWITCH", "0"));
+    EXPECT_EQ("", m_plugins.calls);
+    EXPECT_EQ(0, Edit("SECURITY_CFG", "TV_INIT_FORBID_RSA_SWITCH", "1"));
+    EXPECT_EQ("reboot ", m_plugins.calls);
+}
+
+TEST_F(ConfigEditTest, RunningComponentIsSwitchedFirst) {
+    EXPECT_EQ(1, Edit("WRONG", "GVX_SDK_SYNC_TIME_INTERVAL", "7200"));
+    EXPECT_EQ(7200u, m_mgr.GetSdkSyncTimeInterval());
+    EXPECT_EQ("3600", Value("GVX_SDK_SYNC_TIME_INTERVAL"));
+    EXPECT_EQ(0, Edit("TIME_SYNCHRONIZATION", "GVX_SDK_SYNC_TIME_SWITCH", "1"));
+    EXPECT_EQ(1u, m_mgr.GetSdkSyncTimeSwitch());
+
+    EXPECT_EQ(0, Edit("SIF_CFG", "GVX_SIP_LOG_SWITCH", "1"));
+    EXPECT_EQ("sip2=1 sip4=1 ", m_plugins.calls);
+    EXPECT_EQ("0", Value("GVX_SIP_LOG_SWITCH"));
+    EXPECT_EQ(std::string::npos, m_folder.Read("zvs_gvx.conf").find("GVX_SIP_LOG_SWITCH=1"));
+    EXPECT_EQ(std::string::npos, Document("SIF_CFG").find("<ConfigValue>1"));
+}
+
+TEST_F(ConfigEditTest, SwitchFaultsAreTold) {
+    m_plugins.missing = BP::DEV_PROTOCOL_TYPE_TEYES;
+    EXPECT_EQ(1, Edit("", "GVX_SIP_LOG_SWITCH", "1"));
+    EXPECT_TRUE(m_log->Contains("InstallPlugin failed! DevProtocol[4]"));
+    m_plugins.refused = BP::DEV_PROTOCOL_TYPE_T28181;
+    EXPECT_EQ(1, Edit("", "GVX_SIP_LOG_SWITCH", "1"));
+    EXPECT_TRUE(m_log->Contains("Set T28181 sipstack logswitch to [1] failed."));
+    m_plugins.missing = 0;
+    m_plugins.refused = BP::DEV_PROTOCOL_TYPE_TEYES;
+    EXPECT_EQ(1, Edit("", "GVX_SIP_LOG_SWITCH", "0"));
+    EXPECT_TRUE(m_log->Contains("Set Teyes sipstack logswitch to [0] failed."));
+    EXPECT_EQ(1, m_mgr.SetHikAndDahuaSDKSwitch("OTHER", 1));
+    EXPECT_TRUE(m_log->Contains("Unsupporetd switch name! switchName[OTHER]"));
+
+    m_plugins.refused = BP::DEV_PROTOCOL_TYPE_HIKSDK;
+    EXPECT_EQ(0, Edit("LOG_CFG", "GVX_HIKSDK_LOG_SWITCH", "1")) << "the file follows whatever the plug-in says";
+    EXPECT_TRUE(m_log->Contains("Set SDK Log failed!"));
+    EXPECT_EQ("1", Value("GVX_HIKSDK_LOG_SWITCH"));
+}
+
+TEST_F(ConfigEditTest, PluginDebugLogLivesInLogXml) {
+    EXPECT_EQ(0, Edit("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", "1"));
+    EXPECT_NE(std::string::npos, m_folder.Read("log.xml").find("<DebugLogSwitch>True</DebugLogSwitch>"));
+    EXPECT_EQ(0, Edit("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", "0"));
+    EXPECT_NE(std::string::npos, m_folder.Read("log.xml").find("<DebugLogSwitch>False</DebugLogSwitch>"));
+    m_folder.Write("log.xml", "<Log/>");
+    EXPECT_EQ(1, Edit("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", "1"));
+    EXPECT_TRUE(m_log->Contains("Set GVX Plugin DebugLogSwitch Failed."));
+    std::filesystem::remove(m_folder.Path("log.xml"));
+    EXPECT_EQ(1, Edit("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", "1"));
+    EXPECT_TRUE(m_log->Contains("$filepath=" + m_folder.Path("log.xml"), "Load Log.xml File failed!"));
+}
+
+TEST_F(ConfigEditTest, NatListIsTakenWholeOrNotAtAll) {
+    EXPECT_EQ(
+        0, m_mgr.SetGVXConfigValue("SUBNET_NAT", "SUBNET_NAT_IP_LIST", "10.0.0.0/255.0.0.0;192.168.0.0/255.255.0.0;"));
+    const std::list<std::string> both = {"10.0.0.0/255.0.0.0", "192.168.0.0/255.255.0.0"};
+    EXPECT_EQ(both, m_mgr.GetPrivateIpList());
+    EXPECT_EQ(1, m_mgr.SetGVXConfigValue("SUBNET_NAT", "SUBNET_NAT_IP_LIST", "11.0.0.0/255.0.0.0;bad"));
+    EXPECT_EQ(both, m_mgr.GetPrivateIpList());
+    EXPECT_TRUE(m_log->Contains("section=SUBNET_NAT, key=SUBNET_NAT_IP_LIST", "Set gvx Subnet Nat IP List Failed"));
+    const std::string saved = m_folder.Read("zvs_gvx_nat.conf");
+    EXPECT_NE(std::string::npos, saved.find("SUBNET_NAT_IP_LIST=10.0.0.0/255.0.0.0;192.168.0.0/255.255.0.0;\n"));
+    EXPECT_EQ(1, m_mgr.SetGVXConfigValue("WRONG", "SUBNET_NAT_IP_LIST", "12.0.0.0/255.0.0.0"));
+    EXPECT_TRUE(m_log->Contains("section=WRONG", "Set gvx config value Failed"));
+    EXPECT_EQ(saved, m_folder.Read("zvs_gvx_nat.conf"));
+}
+
+TEST_F(ConfigEditTest, FrameCarriesOneEdit) {
+    EXPECT_EQ(0, SendFrame(R"({"ConfigSection":"SERVICE_CAPACITY","ConfigName":"MAX_CAPS","ConfigValue":"99",)"
+                           R"("ConfigValueType":1})"));
+    EXPECT_EQ("99", Value("MAX_CAPS"));
+    struct Row {
+        std::string json;
+        const char* message;
+    };
+    const Row rows[] = {
+        {R"({"ConfigSection":"SERVICE_CAPACITY","ConfigName":"MAX_CAPS","ConfigValue":5})", "SetGvxConfigEdit failed."},
+        {"[1]", "SetGvxConfigEdit failed."},
+        {"{broken", "parse json faild."},
+        {"", "jsonMsg is null"},
+        {R"({"ConfigName":")" + std::string(64, 'n') + "\"}", "strncpy_s gvxConfigEdit.chConfigName failed!"},
+        {R"({"ConfigSection":")" + std::string(32, 's') + "\"}", "strncpy_s gvxConfigEdit.chConfigType failed!"},
+        {R"({"ConfigValue":")" + std::string(32, 'v') + "\"}", "strncpy_s gvxConfigEdit.chConfigValue failed!"},
+    };
+    for (const Row& row : rows) {
+        m_log->Clear();
+        EXPECT_EQ(1, SendFrame(row.json)) << row.json;
+        EXPECT_TRUE(m_log->Contains(row.message)) << row.json << m_log->Dump();
+    }
+    EXPECT_EQ("99", Value("MAX_CAPS"));
+    EXPECT_EQ(2, m_mgr.SetEditConfigFromFrame(nullptr));
+    ACE_Message_Block half(50);
+    half.wr_ptr(50);
+    EXPECT_EQ(1, m_mgr.SetEditConfigFromFrame(&half));
+    EXPECT_TRUE(m_log->Contains("ret=1", "json msg decode failed"));
+}
+
+TEST_F(ConfigEditTest, UnifiedDocumentHoldsTheReadableSettings) {
+    const std::string one = Document("SERVICE_CAPACITY");
+    EXPECT_NE(std::string::npos, one.find("<ConfigNumber>2</ConfigNumber><ModuleName>GVX</ModuleName><ConfigList>"
+                                          "<ConfigInfo><ConfigName>MAX_CAPS</ConfigName><ConfigType>SERVICE_CAPACITY"
+                                          "</ConfigType><ConfigValue>128</ConfigValue></ConfigInfo><ConfigInfo>"
+                                          "<ConfigName>GVX_SIP_LOG_SWITCH</ConfigName><ConfigType>SIF_CFG"
+                                          "</ConfigType><ConfigValue>0</ConfigValue></ConfigInfo></ConfigList>"))
+        << one;
+    EXPECT_TRUE(m_log->Contains("type=SERVICE_CAPACITY, name=BAND_WIDTH"));
+    EXPECT_EQ(std::string::npos, one.find("WorkSpace"));
+    const std::string all = Document("");
+    for (const char* name : {"WorkSpace", "Password", "GVX_MESSAGE_IP", "DEVICE_VSP_ENABLE"}) {
+        EXPECT_NE(std::string::npos, all.find(name)) << name;
+    }
+    EXPECT_NE(std::string::npos, Document("LOG_CFG").find("<ConfigName>ServerPort</ConfigName>"));
+    CBB::CXml xml;
+    EXPECT_EQ(1, m_mgr.GetGvxConfig(xml, nullptr));
+}
+
+TEST_F(ConfigEditTest, ValueThatXmlCannotCarryIsLeftOutOfTheDocument) {
+    const COMUUnifiedConfigList configs = {
+        {"A", "BAD", "x\x01y"},
+        {"A", "GOOD", "v"},
+    };
+    CBB::CXml xml;
+    EXPECT_EQ(0, m_mgr.BuildUnifiedConfigXml(configs, xml));
+    const std::string text = xml.ToString();
+    EXPECT_NE(std::string::npos, text.find("<ConfigNumber>2</ConfigNumber>")) << text;
+    EXPECT_NE(std::string::npos, text.find("<ConfigName>GOOD</ConfigName>")) << text;
+    EXPECT_EQ(std::string::npos, text.find("BAD")) << text;
+    EXPECT_TRUE(m_log->Contains("type=A, name=BAD"));
+}
+
+TEST_F(ConfigEditTest, EditsOfSeveralThreadsAllReachTheFile) {
+    const std::pair<const char*, const char*> keys[] = {
+        {"SERVICE_CAPACITY", "MAX_CAPS"}, {"MESSAGE", "GVX_MESSAGE_IP"}, {"SECURITY_CFG", "DEVICE_VSP_ENABLE"}};
+    std::atomic<int> failures{0};
+    std::vector<std::thread> editors;
+    for (const auto& [section, key] : keys) {
+        editors.emplace_back([this, &failures, section = section, key = key] {
+            for (int round = 0; round < 30; ++round) {
+                failures += m_mgr.SetGVXConfigValue(section, key, std::to_string(1000 + round));
+                CBB::CXml xml;
+                failures += m_mgr.GetGvxConfig(xml, "MESSAGE");
+            }
+        });
+    }
+    for (std::thread& editor : editors) {
+        editor.join();
+    }
+    EXPECT_EQ(0, failures);
+    CGvxConfigMgr restarted;
+    ASSERT_EQ(0, restarted.Init());
+    for (const auto& [section, key] : keys) {
+        EXPECT_EQ("1029", Value(key));
+        EXPECT_EQ("1029", restarted.GetConfValue(key, "")) << key;
+    }
+}
+
+TEST_F(ConfigEditTest, LogUploadKeepsItsPasswordEncipheredAndOutOfEveryLog) {
+    const std::string secret = "S3cr3t-pa55";
+    EXPECT_EQ(0, m_mgr.SetLogSFTPConf("WorkSpace", "/logs"));
+    EXPECT_EQ(0, m_mgr.SetLogSFTPConf("ServerAddr", "10.0.0.5"));
+    EXPECT_EQ(0, m_mgr.SetLogSFTPConf("ServerPort", "2222"));
+    EXPECT_EQ(0, m_mgr.SetLogSFTPConf("Username", "op"));
+    EXPECT_EQ(0, m_mgr.SetLogSFTPConf("Password", secret.c_str()));
+    LOG_SFTP_CONF conf{};
+    ASSERT_EQ(0, read_log_sftp_conf(&conf));
+    EXPECT_STREQ("/logs", conf.WorkSpace);
+    EXPECT_EQ(2222, conf.ServerPort);
+    EXPECT_STREQ(secret.c_str(), conf.Password);
+    EXPECT_NE(std::string::npos, Document("LOG_CFG").find("<ConfigValue>" + secret + "</ConfigValue>"));
+    EXPECT_EQ(1, m_mgr.SetLogSFTPConf("Password", (secret + std::string(64, 'x')).c_str()));
+    EXPECT_EQ(1, SendFrame(R"({"ConfigSection":"LOG_CFG","ConfigName":"Password","ConfigValue":")" + secret + "\"}"));
+    EXPECT_EQ(1, Edit("LOG_CFG", "Password", secret));
+    EXPECT_EQ(1, SendFrame(R"({"ConfigName":"Password","ConfigValue":")" + secret));
+    EXPECT_EQ(1, SendFrame("[\"" + secret + "\"]"));
+    EXPECT_EQ(1, m_mgr.SetGVXConfigValue("LOG_CFG", "Password", secret));
+
+    EXPECT_EQ(std::string::npos, m_log->Dump().find(secret)) << m_log->Dump();
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path(""))) {
+        if (entry.is_regular_file()) {
+            EXPECT_EQ(std::string::npos, m_folder.Read(entry.path().filename()).find(secret)) << entry.path();
+        }
+    }
+    for (const char* name : {"log_sftp.conf", "log_sftp.key"}) {
+        struct stat status {};
+        ASSERT_EQ(0, stat(m_folder.Path(name).c_str(), &status)) << name;
+        EXPECT_EQ(0600u, status.st_mode & 07777u) << name;
+    }
+
+    const std::string before = m_folder.Read("log_sftp.conf");
+    EXPECT_EQ(0, m_mgr.SetLogSFTPConf("Other", "x"));
+    EXPECT_TRUE(m_log->Contains("name is [Other]"));
+    EXPECT_NE(before, m_folder.Read("log_sftp.conf")) << "written anew, under a fresh nonce";
+    EXPECT_EQ(2, m_mgr.SetLogSFTPConf("Password", nullptr));
+    m_folder.Write("log_sftp.key", "another key, of other length");
+    EXPECT_EQ(ZVS_GVX_GET_LOG_SFTP_CONF_ERROR, m_mgr.SetLogSFTPConf("Username", "x"));
+    EXPECT_TRUE(m_log->Contains("or its key is damaged."));
+    Document("");
+    EXPECT_TRUE(m_log->Contains("Failed to append log cfg to unified config"));
+}
+
+TEST_F(ConfigEditTest, ReadersSeeTheOldOrTheNewValue) {
+    std::atomic<bool> stop{false};
+    std::atomic<int> reads{0};
+    std::atomic<int> strange{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 10; ++i) {
+        readers.emplace_back([&] {
+            while (!stop) {
+                const std::string value = Value("MAX_CAPS");
+                const std::string ip = m_mgr.GetLocalIP();
+                strange +=
+                    (value == "128" || value == "1" || value == "2") && (ip == "10.0.0.1" || ip == "10.0.0.2") ? 0 : 1;
+                strange += m_mgr.GetPrivateIpList().size() <= 1 ? 0 : 1;
+                ++reads;
+            }
+        });
+    }
+    while (reads < 100) {
+        std::this_thread::yield();
+    }
+    for (int round = 0; round < 50; ++round) {
+        const bool odd = round % 2 != 0;
+        EXPECT_EQ(0, Edit("SERVICE_CAPACITY", "MAX_CAPS", odd ? "1" : "2"));
+        EXPECT_EQ(odd ? "1" : "2", Value("MAX_CAPS")) << "the editor reads its own edit";
+        EXPECT_EQ(0, m_mgr.SetGVXLocalIP(odd ? "10.0.0.1" : "10.0.0.2"));
+        EXPECT_EQ(0, m_mgr.SetGVXConfigValue("SUBNET_NAT", "SUBNET_NAT_IP_LIST",
+                                             odd ? "10.0.0.0/255.0.0.0" : "11.0.0.0/255.0.0.0"));
+    }
+    stop = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(0, strange);
+}
+
+TEST(ConfigEditRules, EveryKeyHasItsRange) {
+    struct Row {
+        const char* key;
+        std::vector<const char*> good;
+        std::vector<const char*> bad;
+    };
+    const Row rows[] = {
+        {"GVX_MEDIA_IP", {"1.2.3.4"}, {"", "01.2.3.4"}},
+        {"MAX_CAPS", {"1", "150"}, {"0", "151", "x"}},
+        {"BAND_WIDTH", {"100", "300"}, {"99", "301"}},
+        {"GVX_SIP_SERVER_PORT", {"1", "65535"}, {"0", "65536"}},
+        {"SIP_QUEUE_SIZE", {"1000", "65535"}, {"999", "65536"}},
+        {"ALARM_KEEP_TIME", {"60", "3600"}, {"59", "3601"}},
+        {"GVX_SDK_SYNC_TIME_INTERVAL", {"3600", "86400"}, {"3599", "86401"}},
+        {"GB35114_DATE_INTERNAL", {"5", "3600"}, {"4", "3601"}},
+        {"SUPPORT_AREA_TYPE", {"0", "3"}, {"-1", "4"}},
+        {"T28181_VIDEO_FORMAT_ABILITY", {"0", "2", "5"}, {"1", "3", "6"}},
+        {"GB35114_SECURITY_LEVEL", {"A", "C"}, {"D", "AB", ""}},
+        {"GB35114_KEYLABEL", {"abc"}, {"ab", "a_c"}},
+        {"GB35114_SERVER_ID", {"12345678901234567890"}, {"1234567890123456789"}},
+        {"GVX_SIP_SERVER_ID", {"12345678901234567890"}, {"x2345678901234567890"}},
+        {"GVX_MEDIA_SEND_TCP", {"anything"}, {}},
+        {"T28181_DIGEST_ALGORITHM", {""}, {}},
+        {"EXTSYSTEM_BOSCH_ENABLE", {}, {"0", "1"}},
+        {"no such key", {}, {"1"}},
+    };
+    const auto check = [](const char* key, const char* value) {
+        CONFIG_INFO info{};
+        std::string(key).copy(info.chConfigName, sizeof(info.chConfigName) - 1);
+        std::string(value).copy(info.chConfigValue, sizeof(info.chConfigValue) - 1);
+        return GvxConfigMgr()->CheckSetValue(info);
+    };
+    for (const Row& row : rows) {
+        for (const char* value : row.good) {
+            EXPECT_TRUE(check(row.key, value)) << row.key << "=" << value;
+        }
+        for (const char* value : row.bad) {
+            EXPECT_FALSE(check(row.key, value)) << row.key << "=" << value;
+        }
+    }
+    for (const char* key :
+         {"GVX_SIP_LOG_SWITCH", "IS_SUPPORT_VSP", "REPORT_CAMERA_NAME", "GVX_SDK_SYNC_TIME_SWITCH",
+          "MOTION_DETECTION_ALARM_SWITCH", "DI_ALARM_SWITCH", "ARTIFICIAL_VIDEO_ALARM_SWITCH", "GVX_DHSDK_LOG_SWITCH",
+          "GVX_HIKSDK_LOG_SWITCH", "GVX_PLUGIN_DEBUG_LOG_SWITCH", "TV_INIT_FORBID_RSA_SWITCH"}) {
+        EXPECT_TRUE(check(key, "0") && check(key, "1") && !check(key, "2")) << key;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,313 @@
+#include "gvx_common/config/gvx_config_mgr.h"
+
+#include "config_folder.h"
+#include "gvx_common/alarm/emergency_protection.h"
+#include "support/recording_logger.h"
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class ConfigMgrTest : public testing::Test {
+protected:
+    // The alarms that were raised since the test began.
+    std::vector<gvx::HeldAlarm> Alarms() const {
+        std::vector<gvx::HeldAlarm> all = CEmergencyProtection::Instance()->GetHeldAlarms();
+        all.erase(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(m_former));
+        return all;
+    }
+    int InitWith(const std::string& settings) {
+        m_folder.WriteConf(settings);
+        return m_mgr.Init();
+    }
+    std::string Value(const std::string& key) const { return m_mgr.GetConfValue(key, "absent"); }
+
+    ScopedRecordingLogger m_log;
+    ConfigFolder m_folder;
+    CGvxConfigMgr m_mgr;
+    const std::size_t m_former = CEmergencyProtection::Instance()->GetHeldAlarms().size();
+};
+
+TEST_F(ConfigMgrTest, ReadsSettingsByItsOwnRules) {
+    ASSERT_EQ(0, InitWith("[S]\nMAX_CAPS=64 ; limit\r\n\t a b \t=  x = y \t\r\nempty=\nNODE_CODE=\n"
+                          "two=first\ntwo=second\n[head=er]\n;off=1\nno equals\nlast=end"));
+    EXPECT_EQ("64", Value("MAX_CAPS"));
+    EXPECT_EQ("x = y", Value("a b"));
+    EXPECT_EQ("", Value("empty"));
+    EXPECT_EQ("first", Value("two"));
+    EXPECT_EQ("er]", Value("[head"));
+    EXPECT_EQ("absent", Value("off"));
+    EXPECT_EQ("end", Value("last"));
+    EXPECT_EQ(7u, m_mgr.GetMapCfgKeyValue().size());
+    EXPECT_TRUE(Alarms().empty());
+    EXPECT_FALSE(m_mgr.HasConfigError());
+    EXPECT_TRUE(m_mgr.GetBoolConfValue("empty", false));
+    EXPECT_FALSE(m_mgr.GetBoolConfValue("none", false));
+}
+
+TEST_F(ConfigMgrTest, FirstByteOfTheFileIsConsumed) {
+    m_folder.Write("zvs_gvx.conf", "GVX_MEDIA_IP=1.2.3.4\nk=v\n");
+    ASSERT_EQ(0, m_mgr.Init());
+    EXPECT_EQ("1.2.3.4", Value("VX_MEDIA_IP"));
+    EXPECT_EQ("absent", Value("GVX_MEDIA_IP"));
+    EXPECT_EQ("v", Value("k"));
+}
+
+TEST_F(ConfigMgrTest, IllegalValueRaisesAnAlarmAndStaysInForce) {
+    ASSERT_EQ(0, InitWith("MAX_CAPS=500\nLogLevel=abc\nGVX_MESSAGE_IP=01.2.3.4\nMAX_CAPS=0\n"
+                          "GVX_SDK_SYNC_TIME_INTERVAL=100\n"));
+    const std::string where = "Location=" + m_folder.Path("zvs_gvx.conf") + ",ParaName=";
+    const std::vector<gvx::HeldAlarm> alarms = Alarms();
+    const std::pair<const char*, const char*> expected[] = {
+        {"MAX_CAPS", "CurrentValue=500,DefaultValue=128"},
+        {"LogLevel", "CurrentValue=abc,DefaultValue="},
+        {"GVX_MESSAGE_IP", "CurrentValue=01.2.3.4,DefaultValue=01.2.3.4"},
+        {"MAX_CAPS", "CurrentValue=0,DefaultValue=128"},
+        {"GVX_SDK_SYNC_TIME_INTERVAL", "CurrentValue=100,DefaultValue=3600"},
+    };
+    ASSERT_EQ(std::size(expected), alarms.size());
+    for (std::size_t i = 0; i < alarms.size(); ++i) {
+        EXPECT_EQ("ALARM_GVX_CONFIG_READ_FAIL", alarms[i].type);
+        EXPECT_EQ("12", alarms[i].inType);
+        EXPECT_EQ(where + expected[i].first, alarms[i].location);
+        EXPECT_EQ(expected[i].second, alarms[i].description);
+    }
+    EXPECT_EQ("500", Value("MAX_CAPS"));
+    EXPECT_EQ("01.2.3.4", m_mgr.GetLocalIP());
+    EXPECT_EQ("100", Value("GVX_SDK_SYNC_TIME_INTERVAL"));
+    EXPECT_EQ(3600u, m_mgr.GetSdkSyncTimeInterval());
+    EXPECT_TRUE(m_mgr.HasConfigError());
+    EXPECT_EQ("GVX_SDK_SYNC_TIME_INTERVAL", m_mgr.GetErrorConfigName());
+}
+
+TEST_F(ConfigMgrTest, SyncIntervalIsClampedAndSwitchTaken) {
+    const std::pair<const char*, unsigned int> rows[] = {
+        {"", 3600u},
+        {"GVX_SDK_SYNC_TIME_INTERVAL=-1\n", 3600u},
+        {"GVX_SDK_SYNC_TIME_INTERVAL=7200\n", 7200u},
+        {"GVX_SDK_SYNC_TIME_INTERVAL=86401\n", 86400u},
+        {"GVX_SDK_SYNC_TIME_INTERVAL=\n", 3600u},
+    };
+    for (const auto& row : rows) {
+        ASSERT_EQ(0, InitWith(row.first + std::string("GVX_SDK_SYNC_TIME_SWITCH=1\n")));
+        EXPECT_EQ(row.second, m_mgr.GetSdkSyncTimeInterval()) << row.first;
+        EXPECT_EQ(1u, m_mgr.GetSdkSyncTimeSwitch());
+    }
+}
+
+TEST_F(ConfigMgrTest, StaleSideFileIsDeletedUnread) {
+    m_folder.Write("zvs_gvx.conf.bak", "; x\nk=from side file\n");
+    ASSERT_EQ(0, InitWith("k=live\n"));
+    EXPECT_EQ("live", Value("k"));
+    EXPECT_FALSE(std::filesystem::exists(m_folder.Path("zvs_gvx.conf.bak")));
+    EXPECT_EQ(1u, m_log->Count("Exist a backfile of zvs_gvx.conf:[" + m_folder.Path("zvs_gvx.conf.bak") + "]"));
+}
+
+TEST_F(ConfigMgrTest, MainFileMissingEmptyOrZeroFails) {
+    EXPECT_EQ(1, m_mgr.Init());
+    m_folder.Write("zvs_gvx.conf", "");
+    EXPECT_EQ(1, m_mgr.Init());
+    ASSERT_EQ(2u, Alarms().size());
+    EXPECT_EQ("Location=" + m_folder.Path("zvs_gvx.conf") + ",ParaName=###", Alarms()[0].location);
+    EXPECT_EQ("", Alarms()[1].description);
+    EXPECT_EQ(2u, m_log->Count("Failed to load zvs gvx config"));
+
+    m_folder.Write("zvs_gvx.conf", std::string("\0k=v\n", 5));
+    EXPECT_EQ(1, m_mgr.Init());
+    EXPECT_EQ(2u, Alarms().size());
+    EXPECT_TRUE(m_log->Contains("confFile is NULL pointer."));
+}
+
+TEST_F(ConfigMgrTest, MissingNatFileFailsTheWholeLoad) {
+    std::filesystem::remove(m_folder.Path("zvs_gvx_nat.conf"));
+    EXPECT_EQ(1, InitWith("k=v\n"));
+    ASSERT_EQ(1u, Alarms().size());
+    EXPECT_EQ("Location=" + m_folder.Path("zvs_gvx_nat.conf"), Alarms()[0].location);
+    EXPECT_TRUE(m_log->Contains("open file error"));
+}
+
+TEST_F(ConfigMgrTest, NatFileKnowsNoComments) {
+    m_folder.Write("zvs_gvx_nat.conf", "; x=1\n\tSUBNET_NAT_IP_LIST =  10.0.0.0/255.0.0.0;11.0.0.0/255.0.0.0 \r\n");
+    ASSERT_EQ(0, InitWith("k=v\n"));
+    EXPECT_TRUE(m_log->Contains("left_value:; x, right_value:1"));
+    EXPECT_TRUE(m_log->Contains("left_value:SUBNET_NAT_IP_LIST, right_value:10.0.0.0/255.0.0.0;11.0.0.0/255.0.0.0"));
+    EXPECT_EQ(1u, m_log->Count("start to parse private net list"));
+}
+
+TEST_F(ConfigMgrTest, MissingFolderFails) {
+    setenv("GVX_CONFIG_DIR", m_folder.Path("none").c_str(), 1);
+    EXPECT_EQ(1, m_mgr.Init());
+    EXPECT_TRUE(m_log->Contains("CGvxConfigMgr get config directory failed"));
+}
+
+TEST_F(ConfigMgrTest, MissingAlarmDescriptionFailsBeforeAnySettingIsRead) {
+    std::filesystem::remove(m_folder.Path("alarm/gvx_nvt_alarm_description.xml"));
+    EXPECT_EQ(1, InitWith("k=v\n"));
+    EXPECT_EQ("absent", Value("k"));
+    EXPECT_TRUE(m_log->Contains("Load alarm description config failed."));
+    EXPECT_TRUE(m_log->Contains("Xml load failed[" + m_folder.Path("alarm/gvx_nvt_alarm_description.xml") + "]") ||
+                m_log->Contains("Alarm info xml load file fail"));
+}
+
+TEST_F(ConfigMgrTest, OddFilesAreReadWithoutHarm) {
+    const std::pair<const char*, std::string> rows[] = {
+        {"CRLF, no last line end", "\r\nk=v\r\nlast=end"},
+        {"a long line", "long=" + std::string(20000, 'x') + "\nk=v\nlast=end"},
+        {"a long key", std::string(5000, 'k') + "=1\nk=v\nlast=end"},
+        {"binary", std::string("\x01\xff\0=\0\n\x80\n", 8) + "k=v\nlast=end"},
+        {"a mebibyte of comments",
+         [] {
+             std::string text;
+             while (text.size() < 1024 * 1024) {
+                 text += "; nothing = here\n";
+             }
+             return text;
+         }() +
+             "k=v\nlast=end"},
+    };
+    for (const auto& row : rows) {
+        ASSERT_EQ(0, InitWith(row.second)) << row.first;
+        EXPECT_EQ("v", Value("k")) << row.first;
+        EXPECT_EQ("end", Value("last")) << row.first;
+    }
+    EXPECT_EQ(0u, Value("long").find("absent"));
+
+    m_folder.Write("zvs_gvx.conf", "\xEF\xBB\xBF[S]\nk=v\n");
+    ASSERT_EQ(0, m_mgr.Init());
+    EXPECT_EQ("v", Value("k"));
+}
+
+TEST_F(ConfigMgrTest, SecondInitRebuilds) {
+    ASSERT_EQ(0, InitWith("a=1\nGVX_MESSAGE_IP=10.1.1.1\n"));
+    const std::string& former = m_mgr.GetLocalIP();
+    ASSERT_EQ(0, InitWith("b=2\n"));
+    EXPECT_EQ("absent", Value("a"));
+    EXPECT_EQ("2", Value("b"));
+    EXPECT_EQ("127.0.0.1", m_mgr.GetLocalIP());
+    EXPECT_EQ("10.1.1.1", former);
+    EXPECT_EQ(0, m_mgr.GetRunMode());
+    EXPECT_FALSE(m_mgr.IsOnline());
+}
+
+TEST_F(ConfigMgrTest, ElementIdComesFromServerThenClient) {
+    ASSERT_EQ(0, m_mgr.LoadLocalIPFromXml());
+    EXPECT_EQ("GVX#007", m_mgr.GetGvxNetElementID());
+    m_folder.Write("net.xml",
+                   "<Net><NetElements><NetElement><ClientList><Client><NetElementID>GVX#008</NetElementID></Client>"
+                   "</ClientList></NetElement></NetElements></Net>");
+    ASSERT_EQ(0, m_mgr.LoadLocalIPFromXml());
+    EXPECT_EQ("GVX#008", m_mgr.GetGvxNetElementID());
+    m_folder.Write("net.xml", "<Net/>");
+    EXPECT_EQ(1, m_mgr.LoadLocalIPFromXml());
+    EXPECT_TRUE(m_log->Contains("can not find NetElementID from net.xml"));
+    EXPECT_EQ("GVX#008", m_mgr.GetGvxNetElementID());
+}
+
+// A process in which no configuration alarm is open yet: the test's own program, begun anew.
+TEST_F(ConfigMgrTest, BadNetXmlRaisesOneAlarmAndDoesNotStopInit) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto raisesOnce = [this] {
+        m_folder.Write("net.xml", ConfigFolder::NetXml(""));
+        if (InitWith("k=v\n") != 0 || m_mgr.GetGvxNetElementID() != "GVX#001" || Alarms().size() != 1 ||
+            Alarms()[0].location != "Location=" + m_folder.Path("net.xml") + ",ParaName=NetElementID" ||
+            Alarms()[0].description != "CurrentValue=,DefaultValue=GVX#001") {
+            return false;
+        }
+        m_folder.Write("net.xml", "<Net><broken>");
+        return m_mgr.Init() == 0 && Alarms().size() == 1 && m_log->Contains("Can not load net.xml.");
+    };
+    const auto runAndClean = [&] {
+        const bool good = raisesOnce();
+        std::filesystem::remove_all(m_folder.Path(""));  // the end of a process destroys no local object
+        std::exit(good ? 0 : 1);
+    };
+    EXPECT_EXIT(runAndClean(), testing::ExitedWithCode(0), "");
+}
+
+TEST(ConfigRules, Rows) {
+    struct Row {
+        const char* key;
+        const char* value;
+        bool legal;
+        const char* offered;  // looked at when illegal
+    };
+    const Row rows[] = {
+        {"no such key", "anything", true, ""},
+        {"SeverIP", "1.2.3.4", true, ""},
+        {"SeverIP", "", false, ""},
+        {"ONVIF_MEDIA_IP", "1.2.3", false, "1.2.3"},
+        {"NODE_CODE", "", true, ""},
+        {"CONGWEN_LIMIT", "-1", false, ""},
+        {"SIP_QUEUE_SIZE", "1", true, ""},
+        {"MAX_CAPS", "300", true, ""},
+        {"MAX_CAPS", "301", false, "128"},
+        {"MAX_CAPS", "x", false, "128"},
+        {"BAND_WIDTH", "99", false, "256"},
+        {"BAND_WIDTH", "100", true, ""},
+        {"GVX_SIP_SERVER_PORT", "65536", false, "5080"},
+        {"GVX_SIP_SERVER_PORT", "99999999999999999999", false, "5080"},
+        {"ALARM_KEEP_TIME", "3600", true, ""},
+        {"ALARM_KEEP_TIME", "59", false, "1800"},
+        {"GVX_SDK_SYNC_TIME_INTERVAL", "86401", false, "3600"},
+        {"GB35114_DATE_INTERNAL", "4", false, "600"},
+        {"SUPPORT_AREA_TYPE", "", true, ""},
+        {"SUPPORT_AREA_TYPE", "4", false, "0"},
+        {"T28181_VIDEO_FORMAT_ABILITY", "5", true, ""},
+        {"T28181_VIDEO_FORMAT_ABILITY", "3", false, "0"},
+        {"IS_SUPPORT_VSP", "1", true, ""},
+        {"IS_SUPPORT_VSP", "00", false, "0"},
+        {"IS_SUPPORT_VSP", "2", false, "0"},
+        {"REPORT_CAMERA_NAME", "", false, "0"},
+        {"GB35114_SECURITY_LEVEL", "B", true, ""},
+        {"GB35114_SECURITY_LEVEL", "D", false, "D"},
+        {"GB35114_KEYLABEL", "ab", false, "ab"},
+        {"GB35114_KEYLABEL", "ab3", true, ""},
+        {"GB35114_KEYLABEL", "ab_", false, "ab_"},
+        {"GVX_SIP_SERVER_ID", "12345678901234567890", true, ""},
+        {"GB35114_SERVER_ID", "1234567890123456789", false, "1234567890123456789"},
+    };
+    for (const Row& row : rows) {
+        std::string value = row.value;
+        EXPECT_EQ(row.legal, GvxConfigMgr()->CheckConfValue(row.key, value)) << row.key << "=" << row.value;
+        EXPECT_EQ(row.legal ? row.value : row.offered, value) << row.key;
+    }
+}
+
+TEST_F(ConfigMgrTest, ReadersRunBesideASecondInit) {
+    ASSERT_EQ(0, InitWith("k=first\nGVX_MESSAGE_IP=10.0.0.1\n"));
+    std::atomic<bool> stop{false};
+    std::atomic<int> reads{0};
+    std::atomic<int> strange{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 10; ++i) {
+        readers.emplace_back([&] {
+            while (!stop) {
+                const std::string value = m_mgr.GetConfValue("k", "default");
+                const std::string ip = m_mgr.GetLocalIP();
+                const bool known = (value == "first" || value == "second" || value == "default") &&
+                                   (ip == "10.0.0.1" || ip == "10.0.0.2") && !m_mgr.GetGvxNetElementID().empty();
+                strange += known ? 0 : 1;
+                ++reads;
+            }
+        });
+    }
+    while (reads < 100) {
+        std::this_thread::yield();
+    }
+    for (int round = 0; round < 50; ++round) {
+        EXPECT_EQ(
+            0, InitWith(round % 2 == 0 ? "k=second\nGVX_MESSAGE_IP=10.0.0.2\n" : "k=first\nGVX_MESSAGE_IP=10.0.0.1\n"));
+    }
+    stop = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(0, strange);
+    EXPECT_EQ("first", Value("k"));
+}
+
+}  // namespace

@@ -1,0 +1,221 @@
+#include "gvx_common/config/config_folder.h"
+#include "gvx_common/config/cloud_config_mgr.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "base/zvs_error.h"
+#include "support/recording_logger.h"
+#include "support/wait_until.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::string Cloud(const std::string& inited, const std::string& mode = "0") {
+    return "<CloudConfig><inited>" + inited + "</inited><RunMode>" + mode + "</RunMode></CloudConfig>";
+}
+std::string Common(const std::string& inner) {
+    return "<Content><IpConfig><IpConfigInfo>" + inner + "</IpConfigInfo></IpConfig></Content>";
+}
+
+class NetworkIdentityTest : public testing::Test {
+protected:
+    int Start() {
+        m_folder.WriteConf("[MESSAGE]\nGVX_MESSAGE_IP=10.0.0.1\n[MEDIA]\nGVX_MEDIA_IP=10.0.0.2\n");
+        return m_mgr.Init();
+    }
+    std::string Message() const { return m_mgr.GetConfValue("GVX_MESSAGE_IP", "absent"); }
+    std::string Media() const { return m_mgr.GetConfValue("GVX_MEDIA_IP", "absent"); }
+
+    ScopedRecordingLogger m_log;
+    ConfigFolder m_folder;
+    CGvxConfigMgr m_mgr;
+};
+
+TEST_F(NetworkIdentityTest, UnitsAddressesOverrideTheFile) {
+    m_folder.WriteRooted(
+        GVXCONFIG_OMU_COMMON_CONFIG_PATH,
+        Common("<SignalIpAddress>10.9.0.1</SignalIpAddress><MediaIpAddress>10.9.0.2</MediaIpAddress>"));
+    ASSERT_EQ(0, Start());
+    EXPECT_EQ("10.9.0.1", Message());
+    EXPECT_EQ("10.9.0.1", m_mgr.GetLocalIP());
+    EXPECT_EQ("10.9.0.2", Media());
+    EXPECT_NE(std::string::npos, m_folder.Read("zvs_gvx.conf").find("GVX_MESSAGE_IP=10.9.0.1\n"));
+    EXPECT_TRUE(m_log->Contains("Local ip is 10.9.0.1, Message ip is 10.9.0.1, Media ip is 10.9.0.2"));
+}
+
+TEST_F(NetworkIdentityTest, FaultsOfTheUnitsFileLeaveTheConfiguredAddresses) {
+    struct Row {
+        std::string content;
+        const char* message;
+        const char* media;
+    };
+    const Row rows[] = {
+        {"<broken", "filename=", "10.0.0.2"},
+        {Common("<MediaIpAddress>10.9.0.2</MediaIpAddress>"), "The tag of local ip address is not found or empty",
+         "10.9.0.2"},
+        {Common("<SignalIpAddress>10.0.0.1</SignalIpAddress>"), "The tag of media ip address is not found or empty",
+         "10.0.0.2"},
+        {Common("<SignalIpAddress>1.2.3</SignalIpAddress><MediaIpAddress>10.9.0.2</MediaIpAddress>"), "ipaddr=1.2.3",
+         "10.0.0.2"},
+    };
+    for (const Row& row : rows) {
+        m_folder.WriteRooted(GVXCONFIG_OMU_COMMON_CONFIG_PATH, row.content);
+        ASSERT_EQ(0, Start());
+        EXPECT_TRUE(m_log->Contains(row.message)) << row.message;
+        EXPECT_EQ("10.0.0.1", Message()) << row.message;
+        EXPECT_EQ(row.media, Media()) << row.message;
+    }
+    EXPECT_EQ(ZVS_IP_INVALID, m_mgr.SetGVXMediaIP("x"));
+    EXPECT_TRUE(m_log->Contains("Invalid ip address, ip=x"));
+}
+
+TEST_F(NetworkIdentityTest, EveryLocalIpOfNetXmlIsRewritten) {
+    m_folder.Write(
+        "net.xml",
+        "<Net><LocalIP>a</LocalIP><NetElements><NetElement><Server><NetElementID>GVX#007</NetElementID>"
+        "<LocalIP>b</LocalIP></Server></NetElement><NetElement><ClientList><Client><Deep><LocalIP>c"
+        "</LocalIP></Deep></Client></ClientList></NetElement></NetElements><LocalIP/><Other>d</Other></Net>");
+    EXPECT_EQ(0, m_mgr.SetLocalIP("10.1.2.3"));
+    const std::string saved = m_folder.Read("net.xml");
+    std::size_t count = 0;
+    for (std::size_t at = saved.find("<LocalIP>10.1.2.3<"); at != std::string::npos;
+         at = saved.find("<LocalIP>10.1.2.3<", at + 1)) {
+        ++count;
+    }
+    EXPECT_EQ(4u, count) << saved;
+    EXPECT_NE(std::string::npos, saved.find("<Other>d</Other>"));
+    EXPECT_EQ("10.1.2.3", m_mgr.GetLocalIP());
+    EXPECT_EQ(1, m_mgr.SetLocalIP("10.1.2"));
+    EXPECT_EQ(1, m_mgr.SetLocalIP(nullptr));
+    m_folder.Write("net.xml", "<Net><LocalIP>a</LocalIP></Net>");
+    EXPECT_EQ(1, m_mgr.SetLocalIP("10.1.2.4"));
+    EXPECT_TRUE(m_log->Contains("Can not find NetElements node"));
+    EXPECT_EQ("10.1.2.3", m_mgr.GetLocalIP());
+}
+
+TEST_F(NetworkIdentityTest, FileAloneIsEditedMediaFirst) {
+    ASSERT_EQ(0, Start());
+    const char* local = "10.5.0.1";
+    const char* media = "10.5.0.2";
+    EXPECT_EQ(0, m_mgr.EditZvsGvxConfIP(local, media));
+    EXPECT_EQ("10.0.0.1", Message());
+    EXPECT_NE(std::string::npos, m_folder.Read("zvs_gvx.conf")
+                                     .find("GVX_MESSAGE_IP=10.5.0.1\n[MEDIA]\n"
+                                           "GVX_MEDIA_IP=10.5.0.2\n"));
+    m_folder.Write("zvs_gvx.conf", "[MEDIA]\nGVX_MEDIA_IP=1.1.1.1\n");
+    EXPECT_EQ(1, m_mgr.EditZvsGvxConfIP(local, media));
+    EXPECT_TRUE(m_log->Contains("Set local ip error medieip:10.5.0.1"));
+    EXPECT_EQ("[MEDIA]\nGVX_MEDIA_IP=10.5.0.2\n", m_folder.Read("zvs_gvx.conf")) << "no undo";
+    local = nullptr;
+    EXPECT_EQ(1, m_mgr.EditZvsGvxConfIP(local, media));
+    EXPECT_TRUE(m_log->Contains("LocalIP is NULL or MediaIP is NULL."));
+
+    m_folder.Write("zvs_gvx.conf", "[GATEWAY]\nGVX_LISTEN_PORT=1\nMAX_CAPS=1\n");
+    EXPECT_EQ(0, m_mgr.EditZvsGvxConfPort({{"GVX_LISTEN_PORT", std::uint16_t{9700}}}));
+    EXPECT_TRUE(m_log->Contains("set all [GVX_LISTEN_PORT] success"));
+    EXPECT_EQ(1, m_mgr.EditZvsGvxConfPort({{"MAX_CAPS", std::uint16_t{2}}}));
+    EXPECT_TRUE(m_log->Contains("Set [MAX_CAPS] failed"));
+    EXPECT_EQ("[GATEWAY]\nGVX_LISTEN_PORT=9700\nMAX_CAPS=1\n", m_folder.Read("zvs_gvx.conf"));
+}
+
+TEST_F(NetworkIdentityTest, NatListKeepsWhatStandsBeforeABadEntry) {
+    std::string list = "10.0.0.0/255.0.0.0;192.168.0.0/255.255.0.0;";
+    EXPECT_EQ(0, m_mgr.ParsePrivateIpList(list));
+    EXPECT_EQ(2u, m_mgr.GetPrivateIpList().size());
+    EXPECT_EQ("", list);
+    EXPECT_TRUE(m_log->Contains("ipNum:2"));
+    list = "10.0.0.0/255.0.0.0;bad";
+    EXPECT_EQ(1, m_mgr.ParsePrivateIpList(list));
+    EXPECT_EQ(std::list<std::string>{"10.0.0.0/255.0.0.0"}, m_mgr.GetPrivateIpList());
+    EXPECT_EQ("bad", list);
+    list = "";
+    EXPECT_EQ(0, m_mgr.ParsePrivateIpList(list));
+    EXPECT_TRUE(m_mgr.GetPrivateIpList().empty());
+    for (const char* bad : {"", "/", "1.2.3.4", "1.2.3.4/", "/255.0.0.0", "1.2.3/255.0.0.0", "1.2.3.4/255.0.255.0",
+                            "1.2.3.4/24", "1.2.3.4/255.0.0.0/8"}) {
+        EXPECT_FALSE(m_mgr.CheckIpAvailable(bad)) << bad;
+    }
+    list = ";";
+    EXPECT_EQ(1, m_mgr.ParsePrivateIpList(list)) << "an empty entry is a bad one";
+
+    m_folder.Write("zvs_gvx_nat.conf", "SUBNET_NAT_IP_LIST = 10.0.0.0/255.0.0.0;11.0.0.0/255.0.0.0\n");
+    ASSERT_EQ(0, Start());
+    EXPECT_EQ(2u, m_mgr.GetPrivateIpList().size());
+}
+
+TEST_F(NetworkIdentityTest, RunModeAndNetworkModeChooseWhereToListen) {
+    ASSERT_EQ(0, Start());
+    EXPECT_TRUE(m_log->Contains("file(" + m_folder.Path("root/home/zvs_common/cloudconfig.xml") + ") is not exist"));
+    EXPECT_EQ(0, m_mgr.GetRunMode());
+    EXPECT_EQ("10.0.0.1", m_mgr.GetIPToLisetenWhenNoFloatIP());
+    m_folder.WriteRooted(GVX_CLOUD_CONFIG_PATH, Cloud("true", "2"));
+    m_mgr.LoadCloudConf();
+    EXPECT_EQ(2, m_mgr.GetRunMode());
+    EXPECT_TRUE(m_log->Contains("run mode is 2"));
+    const std::pair<const char*, int> modes[] = {
+        {"standard", 1}, {"simplify", 2}, {"compatible", 3}, {"comp", 3},
+        {"s", 1},        {"sim", 2},      {"other", 0},      {"standardx", 0},
+    };
+    for (const auto& [text, mode] : modes) {
+        m_folder.Write("network.conf", std::string("NETWORK_MODE=") + text + "\n");
+        EXPECT_EQ(mode, m_mgr.GetNetWorkMode()) << text;
+        EXPECT_EQ(mode == 3 ? "10.0.0.1" : "", m_mgr.GetIPToLisetenWhenNoFloatIP()) << text;
+    }
+    std::filesystem::remove(m_folder.Path("network.conf"));
+    m_log->Clear();
+    EXPECT_EQ(0, m_mgr.GetNetWorkMode());
+    EXPECT_TRUE(m_log->Contains("unKnown Network mode"));
+    m_folder.WriteRooted(GVX_CLOUD_CONFIG_PATH, "<CloudConfig/>");
+    m_mgr.LoadCloudConf();
+    EXPECT_EQ(0, m_mgr.GetRunMode());
+}
+
+class CloudConfigTest : public testing::Test {
+protected:
+    ~CloudConfigTest() override {
+        CCloudConfigMgr::Instance()->UnInit();
+        CCloudConfigMgr::Instance()->SetCloudConfigInited(false);
+    }
+    bool Becomes(bool inited) {
+        return WaitUntil([inited] { return CCloudConfigMgr::Instance()->GetCloudConfigInited() == inited; });
+    }
+    void Write(const std::string& content) { m_folder.WriteRooted(GVX_CLOUD_CONFIG_PATH, content); }
+    std::string File() const { return m_folder.Path("root/home/zvs_common/cloudconfig.xml"); }
+
+    ScopedRecordingLogger m_log;
+    ConfigFolder m_folder;
+};
+
+TEST_F(CloudConfigTest, FlagFollowsTheFile) {
+    Write(Cloud("false"));
+    ASSERT_EQ(0, CCloudConfigMgr::Instance()->Init());
+    EXPECT_FALSE(CCloudConfigMgr::Instance()->GetCloudConfigInited());
+    Write(Cloud("true"));
+    EXPECT_TRUE(Becomes(true)) << "rewritten in place";
+    m_folder.Write("root/home/zvs_common/new.xml", Cloud("false"));
+    std::filesystem::rename(m_folder.Path("root/home/zvs_common/new.xml"), File());
+    EXPECT_TRUE(Becomes(false)) << "replaced by rename";
+    Write(Cloud("true"));
+    EXPECT_TRUE(Becomes(true));
+    m_log->Clear();
+    std::filesystem::remove(File());
+    EXPECT_TRUE(m_log->WaitFor("xmlCloudConfig load failed:["));
+    EXPECT_TRUE(CCloudConfigMgr::Instance()->GetCloudConfigInited()) << "a file that is gone leaves it as it was";
+    Write(Cloud("no"));
+    EXPECT_TRUE(Becomes(false)) << "made anew";
+}
+
+TEST_F(CloudConfigTest, FilesThatDoNotSayLeaveItOff) {
+    CCloudConfigMgr* const mgr = CCloudConfigMgr::Instance();
+    EXPECT_EQ(1, mgr->Init());
+    EXPECT_TRUE(m_log->Contains("xmlCloudConfig load failed:[" + File() + "]."));
+    Write("<CloudConfig><inited/></CloudConfig>");
+    EXPECT_EQ(1, mgr->Init());
+    Write("<CloudConfig><RunMode>1</RunMode></CloudConfig>");
+    EXPECT_EQ(0, mgr->Init());
+    EXPECT_FALSE(mgr->GetCloudConfigInited());
+    Write(Cloud("TRUE"));
+    EXPECT_EQ(0, mgr->Init());
+    EXPECT_FALSE(mgr->GetCloudConfigInited());
+}
+
+}  // namespace

@@ -1,0 +1,149 @@
+#include "gvx_common/config/config_folder.h"
+#include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/config/gvx_config.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/unified_config_table.h"
+#include "support/recording_logger.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::filesystem::path ShippedFolder() {
+    return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path().parent_path() / "conf";
+}
+
+// A start removes side files, so the tests work on a copy.
+class ShippedConfiguration : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(std::filesystem::exists(ShippedFolder() / "zvs_gvx.conf")) << ShippedFolder();
+        const auto recursive = std::filesystem::copy_options::recursive;
+        std::filesystem::copy(ShippedFolder(), m_folder.Path("conf"), recursive);
+        std::filesystem::copy(ShippedFolder() / "root", m_folder.Path("root"), recursive);
+        setenv("GVX_CONFIG_DIR", m_folder.Path("conf").c_str(), 1);
+    }
+
+    ScopedRecordingLogger m_log;
+    ConfigFolder m_folder;
+    CGvxConfigMgr m_mgr;
+};
+
+TEST_F(ShippedConfiguration, LoadsWithoutAlarmOrComplaintAndStaysAsItIs) {
+    const std::size_t former = CEmergencyProtection::Instance()->GetHeldAlarms().size();
+    const std::string before = m_folder.Read("conf/zvs_gvx.conf");
+    ASSERT_EQ(0, m_mgr.Init()) << m_log->Dump();
+    EXPECT_EQ(former, CEmergencyProtection::Instance()->GetHeldAlarms().size());
+    EXPECT_EQ(0u, m_log->CountLevel(OM_LOG_ERR) + m_log->CountLevel(OM_LOG_WARNING)) << m_log->Dump();
+    EXPECT_EQ("GVX#001", m_mgr.GetGvxNetElementID());
+    EXPECT_EQ(before, m_folder.Read("conf/zvs_gvx.conf"));
+}
+
+TEST_F(ShippedConfiguration, HoldsTheReadersDefaults) {
+    ASSERT_EQ(0, m_mgr.Init());
+    const MapCfgKeyValue expected = {
+        {"GVX_MESSAGE_IP", "127.0.0.1"},
+        {"SOCKET_BUFFER_SIZE", "384"},
+        {"MU_NSS_TIMEOUT", "10"},
+        {"OTHERS_NSS_TIMEOUT", "30"},
+        {"NEVER_TIMEOUT_MESSAGE_TYPE", "0x0109,0x0a14,0x0110,0x0503,0xffff,0xfffc,0xfffb,0xfffa"},
+        {"HISTORY_TRACK_EXPIRED_TIME", "1800"},
+        {"MAX_DEV_REACTOR_NUM", "512"},
+        {"MAX_SOCKET_SIZE", "1000"},
+        {"EveryIPC_CapInterval", "300"},
+        {"MEDIA_BUFF_SIZE", "1500"},
+        {"SNASHOT_PIC_MAX_SIZE", "15728640"},
+        {"STREAM_SMOOTH_COEFF", "0"},
+        {"MEDIA_SEND_FIXED_NUM", "10"},
+        {"MEDIA_SEND_INTERVAL", "5"},
+        {"TRANSMISSION_THREAD_NUM", "5"},
+        {"SUPPORT_AREA_TYPE", "0"},
+        {"LIVE_VIEW_VIDEO", "recvonly"},
+        {"AUDIO_TALK_SEND", "sendonly"},
+        {"AUDIO_TALK_RECV", "sendonly"},
+        {"AUDIO_BROADCAST", "sendonly"},
+    };
+    for (const auto& [key, value] : expected) {
+        EXPECT_EQ(value, m_mgr.GetConfValue(key, "absent")) << key;
+    }
+}
+
+TEST_F(ShippedConfiguration, HoldsWhatMayBeReadOrEditedInItsSection) {
+    GVX_Config file(m_folder.Path("conf/zvs_gvx.conf").c_str());
+    char value[128];
+    for (const auto& row : gvx::g_omuUnifiedConfigRelationTable) {
+        EXPECT_EQ(0, file.get(row.section, row.key, value, sizeof(value))) << row.section << " " << row.key;
+    }
+    ASSERT_EQ(0, m_mgr.Init());
+    for (const char* key :
+         {"ARTIFICIAL_VIDEO_ALARM_SWITCH", "DI_ALARM_SWITCH", "T28181_DIGEST_ALGORITHM", "GVX_MEDIA_SEND_TCP",
+          "GVX_MEDIA_SEND_UDP", "TV_INIT_FORBID_RSA_SWITCH", "GB35114_KEYLABEL", "HTTPS_CHECK_HOST_NAME"}) {
+        EXPECT_NE("absent", m_mgr.GetConfValue(key, "absent")) << key;
+    }
+    EXPECT_EQ(0, m_mgr.SetGVXConfigValue("SUBNET_NAT", "SUBNET_NAT_IP_LIST", "10.0.0.0/255.0.0.0")) << m_log->Dump();
+    EXPECT_EQ(0, m_mgr.SetGVXConfigValue("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", "1")) << m_log->Dump();
+    EXPECT_EQ(0, m_mgr.SetLocalIP("10.0.0.9")) << m_log->Dump();
+    EXPECT_EQ(0, m_mgr.EditZvsGvxConfPort({{"GVX_LISTEN_PORT", std::uint16_t{9601}},
+                                           {"GVX_SIP_SERVER_PORT", std::uint16_t{5081}},
+                                           {"SCU_SIP_PORT", std::uint16_t{5061}},
+                                           {"ONVIF_ALARM_LISTENER_PORT", std::uint16_t{8089}}}))
+        << m_log->Dump();
+}
+
+TEST_F(ShippedConfiguration, EachKeyStandsOnceBelowItsComment) {
+    std::istringstream file(m_folder.Read("conf/zvs_gvx.conf"));
+    MapCfgKeyValue seen;
+    std::string before;
+    for (std::string line; std::getline(file, line); before = line) {
+        EXPECT_LE(line.size(), 120u) << line;
+        if (line.empty() || line[0] == ';' || line[0] == '[') {
+            continue;
+        }
+        const std::string key = line.substr(0, line.find('='));
+        EXPECT_TRUE(seen.emplace(key, "").second) << key << " stands twice";
+        EXPECT_TRUE(!before.empty() && before[0] == ';') << key << " has no comment";
+    }
+    ASSERT_EQ(0, m_mgr.Init());
+    EXPECT_EQ(seen.size(), m_mgr.GetMapCfgKeyValue().size());
+}
+
+TEST_F(ShippedConfiguration, AlarmDescriptionsBuildThePlatformsTypes) {
+    ASSERT_EQ(0, m_mgr.Init());
+    struct Row {
+        const char* neutral;
+        int form;
+        unsigned int action;
+        const char* built;
+    };
+    const Row rows[] = {
+        {"ALARM_DISK_FAULT", 1, 1, "ALARM_IPC_SD_CARD_FAULT_ON"},
+        {"ALARM_DISK_FAULT", 3, 0, "ALARM_DVR_DISK_FAULT_OFF"},
+        {"ALARM_DISK_FULL", 4, 1, "ALARM_eNVR_DISK_FULL_ON"},
+        {"ALARM_TYPE_DI", 2, 1, "ALARM_DVS_TYPE_DI_ON"},
+        {"ALARM_SHIELD", 1, 0, "ALARM_IPC_SHIELD_OFF"},
+        {"ALARM_DEVICE_REMOVE", 1, 0, "ALARM_DEVICE_REMOVE"},
+        {"ALARM_IPC_LOW_TEMPERATURE_ON", 1, 0, "ALARM_IPC_LOW_TEMPERATURE_ON"},
+        {"ALARM_SFP_TEC_CURRENT_LOW", 1, 1, "ALARM_IPC_SFP_TEC_CURRENT_LOW_ON"},
+        {"ALARM_PROFILE_ABNORMAL", 1, 1, "ALARM_IPC_PROFILE_ABNORMAL_ON"},
+        {"ALARM_NETWORK_INTERRUPT", 1, 0, "ALARM_IPC_NETWORK_INTERRUPT_OFF"},
+    };
+    for (const Row& row : rows) {
+        ZVS_ALARM_REPORT report{};
+        std::string(row.neutral).copy(report.cAlarmType, sizeof(report.cAlarmType) - 1);
+        report.bAction = row.action;
+        EXPECT_EQ(0, m_mgr.BuildAlarmInfoForNVT(report, static_cast<_PU_DEV_FORM_TYPE>(row.form))) << row.neutral;
+        EXPECT_STREQ(row.built, report.cAlarmType);
+        EXPECT_STRNE("", report.cAlarmDesc);
+    }
+    DEVICE_ABILITY_MAP abilities;
+    EXPECT_EQ(0, m_mgr.LoadDeviceAbility(abilities));
+    DEVICE_ABILITY dvr{};
+    ASSERT_EQ(0, abilities.find("DVR", dvr));
+    EXPECT_EQ(16, dvr.VideoInputChannelNum);
+    EXPECT_EQ(8, dvr.HardDiskNum);
+}
+
+}  // namespace
