@@ -1,0 +1,234 @@
+#include "gvx_common/event/gvx_reactor.h"
+
+#include "base/bounded_string.h"
+#include "base/log.h"
+#include "gvx_common/event/NVR_Reactor.h"
+#include "gvx_common/event/QcnReactor.h"
+#include "gvx_common/event/gvx_reactor_thread_state.h"
+#include "gvx_common/utility/gvx_utility.h"
+
+#include <ace/Guard_T.h>
+#include <ace/OS_NS_unistd.h>
+#include <ace/Thread.h>
+#include <ace/Thread_Manager.h>
+
+#include <cerrno>
+#include <new>
+
+namespace {
+
+constexpr std::size_t kDefaultStackBytes = 524288;
+constexpr unsigned int kMaxQueuedCmds = 512;
+constexpr int kSemaphoreMax = 2147483647;
+constexpr unsigned int kLoopErrorPauseSeconds = 1;
+
+// An NVR_Reactor and the QcnReactor that it deletes.
+constexpr long kObjectsOfReactor = 2;
+
+}  // namespace
+
+CGvxReactor::CGvxReactor() {
+    classMemberInit();
+    Init();
+}
+
+CGvxReactor::CGvxReactor(unsigned long stackSize) {
+    classMemberInit();
+    m_unStackSize = stackSize;
+    Init();
+}
+
+CGvxReactor::CGvxReactor(unsigned long stackSize, const char* threadName) {
+    classMemberInit();
+    m_unStackSize = stackSize;
+    const int result = sprintf_s(m_aucThreadName, sizeof(m_aucThreadName), "%s", threadName);
+    if (result < 0) {
+        GVX_LOG_ERR("create reactor", "sprintf_s fail, return iret[%d]", result);
+    }
+    Init();
+}
+
+CGvxReactor::~CGvxReactor() {
+    if (UnInit() != 0) {
+        // The thread could not be told to end. It still uses this object, so nothing of it may go yet.
+        WaitForThreadEnd();
+    }
+    FreeSemaphore();
+    DropQueue();
+}
+
+void CGvxReactor::classMemberInit() {
+    m_unStackSize = kDefaultStackBytes;
+    m_iMaxCmdCnt = kMaxQueuedCmds;
+    strncpy_s(m_aucThreadName, sizeof(m_aucThreadName), "gvx", sizeof(m_aucThreadName) - 1);
+}
+
+int CGvxReactor::Init() {
+    const int result = createResources();
+    if (result != 0) {
+        GVX_LOG_ERR("init reactor", "failed to Init iret[%d]", result);
+        return 1;
+    }
+    m_bRunFlag = true;
+    if (createServiceThreads() != 0) {
+        m_bRunFlag = false;
+        // Without its thread it would take handlers and timers and serve none of them.
+        CloseReactor();
+        return 1;
+    }
+    return 0;
+}
+
+int CGvxReactor::createResources() {
+    auto* implementation = new (std::nothrow) QcnReactor();
+    auto* reactor = implementation != nullptr && implementation->IsUsable() ? new (std::nothrow)
+                                                                                  NVR_Reactor(implementation, true)
+                                                                            : nullptr;
+    if (reactor == nullptr) {
+        delete implementation;
+        GVX_LOG_ERR("init reactor", "Create debug reactor fail.");
+        return 1;
+    }
+    if (!reactor->IsUsable()) {
+        // Without a descriptor the loop would spin, and without a doorbell it would never wake.
+        reactor->close();
+        delete reactor;
+        GVX_LOG_ERR("init reactor", "Create debug reactor fail.");
+        return 1;
+    }
+    g_bp_memstat += kObjectsOfReactor;
+    m_pReactor = reactor;
+    return 0;
+}
+
+int CGvxReactor::createServiceThreads() {
+    try {
+        m_threadState = std::make_shared<ThreadState>();
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR("Create gvxReactor service threads fail.", "error code[%d].", ENOMEM);
+        return 1;
+    }
+    ACE_thread_t threadID = 0;
+    std::size_t stackSize = m_unStackSize;
+    const int result = activate(THR_NEW_LWP | THR_DETACHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr,
+                                nullptr, &stackSize, &threadID);
+    if (result == -1) {
+        const int error = errno;
+        m_threadState.reset();
+        GVX_LOG_ERR("Create gvxReactor service threads fail.", "error code[%d].", error);
+        return 1;
+    }
+    CGvxUtility::pthreadSetThreadname(threadID, m_aucThreadName);
+    // UnInit looks at what the thread makes first, so the thread has to have come so far.
+    m_threadState->WaitStarted();
+    return 0;
+}
+
+int CGvxReactor::svc() {
+    if (m_pReactor == nullptr) {
+        GVX_LOG_ERR("reactor thread", "reactor  thread exit, resource not created.");
+        m_threadState->Started();
+        return 1;
+    }
+    m_pReactor->owner(ACE_Thread::self());
+    m_pReactor->restart(false);
+    m_pReactorEventThreadSemaphore = new (std::nothrow) ACE_Thread_Semaphore(0, nullptr, nullptr, kSemaphoreMax);
+    g_bp_memstat += m_pReactorEventThreadSemaphore != nullptr ? 1 : 0;
+    m_threadState->Started();
+    GVX_CHECK_NULL_RETURN(m_pReactorEventThreadSemaphore, 1);
+    while (m_bRunFlag) {
+        if (m_pReactor->handle_events(nullptr) < 0) {
+            const int error = errno;
+            GVX_LOG_ERR("reactor event loop error, ", "error code[%d].", error);
+            ACE_OS::sleep(kLoopErrorPauseSeconds);
+        }
+    }
+    m_pReactorEventThreadSemaphore->release();
+    GVX_LOG_INFO("reactor thread", "Reactor loop thread exit.");
+    return 0;
+}
+
+int CGvxReactor::close(unsigned long) {
+    // The owner may delete this object as soon as it hears of the thread's end.
+    const std::shared_ptr<ThreadState> state = m_threadState;
+    GVX_LOG_INFO("reactor thread", "ace task has closed.");
+    if (state != nullptr) {
+        state->EndedIfOwnThread();
+    }
+    return 0;
+}
+
+int CGvxReactor::UnInit() {
+    m_bRunFlag = false;
+    if (m_pReactor == nullptr) {
+        return 0;
+    }
+    if (m_pReactor->notify(nullptr, ACE_Event_Handler::EXCEPT_MASK) != 0) {
+        GVX_LOG_ERR("uninit reactor", "Failed to notify reactor, EXCEPT_MASK");
+        return 1;
+    }
+    if (m_pReactorEventThreadSemaphore != nullptr) {
+        m_pReactorEventThreadSemaphore->acquire();
+    }
+    WaitForThreadEnd();
+    FreeSemaphore();
+    CloseReactor();
+    return 0;
+}
+
+void CGvxReactor::CloseReactor() {
+    m_pReactor->close();
+    delete m_pReactor;
+    m_pReactor = nullptr;
+    g_bp_memstat -= kObjectsOfReactor;
+}
+
+void CGvxReactor::FreeSemaphore() {
+    if (m_pReactorEventThreadSemaphore != nullptr) {
+        delete m_pReactorEventThreadSemaphore;
+        m_pReactorEventThreadSemaphore = nullptr;
+        --g_bp_memstat;
+    }
+}
+
+// The semaphore tells that the loop has ended; the thread then still leaves through the base class, which uses this
+// object and the thread manager's list.
+void CGvxReactor::WaitForThreadEnd() {
+    if (m_threadState == nullptr) {
+        return;
+    }
+    while (!m_threadState->WaitEnded()) {
+        m_pReactor->notify(nullptr, ACE_Event_Handler::EXCEPT_MASK);
+    }
+    while (thr_mgr() != nullptr && thr_mgr()->num_threads_in_task(this) > 0) {
+        ACE_Thread::yield();
+    }
+    m_threadState.reset();
+}
+
+void CGvxReactor::DropQueue() {
+    for (const BP::CGvxNssCmd_& entry : m_queueCmd) {
+        delete entry.m_pCmd;
+    }
+    m_queueCmd.clear();
+}
+
+void CGvxReactor::AttachReactor() {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_EventHdMutex);
+    ++m_iEventHandleNum;
+}
+
+void CGvxReactor::DetachReactor() {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_EventHdMutex);
+    --m_iEventHandleNum;
+}
+
+void CGvxReactor::IncreaseHistoryTrackNum() {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_EventHdMutex);
+    ++m_historyTrackNum;
+}
+
+void CGvxReactor::DecreaseHistoryTrackNum() {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_EventHdMutex);
+    --m_historyTrackNum;
+}

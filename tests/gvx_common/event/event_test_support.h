@@ -1,0 +1,268 @@
+#pragma once
+
+#include "bp/cmd.h"
+#include "bp/session.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/event/gvx_reactor.h"
+#include "nss/nss_msg_header.h"
+#include "nss/nss_msg_type.h"
+#include "support/wait_until.h"
+
+#include <ace/Event_Handler.h>
+#include <ace/Malloc_Base.h>
+#include <ace/Message_Block.h>
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <vector>
+
+// Payload of a frame that is counted as long as it or a clone of it lives.
+class CountedData : public ACE_Data_Block {
+public:
+    // A message block gives its data block back to ACE's allocator, so it has to come from there.
+    static CountedData* Make(std::atomic<int>& live) {
+        return new (ACE_Allocator::instance()->malloc(sizeof(CountedData))) CountedData(live);
+    }
+    ~CountedData() override { --m_live; }
+    ACE_Data_Block* clone_nocopy(ACE_Message_Block::Message_Flags, size_t) const override { return Make(m_live); }
+
+private:
+    explicit CountedData(std::atomic<int>& live)
+        : ACE_Data_Block(1, ACE_Message_Block::MB_DATA, nullptr, nullptr, nullptr, 0, nullptr), m_live(live) {
+        ++m_live;
+    }
+    std::atomic<int>& m_live;
+};
+
+// A queue entry with the command that it owns.
+class TestCmd {
+public:
+    TestCmd(std::uint32_t reqID, const std::string& devID, std::time_t timestamp = 0) {
+        m_cmd.SetReqID(reqID);
+        m_cmd.SetTimestamp(timestamp);
+        m_entry.m_pCmd = &m_cmd;
+        m_entry.m_devID = devID;
+    }
+    TestCmd& Service(std::uint32_t number) {
+        m_cmd.SetServiceID(number);
+        return *this;
+    }
+    TestCmd& Block(const void* bytes, std::size_t size) {
+        auto* block = new ACE_Message_Block(size);
+        block->copy(static_cast<const char*>(bytes), size);
+        m_cmd.SetMsgBlock(block);
+        return *this;
+    }
+    // Counts this command and its clones in live.
+    TestCmd& Counted(std::atomic<int>& live) {
+        m_cmd.SetMsgBlock(new ACE_Message_Block(CountedData::Make(live)));
+        return *this;
+    }
+    // A bare head with that sequence number.
+    TestCmd& Frame(std::uint32_t seqID) {
+        NssMsgHeader head{};
+        head.uiSeqID = htonl(seqID);
+        return Block(&head, sizeof(head));
+    }
+    const BP::CGvxNssCmd_& Entry() const { return m_entry; }
+
+private:
+    BP::CCmd m_cmd;
+    BP::CGvxNssCmd_ m_entry;
+};
+
+inline int Push(CGvxReactor& reactor, std::uint32_t reqID, const std::string& devID, std::time_t timestamp = 0) {
+    return reactor.PushMessage(TestCmd(reqID, devID, timestamp).Entry());
+}
+
+// What sessions have served, in order. The work of the types given to the constructor is to write it down.
+class ServedCmds {
+public:
+    struct Served {
+        std::uint32_t reqID;
+        std::string devID;
+        BP::SessionKind kind;
+        bool operator==(const Served& other) const { return reqID == other.reqID && devID == other.devID; }
+    };
+
+    explicit ServedCmds(const std::vector<std::uint32_t>& reqIDs) {
+        for (const std::uint32_t reqID : reqIDs) {
+            BP::RegisterSessionWork(reqID, [this](BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
+                const std::lock_guard<std::mutex> guard(m_mutex);
+                m_served.push_back({cmd.GetReqID(), session.GetRespDevID(), session.GetKind()});
+                return 0;
+            });
+        }
+    }
+    ~ServedCmds() { BP::ClearSessionWork(); }
+
+    std::vector<Served> All() const {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        return m_served;
+    }
+    // "0131@devA 0109@devA", in order.
+    std::string Text() const {
+        std::string text;
+        for (const Served& served : All()) {
+            char number[8];
+            std::snprintf(number, sizeof(number), "%04x", served.reqID & 0xFFFFu);
+            text += (text.empty() ? "" : " ") + std::string(number) + "@" + served.devID;
+        }
+        return text;
+    }
+    std::size_t Count() const { return All().size(); }
+    bool WaitForCount(std::size_t count) const {
+        return WaitUntil([&] { return Count() >= count; });
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<Served> m_served;  // Guarded by m_mutex.
+};
+
+// Keeps a reactor's thread inside one command until it is opened, so that a test can fill the queue behind it.
+// Opens by itself at its end; declare it behind the reactor.
+class Gate {
+public:
+    static constexpr std::uint32_t kReqID = NSS_DEVICE_REBOOT_REQ;
+
+    explicit Gate(CGvxReactor& reactor) {
+        BP::RegisterSessionWork(kReqID, [state = m_state](BP::CGvxSessionBase&, const BP::CCmd&) {
+            std::unique_lock<std::mutex> lock(state->mutex);
+            state->entered = true;
+            state->changed.notify_all();
+            state->changed.wait(lock, [&] { return state->open; });
+            return 0;
+        });
+        EXPECT_EQ(0, Push(reactor, kReqID, "gate"));
+        std::unique_lock<std::mutex> lock(m_state->mutex);
+        EXPECT_TRUE(m_state->changed.wait_for(lock, std::chrono::seconds(20), [&] { return m_state->entered; }));
+    }
+    ~Gate() { Open(); }
+    void Open() {
+        const std::lock_guard<std::mutex> guard(m_state->mutex);
+        m_state->open = true;
+        m_state->changed.notify_all();
+    }
+
+private:
+    struct State {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool entered = false;
+        bool open = false;
+    };
+    std::shared_ptr<State> m_state = std::make_shared<State>();
+};
+
+// One setting for a scope; none at its end. Reads from a folder of its own.
+class ScopedSetting {
+public:
+    ScopedSetting(const std::string& key, const std::string& value) {
+        char pattern[] = "/tmp/gvx_event_XXXXXX";
+        m_folder = ::mkdtemp(pattern);
+        const char* former = std::getenv("GVX_CONFIG_DIR");
+        m_former = former != nullptr ? former : "/etc/gvx";
+        ::setenv("GVX_CONFIG_DIR", m_folder.c_str(), 1);
+        std::filesystem::create_directory(m_folder + "/alarm");
+        std::ofstream(m_folder + "/alarm/gvx_nvt_alarm_description.xml")
+            << "<AlarmInfoList><AlarmInfo><AlarmType>ALARM_DISK_FULL</AlarmType></AlarmInfo></AlarmInfoList>";
+        Load(key + " = " + value + "\n");
+        EXPECT_EQ(value, CGvxConfigMgr::Instance()->GetConfValue(key, "absent"));
+    }
+    ~ScopedSetting() {
+        Load("");
+        ::setenv("GVX_CONFIG_DIR", m_former.c_str(), 1);
+        std::error_code ignored;
+        std::filesystem::remove_all(m_folder, ignored);
+    }
+
+private:
+    void Load(const std::string& settings) {
+        std::ofstream(m_folder + "/zvs_gvx.conf") << "[GVX]\n" << settings;
+        CGvxConfigMgr::Instance()->Init();
+    }
+    std::string m_folder;
+    std::string m_former;
+};
+
+// Two connected stream sockets that close themselves.
+struct SocketPair {
+    SocketPair() { EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends)); }
+    ~SocketPair() {
+        CloseOurs();
+        ClosePeer();
+    }
+    void Send(const char* text) {
+        EXPECT_EQ(static_cast<ssize_t>(std::strlen(text)), ::write(ends[1], text, std::strlen(text)));
+    }
+    void ClosePeer() { CloseEnd(1); }
+    void CloseOurs() { CloseEnd(0); }
+    void CloseEnd(int end) {
+        if (ends[end] != -1) {
+            ::close(ends[end]);
+            ends[end] = -1;
+        }
+    }
+    int ends[2] = {-1, -1};
+};
+
+// Counts its calls and answers what the test says, one answer a call, then 0.
+class RecordingHandler : public ACE_Event_Handler {
+public:
+    explicit RecordingHandler(int handle = -1) : m_handle(handle) {}
+    ~RecordingHandler() override { reactor(nullptr); }
+
+    ACE_HANDLE get_handle() const override { return m_handle; }
+    int handle_input(ACE_HANDLE) override { return Called("input"); }
+    int handle_output(ACE_HANDLE) override { return Called("output"); }
+    int handle_exception(ACE_HANDLE) override { return Called("exception"); }
+    int handle_timeout(const ACE_Time_Value&, const void*) override { return Called("timeout"); }
+    int handle_close(ACE_HANDLE, ACE_Reactor_Mask mask) override {
+        Called("close:" + std::to_string(mask));
+        return 0;
+    }
+    void Answer(std::vector<int> answers) {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_answers = std::move(answers);
+    }
+    // "input input close:1"; forgets it.
+    std::string Calls() {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        return std::exchange(m_calls, {});
+    }
+    bool WasCalled() const {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        return !m_calls.empty();
+    }
+
+private:
+    int Called(const std::string& what) {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_calls += (m_calls.empty() ? "" : " ") + what;
+        if (m_answers.empty() || what.compare(0, 5, "close") == 0) {
+            return 0;
+        }
+        const int answer = m_answers.front();
+        m_answers.erase(m_answers.begin());
+        return answer;
+    }
+    const int m_handle;
+    mutable std::mutex m_mutex;
+    std::vector<int> m_answers;  // Guarded by m_mutex.
+    std::string m_calls;         // Guarded by m_mutex.
+};

@@ -1,0 +1,129 @@
+#include "gvx_common/event/gvx_dev_reactor_mgr.h"
+
+#include "event_test_support.h"
+#include "support/recording_logger.h"
+#include "support/test_clock.h"
+
+namespace {
+
+class GvxDevReactorMgrTest : public ::testing::Test {
+protected:
+    CGvxReactor* Bind(const std::string& key) { return m_mgr.ScheduleReactor(key); }
+
+    ScopedTestClock m_clock;
+    CGvxDevReactorMgr m_mgr;
+};
+
+TEST_F(GvxDevReactorMgrTest, EmptyPoolBindsNobody) {
+    ScopedRecordingLogger log;
+    EXPECT_EQ(nullptr, Bind("A"));
+    EXPECT_TRUE(log->Contains("key[A], reactor is NULL.", "Schedule reactor."));
+    EXPECT_EQ(nullptr, m_mgr.FindReactor("A"));
+    EXPECT_EQ(nullptr, m_mgr.FindAndReleaseReactor("A"));
+}
+
+TEST_F(GvxDevReactorMgrTest, BindingIsKeptAndCountedOnce) {
+    ASSERT_EQ(0, m_mgr.ReactorPoolInit(4));
+    CGvxReactor* reactor = Bind("A");
+    ASSERT_NE(nullptr, reactor);
+    EXPECT_EQ(reactor, Bind("A"));
+    EXPECT_EQ(reactor, m_mgr.FindReactor("A"));
+    EXPECT_EQ(1, reactor->GetEventHandleNum());
+    EXPECT_EQ(1, reactor->GetHistoryTrackNum());
+}
+
+TEST_F(GvxDevReactorMgrTest, DeviceReturnsToItsReactorAndNewOnesGoToTheIdlest) {
+    ASSERT_EQ(0, m_mgr.ReactorPoolInit(8));
+    CGvxReactor* first = Bind("A");
+    CGvxReactor* second = Bind("B");
+    EXPECT_NE(first, second);
+    EXPECT_EQ(first, m_mgr.FindAndReleaseReactor("A"));
+    EXPECT_EQ(nullptr, m_mgr.FindReactor("A"));
+    EXPECT_EQ(0, first->GetEventHandleNum());
+    EXPECT_EQ(1, first->GetHistoryTrackNum());
+    CGvxReactor* third = Bind("C");
+    EXPECT_NE(first, third) << "its track makes the first one fuller than an unused one";
+    EXPECT_NE(second, third);
+    EXPECT_EQ(first, Bind("A"));
+    EXPECT_EQ(1, first->GetHistoryTrackNum()) << "the track was there already";
+    EXPECT_EQ(first, m_mgr.FindAndReleaseReactor("A"));
+    EXPECT_EQ(first, m_mgr.FindAndReleaseReactor("A")) << "not bound any more: from its track";
+    EXPECT_EQ(0, first->GetEventHandleNum()) << "and detached once";
+}
+
+TEST_F(GvxDevReactorMgrTest, BoundDevicesWeighMoreThanRememberedOnes) {
+    const ScopedSetting setting("MAX_DEV_REACTOR_NUM", "2");
+    ASSERT_EQ(0, m_mgr.ReactorPoolInit(2));
+    CGvxReactor* busy = Bind("busy");
+    for (int i = 0; i < 20; ++i) {
+        const std::string key = "gone" + std::to_string(i);
+        EXPECT_NE(busy, Bind(key));
+        m_mgr.FindAndReleaseReactor(key);
+    }
+    EXPECT_NE(busy, Bind("new")) << "load 20 against 129";
+    EXPECT_EQ(busy, Bind("next")) << "load 129 against 149";
+}
+
+TEST_F(GvxDevReactorMgrTest, TracksExpireStrictlyAfterTheLimit) {
+    const ScopedSetting setting("MAX_DEV_REACTOR_NUM", "2");
+    ASSERT_EQ(0, m_mgr.ReactorPoolInit(2));
+    CGvxReactor* reactor = Bind("A");
+    Bind("bound");
+    m_clock->AdvanceSeconds(100);
+    m_mgr.FindAndReleaseReactor("A");
+    m_clock->AdvanceSeconds(1800);
+    m_mgr.DelExpiredHistoryTrack();
+    EXPECT_EQ(1, reactor->GetHistoryTrackNum()) << "exactly as old as the limit";
+    m_clock->AdvanceSeconds(1);
+    ScopedRecordingLogger log;
+    m_mgr.DelExpiredHistoryTrack();
+    EXPECT_EQ(0, reactor->GetHistoryTrackNum());
+    EXPECT_EQ(1u, log->Count("DelExpiredHistoryTrack, unbind key[A]"));
+    EXPECT_EQ(nullptr, m_mgr.FindAndReleaseReactor("A"));
+    EXPECT_NE(nullptr, m_mgr.FindReactor("bound"));
+    m_clock->AdvanceSeconds(100000);
+    m_mgr.DelExpiredHistoryTrack();
+    EXPECT_EQ(1, m_mgr.FindReactor("bound")->GetHistoryTrackNum()) << "a bound device is never swept";
+}
+
+TEST_F(GvxDevReactorMgrTest, ReadingATrackRefreshesIt) {
+    const ScopedSetting setting("HISTORY_TRACK_EXPIRED_TIME", "60");
+    ASSERT_EQ(0, m_mgr.ReactorPoolInit(8));
+    CGvxReactor* reactor = Bind("A");
+    m_mgr.FindAndReleaseReactor("A");
+    m_clock->AdvanceSeconds(50);
+    EXPECT_EQ(reactor, m_mgr.FindAndReleaseReactor("A"));
+    m_clock->AdvanceSeconds(50);
+    m_mgr.DelExpiredHistoryTrack();
+    EXPECT_EQ(1, reactor->GetHistoryTrackNum());
+}
+
+TEST_F(GvxDevReactorMgrTest, PoolGrowsOneBindBeforeTheLastFreeReactor) {
+    ASSERT_EQ(0, m_mgr.ReactorPoolInit(4));
+    ScopedRecordingLogger log;
+    Bind("A");
+    Bind("B");
+    EXPECT_FALSE(log->Contains("will expand size"));
+    Bind("C");
+    EXPECT_TRUE(log->Contains("ReactorPool,current size[4], will expand size[8]"));
+    EXPECT_TRUE(log->Contains("int :ReactorPool,size[8]"));
+}
+
+TEST_F(GvxDevReactorMgrTest, PoolGrowsToItsMaximumAndThenShares) {
+    const ScopedSetting setting("MAX_DEV_REACTOR_NUM", "3");
+    ASSERT_EQ(0, m_mgr.ReactorPoolInit(1));
+    ScopedRecordingLogger log;
+    CGvxReactor* first = Bind("A");
+    EXPECT_TRUE(log->Contains("ReactorPool,current size[1], will expand size[2]"));
+    Bind("B");
+    EXPECT_TRUE(log->Contains("ReactorPool,current size[3], cannot expand"));
+    Bind("C");
+    EXPECT_EQ(first, Bind("D")) << "ties go to the lowest index";
+    EXPECT_EQ(2, first->GetEventHandleNum());
+}
+
+TEST(GvxDevReactorMgrSingleton, IsOneObject) {
+    EXPECT_EQ(CGvxDevReactorMgr::Instance(), GvxDevReactorMgr());
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+#include "gvx_common/event/gvx_reactor.h"
+#include "gvx_common/event/gvx_reactor_mgr.h"
+
+#include "event_test_support.h"
+#include "support/recording_logger.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+namespace {
+
+constexpr unsigned long kRead = ACE_Event_Handler::READ_MASK;
+
+TEST(GvxReactorHandlers, RegisteredHandlerIsServedAndUnregisteredThroughAnyReactor) {
+    CGvxReactor reactor;
+    CGvxReactor other;
+    SocketPair pair;
+    RecordingHandler handler(pair.ends[0]);
+    EXPECT_EQ(0, reactor.RegistHandle(&handler, kRead));
+    handler.Answer({-2});
+    pair.Send("x");
+    EXPECT_TRUE(WaitUntil([&] { return handler.WasCalled(); }));
+    EXPECT_EQ(1, other.RegistHandle(nullptr, kRead));
+    EXPECT_EQ(0, other.UnRegistHandle(&handler, kRead));
+    ScopedRecordingLogger log;
+    EXPECT_EQ(0, other.UnRegistHandle(&handler, kRead)) << "the refusal of the reactor is a warning only";
+    EXPECT_EQ(1u, log->CountLevel(OM_LOG_WARNING));
+}
+
+TEST(GvxReactorHandlers, UnregisteringWhatNoReactorKnows) {
+    CGvxReactor reactor;
+    RecordingHandler handler(0);
+    ScopedRecordingLogger log;
+    EXPECT_EQ(1, reactor.UnRegistHandle(&handler, kRead));
+    EXPECT_TRUE(log->Contains("can't find reactor from the handle["));
+    EXPECT_EQ(1, reactor.UnRegistHandle(nullptr, kRead));
+    EXPECT_TRUE(log->Contains("ZVS_NULL_POINTER"));
+    RecordingHandler unusable(-1);
+    EXPECT_EQ(1, reactor.RegistHandle(&unusable, kRead));
+    EXPECT_EQ(nullptr, unusable.reactor());
+}
+
+// Keeps the thread that its timer ran on.
+class ThreadNoting : public RecordingHandler {
+public:
+    int handle_timeout(const ACE_Time_Value& now, const void* arg) override {
+        char name[16] = {};
+        pthread_getname_np(pthread_self(), name, sizeof(name));
+        m_threadName = name;
+        m_thread = pthread_self();
+        return RecordingHandler::handle_timeout(now, arg);
+    }
+    std::string m_threadName;  // read after a call was seen
+    pthread_t m_thread{};
+};
+
+TEST(GvxReactorHandlers, TimersRunOnTheReactorsThreadAndEnd) {
+    CGvxReactor reactor(1048576, "Timers");
+    ThreadNoting handler;
+    ScopedRecordingLogger log;
+    const long id = reactor.RegistTimer(&handler, nullptr, ACE_Time_Value(0, 1000), ACE_Time_Value(0, 1000));
+    ASSERT_NE(-1, id);
+    EXPECT_TRUE(WaitUntil([&] { return handler.Calls().find("timeout") != std::string::npos; }));
+    EXPECT_EQ(0, reactor.UnRegistTimer(id, 1));
+    EXPECT_EQ(1, reactor.UnRegistTimer(id, 1));
+    EXPECT_EQ(1, reactor.UnRegistTimer(-1, 1));
+    EXPECT_EQ(-1, reactor.RegistTimer(nullptr, nullptr, ACE_Time_Value::zero, ACE_Time_Value::zero));
+    reactor.UnInit();  // a call that was on its way is over
+    EXPECT_EQ("Timers", handler.m_threadName);
+    const std::string number = std::to_string(id);
+    EXPECT_TRUE(log->Contains("] timerID[" + number + "].", "register timer"));
+    EXPECT_TRUE(log->Contains("Cancel timer success, timerID[" + number + "]."));
+    EXPECT_TRUE(log->Contains("timerId[" + number + "], errno[", "cancel timer fail, "));
+    EXPECT_TRUE(log->Contains("timerId[-1].", "cancel timer fail, "));
+    EXPECT_TRUE(log->Contains("reactor[", "Register timer fail, "));
+}
+
+TEST(GvxReactorHandlers, NotifyCallsTheHandler) {
+    CGvxReactor reactor;
+    RecordingHandler handler;
+    EXPECT_EQ(0, reactor.notify(&handler, ACE_Event_Handler::WRITE_MASK));
+    EXPECT_TRUE(WaitUntil([&] { return handler.WasCalled(); }));
+    reactor.UnInit();
+    EXPECT_EQ("output", handler.Calls());
+    EXPECT_NE(0, reactor.notify(&handler, ACE_Event_Handler::WRITE_MASK));
+}
+
+int ThreadsNamed(const std::string& wanted) {
+    int count = 0;
+    std::error_code gone;  // threads of earlier tests may end while the folder is read
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", gone)) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        count += name == wanted ? 1 : 0;
+    }
+    return count;
+}
+
+TEST(GvxReactorManagerTest, TwentyOneThreadsOneOfEachReactor) {
+    EXPECT_TRUE(WaitUntil([] { return ThreadsNamed("gvx") == 21; })) << ThreadsNamed("gvx");
+    CGvxReactorManager* manager = CGvxReactorManager::Instance();
+    std::vector<pthread_t> threads;
+    const auto runOne = [&](const std::function<long(ThreadNoting&)>& regist) {
+        ThreadNoting handler;
+        EXPECT_NE(-1, regist(handler));
+        ASSERT_TRUE(WaitUntil([&] { return handler.WasCalled(); }));
+        EXPECT_EQ("gvx", handler.m_threadName);
+        threads.push_back(handler.m_thread);
+    };
+    runOne([&](ThreadNoting& handler) {
+        return manager->RegistTimer(&handler, nullptr, ACE_Time_Value::zero, ACE_Time_Value::zero);
+    });
+    for (int index = 0; index < CGvxReactorManager::kSnapshotReactors; ++index) {
+        runOne([&](ThreadNoting& handler) {
+            return manager->RegistSnapshotTimer(&handler, nullptr, ACE_Time_Value::zero, ACE_Time_Value::zero, index);
+        });
+    }
+    std::sort(threads.begin(), threads.end());
+    EXPECT_EQ(threads.end(), std::unique(threads.begin(), threads.end()));
+    EXPECT_EQ(21u, threads.size());
+}
+
+TEST(GvxReactorManagerTest, FixedReactorsRunFromTheStart) {
+    CGvxReactorManager* manager = CGvxReactorManager::Instance();
+    EXPECT_EQ(manager, GvxReactorManager());
+    RecordingHandler handler;
+    for (int index = 0; index < CGvxReactorManager::kSnapshotReactors; ++index) {
+        const long id =
+            manager->RegistSnapshotTimer(&handler, nullptr, ACE_Time_Value(3600), ACE_Time_Value::zero, index);
+        ASSERT_NE(-1, id);
+        EXPECT_EQ(0, manager->UnRegistSnapshotTimer(index, id, 1));
+        EXPECT_EQ(1, manager->UnRegistSnapshotTimer(index, id, 1));
+    }
+    ScopedRecordingLogger log;
+    EXPECT_EQ(-1, manager->UnRegistSnapshotTimer(20, 5, 1));
+    EXPECT_EQ(-1, manager->UnRegistSnapshotTimer(-1, 5, 1));
+    EXPECT_TRUE(log->Contains("timerId[5], reactor index[20].", "cancel Snapshot timer fail, "));
+
+    SocketPair pair;
+    RecordingHandler reader(pair.ends[0]);
+    reader.Answer({-2});
+    EXPECT_EQ(0, manager->RegistHandle(&reader, kRead));
+    pair.Send("x");
+    EXPECT_TRUE(WaitUntil([&] { return reader.WasCalled(); }));
+    EXPECT_EQ(0, manager->UnRegistHandle(&reader, kRead));
+    EXPECT_EQ(0, manager->notify(nullptr, ACE_Event_Handler::EXCEPT_MASK));
+    const long id = manager->RegistTimer(&handler, nullptr, ACE_Time_Value(3600), ACE_Time_Value::zero);
+    EXPECT_EQ(0, manager->UnRegistTimer(id, 1));
+}
+
+}  // namespace

@@ -1,0 +1,413 @@
+#include "gvx_common/event/NVR_Reactor.h"
+
+#include "event_test_support.h"
+#include "gvx_common/event/QcnReactor.h"
+#include "support/recording_logger.h"
+
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+namespace {
+
+constexpr ACE_Reactor_Mask kRead = ACE_Event_Handler::READ_MASK;
+constexpr ACE_Reactor_Mask kWrite = ACE_Event_Handler::WRITE_MASK;
+constexpr ACE_Reactor_Mask kExcept = ACE_Event_Handler::EXCEPT_MASK;
+
+class NvrReactorTest : public ::testing::Test {
+protected:
+    void TearDown() override { m_reactor.close(); }
+
+    // One pass that does not wait.
+    int Pass() {
+        ACE_Time_Value noWait = ACE_Time_Value::zero;
+        return m_reactor.handle_events(&noWait);
+    }
+    void Passes(int count) {
+        while (count-- > 0) {
+            Pass();
+        }
+    }
+
+    NVR_Reactor m_reactor{new QcnReactor(), true};
+    SocketPair m_pair;
+    RecordingHandler m_handler{m_pair.ends[0]};
+};
+
+TEST_F(NvrReactorTest, MaskTranslation) {
+    EXPECT_EQ(EPOLLPRI, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::NULL_MASK));
+    EXPECT_EQ(EPOLLIN, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::ACCEPT_MASK));
+    EXPECT_EQ(EPOLLIN | EPOLLOUT, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::CONNECT_MASK));
+    EXPECT_EQ(EPOLLIN | EPOLLOUT | EPOLLPRI, m_reactor.reactor_mask_to_poll_event(kRead | kWrite | kExcept));
+    EXPECT_EQ(0, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::TIMER_MASK));
+}
+
+TEST_F(NvrReactorTest, RegistrationRefusesWhatCannotBeServed) {
+    ScopedRecordingLogger log;
+    EXPECT_EQ(-1, m_reactor.register_handler(nullptr, kRead));
+    EXPECT_TRUE(log->Contains("handler is NULL."));
+    EXPECT_EQ(-1, m_reactor.register_handler(-1, &m_handler, kRead));
+    EXPECT_EQ(-1, m_reactor.register_handler(m_pair.ends[0], &m_handler, 0));
+    EXPECT_EQ(2u, log->Count("invalid handle["));
+    EXPECT_EQ(-1, m_reactor.remove_handler(nullptr, kRead));
+    EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kRead));
+    EXPECT_TRUE(log->Contains("cannot find handle["));
+}
+
+TEST_F(NvrReactorTest, SecondRegistrationFailsAndLeavesTheFirst) {
+    RecordingHandler other(m_pair.ends[0]);
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
+    EXPECT_EQ(-1, m_reactor.register_handler(&other, kRead));
+    m_pair.Send("x");
+    Pass();
+    EXPECT_EQ("input", m_handler.Calls());
+    EXPECT_EQ("", other.Calls());
+}
+
+TEST_F(NvrReactorTest, InputThatAnswersZeroIsArmedAgain) {
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
+    m_pair.Send("x");
+    Passes(2);
+    EXPECT_EQ("input input", m_handler.Calls());
+}
+
+TEST_F(NvrReactorTest, OutputThatAnswersZeroStaysSilentUntilRegisteredAnew) {
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kWrite));
+    Passes(3);
+    EXPECT_EQ("output", m_handler.Calls());
+    ASSERT_EQ(0, m_reactor.remove_handler(&m_handler, kWrite));
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kWrite));
+    Pass();
+    EXPECT_EQ("output", m_handler.Calls());
+}
+
+TEST_F(NvrReactorTest, AnswerOfTheHandlerDecides) {
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
+    m_pair.Send("x");
+    m_handler.Answer({1, 1, 0});
+    Pass();
+    EXPECT_EQ("input input input", m_handler.Calls()) << "above 0: again on the same pass";
+
+    m_handler.Answer({-1});
+    Passes(2);
+    EXPECT_EQ("input close:1", m_handler.Calls()) << "-1: told to close, and not armed again";
+
+    ASSERT_EQ(0, m_reactor.remove_handler(&m_handler, kRead)) << "the record stays until somebody removes it";
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
+    m_handler.Answer({-2});
+    Passes(2);
+    EXPECT_EQ("input", m_handler.Calls()) << "below -1: neither closed nor armed";
+}
+
+TEST_F(NvrReactorTest, OneOfSeveralReadyEventsIsServed) {
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead | kWrite));
+    m_pair.Send("x");
+    Passes(2);
+    EXPECT_EQ("output", m_handler.Calls());
+}
+
+TEST_F(NvrReactorTest, DataOutranksHangUpAndBareHangUpRemoves) {
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
+    m_pair.Send("x");
+    m_pair.ClosePeer();
+    Pass();
+    EXPECT_EQ("input", m_handler.Calls());
+    EXPECT_EQ(0, m_reactor.remove_handler(&m_handler, kRead)) << "still registered";
+
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kExcept));
+    Pass();
+    EXPECT_EQ("", m_handler.Calls()) << "a hang-up alone tells nobody";
+    EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kExcept)) << "but removes the handle";
+}
+
+TEST_F(NvrReactorTest, PartialRemovalForgetsTheHandlerButNotTheDescriptor) {
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead | kWrite));
+    EXPECT_EQ(0, m_reactor.remove_handler(&m_handler, kRead));
+    Passes(2);
+    EXPECT_EQ("", m_handler.Calls());
+    EXPECT_EQ(-1, m_reactor.register_handler(&m_handler, kRead)) << "epoll still has it";
+    EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kWrite)) << "the map has not";
+}
+
+TEST_F(NvrReactorTest, RemovalAnswersEpollsRefusalAndForgetsAnyway) {
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
+    const int handle = m_pair.ends[0];
+    m_pair.CloseOurs();
+    EXPECT_EQ(-1, m_reactor.remove_handler(handle, kRead));
+    ScopedRecordingLogger log;
+    EXPECT_EQ(-1, m_reactor.remove_handler(handle, kRead));
+    EXPECT_TRUE(log->Contains("cannot find handle["));
+}
+
+class SelfRemovingHandler : public RecordingHandler {
+public:
+    SelfRemovingHandler(NVR_Reactor& owner, int handle) : RecordingHandler(handle), m_owner(owner) {}
+    int handle_input(ACE_HANDLE) override {
+        ++m_inputs;
+        return m_owner.remove_handler(this, kRead);
+    }
+    int m_inputs = 0;
+
+private:
+    NVR_Reactor& m_owner;
+};
+
+TEST_F(NvrReactorTest, HandlerMayRemoveItselfWhileItRuns) {
+    SelfRemovingHandler handler(m_reactor, m_pair.ends[0]);
+    ASSERT_EQ(0, m_reactor.register_handler(&handler, kRead));
+    m_pair.Send("x");
+    Passes(2);
+    EXPECT_EQ(1, handler.m_inputs);
+}
+
+TEST_F(NvrReactorTest, EventTakenTogetherWithATimerIsNotDispatched) {
+    class NoBellReactor : public NVR_Reactor {
+    public:
+        NoBellReactor() : NVR_Reactor(new QcnReactor(), true) {}
+        // Timers of this one do not ring, so the data is what epoll_wait gives.
+        int notify(ACE_Event_Handler*, ACE_Reactor_Mask, ACE_Time_Value*) override { return 0; }
+    };
+    NoBellReactor reactor;
+    RecordingHandler timer;
+    ASSERT_EQ(0, reactor.register_handler(&m_handler, kRead));
+    ASSERT_NE(-1, reactor.schedule_timer(&timer, nullptr, ACE_Time_Value::zero));
+    m_pair.Send("x");
+    ACE_Time_Value noWait = ACE_Time_Value::zero;
+    EXPECT_EQ(1, reactor.handle_events(&noWait));
+    EXPECT_EQ("timeout", timer.Calls());
+    m_pair.Send("y");
+    EXPECT_EQ(0, reactor.handle_events(&noWait));
+    EXPECT_EQ("", m_handler.Calls()) << "lost until something arms the handle";
+    reactor.close();
+}
+
+TEST_F(NvrReactorTest, OneTimerAPass) {
+    RecordingHandler timer;
+    ASSERT_NE(-1, m_reactor.schedule_timer(&timer, nullptr, ACE_Time_Value::zero));
+    ASSERT_NE(-1, m_reactor.schedule_timer(&timer, nullptr, ACE_Time_Value::zero));
+    EXPECT_EQ(1, Pass());
+    EXPECT_EQ("timeout", timer.Calls());
+    EXPECT_EQ(1, Pass());
+    EXPECT_EQ("timeout", timer.Calls());
+}
+
+TEST_F(NvrReactorTest, TimersAreCancelledByIdAlone) {
+    RecordingHandler byId;
+    RecordingHandler byHandler;
+    const long id = m_reactor.schedule_timer(&byId, nullptr, ACE_Time_Value::zero);
+    ASSERT_NE(-1, m_reactor.schedule_timer(&byHandler, nullptr, ACE_Time_Value::zero));
+    EXPECT_EQ(0, m_reactor.cancel_timer(&byHandler));
+    EXPECT_EQ(1, m_reactor.cancel_timer(id));
+    EXPECT_EQ(0, m_reactor.cancel_timer(id));
+    Passes(3);
+    EXPECT_EQ("", byId.Calls());
+    EXPECT_EQ("timeout", byHandler.Calls());
+}
+
+// "S" for a thread of this process that waits in the kernel; empty for one that is not there.
+std::string ThreadState(int tid) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+    const std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    const std::size_t behindName = text.rfind(')');
+    return behindName != std::string::npos && behindName + 2 < text.size() ? text.substr(behindName + 2, 1) : "";
+}
+
+TEST_F(NvrReactorTest, ScheduleFromAnotherThreadShortensAnEndlessWait) {
+    RecordingHandler timer;
+    std::atomic<int> tid{0};
+    std::atomic<bool> giveUp{false};
+    std::thread loop([&] {
+        tid = static_cast<int>(::syscall(SYS_gettid));
+        while (m_reactor.handle_events(nullptr) >= 0 && !timer.WasCalled() && !giveUp) {
+        }
+    });
+    // Without a timer the loop has nothing to wait for but the bell.
+    EXPECT_TRUE(WaitUntil([&] { return tid != 0 && ThreadState(tid) == "S"; }));
+    EXPECT_NE(-1, m_reactor.schedule_timer(&timer, nullptr, ACE_Time_Value(0, 20000)));
+    EXPECT_TRUE(WaitUntil([&] { return timer.WasCalled(); }));
+    giveUp = true;
+    m_reactor.notify(nullptr, kExcept);
+    loop.join();
+    EXPECT_EQ("timeout", timer.Calls());
+}
+
+TEST_F(NvrReactorTest, EachPassServesOneNotification) {
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(0, m_reactor.notify(&m_handler, kExcept));
+    }
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(1, Pass());
+        EXPECT_EQ("exception", m_handler.Calls());
+    }
+    EXPECT_EQ(0, Pass()) << "and the bell is silent then";
+    EXPECT_EQ("", m_handler.Calls());
+}
+
+// Rings while the loop takes the last item of the queue must not be emptied out with the pipe.
+TEST_F(NvrReactorTest, NotificationsOfManyThreadsAllArrive) {
+    class Counter : public ACE_Event_Handler {
+    public:
+        int handle_exception(ACE_HANDLE) override {
+            ++m_calls;
+            return 0;
+        }
+        std::atomic<int> m_calls{0};
+    } counter;
+    constexpr int kThreads = 3;
+    constexpr int kRings = 5000;
+    std::thread loop([&] {
+        while (counter.m_calls < kThreads * kRings && m_reactor.handle_events(nullptr) >= 0) {
+        }
+    });
+    std::vector<std::thread> ringers;
+    for (int i = 0; i < kThreads; ++i) {
+        ringers.emplace_back([&] {
+            for (int ring = 0; ring < kRings; ++ring) {
+                EXPECT_EQ(0, m_reactor.notify(&counter, kExcept));
+                if (ring % 16 == 0) {
+                    std::this_thread::yield();
+                }
+            }
+        });
+    }
+    for (std::thread& ringer : ringers) {
+        ringer.join();
+    }
+    EXPECT_TRUE(WaitUntil([&] { return counter.m_calls == kThreads * kRings; }));
+    counter.m_calls = kThreads * kRings;
+    m_reactor.notify(nullptr, kExcept);
+    loop.join();
+}
+
+TEST_F(NvrReactorTest, NotificationCallsWhatItsMaskNames) {
+    const std::vector<std::pair<ACE_Reactor_Mask, std::string>> rows = {
+        {kRead, "input"}, {ACE_Event_Handler::ACCEPT_MASK, "input"}, {kWrite, "output"}, {kExcept, "exception"}};
+    for (const auto& [mask, call] : rows) {
+        ASSERT_EQ(0, m_reactor.notify(&m_handler, mask));
+        Pass();
+        EXPECT_EQ(call, m_handler.Calls());
+    }
+    m_handler.Answer({-1});
+    ASSERT_EQ(0, m_reactor.notify(&m_handler, kExcept));
+    Pass();
+    EXPECT_EQ("exception close:4", m_handler.Calls());
+}
+
+TEST_F(NvrReactorTest, NullNotificationsOnlyWake) {
+    ASSERT_EQ(0, m_reactor.notify(nullptr, kExcept));
+    ASSERT_EQ(0, m_reactor.notify(nullptr, kExcept));
+    ASSERT_EQ(0, m_reactor.notify(&m_handler, kExcept));
+    EXPECT_EQ(1, Pass());
+    EXPECT_EQ("exception", m_handler.Calls()) << "wake-ups in front are consumed in the same pass";
+    ASSERT_EQ(0, m_reactor.notify(nullptr, kExcept));
+    EXPECT_EQ(1, m_reactor.handle_events(nullptr)) << "an endless wait ends";
+    EXPECT_EQ("", m_handler.Calls());
+}
+
+TEST_F(NvrReactorTest, DoorbellNeverBlocksAndLosesNothing) {
+    constexpr int kRings = 5000;  // far more bytes than the pipe takes
+    for (int i = 0; i < kRings; ++i) {
+        ASSERT_EQ(0, m_reactor.notify(&m_handler, kExcept));
+    }
+    int served = 0;
+    while (Pass() == 1 && !m_handler.Calls().empty()) {
+        ++served;
+    }
+    EXPECT_EQ(kRings, served);
+}
+
+TEST_F(NvrReactorTest, PurgedNotificationsAreNotServed) {
+    ASSERT_EQ(0, m_reactor.notify(&m_handler, kExcept));
+    EXPECT_EQ(1, m_reactor.purge_pending_notifications(&m_handler));
+    Pass();
+    EXPECT_EQ("", m_handler.Calls());
+}
+
+TEST_F(NvrReactorTest, HandleMapIsClosedWithTheReactor) {
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
+    EXPECT_TRUE(m_reactor.IsUsable());
+    ScopedRecordingLogger log;
+    EXPECT_EQ(0, m_reactor.close());
+    EXPECT_TRUE(log->Contains(":ClearHandleMap begin to clear handlemap,size[2]")) << "the handler and the bell";
+    EXPECT_FALSE(m_reactor.IsUsable());
+    EXPECT_EQ(-1, m_reactor.handle_events(nullptr));
+    EXPECT_TRUE(log->Contains("m_timerQueue is NULL."));
+    EXPECT_EQ(1, m_reactor.notify(&m_handler, kExcept));
+    EXPECT_TRUE(log->Contains(" failed to notify:m_notifyHandler is NULL."));
+    EXPECT_EQ(-1, m_reactor.WakeUpTimer());
+    EXPECT_TRUE(log->Contains("failed to excute WakeUpTimer.[") && log->Lines().back().text.back() == '.');
+    EXPECT_EQ(-1, m_reactor.schedule_timer(&m_handler, nullptr, ACE_Time_Value::zero));
+    EXPECT_EQ(0, m_reactor.cancel_timer(1L));
+}
+
+TEST_F(NvrReactorTest, BaseTypeReachesTheInertImplementation) {
+    ACE_Reactor& base = m_reactor;
+    EXPECT_EQ(0, base.register_handler(&m_handler, kRead));
+    EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kRead)) << "nothing was registered";
+    EXPECT_TRUE(base.initialized());
+    EXPECT_TRUE(base.restart());
+    EXPECT_TRUE(base.uses_event_associations());
+    EXPECT_EQ(0, base.lock().acquire());
+}
+
+TEST_F(NvrReactorTest, NullEventArrayIsRefused) {
+    EXPECT_EQ(-1, m_reactor.DispatchIoEvent(nullptr, 1));
+}
+
+TEST(NvrReactorDescriptors, AreClosedOnExec) {
+    NVR_Reactor reactor(new QcnReactor(), true);
+    int flagged = 0;
+    int open = 0;
+    for (int fd = 3; fd < 1024; ++fd) {
+        char target[64] = {};
+        const std::string link = "/proc/self/fd/" + std::to_string(fd);
+        if (::readlink(link.c_str(), target, sizeof(target) - 1) > 0 &&
+            (std::strstr(target, "eventpoll") != nullptr || std::strstr(target, "socket:") != nullptr)) {
+            ++open;
+            flagged += (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0 ? 1 : 0;
+        }
+    }
+    EXPECT_GE(open, 3);
+    EXPECT_EQ(open, flagged);
+    reactor.close();
+}
+
+// Leaves only so many descriptors for a scope.
+class ScopedDescriptorLimit {
+public:
+    explicit ScopedDescriptorLimit(int left) {
+        ::getrlimit(RLIMIT_NOFILE, &m_former);
+        const int lowestFree = ::dup(0);
+        ::close(lowestFree);
+        rlimit limit = m_former;
+        limit.rlim_cur = static_cast<rlim_t>(lowestFree + left);
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    ~ScopedDescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &m_former); }
+
+private:
+    rlimit m_former{};
+};
+
+TEST(NvrReactorDescriptors, WithoutThemTheReactorIsRefused) {
+    for (const int left : {0, 1, 2}) {
+        ScopedRecordingLogger log;
+        std::unique_ptr<CGvxReactor> reactor;
+        {
+            const ScopedDescriptorLimit limit(left);
+            reactor = std::make_unique<CGvxReactor>();
+        }
+        EXPECT_FALSE(reactor->IsRunning()) << left;
+        EXPECT_TRUE(log->Contains("Create debug reactor fail."));
+        EXPECT_TRUE(log->Contains("failed to Init iret[1]"));
+        EXPECT_NE(0, Push(*reactor, NSS_PTZ_CONTROL_REQ, "dev")) << "a command is refused and nothing is lost";
+    }
+}
+
+}  // namespace
