@@ -1,0 +1,75 @@
+#include "gvx_common/adapter/gvx_adapter_lens.h"
+
+#include "base/bounded_string.h"
+#include "base/clock.h"
+#include "base/log.h"
+
+#include <cstdint>
+#include <new>
+
+CAdapterLensBase::CAdapterLensBase(const char* lensId, const short& channel, CAdapterDevBase& parent)
+    : m_ParentDev(parent), m_nChannelId(channel) {
+    memset_s(m_chSubDevID, sizeof(m_chSubDevID), 0, sizeof(m_chSubDevID));
+    if (lensId != nullptr && strncpy_s(m_chSubDevID, sizeof(m_chSubDevID), lensId, std::strlen(lensId)) != 0) {
+        GVX_LOG_ERR("CAdapterLensBase::CAdapterLensBase", "strncpy_s failed!");
+    }
+    m_pMediaChannel = new (std::nothrow) CMediaChannel[GVX_MEDIA_CHANNEL_NUM];
+    if (m_pMediaChannel == nullptr) {
+        GVX_LOG_ERR_CODE("CAdapterLensBase::CAdapterLensBase", ZVS_ALLOC_MEMORY_ERROR, "Lens[%s] has no channels.",
+                         m_chSubDevID);
+        return;
+    }
+    ++g_bp_memstat;
+    for (int i = 0; i < GVX_MEDIA_CHANNEL_NUM; ++i) {
+        m_pMediaChannel[i].init();
+    }
+}
+
+CAdapterLensBase::~CAdapterLensBase() {
+    if (m_pMediaChannel == nullptr) {
+        return;
+    }
+    for (int i = 0; i < GVX_MEDIA_CHANNEL_NUM; ++i) {
+        m_pMediaChannel[i].destroy();
+    }
+    delete[] m_pMediaChannel;
+    m_pMediaChannel = nullptr;
+    --g_bp_memstat;
+}
+
+CMediaChannel* CAdapterLensBase::getMidiaChannel(int iChannelID) const {
+    if (m_pMediaChannel == nullptr || iChannelID < 0 || iChannelID >= GVX_MEDIA_CHANNEL_NUM) {
+        return nullptr;
+    }
+    return &m_pMediaChannel[iChannelID];
+}
+
+bool CAdapterLensBase::IsConfItemValid(const CONF_ITEM_MASK_STRU* mask, _DEVICE_CONFIG_INDEX index) {
+    if (mask == nullptr || index < 0 || index >= BOTTOM_INDEX) {
+        return false;
+    }
+    return mask->Mask[index] == 1;
+}
+
+bool CAdapterLensBase::IsSerialParam(const CONF_ITEM_MASK_STRU* mask) {
+    static constexpr _DEVICE_CONFIG_INDEX kSerialItems[] = {
+        SERIAL_PORT_BAUT_RATE_INDEX, SERIAL_PORT_DATA_BITS_INDEX, SERIAL_PORT_STOP_BITS_INDEX,
+        SERIAL_PORT_PARITY_INDEX,    PTZ_CONTROL_PROTOCOL_INDEX,  COM_ADDR_INDEX,
+    };
+    for (const _DEVICE_CONFIG_INDEX item : kSerialItems) {
+        if (IsConfItemValid(mask, item)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CAdapterLensBase::OnCheckSnapShotRequest(const PU_SNAP_CONF_REQ& snapReq) {
+    constexpr std::uint64_t kMaxAgeMs = 1000;
+    const std::uint64_t nowMs = static_cast<std::uint64_t>(gvx::CurrentClock().WallMicroseconds()) / 1000;
+    if (nowMs - snapReq.timeStamp <= kMaxAgeMs) {  // unsigned: a time in the future is far too old
+        return true;
+    }
+    GVX_LOG_ERR("OnCheckSnapShotRequest", "snapshot request has delayed more than 1 second, drop it");
+    return false;
+}

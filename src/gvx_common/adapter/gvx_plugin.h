@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+
+class CAdapterSdkBase;
+
+// How a plug-in shows itself. A plug-in is a shared object that exports the functions below by their plain names; the
+// gateway finds them with dlsym. The object stays loaded until the process ends.
+
+// Raised whenever an existing plug-in would have to be built anew: operations, records or these functions changed.
+#define GVX_PLUGIN_ABI_VERSION 1
+
+// Marks an exported function of a plug-in.
+#define GVX_PLUGIN_EXPORT extern "C" __attribute__((visibility("default")))
+
+struct GvxPluginDescription {
+    std::uint32_t uiAbiVersion;  // GVX_PLUGIN_ABI_VERSION; any other number is refused, and nothing else is called
+    const char* pName;           // what devices name the plug-in by: 1 to 32 of a-z, 0-9, '_' and '-'
+    const char* pVersion;
+    const char* pMaker;
+};
+
+extern "C" {
+// What the plug-in is; static, never null. Called first.
+using GvxDescribePluginFunc = const GvxPluginDescription* (*)();
+// Makes the plug-in object; null when there is no memory. Called once.
+using GvxCreateAdapterFunc = CAdapterSdkBase* (*)();
+// Deletes it. Called once, after every device of the plug-in is deleted and on the thread that made it.
+using GvxDestroyAdapterFunc = void (*)(CAdapterSdkBase*);
+// Why the last CAdapterSdkBase::Init failed: one sentence that names what is at fault, such as a file. Never null; valid
+// until the next call of Init. A plug-in need not export it.
+using GvxPluginLastErrorFunc = const char* (*)();
+}
+
+// The names under which the functions are exported.
+#define GVX_PLUGIN_DESCRIBE_SYMBOL "GvxDescribePlugin"
+#define GVX_PLUGIN_CREATE_SYMBOL "GvxCreateAdapter"
+#define GVX_PLUGIN_DESTROY_SYMBOL "GvxDestroyAdapter"
+#define GVX_PLUGIN_LAST_ERROR_SYMBOL "GvxPluginLastError"
+
+// A plug-in that includes this header is held to these signatures by the compiler.
+GVX_PLUGIN_EXPORT const GvxPluginDescription* GvxDescribePlugin();
+GVX_PLUGIN_EXPORT CAdapterSdkBase* GvxCreateAdapter();
+GVX_PLUGIN_EXPORT void GvxDestroyAdapter(CAdapterSdkBase* adapter);
+GVX_PLUGIN_EXPORT const char* GvxPluginLastError();

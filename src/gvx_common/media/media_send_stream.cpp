@@ -1,0 +1,387 @@
+#include "gvx_common/media/media_send_stream.h"
+
+#include "base/bounded_string.h"
+#include "base/clock.h"
+#include "base/log.h"
+#include "gvx_common/media_memory/media_block_buffer.h"
+
+#include <ace/Message_Block.h>
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* kTitle = "Media send stream";
+constexpr int kUdpSendBuffer = 1 << 20;
+constexpr suseconds_t kUdpSendTimeoutUs = 2000;  // as long as a TCP send may hold the thread
+constexpr std::int64_t kDropEpisodePauseMs = 1000;  // without a drop, before the next one is news again
+constexpr std::size_t kInterleaveLen = 4;
+constexpr std::size_t kRtpTimeStampAt = 4;  // RFC 3550, 5.1
+constexpr std::size_t kRtpTimeStampEnd = 8;
+
+// The address to send from, with a port of the system's choice. False for a text that is no numeric address.
+bool LocalAddress(const std::string& ip, int family, ACE_INET_Addr& address) {
+    if (ip.empty()) {
+        address = family == AF_INET6 ? ACE_INET_Addr(static_cast<u_short>(0), "::", AF_INET6)
+                                     : ACE_INET_Addr(static_cast<u_short>(0), "0.0.0.0", AF_INET);
+        return true;
+    }
+    unsigned char binary[sizeof(in6_addr)];
+    if (inet_pton(family, ip.c_str(), binary) != 1) {
+        return false;
+    }
+    address = ACE_INET_Addr(static_cast<u_short>(0), ip.c_str(), family);
+    return true;
+}
+
+// Makes a socket of the destination's family; wanted becomes the local address that it is to be bound to.
+int MakeSocket(const MediaSendParams& params, int type, int& handle, ACE_INET_Addr& wanted) {
+    const int family = params.videoDstAddr.get_type();
+    if (!LocalAddress(params.strLocalIp, family, wanted)) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_PARA_INVALID, "Stream[%s] local address[%s] is wrong.",
+                         params.strServiceID.c_str(), params.strLocalIp.c_str());
+        return ZVS_PARA_INVALID;
+    }
+    handle = ::socket(family, type | SOCK_CLOEXEC, 0);
+    if (handle == -1) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_OPEN_SOCKET_ERROR, "Stream[%s] got no socket, errno: %d",
+                         params.strServiceID.c_str(), errno);
+        return ZVS_GVX_OPEN_SOCKET_ERROR;
+    }
+    return ZVS_SUCCEED;
+}
+
+// Opens and binds one socket; local becomes the address that it got.
+int OpenDatagram(ACE_SOCK_Dgram& socket, const MediaSendParams& params, ACE_INET_Addr& local) {
+    ACE_INET_Addr wanted;
+    int handle = -1;
+    if (const int result = MakeSocket(params, SOCK_DGRAM, handle, wanted); result != ZVS_SUCCEED) {
+        return result;
+    }
+    socket.set_handle(handle);
+    const timeval sendTimeout{0, kUdpSendTimeoutUs};
+    ::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, &kUdpSendBuffer, sizeof(kUdpSendBuffer));
+    ::setsockopt(handle, SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, sizeof(sendTimeout));
+    if (::bind(handle, static_cast<const sockaddr*>(wanted.get_addr()), static_cast<socklen_t>(wanted.get_size())) !=
+            0 ||
+        socket.get_local_addr(local) != 0) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_NET_BIND_ERROR, "Stream[%s] cannot send from[%s], errno: %d",
+                         params.strServiceID.c_str(), params.strLocalIp.c_str(), errno);
+        return ZVS_NET_BIND_ERROR;
+    }
+    return ZVS_SUCCEED;
+}
+
+bool AreParamsSound(const MediaSendParams& params) {
+    return (params.eProtocol == RTP_OVER_UDP || params.eProtocol == RTP_OVER_TCP) &&
+           params.videoDstAddr.get_port_number() != 0 && params.strServiceID.size() < SOCKET_INFO::SERVICE_ID_SIZE &&
+           (params.audioDstAddr.get_port_number() == 0 || params.eProtocol == RTP_OVER_TCP ||
+            params.audioDstAddr.get_type() == params.videoDstAddr.get_type());
+}
+
+void FillRecord(SOCKET_INFO& record, const MediaSendParams& params, bool video) {
+    record.protocol = params.eProtocol;
+    record.enStreamType = params.enStreamType;
+    record.videoDstAddr = params.videoDstAddr;
+    record.audioDstAddr = params.audioDstAddr;
+    strncpy_s(record.chServiceID, sizeof(record.chServiceID), params.strServiceID.c_str(), params.strServiceID.size());
+    record.bVideoStream = video;
+}
+
+}  // namespace
+
+// Keeps what Open made in place while a call uses it.
+class CMediaSendStream::UseGuard {
+public:
+    explicit UseGuard(const CMediaSendStream& stream, bool evenClosed = false)
+        : m_stream(stream), m_inUse(stream.BeginUse(evenClosed)) {}
+    ~UseGuard() {
+        if (m_inUse) {
+            const_cast<CMediaSendStream&>(m_stream).EndUse();
+        }
+    }
+    UseGuard(const UseGuard&) = delete;
+    UseGuard& operator=(const UseGuard&) = delete;
+    explicit operator bool() const { return m_inUse; }
+
+private:
+    const CMediaSendStream& m_stream;
+    const bool m_inUse;
+};
+
+CMediaSendStream::~CMediaSendStream() {
+    Close();
+    WaitTornDown();
+}
+
+void CMediaSendStream::WaitTornDown() const {
+    while (!m_bTornDown.load(std::memory_order_acquire)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+int CMediaSendStream::Open(const MediaSendParams& params) {
+    if (m_eProtocol != TRANS_PROTOCOL_BUTS || !AreParamsSound(params)) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_PARA_INVALID, "Stream[%s] cannot be opened, protocol[%d], port[%d]",
+                         params.strServiceID.c_str(), static_cast<int>(params.eProtocol),
+                         static_cast<int>(params.videoDstAddr.get_port_number()));
+        return ZVS_PARA_INVALID;
+    }
+    int result = TakeRecords(params);
+    if (result == ZVS_SUCCEED) {
+        result = OpenSockets(params);
+    }
+    if (result == ZVS_SUCCEED) {
+        m_pQueue = CStreamTransMgr::Instance()->GetMediaQueue();
+        result = m_pQueue == nullptr ? ZVS_GVX_OPEN_SOCKET_ERROR : ZVS_SUCCEED;
+    }
+    if (result != ZVS_SUCCEED) {
+        Abandon();
+        return result;
+    }
+    ShareSockets();
+    m_strServiceID = params.strServiceID;
+    m_eProtocol = params.eProtocol;
+    m_bTornDown.store(false, std::memory_order_relaxed);
+    m_nUsers.store(1, std::memory_order_release);
+    m_bClosed.store(false, std::memory_order_release);
+    return ZVS_SUCCEED;
+}
+
+int CMediaSendStream::TakeRecords(const MediaSendParams& params) {
+    CSocketInfoMgr* pool = CSocketInfoMgr::Instance();
+    const bool ownAudio = params.eProtocol == RTP_OVER_UDP && params.audioDstAddr.get_port_number() != 0;
+    if (pool->PopSocketQueue(m_pVideoRecord) != ZVS_SUCCEED ||
+        (ownAudio && pool->PopSocketQueue(m_pAudioRecord) != ZVS_SUCCEED)) {
+        return ZVS_GVX_OPEN_SOCKET_ERROR;
+    }
+    FillRecord(*m_pVideoRecord, params, true);
+    if (m_pAudioRecord != nullptr) {
+        FillRecord(*m_pAudioRecord, params, false);
+    }
+    return ZVS_SUCCEED;
+}
+
+int CMediaSendStream::OpenSockets(const MediaSendParams& params) {
+    return params.eProtocol == RTP_OVER_UDP ? OpenUdp(params) : OpenTcp(params);
+}
+
+int CMediaSendStream::OpenUdp(const MediaSendParams& params) {
+    const int result = OpenDatagram(m_pVideoRecord->videoSockDgram, params, m_videoLocalAddr);
+    return result != ZVS_SUCCEED ? result
+                                 : OpenDatagram(m_pVideoRecord->audioSockDgram, params, m_audioLocalAddr);
+}
+
+int CMediaSendStream::OpenTcp(const MediaSendParams& params) {
+    ACE_INET_Addr wanted;
+    int handle = -1;
+    if (const int result = MakeSocket(params, SOCK_STREAM, handle, wanted); result != ZVS_SUCCEED) {
+        return result;
+    }
+    ACE_SOCK_Stream& stream = m_pVideoRecord->videoSockStream;
+    stream.set_handle(handle);
+    if (::bind(handle, static_cast<const sockaddr*>(wanted.get_addr()), static_cast<socklen_t>(wanted.get_size())) !=
+        0) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_NET_BIND_ERROR, "Stream[%s] cannot send from[%s], errno: %d",
+                         params.strServiceID.c_str(), params.strLocalIp.c_str(), errno);
+        return ZVS_NET_BIND_ERROR;
+    }
+    const ACE_Time_Value timeout(params.nConnectTimeoutMs / 1000,
+                                 static_cast<suseconds_t>(params.nConnectTimeoutMs % 1000) * 1000);
+    if (m_pVideoRecord->connector.connect(stream, params.videoDstAddr, &timeout) == -1) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_NET_CONNECT_ERROR, "Stream[%s] cannot connect, errno: %d",
+                         params.strServiceID.c_str(), errno);
+        return ZVS_NET_CONNECT_ERROR;
+    }
+    const int on = 1;
+    ::setsockopt(handle, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    ::setsockopt(handle, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
+    stream.enable(ACE_NONBLOCK);
+    stream.get_local_addr(m_videoLocalAddr);
+    m_audioLocalAddr = m_videoLocalAddr;
+    return ZVS_SUCCEED;
+}
+
+// From here on the hold counts keep the records. Over UDP audio has a record of its own, since a record sends either
+// video or audio; its sockets are those of the video record, which closes them.
+void CMediaSendStream::ShareSockets() {
+    m_pVideoRecord->videoSrcAddr = m_videoLocalAddr;
+    m_pVideoRecord->audioSrcAddr = m_audioLocalAddr;
+    m_pVideoRecord->BeginHolding(nullptr);
+    if (m_pAudioRecord == nullptr) {
+        return;
+    }
+    m_pAudioRecord->videoSrcAddr = m_videoLocalAddr;
+    m_pAudioRecord->audioSrcAddr = m_audioLocalAddr;
+    m_pAudioRecord->videoSockDgram.set_handle(m_pVideoRecord->videoSockDgram.get_handle());
+    m_pAudioRecord->audioSockDgram.set_handle(m_pVideoRecord->audioSockDgram.get_handle());
+    m_pAudioRecord->BeginHolding(m_pVideoRecord);
+}
+
+void CMediaSendStream::Abandon() {
+    for (SOCKET_INFO** record : {&m_pAudioRecord, &m_pVideoRecord}) {
+        if (*record != nullptr) {
+            (*record)->BeginHolding(nullptr);
+            (*record)->Drop();
+            *record = nullptr;
+        }
+    }
+}
+
+bool CMediaSendStream::BeginUse(bool evenClosed) const {
+    if (!evenClosed && m_bClosed.load(std::memory_order_acquire)) {
+        return false;
+    }
+    int users = m_nUsers.load(std::memory_order_relaxed);
+    while (users > 0) {
+        if (m_nUsers.compare_exchange_weak(users, users + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void CMediaSendStream::EndUse() {
+    if (m_nUsers.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        TearDown();
+    }
+}
+
+void CMediaSendStream::TearDown() {
+    m_ullDropped += m_pVideoRecord->ulDropped;
+    if (m_pAudioRecord != nullptr) {
+        m_ullDropped += m_pAudioRecord->ulDropped;
+        m_pAudioRecord->Drop();
+        m_pAudioRecord = nullptr;
+    }
+    m_pVideoRecord->Drop();
+    m_pVideoRecord = nullptr;
+    CStreamTransMgr::Instance()->ReleaseMediaQueue(m_pQueue);
+    m_pQueue = nullptr;
+    m_bTornDown.store(true, std::memory_order_release);
+}
+
+void CMediaSendStream::Close() {
+    if (m_bClosed.exchange(true)) {
+        return;
+    }
+    m_pVideoRecord->bStopped = true;
+    if (m_pAudioRecord != nullptr) {
+        m_pAudioRecord->bStopped = true;
+    }
+    EndUse();
+}
+
+bool CMediaSendStream::IsOpen() const {
+    UseGuard use(*this);
+    return use && !m_pVideoRecord->bGone;
+}
+
+int CMediaSendStream::Send(const MEDIA_DATA& data) {
+    UseGuard use(*this);
+    if (!use || m_pVideoRecord->bGone.load(std::memory_order_relaxed)) {
+        return ZVS_GVX_OPEN_SOCKET_ERROR;
+    }
+    const bool audio = data.nVideoSize == 0 && data.nAudioSize != 0;
+    const std::size_t size = audio ? data.nAudioSize : data.nVideoSize != 0 ? data.nVideoSize : data.nMetaDataSize;
+    if (data.pDataBuf == nullptr || size == 0) {
+        return CountDrop("a packet is empty");
+    }
+    if (data.eTransProtocol != m_eProtocol) {
+        return CountDrop("a packet is built for another transport");
+    }
+    if (!audio || m_eProtocol == RTP_OVER_TCP) {
+        return Enqueue(m_pVideoRecord, data, size);
+    }
+    return m_pAudioRecord == nullptr ? int{ZVS_SUCCEED} : Enqueue(m_pAudioRecord, data, size);
+}
+
+int CMediaSendStream::Enqueue(SOCKET_INFO* record, const MEDIA_DATA& data, std::size_t size) {
+    CMediaBlockBuffer* pool = CMediaBlockBuffer::instance();
+    ACE_Message_Block* block = pool->allocMediaBlock();
+    if (block == nullptr) {
+        return CountDrop("no media block is free");
+    }
+    // The pointer goes into the headroom of the block, so that the packet has the whole block.
+    if (block->rd_ptr() < block->base() + sizeof(record) || block->space() < size) {
+        pool->freeMediaBlock(block);
+        return CountDrop("a packet does not fit a media block");
+    }
+    block->rd_ptr(block->rd_ptr() - sizeof(record));
+    std::memcpy(block->rd_ptr(), &record, sizeof(record));
+    std::memcpy(block->wr_ptr(), data.pDataBuf, size);
+    block->wr_ptr(size);
+    record->Hold();
+    ACE_Time_Value now = ACE_Time_Value::zero;
+    if (m_pQueue->enqueue_tail(block, &now) == -1) {
+        record->Drop();
+        pool->freeMediaBlock(block);
+        return CountDrop("the transmission queue is full");
+    }
+    CountSent(data, size);
+    return ZVS_SUCCEED;
+}
+
+int CMediaSendStream::CountDrop(const char* reason) {
+    m_ullDropped.fetch_add(1, std::memory_order_relaxed);
+    const std::int64_t now = gvx::MonotonicMilliseconds();
+    if (now >= m_llDropEpisodeEnd.exchange(now + kDropEpisodePauseMs, std::memory_order_relaxed)) {
+        GVX_LOG_WARN(kTitle, "Stream[%s] drops packets: %s.", m_strServiceID.c_str(), reason);
+    }
+    return ZVS_FAIL;
+}
+
+void CMediaSendStream::CountSent(const MEDIA_DATA& data, std::size_t size) {
+    m_ullBytes.fetch_add(size, std::memory_order_relaxed);
+    if (data.nVideoSize == 0) {
+        if (data.nAudioSize != 0) {
+            m_ullAudioPackets.fetch_add(1, std::memory_order_relaxed);
+        }
+        return;
+    }
+    m_ullVideoPackets.fetch_add(1, std::memory_order_relaxed);
+    const std::size_t ahead = m_eProtocol == RTP_OVER_TCP ? kInterleaveLen : 0;
+    if (size < ahead + kRtpTimeStampEnd) {
+        return;
+    }
+    std::uint32_t timeStamp = 0;
+    std::memcpy(&timeStamp, static_cast<const char*>(data.pDataBuf) + ahead + kRtpTimeStampAt, sizeof(timeStamp));
+    if (m_ullLastTimeStamp.load(std::memory_order_relaxed) != timeStamp) {
+        m_ullLastTimeStamp.store(timeStamp, std::memory_order_relaxed);
+        m_ullVideoFrames.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+MediaSendStatistics CMediaSendStream::GetStatistics() const {
+    MediaSendStatistics statistics;
+    // The drops of the records move to this object as the stream is torn down: they are counted where they stand then.
+    const UseGuard use(*this, true);
+    if (use) {
+        statistics.ullDroppedPackets += m_pVideoRecord->ulDropped;
+        statistics.ullDroppedPackets += m_pAudioRecord != nullptr ? m_pAudioRecord->ulDropped.load() : 0;
+    } else {
+        WaitTornDown();
+    }
+    statistics.ullDroppedPackets += m_ullDropped;
+    statistics.ullVideoFrames = m_ullVideoFrames;
+    statistics.ullVideoPackets = m_ullVideoPackets;
+    statistics.ullAudioPackets = m_ullAudioPackets;
+    statistics.ullBytes = m_ullBytes;
+    return statistics;
+}
+
+int SendMediaOverSocket(MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
+    if (data == nullptr || streamType == nullptr || data->pUserInfo == nullptr) {
+        GVX_LOG_ERR(kTitle, "Socket info is null");
+        return ZVS_FAIL;
+    }
+    return static_cast<CMediaSendStream*>(data->pUserInfo)->Send(*data);
+}

@@ -1,0 +1,34 @@
+#include "gvx_common/media/media_service.h"
+
+#include "base/log.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/media/gvx_stream_transmission.h"
+#include "gvx_common/media_memory/media_block_buffer.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace gvx {
+
+int StartMediaService() {
+    constexpr int kLeastBlocks = 64;
+    constexpr int kMostBlocks = 1 << 20;
+    const int wanted = std::atoi(GvxConfigMgr()->GetConfValue("MEDIA_BLOCK_NUM", "8192").c_str());
+    const unsigned int blocks = static_cast<unsigned int>(std::clamp(wanted, kLeastBlocks, kMostBlocks));
+    if (CMediaBlockBuffer::instance()->init(GVX_MEDIA_BLOCK_SIZE, blocks, sizeof(SOCKET_INFO*)) != ZVS_SUCCEED) {
+        return ZVS_FAIL;
+    }
+    if (CSocketInfoMgr::Instance()->Init() != ZVS_SUCCEED || CStreamTransMgr::Instance()->Init() != ZVS_SUCCEED) {
+        StopMediaService();
+        return ZVS_FAIL;
+    }
+    return ZVS_SUCCEED;
+}
+
+void StopMediaService() {
+    CStreamTransMgr::Instance()->UnInit();
+    CSocketInfoMgr::Instance()->UnInit();
+    CMediaBlockBuffer::instance()->close();
+}
+
+}  // namespace gvx

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <queue>
+
+#include <ace/INET_Addr.h>
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/SOCK_Acceptor.h>
+#include <ace/SOCK_Connector.h>
+#include <ace/SOCK_Dgram.h>
+#include <ace/SOCK_Stream.h>
+
+#include "gvx_common/media/media_types.h"
+
+// The record of one open stream: where its packets go. It comes from CSocketInfoMgr and must stay valid while
+// packets that carry its address are queued; hold counts see to that for the streams that use them. The stated fields
+// are written before the first packet is queued and not changed until the last has gone, so they need no lock.
+struct SOCKET_INFO {
+    static constexpr std::size_t SERVICE_ID_SIZE = 33;
+    static constexpr std::size_t MAX_REST = 2048;  // more than a media block holds
+
+    SOCKET_INFO() { ResetSocketInfo(); }
+    virtual ~SOCKET_INFO() = default;
+    SOCKET_INFO(const SOCKET_INFO&) = delete;
+    SOCKET_INFO& operator=(const SOCKET_INFO&) = delete;
+
+    // Back to idle: no protocol, no stream type, no service, all four handles invalid, no holders. Closes nothing.
+    void ResetSocketInfo();
+
+    // Hold count. BeginHolding makes the caller the one holder; each queued packet is a holder more. Whoever drops the
+    // last one gives the record back to the pool; a record that owns its sockets closes them first, another lets go of
+    // the record that does. All of it does nothing for a record that never began, whose life its user sees to.
+    void BeginHolding(SOCKET_INFO* handleOwner);  // null: this record owns the sockets
+    bool Hold();  // false when the record does not count
+    void Drop();
+
+    TRANS_PROTOCOL protocol;
+    STREAM_TYPE_EX enStreamType;
+    ACE_INET_Addr videoDstAddr;
+    ACE_INET_Addr videoSrcAddr;
+    ACE_INET_Addr audioDstAddr;
+    ACE_INET_Addr audioSrcAddr;
+    ACE_INET_Addr videoRecvSrcAddr;
+    ACE_INET_Addr audioRecvSrcAddr;
+    ACE_SOCK_Dgram audioSockDgram;
+    ACE_SOCK_Dgram videoSockDgram;
+    ACE_SOCK_Stream audioSockStream;
+    ACE_SOCK_Stream videoSockStream;
+    ACE_SOCK_Connector connector;  // for an active TCP link
+    ACE_SOCK_Acceptor acceptor;    // for a passive TCP link
+    char chServiceID[SERVICE_ID_SIZE];
+    bool bVideoStream;  // over UDP: the video socket and address, else those of audio
+
+    // Set by the stream as it ends: packets still queued are thrown away.
+    std::atomic<bool> bStopped{false};
+    // Set by the transmission thread: the peer of a TCP stream is gone, nothing more can be sent.
+    std::atomic<bool> bGone{false};
+    // Packets that the transmission thread tried to send and could not.
+    std::atomic<std::uint64_t> ulDropped{0};
+
+    // What a TCP send left over of a packet; it goes before anything else of the stream. Only the transmission
+    // thread that serves the stream touches these.
+    std::array<char, MAX_REST> szRest;
+    std::size_t unRestBegin;
+    std::size_t unRestEnd;
+    bool bStalled;                // the last send found too little room: the next one does not wait
+    std::int64_t llStalledSince;  // while stalled: when the rest was left, or the first packet found no room at all;
+                                  // monotonic milliseconds
+    bool bRestListed;             // the thread keeps it in its list of streams with a rest
+
+private:
+    void CloseSockets();
+
+    bool m_bCounted = false;
+    SOCKET_INFO* m_pHandleOwner = nullptr;  // held while set
+    // On a cache line of its own: senders and the transmission thread change it all the time.
+    alignas(64) std::atomic<int> m_nHolders{0};
+};
+
+// Pool of pre-built records, so that opening a stream allocates nothing. Any thread.
+class CSocketInfoMgr {
+public:
+    static CSocketInfoMgr* Instance();
+
+    // Builds records up to MAX_SOCKET_SIZE (default 1000) in all. 0; 1 when memory runs out, with the records made so
+    // far kept: a further call builds those that are missing.
+    int Init();
+
+    // Deletes the records in the pool. A record still in use comes back later and is deleted with the manager.
+    int UnInit();
+
+    // Takes the record at the front: 0, or 1 with a log line when there is none; out is then null.
+    int PopSocketQueue(SOCKET_INFO*& out);
+
+    // Puts a record at the end. 0, or 1 with a log line for null.
+    int PushSocketQueue(SOCKET_INFO* info);
+
+    // Records in the pool now.
+    std::size_t GetFreeNum();
+
+private:
+    CSocketInfoMgr() = default;
+    ~CSocketInfoMgr();
+
+    std::queue<SOCKET_INFO*> m_SocketQueue;  // owned. Guarded by m_MutexSocketInfo.
+    int m_nBuilt = 0;                        // in the pool or out of it. Guarded by m_MutexSocketInfo.
+    ACE_Recursive_Thread_Mutex m_MutexSocketInfo;
+};

@@ -1,0 +1,180 @@
+#include "gvx_common/media_memory/media_block_buffer.h"
+
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/utility/gvx_utility.h"
+#include "base/log.h"
+
+#include <ace/Message_Block.h>
+#include <ace/OS_NS_errno.h>
+#include <ace/OS_NS_sys_time.h>
+#include <ace/Time_Value.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace {
+
+constexpr suseconds_t kAllocWaitUs = 100000;
+// The queue never fills up, since its marks hold all blocks; the wait only bounds what a closed or foreign queue
+// could cost.
+constexpr suseconds_t kFreeWaitUs = 100000;
+
+ACE_Time_Value DeadlineIn(suseconds_t microseconds) {
+    return ACE_OS::gettimeofday() + ACE_Time_Value(0, microseconds);
+}
+
+// Room for one packet, as configured; a setting that is no sensible size counts as the nearest that is.
+unsigned int FirstBufferSize() {
+    constexpr int kLeast = 64;
+    constexpr int kMost = 1024 * 1024;
+    const int bytes = CGvxUtility::toInt(CGvxConfigMgr::Instance()->GetConfValue("MEDIA_BUFF_SIZE", "1500"));
+    return static_cast<unsigned int>(std::clamp(bytes, kLeast, kMost));
+}
+
+}  // namespace
+
+CMediaBlockBuffer* CMediaBlockBuffer::instance() {
+    static CMediaBlockBuffer g_MediaBuffer;
+    return &g_MediaBuffer;
+}
+
+CMediaBlockBuffer::CMediaBlockBuffer() = default;
+
+CMediaBlockBuffer::~CMediaBlockBuffer() {
+    close();
+}
+
+int CMediaBlockBuffer::init(unsigned int size, unsigned int count, unsigned int reserved) {
+    if (m_unCount != 0 || size == 0 || count == 0 || reserved > std::numeric_limits<unsigned int>::max() - size) {
+        GVX_LOG_ERR("Media Block Buffer", "init media queue fail.");
+        return ZVS_FAIL;
+    }
+    const std::size_t mark = (static_cast<std::size_t>(size) + reserved) * count + 1;
+    m_MediaQueue.close();
+    if (m_MediaQueue.open(mark, mark) == -1) {
+        GVX_LOG_ERR("Media Block Buffer", "init media queue fail.");
+        return ZVS_FAIL;
+    }
+    m_unSize = size;
+    m_unReserved = reserved;
+    for (unsigned int i = 0; i < count; ++i) {
+        ACE_Message_Block* block = createMediaBlock(size + reserved);
+        if (block == nullptr) {
+            GVX_LOG_ERR("Media Block Buffer", "Create mb fail, index[%u].", i);
+            close();
+            return ZVS_FAIL;
+        }
+        ACE_Time_Value deadline = DeadlineIn(kFreeWaitUs);
+        if (m_MediaQueue.enqueue_tail(block, &deadline) == -1) {
+            GVX_LOG_ERR("Media Block Buffer", "Enqueue mb fail, index[%u].", i);
+            block->release();
+            close();
+            return ZVS_FAIL;
+        }
+    }
+    m_unCount = count;
+    GVX_LOG_INFO("Media Block Buffer", "Media Block Buffer init success.");
+    return ZVS_SUCCEED;
+}
+
+void CMediaBlockBuffer::close() {
+    m_MediaQueue.close();
+    m_unCount = 0;
+}
+
+ACE_Message_Block* CMediaBlockBuffer::createMediaBlock(unsigned int size) {
+    ACE_Message_Block* block = new (std::nothrow) ACE_Message_Block(size);
+    if (block == nullptr) {
+        GVX_LOG_ERR_CODE("Media Block Buffer", ZVS_ALLOC_MEMORY_ERROR, "alloc message block fail.");
+        return nullptr;
+    }
+    if (block->data_block() == nullptr) {
+        GVX_LOG_ERR_CODE("Media Block Buffer", ZVS_ALLOC_MEMORY_ERROR, "data block is NULL.");
+        block->release();
+        return nullptr;
+    }
+    block->rd_ptr(block->base() + m_unReserved);
+    block->wr_ptr(block->rd_ptr());
+    return block;
+}
+
+ACE_Message_Block* CMediaBlockBuffer::allocMediaBlock() {
+    if (m_MediaQueue.state() == ACE_Message_Queue_Base::DEACTIVATED) {
+        GVX_LOG_ERR("Alloc media block fail.", "Media queue state null.");
+        return nullptr;
+    }
+    if (m_unSize == GVX_MEDIA_BLOCK_SIZE) {
+        GVX_DEBUG("allocMediaBlock, media block count = %lu", static_cast<unsigned long>(m_MediaQueue.message_count()));
+    }
+    ACE_Time_Value deadline = DeadlineIn(kAllocWaitUs);
+    ACE_Message_Block* block = nullptr;
+    if (m_MediaQueue.dequeue_head(block, &deadline) == -1) {
+        ++m_AllocTimes;
+        return nullptr;
+    }
+    return block;
+}
+
+void CMediaBlockBuffer::freeMediaBlock(ACE_Message_Block*& block) {
+    while (block != nullptr) {
+        ACE_Message_Block* next = block->cont();
+        giveBack(block);
+        block = next;
+    }
+}
+
+void CMediaBlockBuffer::giveBack(ACE_Message_Block* block) {
+    block->cont(nullptr);
+    block->next(nullptr);
+    block->prev(nullptr);
+    block->reset();
+    block->rd_ptr(std::min<std::size_t>(m_unReserved, block->size()));
+    block->wr_ptr(block->rd_ptr());
+    ACE_Time_Value deadline = DeadlineIn(kFreeWaitUs);
+    if (m_MediaQueue.enqueue_tail(block, &deadline) != -1) {
+        return;
+    }
+    ++m_FreeTimes;
+    GVX_LOG_ERR("Media Block Buffer freeMediaBlock fail, enqueue fail.",
+                "errno=%d, count %d, level %d~%d, message_bytes %d, message_length %d", ACE_OS::last_error(),
+                static_cast<int>(m_MediaQueue.message_count()), static_cast<int>(m_MediaQueue.low_water_mark()),
+                static_cast<int>(m_MediaQueue.high_water_mark()), static_cast<int>(m_MediaQueue.message_bytes()),
+                static_cast<int>(m_MediaQueue.message_length()));
+    block->release();
+}
+
+unsigned int CMediaBlockBuffer::getRemainBlockNum() {
+    return static_cast<unsigned int>(m_MediaQueue.message_count());
+}
+
+int CDataUnit::append(const char* data, unsigned int length) {
+    if (length == 0) {
+        return ZVS_SUCCEED;
+    }
+    constexpr unsigned int kMax = std::numeric_limits<unsigned int>::max();
+    if (data == nullptr || length > kMax - m_offset) {
+        return ZVS_FAIL;
+    }
+    const unsigned int needed = m_offset + length;
+    if (needed <= m_buffSize) {
+        std::memmove(m_buffer.get() + m_offset, data, length);
+        m_offset = needed;
+        return ZVS_SUCCEED;
+    }
+    const unsigned int doubled = m_buffSize > kMax / 2 ? kMax : m_buffSize * 2;
+    const unsigned int size = std::max(needed, m_buffSize == 0 ? FirstBufferSize() : doubled);
+    std::unique_ptr<char[]> grown(new (std::nothrow) char[size]);
+    if (grown == nullptr) {
+        return ZVS_FAIL;
+    }
+    if (m_offset != 0) {
+        std::memcpy(grown.get(), m_buffer.get(), m_offset);
+    }
+    std::memcpy(grown.get() + m_offset, data, length);
+    m_buffer = std::move(grown);
+    m_buffSize = size;
+    m_offset = needed;
+    return ZVS_SUCCEED;
+}

@@ -1,0 +1,24 @@
+#include "gvx_common/tlv/tlv.h"
+
+#include "base/bounded_string.h"
+#include "base/log.h"
+
+#include <cstring>
+#include <new>
+
+TLV::TLV(int type, const char* value) : m_nType(type) {
+    Init(reinterpret_cast<const unsigned char*>(value), std::strlen(value) + 1);
+}
+
+TLV::TLV(int type, const unsigned char* data, unsigned long len) : m_nType(type) {
+    Init(data, len);
+}
+
+void TLV::Init(const unsigned char* data, unsigned long len) {
+    m_uLength = static_cast<unsigned int>(len);
+    m_pucValue.reset(new (std::nothrow) unsigned char[m_uLength]);
+    GVX_CHECK_NULL_RETURN_VOID(m_pucValue);
+    if (m_uLength != 0 && memcpy_s(m_pucValue.get(), m_uLength, data, m_uLength) != 0) {
+        GVX_LOG_ERR("TLV::Init", "memcpy_s failed!");
+    }
+}

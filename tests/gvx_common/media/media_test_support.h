@@ -1,0 +1,200 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <ace/INET_Addr.h>
+#include <gtest/gtest.h>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "gvx_common/config/config_folder.h"
+#include "base/clock.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/media/gvx_stream_transmission.h"
+#include "gvx_common/media_memory/media_block_buffer.h"
+#include "support/recording_logger.h"
+
+// Settings for the scope of one test; none are left behind.
+class ScopedSettings {
+public:
+    explicit ScopedSettings(const std::string& settings) {
+        m_folder.WriteConf(settings);
+        GvxConfigMgr()->Init();
+    }
+    ~ScopedSettings() {
+        m_folder.WriteConf("");
+        GvxConfigMgr()->Init();
+    }
+    ScopedSettings(const ScopedSettings&) = delete;
+    ScopedSettings& operator=(const ScopedSettings&) = delete;
+
+private:
+    ConfigFolder m_folder;
+};
+
+// For a scope, a clock fifty times slower than the system's: limits of seconds still exist, but no machine is so slow
+// as to run into one.
+class ScopedSlowClock {
+public:
+    ScopedSlowClock() {
+        Shared().start = SlowClock::SystemMicroseconds();
+        gvx::SetClock(&Shared());
+    }
+    ~ScopedSlowClock() { gvx::SetClock(nullptr); }
+    ScopedSlowClock(const ScopedSlowClock&) = delete;
+    ScopedSlowClock& operator=(const ScopedSlowClock&) = delete;
+
+private:
+    struct SlowClock : gvx::Clock {
+        static std::int64_t SystemMicroseconds() {
+            const auto time = std::chrono::steady_clock::now().time_since_epoch();
+            return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+        }
+        std::int64_t WallMicroseconds() const noexcept override { return MonotonicMicroseconds(); }
+        std::int64_t MonotonicMicroseconds() const noexcept override {
+            return start + (SystemMicroseconds() - start) / 50;
+        }
+        std::atomic<std::int64_t> start{0};
+    };
+    // Never destroyed: a thread that goes on may just be asking it.
+    static SlowClock& Shared() {
+        static auto* const clock = new SlowClock;
+        return *clock;
+    }
+};
+
+// Holds transmission threads, each in the midst of a packet of its queue, so that what a test queues behind it stays
+// there and nothing of the streams is touched meanwhile. All that was queued before has been served.
+class HeldThreads {
+public:
+    explicit HeldThreads(const std::vector<CStreamTransmission::Queue*>& queues)
+        : m_gate(std::make_shared<Gate>()), m_former(OMAdapter::getInstance()->getSharedLogger()) {
+        OMAdapter::getInstance()->setLogger(m_gate);
+        for (CStreamTransmission::Queue* queue : queues) {
+            // A block without a record makes the thread write a line, which does not return.
+            queue->enqueue_tail(CMediaBlockBuffer::instance()->allocMediaBlock());
+        }
+        EXPECT_TRUE(m_gate->WaitHeld(queues.size()));
+    }
+    ~HeldThreads() {
+        m_gate->Open();
+        OMAdapter::getInstance()->setLogger(m_former);
+    }
+    HeldThreads(const HeldThreads&) = delete;
+    HeldThreads& operator=(const HeldThreads&) = delete;
+
+private:
+    class Gate : public RecordingLogger {
+    public:
+        void VLog(int level, const char* title, const OMLogPlace& place, const char* format, va_list args) override
+            __attribute__((format(printf, 5, 0))) {
+            RecordingLogger::VLog(level, title, place, format, args);
+            if (std::strcmp(format, "Socket info is null") == 0) {
+                std::unique_lock<std::mutex> lock(m_mutex);
+                ++m_held;
+                m_changed.notify_all();
+                m_changed.wait(lock, [this] { return m_open; });
+            }
+        }
+        bool WaitHeld(std::size_t threads) {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            return m_changed.wait_for(lock, std::chrono::seconds(60), [&] { return m_held == threads; });
+        }
+        void Open() {
+            const std::lock_guard<std::mutex> guard(m_mutex);
+            m_open = true;
+            m_changed.notify_all();
+        }
+
+    private:
+        std::mutex m_mutex;
+        std::condition_variable m_changed;
+        std::size_t m_held = 0;  // Guarded by m_mutex.
+        bool m_open = false;     // Guarded by m_mutex.
+    };
+
+    const std::shared_ptr<Gate> m_gate;
+    const std::shared_ptr<IOMLogger> m_former;
+};
+
+// A socket of a test on 127.0.0.1: a UDP receiver, or a TCP listener or connection. Every wait ends after 20 s.
+class TestSocket {
+public:
+    explicit TestSocket(int type, int receiveBuffer = 4 << 20) : m_handle(::socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
+        ::setsockopt(m_handle, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(m_handle, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+        if (type == SOCK_STREAM) {
+            ::listen(m_handle, 8);
+        }
+        SetLimit(std::chrono::seconds(20));
+    }
+    static TestSocket Adopt(int handle) { return TestSocket(Handle{handle}); }
+    TestSocket(TestSocket&& other) noexcept : m_handle(other.m_handle) { other.m_handle = -1; }
+    TestSocket& operator=(TestSocket&&) = delete;
+    ~TestSocket() { Close(); }
+
+    void Close() {
+        if (m_handle != -1) {
+            ::close(m_handle);
+            m_handle = -1;
+        }
+    }
+    int Get() const { return m_handle; }
+    ACE_INET_Addr Address() const {
+        sockaddr_in address{};
+        socklen_t size = sizeof(address);
+        ::getsockname(m_handle, reinterpret_cast<sockaddr*>(&address), &size);
+        return ACE_INET_Addr(&address, static_cast<int>(size));
+    }
+    TestSocket Accept() const { return Adopt(::accept4(m_handle, nullptr, nullptr, SOCK_CLOEXEC)); }
+
+    // One datagram, or what is there of a stream; empty at the end of the stream or after the limit.
+    std::string Receive(std::size_t most = 65536) const {
+        std::string data(most, '\0');
+        const ssize_t size = ::recv(m_handle, data.data(), data.size(), 0);
+        data.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+        return data;
+    }
+    // Exactly that many bytes of a stream; fewer only at its end or after the limit.
+    std::string ReceiveExactly(std::size_t size) const {
+        std::string data;
+        while (data.size() < size) {
+            const std::string part = Receive(size - data.size());
+            if (part.empty()) {
+                break;
+            }
+            data += part;
+        }
+        return data;
+    }
+    // True when nothing is there to be received at this moment.
+    bool IsQuiet() const {
+        char byte;
+        return ::recv(m_handle, &byte, 1, MSG_DONTWAIT | MSG_PEEK) == -1;
+    }
+
+private:
+    struct Handle {
+        int value;
+    };
+    explicit TestSocket(Handle handle) : m_handle(handle.value) { SetLimit(std::chrono::seconds(20)); }
+    void SetLimit(std::chrono::seconds limit) const {
+        const timeval time{static_cast<time_t>(limit.count()), 0};
+        ::setsockopt(m_handle, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof(time));
+    }
+
+    int m_handle;
+};

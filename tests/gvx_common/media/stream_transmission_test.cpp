@@ -1,0 +1,474 @@
+#include "gvx_common/media/gvx_stream_transmission.h"
+
+#include "gvx_common/media_memory/media_block_buffer.h"
+#include "media_test_support.h"
+#include "support/recording_logger.h"
+#include "support/test_clock.h"
+#include "support/wait_until.h"
+
+#include <ace/Message_Block.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+class StreamTransmission : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(CMediaBlockBuffer::instance()->init(GVX_MEDIA_BLOCK_SIZE, 256, sizeof(SOCKET_INFO*)), 0);
+    }
+    void TearDown() override {
+        EXPECT_EQ(CMediaBlockBuffer::instance()->getRemainBlockNum(), 256u);
+        CMediaBlockBuffer::instance()->close();
+    }
+
+    // A block as a sender makes it.
+    static ACE_Message_Block* Block(SOCKET_INFO* record, const std::string& packet) {
+        ACE_Message_Block* block = CMediaBlockBuffer::instance()->allocMediaBlock();
+        block->rd_ptr(block->rd_ptr() - sizeof(record));
+        std::memcpy(block->rd_ptr(), &record, sizeof(record));
+        block->copy(packet.data(), packet.size());
+        return block;
+    }
+};
+
+// A record with both UDP sockets, whose life the test sees to.
+struct UdpRecord {
+    UdpRecord(const TestSocket& video, const TestSocket& audio) {
+        info.protocol = RTP_OVER_UDP;
+        info.videoDstAddr = video.Address();
+        info.audioDstAddr = audio.Address();
+        info.videoSockDgram.set_handle(sockets[0].Get());
+        info.audioSockDgram.set_handle(sockets[1].Get());
+        info.bVideoStream = true;
+    }
+    TestSocket sockets[2] = {TestSocket(SOCK_DGRAM), TestSocket(SOCK_DGRAM)};
+    SOCKET_INFO info;
+};
+
+TEST_F(StreamTransmission, SendsBlocksAndChainsInOrder) {
+    const TestSocket receiver(SOCK_DGRAM);
+    const TestSocket audio(SOCK_DGRAM);
+    UdpRecord record(receiver, audio);
+    CStreamTransmission transmission;
+    ASSERT_TRUE(transmission.IsRunning());
+    std::vector<std::string> expected;
+    for (int i = 0; i < 60; i += 3) {
+        ACE_Message_Block* head = nullptr;
+        ACE_Message_Block* last = nullptr;
+        for (int part = i; part < i + 3; ++part) {
+            expected.push_back("packet " + std::to_string(part));
+            ACE_Message_Block* block = Block(&record.info, expected.back());
+            if (head == nullptr) {
+                head = block;
+            } else {
+                last->cont(block);
+            }
+            last = block;
+        }
+        ASSERT_NE(transmission.GetQueue()->enqueue_tail(head), -1);
+    }
+    for (const std::string& packet : expected) {
+        EXPECT_EQ(receiver.Receive(), packet);
+    }
+    EXPECT_TRUE(audio.IsQuiet());
+}
+
+TEST_F(StreamTransmission, AudioLeavesByItsOwnSocketAndAddress) {
+    const TestSocket video(SOCK_DGRAM);
+    const TestSocket audio(SOCK_DGRAM);
+    UdpRecord record(video, audio);
+    record.info.bVideoStream = false;
+    CStreamTransmission transmission;
+    SOCKET_INFO* info = &record.info;
+    EXPECT_EQ(transmission.DoSendVideoFrame(&info, "audio", 5), 0);
+    EXPECT_EQ(audio.Receive(), "audio");
+    EXPECT_TRUE(video.IsQuiet());
+}
+
+TEST_F(StreamTransmission, WhatCannotBeSentIsPassedOver) {
+    const TestSocket video(SOCK_DGRAM);
+    const TestSocket audio(SOCK_DGRAM);
+    UdpRecord record(video, audio);
+    CStreamTransmission transmission;
+    SOCKET_INFO* info = &record.info;
+    ScopedRecordingLogger log;
+    SOCKET_INFO* none = nullptr;
+    EXPECT_EQ(transmission.DoSendVideoFrame(nullptr, "x", 1), 1);
+    EXPECT_EQ(transmission.DoSendVideoFrame(&none, "x", 1), 1);
+    EXPECT_EQ(transmission.DoSendVideoFrame(&info, nullptr, 1), 1);
+    EXPECT_EQ(log->Count("Socket info is null"), 3u);
+    for (const TRANS_PROTOCOL protocol : {UDP, TCP, RTP_OVER_TCP, TRANS_PROTOCOL_BUTS}) {
+        record.info.protocol = protocol;
+        EXPECT_EQ(transmission.DoSendVideoFrame(&info, "x", 1), 0);
+    }
+    record.info.protocol = RTP_OVER_UDP;
+    record.info.audioSockDgram.set_handle(ACE_INVALID_HANDLE);  // both must be there
+    EXPECT_EQ(transmission.DoSendVideoFrame(&info, "x", 1), 0);
+    EXPECT_TRUE(video.IsQuiet());
+    EXPECT_EQ(record.info.ulDropped, 0u);
+    record.info.audioSockDgram.set_handle(record.sockets[1].Get());
+    const std::string tooLong(70000, 'x');  // no datagram is that long
+    EXPECT_EQ(transmission.DoSendVideoFrame(&info, tooLong.data(), 70000), 0);
+    EXPECT_EQ(record.info.ulDropped, 1u);
+    EXPECT_TRUE(log->Contains("Send media over socket failed send error.Sservice id:[], errno: "));
+    // A message without a record is dropped by the thread.
+    ACE_Message_Block* block = CMediaBlockBuffer::instance()->allocMediaBlock();
+    block->copy("abc", 3);
+    transmission.GetQueue()->enqueue_tail(block);
+    EXPECT_TRUE(WaitUntil([&] { return log->Count("Socket info is null") == 4; }));
+}
+
+TEST_F(StreamTransmission, PacingTakesAPartOfTheBacklog) {
+    const TestSocket receiver(SOCK_DGRAM);
+    UdpRecord record(receiver, receiver);  // outlives the threads that serve it
+    CStreamTransmission unpaced;
+    EXPECT_EQ(unpaced.GetBatch(100), 0u);
+    const ScopedSettings settings("STREAM_SMOOTH_COEFF=4\nMEDIA_SEND_FIXED_NUM=10\nMEDIA_SEND_INTERVAL=1\n");
+    CStreamTransmission paced;
+    EXPECT_EQ(paced.GetBatch(100), 35u);
+    EXPECT_EQ(paced.GetBatch(5), 5u);
+    EXPECT_EQ(paced.GetBatch(0), 0u);
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_NE(paced.GetQueue()->enqueue_tail(Block(&record.info, std::to_string(i))), -1);
+    }
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(receiver.Receive(), std::to_string(i));
+    }
+}
+
+TEST_F(StreamTransmission, APacedThreadPausesBetweenBatches) {
+    const ScopedSettings settings("STREAM_SMOOTH_COEFF=4\nMEDIA_SEND_FIXED_NUM=10\nMEDIA_SEND_INTERVAL=30\n");
+    const TestSocket receiver(SOCK_DGRAM);
+    UdpRecord record(receiver, receiver);
+    CStreamTransmission paced;
+    std::chrono::steady_clock::time_point begin;
+    {
+        const HeldThreads held({paced.GetQueue()});
+        for (int i = 0; i < 100; ++i) {
+            ASSERT_NE(paced.GetQueue()->enqueue_tail(Block(&record.info, std::to_string(i))), -1);
+        }
+        begin = std::chrono::steady_clock::now();
+    }
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(receiver.Receive(), std::to_string(i));
+    }
+    // Batches of 35, 26, 19, 15 and 5: four pauses at least, however fast or slow the machine is.
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(4 * 30));
+}
+
+TEST_F(StreamTransmission, ThreadsMayEndAsSoonAsTheyHaveBegun) {
+    ScopedRecordingLogger log;
+    for (int round = 0; round < 200; ++round) {
+        CStreamTransmission transmission;
+        ASSERT_TRUE(transmission.IsRunning());
+    }
+    EXPECT_EQ(log->Count("End...", "Stream transfer thread "), 200u);
+}
+
+TEST_F(StreamTransmission, EndingGivesQueuedBlocksBack) {
+    const ScopedSettings settings("STREAM_SMOOTH_COEFF=100\nMEDIA_SEND_FIXED_NUM=1\nMEDIA_SEND_INTERVAL=20\n");
+    const TestSocket receiver(SOCK_DGRAM);
+    UdpRecord record(receiver, receiver);
+    ScopedRecordingLogger log;
+    for (int round = 0; round < 5; ++round) {
+        CStreamTransmission transmission;
+        for (int i = 0; i < 100; ++i) {
+            ASSERT_NE(transmission.GetQueue()->enqueue_tail(Block(&record.info, "x")), -1);
+        }
+        transmission.UnInit();
+        EXPECT_FALSE(transmission.IsRunning());
+        EXPECT_EQ(CMediaBlockBuffer::instance()->getRemainBlockNum(), 256u);
+    }
+    EXPECT_EQ(log->Count("Begin to uninit...", "Stream transfer thread "), 5u);
+    EXPECT_EQ(log->Count("End...", "Stream transfer thread "), 5u);
+}
+
+TEST_F(StreamTransmission, AHandlerOfTheProgramForSigintStays) {
+    struct sigaction own {};
+    struct sigaction former {};
+    own.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGINT, &own, &former), 0);
+    {
+        ScopedRecordingLogger log;
+        CStreamTransmission transmission;
+        transmission.UnInit();
+    }
+    struct sigaction now {};
+    sigaction(SIGINT, &former, &now);
+    EXPECT_EQ(now.sa_handler, own.sa_handler);
+}
+
+// A stream whose peer has little room and does not read of itself. A pair of local sockets stands for the connection:
+// its room changes only when the peer reads, never by what the network does meanwhile.
+struct TcpRecord {
+    TcpRecord() : TcpRecord(Pair()) {}
+
+    TestSocket sender;
+    TestSocket peer;
+    SOCKET_INFO info;
+
+private:
+    explicit TcpRecord(std::array<int, 2> pair) : sender(TestSocket::Adopt(pair[0])), peer(TestSocket::Adopt(pair[1])) {
+        info.protocol = RTP_OVER_TCP;
+        info.videoSockStream.set_handle(sender.Get());
+        info.bVideoStream = true;
+    }
+    static std::array<int, 2> Pair() {
+        std::array<int, 2> pair{-1, -1};
+        const int room = 1;  // the least that there is
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()), 0);
+        ::setsockopt(pair[0], SOL_SOCKET, SO_SNDBUF, &room, sizeof(room));
+        return pair;
+    }
+};
+
+// A packet that does not fit what the system takes at once, and whose rest always fits a record.
+std::string LongPacket(int number) {
+    return std::string(static_cast<std::size_t>(3000 + number % 50), static_cast<char>('a' + number % 26));
+}
+
+bool HasRest(const SOCKET_INFO& info) {
+    return info.unRestBegin != info.unRestEnd;
+}
+
+// Sends until a packet leaves in part; the peer reads a little whenever one does not leave at all.
+bool SendUntilRest(CStreamTransmission& transmission, SOCKET_INFO* info, const TestSocket& peer, std::string& wire,
+                   std::string& accepted) {
+    for (int i = 0; i < 20000 && !HasRest(*info); ++i) {
+        const std::string packet = LongPacket(i);
+        const std::uint64_t dropped = info->ulDropped;
+        transmission.DoSendVideoFrame(&info, packet.data(), static_cast<unsigned int>(packet.size()));
+        if (info->ulDropped == dropped) {
+            accepted += packet;
+        } else {
+            wire += peer.Receive(700);
+        }
+    }
+    return HasRest(*info);
+}
+
+TEST_F(StreamTransmission, WhatIsLeftOfAPacketGoesFirst) {
+    ScopedTestClock clock;
+    CStreamTransmission transmission;
+    TcpRecord record;
+    std::string wire;
+    std::string accepted;
+    SOCKET_INFO* info = &record.info;
+    ASSERT_TRUE(SendUntilRest(transmission, info, record.peer, wire, accepted));
+    const std::string next = "the next packet";
+    bool sent = false;
+    for (int i = 0; i < 1000 && !sent; ++i) {  // it is dropped until the rest has left
+        const std::uint64_t dropped = record.info.ulDropped;
+        transmission.DoSendVideoFrame(&info, next.data(), static_cast<unsigned int>(next.size()));
+        sent = record.info.ulDropped == dropped && !HasRest(record.info);
+        if (!sent) {
+            wire += record.peer.Receive(700);
+        }
+    }
+    ASSERT_TRUE(sent);
+    EXPECT_FALSE(record.info.bGone);
+    accepted += next;
+    wire += record.peer.ReceiveExactly(accepted.size() - wire.size());
+    EXPECT_EQ(wire, accepted);
+    EXPECT_TRUE(record.peer.IsQuiet());
+}
+
+TEST_F(StreamTransmission, ARestLeavesAlsoWhenNoFurtherPacketComes) {
+    const ScopedSettings settings("MAX_SOCKET_SIZE=1\n");
+    const ScopedSlowClock clock;
+    CSocketInfoMgr* records = CSocketInfoMgr::Instance();
+    ASSERT_EQ(records->Init(), 0);
+    SOCKET_INFO* info = nullptr;
+    ASSERT_EQ(records->PopSocketQueue(info), 0);
+    TcpRecord ends;
+    info->protocol = RTP_OVER_TCP;
+    info->videoSockStream.set_handle(::dup(ends.sender.Get()));
+    info->BeginHolding(nullptr);
+    CStreamTransmission transmission;
+    std::string wire;
+    std::string accepted;
+    {
+        const HeldThreads held({transmission.GetQueue()});
+        ASSERT_TRUE(SendUntilRest(transmission, info, ends.peer, wire, accepted));
+    }
+    wire += ends.peer.ReceiveExactly(accepted.size() - wire.size());
+    EXPECT_EQ(wire, accepted);
+    EXPECT_TRUE(ends.peer.IsQuiet());
+    info->bStopped = true;
+    info->Drop();
+    EXPECT_TRUE(WaitUntil([&] { return records->GetFreeNum() == 1; }));
+    transmission.UnInit();
+    records->UnInit();
+}
+
+TEST_F(StreamTransmission, ARestThatStaysForTwoSecondsEndsTheStream) {
+    ScopedTestClock clock;
+    CStreamTransmission transmission;
+    TcpRecord record;
+    std::string wire;
+    std::string accepted;
+    SOCKET_INFO* info = &record.info;
+    ASSERT_TRUE(SendUntilRest(transmission, info, record.peer, wire, accepted));
+    clock->AdvanceMs(1999);
+    transmission.DoSendVideoFrame(&info, "x", 1);
+    EXPECT_FALSE(record.info.bGone);
+    clock->AdvanceMs(1);
+    transmission.DoSendVideoFrame(&info, "x", 1);
+    EXPECT_TRUE(record.info.bGone);
+}
+
+// Sends single bytes, none of which can leave in part, until one finds no room.
+bool SendUntilFull(CStreamTransmission& transmission, TcpRecord& record) {
+    SOCKET_INFO* info = &record.info;
+    const std::uint64_t dropped = record.info.ulDropped;
+    for (int i = 0; i < 100000 && record.info.ulDropped == dropped; ++i) {
+        transmission.DoSendVideoFrame(&info, "x", 1);
+    }
+    return record.info.ulDropped != dropped && !HasRest(record.info);
+}
+
+TEST_F(StreamTransmission, NoRoomForAnyPacketForTwoSecondsEndsTheStreamToo) {
+    ScopedTestClock clock;
+    ScopedRecordingLogger log;
+    CStreamTransmission transmission;
+    TcpRecord record;
+    SOCKET_INFO* info = &record.info;
+    ASSERT_TRUE(SendUntilFull(transmission, record));
+    clock->AdvanceMs(1999);
+    transmission.DoSendVideoFrame(&info, "x", 1);
+    EXPECT_FALSE(record.info.bGone);
+    record.peer.Receive();  // it reads after all, so the time begins anew
+    transmission.DoSendVideoFrame(&info, "x", 1);
+    EXPECT_FALSE(record.info.bStalled);
+    ASSERT_TRUE(SendUntilFull(transmission, record));
+    clock->AdvanceMs(1999);
+    transmission.DoSendVideoFrame(&info, "x", 1);
+    EXPECT_FALSE(record.info.bGone);
+    clock->AdvanceMs(1);
+    transmission.DoSendVideoFrame(&info, "x", 1);
+    EXPECT_TRUE(record.info.bGone);
+    transmission.DoSendVideoFrame(&info, "x", 1);
+    EXPECT_EQ(log->Count("Stream[] takes no data any more and counts as gone."), 1u);
+}
+
+TEST_F(StreamTransmission, AStalledStreamDoesNotKeepAnotherFromArriving) {
+    const ScopedSlowClock clock;
+    TcpRecord stalled;
+    const TestSocket receiver(SOCK_DGRAM);
+    UdpRecord other(receiver, receiver);
+    CStreamTransmission transmission;
+    const std::string packet(2000, 's');
+    for (int i = 0; i < 100; ++i) {
+        for (int part = 0; part < 4; ++part) {
+            ASSERT_NE(transmission.GetQueue()->enqueue_tail(Block(&stalled.info, packet)), -1);
+        }
+        ASSERT_NE(transmission.GetQueue()->enqueue_tail(Block(&other.info, std::to_string(i))), -1);
+        ASSERT_EQ(receiver.Receive(), std::to_string(i));
+    }
+    transmission.UnInit();
+    EXPECT_GT(stalled.info.ulDropped, 300u);  // its peer has read nothing
+    EXPECT_FALSE(stalled.info.bGone);
+}
+
+TEST_F(StreamTransmission, ASendToAClosedPeerDoesNotEndTheProcess) {
+    struct sigaction former {};
+    ASSERT_EQ(sigaction(SIGPIPE, nullptr, &former), 0);
+    std::signal(SIGPIPE, SIG_DFL);
+    CStreamTransmission transmission;
+    TcpRecord record;
+    SOCKET_INFO* info = &record.info;
+    record.peer.Close();
+    EXPECT_EQ(transmission.DoSendVideoFrame(&info, "x", 1), 0);
+    EXPECT_TRUE(record.info.bGone);
+    transmission.UnInit();  // by now the thread has begun
+    EXPECT_EQ(::send(record.sender.Get(), "x", 1, 0), -1);
+    EXPECT_EQ(errno, EPIPE);
+    sigaction(SIGPIPE, &former, nullptr);
+}
+
+class StreamTransManager : public ::testing::Test {
+protected:
+    void TearDown() override { CStreamTransMgr::Instance()->UnInit(); }
+};
+
+TEST_F(StreamTransManager, TheNumberOfThreadsIsCapped) {
+    CStreamTransMgr* manager = CStreamTransMgr::Instance();
+    EXPECT_EQ(manager->GetMediaQueue(), nullptr);
+    for (const auto& [setting, threads] : std::vector<std::pair<std::string, unsigned int>>{
+             {"", 5}, {"TRANSMISSION_THREAD_NUM=3\n", 3}, {"TRANSMISSION_THREAD_NUM=100\n", 64}}) {
+        const ScopedSettings settings(setting);
+        ASSERT_EQ(manager->Init(), 0);
+        EXPECT_EQ(manager->GetThreadNum(), threads);
+        manager->UnInit();
+        EXPECT_EQ(manager->GetThreadNum(), 0u);
+    }
+    const ScopedSettings settings("TRANSMISSION_THREAD_NUM=-1\n");
+    ASSERT_EQ(manager->Init(), 0);
+    EXPECT_EQ(manager->GetThreadNum(), 64u);
+}
+
+TEST_F(StreamTransManager, NewStreamsGoToTheLeastLoadedThread) {
+    const ScopedSettings settings("TRANSMISSION_THREAD_NUM=4\n");
+    CStreamTransMgr* manager = CStreamTransMgr::Instance();
+    ASSERT_EQ(manager->Init(), 0);
+    std::vector<CStreamTransmission::Queue*> taken;
+    for (int i = 0; i < 8; ++i) {
+        taken.push_back(manager->GetMediaQueue());
+    }
+    EXPECT_EQ(std::set<CStreamTransmission::Queue*>(taken.begin(), taken.end()).size(), 4u);
+    EXPECT_EQ(manager->GetStreamNums(), std::vector<unsigned int>(4, 2));
+    // Two streams of one thread end: the next two go there.
+    CStreamTransmission::Queue* const freed = taken[2];
+    for (auto& queue : taken) {
+        if (queue == freed) {
+            manager->ReleaseMediaQueue(queue);
+            queue = nullptr;
+        }
+    }
+    EXPECT_EQ(manager->GetMediaQueue(), freed);
+    EXPECT_EQ(manager->GetMediaQueue(), freed);
+    EXPECT_EQ(manager->GetStreamNums(), std::vector<unsigned int>(4, 2));
+    for (auto* queue : taken) {
+        manager->ReleaseMediaQueue(queue);
+    }
+    manager->ReleaseMediaQueue(freed);
+    manager->ReleaseMediaQueue(freed);
+    manager->ReleaseMediaQueue(freed);  // one too many does no harm
+    EXPECT_EQ(manager->GetStreamNums(), std::vector<unsigned int>(4, 0));
+}
+
+TEST(SocketInfoManager, RecordsAreTakenFromTheFrontAndPutAtTheEnd) {
+    const ScopedSettings settings("MAX_SOCKET_SIZE=2\n");
+    ScopedRecordingLogger log;
+    CSocketInfoMgr* manager = CSocketInfoMgr::Instance();
+    ASSERT_EQ(manager->Init(), 0);
+    SOCKET_INFO *first = nullptr, *second = nullptr, *third = nullptr;
+    ASSERT_EQ(manager->PopSocketQueue(first), 0);
+    ASSERT_EQ(manager->PopSocketQueue(second), 0);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(first->protocol, TRANS_PROTOCOL_BUTS);
+    EXPECT_EQ(first->enStreamType, STREAM_TYPE_BUTT);
+    EXPECT_EQ(first->videoSockDgram.get_handle(), ACE_INVALID_HANDLE);
+    EXPECT_NE(manager->PopSocketQueue(third), 0);
+    EXPECT_TRUE(log->Contains("Queue size is 0."));
+    EXPECT_NE(manager->PushSocketQueue(nullptr), 0);
+    EXPECT_TRUE(log->Contains("Socket Info is NULL"));
+    EXPECT_EQ(manager->PushSocketQueue(second), 0);
+    EXPECT_EQ(manager->PushSocketQueue(first), 0);
+    ASSERT_EQ(manager->PopSocketQueue(third), 0);
+    EXPECT_EQ(third, second);
+    manager->PushSocketQueue(third);
+    manager->UnInit();
+    EXPECT_EQ(manager->GetFreeNum(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,260 @@
+#include "gvx_common/media_memory/MediaMemPool.h"
+
+#include "base/log.h"
+#include "gvx_common/media_memory/MediaMemPool_tracking.h"
+#include "pool_state.h"
+#include "support/recording_logger.h"
+
+#include <ace/Message_Block.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <set>
+#include <vector>
+
+namespace {
+
+using Blocks = std::vector<ACE_Message_Block*>;
+
+class MediaMemPoolTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(pool.Init()); }
+
+    ACE_Message_Block* Take() { return pool.Alloc("test", __LINE__); }
+
+    // Takes blocks until that many are out.
+    void TakeUntil(unsigned int used, Blocks& blocks) {
+        while (total < used) {
+            ACE_Message_Block* block = Take();
+            ASSERT_NE(block, nullptr);
+            blocks.push_back(block);
+            ++total;
+        }
+    }
+
+    // Gives blocks back from the end until that many are out.
+    void GiveBackUntil(unsigned int used, Blocks& blocks) {
+        while (total > used) {
+            ASSERT_FALSE(blocks.empty());
+            ASSERT_EQ(pool.free_1mb(blocks.back(), "test", __LINE__), 0);
+            blocks.pop_back();
+            --total;
+        }
+    }
+
+    MediaMemPool pool;
+    unsigned int total = 0;
+};
+
+unsigned int LevelFlags(const ACE_Message_Block* block) {
+    return static_cast<unsigned int>(block->self_flags());
+}
+
+TEST_F(MediaMemPoolTest, BlocksAreSlicesOfOneArenaAndCarryTheirLevel) {
+    EXPECT_EQ(pool.GetRTPBufferCount(), 1015808u);
+    std::set<char*> bases;
+    Blocks blocks;
+    TakeUntil(1000, blocks);
+    for (ACE_Message_Block* block : blocks) {
+        EXPECT_EQ(block->size(), 2048u);
+        EXPECT_EQ(LevelFlags(block), 0x2000u);
+        bases.insert(block->base());
+    }
+    EXPECT_EQ(bases.size(), 1000u);
+    EXPECT_EQ((*bases.rbegin() - *bases.begin()) % 2048, 0);
+    EXPECT_EQ(pool.AddRef(blocks.front()), 0);
+    EXPECT_EQ(pool.AddRef(nullptr), 1);
+    GiveBackUntil(0, blocks);
+    EXPECT_EQ(StateOf(pool).used, 0u);
+}
+
+TEST_F(MediaMemPoolTest, LevelsOpenAndCloseAtTheirMarks) {
+    Blocks first;
+    TakeUntil(29492, first);  // the last of these was taken with 29491 out
+    EXPECT_EQ(StateOf(pool).level, 0u);
+    Blocks second;
+    TakeUntil(29493, second);
+    PoolState state = StateOf(pool);
+    EXPECT_EQ(state.level, 1u);
+    EXPECT_EQ(state.out[1], 1u);
+    EXPECT_EQ(LevelFlags(second.front()), 0x2100u);
+
+    TakeUntil(58983, second);
+    EXPECT_EQ(StateOf(pool).level, 1u);
+    Blocks third;
+    TakeUntil(58984, third);
+    EXPECT_EQ(StateOf(pool).level, 2u);
+
+    // Blocks of level 0 alone never lower the level, however few are out.
+    GiveBackUntil(58984 - 29492, first);
+    EXPECT_EQ(StateOf(pool).level, 2u);
+    // The next one of another level does, at 39321 or fewer; level 2 keeps its last block and so stays open.
+    GiveBackUntil(29491, second);
+    state = StateOf(pool);
+    EXPECT_EQ(state.level, 1u);
+    EXPECT_TRUE(state.open[2]);
+
+    // Level 2 has been left: its last block closes it.
+    {
+        const ScopedRecordingLogger log;
+        GiveBackUntil(29490, third);
+        EXPECT_TRUE(log->Contains("success, level[2]", "MediaMemPool::DestroyMem"));
+        EXPECT_TRUE(log->Contains("TryDecLevel, level[2],TryDecLevel[1]", "MediaMemPool::Free"));
+    }
+    EXPECT_FALSE(StateOf(pool).open[2]);
+
+    GiveBackUntil(19661, second);
+    EXPECT_EQ(StateOf(pool).level, 1u);
+    {
+        const ScopedRecordingLogger log;
+        GiveBackUntil(19660, second);
+        EXPECT_TRUE(log->Contains("failed, old level[0] is exist"));
+    }
+    EXPECT_EQ(StateOf(pool).level, 0u);
+    GiveBackUntil(0, second);
+    state = StateOf(pool);
+    EXPECT_EQ(state.used, 0u);
+    EXPECT_EQ(state.OutOfAllLevels(), 0u);
+    EXPECT_FALSE(state.open[1]);
+    EXPECT_TRUE(state.open[0]);
+}
+
+TEST_F(MediaMemPoolTest, ALevelLeftWithoutBlocksOutStandsAndIsUsedAgain) {
+    Blocks first;
+    Blocks second;
+    Blocks third;
+    TakeUntil(29492, first);
+    TakeUntil(58983, second);
+    TakeUntil(58984, third);
+    GiveBackUntil(58983, third);  // none of level 2 is out, and it is still the current one
+    GiveBackUntil(58983 - 29492, first);
+    EXPECT_EQ(StateOf(pool).level, 2u);
+    GiveBackUntil(29490, second);
+    PoolState state = StateOf(pool);
+    EXPECT_EQ(state.level, 1u);
+    EXPECT_TRUE(state.open[2]);
+
+    TakeUntil(58983, second);
+    const ScopedRecordingLogger log;
+    TakeUntil(58984, third);
+    EXPECT_TRUE(log->Contains("failed, old level[2] is exist"));
+    EXPECT_EQ(LevelFlags(third.front()), 0x2200u);
+    GiveBackUntil(58983, third);
+    GiveBackUntil(0, second);
+}
+
+TEST_F(MediaMemPoolTest, TheTopLevelEndsWithNull) {
+    Blocks blocks;
+    TakeUntil(235930, blocks);
+    EXPECT_EQ(StateOf(pool).level, 3u);
+    TakeUntil(235930 + 524288, blocks);
+    const PoolState state = StateOf(pool);
+    EXPECT_EQ(state.level, 4u);
+    EXPECT_EQ(state.out[4], 524288u);
+    EXPECT_TRUE(pool.Isfull());
+    EXPECT_EQ(Take(), nullptr);
+    EXPECT_EQ(StateOf(pool).out[4], 524288u);
+    EXPECT_EQ(StateOf(pool).level, 4u);
+    GiveBackUntil(total - 1, blocks);
+    EXPECT_FALSE(pool.Isfull());
+    EXPECT_NE(Take(), nullptr);
+    pool.UnInit();  // whatever is still out
+    EXPECT_EQ(Take(), nullptr);
+}
+
+TEST_F(MediaMemPoolTest, FreeReturnsAChainAndFree1mbOneBlock) {
+    Blocks blocks;
+    TakeUntil(4, blocks);
+    for (std::size_t i = 0; i + 1 < blocks.size(); ++i) {
+        blocks[i]->cont(blocks[i + 1]);
+    }
+    EXPECT_EQ(pool.free_1mb(blocks[1], "test", __LINE__), 0);
+    EXPECT_EQ(StateOf(pool).used, 3u);
+    blocks[0]->cont(blocks[2]);
+    EXPECT_EQ(pool.Free(blocks[0], "test", __LINE__), 0);
+    EXPECT_EQ(StateOf(pool).used, 0u);
+    EXPECT_EQ(pool.Free(nullptr, "test", __LINE__), 1);
+    EXPECT_EQ(pool.free_1mb(nullptr, "test", __LINE__), 1);
+}
+
+TEST_F(MediaMemPoolTest, AForeignBlockAtTheHeadEndsTheWalk) {
+    ACE_Message_Block foreign;
+    foreign.set_self_flags(0x500);
+    foreign.cont(Take());
+    const ScopedRecordingLogger log;
+    EXPECT_EQ(pool.Free(&foreign, "test", __LINE__), 0);
+    EXPECT_EQ(log->Count("level[5] maxLevel[5]", "invlaid mb flag"), 1u);
+    EXPECT_EQ(StateOf(pool).used, 1u);
+    EXPECT_EQ(pool.Free(foreign.cont(), "test", __LINE__), 0);
+    foreign.cont(nullptr);
+}
+
+// Ends the process at the thousandth warning.
+class PatientLogger : public RecordingLogger {
+public:
+    PatientLogger() : RecordingLogger(OM_LOG_WARNING) {}
+    bool IsEnabled(int level) const noexcept override {
+        if (level == OM_LOG_WARNING && ++m_warnings == 1000) {
+            std::_Exit(7);
+        }
+        return false;
+    }
+
+private:
+    mutable int m_warnings = 0;
+};
+
+TEST_F(MediaMemPoolTest, AForeignBlockFurtherAlongHoldsTheWalkForEver) {
+    ACE_Message_Block* head = Take();
+    ACE_Message_Block foreign;
+    foreign.set_self_flags(0xF00);
+    head->cont(&foreign);
+    EXPECT_EXIT(
+        {
+            OMAdapter::getInstance()->setLogger(std::make_shared<PatientLogger>());
+            pool.Free(head, "test", __LINE__);
+        },
+        ::testing::ExitedWithCode(7), "");
+    head->cont(nullptr);
+    pool.Free(head, "test", __LINE__);
+}
+
+TEST(MediaMemPoolLifeTest, IsEmptyBeforeInitAndMayBeStartedAgain) {
+    MediaMemPool pool;
+    EXPECT_EQ(pool.Alloc("test", __LINE__), nullptr);
+    EXPECT_TRUE(pool.Isfull());
+    const long before = g_bp_memstat;
+    ASSERT_TRUE(pool.Init());
+    ACE_Message_Block* block = pool.Alloc("test", __LINE__);
+    ASSERT_NE(block, nullptr);
+    pool.Free(block, "test", __LINE__);
+    pool.UnInit();
+    EXPECT_EQ(g_bp_memstat, before);
+    ASSERT_TRUE(pool.Init());
+    EXPECT_FALSE(pool.Isfull());
+    pool.UnInit();
+    EXPECT_EQ(g_bp_memstat, before);
+}
+
+TEST(MediaMemPoolTrackingTest, KeepsWhatWasTakenAndNotReturned) {
+    const ScopedRecordingLogger log;
+    PUSH(7, Format("addr:%p file:%s line:%d", static_cast<void*>(nullptr), "a.cpp", 12));
+    PUSH(3, "three");
+    PUSH(3, "again");
+    EXPECT_TRUE(log->Contains("key[3] value[again]", "g_lostPacketMap PUSH failed"));
+    PRINT();
+    const auto lines = log->Find("", "g_lostPacketMap");
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].text, "size[2]");
+    EXPECT_EQ(lines[1].text, "key[3] value[three]");
+    EXPECT_EQ(lines[2].text, "key[7] value[addr:(nil) file:a.cpp line:12]");
+    POP(3);
+    POP(7);
+    POP(7);
+    EXPECT_EQ(log->Count("key[7]", "g_lostPacketMap POP failed"), 1u);
+    EXPECT_TRUE(g_lostPacketMap.empty());
+    EXPECT_EQ(Format("%s", std::string(2047, 'x').c_str()).size(), 2047u);
+    EXPECT_EQ(Format("%s", std::string(2049, 'x').c_str()), "");
+}
+
+}  // namespace

@@ -1,0 +1,169 @@
+#include "gvx_common/media_memory/MediaMemPool.h"
+
+#include "pool_state.h"
+
+#include <ace/Message_Block.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+namespace {
+
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr unsigned int kBlocksPerThread = 100000;
+constexpr int kRounds = 3;
+#else
+constexpr unsigned int kBlocksPerThread = 3000000;
+constexpr int kRounds = 10;
+#endif
+
+// Hands blocks from one thread to one other.
+class Ring {
+public:
+    void Put(ACE_Message_Block* block) {
+        std::atomic<ACE_Message_Block*>& slot = m_slots[m_put++ % m_slots.size()];
+        while (slot.load(std::memory_order_acquire) != nullptr) {
+            std::this_thread::yield();
+        }
+        slot.store(block, std::memory_order_release);
+    }
+    ACE_Message_Block* Take() {
+        std::atomic<ACE_Message_Block*>& slot = m_slots[m_taken++ % m_slots.size()];
+        ACE_Message_Block* block = nullptr;
+        while ((block = slot.exchange(nullptr, std::memory_order_acq_rel)) == nullptr) {
+            std::this_thread::yield();
+        }
+        return block;
+    }
+
+private:
+    std::array<std::atomic<ACE_Message_Block*>, 512> m_slots{};
+    std::size_t m_put = 0;
+    std::size_t m_taken = 0;
+};
+
+TEST(MediaMemPoolThreadsTest, TwoAllocateWhileTwoFree) {
+    MediaMemPool pool;
+    ASSERT_TRUE(pool.Init());
+    std::array<Ring, 2> rings;
+    std::atomic<unsigned int> wrong{0};
+    std::vector<std::thread> threads;
+    for (Ring& ring : rings) {
+        threads.emplace_back([&pool, &ring, &wrong] {
+            for (unsigned int i = 0; i < kBlocksPerThread; ++i) {
+                ACE_Message_Block* block = pool.Alloc("test", __LINE__);
+                if (block == nullptr) {
+                    ++wrong;
+                    return;
+                }
+                block->reset();
+                block->copy(reinterpret_cast<const char*>(&i), sizeof(i));
+                ring.Put(block);
+            }
+        });
+        threads.emplace_back([&pool, &ring, &wrong] {
+            for (unsigned int i = 0; i < kBlocksPerThread && wrong == 0; ++i) {
+                ACE_Message_Block* block = ring.Take();
+                unsigned int value = 0;
+                std::memcpy(&value, block->rd_ptr(), sizeof(value));
+                wrong += value == i ? 0 : 1;  // a block that two threads were given
+                pool.Free(block, "test", __LINE__);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0u);
+    const PoolState state = StateOf(pool);
+    EXPECT_EQ(state.used, 0u);
+    EXPECT_EQ(state.OutOfAllLevels(), 0u);
+    EXPECT_EQ(state.level, 0u);
+}
+
+// Together the threads hold more than level 0 allows and then nothing, so that level 1 comes and goes under them.
+TEST(MediaMemPoolThreadsTest, LevelsComeAndGoUnderThreads) {
+    MediaMemPool pool;
+    ASSERT_TRUE(pool.Init());
+    std::atomic<unsigned int> failures{0};
+    std::vector<std::thread> threads;
+    for (unsigned int t = 0; t < 4; ++t) {
+        threads.emplace_back([&pool, &failures] {
+            std::vector<ACE_Message_Block*> held;
+            for (int round = 0; round < kRounds; ++round) {
+                for (unsigned int i = 0; i < 11000; ++i) {
+                    ACE_Message_Block* block = pool.Alloc("test", __LINE__);
+                    if (block == nullptr) {
+                        ++failures;
+                        continue;
+                    }
+                    block->reset();
+                    held.push_back(block);
+                }
+                for (ACE_Message_Block* block : held) {
+                    pool.Free(block, "test", __LINE__);
+                }
+                held.clear();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failures, 0u);
+    const PoolState state = StateOf(pool);
+    EXPECT_EQ(state.used, 0u);
+    EXPECT_EQ(state.OutOfAllLevels(), 0u);
+}
+
+// More threads than can count for themselves; what each has counted stays right when it has ended, and when another
+// thread gives the blocks back.
+TEST(MediaMemPoolThreadsTest, TheMarkIsMetWhoeverTookTheBlocks) {
+    constexpr unsigned int kThreads = 100;
+    constexpr unsigned int kEach = 294;  // no multiple of what a thread counts for itself
+    MediaMemPool pool;
+    ASSERT_TRUE(pool.Init());
+    std::vector<std::vector<ACE_Message_Block*>> held(kThreads);
+    std::atomic<unsigned int> ready{0};
+    std::vector<std::thread> threads;
+    for (auto& blocks : held) {
+        threads.emplace_back([&pool, &blocks, &ready] {
+            for (unsigned int i = 0; i < kEach; ++i) {
+                blocks.push_back(pool.Alloc("test", __LINE__));
+            }
+            ++ready;
+            while (ready < kThreads) {  // all of them are alive at once
+                std::this_thread::yield();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    PoolState state = StateOf(pool);
+    EXPECT_EQ(state.used, kThreads * kEach);
+    EXPECT_EQ(state.level, 0u);
+
+    std::vector<ACE_Message_Block*>& mine = held.front();
+    while (mine.size() < kEach + 29492 - kThreads * kEach) {
+        mine.push_back(pool.Alloc("test", __LINE__));
+    }
+    EXPECT_EQ(StateOf(pool).level, 0u);
+    mine.push_back(pool.Alloc("test", __LINE__));
+    EXPECT_EQ(StateOf(pool).level, 1u);
+
+    for (const auto& blocks : held) {
+        for (ACE_Message_Block* block : blocks) {
+            pool.Free(block, "test", __LINE__);
+        }
+    }
+    state = StateOf(pool);
+    EXPECT_EQ(state.used, 0u);
+    EXPECT_EQ(state.OutOfAllLevels(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,296 @@
+#include "gvx_common/media_memory/MemHandler.h"
+
+#include "gvx_common/media_memory/MediaMemPool.h"
+#include "pool_state.h"
+#include "support/recording_logger.h"
+
+#include <ace/Message_Block.h>
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <string>
+#include <vector>
+
+namespace {
+
+class MemHandlerTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { ASSERT_TRUE(g_mediaPool.Init()); }
+    static void TearDownTestSuite() { g_mediaPool.UnInit(); }
+
+    void TearDown() override {
+        handler.FreeMem();
+        other.FreeMem();
+        EXPECT_EQ(StateOf(g_mediaPool).used, 0u) << "pages were lost";
+    }
+
+    static unsigned int Pages(const MemHandler& of) {
+        unsigned int pages = 0;
+        for (const ACE_Message_Block* page = of.GetHead(); page != nullptr; page = page->cont()) {
+            ++pages;
+        }
+        return pages;
+    }
+
+    static std::string Pattern(std::size_t size) {
+        std::string text(size, '\0');
+        for (std::size_t i = 0; i < size; ++i) {
+            text[i] = static_cast<char>(i * 31 + i / 251);
+        }
+        return text;
+    }
+
+    static std::string Content(const MemHandler& of, unsigned int pos, unsigned int len) {
+        std::string text(len, '?');
+        EXPECT_EQ(of.MemcpyToChar(text.data(), len, pos), 0u);
+        return text;
+    }
+
+    void Fill(MemHandler& target, const std::string& text) {
+        unsigned int pos = 0;
+        ASSERT_EQ(target.AddCharBuf(text.data(), static_cast<unsigned int>(text.size()), pos), 0u);
+    }
+
+    MemHandler handler;
+    MemHandler other;
+    unsigned int start = 0;
+};
+
+TEST_F(MemHandlerTest, PagesAreOneMoreThanTheLengthFills) {
+    struct Row {
+        unsigned int first;
+        unsigned int second;
+        unsigned int pages;
+    };
+    for (const Row& row :
+         {Row{2047, 0, 1}, Row{2048, 0, 2}, Row{1, 0, 1}, Row{4096, 0, 3}, Row{100, 1947, 1}, Row{100, 1948, 2},
+          Row{100, 1949, 2}, Row{2048, 2047, 2}, Row{2048, 2048, 3}, Row{300000, 10000, 152}}) {
+        ASSERT_EQ(handler.AllocMem(row.first, start), 0u);
+        EXPECT_EQ(start, 0u);
+        if (row.second != 0) {
+            ASSERT_EQ(handler.AllocMem(row.second, start), 0u);
+            EXPECT_EQ(start, row.first);
+        }
+        EXPECT_EQ(handler.GetLength(), row.first + row.second);
+        EXPECT_EQ(Pages(handler), row.pages) << row.first << " + " << row.second;
+        handler.FreeMem();
+        EXPECT_EQ(handler.GetHead(), nullptr);
+        EXPECT_EQ(handler.GetLength(), 0u);
+    }
+    const ScopedRecordingLogger log;
+    EXPECT_EQ(handler.AllocMem(0, start), 1u);
+    EXPECT_EQ(handler.AllocMem(0x40000001, start), 1u);
+    EXPECT_TRUE(log->Contains("allocLen = 1073741825", "MemHandler::AllocMem"));
+}
+
+TEST_F(MemHandlerTest, PositionsAndPairsAreTheSame) {
+    PosPtrPair pair;
+    const ScopedRecordingLogger log;
+    EXPECT_EQ(handler.Pos2Ptr(0, pair), 1u);
+    EXPECT_TRUE(log->Contains("no mem. pos:0,m_allocLen:0", "MemHandler::Pos2Ptr"));
+    EXPECT_EQ(handler.Ptr2Pos(pair), 0u);
+    EXPECT_TRUE(log->Contains("CheckPtrPair Fail.ptrPair.first:", "MemHandler::Ptr2Pos"));
+
+    ASSERT_EQ(handler.AllocMem(5000, start), 0u);
+    for (const unsigned int pos : {0u, 1u, 2047u, 2048u, 4095u, 4096u, 5000u}) {
+        ASSERT_EQ(handler.Pos2Ptr(pos, pair), 0u);
+        EXPECT_EQ(handler.Ptr2Pos(pair), pos);
+    }
+    EXPECT_EQ(handler.Pos2Ptr(5001, pair), 1u);
+    EXPECT_TRUE(log->Contains("pos invalid. pos:5001,m_allocLen:5000"));
+    EXPECT_EQ(pair.first, nullptr);
+
+    // Just behind a full page is still that page's, one further is not.
+    ASSERT_EQ(handler.Pos2Ptr(0, pair), 0u);
+    pair.second += 2048;
+    EXPECT_TRUE(handler.CheckPtrPair(pair));
+    EXPECT_EQ(handler.Ptr2Pos(pair), 2048u);
+    ++pair.second;
+    EXPECT_FALSE(handler.CheckPtrPair(pair));
+
+    ASSERT_EQ(other.AllocMem(1, start), 0u);
+    ASSERT_EQ(other.Pos2Ptr(0, pair), 0u);
+    EXPECT_EQ(handler.Ptr2Pos(pair), 3u * 2048);  // a foreign page: what the chain adds up to
+    EXPECT_TRUE(log->Contains("CheckPtrPair Fail.Cannot find page."));
+
+    ACE_Message_Block* rest = handler.GetHead()->cont();
+    handler.GetHead()->cont(nullptr);
+    EXPECT_EQ(handler.Pos2Ptr(4096, pair), 1u);
+    EXPECT_TRUE(log->Contains("page is NULL. pos:4096,m_allocLen:5000"));
+    EXPECT_EQ(pair.first, nullptr);
+    handler.GetHead()->cont(rest);
+}
+
+TEST_F(MemHandlerTest, ForwardEndsAtTheStartOfTheNextPage) {
+    ASSERT_EQ(handler.AllocMem(6000, start), 0u);
+    struct Row {
+        unsigned int from;
+        unsigned int by;
+        unsigned int result;
+    };
+    for (const Row& row : {Row{0, 1, 0}, Row{0, 2047, 0}, Row{0, 2048, 0}, Row{100, 1948, 0}, Row{100, 5900, 0},
+                           Row{100, 5901, 1}, Row{0, 0, 1}, Row{6000, 1, 1}}) {
+        PosPtrPair pair;
+        ASSERT_EQ(handler.Pos2Ptr(row.from, pair), 0u);
+        EXPECT_EQ(handler.Forward(pair, row.by), row.result) << row.from << " by " << row.by;
+        const unsigned int to = row.result == 0 ? row.from + row.by : row.from;
+        EXPECT_EQ(handler.Ptr2Pos(pair), to);
+        EXPECT_EQ(pair.second - pair.first->rd_ptr(), to % 2048);
+    }
+    PosPtrPair beyond;
+    ASSERT_EQ(handler.Pos2Ptr(5999, beyond), 0u);
+    beyond.second += 100;  // in the last page, behind the length
+    EXPECT_EQ(handler.Forward(beyond, 4000), 1u);
+    PosPtrPair none(nullptr, nullptr);
+    EXPECT_EQ(handler.Forward(none, 1), 1u);
+}
+
+TEST_F(MemHandlerTest, CheckLengthIsExact) {
+    ASSERT_EQ(handler.AllocMem(3000, start), 0u);
+    EXPECT_TRUE(handler.CheckLength(1000, 2000));
+    EXPECT_FALSE(handler.CheckLength(1000, 2001));
+    EXPECT_TRUE(handler.CheckLength(3000, 0));
+    EXPECT_FALSE(handler.CheckLength(3001, 0xFFFFFFF0u));
+    EXPECT_FALSE(handler.CheckLength(0x40000000, 0));
+}
+
+TEST_F(MemHandlerTest, BytesComeBackFromEveryPlace) {
+    std::string all;
+    for (const std::size_t size : {1u, 2047u, 2048u, 2049u, 1u, 300000u, 7u, 1390u}) {
+        const std::string text = Pattern(size);
+        unsigned int pos = 0;
+        ASSERT_EQ(handler.AddCharBuf(text.data(), static_cast<unsigned int>(size), pos), 0u);
+        EXPECT_EQ(pos, all.size());
+        all += text;
+    }
+    ASSERT_EQ(handler.GetLength(), all.size());
+    EXPECT_EQ(Content(handler, 0, handler.GetLength()), all);
+    for (const unsigned int pos : {1u, 2046u, 2047u, 2048u, 150001u}) {
+        for (const unsigned int len : {1u, 2u, 2047u, 2048u, 5000u}) {
+            ASSERT_EQ(Content(handler, pos, len), all.substr(pos, len)) << pos << " " << len;
+        }
+    }
+    // In pieces of any size, as packets are cut.
+    for (const unsigned int piece : {1390u, 2048u, 4096u, 5u, 100000u}) {
+        MemReader reader(handler, 3);
+        std::string joined;
+        while (joined.size() < all.size() - 3) {
+            std::string part(std::min<std::size_t>(piece, all.size() - 3 - joined.size()), '?');
+            ASSERT_EQ(reader.Read(part.data(), static_cast<unsigned int>(part.size())), 0u);
+            joined += part;
+        }
+        ASSERT_TRUE(joined == all.substr(3)) << piece;
+    }
+}
+
+TEST_F(MemHandlerTest, ACopyOutBeyondTheChainLeavesTheTail) {
+    Fill(handler, Pattern(2000));
+    std::string text(6000, '?');
+    EXPECT_EQ(handler.MemcpyToChar(text.data(), 6000, 0), 0u);
+    EXPECT_EQ(text.substr(2048), std::string(6000 - 2048, '?'));
+    const ScopedRecordingLogger log;
+    EXPECT_EQ(handler.MemcpyToChar(nullptr, 1, 0), 1u);
+    EXPECT_EQ(handler.MemcpyToChar(text.data(), 0, 0), 1u);
+    EXPECT_EQ(handler.MemcpyToChar(text.data(), 1, 2001), 1u);
+    EXPECT_TRUE(log->Contains("Pos2Ptr Fail.pos:2001", "MemHandler::MemcpyToChar"));
+}
+
+TEST_F(MemHandlerTest, BuffersAreCopiedPageByPage) {
+    const std::string text = Pattern(20000);
+    Fill(handler, text);
+    std::string all;
+    for (const unsigned int srcPos : {0u, 1u, 2047u, 2048u, 10001u}) {
+        for (const unsigned int len : {1u, 2047u, 2048u, 2049u, 9999u}) {
+            unsigned int pos = 0;
+            ASSERT_EQ(other.AddPtrBuf(handler, srcPos, len, pos), 0u);
+            EXPECT_EQ(pos, all.size());
+            all += text.substr(srcPos, len);
+        }
+    }
+    EXPECT_TRUE(Content(other, 0, other.GetLength()) == all);
+}
+
+TEST_F(MemHandlerTest, OnlyWhatWasFilledCanBeCopiedFromABuffer) {
+    ASSERT_EQ(handler.AllocMem(100, start), 0u);  // reserved and never filled
+    const ScopedRecordingLogger log;
+    EXPECT_EQ(other.AddPtrBuf(handler, 0, 100, start), 1u);
+    EXPECT_TRUE(log->Contains("invalid Para.src:", "MemHandler::MemcpyFromChar"));
+    EXPECT_TRUE(log->Contains("CheckLength failed.page:", "MemHandler::MemcpyFromPtr"));
+    EXPECT_TRUE(log->Contains("MemcpyFromPtr failed.len:100", "MemHandler::AddPtrBuf"));
+    EXPECT_EQ(other.GetLength(), 100u);  // what was reserved stays reserved
+    EXPECT_EQ(other.AddPtrBuf(handler, 101, 1, start), 1u);
+    EXPECT_TRUE(log->Contains("srcMem Pos2Ptr Fail.srcPos:101"));
+    EXPECT_EQ(other.AddPtrBuf(handler, 50, 0, start), 1u);
+    EXPECT_TRUE(log->Contains("AllocMem invalid.len:0,pos:0"));
+    EXPECT_EQ(handler.AddCharBuf(nullptr, 5, start), 1u);
+    EXPECT_TRUE(log->Contains("invalid Para.src:(nil),copylen:5", "MemHandler::AddCharBuf"));
+}
+
+TEST_F(MemHandlerTest, AFlatCopyStopsAtTheEndOfTheChain) {
+    ASSERT_EQ(handler.AllocMem(2049, start), 0u);  // two pages
+    PosPtrPair pair;
+    ASSERT_EQ(handler.Pos2Ptr(2000, pair), 0u);
+    const std::string text = Pattern(9000);
+    EXPECT_EQ(handler.MemcpyFromChar(pair, text.data(), 9000), 0u);
+    EXPECT_EQ(Content(handler, 2000, 2049 - 2000), text.substr(0, 49));
+    EXPECT_EQ(pair.second, handler.GetHead()->rd_ptr() + 2000);
+    EXPECT_EQ(handler.GetHead()->length(), 2048u);
+}
+
+TEST_F(MemHandlerTest, LivesInABlockUntilItIsReleased) {
+    ACE_Message_Block* mb = nullptr;
+    ASSERT_EQ(CreateMemHandlerAndAlloc(&mb, 10000, 0), 0u);
+    ASSERT_NE(mb, nullptr);
+    EXPECT_EQ(GetMemHandler(mb)->GetLength(), 10000u);
+    EXPECT_EQ(StateOf(g_mediaPool).used, 6u);
+    const ScopedRecordingLogger log;
+    EXPECT_EQ(ReleaseMemHandler(&mb), 0u);
+    EXPECT_TRUE(log->Contains("Free success.m_allocLen:10000.", "MemHandler::FreeMem"));
+    EXPECT_EQ(mb, nullptr);
+    EXPECT_EQ(ReleaseMemHandler(&mb), 1u);
+    EXPECT_TRUE(log->Contains("mb is NULL.", "ReleaseMemHandler"));
+
+    EXPECT_EQ(CreateMemHandlerAndAlloc(&mb, 0, 9), 1u);
+    EXPECT_TRUE(log->Contains("AllocMem failed.length:0,pos:9", "CreateMemHandlerAndAlloc"));
+    EXPECT_EQ(mb, nullptr);
+    ASSERT_EQ(CreateMemHandler(&mb), 0u);
+    EXPECT_EQ(GetMemHandler(mb)->GetHead(), nullptr);
+    EXPECT_EQ(ReleaseMemHandler(&mb), 0u);
+}
+
+TEST(MemHandlerExhaustionTest, APoolThatRunsOutLosesNoPage) {
+    ASSERT_TRUE(g_mediaPool.Init());
+    std::vector<ACE_Message_Block*> blocks;
+    while (ACE_Message_Block* block = g_mediaPool.Alloc("test", __LINE__)) {
+        blocks.push_back(block);
+    }
+    const unsigned int all = StateOf(g_mediaPool).used;
+    for (int i = 0; i < 3; ++i) {
+        g_mediaPool.Free(blocks.back(), "test", __LINE__);
+        blocks.pop_back();
+    }
+    MemHandler handler;
+    unsigned int pos = 0;
+    const std::string text(5 * 2048, 'x');
+    const ScopedRecordingLogger log(OM_LOG_ERR);
+    EXPECT_EQ(handler.AddCharBuf(text.data(), 5 * 2048, pos), 1u);
+    EXPECT_TRUE(log->Contains("AllocMem failed.copylen:10240,pos:0", "MemHandler::AddCharBuf"));
+    EXPECT_EQ(handler.GetLength(), 0u);
+    EXPECT_EQ(StateOf(g_mediaPool).used, all);
+    ACE_Message_Block* mb = nullptr;
+    EXPECT_EQ(CreateMemHandler(&mb), 1u);
+    EXPECT_EQ(mb, nullptr);
+    handler.FreeMem();
+    EXPECT_EQ(CreateMemHandlerAndAlloc(&mb, 5 * 2048, 0), 1u);
+    EXPECT_EQ(mb, nullptr);
+    EXPECT_EQ(StateOf(g_mediaPool).used, all - 3);
+    for (ACE_Message_Block* block : blocks) {
+        g_mediaPool.Free(block, "test", __LINE__);
+    }
+    const PoolState state = StateOf(g_mediaPool);
+    EXPECT_EQ(state.used, 0u);
+    EXPECT_EQ(state.level, 0u);
+    g_mediaPool.UnInit();
+}
+
+}  // namespace

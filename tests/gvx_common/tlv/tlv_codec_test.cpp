@@ -1,0 +1,244 @@
+#include "gvx_common/tlv/tlv_decoder.h"
+#include "gvx_common/tlv/tlv_encoder.h"
+
+#include "gvx_common/media_memory/MediaMemPool.h"
+#include "gvx_common/tlv/metadata_tags.h"
+#include "support/recording_logger.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+Bytes Item(int type, const std::string& value) {
+    const auto length = static_cast<unsigned int>(value.size());
+    Bytes bytes(8 + value.size());
+    std::memcpy(bytes.data(), &type, 4);
+    std::memcpy(bytes.data() + 4, &length, 4);
+    std::copy(value.begin(), value.end(), bytes.begin() + 8);
+    return bytes;
+}
+
+Bytes Join(const std::vector<Bytes>& parts) {
+    Bytes all;
+    for (const Bytes& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+}
+
+Bytes Image(const TLV_Encoder& encoder) {
+    return Bytes(encoder.GetTlvBuf(), encoder.GetTlvBuf() + encoder.GetTlvDataLen());
+}
+
+Bytes MemImage(TLV_Encoder& encoder) {
+    Bytes bytes(encoder.GetMemBufLength());
+    EXPECT_EQ(
+        encoder.GetMemHandler()->MemcpyToChar(reinterpret_cast<char*>(bytes.data()), encoder.GetMemBufLength(), 0), 0u);
+    return bytes;
+}
+
+std::string Text(const TLV_Decoder& decoder, int type) {
+    unsigned int length = 0;
+    EXPECT_EQ(decoder.GetValueLen(type, &length, 1), 0);
+    std::string text(length, '?');
+    char* const values[] = {text.data()};
+    unsigned long lengths[] = {length};
+    EXPECT_EQ(decoder.GetValue(type, values, lengths, 1), 0);
+    return text;
+}
+
+class TlvTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { ASSERT_TRUE(g_mediaPool.Init()); }
+    static void TearDownTestSuite() { g_mediaPool.UnInit(); }
+};
+
+TEST_F(TlvTest, TheMapFormIsSortedByTypeAndKeepsTheOrderOfEquals) {
+    TLV_Encoder encoder;
+    EXPECT_EQ(encoder.PutValue(7, "ab"), 0);
+    EXPECT_EQ(encoder.PutValue(3, static_cast<short>(0x0201)), 0);
+    EXPECT_EQ(encoder.PutValue(-1, 'x'), 0);
+    EXPECT_EQ(encoder.PutValue(3, true), 0);
+    EXPECT_EQ(encoder.PutValue(9, nullptr, 0), 0);
+    ASSERT_EQ(encoder.Encode(), 0);
+    EXPECT_EQ(Image(encoder),
+              Join({Item(-1, "x"), Item(3, "\x01\x02"), Item(3, "\x01"), Item(7, {"ab\0", 3}), Item(9, "")}));
+    encoder.Clear();
+    EXPECT_EQ(encoder.GetTlvBuf(), nullptr);
+    EXPECT_EQ(encoder.GetTlvDataLen(), 0u);
+}
+
+TEST_F(TlvTest, EveryValueTypeComesBack) {
+    TLV_Encoder encoder;
+    const unsigned char raw[] = {1, 2, 3};
+    encoder.PutValue(1, false);
+    encoder.PutValue(2, static_cast<char>(-2));
+    encoder.PutValue(3, static_cast<short>(-3));
+    encoder.PutValue(4, -4);
+    encoder.PutValue(5, -5L);
+    encoder.PutValue(6, -6LL);
+    encoder.PutValue(7, static_cast<unsigned char>(0xF7));
+    encoder.PutValue(8, static_cast<unsigned short>(0xF008));
+    encoder.PutValue(9, 0xF0000009u);
+    encoder.PutValue(10, 0xF00000000000000AUL);
+    encoder.PutValue(11, 0xF00000000000000BULL);
+    encoder.PutValue(12, raw, sizeof(raw));
+    ASSERT_EQ(encoder.Encode(), 0);
+    EXPECT_EQ(encoder.GetTlvDataLen(), 12u * 8 + 1 + 1 + 2 + 4 + 8 + 8 + 1 + 2 + 4 + 8 + 8 + 3);
+    TLV_Decoder decoder;
+    ASSERT_EQ(decoder.Decode(encoder.GetTlvBuf(), encoder.GetTlvDataLen()), 0);
+
+    bool b = true;
+    char c = 0;
+    short s = 0;
+    int i = 0;
+    long l = 0;
+    long long ll = 0;
+    unsigned char uc = 0;
+    unsigned short us = 0;
+    unsigned int ui = 0;
+    unsigned long ul = 0;
+    unsigned long long ull = 0;
+    const long results = decoder.GetValue(1, &b, 1) + decoder.GetValue(2, &c, 1) + decoder.GetValue(3, &s, 1) +
+                         decoder.GetValue(4, &i, 1) + decoder.GetValue(5, &l, 1) + decoder.GetValue(6, &ll, 1) +
+                         decoder.GetValue(7, &uc, 1) + decoder.GetValue(8, &us, 1) + decoder.GetValue(9, &ui, 1) +
+                         decoder.GetValue(10, &ul, 1) + decoder.GetValue(11, &ull, 1);
+    EXPECT_EQ(results, 0);
+    EXPECT_FALSE(b);
+    EXPECT_EQ(c, static_cast<char>(-2));
+    EXPECT_EQ(s, -3);
+    EXPECT_EQ(i, -4);
+    EXPECT_EQ(l, -5);
+    EXPECT_EQ(ll, -6);
+    EXPECT_EQ(uc, 0xF7);
+    EXPECT_EQ(us, 0xF008);
+    EXPECT_EQ(ui, 0xF0000009u);
+    EXPECT_EQ(ul, 0xF00000000000000AUL);
+    EXPECT_EQ(ull, 0xF00000000000000BULL);
+    EXPECT_EQ(Text(decoder, 12), "\x01\x02\x03");
+}
+
+TEST_F(TlvTest, MessagesNest) {
+    TLV_Encoder outer;
+    TLV_Encoder inner;
+    const ScopedRecordingLogger log;
+    inner.PutValue(5, 55);
+    EXPECT_EQ(outer.PutValue(1, inner), 1);  // not encoded yet
+    ASSERT_EQ(inner.Encode(), 0);
+    EXPECT_EQ(outer.PutValue(1, inner), 0);
+    EXPECT_EQ(outer.PutValue(1, inner), 0);
+    ASSERT_EQ(outer.Encode(), 0);
+    TLV_Decoder decoder;
+    ASSERT_EQ(decoder.Decode(outer.GetTlvBuf(), outer.GetTlvDataLen()), 0);
+    EXPECT_EQ(decoder.GetValueCount(1), 2u);
+    TLV_Decoder children[2];
+    EXPECT_EQ(decoder.GetValue(1, children, 1), 1);
+    ASSERT_EQ(decoder.GetValue(1, children, 2), 0);
+    int value = 0;
+    EXPECT_EQ(children[1].GetValue(5, &value, 1), 0);
+    EXPECT_EQ(value, 55);
+}
+
+TEST_F(TlvTest, TheMemoryFormKeepsTheOrderOfTheCalls) {
+    TLV_Encoder encoder;
+    TLV_Encoder inner;
+    const std::string picture(5000, 'p');
+    char text[] = "text";
+    EXPECT_EQ(inner.EncodeValue<short>(4, 0x0201, 2), 0);
+    EXPECT_EQ((inner.EncodePtrValue<char*>(9, text, 4)), 0);
+    EXPECT_EQ(
+        (inner.EncodePtrValue<const unsigned char*>(1, reinterpret_cast<const unsigned char*>(picture.data()), 5000)),
+        0);
+    EXPECT_EQ(encoder.EncodeMemBuf(8, 0, inner.GetMemBufLength(), *inner.GetMemHandler()), 0);
+    EXPECT_EQ(encoder.EncodeValue<LAYER_ONE_TYPE>(2, HEART_BEART_TYPE, 4), 0);
+    const Bytes nested = Join({Item(4, "\x01\x02"), Item(9, "text"), Item(1, picture)});
+    EXPECT_EQ(MemImage(encoder), Join({Item(8, std::string(nested.begin(), nested.end())), Item(2, "HTBT")}));
+
+    const ScopedRecordingLogger log;
+    EXPECT_EQ(encoder.EncodeMemBuf(0x0A000009, 0, inner.GetMemBufLength() + 1, *encoder.GetMemHandler()), 0);
+    EXPECT_EQ(encoder.EncodeMemBuf(0x0A000009, inner.GetMemBufLength() + 1, 5, *inner.GetMemHandler()), 1);
+    EXPECT_EQ(log->Count("AddPtrBuf failed.type:a000009,val Mem,len:5,currentLen:"), 1u);
+    EXPECT_EQ(encoder.EncodeValue<char>(3, 'x', 2), 1);  // no more than the value has
+    EXPECT_EQ(log->Count("AddCharBuf failed.type:3,val:120,len:2,currentLen:"), 1u);
+    encoder.Clear();
+    EXPECT_EQ(encoder.GetMemBufLength(), 0u);
+    inner.Clear();
+}
+
+TEST_F(TlvTest, GettersRefuseWhatDoesNotFit) {
+    const Bytes bytes = Join({Item(1, "abcd"), Item(1, "ef"), Item(2, "123456789")});
+    TLV_Decoder decoder;
+    ASSERT_EQ(decoder.Decode(bytes.data(), bytes.size()), 0);
+    const ScopedRecordingLogger log;
+    int two[2] = {-1, -1};
+    EXPECT_EQ(decoder.GetValue(1, two, 1), 1);
+    EXPECT_EQ(decoder.GetValue(1, two, 0), 1);
+    EXPECT_EQ(log->Count("the result of m_TLVMap.count(nType) <= ulBufCnt is wrong."), 2u);
+    EXPECT_EQ(decoder.GetValue(3, two, 2), 1);
+    EXPECT_EQ(log->Count("the result of iter_beg != iter_end is wrong."), 1u);
+    ASSERT_EQ(decoder.GetValue(1, two, 2), 0);
+    EXPECT_EQ(two[1], 'e' | 'f' << 8);  // the short one fills the low bytes
+    unsigned long long one = 0;
+    EXPECT_EQ(decoder.GetValue(2, &one, 1), 1);  // nine bytes
+    char room[9];
+    char* const values[] = {room};
+    unsigned long lengths[] = {8};
+    EXPECT_EQ(decoder.GetValue(2, values, lengths, 1), 1);
+    EXPECT_EQ(log->Count("the result of pulLength[i] >= iter_beg->second->m_uLength is wrong."), 1u);
+    lengths[0] = 9;
+    EXPECT_EQ(decoder.GetValue(2, values, lengths, 1), 0);
+    EXPECT_EQ(std::string(room, 9), "123456789");
+    EXPECT_EQ(decoder.Decode(nullptr, 4), 1);
+    EXPECT_TRUE(log->Contains("Make sure there is something wrong", "Point pucTlvBuf is null."));
+}
+
+struct HostileRow {
+    const char* situation;
+    Bytes bytes;
+    unsigned long items;  // of type 1
+    unsigned int length;  // of the first of them
+    std::size_t goodLines;
+};
+
+TEST_F(TlvTest, DecodeNeverLeavesTheBuffer) {
+    const Bytes good = Item(1, "abcd");
+    const Bytes head = Item(1, "");
+    Bytes tooLong = good;
+    tooLong[4] = 200;
+    Bytes huge = good;
+    std::fill(huge.begin() + 4, huge.begin() + 8, 0xFF);
+    const std::vector<HostileRow> rows = {
+        {"nothing", {}, 0, 0, 0},
+        {"one byte", {1}, 0, 0, 0},
+        {"a type alone", Bytes(head.begin(), head.begin() + 4), 0, 0, 0},
+        {"half a length", Bytes(head.begin(), head.begin() + 6), 0, 0, 1},
+        {"an empty item at the end", head, 0, 0, 1},
+        {"an empty item ahead of another", Join({head, good}), 2, 0, 2},
+        {"a length beyond the end", tooLong, 1, 4, 0},
+        {"the greatest length", huge, 1, 4, 0},
+        {"a good item and a wrong one", Join({good, tooLong}), 2, 4, 1},
+    };
+    for (const HostileRow& row : rows) {
+        // Exactly as long as the bytes, so that a read beyond is seen.
+        const std::unique_ptr<unsigned char[]> exact(new unsigned char[row.bytes.size()]);
+        std::copy(row.bytes.begin(), row.bytes.end(), exact.get());
+        const ScopedRecordingLogger log;
+        TLV_Decoder decoder;
+        EXPECT_EQ(decoder.Decode(exact.get(), row.bytes.size()), 0) << row.situation;
+        EXPECT_EQ(decoder.GetValueCount(1), row.items) << row.situation;
+        EXPECT_EQ(log->Count("!,Buf Remain Length ", "Invalid Tlv Obj"), row.goodLines) << row.situation;
+        if (row.items != 0) {
+            unsigned int lengths[2] = {};
+            EXPECT_EQ(decoder.GetValueLen(1, lengths, 2), 0);
+            EXPECT_EQ(lengths[0], row.length) << row.situation;
+        }
+    }
+}
+
+}  // namespace
