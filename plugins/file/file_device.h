@@ -1,0 +1,33 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "file/media_list.h"
+#include "gvx_common/adapter/gvx_adapter_defaults.h"
+
+namespace gvxfile {
+
+// A camera whose lenses play files. It is always logged in and always reachable.
+class FileDevice : public CAdapterDevDefaults {
+public:
+    // One lens for each medium, numbered from 0.
+    explicit FileDevice(std::vector<MediaPtr> media);
+
+    int Init() override;
+    int GetDeviceAbility(GVX_DEVICE_ABILITY_INFO& ability) override;
+    int GetSubDeviceAbility(LENS_ABILITY_INFO& ability) override;
+    int ResetLogin() override;
+    int CreateLens(const char* lensId, const short& channel, CAdapterDevBase*& parent,
+                   CAdapterLensBase*& lens) override;
+    const std::string GetLensIDThroughChannoId(unsigned int channel) override;
+
+private:
+    GVX_CHANNEL_ABILITY_INFO DescribeChannel(std::size_t channel) const;
+
+    std::vector<MediaPtr> m_media;
+    std::map<unsigned int, std::string> m_lensIds;  // by channel
+};
+
+}  // namespace gvxfile

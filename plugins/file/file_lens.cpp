@@ -1,0 +1,150 @@
+#include "file/file_lens.h"
+
+#include "base/log.h"
+#include "bp/message_block_ptr.h"
+#include "file/guarded.h"
+#include "gvx_common/media/stream_param.h"
+
+#include <utility>
+
+namespace gvxfile {
+namespace {
+
+constexpr const char* kTitle = "file plug-in";
+constexpr int kNoChannel = -1;
+
+// RTP payload types of the media path.
+constexpr std::uint32_t kPayloadH264 = 99;
+constexpr std::uint32_t kPayloadH265 = 108;
+constexpr std::uint32_t kPayloadG711A = 8;
+constexpr std::uint32_t kPayloadG711U = 0;
+
+// The channel of a live stream; none for other stream types and transports.
+int ChannelOf(const CStreamParam& param) {
+    if (param.m_nStreamID >= static_cast<std::uint32_t>(STREAM_TYPE_REAL_MAX)) {
+        return kNoChannel;
+    }
+    const int type = static_cast<int>(param.m_nStreamID);
+    switch (param.m_nDstTransProtocol) {
+        case RTP_OVER_UDP:
+            return type;
+        case RTP_OVER_TCP:
+            return type + GVX_MEDIA_CHANNEL_TCP_OFFSET;
+        default:
+            return kNoChannel;
+    }
+}
+
+}  // namespace
+
+FileLens::FileLens(const char* lensId, short channel, CAdapterDevBase& parent, MediaPtr media)
+    : CAdapterLensDefaults(lensId, channel, parent), m_media(std::move(media)) {}
+
+FileLens::~FileLens() {
+    m_players.clear();
+}
+
+int FileLens::Uninit() {
+    m_players.clear();
+    return ZVS_SUCCEED;
+}
+
+int FileLens::NegotiateStreamParam(CStreamParam* param) {
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    if (ChannelOf(*param) == kNoChannel) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_DEV_UN_SUPPORT, "Stream[%s]: no live stream of type[%u] over protocol[%u].",
+                         param->m_strServiceID.c_str(), param->m_nStreamID, param->m_nDstTransProtocol);
+        return ZVS_GVX_DEV_UN_SUPPORT;
+    }
+    const bool h264 = m_media->codec == Codec::H264;
+    param->m_nVideoFormat = h264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
+    param->m_nVideoPayLoadType = h264 ? kPayloadH264 : kPayloadH265;
+    param->m_nAudioFormat = m_media->HasAudio() ? static_cast<std::uint32_t>(m_media->audioFormat) : 0;
+    param->m_nAudioPayLoadType = m_media->audioFormat == GVX_AUDIO_FORMAT_G711A ? kPayloadG711A : kPayloadG711U;
+    return ZVS_SUCCEED;
+}
+
+bool FileLens::PrepareChannel(int channelID, SEND_STREAM_FUNC* func) {
+    CMediaChannel* channel = getMidiaChannel(channelID);
+    GVX_CHECK_NULL_RETURN(channel, false);
+    if (channel->m_pMediaBufWithRTP == nullptr) {
+        channel->m_pMediaBufWithRTP = BP::MakeMessageBlock(GVX_MEDIA_BUF_MIN_SIZE).release();
+        if (channel->m_pMediaBufWithRTP == nullptr) {
+            GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "[channel:%d]", channelID);
+            return false;
+        }
+    }
+    channel->m_pSendStreamFunc = func;
+    return true;
+}
+
+int FileLens::StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* param, bool needExternData) {
+    GVX_CHECK_NULL_RETURN(func, ZVS_NULL_POINTER);
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    const int channelID = ChannelOf(*param);
+    if (channelID == kNoChannel) {
+        return ZVS_GVX_DEV_UN_SUPPORT;
+    }
+    if (m_players.count(channelID) != 0) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_STREAM_EXIST, "[lens:%s, channel:%d]", GetSubDevID(), channelID);
+        return ZVS_GVX_STREAM_EXIST;
+    }
+    if (!PrepareChannel(channelID, func)) {
+        return ZVS_ALLOC_MEMORY_ERROR;
+    }
+    PlayTarget target;
+    target.lens = this;
+    target.channelID = channelID;
+    target.overTcp = param->m_nDstTransProtocol == RTP_OVER_TCP;
+    target.needExternData = needExternData;
+    target.withAudio = param->m_nAudioFormat != 0;
+    target.userInfo = userInfo;
+    return Guarded("StartStream", [&] {
+        target.serviceID = param->m_strServiceID;
+        return StartPlayer(std::move(target));
+    });
+}
+
+int FileLens::StartPlayer(PlayTarget target) {
+    const int channelID = target.channelID;
+    const std::string serviceID = target.serviceID;
+    auto player = std::make_unique<Player>(m_media, std::move(target));
+    std::string error;
+    if (!player->Start(error)) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Stream[%s]: %s", serviceID.c_str(), error.c_str());
+        return ZVS_OPEN_FILE_ERROR;
+    }
+    m_players[channelID] = std::move(player);
+    return ZVS_SUCCEED;
+}
+
+Player* FileLens::FindPlayer(const CStreamParam* param) const {
+    const auto found = m_players.find(ChannelOf(*param));
+    return found == m_players.end() ? nullptr : found->second.get();
+}
+
+int FileLens::StopStream(CStreamParam* param, bool /*force*/) {
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    Player* player = FindPlayer(param);
+    if (player == nullptr) {
+        return ZVS_GVX_STREAM_NOT_EXIST;
+    }
+    player->Stop();
+    const int channelID = ChannelOf(*param);
+    m_players.erase(channelID);
+    getMidiaChannel(channelID)->m_pSendStreamFunc = nullptr;
+    return ZVS_SUCCEED;
+}
+
+int FileLens::RequestKeyframe(CStreamParam* param) {
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    Player* player = FindPlayer(param);
+    if (player == nullptr) {
+        return ZVS_GVX_STREAM_NOT_EXIST;
+    }
+    GVX_DEBUG("Stream[%s]: the next key frame is led by its parameter sets.", param->m_strServiceID.c_str());
+    player->RequestParameterSets();
+    return ZVS_SUCCEED;
+}
+
+}  // namespace gvxfile

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <exception>
+#include <new>
+
+#include "base/log.h"
+
+namespace gvxfile {
+
+// Runs the work of an operation and turns an exception into a result: none may leave a plug-in.
+template <typename Work>
+int Guarded(const char* operation, Work work) noexcept {
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("file plug-in", ZVS_ALLOC_MEMORY_ERROR, "%s", operation);
+        return ZVS_ALLOC_MEMORY_ERROR;
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR_CODE("file plug-in", ZVS_FAIL, "%s: %s", operation, fault.what());
+        return ZVS_FAIL;
+    }
+}
+
+}  // namespace gvxfile

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "file/codec.h"
+#include "gvx_common/media/media_types.h"
+
+namespace gvxfile {
+
+// How fast a medium plays: a factor of its own frame rate, or without waiting at all.
+struct Speed {
+    bool unlimited = false;
+    double factor = 1;
+};
+
+// A medium as it was configured, and what was found in its files.
+struct MediaEntry {
+    std::string name;
+    std::string videoPath;
+    Codec codec = Codec::H264;
+    std::string audioPath;  // empty: no audio
+    AUDIO_FORMAT_TYPE audioFormat = GVX_AUDIO_FORMAT_G711A;
+    Rational frameRate;  // as configured, else from the file, else 25
+    bool loop = true;
+    Speed speed;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+
+    bool HasAudio() const { return !audioPath.empty(); }
+};
+
+}  // namespace gvxfile

@@ -1,0 +1,168 @@
+#include "file/media_json.h"
+
+#include "base/json_io.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
+#include <iterator>
+
+namespace gvxfile {
+namespace {
+
+std::string Lower(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+std::string Extension(const std::string& path) {
+    const std::size_t dot = path.find_last_of("./");
+    return dot == std::string::npos || path[dot] == '/' ? std::string() : Lower(path.substr(dot + 1));
+}
+
+std::string Joined(const std::string& folder, const std::string& path) {
+    return path.empty() || path.front() == '/' ? path : folder + "/" + path;
+}
+
+// What a configured word or a file name's ending stands for.
+template <typename Value>
+struct Word {
+    const char* word;
+    Value value;
+};
+
+constexpr Word<Codec> kCodecs[] = {{"h264", Codec::H264}, {"264", Codec::H264}, {"avc", Codec::H264},
+                                   {"h265", Codec::H265}, {"265", Codec::H265}, {"hevc", Codec::H265}};
+
+constexpr Word<AUDIO_FORMAT_TYPE> kAudioFormats[] = {
+    {"g711a", GVX_AUDIO_FORMAT_G711A}, {"alaw", GVX_AUDIO_FORMAT_G711A}, {"al", GVX_AUDIO_FORMAT_G711A},
+    {"g711u", GVX_AUDIO_FORMAT_G711U}, {"ulaw", GVX_AUDIO_FORMAT_G711U}, {"mulaw", GVX_AUDIO_FORMAT_G711U},
+    {"ul", GVX_AUDIO_FORMAT_G711U}};
+
+template <typename Value, std::size_t Count>
+bool LookUp(const Word<Value> (&table)[Count], const std::string& word, Value& value) {
+    const auto found =
+        std::find_if(std::begin(table), std::end(table), [&word](const Word<Value>& row) { return word == row.word; });
+    if (found == std::end(table)) {
+        return false;
+    }
+    value = found->value;
+    return true;
+}
+
+// A number greater than 0 that fills the whole text.
+bool ParseNumber(const std::string& text, double& value) {
+    char* end = nullptr;
+    value = std::strtod(text.c_str(), &end);
+    return !text.empty() && *end == '\0' && std::isfinite(value) && value > 0;
+}
+
+// "25", "29.97" or "30000/1001".
+bool ParseFrameRate(const std::string& text, Rational& rate) {
+    constexpr double kSlowest = 0.1;
+    constexpr double kFastest = 1000;
+    constexpr double kLargest = 10000000;
+    const std::size_t slash = text.find('/');
+    double numerator = 0;
+    double denominator = 1;
+    if (!ParseNumber(text.substr(0, slash), numerator) ||
+        (slash != std::string::npos && !ParseNumber(text.substr(slash + 1), denominator))) {
+        return false;
+    }
+    const double scale = slash == std::string::npos ? 1000 : 1;
+    if (numerator / denominator < kSlowest || numerator / denominator > kFastest || numerator > kLargest ||
+        denominator > kLargest) {
+        return false;
+    }
+    rate.numerator = static_cast<std::uint32_t>(std::lround(numerator * scale));
+    rate.denominator = static_cast<std::uint32_t>(std::lround(denominator * scale));
+    return rate.Known();
+}
+
+bool ParseSpeed(const std::string& text, Speed& speed) {
+    constexpr double kSlowest = 0.01;
+    constexpr double kFastest = 1000;
+    speed.unlimited = text == "max";
+    speed.factor = 1;
+    return speed.unlimited || (ParseNumber(text, speed.factor) && speed.factor >= kSlowest && speed.factor <= kFastest);
+}
+
+bool ReadCodec(const Json::Value& object, MediaEntry& entry, std::string& error) {
+    const std::string word =
+        object.isMember("codec") ? Lower(gvx::JsonText(object, "codec")) : Extension(entry.videoPath);
+    if (LookUp(kCodecs, word, entry.codec)) {
+        return true;
+    }
+    error = "Medium '" + entry.name + "': codec '" + word + "' of " + entry.videoPath + " is neither h264 nor h265.";
+    return false;
+}
+
+bool ReadAudio(const Json::Value& object, const std::string& folder, MediaEntry& entry, std::string& error) {
+    entry.audioPath = Joined(folder, gvx::JsonText(object, "audio"));
+    if (entry.audioPath.empty()) {
+        return true;
+    }
+    const std::string word =
+        object.isMember("audio_format") ? Lower(gvx::JsonText(object, "audio_format")) : Extension(entry.audioPath);
+    if (LookUp(kAudioFormats, word, entry.audioFormat)) {
+        return true;
+    }
+    error = "Medium '" + entry.name + "': audio_format '" + word + "' of " + entry.audioPath +
+            " is neither G711A nor G711U.";
+    return false;
+}
+
+// A member that is misspelt would otherwise play as if it were absent.
+bool KnowsAllMembers(const Json::Value& object, const std::string& name, std::string& error) {
+    static const char* const kMembers[] = {"video", "audio", "audio_format", "codec", "fps", "loop", "speed"};
+    for (const std::string& member : object.getMemberNames()) {
+        if (std::find(std::begin(kMembers), std::end(kMembers), member) == std::end(kMembers)) {
+            error = "Medium '" + name + "': member '" + member + "' is not known.";
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool ReadPlayOptions(const Json::Value& object, MediaEntry& entry, std::string& error) {
+    if (object.isMember("loop") && !object["loop"].isBool()) {
+        error = "Medium '" + entry.name + "': loop is neither true nor false.";
+        return false;
+    }
+    entry.loop = gvx::JsonBool(object, "loop", entry.loop);
+    if (object.isMember("speed") && !ParseSpeed(gvx::JsonText(object, "speed"), entry.speed)) {
+        error = "Medium '" + entry.name + "': speed is neither \"max\" nor a factor from 0.01 to 1000.";
+        return false;
+    }
+    return true;
+}
+
+bool ReadMediaEntry(const std::string& name, const Json::Value& object, const std::string& folder, MediaEntry& entry,
+                    std::string& error) {
+    entry = MediaEntry{};
+    entry.name = name;
+    if (!object.isObject()) {
+        error = "Medium '" + name + "' is not an object.";
+        return false;
+    }
+    if (!KnowsAllMembers(object, name, error)) {
+        return false;
+    }
+    entry.videoPath = Joined(folder, gvx::JsonText(object, "video"));
+    if (entry.videoPath.empty()) {
+        error = "Medium '" + name + "' names no video file.";
+        return false;
+    }
+    if (object.isMember("fps") && !ParseFrameRate(gvx::JsonText(object, "fps"), entry.frameRate)) {
+        error = "Medium '" + name + "': fps is not a rate from 0.1 to 1000, such as 25 or \"30000/1001\".";
+        return false;
+    }
+    return ReadCodec(object, entry, error) && ReadAudio(object, folder, entry, error) &&
+           ReadPlayOptions(object, entry, error);
+}
+
+}  // namespace gvxfile

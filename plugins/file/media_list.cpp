@@ -1,0 +1,163 @@
+#include "file/media_list.h"
+
+#include "base/json_io.h"
+#include "file/input_file.h"
+#include "file/media_json.h"
+
+#include <cerrno>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace gvxfile {
+namespace {
+
+constexpr std::size_t kMaxLenses = 64;
+
+bool ReadText(const std::string& path, std::string& text, std::string& error) {
+    InputFile file;
+    std::string reason;
+    if (!file.Open(path, reason)) {
+        error = path + " cannot be opened: " + reason + ".";
+        return false;
+    }
+    std::uint8_t piece[4096];
+    ssize_t count = 0;
+    while (text.size() <= gvx::kMaxJsonBytes && (count = file.Read(piece, sizeof(piece))) > 0) {
+        text.append(reinterpret_cast<const char*>(piece), static_cast<std::size_t>(count));
+    }
+    if (count < 0) {
+        error = path + " cannot be read: " + std::generic_category().message(errno) + ".";
+        return false;
+    }
+    return true;
+}
+
+// The entry, checked against its files.
+bool MakeEntry(const std::string& name, const Json::Value& object, const std::string& folder, MediaPtr& media,
+               std::string& error) {
+    auto entry = std::make_shared<MediaEntry>();
+    if (!ReadMediaEntry(name, object, folder, *entry, error) || !ProbeMedia(*entry, error)) {
+        return false;
+    }
+    media = std::move(entry);
+    return true;
+}
+
+bool ApplyPlayOptions(const Json::Value& options, std::vector<MediaPtr>& lenses, std::string& error) {
+    if (!options.isMember("speed") && !options.isMember("loop")) {
+        return true;
+    }
+    for (MediaPtr& lens : lenses) {
+        auto changed = std::make_shared<MediaEntry>(*lens);
+        if (!ReadPlayOptions(options, *changed, error)) {
+            return false;
+        }
+        lens = std::move(changed);
+    }
+    return true;
+}
+
+}  // namespace
+
+bool MediaList::Load(const std::string& configFile, std::string& error) {
+    m_media.clear();
+    const std::size_t slash = configFile.find_last_of('/');
+    m_folder = slash == std::string::npos ? "." : configFile.substr(0, slash);
+    if (access(configFile.c_str(), F_OK) != 0 && errno == ENOENT) {
+        return true;
+    }
+    std::string text;
+    if (!ReadText(configFile, text, error)) {
+        return false;
+    }
+    Json::Value root;
+    std::string reason;
+    if (!gvx::ParseJson(text.data(), text.size(), root, &reason)) {
+        error = configFile + " is not valid JSON: " + reason;
+        return false;
+    }
+    if (!root.isObject() || !root["media"].isObject()) {
+        error = configFile + " holds no object \"media\".";
+        return false;
+    }
+    for (const std::string& name : root["media"].getMemberNames()) {
+        if (!MakeEntry(name, root["media"][name], m_folder, m_media[name], error)) {
+            m_media.clear();
+            return false;
+        }
+    }
+    return true;
+}
+
+MediaPtr MediaList::Find(const std::string& name, std::string& error) const {
+    const auto found = m_media.find(name);
+    if (found == m_media.end()) {
+        error = "There is no medium '" + name + "'.";
+        return nullptr;
+    }
+    return found->second;
+}
+
+bool MediaList::ResolveNames(const Json::Value& names, std::vector<MediaPtr>& lenses, std::string& error) const {
+    Json::Value list(Json::arrayValue);
+    if (names.isArray()) {
+        list = names;
+    } else {
+        list.append(names);
+    }
+    for (const Json::Value& name : list) {
+        if (!name.isString()) {
+            error = "A name of a medium is not a text.";
+            return false;
+        }
+        MediaPtr media = Find(name.asString(), error);
+        if (media == nullptr) {
+            return false;
+        }
+        lenses.push_back(std::move(media));
+    }
+    return true;
+}
+
+bool MediaList::ResolveFiles(const Json::Value& list, std::vector<MediaPtr>& lenses, std::string& error) const {
+    if (!list.isArray()) {
+        error = "\"lenses\" is not a list.";
+        return false;
+    }
+    for (const Json::Value& object : list) {
+        MediaPtr media;
+        if (!MakeEntry("lens " + std::to_string(lenses.size()), object, m_folder, media, error)) {
+            return false;
+        }
+        lenses.push_back(std::move(media));
+    }
+    return true;
+}
+
+bool MediaList::Resolve(const std::string& extendText, std::vector<MediaPtr>& lenses, std::string& error) const {
+    lenses.clear();
+    Json::Value root;
+    std::string reason;
+    if (!gvx::ParseJson(extendText.data(), extendText.size(), root, &reason) || !root.isObject()) {
+        error = "The extend text is not a JSON object" + (reason.empty() ? std::string(".") : ": " + reason);
+        return false;
+    }
+    const Json::Value& media = root["media"];
+    const Json::Value& files = root["lenses"];
+    if (media.size() + files.size() > kMaxLenses) {
+        error = "A device has at most " + std::to_string(kMaxLenses) + " lenses.";
+        return false;
+    }
+    if ((!media.isNull() && !ResolveNames(media, lenses, error)) ||
+        (!files.isNull() && !ResolveFiles(files, lenses, error))) {
+        return false;
+    }
+    if (lenses.empty()) {
+        error = "The extend text names neither \"media\" nor \"lenses\".";
+        return false;
+    }
+    return ApplyPlayOptions(root, lenses, error);
+}
+
+}  // namespace gvxfile

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <json/forwards.h>
+
+#include "file/media_entry.h"
+
+namespace gvxfile {
+
+using MediaPtr = std::shared_ptr<const MediaEntry>;
+
+// The media that the plug-in can play: those that its configuration file names, and those that a device brings along.
+// Filled once, then only read.
+class MediaList {
+public:
+    // Reads the configuration file and looks into every file that it names. A configuration file that does not exist is
+    // an empty list. False with one sentence in error, which names the file at fault.
+    bool Load(const std::string& configFile, std::string& error);
+
+    // The media of a device, one for each lens, from its extend text. False with one sentence in error.
+    bool Resolve(const std::string& extendText, std::vector<MediaPtr>& lenses, std::string& error) const;
+
+    std::size_t Size() const { return m_media.size(); }
+
+private:
+    MediaPtr Find(const std::string& name, std::string& error) const;
+    bool ResolveNames(const Json::Value& names, std::vector<MediaPtr>& lenses, std::string& error) const;
+    bool ResolveFiles(const Json::Value& list, std::vector<MediaPtr>& lenses, std::string& error) const;
+
+    std::string m_folder;  // what relative paths start from
+    std::map<std::string, MediaPtr> m_media;
+};
+
+}  // namespace gvxfile

@@ -1,0 +1,126 @@
+#include "file/media_source.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+namespace gvxfile {
+
+MediaSource::MediaSource(const MediaEntry& entry) : m_entry(entry), m_video(entry.codec), m_ticks(entry.frameRate) {}
+
+bool MediaSource::Open(bool withAudio, std::string& error) {
+    std::string reason;
+    if (!m_video.Open(m_entry.videoPath, reason)) {
+        error = m_entry.videoPath + " cannot be opened: " + reason + ".";
+        return false;
+    }
+    m_withAudio = withAudio && m_entry.HasAudio();
+    if (m_withAudio && !m_audio.Open(m_entry.audioPath, reason)) {
+        error = m_entry.audioPath + " cannot be opened: " + reason + ".";
+        return false;
+    }
+    m_audioRunning = m_withAudio;
+    // Both clocks count from the first picture's end, so that they start together.
+    m_lastAudioSamples = -static_cast<std::int64_t>(TickCounter(m_entry.frameRate).Next()) * 4 / 45;
+    return true;
+}
+
+bool MediaSource::LoadPicture() {
+    const ReadResult result = m_video.Next(m_unit);
+    if (result == ReadResult::Failed) {
+        m_error = m_entry.videoPath + " cannot be read: " + m_video.Error() + ".";
+        return false;
+    }
+    m_videoEnded = result == ReadResult::End;
+    m_unitReady = !m_videoEnded;
+    m_passHasPicture = m_passHasPicture || m_unitReady;
+    return true;
+}
+
+bool MediaSource::AudioIsNext() const {
+    if (!m_audioRunning) {
+        return false;
+    }
+    return (m_videoEnded && !m_entry.loop) || AudioBefore(m_videoTicks);
+}
+
+bool MediaSource::TakeAudio(MediaPacket& packet) {
+    std::size_t wanted = kAudioSamples;
+    if (m_videoEnded && m_entry.loop) {
+        const std::int64_t left = m_videoTicks * 4 / 45 - m_audioSamples;
+        wanted = static_cast<std::size_t>(std::clamp<std::int64_t>(left, 1, kAudioSamples));
+    }
+    const ssize_t count = m_audio.Read(m_audioBytes, wanted);
+    if (count < 0) {
+        m_error = m_entry.audioPath + " cannot be read: " + std::generic_category().message(errno) + ".";
+        return false;
+    }
+    m_audioRunning = count > 0;
+    packet = MediaPacket{};
+    packet.data = m_audioBytes;
+    packet.length = static_cast<std::size_t>(count);
+    packet.ticks = static_cast<std::uint32_t>(m_audioSamples - m_lastAudioSamples);
+    constexpr std::int64_t kMicrosecondsPerSample = 125;
+    packet.timeMicroseconds = m_audioSamples * kMicrosecondsPerSample;
+    if (count > 0) {
+        m_lastAudioSamples = m_audioSamples;
+        m_audioSamples += count;
+    }
+    return true;
+}
+
+void MediaSource::TakePicture(MediaPacket& packet) {
+    if (m_parameterSetsWanted && m_unit.key) {
+        m_parameterSetsWanted = false;
+        if (!m_unit.hasParameterSets) {
+            m_video.InsertParameterSets(m_unit);
+        }
+    }
+    packet.video = true;
+    packet.key = m_unit.key;
+    packet.data = m_unit.bytes.data();
+    packet.length = m_unit.bytes.size();
+    packet.ticks = m_ticks.Next();
+    packet.timeMicroseconds = m_videoTicks * 100 / 9;
+    m_videoTicks += packet.ticks;
+    m_unitReady = false;
+}
+
+bool MediaSource::BeginPass() {
+    if (!m_passHasPicture) {
+        m_error = m_entry.videoPath + " holds no picture any more.";
+        return false;
+    }
+    m_passHasPicture = false;
+    m_videoEnded = false;
+    m_video.Rewind();
+    m_audio.Rewind();
+    m_audioRunning = m_withAudio;
+    m_audioSamples = std::max(m_lastAudioSamples + 1, m_videoTicks * 4 / 45);
+    return true;
+}
+
+ReadResult MediaSource::Next(MediaPacket& packet) {
+    for (;;) {
+        if (!m_unitReady && !m_videoEnded && !LoadPicture()) {
+            return ReadResult::Failed;
+        }
+        if (AudioIsNext()) {
+            if (!TakeAudio(packet)) {
+                return ReadResult::Failed;
+            }
+            if (packet.length > 0) {
+                return ReadResult::Ok;
+            }
+        } else if (m_unitReady) {
+            TakePicture(packet);
+            return ReadResult::Ok;
+        } else if (!m_entry.loop) {
+            return ReadResult::End;
+        } else if (!BeginPass()) {
+            return ReadResult::Failed;
+        }
+    }
+}
+
+}  // namespace gvxfile

@@ -1,0 +1,145 @@
+#include "file/player.h"
+
+#include "base/clock.h"
+#include "base/log.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include <pthread.h>
+
+namespace gvxfile {
+namespace {
+
+constexpr const char* kTitle = "file plug-in";
+constexpr std::int64_t kMicroseconds = 1000000;
+// A stream that is late by more than this goes on from now, instead of sending what it missed in one burst.
+constexpr std::int64_t kMaxLate = kMicroseconds;
+// Longest sleep in one piece, so that a clock that is set is followed.
+constexpr std::int64_t kMaxSleep = kMicroseconds / 10;
+
+ZVS_VIDEO_DEC_TYPE VideoFormat(Codec codec) {
+    return codec == Codec::H264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
+}
+
+}  // namespace
+
+Player::Player(MediaPtr media, PlayTarget target)
+    : m_media(std::move(media)), m_target(std::move(target)), m_source(*m_media) {}
+
+bool Player::Start(std::string& error) {
+    if (!m_source.Open(m_target.withAudio, error)) {
+        return false;
+    }
+    try {
+        m_thread = std::thread(&Player::Run, this);
+    } catch (const std::system_error& fault) {
+        error = std::string("A thread cannot be started: ") + fault.what() + ".";
+        return false;
+    }
+    pthread_setname_np(m_thread.native_handle(), "GvxFilePlay");
+    return true;
+}
+
+void Player::Stop() {
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void Player::Run() noexcept {
+    try {
+        Play();
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR(kTitle, "Stream[%s] ends: %s.", m_target.serviceID.c_str(), fault.what());
+    } catch (...) {
+        GVX_LOG_ERR(kTitle, "Stream[%s] ends: the send function threw.", m_target.serviceID.c_str());
+    }
+    GVX_LOG_INFO(kTitle, "Stream[%s] of medium[%s] has ended after %llu pictures.", m_target.serviceID.c_str(),
+                 m_media->name.c_str(), static_cast<unsigned long long>(m_pictures));
+}
+
+void Player::Play() {
+    m_origin = gvx::CurrentClock().MonotonicMicroseconds();
+    MediaPacket packet;
+    for (;;) {
+        if (m_parameterSetsWanted.exchange(false, std::memory_order_relaxed)) {
+            m_source.RequestParameterSets();
+        }
+        const ReadResult read = m_source.Next(packet);
+        if (read == ReadResult::Failed) {
+            GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Stream[%s] ends: %s", m_target.serviceID.c_str(),
+                             m_source.Error().c_str());
+            return;
+        }
+        if (read == ReadResult::End || !WaitUntilDue(packet.timeMicroseconds)) {
+            return;
+        }
+        const int result = Send(packet);
+        if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
+            GVX_LOG_INFO(kTitle, "Stream[%s] ends: its socket is gone.", m_target.serviceID.c_str());
+            return;
+        }
+        if (result != ZVS_SUCCEED) {
+            ReportFailure(result);
+        }
+    }
+}
+
+bool Player::WaitUntilDue(std::int64_t mediaMicroseconds) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (m_media->speed.unlimited) {
+        return !m_stop;
+    }
+    const auto offset = static_cast<std::int64_t>(static_cast<double>(mediaMicroseconds) / m_media->speed.factor);
+    while (!m_stop) {
+        const std::int64_t left = m_origin + offset - gvx::CurrentClock().MonotonicMicroseconds();
+        if (left < -kMaxLate) {
+            m_origin -= left;
+        }
+        if (left <= 0) {
+            return true;
+        }
+        m_wake.wait_for(lock, std::chrono::microseconds(std::min(left, kMaxSleep)));
+    }
+    return false;
+}
+
+int Player::Send(MediaPacket& packet) {
+    const std::int64_t now = gvx::CurrentClock().WallMicroseconds();
+    MEDIA_DATA data{};
+    data.pUserInfo = m_target.userInfo;
+    data.nVideoSize = packet.video ? static_cast<std::uint32_t>(packet.length) : 0;
+    data.nAudioSize = packet.video ? std::uint16_t{0} : static_cast<std::uint16_t>(packet.length);
+    const SequenceInfo& sequence = m_source.Sequence();
+    data.nWidth = static_cast<std::uint16_t>(sequence.width);
+    data.nHeight = static_cast<std::uint16_t>(sequence.height);
+    data.FrameType = packet.key ? FRAME_I : FRAME_BP;
+    data.eVideoFormatType = VideoFormat(m_media->codec);
+    data.eAudioFormatType = m_media->audioFormat;
+    data.nUtcSecond = static_cast<std::time_t>(now / kMicroseconds);
+    data.nUtcMillsec = static_cast<std::uint16_t>(now % kMicroseconds / 1000);
+    data.nTimeTick = packet.ticks;
+    m_pictures += packet.video ? 1 : 0;
+    return m_target.lens->H264ToRtp(packet.data, static_cast<int>(packet.length), data, m_target.channelID,
+                                    m_target.overTcp, m_target.needExternData, data.nUtcMillsec,
+                                    static_cast<unsigned int>(data.nUtcSecond), false);
+}
+
+void Player::ReportFailure(int result) {
+    ++m_failures;
+    if (m_failures == 1) {
+        GVX_LOG_ERR_CODE(kTitle, result, "Stream[%s] loses a frame; further losses are not logged.",
+                         m_target.serviceID.c_str());
+    }
+}
+
+}  // namespace gvxfile

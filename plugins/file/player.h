@@ -1,0 +1,67 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "file/media_list.h"
+#include "file/media_source.h"
+#include "gvx_common/adapter/gvx_adapter_lens.h"
+
+namespace gvxfile {
+
+// Where a stream goes.
+struct PlayTarget {
+    CAdapterLensBase* lens = nullptr;  // outlives the player
+    int channelID = 0;
+    bool overTcp = false;
+    bool needExternData = false;
+    bool withAudio = false;
+    void* userInfo = nullptr;
+    std::string serviceID;  // for the log
+};
+
+// Plays a medium into a channel of a lens, on a thread of its own: pictures and audio leave in the order of their
+// times, each when it is due. Start and Stop are for one thread.
+class Player {
+public:
+    Player(MediaPtr media, PlayTarget target);
+    ~Player() { Stop(); }
+    Player(const Player&) = delete;
+    Player& operator=(const Player&) = delete;
+
+    // Opens the files and starts the thread. False with one sentence in error.
+    bool Start(std::string& error);
+
+    // Ends the thread, and waits for the call of the send function that it is in. May be called again.
+    void Stop();
+
+    // See MediaSource::RequestParameterSets. Any thread.
+    void RequestParameterSets() { m_parameterSetsWanted.store(true, std::memory_order_relaxed); }
+
+private:
+    void Run() noexcept;
+    void Play();
+    bool WaitUntilDue(std::int64_t mediaMicroseconds);
+    int Send(MediaPacket& packet);
+    void ReportFailure(int result);
+
+    MediaPtr m_media;
+    PlayTarget m_target;
+    MediaSource m_source;
+    std::atomic<bool> m_parameterSetsWanted{false};
+    // When the medium's time 0 is or would have been, by the monotonic clock.
+    std::int64_t m_origin = 0;
+    std::uint64_t m_pictures = 0;
+    std::uint64_t m_failures = 0;
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_stop = false;  // guarded by m_mutex
+    std::thread m_thread;
+};
+
+}  // namespace gvxfile

@@ -1,0 +1,169 @@
+#include "file/media_list.h"
+
+#include "plugins/stream_bytes.h"
+#include "support/temp_folder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using gvxfile::Codec;
+using gvxfile::MediaList;
+using gvxfile::MediaPtr;
+using testing::HasSubstr;
+
+namespace {
+
+class MediaListTest : public testing::Test {
+protected:
+    MediaListTest() {
+        m_folder.Write("v.h264", stream_bytes::H264Stream(3));
+        m_folder.Write("raw.bin", stream_bytes::H264Stream(3));
+        m_folder.Write("a.alaw", std::string(800, '\xD5'));
+        m_folder.Write("empty.ulaw", "");
+        m_folder.Write("text.h264", "this is no video");
+    }
+
+    // Loads a configuration of one medium "demo" with these members: the error, or an empty text.
+    std::string Load(const std::string& members) { return LoadText(R"({"media": {"demo": {)" + members + "}}}"); }
+    std::string LoadText(const std::string& text) {
+        std::string error;
+        const bool loaded = m_list.Load(m_folder.Write("file.json", text), error);
+        EXPECT_EQ(loaded, error.empty()) << error;
+        return error;
+    }
+    MediaPtr Demo() {
+        std::vector<MediaPtr> lenses;
+        std::string error;
+        return m_list.Resolve(R"({"media": "demo"})", lenses, error) ? lenses[0] : nullptr;
+    }
+    std::string ResolveError(const std::string& extend) {
+        std::vector<MediaPtr> lenses;
+        std::string error;
+        EXPECT_FALSE(m_list.Resolve(extend, lenses, error));
+        return error;
+    }
+
+    TempFolder m_folder;
+    MediaList m_list;
+};
+
+}  // namespace
+
+TEST_F(MediaListTest, ReadsAMediumWithItsDefaults) {
+    ASSERT_EQ("", Load(R"("video": "v.h264")"));
+    const MediaPtr demo = Demo();
+    ASSERT_NE(nullptr, demo);
+    EXPECT_EQ(m_folder.Path("v.h264"), demo->videoPath);
+    EXPECT_EQ(Codec::H264, demo->codec);
+    EXPECT_EQ(320u, demo->width);
+    EXPECT_EQ(240u, demo->height);
+    EXPECT_EQ(25.0, demo->frameRate.Value());
+    EXPECT_TRUE(demo->loop);
+    EXPECT_FALSE(demo->speed.unlimited);
+    EXPECT_EQ(1.0, demo->speed.factor);
+    EXPECT_FALSE(demo->HasAudio());
+}
+
+TEST_F(MediaListTest, ReadsEveryMember) {
+    ASSERT_EQ("", Load(R"("video": ")" + m_folder.Path("raw.bin") +
+                       R"(", "codec": "h264", "audio": "a.alaw", "fps": "30000/1001", "loop": false, "speed": "max")"));
+    MediaPtr demo = Demo();
+    ASSERT_NE(nullptr, demo);
+    EXPECT_EQ(30000u, demo->frameRate.numerator);
+    EXPECT_EQ(1001u, demo->frameRate.denominator);
+    EXPECT_EQ(GVX_AUDIO_FORMAT_G711A, demo->audioFormat);
+    EXPECT_FALSE(demo->loop);
+    EXPECT_TRUE(demo->speed.unlimited);
+    ASSERT_EQ("", Load(R"("video": "v.h264", "audio": "a.alaw", "audio_format": "G711U", "fps": 12.5, "speed": 2.5)"));
+    demo = Demo();
+    EXPECT_EQ(GVX_AUDIO_FORMAT_G711U, demo->audioFormat);
+    EXPECT_EQ(12.5, demo->frameRate.Value());
+    EXPECT_EQ(2.5, demo->speed.factor);
+}
+
+TEST_F(MediaListTest, SaysWhichFileIsAtFault) {
+    EXPECT_EQ("Medium 'demo': " + m_folder.Path("none.h264") + " cannot be opened: No such file or directory.",
+              Load(R"("video": "none.h264")"));
+    EXPECT_EQ(
+        "Medium 'demo': " + m_folder.Path("text.h264") + " begins with no H.264 sequence parameter set and picture.",
+        Load(R"("video": "text.h264")"));
+    EXPECT_EQ("Medium 'demo': " + m_folder.Path("empty.ulaw") + " is empty.",
+              Load(R"("video": "v.h264", "audio": "empty.ulaw")"));
+    // H.264 bytes under the name of the other codec.
+    EXPECT_THAT(Load(R"("video": "v.h264", "codec": "h265")"), HasSubstr("no H.265 sequence parameter set"));
+}
+
+TEST_F(MediaListTest, SaysWhichMemberIsAtFault) {
+    const char* const rows[][2] = {
+        {R"("audio": "a.alaw")", "names no video file"},
+        {R"("video": "raw.bin")", "codec 'bin' of"},
+        {R"("video": "v.h264", "codec": "mpeg4")", "codec 'mpeg4' of"},
+        {R"("video": "v.h264", "audio": "v.h264")", "audio_format 'h264' of"},
+        {R"("video": "v.h264", "fps": "0")", "fps is not a rate"},
+        {R"("video": "v.h264", "fps": "25/0")", "fps is not a rate"},
+        {R"("video": "v.h264", "fps": "25fps")", "fps is not a rate"},
+        {R"("video": "v.h264", "fps": 1e9)", "fps is not a rate"},
+        {R"("video": "v.h264", "speed": "fast")", "speed is neither"},
+        {R"("video": "v.h264", "speed": -1)", "speed is neither"},
+        {R"("video": "v.h264", "speed": "nan")", "speed is neither"},
+        {R"("video": "v.h264", "loop": "yes")", "loop is neither"},
+        {R"("video": "v.h264", "sped": "max")", "member 'sped' is not known"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_THAT(Load(row[0]), HasSubstr(row[1])) << row[0];
+        EXPECT_EQ(0u, m_list.Size());
+    }
+}
+
+TEST_F(MediaListTest, ConfigurationFileMayBeAbsentButNotBroken) {
+    std::string error;
+    EXPECT_TRUE(m_list.Load(m_folder.Path("absent.json"), error));
+    EXPECT_EQ("", error);
+    EXPECT_THAT(LoadText("{"), HasSubstr(m_folder.Path("file.json") + " is not valid JSON"));
+    EXPECT_THAT(LoadText("[]"), HasSubstr("holds no object \"media\""));
+    EXPECT_THAT(LoadText(R"({"media": {"demo": 3}})"), HasSubstr("Medium 'demo' is not an object"));
+    EXPECT_FALSE(m_list.Load(m_folder.Path(), error));
+    EXPECT_EQ(m_folder.Path() + " cannot be opened: Is a directory.", error);
+}
+
+TEST_F(MediaListTest, ExtendTextGivesOneLensForEachMedium) {
+    ASSERT_EQ("", LoadText(R"({"media": {"a": {"video": "v.h264"}, "b": {"video": "v.h264", "fps": 10}}})"));
+    std::vector<MediaPtr> lenses;
+    std::string error;
+    ASSERT_TRUE(m_list.Resolve(
+        R"({"media": ["a", "b"], "lenses": [{"video": "raw.bin", "codec": "H264"}], "speed": "max", "loop": false})",
+        lenses, error))
+        << error;
+    ASSERT_EQ(3u, lenses.size());
+    EXPECT_EQ(25.0, lenses[0]->frameRate.Value());
+    EXPECT_EQ(10.0, lenses[1]->frameRate.Value());
+    EXPECT_EQ(m_folder.Path("raw.bin"), lenses[2]->videoPath);
+    for (const MediaPtr& lens : lenses) {
+        EXPECT_TRUE(lens->speed.unlimited);
+        EXPECT_FALSE(lens->loop);
+    }
+    // The overrides belong to that device alone.
+    ASSERT_TRUE(m_list.Resolve(R"({"media": "a"})", lenses, error));
+    EXPECT_FALSE(lenses[0]->speed.unlimited);
+    EXPECT_TRUE(lenses[0]->loop);
+}
+
+TEST_F(MediaListTest, ExtendTextThatNamesNothingPlayableIsRefused) {
+    ASSERT_EQ("", Load(R"("video": "v.h264")"));
+    EXPECT_THAT(ResolveError(""), HasSubstr("The extend text is not a JSON object"));
+    EXPECT_THAT(ResolveError("[]"), HasSubstr("The extend text is not a JSON object"));
+    EXPECT_THAT(ResolveError("{}"), HasSubstr("names neither"));
+    EXPECT_EQ("There is no medium 'other'.", ResolveError(R"({"media": "other"})"));
+    EXPECT_THAT(ResolveError(R"({"media": [1]})"), HasSubstr("not a text"));
+    EXPECT_THAT(ResolveError(R"({"lenses": {"video": "v.h264"}})"), HasSubstr("not a list"));
+    EXPECT_THAT(ResolveError(R"({"lenses": [{"video": "none.h264"}]})"), HasSubstr("none.h264 cannot be opened"));
+    EXPECT_THAT(ResolveError(R"({"media": "demo", "speed": "fast"})"), HasSubstr("speed is neither"));
+    std::string many = R"({"media": [)";
+    for (int i = 0; i < 65; ++i) {
+        many += i == 0 ? "\"demo\"" : ",\"demo\"";
+    }
+    EXPECT_EQ("A device has at most 64 lenses.", ResolveError(many + "]}"));
+}
