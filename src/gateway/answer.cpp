@@ -1,0 +1,58 @@
+#include "gateway/answer.h"
+
+#include "base/cbb_xml.h"
+#include "base/zvs_error.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "nss/nss_msg_header.h"
+
+#include <json/value.h>
+
+namespace gvx {
+
+namespace {
+
+bool IsResponse(const BP::CCmd& cmd) {
+    return cmd.GetReqID() >= kNssResponseOffset;
+}
+
+// The send operations take the command by a plain pointer and only read it.
+BP::CCmd* Plain(const BP::CCmd& cmd) {
+    return const_cast<BP::CCmd*>(&cmd);
+}
+
+}  // namespace
+
+void AnswerBare(const BP::CCmd& cmd, int code) {
+    if (!IsResponse(cmd)) {
+        CGvxConnectionMgr::Instance()->SendRespMsgWithXml(Plain(cmd), nullptr, static_cast<unsigned int>(code), false);
+    }
+}
+
+void AnswerXml(const BP::CCmd& cmd, CBB::CXml& body, int code) {
+    if (!IsResponse(cmd)) {
+        CGvxConnectionMgr::Instance()->SendRespMsgWithXml(Plain(cmd), &body, static_cast<unsigned int>(code), false);
+    }
+}
+
+void AnswerJson(const BP::CCmd& cmd, const Json::Value& body, int code) {
+    if (!IsResponse(cmd)) {
+        CGvxConnectionMgr::Instance()->SendRespMsgWithJson(Plain(cmd), body, static_cast<unsigned int>(code));
+    }
+}
+
+void RefuseXml(const BP::CCmd& cmd, const std::string& device, int code, const std::string& reason) {
+    CBB::CXml body;
+    body.AddDeclaration("1.0", "UTF-8");
+    body.AddElem("Content");
+    body.IntoElem();
+    body.AddElem("DevCode", device.c_str());
+    body.AddElem("Reason", reason.c_str());
+    AnswerXml(cmd, body, code);
+}
+
+std::string ReasonOf(int code) {
+    const char* text = ZvsErrorText(code);
+    return text == nullptr || *text == '\0' ? "Code " + std::to_string(code) + "." : text;
+}
+
+}  // namespace gvx

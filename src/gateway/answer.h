@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+#include "bp/cmd.h"
+
+namespace CBB {
+class CXml;
+}
+namespace Json {
+class Value;
+}
+
+namespace gvx {
+
+// Answers to a request, which leave by the main-service link. A command that is a response is never answered.
+void AnswerBare(const BP::CCmd& cmd, int code);
+void AnswerXml(const BP::CCmd& cmd, CBB::CXml& body, int code);
+void AnswerJson(const BP::CCmd& cmd, const Json::Value& body, int code);
+
+// Refusals with the reason for a human: <Content><DevCode/><Reason/></Content>, or the members of that name.
+void RefuseXml(const BP::CCmd& cmd, const std::string& device, int code, const std::string& reason);
+
+// One sentence for a code: its row in the error table, or its number.
+std::string ReasonOf(int code);
+
+}  // namespace gvx

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstddef>
+#include <ctime>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+class CGvxReactor;
+
+namespace gvx {
+
+// The one door to CGvxDevReactorMgr, which has no lock of its own: every caller in the process goes through here and is
+// serialised by m_mutex. Reactors live until the process ends, so a result stays valid. Nothing is pushed, and no
+// session work runs, while the mutex is held.
+//
+// Session work runs with its reactor's own mutex held, and binding a key may make reactors, which takes theirs. So work
+// calls the Settle operations alone: they leave a note, and the next of the other operations acts on it first. Those
+// may be called by any thread that serves no reactor's upcall: the link I/O thread, timers, the one that starts and
+// stops.
+class DevReactorBinder {
+public:
+    static constexpr std::size_t kDefaultMaxDevices = 10000;
+
+    // Fills the pool; 0 for success.
+    int InitPool(unsigned int count);
+
+    // The reactor of a key that is no device, bound when needed; null when the pool is empty.
+    CGvxReactor* Bind(const std::string& key);
+    // The reactor of a bound key, or null. A device is bound from its first addition in the queue to its deletion.
+    CGvxReactor* Find(const std::string& key);
+
+    // Devices that may be bound at a time. As many again may have gone and still have their history; further ones are
+    // refused until that has expired, so that additions which fail cannot fill the memory.
+    void SetMaxDevices(std::size_t count);
+
+    // An addition of the device is about to be queued. Until it is settled, the key stays bound: what arrives behind
+    // the addition must queue behind it. Null, with a sentence for the sender, when the key finds no place.
+    CGvxReactor* BindForAddition(const std::string& key, std::string& reason);
+    // That addition was served, or could not be queued. Keeps the key bound when the device exists, and releases it
+    // otherwise unless more additions wait. Any thread.
+    void SettleAddition(const std::string& key, bool deviceExists);
+    // The device was deleted. Any thread.
+    void SettleDeletion(const std::string& key);
+
+    // Forgets the history of devices that are long gone.
+    void Sweep();
+
+private:
+    struct Note {
+        std::string key;
+        bool addition;
+        bool deviceExists;
+    };
+
+    CGvxReactor* BindLocked(const std::string& key);
+    void ReleaseLocked(const std::string& key);
+    bool HasPlaceLocked(const std::string& key, std::string& reason) const;
+    void Leave(Note note);
+    void ActOnNotesLocked();
+    void SettleLocked(const Note& note);
+
+    std::mutex m_mutex;  // Guards CGvxDevReactorMgr and all down to m_notesMutex.
+    std::map<std::string, std::size_t> m_waitingAdditions;
+    std::set<std::string> m_bound;          // devices alone
+    std::map<std::string, std::time_t> m_gone;  // devices that have history alone, and since when
+    std::size_t m_maxDevices = kDefaultMaxDevices;
+    std::mutex m_notesMutex;  // Innermost.
+    std::vector<Note> m_notes;  // Guarded by m_notesMutex.
+};
+
+}  // namespace gvx

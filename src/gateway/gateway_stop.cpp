@@ -1,0 +1,104 @@
+#include "gateway/gateway.h"
+
+#include "base/log.h"
+#include "bp/dispatcher.h"
+#include "bp/net_factory.h"
+#include "gateway/device_reports.h"
+#include "gateway/history_sweep.h"
+#include "gateway/left_behind.h"
+#include "gateway/plugin_guard.h"
+#include "gateway/session_work.h"
+#include "gvx_common/config/cloud_config_mgr.h"
+#include "gvx_common/event/gvx_internal_request.h"
+#include "gvx_common/event/gvx_reactor.h"
+#include "gvx_common/media/media_service.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace gvx {
+
+namespace {
+
+// What devices get of the two seconds that a stop may take; the rest is for links, media and the log.
+constexpr std::chrono::milliseconds kTearDownLimit(1200);
+constexpr std::chrono::milliseconds kPushPeriod(20);
+
+}  // namespace
+
+bool Gateway::Stop() {
+    m_context->stopping = true;
+    m_context->devices.Close();
+    BP::CTransactionMgr::StopWaiting();
+    const bool idle = TearDownDevices();
+    BP::CNetFactory::Stop();
+    const bool callsOpen = PluginCallWatch::Instance().NameOpen() != 0;
+    if (idle && !callsOpen && LeftBehindCount() == m_leftBehindBefore) {
+        Release();
+        return true;
+    }
+    m_context->work.Name();
+    for (const std::string& code : m_context->devices.Codes()) {
+        GVX_LOG_ERR("Stop", "device %s is left behind: its reactor is held up.", code.c_str());
+    }
+    return false;
+}
+
+// Every device is torn down by its own reactor, so that one that hangs holds up nobody else. A queue that is full takes
+// the command as soon as there is room. True when no device is left and no work runs any more.
+bool Gateway::TearDownDevices() {
+    const auto deadline = std::chrono::steady_clock::now() + kTearDownLimit;
+    std::vector<std::string> waiting = m_context->devices.Codes();
+    const auto left = [&] {
+        return std::max(std::chrono::milliseconds(0), std::chrono::duration_cast<std::chrono::milliseconds>(
+                                                          deadline - std::chrono::steady_clock::now()));
+    };
+    while (!waiting.empty() && left().count() > 0) {
+        waiting.erase(std::remove_if(waiting.begin(), waiting.end(),
+                                     [this](const std::string& device) { return PushTearDown(device); }),
+                      waiting.end());
+        if (!waiting.empty()) {
+            m_context->devices.WaitEmpty(std::min(left(), kPushPeriod));
+        }
+    }
+    return m_context->devices.WaitEmpty(left()) && m_context->work.WaitIdle(left());
+}
+
+bool Gateway::PushTearDown(const std::string& device) {
+    CGvxReactor* reactor = m_context->devices.ReactorOf(device);
+    if (reactor == nullptr) {
+        return true;  // deleted meanwhile
+    }
+    BP::CCmd cmd;
+    cmd.SetReqID(GVX_INTERNAL_REQ_DELETE);
+    CGvxNssCmd entry;
+    entry.m_pCmd = &cmd;  // the queue takes a clone
+    entry.m_devID = device;
+    return reactor->PushMessage(entry) == 0;
+}
+
+void Gateway::StopServing() {
+    HistorySweep::Instance().Stop();
+    BP::CDispatcher::SetSink({});
+    SetReportDevices(nullptr);
+    UnregisterGatewayWork();
+    BP::CPluginMgr::SetImplementation(nullptr);
+    BP::CDeviceMgr::SetImplementation(nullptr);
+    m_serves = false;
+}
+
+void Gateway::Release() {
+    BP::CNetFactory::Stop();
+    if (m_serves) {
+        StopServing();
+    }
+    m_context->plugins.UnloadAll();
+    CCloudConfigMgr::Instance()->UnInit();
+    PluginCallWatch::Instance().Stop();
+    if (m_mediaRuns) {
+        StopMediaService();
+        m_mediaRuns = false;
+    }
+}
+
+}  // namespace gvx

@@ -1,0 +1,108 @@
+#include "gateway/gateway_fixture.h"
+
+#include "base/zvs_error.h"
+#include "gateway/plugin_guard.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "nss/nss_msg_type.h"
+#include "support/test_clock.h"
+#include "support/wait_until.h"
+
+namespace {
+
+// Settings in their sections, as an edit needs them.
+class GatewayConfigTest : public GatewayTest {
+protected:
+    void SetUp() override {
+        folder.Folder().Write("zvs_gvx.conf",
+                              "; settings of a test\n[GATEWAY]\nGVX_PLUGIN_LIST=moody\nGVX_PLUGIN_CALL_LIMIT=1\n"
+                              "[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\nGVX_MESSAGE_IP=127.0.0.1\n"
+                              "[SERVICE_CAPACITY]\nMAX_CAPS=128\n[SIF_CFG]\nGVX_SIP_LOG_SWITCH=0\n");
+        GatewayTest::SetUp();
+    }
+    Answer Edit(const std::string& section, const std::string& key, const std::string& value) {
+        return AskXml(NSS_CONFIG_EDIT_REQ, "<ConfigInfo><ConfigName>" + key + "</ConfigName><ConfigType>" + section +
+                                               "</ConfigType><ConfigValue>" + value + "</ConfigValue></ConfigInfo>");
+    }
+};
+
+TEST_F(GatewayConfigTest, QueryGivesTheUnifiedDocument) {
+    const Answer all = AskXml(NSS_CONFIG_QUERY_REQ, "");
+    EXPECT_EQ(all.code, 0u);
+    EXPECT_NE(all.text.find("<ModuleName>GVX</ModuleName>"), std::string::npos) << all.text;
+    EXPECT_NE(all.text.find("<ConfigName>ServerAddr</ConfigName>"), std::string::npos) << all.text;
+    const Answer one = AskXml(NSS_CONFIG_QUERY_REQ, "<ConfigType>SERVICE_CAPACITY</ConfigType>");
+    EXPECT_NE(one.text.find("<ConfigNumber>2</ConfigNumber>"), std::string::npos) << one.text;
+}
+
+TEST_F(GatewayConfigTest, EditIsTakenOrRefusedWithAReason) {
+    EXPECT_EQ(Edit("SERVICE_CAPACITY", "MAX_CAPS", "99").code, 0u);
+    EXPECT_EQ(GvxConfigMgr()->GetConfValue("MAX_CAPS", ""), "99");
+    EXPECT_NE(folder.Folder().Read("zvs_gvx.conf").find("MAX_CAPS=99\n"), std::string::npos);
+    struct Row {
+        const char* section;
+        const char* key;
+        const char* value;
+        const char* reason;
+    };
+    const Row rows[] = {
+        {"SERVICE_CAPACITY", "MAX_CAPS", "151", "151 is no value for MAX_CAPS."},
+        {"MESSAGE", "MAX_CAPS", "98", "MAX_CAPS does not stand in the section [MESSAGE]."},
+        {"GATEWAY", "GVX_PLUGIN_LIST", "x", "GVX_PLUGIN_LIST can not be edited at run time."},
+        {"SERVICE_CAPACITY", "BAND_WIDTH", "100", "BAND_WIDTH does not stand in zvs_gvx.conf."},
+        {"MESSAGE", "MU_NSS_TIMEOUT", "soon", "MU_NSS_TIMEOUT is a number from 0 to 86400."},
+        {"SIF_CFG", "GVX_SIP_LOG_SWITCH", "1", "A plug-in with a SIP stack is missing or refuses the switch."},
+        {"MESSAGE", "GVX_MESSAGE_IP", "1234567890123456789012345678901234", "a section and a value have 31."},
+        {"MESSAGE", "", "1", "ConfigName is missing."},
+    };
+    for (const Row& row : rows) {
+        const Answer answer = Edit(row.section, row.key, row.value);
+        EXPECT_NE(answer.code, 0u) << row.reason;
+        EXPECT_NE(answer.text.find(row.reason), std::string::npos) << answer.text;
+    }
+    EXPECT_EQ(AskXml(NSS_CONFIG_EDIT_REQ, "").code, static_cast<unsigned>(ZVS_PARA_INVALID));
+    EXPECT_EQ(GvxConfigMgr()->GetConfValue("MAX_CAPS", ""), "99");
+}
+
+TEST_F(GatewayConfigTest, ChangedMessageEditsAsWell) {
+    const std::string begin = R"({"ConfigSection":"SERVICE_CAPACITY","ConfigName":")";
+    EXPECT_EQ(AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ, begin + R"(MAX_CAPS","ConfigValue":"77"})").code, 0u);
+    EXPECT_EQ(GvxConfigMgr()->GetConfValue("MAX_CAPS", ""), "77");
+    const Answer refused = AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ, begin + R"(MU_NSS_TIMEOUT","ConfigValue":"7"})");
+    EXPECT_EQ(refused.code, 1u);
+    EXPECT_EQ(refused.json["Reason"].asString(), "MU_NSS_TIMEOUT can not be edited at run time.");
+}
+
+TEST_F(GatewayConfigTest, ChangedTimeoutActsOnTheNextCommandServed) {
+    ASSERT_EQ(AddDevice("CAM1", "RequestKeyframe=hang").code, 0u);
+    ASSERT_EQ(Start("CAM1", "S").code, 0u);
+    const std::string body = R"({"DevCode":"CAM1","ServiceID":"S"})";
+    const std::uint32_t hangs = SendJson(NSS_GET_IFRAME_REQ, body);
+    // The first must have left the queue before the time is moved, or it expires as well.
+    ASSERT_TRUE(WaitUntil([] { return !gvx::PluginCallWatch::Instance().OpenCalls().empty(); }));
+    SendJson(NSS_GET_IFRAME_REQ, body);  // waits behind it
+    ASSERT_EQ(Edit("MESSAGE", "MU_NSS_TIMEOUT", "2").code, 0u);
+    // Never destroyed: a thread may still read it when the system's clock is back.
+    static TestClock clock;
+    clock.SetWallMicroseconds(gvx::CurrentClock().WallMicroseconds() + 3000000);
+    clock.SetMonotonicMicroseconds(gvx::CurrentClock().MonotonicMicroseconds() + 3000000);
+    gvx::SetClock(&clock);
+    moody.Release(true);
+    EXPECT_EQ(WaitAnswer(NSS_GET_IFRAME_REQ, hangs).code, 0u);
+    EXPECT_TRUE(log->WaitFor("Cmd[0x0504] wait more than 2 s")) << log->Dump();
+    gvx::SetClock(nullptr);
+    EXPECT_EQ(Stop("CAM1", "S").code, 0u);
+    EXPECT_EQ(DeleteDevice("CAM1").code, 0u);
+}
+
+TEST_F(GatewayConfigTest, PasswordOfTheLogUploadStaysOutOfEveryLog) {
+    const std::string secret = "S3cr3t-pa55";
+    EXPECT_EQ(Edit("LOG_CFG", "Password", secret).code, 0u);
+    EXPECT_NE(AskXml(NSS_CONFIG_QUERY_REQ, "<ConfigType>LOG_CFG</ConfigType>").text.find(secret), std::string::npos);
+    EXPECT_EQ(Edit("LOG_CFG", "Password", secret + std::string(64, 'x')).code, 1u);
+    EXPECT_NE(Edit("MESSAGE", "Password", secret).code, 0u);
+    AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ,
+            R"({"ConfigSection":"LOG_CFG","ConfigName":"Password","ConfigValue":")" + secret + "\"}");
+    EXPECT_EQ(log->Dump().find(secret), std::string::npos) << log->Dump();
+}
+
+}  // namespace

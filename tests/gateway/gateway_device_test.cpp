@@ -1,0 +1,182 @@
+#include "gateway/gateway_fixture.h"
+
+#include "base/zvs_error.h"
+#include "nss/nss_msg_type.h"
+#include "support/wait_until.h"
+
+TEST_F(GatewayTest, DeviceIsAddedWithItsLensesAndDeletedAgain) {
+    const Answer added = AddDevice("CAM1");
+    EXPECT_EQ(added.code, 0u);
+    EXPECT_NE(added.text.find("<DevCode>CAM1</DevCode>"), std::string::npos);
+    EXPECT_NE(added.text.find("<Lens><LensCode>CAM1_0</LensCode><Channel>0</Channel></Lens>"), std::string::npos);
+    EXPECT_NE(added.text.find("<Lens><LensCode>CAM1_1</LensCode><Channel>1</Channel></Lens>"), std::string::npos);
+    EXPECT_EQ(moody.Alive(), 3);
+
+    EXPECT_EQ(AddDevice("CAM1").code, static_cast<unsigned>(ZVS_GVX_DEV_EXIST));
+    EXPECT_EQ(moody.Alive(), 3) << "a second addition leaves the device as it is";
+
+    const Answer deleted = DeleteDevice("CAM1");
+    EXPECT_EQ(deleted.code, 0u);
+    EXPECT_NE(deleted.text.find("<DevCode>CAM1</DevCode>"), std::string::npos);
+    EXPECT_EQ(moody.Alive(), 0);
+    EXPECT_EQ(DeleteDevice("CAM1").code, static_cast<unsigned>(ZVS_GVX_DEV_NOT_EXIST));
+    EXPECT_EQ(AddDevice("CAM1").code, 0u) << "it may come back";
+}
+
+TEST_F(GatewayTest, LensListNamesTheLenses) {
+    const std::string device = "<DevCode>CAM1</DevCode><PluginName>moody</PluginName>";
+    const Answer added = AskXml(
+        NSS_ADD_MAIN_DEV_REQ,
+        device + "<LensList><Lens><LensCode>GATE</LensCode><Channel>1</Channel></Lens></LensList>");
+    EXPECT_EQ(added.code, 0u);
+    EXPECT_NE(added.text.find("<Lens><LensCode>GATE</LensCode><Channel>1</Channel></Lens>"), std::string::npos);
+    EXPECT_EQ(added.text.find("CAM1_0"), std::string::npos);
+}
+
+TEST_F(GatewayTest, AdditionThatIsNotAllowedIsRefusedWithAReason) {
+    struct Row {
+        const char* content;
+        int code;
+        const char* reason;
+    };
+    const std::string longCode(33, 'x');
+    const std::string codeTooLong = "<DevCode>" + longCode + "</DevCode><PluginName>moody</PluginName>";
+    const Row rows[] = {
+        {"<PluginName>moody</PluginName>", ZVS_PARA_INVALID, "DevCode"},
+        {"<DevCode>C</DevCode>", ZVS_PARA_INVALID, "PluginName"},
+        {codeTooLong.c_str(), ZVS_PARA_INVALID, ""},
+        {"<DevCode>C</DevCode><PluginName>nobody</PluginName>", ZVS_GVX_PLUGIN_NOT_EXIST, "plug-in"},
+        {"<DevCode>C</DevCode><PluginName>moody</PluginName><FormType>7</FormType>", ZVS_PARA_INVALID, "FormType"},
+        {"<DevCode>C</DevCode><PluginName>moody</PluginName><Port>70000</Port>", ZVS_PARA_INVALID, "Port"},
+        {"<DevCode>C</DevCode><PluginName>moody</PluginName><LensList><Lens><LensCode>A</LensCode></Lens></LensList>",
+         ZVS_PARA_INVALID, "Lens"},
+        {"<DevCode>C</DevCode><PluginName>moody</PluginName><LensList>"
+         "<Lens><LensCode>A</LensCode><Channel>0</Channel></Lens>"
+         "<Lens><LensCode>A</LensCode><Channel>1</Channel></Lens></LensList>",
+         ZVS_PARA_INVALID, "twice"},
+    };
+    for (const Row& row : rows) {
+        const Answer answer = AskXml(NSS_ADD_MAIN_DEV_REQ, row.content);
+        EXPECT_EQ(answer.code, static_cast<unsigned>(row.code)) << row.content;
+        EXPECT_NE(answer.text.find(row.reason), std::string::npos) << row.content << " -> " << answer.text;
+    }
+    EXPECT_EQ(moody.Alive(), 0);
+}
+
+TEST_F(GatewayTest, BodiesThatCannotBeReadAreAnswered) {
+    const std::uint16_t type = NSS_START_STREAM_REQ;
+    const std::string bodies[] = {
+        FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, "{\"DevCode\": "),
+        FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, "[1]"),
+        FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, "{\"DevCode\": {}}"),
+        FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, std::string(5000, '[')),
+        FakePeer::MakeItem(NSS_TAG_XML_CONTENT, "<Content><DevCode>C"),
+        FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, std::string(2 << 20, ' ') + "{}"),
+    };
+    std::uint32_t seq = 1000;
+    for (const std::string& body : bodies) {
+        ++seq;
+        ASSERT_TRUE(peer->SendFrame(type, seq, "trans-" + std::to_string(seq), 0, body));
+        EXPECT_EQ(WaitAnswer(type, seq).code, static_cast<unsigned>(ZVS_PARA_INVALID)) << body.substr(0, 40);
+    }
+    EXPECT_EQ(AddDevice("CAM1").code, 0u) << "the link goes on";
+}
+
+TEST_F(GatewayTest, RequestsForUnknownDevicesBindNoReactor) {
+    EXPECT_EQ(Start("GHOST", "s").code, static_cast<unsigned>(ZVS_GVX_DEV_NOT_EXIST));
+    EXPECT_EQ(Stop("GHOST", "s").code, static_cast<unsigned>(ZVS_GVX_DEV_NOT_EXIST));
+    EXPECT_EQ(gateway->Context().binder.Find("GHOST"), nullptr);
+    EXPECT_NE(AddDevice("GHOST", "Init=error").code, 0u);
+    EXPECT_EQ(gateway->Context().binder.Find("GHOST"), nullptr) << "a failed addition gives the reactor back";
+    EXPECT_EQ(AddDevice("GHOST").code, 0u);
+    EXPECT_NE(gateway->Context().binder.Find("GHOST"), nullptr);
+    EXPECT_EQ(DeleteDevice("GHOST").code, 0u);
+    EXPECT_EQ(gateway->Context().binder.Find("GHOST"), nullptr);
+}
+
+TEST_F(GatewayTest, WhatFollowsAnAdditionWaitsForIt) {
+    for (int round = 0; round < 20; ++round) {
+        const std::string stream = "s" + std::to_string(round);
+        const std::uint32_t add =
+            SendXml(NSS_ADD_MAIN_DEV_REQ, "<DevCode>CAM1</DevCode><PluginName>moody</PluginName>");
+        const std::uint32_t start = SendJson(
+            NSS_START_STREAM_REQ, R"({"DevCode":"CAM1","DstIP":"127.0.0.1","DstVideoPort":9,"ServiceID":")" + stream +
+                                      "\"}");
+        EXPECT_EQ(WaitAnswer(NSS_ADD_MAIN_DEV_REQ, add).code, 0u);
+        ASSERT_EQ(WaitAnswer(NSS_START_STREAM_REQ, start).code, 0u);
+        ASSERT_EQ(DeleteDevice("CAM1").code, 0u);
+    }
+}
+
+TEST_F(GatewayTest, RequestThatNothingServesIsAnsweredUnsupported) {
+    EXPECT_EQ(AskXml(NSS_DEVICE_REBOOT_REQ, "<DevCode>CAM1</DevCode>").code,
+              static_cast<unsigned>(ZVS_GVX_DEV_UN_SUPPORT));
+}
+
+TEST_F(GatewayTest, RefusalLeavesByTheMainServiceLink) {
+    auto scu = FakePeer::Connect(gateway->Port());
+    ASSERT_NE(scu, nullptr);
+    ASSERT_EQ(scu->Register("SCU#900"), 0u);
+    ASSERT_TRUE(scu->SendFrame(NSS_DEVICE_REBOOT_REQ, 77, "trans-77"));
+    EXPECT_EQ(WaitAnswer(NSS_DEVICE_REBOOT_REQ, 77).code, static_cast<unsigned>(ZVS_GVX_DEV_UN_SUPPORT));
+}
+
+TEST_F(GatewayTest, OpeningOfTheMainServiceLinkWarnsOfNothing) {
+    EXPECT_TRUE(log->WaitFor("cmd[0xdc11], "));
+    EXPECT_TRUE(log->WaitFor("cmd[0x0da9], "));
+    EXPECT_TRUE(log->Contains(" alarms wait for their delivery."));
+    EXPECT_FALSE(log->Contains("No work for cmd"));
+    EXPECT_EQ(AskXml(NSS_ALARM_CONTRON_REQ, "").code, 0u) << "a peer that asks gets its answer";
+}
+
+TEST_F(GatewayTest, DevicesAndWhatTheyLeaveAreBounded) {
+    constexpr auto kFail = static_cast<unsigned>(ZVS_FAIL);
+    gateway->Context().binder.SetMaxDevices(1);
+    for (int i = 0; i < 5; ++i) {
+        const std::string code = "<DevCode>X" + std::to_string(i) + "</DevCode>";
+        EXPECT_NE(AskXml(NSS_ADD_MAIN_DEV_REQ, code + "<PluginName>nobody</PluginName>").code, 0u);
+    }
+    ASSERT_EQ(AddDevice("CAM1").code, 0u) << "what cannot succeed takes no place";
+    const Answer tooMany = AddDevice("CAM2");
+    EXPECT_EQ(tooMany.code, kFail);
+    EXPECT_NE(tooMany.text.find("MAX_DEVICE_NUM"), std::string::npos) << tooMany.text;
+    EXPECT_EQ(AddDevice("CAM1").code, static_cast<unsigned>(ZVS_GVX_DEV_EXIST));
+    ASSERT_EQ(DeleteDevice("CAM1").code, 0u);
+    const Answer tooSoon = AddDevice("CAM2");
+    EXPECT_EQ(tooSoon.code, kFail);
+    EXPECT_NE(tooSoon.text.find("has to wait"), std::string::npos) << tooSoon.text;
+    EXPECT_EQ(AddDevice("CAM1").code, 0u) << "who comes back has its place";
+}
+
+TEST_F(GatewayTest, MainServiceIsToldThePlugins) {
+    while (const auto frame = peer->ReadFrame()) {
+        if (frame->head.usiMsgType == NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ) {
+            EXPECT_NE(frame->body.find(R"("PluginName":"moody")"), std::string::npos) << frame->body;
+            return;
+        }
+    }
+    FAIL() << "no list of plug-ins came";
+}
+
+TEST_F(GatewayTest, ReportOfAPluginIsHandledInItsDevicesQueue) {
+    ASSERT_EQ(AddDevice("CAM1").code, 0u);
+    moody.Report("CAM1", 3);
+    EXPECT_TRUE(log->WaitFor("plug-in moody reports an exception of type 3. [dev:CAM1]"));
+    moody.Report("NOBODY", 4);
+    EXPECT_TRUE(log->Contains("[dev:NOBODY] report of type 4 is lost."));
+}
+
+TEST_F(GatewayTest, PortOfTheMediaUnitOpensItsLink) {
+    FakeListener mediaUnit;
+    auto scu = FakePeer::Connect(gateway->Port());
+    ASSERT_NE(scu, nullptr);
+    ASSERT_EQ(scu->Register("SCU#900"), 0u);
+    ASSERT_TRUE(log->WaitFor("SCU link id is SCU#900"));
+    const std::string answer = "<Content><LinkID>SCU#900</LinkID><MUPort>" + std::to_string(mediaUnit.Port()) +
+                               "</MUPort></Content>";
+    ASSERT_TRUE(peer->SendFrame(NSS_NOTIFY_LINK_PORT_TO_GVX_RSP, 5, "t", 0,
+                                FakePeer::MakeItem(NSS_TAG_XML_CONTENT, answer)));
+    const auto mu = mediaUnit.Accept();
+    ASSERT_NE(mu, nullptr) << log->Dump();
+    EXPECT_EQ(mu->AnswerRegistration("MU#900").substr(0, 4), "GVX#");
+}

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include "gateway/gateway.h"
+#include "plugins_bad/moody_plugin.h"
+#include "support/fake_peer.h"
+#include "support/recording_logger.h"
+#include "support/temp_folder.h"
+
+// Where the build puts the plug-ins that misbehave.
+std::string BadPluginDir();
+
+// A configuration folder, and the options that name it.
+class GatewayFolder {
+public:
+    explicit GatewayFolder(const std::string& settings = std::string());
+
+    gvx::GatewayOptions Options() const;
+    std::string Path() const { return m_folder.Path(); }
+    const TempFolder& Folder() const { return m_folder; }
+
+private:
+    TempFolder m_folder;
+    ScopedEnvironment m_root;
+    ScopedEnvironment m_configDir;
+};
+
+// The plug-in "moody" of this process, once a gateway has loaded it.
+class Moody {
+public:
+    void Find();
+    void Release(bool release) const { m_release(release); }
+    int Alive() const { return m_alive(); }
+    int Refused() const { return m_refused(); }
+    void Report(const char* device, unsigned short type) const { m_report(device, type); }
+
+private:
+    MoodyReleaseFunc m_release = nullptr;
+    MoodyAliveFunc m_alive = nullptr;
+    MoodyRefusedFunc m_refused = nullptr;
+    MoodyReportFunc m_report = nullptr;
+};
+
+struct Answer {
+    std::uint32_t code = ~0u;  // ~0: none came
+    std::string text;          // the XML or JSON body
+    Json::Value json;          // the JSON body, null for XML
+};
+
+// A running gateway with the plug-in "moody", linked to a main service that the test plays.
+class GatewayTest : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Sends a request and waits for its answer; other frames are passed over.
+    Answer AskXml(std::uint16_t type, const std::string& content);
+    Answer AskJson(std::uint16_t type, const std::string& json);
+    // The two halves, for requests that overlap.
+    std::uint32_t SendXml(std::uint16_t type, const std::string& content);
+    std::uint32_t SendJson(std::uint16_t type, const std::string& json);
+    Answer WaitAnswer(std::uint16_t type, std::uint32_t seq);
+
+    Answer AddDevice(const std::string& device, const std::string& moods = std::string());
+    Answer DeleteDevice(const std::string& device);
+    // Over UDP to a port where nobody listens.
+    Answer Start(const std::string& device, const std::string& stream, const std::string& more = std::string());
+    Answer Stop(const std::string& device, const std::string& stream);
+
+    ScopedRecordingLogger log;
+    // Nothing expires, so that no test depends on the machine's speed.
+    GatewayFolder folder{
+        "GVX_PLUGIN_LIST=moody\nGVX_PLUGIN_CALL_LIMIT=1\n[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\n"};
+    std::unique_ptr<gvx::Gateway> gateway;
+    std::unique_ptr<FakePeer> peer;
+    Moody moody;
+    bool stopped = false;  // the test has stopped the gateway itself
+
+private:
+    std::uint32_t Send(std::uint16_t type, const std::string& body);
+
+    std::uint32_t m_seq = 100;
+};

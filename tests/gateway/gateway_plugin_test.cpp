@@ -1,0 +1,160 @@
+#include "gateway/gateway_fixture.h"
+
+#include "base/zvs_error.h"
+#include "nss/nss_msg_type.h"
+#include "support/wait_until.h"
+
+namespace {
+
+constexpr unsigned kThrew = ZVS_GVX_PLUGIN_EXCEPTION;
+constexpr unsigned kError = ZVS_GVX_UNAUTHORIZED;  // what a moody operation answers
+
+}  // namespace
+
+TEST_F(GatewayTest, DeviceWhosePluginFailsWhileItIsMadeIsUndone) {
+    const char* operations[] = {"CreateDevice", "Init", "GetDeviceAbility", "CreateLens", "LensInit"};
+    for (const std::string operation : operations) {
+        EXPECT_EQ(AddDevice("CAM1", operation + "=error").code, kError) << operation;
+        EXPECT_EQ(AddDevice("CAM1", operation + "=throw").code, kThrew) << operation;
+        EXPECT_EQ(AddDevice("CAM1", operation + "=throw-int").code, kThrew) << operation;
+        EXPECT_EQ(moody.Alive(), 0) << operation;
+        EXPECT_TRUE(log->Contains("of device CAM1 threw: moody in " + operation));
+    }
+    EXPECT_TRUE(log->Contains("plug-in moody: CreateDevice of device CAM1 failed."));
+    EXPECT_TRUE(log->Contains("plug-in moody: Init of device CAM1 threw: not a std::exception"));
+    EXPECT_NE(AddDevice("CAM1", "CreateDevice=null").code, 0u);
+    EXPECT_NE(AddDevice("CAM1", "CreateLens=null").code, 0u);
+    EXPECT_EQ(moody.Alive(), 0);
+    EXPECT_EQ(AddDevice("CAM1").code, 0u);
+}
+
+TEST_F(GatewayTest, StreamWhosePluginFailsWhileItStartsIsUndone) {
+    struct Row {
+        const char* moods;
+        unsigned code;
+    };
+    const Row rows[] = {
+        {"CreateStreamParam=throw", ZVS_ALLOC_MEMORY_ERROR}, {"CreateStreamParam=null", ZVS_ALLOC_MEMORY_ERROR},
+        {"NegotiateStreamParam=error", kError},              {"NegotiateStreamParam=throw", kThrew},
+        {"CheckSpecialCase=error", kError},                  {"CheckSpecialCase=throw", kThrew},
+        {"StartStream=error", kError},                       {"StartStream=error-later", kError},
+    };
+    ASSERT_EQ(AddDevice("GOOD").code, 0u);
+    for (const Row& row : rows) {
+        ASSERT_EQ(AddDevice("CAM1", row.moods).code, 0u);
+        const Answer answer = Start("CAM1", "live");
+        EXPECT_EQ(answer.code, row.code) << row.moods;
+        EXPECT_FALSE(answer.json["Reason"].asString().empty()) << row.moods;
+        EXPECT_EQ(Stop("CAM1", "live").code, static_cast<unsigned>(ZVS_GVX_STREAM_NOT_EXIST));
+        EXPECT_EQ(Start("GOOD", "live").code, 0u) << "the identifier is free again";
+        EXPECT_EQ(Stop("GOOD", "live").code, 0u);
+        EXPECT_EQ(DeleteDevice("CAM1").code, 0u);
+    }
+    EXPECT_EQ(moody.Alive(), 3) << "the good device with its two lenses";
+}
+
+TEST_F(GatewayTest, PluginThatFailsWhileItsDeviceGoesDoesNotKeepIt) {
+    for (const std::string mood : {"error", "throw"}) {
+        ASSERT_EQ(AddDevice("CAM1", "Uninit=" + mood + " ClearAdapterInfo=" + mood + " RequestKeyframe=" + mood).code,
+                  0u);
+        ASSERT_EQ(Start("CAM1", "live").code, 0u);
+        EXPECT_EQ(AskJson(NSS_GET_IFRAME_REQ, R"({"DevCode":"CAM1","ServiceID":"live"})").code,
+                  mood == "throw" ? kThrew : kError);
+        EXPECT_EQ(DeleteDevice("CAM1").code, 0u);
+        EXPECT_EQ(moody.Alive(), 0);
+    }
+}
+
+// A hung operation holds up its own device; the others go on, the log names it, and the stop leaves it behind.
+TEST_F(GatewayTest, PluginThatHangsHarmsItsOwnDeviceAlone) {
+    ASSERT_EQ(AddDevice("STUCK", "StopStream=hang").code, 0u);
+    ASSERT_EQ(AddDevice("GOOD").code, 0u);
+    ASSERT_EQ(Start("STUCK", "stuck").code, 0u);
+    const std::uint32_t stop = SendJson(NSS_STOP_STREAM_REQ, R"({"DevCode":"STUCK","ServiceID":"stuck"})");
+    ASSERT_EQ(Start("GOOD", "live").code, 0u);
+    ASSERT_EQ(Stop("GOOD", "live").code, 0u);
+    ASSERT_TRUE(log->WaitFor("plug-in moody: StopStream of device STUCK has not returned for")) << log->Dump();
+    EXPECT_EQ(AddDevice("MORE").code, 0u);
+
+    moody.Release(true);
+    EXPECT_EQ(WaitAnswer(NSS_STOP_STREAM_REQ, stop).code, 0u);
+    EXPECT_EQ(DeleteDevice("STUCK").code, 0u);
+}
+
+TEST_F(GatewayTest, RequestThatFindsTheQueueFullIsAnsweredAtOnce) {
+    constexpr int kRequests = 540;
+    const std::string stuck = R"({"DevCode":"STUCK","ServiceID":"stuck"})";
+    ASSERT_EQ(AddDevice("STUCK", "RequestKeyframe=hang").code, 0u);
+    ASSERT_EQ(Start("STUCK", "stuck").code, 0u);
+    for (int i = 0; i < kRequests; ++i) {
+        SendJson(NSS_GET_IFRAME_REQ, stuck);
+    }
+    int refused = 0;
+    int served = 0;
+    while (refused + served < kRequests) {
+        const auto frame = peer->ReadFrame();
+        ASSERT_TRUE(frame.has_value()) << refused << " refused, " << served << " served";
+        if (frame->head.usiMsgType == NSS_GET_IFRAME_RSP) {
+            frame->head.uiRspCode == 0 ? ++served : ++refused;
+            moody.Release(true);  // while the device hangs, refusals alone are answers
+        }
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_GE(served, 512);
+    EXPECT_TRUE(log->Contains("cmd[0x0504] finds no room. [dev:STUCK, link:GVX#900]"));
+}
+
+TEST_F(GatewayTest, StopNamesAndLeavesWhatHangs) {
+    ASSERT_EQ(AddDevice("STUCK", "StopStream=hang").code, 0u);
+    ASSERT_EQ(AddDevice("GOOD").code, 0u);
+    ASSERT_EQ(Start("STUCK", "stuck").code, 0u);
+    ASSERT_EQ(Start("GOOD", "live").code, 0u);
+    EXPECT_FALSE(gateway->Stop());
+    EXPECT_TRUE(log->Contains("plug-in moody: StopStream of device STUCK has not returned for"));
+    EXPECT_FALSE(gateway->Context().devices.Contains("GOOD")) << "the others are torn down";
+    moody.Release(true);
+    ASSERT_TRUE(gateway->Context().work.WaitIdle(std::chrono::seconds(20)));
+    EXPECT_TRUE(WaitUntil([this] { return moody.Alive() == 0; }));
+    gateway->Release();
+    stopped = true;
+}
+
+TEST_F(GatewayTest, StopThatThrowsFindsItsObjectsStillThere) {
+    ASSERT_EQ(AddDevice("WILD", "thread=endless StopStream=throw").code, 0u);
+    ASSERT_EQ(Start("WILD", "wild").code, 0u);
+    const Answer stop = Stop("WILD", "wild");
+    EXPECT_EQ(stop.code, kThrew);
+    EXPECT_FALSE(stop.json["Reason"].asString().empty());
+    EXPECT_EQ(DeleteDevice("WILD").code, 0u);
+    EXPECT_TRUE(log->Contains("plug-in moody: it may still use device WILD, its objects are kept."));
+    EXPECT_EQ(AddDevice("WILD").code, 0u) << "the platform may go on with the device";
+    EXPECT_EQ(Start("WILD", "wild").code, 0u);
+    EXPECT_FALSE(gateway->Stop()) << "what is left behind forbids an end through destructors";
+    moody.Release(true);
+    EXPECT_TRUE(WaitUntil([this] { return moody.Alive() == 3; })) << "the device and lenses left behind, no thread";
+    gateway->Release();
+    stopped = true;
+}
+
+TEST_F(GatewayTest, StopNeverGoesOnWhileWorkRuns) {
+    {
+        const gvx::RunningWork::Scope running(gateway->Context().work, NSS_START_STREAM_REQ, "CAM1");
+        EXPECT_FALSE(gateway->Stop());
+        EXPECT_TRUE(log->Contains("cmd[0x0501] of device CAM1 is left behind: it is still being served."));
+    }
+    gateway->Release();
+    stopped = true;
+}
+
+TEST_F(GatewayTest, StopWithStreamsAndLinksOpenIsClean) {
+    for (int i = 0; i < 12; ++i) {
+        const std::string device = "CAM" + std::to_string(i);
+        ASSERT_EQ(AddDevice(device).code, 0u);
+        ASSERT_EQ(Start(device, "live" + std::to_string(i)).code, 0u);
+    }
+    const int before = moody.Alive();
+    EXPECT_GE(before, 12 * 3);
+    EXPECT_TRUE(gateway->Stop()) << log->Dump();
+    stopped = true;
+    EXPECT_TRUE(peer->ReadUntilClosed());
+}

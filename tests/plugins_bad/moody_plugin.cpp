@@ -1,0 +1,251 @@
+#include "moody_plugin.h"
+
+#include "base/bounded_string.h"
+#include "gvx_common/adapter/gvx_adapter_defaults.h"
+#include "gvx_common/adapter/gvx_plugin.h"
+#include "gvx_common/media/stream_param.h"
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include <ace/Message_Block.h>
+
+// A camera that sends numbered packets, unless the device's extend text says otherwise: "operation=mood", parted by
+// blanks. Moods: throw, throw-int, error, hang, null; "StartStream=error-later": the thread sends already.
+// "thread=endless": the thread goes on sending whatever StopStream answers; "thread=inline": StartStream sends its
+// first packet itself.
+
+namespace {
+
+std::atomic<bool> g_release{false};
+std::atomic<int> g_alive{0};
+std::atomic<int> g_refused{0};
+std::atomic<ADAPTER_COMMON_MESSAGE_CALLBACK*> g_report{nullptr};
+
+class Alive {
+public:
+    Alive() { ++g_alive; }
+    ~Alive() { --g_alive; }
+    Alive(const Alive&) = delete;
+    Alive& operator=(const Alive&) = delete;
+};
+
+using Moods = std::map<std::string, std::string>;
+
+Moods ReadMoods(const std::string& text) {
+    Moods moods;
+    std::size_t at = 0;
+    while (at < text.size()) {
+        const std::size_t end = std::min(text.find(' ', at), text.size());
+        const std::string word = text.substr(at, end - at);
+        const std::size_t cut = word.find('=');
+        if (cut != std::string::npos) {
+            moods[word.substr(0, cut)] = word.substr(cut + 1);
+        }
+        at = end + 1;
+    }
+    return moods;
+}
+
+std::string MoodOf(const Moods& moods, const char* operation) {
+    const auto mood = moods.find(operation);
+    return mood == moods.end() ? std::string() : mood->second;
+}
+
+int Act(const Moods& moods, const char* operation) {
+    const std::string mood = MoodOf(moods, operation);
+    if (mood == "throw") {
+        throw std::runtime_error("moody in " + std::string(operation));
+    }
+    if (mood == "throw-int") {
+        throw 42;
+    }
+    while (mood == "hang" && !g_release) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return mood == "error" ? ZVS_GVX_UNAUTHORIZED : 0;
+}
+
+// All that a thread needs to send: it may outlive its stream.
+struct Sender {
+    void* userInfo;
+    SEND_STREAM_FUNC* func;
+    bool overTcp;
+    STREAM_TYPE_EX type;
+
+    void Send(std::uint16_t number) const {
+        std::string packet(4 + 12 + 100, 'v');
+        packet[0] = '$';
+        packet[2] = 0;
+        packet[3] = 112;
+        packet[4] = static_cast<char>(0x80);
+        packet[5] = 99;
+        packet[6] = static_cast<char>(number >> 8);
+        packet[7] = static_cast<char>(number);
+        MEDIA_DATA data{};
+        data.pUserInfo = userInfo;
+        data.pDataBuf = overTcp ? packet.data() : packet.data() + 4;
+        data.nVideoSize = static_cast<std::uint32_t>(packet.size() - (overTcp ? 0 : 4));
+        data.eTransProtocol = overTcp ? RTP_OVER_TCP : RTP_OVER_UDP;
+        STREAM_TYPE_EX packetType = type;
+        g_refused += func(&data, &packetType) == ZVS_GVX_OPEN_SOCKET_ERROR;
+    }
+    void SendUntil(const std::atomic<bool>& end) const {
+        const Alive alive;
+        for (std::uint16_t number = 1; !end; ++number) {
+            Send(number);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    }
+};
+
+class MoodyLens : public CAdapterLensDefaults {
+public:
+    MoodyLens(const char* id, short channel, CAdapterDevBase& parent, Moods moods)
+        : CAdapterLensDefaults(id, channel, parent), m_moods(std::move(moods)) {}
+    ~MoodyLens() override { EndThread(); }
+
+    int Init() override { return Act(m_moods, "LensInit"); }
+    int Uninit() override { return Act(m_moods, "Uninit"); }
+
+    CStreamParam* CreateStreamParam(const std::string& serviceID) override {
+        Act(m_moods, "CreateStreamParam");
+        return MoodOf(m_moods, "CreateStreamParam") == "null" ? nullptr
+                                                              : CAdapterLensDefaults::CreateStreamParam(serviceID);
+    }
+    int NegotiateStreamParam(CStreamParam* param) override {
+        param->m_nVideoFormat = VIDEO_DEC_H264;
+        param->m_nVideoPayLoadType = 99;
+        param->m_nAudioFormat = GVX_AUDIO_FORMAT_G711A;
+        param->m_nAudioPayLoadType = 8;
+        return Act(m_moods, "NegotiateStreamParam");
+    }
+    int CheckSpecialCase(CStreamParam*) override { return Act(m_moods, "CheckSpecialCase"); }
+    int RequestKeyframe(CStreamParam*) override { return Act(m_moods, "RequestKeyframe"); }
+
+    int StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* param, bool) override {
+        const int code = Act(m_moods, "StartStream");
+        if (code != 0) {
+            return code;
+        }
+        EndThread();
+        m_end = false;
+        const Sender sender{userInfo, func, param->m_nDstTransProtocol == RTP_OVER_TCP,
+                            static_cast<STREAM_TYPE_EX>(param->m_nStreamID)};
+        if (MoodOf(m_moods, "thread") == "inline") {
+            sender.Send(0);
+        }
+        if (MoodOf(m_moods, "thread") == "endless") {
+            std::thread([sender] { sender.SendUntil(g_release); }).detach();
+        } else {
+            m_thread = std::thread([this, sender] { sender.SendUntil(m_end); });
+        }
+        return MoodOf(m_moods, "StartStream") == "error-later" ? ZVS_GVX_UNAUTHORIZED : 0;
+    }
+    int StopStream(CStreamParam*, bool) override {
+        const int code = Act(m_moods, "StopStream");
+        EndThread();
+        return code;
+    }
+
+private:
+    void EndThread() {
+        m_end = true;
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+
+    const Moods m_moods;
+    const Alive m_alive;
+    std::atomic<bool> m_end{false};
+    std::thread m_thread;
+};
+
+class MoodyDevice : public CAdapterDevDefaults {
+public:
+    explicit MoodyDevice(Moods moods) : m_moods(std::move(moods)) {}
+
+    int Init() override { return Act(m_moods, "Init"); }
+    int ClearAdapterInfo() override { return Act(m_moods, "ClearAdapterInfo"); }
+    int GetDeviceAbility(GVX_DEVICE_ABILITY_INFO& ability) override {
+        GVX_CHANNEL_ABILITY_INFO channel;
+        channel.nVideoFormat = VIDEO_DEC_H264;
+        channel.nWidth = 640;
+        channel.nHeight = 360;
+        ability.channels.push_back(channel);
+        channel.nChannelId = 1;
+        ability.channels.push_back(channel);
+        return Act(m_moods, "GetDeviceAbility");
+    }
+    int CreateLens(const char* id, const short& channel, CAdapterDevBase*& parent, CAdapterLensBase*& lens) override {
+        const int code = Act(m_moods, "CreateLens");
+        // The second lens is the one that fails: the first has to be undone.
+        if (MoodOf(m_moods, "CreateLens") == "null" && channel == 1) {
+            return 0;
+        }
+        lens = code == 0 ? new (std::nothrow) MoodyLens(id, channel, *parent, m_moods) : nullptr;
+        return code;
+    }
+
+private:
+    const Moods m_moods;
+    const Alive m_alive;
+};
+
+class MoodySdk : public CAdapterSdkBase {
+public:
+    bool Init(const char*) override { return true; }
+    int CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) override {
+        const Moods moods = ReadMoods(info.strExtend);
+        const int code = Act(moods, "CreateDevice");
+        if (code == 0 && MoodOf(moods, "CreateDevice") != "null") {
+            device = new (std::nothrow) MoodyDevice(moods);
+        }
+        return code;
+    }
+    void SetCommonMessageCallback(ADAPTER_COMMON_MESSAGE_CALLBACK* callback) override { g_report = callback; }
+};
+
+}  // namespace
+
+const GvxPluginDescription* GvxDescribePlugin() {
+    static const GvxPluginDescription description{GVX_PLUGIN_ABI_VERSION, BAD_PLUGIN_NAME, "1", "tests"};
+    return &description;
+}
+
+CAdapterSdkBase* GvxCreateAdapter() {
+    return new (std::nothrow) MoodySdk;
+}
+
+void GvxDestroyAdapter(CAdapterSdkBase* adapter) {
+    g_report = nullptr;
+    delete adapter;
+}
+
+GVX_PLUGIN_EXPORT void MoodyRelease(bool release) {
+    g_release = release;
+}
+
+GVX_PLUGIN_EXPORT int MoodyAlive() {
+    return g_alive;
+}
+
+GVX_PLUGIN_EXPORT int MoodyRefused() {
+    return g_refused;
+}
+
+GVX_PLUGIN_EXPORT void MoodyReport(const char* device, unsigned short type) {
+    ADAPTER_COMMON_MESSAGE message{};
+    message.ExceptionType = type;
+    strncpy_s(message.chDevId, sizeof(message.chDevId), device, sizeof(message.chDevId) - 1);
+    if (ADAPTER_COMMON_MESSAGE_CALLBACK* report = g_report) {
+        report(message);
+    }
+}
