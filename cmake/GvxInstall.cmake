@@ -1,0 +1,27 @@
+# The installed package: libraries, the headers that plug-in authors and integrators compile against, the programs, the
+# default configuration, and the files by which CMake and pkg-config find them.
+include(CMakePackageConfigHelpers)
+
+set(GVX_PLUGIN_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/gvx/plugins)
+
+install(TARGETS gvx_base gvx_nss gvx_bp gvx_common EXPORT gvx_commonTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS gvxd gvxctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS gvx_plugin_file LIBRARY DESTINATION ${GVX_PLUGIN_INSTALL_DIR})
+
+install(DIRECTORY src/base src/nss src/bp src/gvx_common DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gvx
+  FILES_MATCHING PATTERN "*.h" PATTERN "*.inc")
+install(FILES ${PROJECT_BINARY_DIR}/generated/nss/nss_msg_type_enumerators.inc
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gvx/nss)
+install(DIRECTORY conf/ DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/gvx)
+
+install(EXPORT gvx_commonTargets NAMESPACE gvx:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/gvx_common)
+configure_package_config_file(cmake/gvx_common-config.cmake.in ${CMAKE_BINARY_DIR}/gvx_common-config.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/gvx_common)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/gvx_common-config-version.cmake
+  VERSION ${PROJECT_VERSION} COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/gvx_common-config.cmake ${CMAKE_BINARY_DIR}/gvx_common-config-version.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/gvx_common)
+
+configure_file(cmake/gvx_common.pc.in ${CMAKE_BINARY_DIR}/gvx_common.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/gvx_common.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

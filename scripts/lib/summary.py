@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+"""Judges a run: reads what its steps left in DIR, prints the table, writes DIR/summary.json.
+
+Exits 0 when every row is right. A figure that is missing makes its row wrong.
+"""
+import json
+import pathlib
+import sys
+
+STOP_LIMIT_MS = 2000
+LINKS = ["main service", "SCU", "OMU", "MU"]
+REQUESTS = {
+    "NSS_ADD_MAIN_DEV_REQ": ("device added", 1),
+    "NSS_START_STREAM_REQ": ("streams started", 2),
+    "NSS_GET_IFRAME_REQ": ("key frame asked for", 2),
+    "NSS_STOP_STREAM_REQ": ("streams stopped", 2),
+    "NSS_DEL_MAIN_DEV_REQ": ("device deleted", 1),
+}
+
+
+def read_json(path):
+    try:
+        return json.loads(path.read_text())
+    except (OSError, ValueError):
+        return {}
+
+
+def read_facts(path):
+    facts = {}
+    for line in path.read_text().splitlines():
+        name, _, value = line.partition("=")
+        facts[name] = int(value) if value.lstrip("-").isdigit() else value
+    return facts
+
+
+class Table:
+    """Rows of (what, figure, right or wrong)."""
+
+    def __init__(self):
+        self.rows = []
+
+    def add(self, what, figure, good):
+        self.rows.append({"what": what, "figure": str(figure), "ok": bool(good)})
+
+    def show(self):
+        widths = [max(len(row[key]) for row in self.rows) for key in ("what", "figure")]
+        for row in self.rows:
+            verdict = "ok" if row["ok"] else "WRONG"
+            print(f"{row['what']:<{widths[0]}}  {row['figure']:<{widths[1]}}  {verdict}")
+
+    def good(self):
+        return all(row["ok"] for row in self.rows)
+
+
+def add_answers(table, demo):
+    links = demo.get("links", [])
+    table.add("links", ", ".join(links) or "none", links == LINKS)
+    for request, (what, count) in REQUESTS.items():
+        answers = [answer for answer in demo.get("answers", []) if answer["request"] == request]
+        codes = [answer["code"] for answer in answers]
+        text = ", ".join(f"{answer['codeName']} in {answer['elapsedMs']:.1f} ms" for answer in answers)
+        table.add(what, text or "no answer", len(codes) == count and not any(codes))
+
+
+def add_stream(table, stream, name, facts):
+    got, sent = stream.get("received", {}), stream.get("sent") or {}
+    video, audio = got.get("video", {}), got.get("audio", {})
+    for media, counts, key in (("video", video, "VideoPackets"), ("audio", audio, "AudioPackets")):
+        packets, expected = counts.get("packets"), sent.get(key)
+        table.add(f"{name}: {media} packets", f"{packets} of {expected} sent", packets and packets == expected)
+    lost = [video.get("lost"), audio.get("lost"), sent.get("Dropped")]
+    wrong = [video.get(key) for key in ("late", "restarts", "droppedUnits", "badPayloads")] + [got.get("malformed")]
+    table.add(f"{name}: loss", f"{lost[0]} video, {lost[1]} audio, {lost[2]} dropped by gvxd", lost + wrong == [0] * 8)
+    frames, clip = video.get("frames"), facts.get("clip_frames")
+    table.add(f"{name}: frames", f"{frames} of {sent.get('VideoFrames')} sent, clip {clip}",
+              frames and frames == clip == sent.get("VideoFrames"))
+    add_decoded(table, f"{name}: decoded by ffmpeg", name.lower(), facts)
+
+
+def add_decoded(table, what, name, facts):
+    decoded, errors = facts.get(f"{name}_decoded"), facts.get(f"{name}_decode_errors")
+    same = facts.get(f"{name}_same_pictures")
+    figure = f"{decoded} frames, {errors} errors"
+    if same is not None:
+        figure += ", same pictures as the clip" if same else ", pictures differ from the clip"
+    table.add(what, figure, decoded == facts.get("clip_frames") and errors == 0 and same in (None, 1))
+
+
+def add_foreign_receivers(table, out, facts):
+    for name, title in (("ffmpeg", "ffmpeg receives by itself"), ("gstreamer", "GStreamer receives by itself")):
+        sent = (read_json(out / f"{name}_sent.json").get("body") or {}).get("VideoFrames")
+        table.add(f"{title}: sent", f"{sent} frames",
+                  sent == facts.get("clip_frames") and facts.get(f"{name}_commands_failed") == 0)
+        add_decoded(table, f"{title}: decoded", name, facts)
+
+
+def add_files(table, out):
+    clip, heard = (out / "clip" / "clip.alaw"), (out / "audio.alaw")
+    audio = heard.read_bytes() if heard.exists() else b""
+    # The stream ends with the video, so the last fraction of a second of audio may be missing.
+    whole = clip.stat().st_size
+    table.add("audio over UDP", f"{len(audio)} of {whole} bytes, unchanged",
+              len(audio) >= 0.9 * whole and clip.read_bytes().startswith(audio))
+    picture = out / "frame.png"
+    size = picture.stat().st_size if picture.exists() else 0
+    table.add("frame.png", f"{size} bytes", size > 1000)
+
+
+def main():
+    out = pathlib.Path(sys.argv[1])
+    facts, demo = read_facts(out / "run.facts"), read_json(out / "demo.json")
+    table = Table()
+    add_answers(table, demo)
+    streams = {stream["transport"]: stream for stream in demo.get("streams", [])}
+    for transport in ("udp", "tcp"):
+        add_stream(table, streams.get(transport, {}), transport.upper(), facts)
+    add_foreign_receivers(table, out, facts)
+    add_files(table, out)
+    stop_ms = facts.get("gateway_stop_ms")
+    table.add("gvxd stopped by SIGTERM", f"exit {facts.get('gateway_exit')} after {stop_ms} ms",
+              facts.get("gateway_exit") == 0 and isinstance(stop_ms, int) and stop_ms <= STOP_LIMIT_MS)
+    good = table.good() and demo.get("ok") is True and not {"demo_failed", "keep_failed"} & facts.keys()
+    summary = {"ok": good, "table": table.rows, "facts": facts, "demo": demo}
+    (out / "summary.json").write_text(json.dumps(summary, indent=2) + "\n")
+    for fault in demo.get("faults", []):
+        print(f"fault: {fault}")
+    print()
+    table.show()
+    print(f"{'all right' if good else 'NOT all right'}; files in {out}")
+    return 0 if good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

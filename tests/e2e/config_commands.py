@@ -1,0 +1,77 @@
+"""Settings of a running gateway, read and edited by gvxctl; the cloud's file; a password that reaches no log."""
+import re
+import subprocess
+import sys
+
+import gvx_e2e as e2e
+
+SECRET = "S3cr3t-pa55"
+
+
+def config(options, gateway, *arguments):
+    return subprocess.run([options.gvxctl, "config", arguments[0], "--gateway", str(gateway.port), *arguments[1:]],
+                          stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120, check=False)
+
+
+def check_edits(options, gateway):
+    shown = config(options, gateway, "get")
+    e2e.check(shown.returncode == 0 and "<ConfigName>MAX_CAPS</ConfigName>" in shown.stdout, f"get: {shown}")
+    e2e.check(len(re.findall("<ConfigInfo>", shown.stdout)) == 27, f"the document holds other settings: {shown.stdout}")
+    for flags in ([], ["--changed"]):
+        done = config(options, gateway, "set", "SERVICE_CAPACITY", "MAX_CAPS", "100" if flags else "99", *flags)
+        e2e.check(done.returncode == 0, f"set: {done}")
+    shown = config(options, gateway, "get", "SERVICE_CAPACITY").stdout
+    e2e.check("<ConfigValue>100</ConfigValue>" in shown, f"the edit does not show: {shown}")
+    refused = config(options, gateway, "set", "SERVICE_CAPACITY", "MAX_CAPS", "200")
+    e2e.check(refused.returncode == 1 and "200 is no value for MAX_CAPS." in refused.stderr, f"refusal: {refused}")
+    done = config(options, gateway, "set", "MESSAGE", "MU_NSS_TIMEOUT", "5")
+    e2e.check(done.returncode == 0, f"set MU_NSS_TIMEOUT: {done}")
+    e2e.check("MU_NSS_TIMEOUT=5\n" in (gateway.conf / "zvs_gvx.conf").read_text(), "the file does not follow")
+
+
+def check_password(options, gateway):
+    done = config(options, gateway, "set", "LOG_CFG", "Password", SECRET)
+    e2e.check(done.returncode == 0 and SECRET not in done.stdout + done.stderr, f"set Password: {done}")
+    shown = config(options, gateway, "get", "LOG_CFG").stdout
+    e2e.check("***" in shown and SECRET not in shown, f"the password shows: {shown}")
+    files = [path for path in gateway.folder.rglob("*") if path.is_file()]
+    found = [str(path) for path in files if SECRET.encode() in path.read_bytes()]
+    e2e.check(not found, f"the password stands in {found}")
+
+
+def check_cloud_file(gateway, file):
+    def write(inited):
+        file.write_text(f"<CloudConfig><inited>{inited}</inited><RunMode>0</RunMode></CloudConfig>")
+
+    def wait(text, count):
+        e2e.wait_until(lambda: len(gateway.lines(text)) == count, 20, f"{text}, {count} times")
+
+    write("true")
+    wait("The cloud side has taken over this gateway.", 1)
+    fresh = file.with_name("fresh.xml")
+    fresh.write_text("<CloudConfig><inited>false</inited></CloudConfig>")
+    fresh.rename(file)
+    wait("The cloud side has let go of this gateway.", 1)
+    file.unlink()
+    write("true")
+    wait("The cloud side has taken over this gateway.", 2)
+
+
+def run(options, folder, stack):
+    gateway = e2e.Gateway(options, folder, settings={"BAND_WIDTH": "1000"})
+    stack.callback(gateway.kill)
+    cloud = folder / "root" / "home" / "zvs_common" / "cloudconfig.xml"
+    cloud.parent.mkdir(parents=True)
+    cloud.write_text("<CloudConfig><inited>false</inited><RunMode>0</RunMode></CloudConfig>")
+    gateway.start()
+    alarms = gateway.lines("ParaName=BAND_WIDTH", "CurrentValue=1000,DefaultValue=256")
+    e2e.check(alarms, "an illegal setting is not alarmed")
+    e2e.check("1000" in config(options, gateway, "get", "SERVICE_CAPACITY").stdout, "and does not stay in force")
+    check_edits(options, gateway)
+    check_password(options, gateway)
+    check_cloud_file(gateway, cloud)
+    gateway.stop()
+
+
+if __name__ == "__main__":
+    sys.exit(e2e.main(run))

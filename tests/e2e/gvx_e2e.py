@@ -1,0 +1,379 @@
+"""What the end-to-end scripts share: the gateway as a process, peers of its links, clips, and checks.
+
+The peers are written here a second time, on plain sockets, so that a fault in gvxctl cannot hide one in gvxd.
+"""
+import argparse
+import contextlib
+import json
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+
+HEAD = struct.Struct(">HHII64sI32sI")
+assert HEAD.size == 116
+
+REGISTER, KEEPALIVE, RESPONSE = 0x0000, 0x0002, 0x9000
+ADD_DEV, DEL_DEV, PORT_QUERY = 0x0109, 0x0110, 0x02D4
+START_STREAM, STOP_STREAM, GET_IFRAME = 0x0501, 0x0503, 0x0504
+TAG_XML, TAG_JSON = 1, 7
+ZVS_GVX_DEV_NOT_EXIST = 189108041
+
+
+class Failure(Exception):
+    pass
+
+
+def check(good, text):
+    if not good:
+        raise Failure(text)
+
+
+def wait_until(condition, seconds, text):
+    """Polls until condition() is true and gives its value."""
+    end = time.monotonic() + seconds
+    while True:
+        value = condition()
+        if value:
+            return value
+        check(time.monotonic() < end, f"in {seconds:.0f} s not: {text}")
+        time.sleep(0.02)
+
+
+# Frames
+
+def frame(kind, seq=0, tag=None, body=b"", code=0, trans=b"", trace=0, length=None):
+    item = b"" if tag is None else struct.pack(">HI", tag, len(body)) + body
+    size = HEAD.size + len(item) if length is None else length
+    return HEAD.pack(0x0100, kind, seq, trace, trans, code, b"", size) + item
+
+
+class Message:
+    def __init__(self, data):
+        _, self.kind, self.seq, self.trace, trans, self.code, _, _ = HEAD.unpack(data[: HEAD.size])
+        self.trans = trans.rstrip(b"\0")
+        self.body = data[HEAD.size + 6:]
+
+    def json(self):
+        return json.loads(self.body)
+
+
+class Peer:
+    """One side of one link. Keep-alives are answered while it reads."""
+
+    def __init__(self, sock):
+        self.sock = sock
+        self.data = b""
+        self.seq = 10
+        self.on_request = lambda message: None
+
+    @classmethod
+    def connect(cls, port, receive_buffer=None):
+        sock = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+        if receive_buffer:
+            sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
+        sock.settimeout(10)
+        sock.connect(("127.0.0.1", port))
+        return cls(sock)
+
+    @classmethod
+    def linked(cls, port, link_id, **options):
+        peer = cls.connect(port, **options)
+        peer.send(frame(REGISTER, 1, TAG_JSON, json.dumps({"LinkID": link_id}).encode()))
+        answer = peer.receive(30)
+        check(answer.kind == RESPONSE and answer.code == 0, f"{link_id} was not registered: code {answer.code}")
+        check(answer.json()["LinkID"] == "GVX#001", f"the gateway calls itself {answer.body!r}")
+        return peer
+
+    @property
+    def local_port(self):
+        return self.sock.getsockname()[1]
+
+    def send(self, data):
+        self.sock.sendall(data)
+
+    def receive(self, seconds):
+        """The next frame that is no keep-alive."""
+        message = self.receive_if_any(seconds)
+        check(message, f"no frame within {seconds:.0f} s")
+        return message
+
+    def receive_if_any(self, seconds):
+        end = time.monotonic() + seconds
+        while True:
+            message = self._next(end)
+            if message is None or message.kind not in (KEEPALIVE, KEEPALIVE + RESPONSE):
+                return message
+            if message.kind == KEEPALIVE:
+                self.send(frame(KEEPALIVE + RESPONSE, message.seq))
+
+    def keeps_alive(self, seconds=60):
+        """Asks whether the gateway is there and waits for its word."""
+        self.seq += 1
+        self.send(frame(KEEPALIVE, self.seq))
+        end = time.monotonic() + seconds
+        while True:
+            message = self._next(end)
+            check(message, f"no answer to a keep-alive within {seconds} s")
+            if message.kind == KEEPALIVE + RESPONSE and message.seq == self.seq:
+                return
+
+    def _next(self, end):
+        """The next frame of any kind; None when the time runs out."""
+        while True:
+            message = self._cut()
+            if message is not None:
+                return message
+            self.sock.settimeout(max(0.001, end - time.monotonic()))
+            try:
+                data = self.sock.recv(65536)
+            except socket.timeout:
+                return None
+            check(data, "the gateway closed the link")
+            self.data += data
+
+    def _cut(self):
+        if len(self.data) < HEAD.size:
+            return None
+        length = HEAD.unpack(self.data[: HEAD.size])[7]
+        check(length >= HEAD.size, f"a frame of {length} bytes")
+        if len(self.data) < length:
+            return None
+        message, self.data = Message(self.data[:length]), self.data[length:]
+        return message
+
+    def request(self, kind, tag, body, seconds=60):
+        """Sends a request and waits for its response; other requests that come meanwhile go to on_request."""
+        self.seq += 1
+        trans = b"e2e-%d" % self.seq
+        self.send(frame(kind, self.seq, tag, body, trans=trans))
+        while True:
+            message = self.receive(seconds)
+            if message.kind == kind + RESPONSE and message.trans == trans:
+                return message
+            if message.kind < RESPONSE:
+                self.on_request(message)
+
+    def must(self, kind, tag, body):
+        response = self.request(kind, tag, body)
+        check(response.code == 0, f"0x{kind:04x} was refused with {response.code}: {response.body!r}")
+        return response
+
+    def add_device(self, dev, extend):
+        body = (f"<Content><DevCode>{dev}</DevCode><PluginName>file</PluginName><FormType>1</FormType>"
+                f"<Extend>{json.dumps(extend)}</Extend></Content>")
+        return self.must(ADD_DEV, TAG_XML, body.encode())
+
+    def start_stream(self, dev, service, video_port, audio_port=0, protocol=1):
+        body = {"DevCode": dev, "ServiceID": service, "StreamType": 0, "Protocol": protocol, "DstIP": "127.0.0.1",
+                "DstVideoPort": video_port, "Audio": audio_port != 0}
+        if audio_port:
+            body["DstAudioPort"] = audio_port
+        return self.must(START_STREAM, TAG_JSON, json.dumps(body).encode())
+
+    def stop_stream(self, dev, service):
+        return self.must(STOP_STREAM, TAG_JSON, json.dumps({"DevCode": dev, "ServiceID": service}).encode()).json()
+
+    def is_answered(self):
+        """A request that changes nothing comes back."""
+        response = self.request(DEL_DEV, TAG_XML, b"<Content><DevCode>NOBODY</DevCode></Content>")
+        check(response.code == ZVS_GVX_DEV_NOT_EXIST, f"deleting nobody answered {response.code}")
+
+    def closed_within(self, seconds):
+        """Reads on until the gateway ends the connection."""
+        end = time.monotonic() + seconds
+        while time.monotonic() < end:
+            self.sock.settimeout(max(0.001, end - time.monotonic()))
+            try:
+                if not self.sock.recv(65536):
+                    return True
+            except socket.timeout:
+                return False
+            except OSError:
+                return True
+        return False
+
+
+class Platform:
+    """Main service, SCU, OMU and MU: every link that a gateway has."""
+
+    def __init__(self, port):
+        listener = socket.create_server(("127.0.0.1", 0))
+        listener.settimeout(60)
+        self.main = Peer.linked(port, "GVX#000")
+        self.main.on_request = lambda message: self._answer_port(message, listener.getsockname()[1])
+        self.scu = Peer.linked(port, "SCU#001")
+        self.omu = Peer.linked(port, "OMU#001")
+        self.port_told = False
+        while not self.port_told:
+            self.main.is_answered()
+        with listener:
+            self.mu = Peer(listener.accept()[0])
+        registration = self.mu.receive(30)
+        check(registration.kind == REGISTER, f"the MU link began with 0x{registration.kind:04x}")
+        self.mu.send(frame(RESPONSE, registration.seq, TAG_JSON, b'{"LinkID":"MU#001"}'))
+
+    def _answer_port(self, message, port):
+        if message.kind == PORT_QUERY:
+            body = f"<Content><LinkID>SCU#001</LinkID><MUPort>{port}</MUPort></Content>".encode()
+            self.main.send(frame(PORT_QUERY + RESPONSE, message.seq, TAG_XML, body, trans=message.trans))
+            self.port_told = True
+
+
+# Clips
+
+def run(*command, seconds=120):
+    done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=seconds,
+                          check=False)
+    check(done.returncode == 0, f"{command[0]} ended with {done.returncode}: {done.stderr[-2000:]}")
+    return done
+
+
+def make_clip(folder, codec="h264", seconds=2):
+    """A small clip with B-frames, H.264 with four slices a frame, and G.711A beside it."""
+    coder = {
+        "h264": ["libx264", "-preset", "veryfast", "-x264-params", "slices=4:bframes=2:b-adapt=0:keyint=25:scenecut=0"],
+        "h265": ["libx265", "-preset", "ultrafast", "-x265-params", "bframes=2:keyint=25:log-level=error"],
+    }[codec]
+    video, audio = folder / f"clip.{codec}", folder / "clip.alaw"
+    run("ffmpeg", "-nostdin", "-y", "-v", "error",
+        "-f", "lavfi", "-i", f"testsrc2=size=640x360:rate=25:duration={seconds}",
+        "-f", "lavfi", "-i", f"sine=frequency=440:sample_rate=8000:duration={seconds}",
+        "-map", "0:v", "-c:v", *coder, "-pix_fmt", "yuv420p", "-f", "hevc" if codec == "h265" else "h264", str(video),
+        "-map", "1:a", "-c:a", "pcm_alaw", "-ac", "1", "-f", "alaw", str(audio))
+    return video, audio
+
+
+def decoded_pictures(path):
+    """Checksums of the pictures that ffmpeg decodes, which must not complain."""
+    done = run("ffmpeg", "-nostdin", "-v", "error", "-i", str(path), "-map", "0:v", "-fps_mode", "passthrough", "-f",
+               "framemd5", "-")
+    check(not done.stderr.strip(), f"decoding {path.name}: {done.stderr[-1000:]}")
+    return [line.split()[-1] for line in done.stdout.splitlines() if not line.startswith("#")]
+
+
+# The gateway
+
+class Gateway:
+    """gvxd with a configuration folder of its own under `folder`."""
+
+    def __init__(self, options, folder, media=None, settings=None):
+        self.options, self.folder, self.port = options, folder, 0
+        self.conf, self.log_file = folder / "conf", folder / "gvxd.log"
+        shutil.copytree(options.conf, self.conf)
+        self._write_settings({"GVX_LISTEN_IP": "127.0.0.1", **(settings or {})})
+        if media is not None:
+            (self.conf / "plugins").mkdir(exist_ok=True)
+            (self.conf / "plugins" / "file.json").write_text(json.dumps({"media": media}))
+        self.process = None
+
+    def _write_settings(self, settings):
+        path = self.conf / "zvs_gvx.conf"
+        lines = path.read_text().splitlines()
+        for key, value in settings.items():
+            rows = [i for i, line in enumerate(lines) if line.startswith(key + "=")]
+            check(rows, f"the configuration has no key {key}")
+            lines[rows[0]] = f"{key}={value}"
+        path.write_text("\n".join(lines) + "\n")
+
+    def start(self):
+        self.port = self.port or free_port()
+        environment = {**os.environ, "GVX_ROOT": str(self.folder / "root")}
+        with open(self.folder / "gvxd_console.log", "ab") as console:
+            self.process = subprocess.Popen(
+                [self.options.gvxd, "--config-dir", str(self.conf), "--plugin-dir", self.options.plugin_dir,
+                 "--listen-port", str(self.port), "--log-file", str(self.log_file)],
+                stdin=subprocess.DEVNULL, stdout=console, stderr=console, env=environment)
+        wait_until(self._listens_or_ended, 30 * self.options.slow, "gvxd listens")
+        check(self.process.poll() is None, f"gvxd ended with {self.process.returncode}: {self.console()}")
+
+    def _listens_or_ended(self):
+        row = f":{self.port:04X} "
+        with open("/proc/net/tcp", encoding="ascii") as table:
+            listens = any(row in line[:40] and line.split()[3] == "0A" for line in table)
+        return listens or self.process.poll() is not None
+
+    def console(self):
+        return (self.folder / "gvxd_console.log").read_text(errors="replace")[-3000:]
+
+    def log(self):
+        return self.log_file.read_text(errors="replace") if self.log_file.exists() else ""
+
+    def lines(self, *parts):
+        return [line for line in self.log().splitlines() if all(part in line for part in parts)]
+
+    def check_alive(self):
+        check(self.process.poll() is None, f"gvxd ended with {self.process.poll()}: {self.console()}")
+
+    def memory_kib(self):
+        status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text(encoding="ascii")
+        return int(status.split("VmRSS:")[1].split()[0])
+
+    def stop(self, limit=2.0):
+        """SIGTERM; the exit code must be 0, which under a sanitizer also says that nothing leaked."""
+        begin = time.monotonic()
+        self.process.send_signal(signal.SIGTERM)
+        try:
+            code = self.process.wait(60 + limit * self.options.slow)
+        except subprocess.TimeoutExpired:
+            raise Failure("gvxd did not end after SIGTERM") from None
+        took = time.monotonic() - begin
+        check(code == 0, f"gvxd ended with {code}: {self.console()}")
+        check(took <= limit * self.options.slow, f"gvxd took {took:.2f} s to stop")
+        return took
+
+    def kill(self):
+        if self.process and self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def udp_sink():
+    sink = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sink.bind(("127.0.0.1", 0))
+    return sink
+
+
+def check_media_flows(sink, seconds, text):
+    sink.settimeout(seconds)
+    try:
+        packet = sink.recv(4096)
+    except socket.timeout:
+        raise Failure(f"no media: {text}") from None
+    check(len(packet) > 12 and packet[0] >> 6 == 2, f"no RTP: {packet[:16].hex()}")
+
+
+def parse_options():
+    parser = argparse.ArgumentParser()
+    for name in ("gvxd", "gvxctl", "plugin-dir", "conf"):
+        parser.add_argument(f"--{name}", required=True)
+    parser.add_argument("--slow", type=float, default=1, help="factor of every limit")
+    return parser.parse_args()
+
+
+def main(test):
+    """Runs test(options, folder, stack); what is on the stack is undone in any case."""
+    options = parse_options()
+    with tempfile.TemporaryDirectory(prefix="gvx_e2e_") as name, contextlib.ExitStack() as stack:
+        folder = pathlib.Path(name)
+        try:
+            test(options, folder, stack)
+        except (Failure, OSError, subprocess.SubprocessError) as fault:
+            print(f"FAILED: {fault}", file=sys.stderr)
+            log = folder / "gvxd.log"
+            if log.exists():
+                print("\n".join(log.read_text(errors="replace").splitlines()[-40:]), file=sys.stderr)
+            sys.exit(1)
+    print("passed")

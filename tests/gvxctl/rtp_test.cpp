@@ -1,0 +1,136 @@
+#include "gvxctl/rtp.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace gvxctl {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct Parsed {
+    bool good;
+    RtpPacket packet;
+    std::string reason;
+};
+
+Parsed Parse(const Bytes& bytes) {
+    // A copy of exact size, so that a read beyond the end shows under a sanitizer.
+    const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[bytes.size()]);
+    std::copy(bytes.begin(), bytes.end(), exact.get());
+    Parsed parsed{};
+    const char* reason = "";
+    parsed.good = ParseRtp(exact.get(), bytes.size(), parsed.packet, reason);
+    parsed.reason = reason;
+    return parsed;
+}
+
+TEST(Rtp, ReadsHeadAndPayload) {
+    const Parsed parsed = Parse({0x80, 0xE3, 0x12, 0x34, 0x01, 0x02, 0x03, 0x04, 0, 0, 0, 9, 0x65, 0x88});
+    ASSERT_TRUE(parsed.good) << parsed.reason;
+    EXPECT_EQ(parsed.packet.payloadType, kPayloadH264);
+    EXPECT_TRUE(parsed.packet.marker);
+    EXPECT_EQ(parsed.packet.seq, 0x1234);
+    EXPECT_EQ(parsed.packet.timestamp, 0x01020304u);
+    EXPECT_EQ(parsed.packet.ssrc, 9u);
+    EXPECT_EQ(parsed.packet.payloadLength, 2u);
+}
+
+TEST(Rtp, SkipsSourcesExtensionAndPadding) {
+    Bytes bytes = {0xB1, 0x08, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0, 0xAA, 0xAA, 0xAA, 0xAA};  // one contributing source
+    bytes.insert(bytes.end(), {'T', 'V', 0, 5});
+    bytes.insert(bytes.end(), 20, 0x55);
+    bytes.insert(bytes.end(), {0x11, 0x22, 0x33, 0x00, 0x02});  // three bytes and two of padding
+    const Parsed parsed = Parse(bytes);
+    ASSERT_TRUE(parsed.good) << parsed.reason;
+    EXPECT_TRUE(parsed.packet.extended);
+    EXPECT_EQ(parsed.packet.payloadLength, 3u);
+}
+
+TEST(Rtp, RefusesWhatLeadsOutside) {
+    struct Row {
+        const char* reason;
+        Bytes bytes;
+    };
+    const Bytes head = {0x80, 99, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0};
+    const auto with = [&head](std::uint8_t first, const Bytes& rest) {
+        Bytes bytes = head;
+        bytes[0] = first;
+        bytes.insert(bytes.end(), rest.begin(), rest.end());
+        return bytes;
+    };
+    const Row rows[] = {
+        {"shorter than an RTP head", Bytes(head.begin(), head.end() - 1)},
+        {"shorter than an RTP head", {}},
+        {"not RTP version 2", with(0x40, {1, 2, 3})},
+        {"header beyond the packet", with(0x8F, {1, 2, 3})},
+        {"header extension beyond the packet", with(0x90, {0, 0, 0})},
+        {"header beyond the packet", with(0x90, {'T', 'V', 0xFF, 0xFF, 1, 2, 3, 4})},
+        {"padding beyond the payload", with(0xA0, {1, 2, 3, 9})},
+        {"padding beyond the payload", with(0xA0, {1, 2, 3, 0})},
+    };
+    for (const Row& row : rows) {
+        const Parsed parsed = Parse(row.bytes);
+        EXPECT_FALSE(parsed.good) << row.reason;
+        EXPECT_EQ(parsed.reason, row.reason);
+    }
+}
+
+TEST(Rtp, CountsLossOverTheWrap) {
+    SequenceTracker order;
+    using Verdict = SequenceTracker::Verdict;
+    EXPECT_EQ(order.Take(65533), Verdict::First);
+    EXPECT_EQ(order.Take(65534), Verdict::Next);
+    EXPECT_EQ(order.Take(2), Verdict::AfterGap);
+    EXPECT_EQ(order.Lost(), 3u);
+    EXPECT_EQ(order.Take(65535), Verdict::Late);
+    EXPECT_EQ(order.Take(2), Verdict::Late) << "a packet twice";
+    EXPECT_EQ(order.Take(3), Verdict::Next);
+    EXPECT_EQ(order.Take(30000), Verdict::AfterGap);
+    EXPECT_EQ(order.Restarts(), 1u);
+    EXPECT_EQ(order.Lost(), 3u) << "a restart is no loss";
+    EXPECT_EQ(order.Late(), 2u);
+}
+
+TEST(Rtp, NumberLeftOutAtTheWrapIsNoLoss) {
+    SequenceTracker order;
+    order.Take(65535);
+    EXPECT_EQ(order.Take(1), SequenceTracker::Verdict::Next);
+    EXPECT_EQ(order.Lost(), 0u);
+    order.Take(3);
+    EXPECT_EQ(order.Lost(), 1u);
+}
+
+TEST(Interleave, CutsWhereverTheStreamIsSplit) {
+    const Bytes stream = {'$', 0, 0, 3, 'a', 'b', 'c', '$', 2, 0, 0, '$', 0, 0, 1, 'd'};
+    for (std::size_t split = 0; split <= stream.size(); ++split) {
+        InterleaveCutter cutter;
+        std::string seen;
+        for (const auto& [begin, end] : {std::pair(std::size_t{0}, split), std::pair(split, stream.size())}) {
+            cutter.Feed(stream.data() + begin, end - begin);
+            std::uint8_t channel = 0;
+            const std::uint8_t* data = nullptr;
+            std::size_t length = 0;
+            while (cutter.Next(channel, data, length) == InterleaveCutter::Result::Ready) {
+                seen += std::to_string(channel) + std::string(data, data + length) + ";";
+            }
+        }
+        EXPECT_EQ(seen, "0abc;2;0d;") << "split at " << split;
+    }
+}
+
+TEST(Interleave, ReportsLostFraming) {
+    InterleaveCutter cutter;
+    const Bytes stream = {'$', 0, 0, 1, 'a', 'x'};
+    cutter.Feed(stream.data(), stream.size());
+    std::uint8_t channel = 0;
+    const std::uint8_t* data = nullptr;
+    std::size_t length = 0;
+    EXPECT_EQ(cutter.Next(channel, data, length), InterleaveCutter::Result::Ready);
+    EXPECT_EQ(cutter.Next(channel, data, length), InterleaveCutter::Result::Broken);
+}
+
+}  // namespace
+}  // namespace gvxctl

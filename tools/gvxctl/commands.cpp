@@ -1,0 +1,140 @@
+#include "gvxctl/commands.h"
+
+#include "base/json_io.h"
+#include "gvxctl/interrupt.h"
+#include "gvxctl/platform.h"
+#include "gvxctl/report.h"
+#include "gvxctl/rtp_receiver.h"
+
+#include <cstdio>
+#include <functional>
+
+namespace gvxctl {
+namespace {
+
+int Fail(int code, const std::string& error) {
+    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
+    return code;
+}
+
+void Print(const std::string& text) {
+    std::printf("%s\n", text.c_str());
+    std::fflush(stdout);
+}
+
+// Links as the main service, sends one request, prints its response.
+int OneShot(const CommonOptions& common, const std::function<bool(Platform&, Response&, std::string&)>& send) {
+    Platform platform(common.gateway);
+    std::string error;
+    if (!platform.LinkMainService(error)) {
+        return Fail(kExitNoLink, error);
+    }
+    Response response;
+    if (!send(platform, response, error)) {
+        return Fail(kExitRefused, error);
+    }
+    if (common.json) {
+        std::fputs(gvx::WriteJson(ResponseToJson(response)).c_str(), stdout);
+    } else {
+        Print(DescribeResponse(response));
+    }
+    return response.code == 0 ? kExitOk : kExitRefused;
+}
+
+bool StartReceiver(RtpReceiver& receiver, const ReceiveOptions& options, std::string& error) {
+    return options.tcp ? receiver.StartTcp(Endpoint{options.ip, options.videoPort}, options.files, error)
+                       : receiver.StartUdp(options.ip, options.videoPort, options.audioPort, options.files, error);
+}
+
+void ReceiveUntilDone(RtpReceiver& receiver, const ReceiveOptions& options) {
+    constexpr int kPauseMs = 1000;
+    constexpr int kDayMs = 24 * 3600 * 1000;
+    const int limitMs = options.seconds > 0 && options.seconds < kDayMs / 1000 ? options.seconds * 1000 : kDayMs;
+    if (options.frames > 0) {
+        receiver.WaitForFrames(options.frames, kPauseMs, limitMs, Interrupted());
+        return;
+    }
+    for (int waited = 0; waited < limitMs && SleepUnlessInterrupted(kPauseMs); waited += kPauseMs) {
+        if (!options.json) {
+            Print(StatsLine(receiver.Stats()));
+        }
+    }
+}
+
+}  // namespace
+
+int RunAddDevice(const CommonOptions& common, const DeviceSpec& spec) {
+    return OneShot(common, [&](Platform& platform, Response& response, std::string& error) {
+        return AddDevice(platform, spec, response, error);
+    });
+}
+
+int RunDeleteDevice(const CommonOptions& common, const std::string& devCode) {
+    return OneShot(common, [&](Platform& platform, Response& response, std::string& error) {
+        return DeleteDevice(platform, devCode, response, error);
+    });
+}
+
+int RunStartStream(const CommonOptions& common, const StreamSpec& spec) {
+    return OneShot(common, [&](Platform& platform, Response& response, std::string& error) {
+        return StartStream(platform, spec, response, error);
+    });
+}
+
+int RunStopStream(const CommonOptions& common, const StreamSpec& spec) {
+    return OneShot(common, [&](Platform& platform, Response& response, std::string& error) {
+        return StopStream(platform, spec, response, error);
+    });
+}
+
+int RunIFrame(const CommonOptions& common, const StreamSpec& spec) {
+    return OneShot(common, [&](Platform& platform, Response& response, std::string& error) {
+        return RequestIFrame(platform, spec, response, error);
+    });
+}
+
+int RunReceive(const ReceiveOptions& options) {
+    RtpReceiver receiver;
+    std::string error;
+    if (!StartReceiver(receiver, options, error)) {
+        return Fail(kExitRefused, error);
+    }
+    if (!options.json) {
+        Print("receiving on " + EndpointText(Endpoint{options.ip, receiver.VideoPort()}) +
+              (options.tcp ? " (TCP, interleaved)" : ", audio on port " + std::to_string(receiver.AudioPort())));
+    }
+    ReceiveUntilDone(receiver, options);
+    receiver.Stop();
+    const StreamStats stats = receiver.Stats();
+    if (options.json) {
+        std::fputs(gvx::WriteJson(StatsToJson(stats)).c_str(), stdout);
+    } else {
+        Print(StatsLine(stats));
+    }
+    const std::string faults = stats.video.packets + stats.audio.packets == 0 ? "nothing was received" : Faults(stats);
+    return faults.empty() ? kExitOk : Fail(kExitRefused, faults);
+}
+
+int RunWatch(const CommonOptions& common, const WatchOptions& options) {
+    Platform platform(common.gateway, [](const std::string& linkId, const Frame& frame) {
+        Print(linkId + " << " + DescribeFrame(frame));
+    });
+    std::string error;
+    const bool linked = (!options.all || platform.OpenMu(Endpoint{"127.0.0.1", 0}, error)) &&
+                        platform.LinkMainService(error) &&
+                        (!options.all || (platform.LinkScu(error) && platform.LinkOmu(error)));
+    if (!linked) {
+        return Fail(kExitNoLink, error);
+    }
+    Print("linked with " + platform.GatewayId());
+    for (int waited = 0; (options.seconds == 0 || waited < options.seconds * 1000) && platform.MainServiceOpen();
+         waited += 100) {
+        if (!SleepUnlessInterrupted(100)) {
+            return kExitOk;
+        }
+    }
+    return platform.MainServiceOpen() ? kExitOk
+                                      : Fail(kExitNoLink, "link closed: " + platform.MainServiceCloseReason());
+}
+
+}  // namespace gvxctl

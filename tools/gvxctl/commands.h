@@ -1,0 +1,57 @@
+#pragma once
+
+#include <string>
+
+#include "gvxctl/requests.h"
+#include "gvxctl/stream_recorder.h"
+
+// One function for each command of the tool. Each prints to standard output, faults to standard error, and returns the
+// exit code: 0 for success, 1 when the gateway refused or something was wrong, 3 when no link could be made.
+namespace gvxctl {
+
+constexpr int kExitOk = 0;
+constexpr int kExitRefused = 1;
+constexpr int kExitNoLink = 3;
+
+struct CommonOptions {
+    Endpoint gateway{"127.0.0.1", 9600};
+    bool json = false;
+};
+
+int RunAddDevice(const CommonOptions& common, const DeviceSpec& spec);
+int RunDeleteDevice(const CommonOptions& common, const std::string& devCode);
+int RunStartStream(const CommonOptions& common, const StreamSpec& spec);
+int RunStopStream(const CommonOptions& common, const StreamSpec& spec);
+int RunIFrame(const CommonOptions& common, const StreamSpec& spec);
+
+struct ReceiveOptions {
+    std::string ip = "127.0.0.1";
+    std::uint16_t videoPort = 0;  // over TCP the port to listen on
+    std::uint16_t audioPort = 0;
+    bool tcp = false;
+    bool json = false;
+    RecordFiles files;
+    std::uint64_t frames = 0;  // end after that many and a pause; 0: go on
+    int seconds = 0;           // end after that time; 0: go on
+};
+int RunReceive(const ReceiveOptions& options);
+
+struct WatchOptions {
+    bool all = false;  // play SCU, OMU and MU as well
+    int seconds = 0;   // 0: until interrupted
+};
+int RunWatch(const CommonOptions& common, const WatchOptions& options);
+
+struct DemoOptions {
+    Endpoint mu{"127.0.0.1", 9700};  // a running gateway goes on looking for a media unit where it once was
+    DeviceSpec device;
+    std::string outDir = ".";
+    std::string codec = "h264";      // ending of the recorded files' names
+    std::string summary;             // JSON file; empty: none
+    std::uint64_t expectFrames = 0;  // of each transport; the clip's own count
+    int timeoutSeconds = 60;         // for each transport
+    bool keep = false;               // one stream over UDP until interrupted, instead of the two that end
+};
+int RunDemo(const CommonOptions& common, const DemoOptions& options);
+
+}  // namespace gvxctl

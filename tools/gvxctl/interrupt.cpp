@@ -1,0 +1,42 @@
+#include "gvxctl/interrupt.h"
+
+#include "base/clock.h"
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+namespace gvxctl {
+namespace {
+
+std::atomic<bool> g_interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler");
+
+void OnSignal(int) {
+    g_interrupted = true;
+}
+
+}  // namespace
+
+std::atomic<bool>& Interrupted() {
+    return g_interrupted;
+}
+
+void CatchInterrupts() {
+    struct sigaction action {};
+    action.sa_handler = OnSignal;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+    action.sa_handler = SIG_IGN;
+    ::sigaction(SIGPIPE, &action, nullptr);
+}
+
+bool SleepUnlessInterrupted(int milliseconds) {
+    const std::int64_t end = gvx::MonotonicMilliseconds() + milliseconds;
+    while (!g_interrupted && gvx::MonotonicMilliseconds() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return !g_interrupted;
+}
+
+}  // namespace gvxctl

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <atomic>
+
+namespace gvxctl {
+
+// Set by SIGINT and SIGTERM once CatchInterrupts has been called, so that a command in progress can end in order.
+std::atomic<bool>& Interrupted();
+void CatchInterrupts();
+
+// Sleeps in short steps; false when interrupted.
+bool SleepUnlessInterrupted(int milliseconds);
+
+}  // namespace gvxctl

@@ -1,0 +1,167 @@
+#include "gvxctl/commands.h"
+#include "gvxctl/config_commands.h"
+#include "gvxctl/interrupt.h"
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+
+namespace {
+
+using gvxctl::CommonOptions;
+using gvxctl::Endpoint;
+
+// What the command line fills and which command it chose. Lives until the command has run.
+struct CommandLine {
+    CommonOptions common;
+    gvxctl::DeviceSpec device;
+    gvxctl::StreamSpec stream;
+    gvxctl::ReceiveOptions receive;
+    gvxctl::WatchOptions watch;
+    gvxctl::DemoOptions demo;
+    gvxctl::ConfigOptions config;
+    std::function<int()> run;
+};
+
+void AddEndpoint(CLI::App& command, const std::string& name, Endpoint& endpoint, const std::string& text) {
+    const auto parse = [&endpoint](const std::string& value) {
+        if (!gvxctl::ParseEndpoint(value, endpoint)) {
+            throw CLI::ValidationError(value + " is neither IP:PORT nor PORT");
+        }
+    };
+    command.add_option_function<std::string>(name, parse, text)->type_name("[IP:]PORT");
+}
+
+CLI::App& AddCommand(CLI::App& app, CommandLine& line, const char* name, const char* text, std::function<int()> run) {
+    CLI::App& command = *app.add_subcommand(name, text);
+    command.callback([&line, run = std::move(run)] { line.run = run; });
+    return command;
+}
+
+CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, const char* text,
+                           std::function<int()> run) {
+    CLI::App& command = AddCommand(app, line, name, text, std::move(run));
+    AddEndpoint(command, "--gateway", line.common.gateway, "where gvxd listens for links (default: 127.0.0.1:9600)");
+    return command;
+}
+
+void AddDeviceOptions(CLI::App& command, gvxctl::DeviceSpec& device) {
+    command.add_option("--dev", device.devCode, "device code")->capture_default_str();
+    command.add_option("--plugin", device.plugin, "name of the plug-in")->capture_default_str();
+    command.add_option("--form", device.formType, "1 IPC, 2 DVS, 3 DVR, 4 eNVR, 5 external system, 6 external device")
+        ->capture_default_str();
+    command.add_option("--ip", device.ip, "address of the device")->capture_default_str();
+    command.add_option("--port", device.port, "port of the device")->capture_default_str();
+    command.add_option("--user", device.user, "user name at the device");
+    command.add_option("--password", device.password, "password at the device");
+    command.add_option("--model", device.model, "model of the device");
+    command.add_option("--extend", device.extend, "text for the plug-in, JSON for the file plug-in");
+    command.add_option("--lens", device.lenses, "lens code, once for each channel from 0 on");
+}
+
+void AddStreamIdentity(CLI::App& command, gvxctl::StreamSpec& stream) {
+    command.add_option("--dev", stream.devCode, "device code")->capture_default_str();
+    command.add_option("--lens", stream.lensCode, "lens code (default: the device's first)");
+    command.add_option("--service-id", stream.serviceId, "identifier of the stream")->capture_default_str();
+}
+
+void AddDeviceCommands(CLI::App& app, CommandLine& line) {
+    CLI::App& add = AddLinkedCommand(app, line, "add-device", "add a device",
+                                     [&line] { return RunAddDevice(line.common, line.device); });
+    AddDeviceOptions(add, line.device);
+    add.add_flag("--json", line.common.json, "print the response as JSON");
+    CLI::App& del = AddLinkedCommand(app, line, "del-device", "delete a device",
+                                     [&line] { return RunDeleteDevice(line.common, line.device.devCode); });
+    del.add_option("--dev", line.device.devCode, "device code")->capture_default_str();
+    del.add_flag("--json", line.common.json, "print the response as JSON");
+}
+
+void AddStreamCommands(CLI::App& app, CommandLine& line) {
+    CLI::App& start = AddLinkedCommand(app, line, "start-stream", "start a stream",
+                                       [&line] { return RunStartStream(line.common, line.stream); });
+    AddEndpoint(start, "--dst", line.stream.video, "where to send video, or where to connect over TCP");
+    start.add_option("--audio-port", line.stream.audioPort, "port for audio over UDP (default: no audio)");
+    start.add_option("--stream-type", line.stream.streamType, "0 main, 1 and 2 sub streams")->capture_default_str();
+    start.add_flag("--tcp", line.stream.tcp, "interleaved over TCP instead of UDP");
+    start.add_flag("!--no-audio", line.stream.audio, "video alone");
+    start.add_flag("--extension", line.stream.extension, "ask for the RTP header extension");
+    CLI::App& stop = AddLinkedCommand(app, line, "stop-stream", "stop a stream and print what was sent",
+                                      [&line] { return RunStopStream(line.common, line.stream); });
+    CLI::App& iframe = AddLinkedCommand(app, line, "iframe", "ask for a key frame",
+                                        [&line] { return RunIFrame(line.common, line.stream); });
+    for (CLI::App* command : {&start, &stop, &iframe}) {
+        AddStreamIdentity(*command, line.stream);
+        command->add_flag("--json", line.common.json, "print the response as JSON");
+    }
+}
+
+void AddReceiveCommand(CLI::App& app, CommandLine& line) {
+    CLI::App& command = AddCommand(app, line, "receive", "receive RTP, record it and print statistics",
+                                   [&line] { return RunReceive(line.receive); });
+    command.add_option("--ip", line.receive.ip, "local address")->capture_default_str();
+    command.add_option("--video-port", line.receive.videoPort, "UDP port of video, or TCP port to listen on; 0: any");
+    command.add_option("--audio-port", line.receive.audioPort, "UDP port of audio; 0: any");
+    command.add_flag("--tcp", line.receive.tcp, "wait for one interleaved TCP connection");
+    command.add_option("--video", line.receive.files.video, "file for the elementary stream");
+    command.add_option("--audio", line.receive.files.audio, "file for the audio bytes");
+    command.add_option("--frames", line.receive.frames, "end after that many frames and one second of silence");
+    command.add_option("--seconds", line.receive.seconds, "end after that time");
+    command.add_flag("--json", line.receive.json, "print the statistics as one JSON object");
+}
+
+void AddWatchCommand(CLI::App& app, CommandLine& line) {
+    CLI::App& command = AddLinkedCommand(app, line, "watch", "link as main service and print every frame",
+                                         [&line] { return RunWatch(line.common, line.watch); });
+    command.add_flag("--all", line.watch.all, "play SCU, OMU and MU as well");
+    command.add_option("--seconds", line.watch.seconds, "end after that time");
+}
+
+void AddDemoCommand(CLI::App& app, CommandLine& line) {
+    CLI::App& command = AddLinkedCommand(
+        app, line, "demo", "play all four peers: add a device, stream a clip over UDP and TCP, delete the device",
+        [&line] {
+            line.demo.device = line.device;
+            return RunDemo(line.common, line.demo);
+        });
+    AddDeviceOptions(command, line.device);
+    AddEndpoint(command, "--mu", line.demo.mu,
+                "where to wait for the media unit's link; port 0: any (default: 127.0.0.1:9700)");
+    command.add_option("--out", line.demo.outDir, "folder for what is received")->capture_default_str();
+    command.add_option("--codec", line.demo.codec, "h264 or h265: ending of the recorded files' names")
+        ->capture_default_str();
+    command.add_option("--summary", line.demo.summary, "JSON file for the outcome");
+    command.add_option("--expect-frames", line.demo.expectFrames, "frames of the clip");
+    command.add_option("--timeout", line.demo.timeoutSeconds, "seconds for each transport")->capture_default_str();
+    command.add_flag("--keep", line.demo.keep, "stream over UDP until interrupted");
+}
+
+void AddConfigCommands(CLI::App& app, CommandLine& line) {
+    CLI::App& config = *app.add_subcommand("config", "read and edit settings of the running gateway");
+    config.require_subcommand(1);
+    CLI::App& get = AddLinkedCommand(config, line, "get", "print the settings that may be read",
+                                     [&line] { return RunConfigGet(line.common, line.config); });
+    get.add_option("section", line.config.section, "one section (default: all)");
+    CLI::App& set = AddLinkedCommand(config, line, "set", "edit one setting",
+                                     [&line] { return RunConfigSet(line.common, line.config); });
+    set.add_option("section", line.config.section, "section in which the key stands")->required();
+    set.add_option("key", line.config.key, "the key")->required();
+    set.add_option("value", line.config.value, "its new value")->required();
+    set.add_flag("--changed", line.config.changed, "by the platform's message about a changed setting");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CommandLine line;
+    CLI::App app("The platform's side of the wire: links to gvxd, sends requests, receives streams.", "gvxctl");
+    app.require_subcommand(1);
+    AddDeviceCommands(app, line);
+    AddStreamCommands(app, line);
+    AddReceiveCommand(app, line);
+    AddWatchCommand(app, line);
+    AddDemoCommand(app, line);
+    AddConfigCommands(app, line);
+    CLI11_PARSE(app, argc, argv);
+    gvxctl::CatchInterrupts();
+    return line.run();
+}

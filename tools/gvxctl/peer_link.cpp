@@ -1,0 +1,225 @@
+#include "gvxctl/peer_link.h"
+
+#include "base/clock.h"
+#include "base/json_io.h"
+#include "base/zvs_error.h"
+#include "nss/nss_msg_type.h"
+
+#include <json/value.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace gvxctl {
+namespace {
+
+constexpr int kSendTimeoutMs = 5000;
+constexpr int kKeepAliveMs = 10000;  // a third of the silence after which the gateway closes a link
+constexpr int kPollMs = 1000;
+
+std::string LinkIdBody(const std::string& linkId) {
+    Json::Value body;
+    body["LinkID"] = linkId;
+    return gvx::WriteJson(body);
+}
+
+std::string LinkIdOf(const Frame& frame) {
+    std::string text;
+    Json::Value body;
+    if (!frame.Item(NSS_TAG_JSON_CONTENT, text) || !gvx::ParseJson(text.data(), text.size(), body, nullptr)) {
+        return std::string();
+    }
+    return gvx::JsonText(body, "LinkID");
+}
+
+}  // namespace
+
+PeerLink::PeerLink(Fd fd, std::string localId, Handler handler)
+    : m_fd(std::move(fd)), m_localId(std::move(localId)), m_handler(std::move(handler)) {}
+
+std::unique_ptr<PeerLink> PeerLink::Connect(const Endpoint& gateway, const std::string& linkId, Handler handler,
+                                            int timeoutMs, std::string& error) {
+    Fd fd = ConnectTcp(gateway, timeoutMs, error);
+    if (!fd) {
+        return nullptr;
+    }
+    std::unique_ptr<PeerLink> link(new PeerLink(std::move(fd), linkId, std::move(handler)));
+    if (!link->RegisterOut(timeoutMs, error)) {
+        error = linkId + " at " + EndpointText(gateway) + ": " + error;
+        return nullptr;
+    }
+    link->Start();
+    return link;
+}
+
+std::unique_ptr<PeerLink> PeerLink::Accept(Fd connection, const std::string& linkId, Handler handler, int timeoutMs,
+                                           std::string& error) {
+    std::unique_ptr<PeerLink> link(new PeerLink(std::move(connection), linkId, std::move(handler)));
+    if (!link->RegisterIn(timeoutMs, error)) {
+        error = linkId + ": " + error;
+        return nullptr;
+    }
+    link->Start();
+    return link;
+}
+
+PeerLink::~PeerLink() {
+    Close("closed by this side");
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+bool PeerLink::Send(const FrameSpec& spec) {
+    const std::string bytes = EncodeFrame(spec);
+    if (bytes.empty()) {
+        return false;
+    }
+    const std::lock_guard<std::mutex> guard(m_sendMutex);
+    if (!m_open || !SendAll(m_fd.Get(), bytes.data(), bytes.size(), kSendTimeoutMs)) {
+        Close("sending failed");  // a frame cut short would break the framing of all that follow
+        return false;
+    }
+    m_lastSentMs = gvx::MonotonicMilliseconds();
+    return true;
+}
+
+std::string PeerLink::CloseReason() const {
+    const std::lock_guard<std::mutex> guard(m_reasonMutex);
+    return m_reason;
+}
+
+bool PeerLink::RegisterOut(int timeoutMs, std::string& error) {
+    FrameSpec spec;
+    spec.type = NSS_BP_REGISTER_REQ;
+    spec.seq = 1;
+    spec.tag = NSS_TAG_JSON_CONTENT;
+    spec.body = LinkIdBody(m_localId);
+    Frame answer;
+    if (!Send(spec)) {
+        error = "the registration could not be sent";
+        return false;
+    }
+    if (!ReadFrame(answer, gvx::MonotonicMilliseconds() + timeoutMs, error)) {
+        error = "no answer to the registration: " + error;
+        return false;
+    }
+    if (answer.Type() != NSS_BP_REGISTER_RSP || answer.head.uiRspCode != 0) {
+        error = std::string("the registration was answered by ") + NssMsgTypeName(answer.Type()) + " code " +
+                std::to_string(answer.head.uiRspCode);
+        return false;
+    }
+    m_remoteId = LinkIdOf(answer);
+    return true;
+}
+
+bool PeerLink::RegisterIn(int timeoutMs, std::string& error) {
+    Frame request;
+    if (!ReadFrame(request, gvx::MonotonicMilliseconds() + timeoutMs, error)) {
+        error = "no registration: " + error;
+        return false;
+    }
+    m_remoteId = LinkIdOf(request);
+    const bool wellFormed = request.Type() == NSS_BP_REGISTER_REQ && !m_remoteId.empty();
+    FrameSpec answer = ResponseTo(request, wellFormed ? 0u : static_cast<std::uint32_t>(ZVS_PARA_INVALID));
+    answer.tag = NSS_TAG_JSON_CONTENT;
+    answer.body = LinkIdBody(m_localId);
+    if (!Send(answer) || !wellFormed) {
+        error = std::string("the first frame is no registration but ") + NssMsgTypeName(request.Type());
+        return false;
+    }
+    return true;
+}
+
+// Reads what is there, at most one buffer. True when something came or the time ran out.
+bool PeerLink::ReadSome(int timeoutMs, std::string& error) {
+    if (!WaitReadable(m_fd.Get(), timeoutMs)) {
+        return true;
+    }
+    std::array<char, 64 * 1024> buffer;
+    const ssize_t count = ::recv(m_fd.Get(), buffer.data(), buffer.size(), 0);
+    if (count > 0) {
+        m_cutter.Feed(buffer.data(), static_cast<std::size_t>(count));
+        return true;
+    }
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+        return true;
+    }
+    error = count == 0 ? "the other side closed the link" : std::strerror(errno);
+    return false;
+}
+
+bool PeerLink::ReadFrame(Frame& frame, std::int64_t deadlineMs, std::string& error) {
+    for (;;) {
+        const FrameCutter::Result result = m_cutter.Next(frame, error);
+        if (result != FrameCutter::Result::NeedMore) {
+            return result == FrameCutter::Result::Ready;
+        }
+        const std::int64_t left = deadlineMs - gvx::MonotonicMilliseconds();
+        if (left <= 0) {
+            error = "time ran out";
+            return false;
+        }
+        if (!ReadSome(static_cast<int>(left), error)) {
+            return false;
+        }
+    }
+}
+
+void PeerLink::Start() {
+    m_thread = std::thread([this] { Run(); });
+}
+
+void PeerLink::Run() {
+    std::string error;
+    while (m_open) {
+        if (!ServeFrames(error) || !ReadSome(kPollMs, error)) {
+            Close(error);
+            return;
+        }
+        KeepAlive();
+    }
+}
+
+bool PeerLink::ServeFrames(std::string& error) {
+    Frame frame;
+    for (;;) {
+        const FrameCutter::Result result = m_cutter.Next(frame, error);
+        if (result == FrameCutter::Result::NeedMore) {
+            return true;
+        }
+        if (result == FrameCutter::Result::Broken) {
+            return false;
+        }
+        if (frame.Type() == NSS_KEEPALIVE_REQ) {
+            Send(ResponseTo(frame, 0));
+        } else if (frame.Type() != NSS_KEEPALIVE_RSP) {
+            m_handler(*this, frame);
+        }
+    }
+}
+
+void PeerLink::KeepAlive() {
+    if (gvx::MonotonicMilliseconds() - m_lastSentMs < kKeepAliveMs) {
+        return;
+    }
+    FrameSpec spec;
+    spec.type = NSS_KEEPALIVE_REQ;
+    Send(spec);
+}
+
+void PeerLink::Close(const std::string& reason) {
+    if (m_open.exchange(false)) {
+        {
+            const std::lock_guard<std::mutex> guard(m_reasonMutex);
+            m_reason = reason;
+        }
+        // The descriptor itself stays until the destructor, so that no thread meets a number that was given anew.
+        ::shutdown(m_fd.Get(), SHUT_RDWR);
+    }
+}
+
+}  // namespace gvxctl

@@ -1,0 +1,185 @@
+#include "gvxctl/requests.h"
+
+#include "base/cbb_xml.h"
+#include "base/json_io.h"
+#include "base/zvs_error.h"
+#include "nss/nss_msg_type.h"
+
+#include <cstdio>
+
+namespace gvxctl {
+namespace {
+
+void AddLenses(CBB::CXml& xml, const DeviceSpec& spec) {
+    xml.AddElem("LensList");
+    xml.IntoElem();
+    int channel = 0;
+    for (const std::string& lens : spec.lenses) {
+        xml.AddElem("Lens");
+        xml.IntoElem();
+        xml.AddElem("LensCode", lens.c_str());
+        xml.AddElem("Channel", std::to_string(channel++).c_str());
+        xml.OutOfElem();
+    }
+    xml.OutOfElem();
+}
+
+std::string DeviceBody(const DeviceSpec& spec) {
+    CBB::CXml xml;
+    xml.AddDeclaration("1.0", "UTF-8");
+    xml.AddElem("Content");
+    xml.IntoElem();
+    xml.AddElem("DevCode", spec.devCode.c_str());
+    xml.AddElem("PluginName", spec.plugin.c_str());
+    xml.AddElem("FormType", std::to_string(spec.formType).c_str());
+    xml.AddElem("IP", spec.ip.c_str());
+    xml.AddElem("Port", std::to_string(spec.port).c_str());
+    xml.AddElem("UserName", spec.user.c_str());
+    xml.AddElem("Password", spec.password.c_str());
+    xml.AddElem("Model", spec.model.c_str());
+    xml.AddElem("Extend", spec.extend.c_str());
+    if (!spec.lenses.empty()) {
+        AddLenses(xml, spec);
+    }
+    return xml.ToString();
+}
+
+std::string DevCodeBody(const std::string& devCode) {
+    CBB::CXml xml;
+    xml.AddDeclaration("1.0", "UTF-8");
+    xml.AddElem("Content");
+    xml.IntoElem();
+    xml.AddElem("DevCode", devCode.c_str());
+    return xml.ToString();
+}
+
+Json::Value StreamIdentity(const StreamSpec& spec) {
+    Json::Value body;
+    body["DevCode"] = spec.devCode;
+    if (!spec.lensCode.empty()) {
+        body["LensCode"] = spec.lensCode;
+    }
+    body["ServiceID"] = spec.serviceId;
+    return body;
+}
+
+Json::Value StartBody(const StreamSpec& spec) {
+    Json::Value body = StreamIdentity(spec);
+    body["StreamType"] = spec.streamType;
+    body["Protocol"] = spec.tcp ? 2 : 1;
+    body["DstIP"] = spec.video.ip;
+    body["DstVideoPort"] = spec.video.port;
+    if (spec.audioPort != 0) {
+        body["DstAudioPort"] = spec.audioPort;
+    }
+    body["Audio"] = spec.audio;
+    body["Extension"] = spec.extension;
+    return body;
+}
+
+std::string Printable(const std::string& text) {
+    constexpr std::size_t kMaxShown = 4096;
+    std::string shown = text.substr(0, kMaxShown);
+    for (char& c : shown) {
+        const auto byte = static_cast<unsigned char>(c);
+        if ((byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7F) {
+            c = '.';
+        }
+    }
+    while (!shown.empty() && shown.back() == '\n') {
+        shown.pop_back();
+    }
+    return text.size() > kMaxShown ? shown + " ... (" + std::to_string(text.size()) + " bytes)" : shown;
+}
+
+std::string BodyText(const Frame& frame) {
+    std::string text;
+    if (frame.Item(NSS_TAG_XML_CONTENT, text) || frame.Item(NSS_TAG_JSON_CONTENT, text)) {
+        return Printable(text);
+    }
+    return frame.body.empty() ? std::string()
+                              : "(" + std::to_string(frame.body.size()) + " bytes, no XML or JSON item)";
+}
+
+bool SendJson(Platform& platform, std::uint16_t type, const Json::Value& body, Response& response, std::string& error) {
+    return platform.Request(type, NSS_TAG_JSON_CONTENT, gvx::WriteJson(body), response, error);
+}
+
+}  // namespace
+
+bool AddDevice(Platform& platform, const DeviceSpec& spec, Response& response, std::string& error) {
+    return platform.Request(NSS_ADD_MAIN_DEV_REQ, NSS_TAG_XML_CONTENT, DeviceBody(spec), response, error);
+}
+
+bool DeleteDevice(Platform& platform, const std::string& devCode, Response& response, std::string& error) {
+    return platform.Request(NSS_DEL_MAIN_DEV_REQ, NSS_TAG_XML_CONTENT, DevCodeBody(devCode), response, error);
+}
+
+bool StartStream(Platform& platform, const StreamSpec& spec, Response& response, std::string& error) {
+    return SendJson(platform, NSS_START_STREAM_REQ, StartBody(spec), response, error);
+}
+
+bool StopStream(Platform& platform, const StreamSpec& spec, Response& response, std::string& error) {
+    return SendJson(platform, NSS_STOP_STREAM_REQ, StreamIdentity(spec), response, error);
+}
+
+bool RequestIFrame(Platform& platform, const StreamSpec& spec, Response& response, std::string& error) {
+    return SendJson(platform, NSS_GET_IFRAME_REQ, StreamIdentity(spec), response, error);
+}
+
+Json::Value JsonBody(const Response& response) {
+    const std::string text = response.Json();
+    Json::Value body;
+    return gvx::ParseJson(text.data(), text.size(), body, nullptr) ? body : Json::Value();
+}
+
+SentCounts SentCountsOf(const Response& stopResponse) {
+    const Json::Value body = JsonBody(stopResponse);
+    SentCounts counts;
+    if (body.isObject()) {
+        counts.videoFrames = gvx::JsonInt(body, "VideoFrames", -1);
+        counts.videoPackets = gvx::JsonInt(body, "VideoPackets", -1);
+        counts.audioPackets = gvx::JsonInt(body, "AudioPackets", -1);
+        counts.dropped = gvx::JsonInt(body, "Dropped", -1);
+        counts.bytes = gvx::JsonInt(body, "Bytes", -1);
+    }
+    return counts;
+}
+
+std::string DescribeFrame(const Frame& frame) {
+    char head[256];
+    std::snprintf(head, sizeof head, "%s 0x%04X seq=%u trace=%u code=%u length=%u trans=", NssMsgTypeName(frame.Type()),
+                  frame.Type(), frame.head.uiSeqID, frame.head.uiTraceID, frame.head.uiRspCode,
+                  frame.head.uiPacketLength);
+    std::string text = head + Printable(frame.Transaction());
+    const std::string body = BodyText(frame);
+    return body.empty() ? text : text + "\n    " + body;
+}
+
+std::string DescribeResponse(const Response& response) {
+    const int code = static_cast<int>(response.code);
+    char head[256];
+    std::snprintf(head, sizeof head, "%s -> %s: code %d %s, %.1f ms", NssMsgTypeName(response.requestType),
+                  NssMsgTypeName(response.frame.Type()), code, ZvsErrorName(code), response.elapsedMs);
+    const std::string body = BodyText(response.frame);
+    return body.empty() ? head : std::string(head) + "\n    " + body;
+}
+
+Json::Value ResponseToJson(const Response& response) {
+    const int code = static_cast<int>(response.code);
+    Json::Value value;
+    value["request"] = NssMsgTypeName(response.requestType);
+    value["response"] = NssMsgTypeName(response.frame.Type());
+    value["code"] = code;
+    value["codeName"] = ZvsErrorName(code);
+    value["elapsedMs"] = response.elapsedMs;
+    const Json::Value body = JsonBody(response);
+    if (!body.isNull()) {
+        value["body"] = body;
+    } else if (!response.Xml().empty()) {
+        value["body"] = response.Xml();
+    }
+    return value;
+}
+
+}  // namespace gvxctl

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <json/value.h>
+
+#include "gvxctl/platform.h"
+
+// The requests that the tool sends, with their bodies (docs/nss-messages.md), and what their responses say.
+namespace gvxctl {
+
+struct DeviceSpec {
+    std::string devCode = "CAM001";
+    std::string plugin = "file";
+    int formType = 1;
+    std::string ip = "127.0.0.1";
+    int port = 0;
+    std::string user;
+    std::string password;
+    std::string model;
+    std::string extend;               // text for the plug-in alone
+    std::vector<std::string> lenses;  // codes, channels 0, 1, ...; empty: those that the plug-in reports
+};
+
+struct StreamSpec {
+    std::string devCode = "CAM001";
+    std::string lensCode;  // empty: the device's first
+    std::string serviceId = "live-1";
+    int streamType = 0;
+    bool tcp = false;
+    Endpoint video;
+    std::uint16_t audioPort = 0;  // 0: none
+    bool audio = true;
+    bool extension = false;
+};
+
+bool AddDevice(Platform& platform, const DeviceSpec& spec, Response& response, std::string& error);
+bool DeleteDevice(Platform& platform, const std::string& devCode, Response& response, std::string& error);
+bool StartStream(Platform& platform, const StreamSpec& spec, Response& response, std::string& error);
+bool StopStream(Platform& platform, const StreamSpec& spec, Response& response, std::string& error);
+bool RequestIFrame(Platform& platform, const StreamSpec& spec, Response& response, std::string& error);
+
+// The response's JSON body; null when there is none or it cannot be read.
+Json::Value JsonBody(const Response& response);
+
+// Numbers of a stop response, what the gateway itself counted; -1 for one that it did not give.
+struct SentCounts {
+    long long videoFrames = -1;
+    long long videoPackets = -1;
+    long long audioPackets = -1;
+    long long dropped = -1;
+    long long bytes = -1;
+};
+SentCounts SentCountsOf(const Response& stopResponse);
+
+// One frame for people: names, head fields, and the body on lines of its own. Bytes that are no text show as dots,
+// and a long body is cut.
+std::string DescribeFrame(const Frame& frame);
+// One response as a text, or as a JSON object.
+std::string DescribeResponse(const Response& response);
+Json::Value ResponseToJson(const Response& response);
+
+}  // namespace gvxctl

@@ -1,0 +1,165 @@
+#include "gvxctl/rtp_receiver.h"
+
+#include "base/clock.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+namespace gvxctl {
+namespace {
+
+constexpr int kPollMs = 100;
+constexpr int kStillMs = 5000;
+// Some seconds of a stream, so that a stall of the disk or of the machine loses nothing.
+constexpr std::size_t kReceiveBufferBytes = 16u << 20;
+constexpr std::size_t kBatch = 64;
+constexpr std::size_t kPacketBytes = 2048;
+constexpr std::size_t kTcpReadBytes = 256 * 1024;
+
+}  // namespace
+
+bool RtpReceiver::StartUdp(const std::string& ip, std::uint16_t videoPort, std::uint16_t audioPort,
+                           const RecordFiles& files, std::string& error) {
+    m_video = BindUdp(Endpoint{ip, videoPort}, error);
+    m_audio = m_video ? BindUdp(Endpoint{ip, audioPort}, error) : Fd();
+    if (!m_audio || !m_recorder.Open(files, error)) {
+        return false;
+    }
+    SetReceiveBuffer(m_video.Get(), kReceiveBufferBytes);
+    SetReceiveBuffer(m_audio.Get(), kReceiveBufferBytes);
+    m_running = true;
+    m_thread = std::thread([this] { RunUdp(); });
+    return true;
+}
+
+bool RtpReceiver::StartTcp(const Endpoint& local, const RecordFiles& files, std::string& error) {
+    m_video = ListenTcp(local, error);
+    if (!m_video || !m_recorder.Open(files, error)) {
+        return false;
+    }
+    m_running = true;
+    m_thread = std::thread([this] { RunTcp(); });
+    return true;
+}
+
+void RtpReceiver::Stop() {
+    m_running = false;
+    if (m_thread.joinable()) {
+        m_thread.join();
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_recorder.Finish();
+    }
+}
+
+StreamStats RtpReceiver::Stats() const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    StreamStats stats = m_recorder.Stats();
+    if (stats.error.empty()) {
+        stats.error = m_error;
+    }
+    return stats;
+}
+
+bool RtpReceiver::WaitForFrames(std::uint64_t frames, int idleMs, int timeoutMs, const std::atomic<bool>& stop) const {
+    const std::int64_t end = gvx::MonotonicMilliseconds() + timeoutMs;
+    while (!stop && gvx::MonotonicMilliseconds() < end) {
+        const StreamStats stats = Stats();
+        const std::int64_t idle = gvx::MonotonicMilliseconds() - stats.lastPacketMs;
+        if (stats.video.frames >= frames && idle >= idleMs) {
+            return true;
+        }
+        if (!stats.error.empty() || (stats.firstPacketMs != 0 && idle >= kStillMs)) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+void RtpReceiver::RunUdp() {
+    while (m_running) {
+        std::array<pollfd, 2> entries{{{m_video.Get(), POLLIN, 0}, {m_audio.Get(), POLLIN, 0}}};
+        if (::poll(entries.data(), entries.size(), kPollMs) > 0) {
+            DrainUdp(m_video.Get());
+            DrainUdp(m_audio.Get());
+        }
+    }
+    DrainUdp(m_video.Get());
+    DrainUdp(m_audio.Get());
+}
+
+void RtpReceiver::DrainUdp(int fd) {
+    thread_local std::array<std::array<std::uint8_t, kPacketBytes>, kBatch> buffers;
+    std::array<iovec, kBatch> vectors{};
+    std::array<mmsghdr, kBatch> messages{};
+    for (std::size_t i = 0; i < kBatch; ++i) {
+        vectors[i] = iovec{buffers[i].data(), kPacketBytes};
+        messages[i].msg_hdr.msg_iov = &vectors[i];
+        messages[i].msg_hdr.msg_iovlen = 1;
+    }
+    for (int count = kBatch; count == static_cast<int>(kBatch);) {
+        count = ::recvmmsg(fd, messages.data(), kBatch, MSG_DONTWAIT, nullptr);
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        for (int i = 0; i < count; ++i) {
+            const mmsghdr& message = messages[static_cast<std::size_t>(i)];
+            if ((message.msg_hdr.msg_flags & MSG_TRUNC) != 0) {
+                m_recorder.CountMalformed();
+            } else {
+                m_recorder.Take(buffers[static_cast<std::size_t>(i)].data(), message.msg_len);
+            }
+        }
+    }
+}
+
+void RtpReceiver::RunTcp() {
+    Fd connection;
+    std::string error;
+    while (m_running && !connection && error.empty()) {
+        connection = AcceptTcp(m_video.Get(), kPollMs, error);
+    }
+    if (connection) {
+        SetReceiveBuffer(connection.Get(), kReceiveBufferBytes);
+    }
+    while (m_running && connection) {
+        if (WaitReadable(connection.Get(), kPollMs) && !ReadTcp(connection.Get())) {
+            connection.Reset();
+        }
+    }
+    while (connection && WaitReadable(connection.Get(), 0) && ReadTcp(connection.Get())) {
+        // what was sent before the stop belongs to the stream
+    }
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    if (!error.empty()) {
+        m_error = error;
+    }
+}
+
+bool RtpReceiver::ReadTcp(int fd) {
+    thread_local std::array<std::uint8_t, kTcpReadBytes> buffer;
+    const ssize_t count = ::recv(fd, buffer.data(), buffer.size(), 0);
+    if (count <= 0) {
+        return count < 0 && (errno == EAGAIN || errno == EINTR);
+    }
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_cutter.Feed(buffer.data(), static_cast<std::size_t>(count));
+    std::uint8_t channel = 0;
+    const std::uint8_t* data = nullptr;
+    std::size_t length = 0;
+    InterleaveCutter::Result result = InterleaveCutter::Result::NeedMore;
+    while ((result = m_cutter.Next(channel, data, length)) == InterleaveCutter::Result::Ready) {
+        m_recorder.Take(data, length);
+    }
+    if (result == InterleaveCutter::Result::Broken) {
+        m_error = "the interleaved stream has lost its framing";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace gvxctl

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "gvxctl/socket_util.h"
+#include "gvxctl/stream_recorder.h"
+
+namespace gvxctl {
+
+// Receives one stream on a thread of its own: from two UDP ports, or from one TCP connection that the gateway makes
+// and on which video and audio come interleaved.
+class RtpReceiver {
+public:
+    RtpReceiver() = default;
+    ~RtpReceiver() { Stop(); }
+    RtpReceiver(const RtpReceiver&) = delete;
+    RtpReceiver& operator=(const RtpReceiver&) = delete;
+
+    // Port 0 takes any free one; VideoPort and AudioPort then tell which. False with a reason.
+    bool StartUdp(const std::string& ip, std::uint16_t videoPort, std::uint16_t audioPort, const RecordFiles& files,
+                  std::string& error);
+    bool StartTcp(const Endpoint& local, const RecordFiles& files, std::string& error);
+    // Takes in what the kernel still holds, ends the thread and closes the files.
+    void Stop();
+
+    std::uint16_t VideoPort() const { return m_video ? LocalPort(m_video.Get()) : static_cast<std::uint16_t>(0); }
+    std::uint16_t AudioPort() const { return m_audio ? LocalPort(m_audio.Get()) : static_cast<std::uint16_t>(0); }
+    // Any thread.
+    StreamStats Stats() const;
+    // Waits until that many video frames have begun and no packet has come for idleMs. False when the time ran out,
+    // `stop` was set, the recording failed, or the stream stood still for 5 s before it was complete.
+    bool WaitForFrames(std::uint64_t frames, int idleMs, int timeoutMs, const std::atomic<bool>& stop) const;
+
+private:
+    void RunUdp();
+    void RunTcp();
+    void DrainUdp(int fd);
+    // False when the connection has ended.
+    bool ReadTcp(int fd);
+
+    Fd m_video;  // over TCP the listener
+    Fd m_audio;
+    InterleaveCutter m_cutter;
+    mutable std::mutex m_mutex;  // guards m_recorder and m_error, taken once for each batch of packets
+    StreamRecorder m_recorder;
+    std::string m_error;
+    std::atomic<bool> m_running{false};
+    std::thread m_thread;
+};
+
+}  // namespace gvxctl
