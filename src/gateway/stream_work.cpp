@@ -112,6 +112,28 @@ int CloseStream(GatewayContext& context, Device& device, const std::string& serv
     return device.StopStream(serviceID, statistics);
 }
 
+// The stream that a request names by its ServiceID.
+struct NamedStream {
+    std::string serviceID;
+    Device* device = nullptr;
+    LiveStream* stream = nullptr;
+};
+
+int ReadNamedStream(GatewayContext& context, const std::string& code, const BP::CCmd& cmd, NamedStream& named,
+                    std::string& reason) {
+    Json::Value body;
+    if (!ReadJsonObject(cmd, body)) {
+        reason = "There is no JSON body.";
+        return ZVS_PARA_INVALID;
+    }
+    named.serviceID = JsonText(body, "ServiceID");
+    const int result = FindStream(context, code, named.serviceID, named.device, named.stream);
+    if (result != ZVS_SUCCEED) {
+        reason = ReasonOf(result);
+    }
+    return result;
+}
+
 }  // namespace
 
 int StartStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
@@ -140,44 +162,38 @@ int StartStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP:
 
 int StopStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     const std::string code = session.GetRespDevID();
-    Json::Value body;
-    if (!ReadJsonObject(cmd, body)) {
-        return Refuse(cmd, code, "", ZVS_PARA_INVALID, "There is no JSON body.");
-    }
-    const std::string serviceID = JsonText(body, "ServiceID");
-    Device* device = nullptr;
-    LiveStream* stream = nullptr;
-    int result = FindStream(context, code, serviceID, device, stream);
+    NamedStream named;
+    std::string reason;
+    int result = ReadNamedStream(context, code, cmd, named, reason);
     if (result != ZVS_SUCCEED) {
-        return Refuse(cmd, code, serviceID, result, ReasonOf(result));
+        return Refuse(cmd, code, named.serviceID, result, reason);
     }
-    Json::Value answer = Identity(code, *stream);
+    Json::Value answer = Identity(code, *named.stream);
     MediaSendStatistics statistics;
-    result = CloseStream(context, *device, serviceID, statistics);
+    result = CloseStream(context, *named.device, named.serviceID, statistics);
     AddStatistics(answer, statistics);
     if (result != ZVS_SUCCEED) {
         answer["Reason"] = "The plug-in did not stop the stream cleanly. " + ReasonOf(result);
     }
     AnswerJson(cmd, answer, result);
-    GVX_LOG_INFO("Stop stream", "result %d. [dev:%s, stream:%s]", result, code.c_str(), serviceID.c_str());
+    GVX_LOG_INFO("Stop stream", "result %d. [dev:%s, stream:%s]", result, code.c_str(),
+                 named.serviceID.c_str());
     return result;
 }
 
 int GetKeyFrame(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     const std::string code = session.GetRespDevID();
-    Json::Value body;
-    if (!ReadJsonObject(cmd, body)) {
-        return Refuse(cmd, code, "", ZVS_PARA_INVALID, "There is no JSON body.");
-    }
-    const std::string serviceID = JsonText(body, "ServiceID");
-    Device* device = nullptr;
-    LiveStream* stream = nullptr;
-    int result = FindStream(context, code, serviceID, device, stream);
-    result = result == ZVS_SUCCEED ? stream->RequestKeyframe() : result;
+    NamedStream named;
+    std::string reason;
+    int result = ReadNamedStream(context, code, cmd, named, reason);
     if (result != ZVS_SUCCEED) {
-        return Refuse(cmd, code, serviceID, result, ReasonOf(result));
+        return Refuse(cmd, code, named.serviceID, result, reason);
     }
-    AnswerJson(cmd, Identity(code, *stream), ZVS_SUCCEED);
+    result = named.stream->RequestKeyframe();
+    if (result != ZVS_SUCCEED) {
+        return Refuse(cmd, code, named.serviceID, result, ReasonOf(result));
+    }
+    AnswerJson(cmd, Identity(code, *named.stream), ZVS_SUCCEED);
     return ZVS_SUCCEED;
 }
 
