@@ -338,6 +338,14 @@ TEST_F(MetadataTest, ARecordThatPointsOutsideIsRefused) {
     EXPECT_EQ(two.GetValueCount(TARGET), 17u);
 }
 
+TEST_F(MetadataTest, ALengthThatTheMemoryDoesNotHoldEndsTheSending) {
+    const MemHandler empty;
+    g_packets.clear();
+    EXPECT_EQ(lens.SendMetaData(METADATE_TYPE_PLATE, this, kUdp, empty, 10, false, 5), 0);
+    ASSERT_EQ(g_packets.size(), 1u);
+    EXPECT_TRUE(g_packets[0].Tlv().empty());
+}
+
 TEST_F(MetadataTest, PacketsAreCutAt1390Bytes) {
     struct Row {
         unsigned int length;
