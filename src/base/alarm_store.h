@@ -10,7 +10,9 @@ struct Alarm_Item {
 static_assert(sizeof(Alarm_Item) == 266, "the record's layout is fixed");
 
 // Opens the store at a file path, made when it is missing; its folder must exist. A store that is open already is
-// closed first. A file that is no store is left as it is and refused. 0 for success, else 1 with a log line.
+// closed first. A file that is corrupt, or no data base, is set aside as "<path>.corrupt-<UTC date and time>" and a
+// fresh store is begun, with one error line. 0 for success, else 1 with a log line: the folder is missing or cannot be
+// written to, the disk is full, or another process holds the store for 2 s.
 int ZVS_AlarmInit(const char* path);
 
 // Adds one item; equal items may stand in the store more than once. 0 for success; 1 for a null or unterminated

@@ -2,8 +2,14 @@
 
 #include <tinyxml2.h>
 
+#include <openssl/crypto.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "base/whole_file.h"
 
@@ -67,9 +73,80 @@ XMLElement* FindPath(XMLElement* first, std::string_view path) {
     return nullptr;
 }
 
+void Wipe(std::string& text) {
+    OPENSSL_cleanse(text.data(), text.size());
+    text.clear();
+}
+
+// The texts are wiped where they stand; names and structure hold no secrets. Walked without recursion.
+void WipeTexts(tinyxml2::XMLDocument& document) {
+    for (XMLNode* node = document.FirstChild(); node != nullptr;) {
+        if (node->ToText() != nullptr) {
+            char* const text = const_cast<char*>(node->Value());
+            OPENSSL_cleanse(text, std::strlen(text));
+        }
+        if (node->FirstChild() != nullptr) {
+            node = node->FirstChild();
+            continue;
+        }
+        while (node != nullptr && node->NextSibling() == nullptr) {
+            node = node->Parent();
+        }
+        node = node == nullptr ? nullptr : node->NextSibling();
+    }
+}
+
+// Prints into one text of its own and leaves no copy behind when that grows.
+class TextPrinter : public tinyxml2::XMLPrinter {
+public:
+    explicit TextPrinter(bool compact) : XMLPrinter(nullptr, compact) { m_text.reserve(kFirstBytes); }
+    ~TextPrinter() override { Wipe(m_text); }
+    TextPrinter(const TextPrinter&) = delete;
+    TextPrinter& operator=(const TextPrinter&) = delete;
+
+    std::string Take() { return std::exchange(m_text, std::string()); }
+
+protected:
+    void Print(const char* format, ...) override __attribute__((format(printf, 2, 3))) {
+        char piece[kPieceBytes];
+        va_list args;
+        va_start(args, format);
+        const int length = std::vsnprintf(piece, sizeof(piece), format, args);
+        va_end(args);
+        if (length > 0) {
+            Write(piece, std::min<std::size_t>(static_cast<std::size_t>(length), sizeof(piece) - 1));
+        }
+    }
+    void Write(const char* data, size_t size) override {
+        if (m_text.size() + size > m_text.capacity()) {
+            std::string larger;
+            larger.reserve(std::max(m_text.capacity() * 2, m_text.size() + size));
+            larger.append(m_text);
+            m_text.swap(larger);
+            Wipe(larger);
+        }
+        m_text.append(data, size);
+    }
+    void Putc(char c) override { Write(&c, 1); }
+
+private:
+    static constexpr std::size_t kFirstBytes = 4096;
+    static constexpr std::size_t kPieceBytes = 256;  // the printer formats nothing but numbers
+
+    std::string m_text;
+};
+
 }  // namespace
 
 struct CXml::Impl {
+    ~Impl() { Clear(); }
+
+    void Clear() {
+        WipeTexts(document);
+        document.Clear();
+        Wipe(stream);
+    }
+
     tinyxml2::XMLDocument document;
     XMLNode* level = nullptr;       // the document or the element whose children are the cursor's level
     XMLElement* current = nullptr;  // null: before the first sibling
@@ -83,7 +160,7 @@ struct CXml::Impl {
     }
 
     bool Refuse() {
-        document.Clear();
+        Clear();
         Rewind();
         return false;
     }
@@ -126,7 +203,9 @@ bool CXml::Load(const char* fileName) {
     if (fileName == nullptr || !gvx::ReadWholeFile(fileName, kMaxDocumentBytes, content)) {
         return m_impl->Refuse();
     }
-    return Parse(content.data(), content.size());
+    const bool parsed = Parse(content.data(), content.size());
+    Wipe(content);
+    return parsed;
 }
 
 bool CXml::Parse(const char* text) {
@@ -138,9 +217,11 @@ bool CXml::Parse(const char* text, std::size_t length) {
     if (text == nullptr || length == 0 || length > kMaxDocumentBytes || std::memchr(text, '\0', length) != nullptr) {
         return m_impl->Refuse();
     }
+    WipeTexts(m_impl->document);
     if (m_impl->document.Parse(text, length) != tinyxml2::XML_SUCCESS || !HasOneRoot(m_impl->document)) {
         return m_impl->Refuse();
     }
+    Wipe(m_impl->stream);  // not before: it may be what was parsed
     m_impl->Rewind();
     return true;
 }
@@ -190,7 +271,7 @@ const char* CXml::GetAttributeValue(const char* name) const {
 }
 
 bool CXml::AddDeclaration(const char* version, const char* encoding) {
-    m_impl->document.Clear();
+    m_impl->Clear();
     m_impl->Rewind();
     if (version == nullptr || encoding == nullptr || std::strpbrk(version, "\"<>?") != nullptr ||
         std::strpbrk(encoding, "\"<>?") != nullptr) {
@@ -226,25 +307,28 @@ bool CXml::SetAttributeValue(const char* name, const char* value) {
 }
 
 const char* CXml::GetXMLStream(unsigned int& length) {
+    Wipe(m_impl->stream);
     m_impl->stream = ToString();
     length = static_cast<unsigned int>(m_impl->stream.size());
     return m_impl->stream.c_str();
 }
 
 std::string CXml::ToString() {
-    tinyxml2::XMLPrinter printer(nullptr, true);
+    TextPrinter printer(true);
     m_impl->document.Print(&printer);
-    return std::string(printer.CStr(), static_cast<std::size_t>(printer.CStrSize()) - 1);
+    return printer.Take();
 }
 
 bool CXml::Save(const char* fileName) {
     if (fileName == nullptr || m_impl->document.RootElement() == nullptr) {
         return false;
     }
-    tinyxml2::XMLPrinter printer;
+    TextPrinter printer(false);
     m_impl->document.Print(&printer);
-    return gvx::ReplaceWholeFile(fileName,
-                                 std::string(printer.CStr(), static_cast<std::size_t>(printer.CStrSize()) - 1));
+    std::string text = printer.Take();
+    const bool saved = gvx::ReplaceWholeFile(fileName, text);
+    Wipe(text);
+    return saved;
 }
 
 }  // namespace CBB

@@ -7,7 +7,8 @@
 namespace CBB {
 
 // A cursor over an XML document, and an encoder of one. The cursor stands on one element, or before the first
-// sibling of its level. One thread at a time. Boolean results are true for success.
+// sibling of its level. One thread at a time. Boolean results are true for success. Texts and streams may hold
+// passwords: they are wiped when the document is replaced or ends.
 class CXml {
 public:
     CXml();
@@ -32,7 +33,7 @@ public:
     // except one that AddElem has just made, so that it can be filled.
     bool IntoElem();
     bool OutOfElem();  // back to the parent element
-    bool NextElem();  // to the next sibling; false at the last, and the cursor stays
+    bool NextElem();   // to the next sibling; false at the last, and the cursor stays
     // Moves the cursor to the top level, before the first element.
     void Rewind();
 
@@ -43,9 +44,9 @@ public:
     // Null when there is no such attribute.
     const char* GetAttributeValue(const char* name) const;
 
-    // Encoding. AddDeclaration begins a new document, whatever was there before; AddElem puts a new element behind the last sibling of the
-    // cursor's level and moves the cursor to it. A null value is an empty one. False for a name that is none, a
-    // second root, or a value with control characters, which XML cannot carry.
+    // Encoding. AddDeclaration begins a new document, whatever was there before; AddElem puts a new element behind the
+    // last sibling of the cursor's level and moves the cursor to it. A null value is an empty one. False for a name
+    // that is none, a second root, or a value with control characters, which XML cannot carry.
     bool AddDeclaration(const char* version, const char* encoding);
     bool AddElem(const char* name);
     bool AddElem(const char* name, const char* value);

@@ -1,16 +1,18 @@
-#include "base/clock.h"
 #include "base/om_adapter.h"
 
-#include <spdlog/sinks/rotating_file_sink.h>
+#include "base/clock.h"
+#include "base/log_fault.h"
+#include "base/rotating_file.h"
+
+#include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <vector>
-
-#include <fcntl.h>
 
 namespace {
 
@@ -67,9 +69,50 @@ std::string FormatText(const char* format, va_list args) {
     return text;
 }
 
+spdlog::details::log_msg MessageOf(const std::string& line) {
+    const spdlog::log_clock::time_point now{std::chrono::duration_cast<spdlog::log_clock::duration>(
+        std::chrono::microseconds(gvx::CurrentClock().WallMicroseconds()))};
+    return spdlog::details::log_msg(now, spdlog::source_loc{}, spdlog::string_view_t(), spdlog::level::info, line);
+}
+
+// The base's lock guards the file and the formatter.
+class FileSink : public spdlog::sinks::base_sink<std::mutex> {
+public:
+    explicit FileSink(const OMLoggerOptions& options) : m_file(options.file, options.maxFileBytes, options.maxFiles) {
+        std::string error;
+        if (!m_file.Open(error)) {
+            throw spdlog::spdlog_ex(error);
+        }
+    }
+
+    void Check(gvx::LogFileState& state) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        m_file.Check(state, [this](std::uint64_t lost) {
+            const std::string text =
+                std::string(OMLogLevelName(OM_LOG_WARNING)) + " [Log] " + std::to_string(lost) + " lines are lost.";
+            spdlog::memory_buf_t line;
+            formatter_->format(MessageOf(text), line);
+            return std::string(line.data(), line.size());
+        });
+    }
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override {
+        spdlog::memory_buf_t line;
+        formatter_->format(message, line);
+        m_file.Append(line.data(), line.size());
+    }
+    void flush_() override { m_file.Flush(); }
+
+private:
+    gvx::RotatingFile m_file;
+};
+
 class SpdlogLogger : public IOMLogger {
 public:
-    SpdlogLogger(int level, std::vector<spdlog::sink_ptr> sinks) : m_level(level), m_sinks(std::move(sinks)) {
+    // file may be null; otherwise it is one of the sinks.
+    SpdlogLogger(int level, std::vector<spdlog::sink_ptr> sinks, std::shared_ptr<FileSink> file)
+        : m_level(level), m_sinks(std::move(sinks)), m_file(std::move(file)) {
         for (const spdlog::sink_ptr& sink : m_sinks) {
             sink->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
         }
@@ -95,6 +138,14 @@ public:
         for (const spdlog::sink_ptr& sink : m_sinks) {
             Guarded([&sink] { sink->flush(); });
         }
+    }
+
+    bool CheckFile(gvx::LogFileState& state) override {
+        if (m_file == nullptr) {
+            return false;
+        }
+        Guarded([&] { m_file->Check(state); });
+        return true;
     }
 
 private:
@@ -127,10 +178,7 @@ private:
     }
 
     void HandOut(int level, const std::string& line) {
-        const spdlog::log_clock::time_point now{std::chrono::duration_cast<spdlog::log_clock::duration>(
-            std::chrono::microseconds(gvx::CurrentClock().WallMicroseconds()))};
-        const spdlog::details::log_msg message(now, spdlog::source_loc{}, spdlog::string_view_t(), spdlog::level::info,
-                                               line);
+        const spdlog::details::log_msg message = MessageOf(line);
         for (const spdlog::sink_ptr& sink : m_sinks) {
             Guarded([&] {
                 sink->log(message);
@@ -144,16 +192,8 @@ private:
 
     const int m_level;
     const std::vector<spdlog::sink_ptr> m_sinks;
+    const std::shared_ptr<FileSink> m_file;
 };
-
-spdlog::sink_ptr MakeFileSink(const OMLoggerOptions& options) {
-    spdlog::file_event_handlers handlers;
-    handlers.after_open = [](const spdlog::filename_t&, std::FILE* stream) {
-        fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
-    };
-    return std::make_shared<spdlog::sinks::rotating_file_sink_mt>(options.file, options.maxFileBytes, options.maxFiles,
-                                                                  false, handlers);
-}
 
 }  // namespace
 
@@ -163,10 +203,12 @@ std::shared_ptr<IOMLogger> MakeDefaultLogger(const OMLoggerOptions& options, std
         if (options.console) {
             sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
         }
+        std::shared_ptr<FileSink> file;
         if (!options.file.empty()) {
-            sinks.push_back(MakeFileSink(options));
+            file = std::make_shared<FileSink>(options);
+            sinks.push_back(file);
         }
-        return std::make_shared<SpdlogLogger>(options.level, std::move(sinks));
+        return std::make_shared<SpdlogLogger>(options.level, std::move(sinks), std::move(file));
     } catch (const std::exception& fault) {
         if (error != nullptr) {
             *error = fault.what();

@@ -2,15 +2,44 @@
 
 #include <json/reader.h>
 #include <json/writer.h>
+#include <openssl/crypto.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <sstream>
+#include <vector>
 
 namespace gvx {
 namespace {
+
+// Readers and writers that are not in use. Making one looks its settings up by name, which costs more than most of our
+// texts do. One whose work threw is not given back. Never destroyed: threads read and write until late in the end of
+// the process.
+template <typename Tool>
+class Spares {
+public:
+    std::unique_ptr<Tool> Take() {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        if (m_tools.empty()) {
+            return nullptr;
+        }
+        std::unique_ptr<Tool> tool = std::move(m_tools.back());
+        m_tools.pop_back();
+        return tool;
+    }
+    void Give(std::unique_ptr<Tool> tool) {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_tools.push_back(std::move(tool));
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<std::unique_ptr<Tool>> m_tools;  // Guarded by m_mutex.
+};
 
 Json::CharReaderBuilder MakeReaderBuilder() {
     Json::CharReaderBuilder builder;
@@ -37,10 +66,29 @@ std::string OneLine(std::string text) {
 }
 
 bool ParseOrThrow(const char* text, std::size_t length, Json::Value& value, std::string& fault) {
-    // Never destroyed, as below: threads read and write until late in the end of the process.
     static const auto& builder = *new Json::CharReaderBuilder(MakeReaderBuilder());
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    return reader->parse(text, text + length, &value, &fault);
+    static auto& spares = *new Spares<Json::CharReader>;
+    std::unique_ptr<Json::CharReader> reader = spares.Take();
+    if (reader == nullptr) {
+        reader.reset(builder.newCharReader());
+    }
+    const bool good = reader->parse(text, text + length, &value, &fault);
+    spares.Give(std::move(reader));
+    return good;
+}
+
+std::string WriteOrThrow(const Json::Value& value) {
+    static const auto& builder = *new Json::StreamWriterBuilder(MakeWriterBuilder());
+    static auto& spares = *new Spares<Json::StreamWriter>;
+    std::unique_ptr<Json::StreamWriter> writer = spares.Take();
+    if (writer == nullptr) {
+        writer.reset(builder.newStreamWriter());
+    }
+    std::ostringstream text;
+    writer->write(value, &text);
+    text << '\n';
+    spares.Give(std::move(writer));
+    return text.str();
 }
 
 bool Refuse(Json::Value& value, std::string* error, std::string reason) {
@@ -83,11 +131,23 @@ bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::st
 }
 
 std::string WriteJson(const Json::Value& value) {
-    static const auto& builder = *new Json::StreamWriterBuilder(MakeWriterBuilder());
     try {
-        return Json::writeString(builder, value) + "\n";
+        return WriteOrThrow(value);
     } catch (const std::exception&) {
         return "null\n";
+    }
+}
+
+void WipeJson(Json::Value& value) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    if (value.isString() && value.getString(&begin, &end)) {
+        OPENSSL_cleanse(const_cast<char*>(begin), static_cast<std::size_t>(end - begin));
+    }
+    if (value.isArray() || value.isObject()) {
+        for (Json::Value& member : value) {
+            WipeJson(member);
+        }
     }
 }
 

@@ -18,6 +18,9 @@ bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::st
 // Compact text, one line, ended by a line feed as Json::FastWriter ends it.
 std::string WriteJson(const Json::Value& value);
 
+// Overwrites the texts that the value holds, at any depth; for one that carried a password. Member names stay.
+void WipeJson(Json::Value& value);
+
 // Reads a member by name. Missing, or of another type: the fallback. A number is accepted as text where text is
 // asked for, and decimal text where a number is asked for.
 std::string JsonText(const Json::Value& object, const char* name, const std::string& fallback = std::string());

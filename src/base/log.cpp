@@ -8,6 +8,16 @@ namespace {
 
 constexpr int kErrorFormatBytes = 512;
 
+void WriteTo(IOMLogger* logger, int level, const char* title, const OMLogPlace& place, const char* format, ...)
+    __attribute__((format(printf, 5, 6)));
+
+void WriteTo(IOMLogger* logger, int level, const char* title, const OMLogPlace& place, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    logger->VLog(level, title, place, format, args);
+    va_end(args);
+}
+
 }  // namespace
 
 int ZVS_LogFormatErrCode(char* buffer, int size, int errorCode, const char* format) {
@@ -46,6 +56,15 @@ void OMWriteLogErrCode(int level, const char* title, int errorCode, const OMLogP
     va_start(args, format);
     logger->VLog(level, title, place, fits ? coded : format, args);
     va_end(args);
+}
+
+void OMWriteOperation(const OMLogPlace& place, const char* message, const char* element, const char* link,
+                      const char* transaction, const char* text, const char* result) {
+    IOMLogger* logger = OMAdapter::getInstance()->getOperationLogger();
+    if (logger != nullptr && logger->IsEnabled(OM_LOG_INFO)) {
+        WriteTo(logger, OM_LOG_INFO, "Operation", place, "[%s] [%s] [%s] [%s] %s, %s", message, element, link,
+                transaction, text, result);
+    }
 }
 
 void OMWriteDebug(const OMLogPlace& place, const char* format, ...) {

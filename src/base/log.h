@@ -24,6 +24,11 @@ void OMWriteLog(int level, const char* title, const OMLogPlace& place, const cha
 void OMWriteLogErrCode(int level, const char* title, int errorCode, const OMLogPlace& place, const char* format,
                        ...) __attribute__((format(printf, 5, 6)));
 
+// One line of the operation log: the message, our own identifier, the link, the transaction, what was done and how it
+// ended. Called by GVX_LOG_OPERATION.
+void OMWriteOperation(const OMLogPlace& place, const char* message, const char* element, const char* link,
+                      const char* transaction, const char* text, const char* result);
+
 void OMWriteDebug(const OMLogPlace& place, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 bool OMLogEnabled(int level) noexcept;
@@ -61,6 +66,9 @@ extern std::atomic<long> g_bp_memstat;
             OMWriteLogErrCode(OM_LOG_WARNING, (title), static_cast<int>(code), GVX_LOG_PLACE, __VA_ARGS__); \
         }                                                                                                  \
     } while (false)
+
+#define GVX_LOG_OPERATION(message, element, link, transaction, text, result) \
+    OMWriteOperation(GVX_LOG_PLACE, (message), (element), (link), (transaction), (text), (result))
 
 #define GVX_DEBUG(...)                                  \
     do {                                                \

@@ -8,6 +8,7 @@
 namespace {
 
 std::atomic<IOMLogger*> g_current{nullptr};
+std::atomic<IOMLogger*> g_operation{nullptr};
 std::mutex g_mutex;
 
 // Every logger that was ever installed. Never destroyed: threads log until the process is gone.
@@ -15,6 +16,16 @@ std::mutex g_mutex;
 std::vector<std::shared_ptr<IOMLogger>>& KeptLoggers() {
     static auto* const kept = new std::vector<std::shared_ptr<IOMLogger>>;
     return *kept;
+}
+
+void Install(std::shared_ptr<IOMLogger> logger, std::atomic<IOMLogger*>& place) {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    IOMLogger* const current = logger.get();
+    std::vector<std::shared_ptr<IOMLogger>>& kept = KeptLoggers();
+    if (logger != nullptr && std::find(kept.begin(), kept.end(), logger) == kept.end()) {
+        kept.push_back(std::move(logger));
+    }
+    place.store(current, std::memory_order_release);
 }
 
 }  // namespace
@@ -45,11 +56,14 @@ std::shared_ptr<IOMLogger> OMAdapter::getSharedLogger() const {
 }
 
 void OMAdapter::setLogger(std::shared_ptr<IOMLogger> logger) {
-    const std::lock_guard<std::mutex> lock(g_mutex);
-    IOMLogger* const current = logger.get();
-    std::vector<std::shared_ptr<IOMLogger>>& kept = KeptLoggers();
-    if (logger != nullptr && std::find(kept.begin(), kept.end(), logger) == kept.end()) {
-        kept.push_back(std::move(logger));
-    }
-    g_current.store(current, std::memory_order_release);
+    Install(std::move(logger), g_current);
+}
+
+IOMLogger* OMAdapter::getOperationLogger() const noexcept {
+    IOMLogger* const own = g_operation.load(std::memory_order_acquire);
+    return own != nullptr ? own : getLogger();
+}
+
+void OMAdapter::setOperationLogger(std::shared_ptr<IOMLogger> logger) {
+    Install(std::move(logger), g_operation);
 }

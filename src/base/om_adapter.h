@@ -5,6 +5,10 @@
 #include <memory>
 #include <string>
 
+namespace gvx {
+struct LogFileState;
+}
+
 // Severity of a log line; the numbers are those of syslog (RFC 5424, section 6.2.1).
 enum enOMLogLevel : int {
     OM_LOG_EMERG = 0,
@@ -47,6 +51,10 @@ public:
 
     // Pushes out what is buffered.
     virtual void Flush() {}
+
+    // Looks after the log's file: opens it anew where its name is gone, tries again what has failed, and tells how it
+    // stands. False when the logger has no file.
+    virtual bool CheckFile(gvx::LogFileState& /*state*/) { return false; }
 };
 
 // The process-wide place where the logger is found. Without setLogger there is none, and getLogger gives
@@ -64,6 +72,11 @@ public:
     // thread is writing at this moment is finished on the logger that it began on.
     void setLogger(std::shared_ptr<IOMLogger> logger);
 
+    // The operation log, a logger of its own beside the debug log: what the gateway did for the platform, for
+    // operators. Without one of its own its lines go to the debug log. Kept like the loggers above.
+    IOMLogger* getOperationLogger() const noexcept;
+    void setOperationLogger(std::shared_ptr<IOMLogger> logger);
+
 private:
     OMAdapter() = default;
 };
@@ -76,7 +89,8 @@ struct OMLoggerOptions {
     std::size_t maxFiles = 5;                        // backups kept
 };
 
-// Makes the logger that gvxd and the tools use: console and rotating file, secrets removed from every line.
+// Makes the logger that gvxd and the tools use: console and rotating file, secrets removed from every line. Lines that
+// the file cannot take are counted, and a line tells of them when it can take lines again; see base/log_fault.h.
 // Null when the file cannot be opened; *error then says why.
 std::shared_ptr<IOMLogger> MakeDefaultLogger(const OMLoggerOptions& options, std::string* error);
 

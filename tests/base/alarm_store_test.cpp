@@ -1,6 +1,7 @@
 #include "base/alarm_store.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include "base/bounded_string.h"
 #include "support/recording_logger.h"
 #include "support/temp_folder.h"
+#include "support/test_clock.h"
 
 namespace {
 
@@ -87,13 +89,41 @@ TEST_F(AlarmStore, RefusesBadItemsAndAClosedStore) {
     EXPECT_EQ(Stored().size(), 0u);
 }
 
-TEST_F(AlarmStore, LeavesAFileThatIsNoStoreAsItIs) {
+// Files that another store cannot be made of stay as they are under a dated name, the second of a second as well.
+TEST_F(AlarmStore, SetsACorruptFileAsideAndBeginsAFreshOne) {
+    const ScopedTestClock clock;
     const std::string text = "this is not a data base, but long enough to look like a head of one ............";
-    const std::string path = m_folder.Write("other.txt", text);
-    EXPECT_EQ(ZVS_AlarmInit(path.c_str()), 1);
-    EXPECT_EQ(m_folder.Read("other.txt"), text);
+    m_folder.Write("alarm.db", text);
+    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
+    EXPECT_EQ(m_folder.Read("alarm.db.corrupt-20260102030405"), text);
+    for (int i = 0; i < 200; ++i) {
+        const Alarm_Item item = Item("1", std::string(200, 'i') + std::to_string(i));
+        ASSERT_EQ(ZVS_AddAlarmItem(&item), 0);
+    }
+    ZVS_AlarmClose();
+    std::string damaged = m_folder.Read("alarm.db");
+    damaged.replace(8192, 8192, 8192, 'x');  // pages in the middle
+    m_folder.Write("alarm.db", damaged);
+    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
+    EXPECT_EQ(m_folder.Read("alarm.db.corrupt-20260102030405-1"), damaged);
+    EXPECT_EQ(Stored(), std::vector<std::string>());
+    EXPECT_EQ(m_log->CountLevel(OM_LOG_ERR), 2u);
+}
+
+TEST_F(AlarmStore, RefusesAPlaceWhereNoStoreCanBe) {
     EXPECT_EQ(ZVS_AlarmInit(m_folder.Path("missing/alarm.db").c_str()), 1);
     EXPECT_EQ(ZVS_AlarmInit(nullptr), 1);
+    // Another process that holds the file does not make it a corrupt one.
+    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
+    ZVS_AlarmClose();
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(m_path.c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE", nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    EXPECT_EQ(ZVS_AlarmInit(m_path.c_str()), 1);
+    EXPECT_TRUE(m_log->Contains("database is locked", "Alarm store"));
+    sqlite3_close(other);
+    EXPECT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
     EXPECT_EQ(m_log->CountLevel(OM_LOG_ERR), 3u);
 }
 

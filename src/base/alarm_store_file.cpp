@@ -1,0 +1,132 @@
+#include "base/alarm_store_file.h"
+
+#include "base/clock.h"
+#include "base/log.h"
+
+#include <sqlite3.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <unistd.h>
+
+namespace gvx {
+
+namespace {
+
+constexpr int kBusyMilliseconds = 2000;
+constexpr int kPrimaryCode = 0xFF;
+constexpr int kMostSetAside = 100;
+
+// A write counts only when it is on the disk, hence FULL; the log ahead of the file survives a kill at any moment.
+constexpr const char* kPrepareStore =
+    "PRAGMA journal_mode=WAL;"
+    "PRAGMA synchronous=FULL;"
+    "CREATE TABLE IF NOT EXISTS alarm (id INTEGER PRIMARY KEY AUTOINCREMENT, type TEXT NOT NULL, info TEXT NOT NULL);"
+    "CREATE INDEX IF NOT EXISTS alarm_by_type ON alarm (type, info);";
+
+// The parts of a data base, each with its own name behind that of the file.
+constexpr const char* kParts[] = {"", "-wal", "-shm"};
+
+// An SQLite result; SQLITE_CORRUPT also for pages that do not fit together.
+int CheckPages(sqlite3* database) {
+    const Statement statement = PrepareStatement(database, "PRAGMA quick_check(1)");
+    if (statement == nullptr) {
+        return sqlite3_errcode(database);
+    }
+    const int step = sqlite3_step(statement.get());
+    if (step != SQLITE_ROW) {
+        return step == SQLITE_DONE ? SQLITE_OK : step;
+    }
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement.get(), 0));
+    return text != nullptr && std::strcmp(text, "ok") == 0 ? SQLITE_OK : SQLITE_CORRUPT;
+}
+
+// An SQLite result with its message in reason.
+int TryOpen(const std::string& path, Database& database, std::string& reason) {
+    sqlite3* raw = nullptr;
+    int result = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
+                                 nullptr);
+    database.reset(raw);
+    if (result == SQLITE_OK) {
+        result = sqlite3_busy_timeout(raw, kBusyMilliseconds);
+    }
+    if (result == SQLITE_OK) {
+        result = sqlite3_exec(raw, kPrepareStore, nullptr, nullptr, nullptr);
+    }
+    if (result == SQLITE_OK) {
+        result = CheckPages(raw);
+    }
+    if (result != SQLITE_OK) {
+        const bool tellsItself = raw != nullptr && sqlite3_errcode(raw) != SQLITE_OK;
+        reason = tellsItself ? sqlite3_errmsg(raw) : sqlite3_errstr(result);
+        database.reset();
+    }
+    return result & kPrimaryCode;
+}
+
+std::string DatedName(const std::string& path) {
+    const std::time_t now = WallSeconds();
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char date[32];
+    std::strftime(date, sizeof(date), "%Y%m%d%H%M%S", &utc);
+    std::string name = path + ".corrupt-" + date;
+    for (int number = 1; access(name.c_str(), F_OK) == 0 && number < kMostSetAside; ++number) {
+        name = path + ".corrupt-" + date + "-" + std::to_string(number);
+    }
+    return name;
+}
+
+// False, with an error line, when the file stays where it is.
+bool SetAside(const std::string& path, const std::string& reason) {
+    const std::string name = DatedName(path);
+    if (std::rename(path.c_str(), name.c_str()) != 0) {
+        GVX_LOG_ERR("Alarm store", "%s is corrupt (%s) and cannot be set aside: %s", path.c_str(), reason.c_str(),
+                    std::strerror(errno));
+        return false;
+    }
+    for (const char* part : kParts) {
+        if (*part != '\0') {
+            std::rename((path + part).c_str(), (name + part).c_str());  // mostly there is none
+        }
+    }
+    GVX_LOG_ERR("Alarm store", "%s is corrupt (%s): set aside as %s, a fresh store is begun", path.c_str(),
+                reason.c_str(), name.c_str());
+    return true;
+}
+
+}  // namespace
+
+void CloseDatabase::operator()(sqlite3* database) const {
+    sqlite3_close_v2(database);
+}
+
+void FinishStatement::operator()(sqlite3_stmt* statement) const {
+    sqlite3_finalize(statement);
+}
+
+Statement PrepareStatement(sqlite3* database, const char* sql) {
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v2(database, sql, -1, &statement, nullptr);
+    return Statement(statement);
+}
+
+Database OpenAlarmDatabase(const std::string& path) {
+    Database database;
+    std::string reason;
+    int result = TryOpen(path, database, reason);
+    if (result == SQLITE_NOTADB || result == SQLITE_CORRUPT) {
+        if (!SetAside(path, reason)) {
+            return nullptr;
+        }
+        result = TryOpen(path, database, reason);
+    }
+    if (result != SQLITE_OK) {
+        GVX_LOG_ERR("Alarm store", "Opening %s failed: %s", path.c_str(), reason.c_str());
+    }
+    return database;
+}
+
+}  // namespace gvx

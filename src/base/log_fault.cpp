@@ -1,0 +1,85 @@
+#include "base/log_fault.h"
+
+#include "base/log.h"
+
+#include <chrono>
+#include <system_error>
+
+#include <pthread.h>
+
+namespace gvx {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPeriod(250);
+
+}  // namespace
+
+bool LogFaultWatch::Start() {
+    try {
+        m_thread = std::thread([this] { Run(); });
+    } catch (const std::system_error& fault) {
+        GVX_LOG_ERR("Log watch", "The thread cannot be made: %s", fault.what());
+        return false;
+    }
+    pthread_setname_np(m_thread.native_handle(), "LogWatch");
+    return true;
+}
+
+void LogFaultWatch::Stop() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void LogFaultWatch::Run() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_stop) {
+        lock.unlock();
+        Look();
+        lock.lock();
+        m_wake.wait_for(lock, kPeriod, [this] { return m_stop; });
+    }
+}
+
+void LogFaultWatch::Look() {
+    IOMLogger* const debugLog = OMAdapter::getInstance()->getLogger();
+    IOMLogger* const operationLog = OMAdapter::getInstance()->getOperationLogger();
+    if (debugLog != nullptr) {
+        Look(*debugLog);
+    }
+    if (operationLog != nullptr && operationLog != debugLog) {
+        Look(*operationLog);
+    }
+}
+
+void LogFaultWatch::Look(IOMLogger& logger) {
+    LogFileState state;
+    if (logger.CheckFile(state)) {
+        Tell(m_told[&logger], state);
+    }
+}
+
+// A fault that came and went between two looks is told with its end, so that none is passed over.
+void LogFaultWatch::Tell(Told& told, const LogFileState& state) const {
+    const bool first = !told.any;
+    told.any = true;
+    for (const LogFault fault : kLogFaults) {
+        bool raised = told.open.Has(fault);
+        if (!raised && (state.occurred.Has(fault) || state.open.Has(fault))) {
+            m_callback(fault, state.folder.c_str(), state.name.c_str());
+            raised = true;
+        }
+        if (!state.open.Has(fault) && (raised || first)) {
+            m_callback(fault + kLogFaultEnded, state.folder.c_str(), state.name.c_str());
+        }
+    }
+    told.open = state.open;
+}
+
+}  // namespace gvx
