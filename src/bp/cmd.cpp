@@ -32,6 +32,7 @@ CCmd* CCmd::NewClone() const noexcept {
         copy->m_uiReqID = m_uiReqID;
         copy->m_iNetElemType = m_iNetElemType;
         copy->m_uiServiceID = m_uiServiceID;
+        copy->m_bFedIn = m_bFedIn;
         copy->m_timestamp = m_timestamp;
         copy->m_strNetLinkID = m_strNetLinkID;
         copy->m_strTransID = m_strTransID;

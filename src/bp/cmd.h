@@ -45,6 +45,10 @@ public:
     std::uint32_t GetServiceID() const { return m_uiServiceID; }
     void SetServiceID(std::uint32_t serviceID) { m_uiServiceID = serviceID; }
 
+    // True for a command that this process fed in itself; one that a link brought is never so.
+    bool IsFedIn() const { return m_bFedIn; }
+    void SetFedIn(bool fedIn) { m_bFedIn = fedIn; }
+
     // A deep copy, message block and its data included; null when there is no memory. The caller owns it.
     CCmd* NewClone() const noexcept;
 
@@ -52,6 +56,7 @@ private:
     std::uint32_t m_uiReqID = 0;
     int m_iNetElemType = 0;
     std::uint32_t m_uiServiceID = 0;
+    bool m_bFedIn = false;
     std::time_t m_timestamp = 0;
     ACE_Message_Block* m_pMsgBlock = nullptr;  // owned
     std::string m_strNetLinkID;

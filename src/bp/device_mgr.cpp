@@ -29,4 +29,9 @@ int CDeviceMgr::HandleClusterTaskShiftIn(int reason, const std::string& nodeCode
     return deviceMgr != nullptr ? deviceMgr->HandleClusterTaskShiftIn(reason, nodeCode) : 1;
 }
 
+bool CDeviceMgr::FindMainDevice(const std::string& devCode, std::string& address) {
+    IDeviceMgr* const deviceMgr = g_deviceMgr;
+    return deviceMgr != nullptr && deviceMgr->FindMainDevice(devCode, address);
+}
+
 }  // namespace BP

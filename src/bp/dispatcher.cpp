@@ -129,7 +129,8 @@ CCmd* CDispatcher::dispatcherSyncMsgOut(std::uint32_t serviceID, int, const char
         GVX_LOG_ERR("Synchronous send", "Refused on the thread that serves the links. ReqID[0x%04x]", reqID);
         return nullptr;
     }
-    TransactionTable::Wait wait(transID);
+    const unsigned int limitSeconds = timeoutSeconds != 0 ? timeoutSeconds : kSyncTimeoutSeconds;
+    TransactionTable::Wait wait(transID, TextOf(linkID));
     if (!wait.Begun()) {
         GVX_LOG_ERR("Synchronous send", "Stopping, or nobody can wait for this transaction. ReqID[0x%04x] TransID[%s]",
                     reqID, transID.c_str());
@@ -145,10 +146,15 @@ CCmd* CDispatcher::dispatcherSyncMsgOut(std::uint32_t serviceID, int, const char
         GVX_LOG_ERR_CODE("Synchronous send", result, "ReqID[0x%04x] did not leave. [link:%s]", reqID, TextOf(linkID));
         return nullptr;
     }
-    std::unique_ptr<CCmd> answer = wait.Take(static_cast<std::int64_t>(timeoutSeconds) * 1000);
+    std::unique_ptr<CCmd> answer = wait.Take(static_cast<std::int64_t>(limitSeconds) * 1000);
     if (answer == nullptr) {
-        GVX_LOG_ERR("Synchronous send", "No answer within %u s. ReqID[0x%04x] TransID[%s] [link:%s]", timeoutSeconds,
-                    reqID, transID.c_str(), TextOf(linkID));
+        if (wait.LinkLost()) {
+            GVX_LOG_ERR("Synchronous send", "The link closed before the answer. ReqID[0x%04x] TransID[%s] [link:%s]",
+                        reqID, transID.c_str(), TextOf(linkID));
+        } else {
+            GVX_LOG_ERR("Synchronous send", "No answer within %u s. ReqID[0x%04x] TransID[%s] [link:%s]", limitSeconds,
+                        reqID, transID.c_str(), TextOf(linkID));
+        }
         return nullptr;
     }
     answer->SetServiceID(serviceID);
@@ -165,6 +171,7 @@ int CDispatcher::dispatcherInWithoutTransaction(int netElemType, const char* lin
         return ZVS_ALLOC_MEMORY_ERROR;
     }
     cmd->SetMsgBlock(copy.release());
+    cmd->SetFedIn(true);
     const int result = Route(std::move(cmd));
     if (result == ZVS_SUCCEED && block != nullptr) {
         block->release();

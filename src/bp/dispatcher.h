@@ -17,6 +17,8 @@ namespace BP {
 // not exist or whose queue is full, ZVS_NULL_POINTER for a null block, ZVS_PARA_INVALID for a block that is no
 // whole frame or for bCompress true, which no peer of this gateway understands.
 struct CDispatcher {
+    static constexpr unsigned int kSyncTimeoutSeconds = 5;
+
     static int dispatcherOutWithoutTransaction(int netElemType, const char* linkID, const char* transID,
                                                std::uint32_t reqID, ACE_Message_Block*& block, bool bCompress,
                                                unsigned int priority);
@@ -27,8 +29,9 @@ struct CDispatcher {
                                             const char* transID, std::uint32_t reqID, ACE_Message_Block*& block,
                                             bool bCompress, unsigned int priority);
 
-    // Sends and waits at most timeoutSeconds for the response that carries the transaction. The caller owns the
-    // returned command; null for a failed send, a time-out or a stop. Takes the block over in every case.
+    // Sends and waits at most timeoutSeconds for the response that carries the transaction; 0 means the limit of
+    // kSyncTimeoutSeconds, since a wait without one could hold its thread for ever. The caller owns the returned
+    // command; null for a failed send, a time-out, a close of the link or a stop. Takes the block over in every case.
     // On the link I/O thread, which would have to receive the answer, it is refused at once with null.
     static CCmd* dispatcherSyncMsgOut(std::uint32_t serviceID, int netElemType, const char* linkID,
                                       const std::string& transID, std::uint32_t reqID, ACE_Message_Block* block,

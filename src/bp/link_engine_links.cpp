@@ -7,6 +7,7 @@
 #include "base/log.h"
 #include "bp/dispatcher.h"
 #include "bp/element_type.h"
+#include "bp/transactions.h"
 
 namespace BP {
 
@@ -61,6 +62,7 @@ void LinkEngine::LinkClosed(Link& link, bool wasOpen) {
         std::unique_lock<std::mutex> lock(m_mutexOpen);
         m_open.erase(link.ID());
         lock.unlock();
+        TransactionTable::Instance().LinkClosed(link.ID());
         Report(m_events.closed, "closed", link);
     }
 }

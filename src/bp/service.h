@@ -34,6 +34,8 @@ public:
     virtual std::string GetReqDevID(std::uint32_t seqID) = 0;
     // The cluster moves tasks to this node (the main-service link has gone, or it says so).
     virtual int HandleClusterTaskShiftIn(int reason, const std::string& nodeCode) = 0;
+    // The address of the device of that code, empty when it has none. False when there is no such device.
+    virtual bool FindMainDevice(const std::string& /*devCode*/, std::string& /*address*/) { return false; }
 };
 
 struct CDeviceMgr {
@@ -42,6 +44,7 @@ struct CDeviceMgr {
     static int ProcessSdkException(const ACE_Message_Block* block);  // 1 without an implementation
     static std::string GetReqDevID(std::uint32_t seqID);
     static int HandleClusterTaskShiftIn(int reason, const std::string& nodeCode);  // 1 without an implementation
+    static bool FindMainDevice(const std::string& devCode, std::string& address);
 };
 
 // Device protocols by their number.

@@ -24,12 +24,13 @@ TransactionTable& TransactionTable::Instance() {
     return table;
 }
 
-void TransactionTable::Open(const std::string& transID, std::uint32_t serviceID) {
+void TransactionTable::Open(std::string transID, std::uint32_t serviceID) {
     if (transID.empty()) {
         return;
     }
+    const OpenTransaction opened{serviceID, gvx::MonotonicMilliseconds()};
     std::lock_guard<std::mutex> guard(m_mutex);
-    m_open[transID] = OpenTransaction{serviceID, gvx::MonotonicMilliseconds()};
+    m_open.insert_or_assign(std::move(transID), opened);
 }
 
 void TransactionTable::Remove(std::string_view transID) {
@@ -73,6 +74,16 @@ std::unique_ptr<CCmd> TransactionTable::Deliver(std::unique_ptr<CCmd> response) 
     return nullptr;
 }
 
+void TransactionTable::LinkClosed(const std::string& linkID) {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    for (const auto& wait : m_waits) {
+        if (wait.second->m_linkID == linkID) {
+            wait.second->m_linkLost = true;
+            wait.second->m_changed.notify_one();
+        }
+    }
+}
+
 void TransactionTable::StopWaiting() {
     std::lock_guard<std::mutex> guard(m_mutex);
     m_stopped = true;
@@ -86,7 +97,8 @@ void TransactionTable::Resume() {
     m_stopped = false;
 }
 
-TransactionTable::Wait::Wait(std::string transID) : m_table(Instance()), m_transID(std::move(transID)) {
+TransactionTable::Wait::Wait(std::string transID, std::string linkID)
+    : m_table(Instance()), m_transID(std::move(transID)), m_linkID(std::move(linkID)) {
     std::lock_guard<std::mutex> guard(m_table.m_mutex);
     m_begun = !m_table.m_stopped && !m_transID.empty() && m_table.m_waits.emplace(m_transID, this).second;
 }
@@ -101,7 +113,7 @@ TransactionTable::Wait::~Wait() {
 std::unique_ptr<CCmd> TransactionTable::Wait::Take(std::int64_t timeoutMs) {
     const std::int64_t deadline = gvx::MonotonicMilliseconds() + timeoutMs;
     std::unique_lock<std::mutex> lock(m_table.m_mutex);
-    while (m_begun && m_answer == nullptr && !m_table.m_stopped) {
+    while (m_begun && m_answer == nullptr && !m_linkLost && !m_table.m_stopped) {
         const std::int64_t left = deadline - gvx::MonotonicMilliseconds();
         if (left <= 0) {
             break;

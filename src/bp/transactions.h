@@ -19,7 +19,7 @@ public:
     static TransactionTable& Instance();
 
     // Remembers a transaction as open for a service; an empty text is none. One that is open already is renewed.
-    void Open(const std::string& transID, std::uint32_t serviceID);
+    void Open(std::string transID, std::uint32_t serviceID);
     void Remove(std::string_view transID);
     std::size_t CountOpen();
     std::size_t Expire();
@@ -28,21 +28,26 @@ public:
     // answer is not missed, and ends with the object.
     class Wait {
     public:
-        explicit Wait(std::string transID);
+        // linkID: where the request goes.
+        Wait(std::string transID, std::string linkID);
         ~Wait();
         Wait(const Wait&) = delete;
         Wait& operator=(const Wait&) = delete;
 
         // False when somebody else waits for the same text, for an empty text, and after StopWaiting.
         bool Begun() const { return m_begun; }
-        // Null for a time-out or a stop.
+        // Null for a time-out, a close of the link or a stop.
         std::unique_ptr<CCmd> Take(std::int64_t timeoutMs);
+        // After Take: whether the link has closed meanwhile.
+        bool LinkLost() const { return m_linkLost; }
 
     private:
         friend class TransactionTable;
         TransactionTable& m_table;
         const std::string m_transID;
+        const std::string m_linkID;
         bool m_begun = false;
+        bool m_linkLost = false;  // Guarded by the table's mutex until Take has returned.
         std::condition_variable m_changed;
         std::unique_ptr<CCmd> m_answer;  // Guarded by the table's mutex.
     };
@@ -50,6 +55,9 @@ public:
     // Hands a response to the thread that waits for it. When there is none, or it has its answer already, the
     // command is handed back. Ends the open transaction of that text in any case.
     std::unique_ptr<CCmd> Deliver(std::unique_ptr<CCmd> response);
+
+    // A link has closed: its answers can come no more, and whoever waits for one of them is let go.
+    void LinkClosed(const std::string& linkID);
 
     void StopWaiting();
     void Resume();
