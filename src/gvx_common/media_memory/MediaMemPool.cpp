@@ -36,7 +36,8 @@ MediaMemPool::~MediaMemPool() {
     UnInit();
 }
 
-// Chooses the level to take a block from, as one step with counting that block as out of the level.
+// Chooses the level to take a block from, as one step with counting that block as out of the level, unless it is level
+// 0, which is never freed.
 //
 // A level is freed only when none of its blocks is counted and it is no longer the current one. A caller that has
 // counted itself and then still sees its level as the current one may therefore pop from it in peace: whoever frees the
@@ -45,28 +46,37 @@ unsigned int MediaMemPool::ReserveLevel() {
     const unsigned int seen = m_level.load();
     const bool mayRise =
         seen < kTopLevel && !CertainlyNotAbove(GVX_POOL_HIGH_WATER * static_cast<float>(GetPacketSize(seen)));
-    if (!mayRise) {
+    const bool reserved = seen != 0 && !mayRise;
+    if (reserved) {
         m_memStackSize[seen].fetch_add(1);
         if (m_level.load() == seen) {
             return seen;
         }
     }
     const SpinlockGuard guard(m_spinLock);
-    if (!mayRise) {
+    if (reserved) {
         m_memStackSize[seen].fetch_sub(1);
         DestroyIfLeft(seen);
     }
     TryIncLevel();
     const unsigned int level = m_level.load();
-    m_memStackSize[level].fetch_add(1);
+    if (level != 0) {
+        m_memStackSize[level].fetch_add(1);
+    }
     return level;
 }
 
 ACE_Message_Block* MediaMemPool::TakeReserved() {
     const unsigned int level = ReserveLevel();
+    if (level == 0) {
+        return TakeLevelZero();
+    }
     ACE_Message_Block* block = Pop(level);
     if (block == nullptr) {
+        // While it was counted, the last block of a level that has been left may have come back.
+        const SpinlockGuard guard(m_spinLock);
         m_memStackSize[level].fetch_sub(1);
+        DestroyIfLeft(level);
         return nullptr;
     }
     m_usedPacketSize.fetch_add(1);
@@ -74,15 +84,8 @@ ACE_Message_Block* MediaMemPool::TakeReserved() {
 }
 
 ACE_Message_Block* MediaMemPool::Alloc(const char* file, int line) {
-    ACE_Message_Block* block = nullptr;
-    if (MayTakeFromLevelZero()) {
-        // Level 0 is never freed while the pool runs, so nothing needs to be announced ahead of the pop.
-        block = Pop(0);
-        if (block == nullptr) {
-            return nullptr;
-        }
-        CountLevelZero(1);
-    } else if ((block = TakeReserved()) == nullptr) {
+    ACE_Message_Block* block = MayTakeFromLevelZero() ? TakeLevelZero() : TakeReserved();
+    if (block == nullptr) {
         return nullptr;
     }
     if (g_debugFlag != 0) {
@@ -108,11 +111,11 @@ int MediaMemPool::Free(ACE_Message_Block* mb, const char*, int) {
         }
         next = current->cont();
         current->cont(nullptr);
-        if (!Push(level, current)) {
+        if (level == 0) {
+            GiveLevelZero(current);
             continue;
         }
-        if (level == 0) {
-            CountLevelZero(-1);
+        if (!Push(level, current)) {
             continue;
         }
         m_memStackSize[level].fetch_sub(1);
@@ -135,8 +138,9 @@ int MediaMemPool::AddRef(ACE_Message_Block* mb) {
 }
 
 bool MediaMemPool::Isfull() {
-    const Stack* stack = m_memoryStack[m_level.load()].get();
-    return stack == nullptr || stack->blocks.empty();
+    const unsigned int level = m_level.load();
+    const Stack* stack = m_memoryStack[level].get();
+    return stack == nullptr || (stack->blocks.empty() && !(level == 0 && HasBatches()));
 }
 
 unsigned int MediaMemPool::GetRTPBufferCount() {

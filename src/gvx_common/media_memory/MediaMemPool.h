@@ -67,6 +67,8 @@ public:
 
 private:
     struct Stack;
+    struct Batch;
+    struct Depot;
 
     bool CreateMem(unsigned int level);             // m_spinLock is held, or the process is starting
     void DestroyMem(unsigned int level);            // the same
@@ -76,16 +78,26 @@ private:
     bool LowWaterLevel(unsigned int level) const;   // the same
     bool EmptyWaterLevel(unsigned int level) const;
 
-    // Blocks of level 0 that one thread has taken less those that it has given back. Written by the slot's thread
-    // alone.
+    // What one thread keeps of level 0. Used by the slot's thread alone, but for out, which others may read.
     struct alignas(64) Slot {
-        std::atomic<int> out{0};
+        std::atomic<int> out{0};  // blocks that it has taken less those that it has given back
+        unsigned int kept = 0;    // free blocks, the last given back behind the others
+        std::array<ACE_Message_Block*, gvx::kSlotBlocks> free;
     };
 
     bool MayTakeFromLevelZero() const;
-    void CountLevelZero(int blocks);
+    ACE_Message_Block* TakeLevelZero();
+    bool GiveLevelZero(ACE_Message_Block* mb);
+    void CountIn(Slot& slot, int blocks);
+    void CountInTotals(int blocks);
     void MoveToTotals(Slot& slot);  // takes m_spinLock
     int OutInSlots() const;
+    bool Refill(Slot& slot);
+    bool Spill(Slot& slot);
+    ACE_Message_Block* TakeWithoutSlot();
+    bool HasBatches() const;
+    bool MakeDepot();
+    void DropDepot();  // with what the slots keep
     bool CertainlyNotAbove(float mark) const;
     bool CertainlyAbove(float mark) const;
 
@@ -103,11 +115,13 @@ private:
     alignas(64) std::array<std::unique_ptr<char[]>, kLevels> m_memory;    // arenas. Guarded by m_spinLock.
     std::array<std::unique_ptr<ACE_Message_Block[]>, kLevels> m_mbArray;  // block headers. Guarded by m_spinLock.
     std::array<std::unique_ptr<Stack>, kLevels> m_memoryStack;            // free blocks, from Init to UnInit
+    std::unique_ptr<Depot> m_depot;                                       // free blocks of level 0 in batches
     std::array<std::atomic<unsigned int>, kLevels> m_memStackSize;        // blocks out, of each level
     std::atomic<unsigned int> m_usedPacketSize;                           // blocks out, of all levels
     std::atomic<unsigned int> m_level;  // where Alloc takes from. Written under m_spinLock.
     bool m_timeToDecLevel;              // read by nobody
-    // Guards m_level, CreateMem and DestroyMem, and the moves from the slots. Innermost: only the log is called under it.
+    // Guards m_level, CreateMem and DestroyMem, and the moves from the slots. Innermost: only the log is called under
+    // it.
     Spinlock m_spinLock;
     std::array<Slot, gvx::kThreadSlots> m_slots;
 };

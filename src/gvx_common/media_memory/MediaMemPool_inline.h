@@ -10,6 +10,10 @@
 // A thread with a slot counts blocks of level 0 there, without an atomic exchange, and moves the count to the totals
 // when it reaches kSlotLimit either way. The totals alone therefore tell the use to within kSlotSlack. Near a mark the
 // slots are added up under m_spinLock, which also holds back every move, so that the marks are met exactly.
+//
+// It keeps free blocks of level 0 there as well, which count as free like those on the level's stack. All slots
+// together keep fewer than are free whenever level 0 is the current one, so that none of its callers ever finds
+// nothing.
 
 namespace gvx {
 
@@ -32,14 +36,12 @@ inline bool MediaMemPool::MayTakeFromLevelZero() const {
     return m_level.load() == 0 && CertainlyNotAbove(GVX_POOL_HIGH_WATER * static_cast<float>(GetPacketSize(0)));
 }
 
-inline void MediaMemPool::CountLevelZero(int blocks) {
-    const unsigned int index = gvx::ThreadSlot();
-    if (index == gvx::kNoThreadSlot) {
-        m_memStackSize[0].fetch_add(static_cast<unsigned int>(blocks));
-        m_usedPacketSize.fetch_add(static_cast<unsigned int>(blocks));
-        return;
-    }
-    Slot& slot = m_slots[index];
+inline void MediaMemPool::CountInTotals(int blocks) {
+    m_memStackSize[0].fetch_add(static_cast<unsigned int>(blocks));
+    m_usedPacketSize.fetch_add(static_cast<unsigned int>(blocks));
+}
+
+inline void MediaMemPool::CountIn(Slot& slot, int blocks) {
     const int out = slot.out.load(std::memory_order_relaxed) + blocks;
     slot.out.store(out, std::memory_order_release);
     if (out >= gvx::kSlotLimit || out <= -gvx::kSlotLimit) {
@@ -68,4 +70,40 @@ inline ACE_Message_Block* MediaMemPool::Pop(unsigned int level) {
     const SpeculativeReads scope;
     ACE_Message_Block* block = nullptr;
     return stack->blocks.pop(block) ? block : nullptr;
+}
+
+// Level 0 is never freed while the pool runs, so nothing needs to be announced ahead of taking a block.
+inline ACE_Message_Block* MediaMemPool::TakeLevelZero() {
+    const unsigned int index = gvx::ThreadSlot();
+    if (index == gvx::kNoThreadSlot) {
+        return TakeWithoutSlot();
+    }
+    Slot& slot = m_slots[index];
+    if (slot.kept == 0 && !Refill(slot)) {
+        return nullptr;
+    }
+    ACE_Message_Block* block = slot.free[--slot.kept];
+    CountIn(slot, 1);
+    return block;
+}
+
+// False when the block found no place; it is then not counted.
+inline bool MediaMemPool::GiveLevelZero(ACE_Message_Block* mb) {
+    const unsigned int index = gvx::ThreadSlot();
+    if (index == gvx::kNoThreadSlot) {
+        if (!Push(0, mb)) {
+            return false;
+        }
+        CountInTotals(-1);
+        return true;
+    }
+    Slot& slot = m_slots[index];
+    const bool hasRoom = slot.kept < gvx::kSlotBlocks || Spill(slot);
+    if (hasRoom && m_depot != nullptr) {
+        slot.free[slot.kept++] = mb;
+    } else if (!Push(0, mb)) {
+        return false;
+    }
+    CountIn(slot, -1);
+    return true;
 }

@@ -27,6 +27,7 @@ bool MediaMemPool::Init() {
     for (Slot& slot : m_slots) {
         slot.out = 0;
     }
+    DropDepot();
     for (unsigned int level = 0; level < kLevels; ++level) {
         ReleaseMem(level);
         ReleaseStack(level);
@@ -42,10 +43,14 @@ bool MediaMemPool::Init() {
         }
         ++g_bp_memstat;
     }
+    if (!MakeDepot()) {
+        return false;
+    }
     return CreateMem(m_level.load());
 }
 
 void MediaMemPool::UnInit() {
+    DropDepot();
     for (unsigned int level = 0; level < kLevels; ++level) {
         DestroyMem(level);
         ReleaseStack(level);
@@ -161,7 +166,7 @@ bool MediaMemPool::EmptyWaterLevel(unsigned int level) const {
 }
 
 void MediaMemPool::DestroyIfLeft(unsigned int level) {
-    if (level != 0 && EmptyWaterLevel(level) && m_level.load() != level) {
+    if (level != 0 && m_memory[level] != nullptr && EmptyWaterLevel(level) && m_level.load() != level) {
         DestroyMem(level);
     }
 }
@@ -176,20 +181,4 @@ void MediaMemPool::FallBack(unsigned int level) {
     }
     // Written behind the lock, so that nobody waits for the log.
     GVX_LOG_INFO("MediaMemPool::Free", "TryDecLevel, level[%u],TryDecLevel[%u]", level, current);
-}
-
-int MediaMemPool::OutInSlots() const {
-    int out = 0;
-    for (const Slot& slot : m_slots) {
-        out += slot.out.load(std::memory_order_acquire);
-    }
-    return out;
-}
-
-void MediaMemPool::MoveToTotals(Slot& slot) {
-    const SpinlockGuard guard(m_spinLock);
-    const auto out = static_cast<unsigned int>(slot.out.load(std::memory_order_relaxed));
-    m_memStackSize[0].fetch_add(out);
-    m_usedPacketSize.fetch_add(out);
-    slot.out.store(0, std::memory_order_release);
 }

@@ -1,10 +1,13 @@
 #pragma once
 
-// Threads that count their blocks for themselves. A thread that has taken a slot is the only one that writes to it,
-// until the thread ends; a later thread goes on with what stands there.
+// Threads that count their blocks, and keep some free ones, for themselves. A thread that has taken a slot is the only
+// one that uses it, until the thread ends; a later thread goes on with what stands there.
 namespace gvx {
 
 constexpr unsigned int kThreadSlots = 64;
+// Free blocks that a slot keeps at most, and how many of them change hands at a time.
+constexpr unsigned int kSlotBlocks = 32;
+constexpr unsigned int kBatchBlocks = kSlotBlocks / 2;
 // The answer for a thread that found every slot taken, and in a thread that is ending.
 constexpr unsigned int kNoThreadSlot = kThreadSlots;
 constexpr unsigned int kThreadSlotUnknown = kThreadSlots + 1;

@@ -35,8 +35,27 @@ public:
     SpeculativeReads& operator=(const SpeculativeReads&) = delete;
 };
 
-// The free blocks of one level. Grows beyond its first nodes only for blocks that the pool does not know.
+// The free blocks of one level, but for those of level 0 that are kept in slots or batches. Grows beyond its first
+// nodes only for blocks that the pool does not know.
 struct MediaMemPool::Stack {
     explicit Stack(std::size_t nodes) : blocks(nodes) {}
     boost::lockfree::stack<ACE_Message_Block*> blocks;
+};
+
+// Free blocks of level 0 that go from one thread to another at one exchange.
+struct MediaMemPool::Batch {
+    std::array<ACE_Message_Block*, gvx::kBatchBlocks> blocks;
+};
+
+// The batches that hold blocks, and those that hold none. There are enough for all blocks of the level, and each stack
+// has a node for every one of them.
+struct MediaMemPool::Depot {
+    explicit Depot(std::size_t count) : batches(new Batch[count]), full(count), empty(count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            empty.push(&batches[i]);
+        }
+    }
+    std::unique_ptr<Batch[]> batches;
+    boost::lockfree::stack<Batch*> full;
+    boost::lockfree::stack<Batch*> empty;
 };

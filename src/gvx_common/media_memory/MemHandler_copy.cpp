@@ -23,13 +23,17 @@ bool IsLegalCopy(const void* memory, unsigned int len) {
 // says. Ends with success when the chain does. page and from are left where the copy ended, page null behind the last.
 unsigned int CopyOut(const char* title, ACE_Message_Block*& page, char*& from, char* dst, unsigned int len) {
     const unsigned int room = kPageSize - static_cast<unsigned int>(from - page->rd_ptr());
-    if (len < room) {
+    if (len <= room) {
         if (memcpy_s(dst, len, from, len) != 0) {
             GVX_LOG_ERR(title, "memcpy_s Fail.copylen:%u, dst:%p, posPtr.second:%p", len, static_cast<void*>(dst),
                         static_cast<void*>(from));
             return 1;
         }
         from += len;
+        if (len == room) {
+            page = page->cont();
+            from = page == nullptr ? nullptr : page->rd_ptr();
+        }
         return 0;
     }
     if (room != 0 && memcpy_s(dst, room, from, room) != 0) {

@@ -38,7 +38,7 @@ long TLV_Decoder::Decode(const unsigned char* buf, unsigned long len) {
         const auto length = ReadWord<unsigned int>(m_pucTlvBuf.get(), len, pos);
         // The sense of this test is kept as it is: a good item writes the line, a bad length none, and nothing is
         // refused.
-        const unsigned long remain = len - pos;
+        const unsigned long remain = len - std::min(len, pos);
         if (length <= remain) {
             GVX_LOG_ERR("Invalid Tlv Obj", "Length %u!,Buf Remain Length %u", length,
                         static_cast<unsigned int>(remain));

@@ -131,15 +131,15 @@ template long TLV_Encoder::EncodeValue<unsigned long>(int, unsigned long, unsign
 template long TLV_Encoder::EncodeValue<unsigned long long>(int, unsigned long long, unsigned int);
 template long TLV_Encoder::EncodeValue<LAYER_ONE_TYPE>(int, LAYER_ONE_TYPE, unsigned int);
 
-long TLV_Encoder::AppendHeadMem(int type, unsigned int len) {
+long TLV_Encoder::AppendHeadMem(const char* title, int type, unsigned int len) {
     if (Append(m_memHandler, type, sizeof(type)) != 0) {
-        GVX_LOG_ERR("TLV_Encoder::EncodeMemBuf", "AddCharBuf failed.type:%x,val Mem,currentLen:%u",
-                    static_cast<unsigned int>(type), GetMemBufLength());
+        GVX_LOG_ERR(title, "AddCharBuf failed.type:%x,val Mem,currentLen:%u", static_cast<unsigned int>(type),
+                    GetMemBufLength());
         return 1;
     }
     if (Append(m_memHandler, len, sizeof(len)) != 0) {
-        GVX_LOG_ERR("TLV_Encoder::EncodeMemBuf", "AddCharBuf failed.type:%x,val Mem,len:%u,currentLen:%u",
-                    static_cast<unsigned int>(type), len, GetMemBufLength());
+        GVX_LOG_ERR(title, "AddCharBuf failed.type:%x,val Mem,len:%u,currentLen:%u", static_cast<unsigned int>(type),
+                    len, GetMemBufLength());
         return 1;
     }
     return 0;
@@ -147,12 +147,12 @@ long TLV_Encoder::AppendHeadMem(int type, unsigned int len) {
 
 template <typename T>
 long TLV_Encoder::EncodePtrValue(int type, T ptr, unsigned int len) {
-    if (AppendHeadMem(type, len) != 0) {
+    if (AppendHeadMem("TLV_Encoder::EncodePtrValue", type, len) != 0) {
         return 1;
     }
     unsigned int pos = 0;
     if (m_memHandler.AddCharBuf(reinterpret_cast<const char*>(ptr), len, pos) != 0) {
-        GVX_LOG_ERR("TLV_Encoder::EncodePtrValue", "AddCharBuf failed.type:%x,val Mem,len:%u,currentLen:%u",
+        GVX_LOG_ERR("TLV_Encoder::EncodePtrValue", "AddPtrBuf failed.type:%x,val Mem,len:%u,currentLen:%u",
                     static_cast<unsigned int>(type), len, GetMemBufLength());
         return 1;
     }
@@ -163,7 +163,7 @@ template long TLV_Encoder::EncodePtrValue<char*>(int, char*, unsigned int);
 template long TLV_Encoder::EncodePtrValue<const unsigned char*>(int, const unsigned char*, unsigned int);
 
 long TLV_Encoder::EncodeMemBuf(int type, unsigned int pos, unsigned int len, const MemHandler& src) {
-    if (AppendHeadMem(type, len) != 0) {
+    if (AppendHeadMem("TLV_Encoder::EncodeMemBuf", type, len) != 0) {
         return 1;
     }
     unsigned int start = 0;

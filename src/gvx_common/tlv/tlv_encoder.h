@@ -56,7 +56,7 @@ public:
 private:
     template <typename V>
     long Put(int type, V value);
-    long AppendHeadMem(int type, unsigned int len);
+    long AppendHeadMem(const char* title, int type, unsigned int len);
 
     MemHandler m_memHandler;
 };

@@ -8,8 +8,10 @@
 #include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <set>
+#include <string>
 #include <vector>
 
 namespace {
@@ -68,55 +70,69 @@ TEST_F(MediaMemPoolTest, BlocksAreSlicesOfOneArenaAndCarryTheirLevel) {
     EXPECT_EQ(StateOf(pool).used, 0u);
 }
 
+// The greatest use with which a block is still taken from the level, and the use at which a level falls back.
+constexpr unsigned int kHigh[] = {29491, 58982, 117964, 235929};
+constexpr unsigned int kLow[] = {0, 19660, 39321, 78643, 157286};
+
 TEST_F(MediaMemPoolTest, LevelsOpenAndCloseAtTheirMarks) {
-    Blocks first;
-    TakeUntil(29492, first);  // the last of these was taken with 29491 out
-    EXPECT_EQ(StateOf(pool).level, 0u);
-    Blocks second;
-    TakeUntil(29493, second);
-    PoolState state = StateOf(pool);
-    EXPECT_EQ(state.level, 1u);
-    EXPECT_EQ(state.out[1], 1u);
-    EXPECT_EQ(LevelFlags(second.front()), 0x2100u);
-
-    TakeUntil(58983, second);
-    EXPECT_EQ(StateOf(pool).level, 1u);
-    Blocks third;
-    TakeUntil(58984, third);
-    EXPECT_EQ(StateOf(pool).level, 2u);
-
-    // Blocks of level 0 alone never lower the level, however few are out.
-    GiveBackUntil(58984 - 29492, first);
-    EXPECT_EQ(StateOf(pool).level, 2u);
-    // The next one of another level does, at 39321 or fewer; level 2 keeps its last block and so stays open.
-    GiveBackUntil(29491, second);
-    state = StateOf(pool);
-    EXPECT_EQ(state.level, 1u);
-    EXPECT_TRUE(state.open[2]);
-
-    // Level 2 has been left: its last block closes it.
-    {
-        const ScopedRecordingLogger log;
-        GiveBackUntil(29490, third);
-        EXPECT_TRUE(log->Contains("success, level[2]", "MediaMemPool::DestroyMem"));
-        EXPECT_TRUE(log->Contains("TryDecLevel, level[2],TryDecLevel[1]", "MediaMemPool::Free"));
+    Blocks of[MediaMemPool::kLevels];
+    for (int round = 0; round < 4; ++round) {  // hardly a block is then where it was at first
+        TakeUntil(kHigh[0] + 1, of[0]);
+        GiveBackUntil(0, of[0]);
     }
-    EXPECT_FALSE(StateOf(pool).open[2]);
-
-    GiveBackUntil(19661, second);
-    EXPECT_EQ(StateOf(pool).level, 1u);
-    {
-        const ScopedRecordingLogger log;
-        GiveBackUntil(19660, second);
-        EXPECT_TRUE(log->Contains("failed, old level[0] is exist"));
+    for (unsigned int level = 0; level < MediaMemPool::kTopLevel; ++level) {
+        TakeUntil(kHigh[level] + 1, of[level]);
+        EXPECT_EQ(StateOf(pool).level, level);
+        TakeUntil(kHigh[level] + 2, of[level + 1]);
+        const PoolState state = StateOf(pool);
+        EXPECT_EQ(state.level, level + 1);
+        EXPECT_EQ(state.out[level + 1], 1u);
+        EXPECT_EQ(LevelFlags(of[level + 1].front()), 0x2000u | (level + 1) << 8);
     }
-    EXPECT_EQ(StateOf(pool).level, 0u);
-    GiveBackUntil(0, second);
-    state = StateOf(pool);
+    TakeUntil(total + 2, of[MediaMemPool::kTopLevel]);
+
+    for (unsigned int level = MediaMemPool::kTopLevel; level != 0; --level) {
+        // Three blocks of the level stay out until the use is two above its mark. It falls back with the second, and
+        // is freed with the last, which comes back when the pool has left it.
+        GiveBackUntil(std::max(kLow[level] + 2, total - static_cast<unsigned int>(of[level].size()) + 3), of[level]);
+        GiveBackUntil(kLow[level] + 2, of[level - 1]);
+        GiveBackUntil(kLow[level] + 1, of[level]);
+        EXPECT_EQ(StateOf(pool).level, level);
+        const ScopedRecordingLogger log;
+        GiveBackUntil(kLow[level], of[level]);
+        EXPECT_TRUE(log->Contains("failed, old level[" + std::to_string(level - 1) + "] is exist"));
+        EXPECT_FALSE(log->Contains("success, level["));
+        PoolState state = StateOf(pool);
+        EXPECT_EQ(state.level, level - 1);
+        EXPECT_TRUE(state.open[level]);
+        GiveBackUntil(kLow[level] - 1, of[level]);
+        EXPECT_TRUE(log->Contains("success, level[" + std::to_string(level) + "]", "MediaMemPool::DestroyMem"));
+        EXPECT_FALSE(StateOf(pool).open[level]);
+    }
+    GiveBackUntil(0, of[0]);
+    const PoolState state = StateOf(pool);
     EXPECT_EQ(state.used, 0u);
     EXPECT_EQ(state.OutOfAllLevels(), 0u);
-    EXPECT_FALSE(state.open[1]);
     EXPECT_TRUE(state.open[0]);
+}
+
+TEST_F(MediaMemPoolTest, BlocksOfLevelZeroNeverLowerTheLevelAndALowerLevelIsReopened) {
+    Blocks first;
+    Blocks second;
+    Blocks third;
+    TakeUntil(29492, first);
+    TakeUntil(58983, second);
+    TakeUntil(58983 + 20000, third);
+    GiveBackUntil(20000 + 29492, second);  // all of level 1, which the pool is not on
+    EXPECT_FALSE(StateOf(pool).open[1]);
+    GiveBackUntil(20000, first);
+    EXPECT_EQ(StateOf(pool).level, 2u);
+    const ScopedRecordingLogger log;
+    GiveBackUntil(19999, third);
+    EXPECT_TRUE(log->Contains("success, level[1]", "MediaMemPool::CreateMem"));
+    EXPECT_TRUE(log->Contains("TryDecLevel, level[2],TryDecLevel[1]", "MediaMemPool::Free"));
+    TakeUntil(20000, second);
+    EXPECT_EQ(LevelFlags(second.front()), 0x2100u);
 }
 
 TEST_F(MediaMemPoolTest, ALevelLeftWithoutBlocksOutStandsAndIsUsedAgain) {

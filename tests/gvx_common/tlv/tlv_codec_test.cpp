@@ -74,53 +74,35 @@ TEST_F(TlvTest, TheMapFormIsSortedByTypeAndKeepsTheOrderOfEquals) {
     EXPECT_EQ(encoder.GetTlvDataLen(), 0u);
 }
 
-TEST_F(TlvTest, EveryValueTypeComesBack) {
+template <typename V>
+void ExpectBack(V value, unsigned long size) {
     TLV_Encoder encoder;
-    const unsigned char raw[] = {1, 2, 3};
-    encoder.PutValue(1, false);
-    encoder.PutValue(2, static_cast<char>(-2));
-    encoder.PutValue(3, static_cast<short>(-3));
-    encoder.PutValue(4, -4);
-    encoder.PutValue(5, -5L);
-    encoder.PutValue(6, -6LL);
-    encoder.PutValue(7, static_cast<unsigned char>(0xF7));
-    encoder.PutValue(8, static_cast<unsigned short>(0xF008));
-    encoder.PutValue(9, 0xF0000009u);
-    encoder.PutValue(10, 0xF00000000000000AUL);
-    encoder.PutValue(11, 0xF00000000000000BULL);
-    encoder.PutValue(12, raw, sizeof(raw));
-    ASSERT_EQ(encoder.Encode(), 0);
-    EXPECT_EQ(encoder.GetTlvDataLen(), 12u * 8 + 1 + 1 + 2 + 4 + 8 + 8 + 1 + 2 + 4 + 8 + 8 + 3);
+    ASSERT_EQ(encoder.PutValue(1, value) + encoder.Encode(), 0);
+    EXPECT_EQ(encoder.GetTlvDataLen(), 8 + size);
     TLV_Decoder decoder;
     ASSERT_EQ(decoder.Decode(encoder.GetTlvBuf(), encoder.GetTlvDataLen()), 0);
+    V back{};
+    EXPECT_EQ(decoder.GetValue(1, &back, 1), 0);
+    EXPECT_EQ(back, value);
+}
 
-    bool b = true;
-    char c = 0;
-    short s = 0;
-    int i = 0;
-    long l = 0;
-    long long ll = 0;
-    unsigned char uc = 0;
-    unsigned short us = 0;
-    unsigned int ui = 0;
-    unsigned long ul = 0;
-    unsigned long long ull = 0;
-    const long results = decoder.GetValue(1, &b, 1) + decoder.GetValue(2, &c, 1) + decoder.GetValue(3, &s, 1) +
-                         decoder.GetValue(4, &i, 1) + decoder.GetValue(5, &l, 1) + decoder.GetValue(6, &ll, 1) +
-                         decoder.GetValue(7, &uc, 1) + decoder.GetValue(8, &us, 1) + decoder.GetValue(9, &ui, 1) +
-                         decoder.GetValue(10, &ul, 1) + decoder.GetValue(11, &ull, 1);
-    EXPECT_EQ(results, 0);
-    EXPECT_FALSE(b);
-    EXPECT_EQ(c, static_cast<char>(-2));
-    EXPECT_EQ(s, -3);
-    EXPECT_EQ(i, -4);
-    EXPECT_EQ(l, -5);
-    EXPECT_EQ(ll, -6);
-    EXPECT_EQ(uc, 0xF7);
-    EXPECT_EQ(us, 0xF008);
-    EXPECT_EQ(ui, 0xF0000009u);
-    EXPECT_EQ(ul, 0xF00000000000000AUL);
-    EXPECT_EQ(ull, 0xF00000000000000BULL);
+TEST_F(TlvTest, EveryValueTypeComesBack) {
+    ExpectBack(true, 1);
+    ExpectBack(static_cast<char>(-2), 1);
+    ExpectBack(static_cast<short>(-3), 2);
+    ExpectBack(-4, 4);
+    ExpectBack(-5L, 8);
+    ExpectBack(-6LL, 8);
+    ExpectBack(static_cast<unsigned char>(0xF7), 1);
+    ExpectBack(static_cast<unsigned short>(0xF008), 2);
+    ExpectBack(0xF0000009u, 4);
+    ExpectBack(0xF00000000000000AUL, 8);
+    ExpectBack(0xF00000000000000BULL, 8);
+    const unsigned char raw[] = {1, 2, 3};
+    TLV_Encoder encoder;
+    ASSERT_EQ(encoder.PutValue(12, raw, sizeof(raw)) + encoder.Encode(), 0);
+    TLV_Decoder decoder;
+    ASSERT_EQ(decoder.Decode(encoder.GetTlvBuf(), encoder.GetTlvDataLen()), 0);
     EXPECT_EQ(Text(decoder, 12), "\x01\x02\x03");
 }
 
@@ -161,9 +143,10 @@ TEST_F(TlvTest, TheMemoryFormKeepsTheOrderOfTheCalls) {
     EXPECT_EQ(MemImage(encoder), Join({Item(8, std::string(nested.begin(), nested.end())), Item(2, "HTBT")}));
 
     const ScopedRecordingLogger log;
-    EXPECT_EQ(encoder.EncodeMemBuf(0x0A000009, 0, inner.GetMemBufLength() + 1, *encoder.GetMemHandler()), 0);
     EXPECT_EQ(encoder.EncodeMemBuf(0x0A000009, inner.GetMemBufLength() + 1, 5, *inner.GetMemHandler()), 1);
-    EXPECT_EQ(log->Count("AddPtrBuf failed.type:a000009,val Mem,len:5,currentLen:"), 1u);
+    EXPECT_EQ(log->Count("AddPtrBuf failed.type:a000009,val Mem,len:5,currentLen:", "TLV_Encoder::EncodeMemBuf"), 1u);
+    EXPECT_EQ((encoder.EncodePtrValue<char*>(9, nullptr, 4)), 1);
+    EXPECT_EQ(log->Count("AddPtrBuf failed.type:9,val Mem,len:4,currentLen:", "TLV_Encoder::EncodePtrValue"), 1u);
     EXPECT_EQ(encoder.EncodeValue<char>(3, 'x', 2), 1);  // no more than the value has
     EXPECT_EQ(log->Count("AddCharBuf failed.type:3,val:120,len:2,currentLen:"), 1u);
     encoder.Clear();
