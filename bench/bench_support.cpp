@@ -103,7 +103,20 @@ double Median(std::vector<double> values) {
 Table::Table(std::string title) : m_title(std::move(title)) {}
 
 void Table::Row(const std::string& path, double value, double floor, const std::string& unit, Goal goal, double limit) {
-    const double ratio = floor != 0 ? value / floor : 0;
+    Add(path, value, floor, floor != 0 ? value / floor : 0, unit, goal, limit);
+}
+
+void Table::Paired(const std::string& path, const std::vector<double>& values, const std::vector<double>& floors,
+                   const std::string& unit, Goal goal, double limit) {
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < values.size() && i < floors.size(); ++i) {
+        ratios.push_back(floors[i] != 0 ? values[i] / floors[i] : 0);
+    }
+    Add(path, Median(values), Median(floors), Median(ratios), unit, goal, limit);
+}
+
+void Table::Add(const std::string& path, double value, double floor, double ratio, const std::string& unit, Goal goal,
+                double limit) {
     const bool met = goal == Goal::None || (goal == Goal::AtLeast ? ratio >= limit : ratio <= limit);
     char goalText[64] = "-";
     if (goal != Goal::None) {

@@ -34,12 +34,18 @@ public:
     // A figure beside its floor, and what their ratio is to reach.
     void Row(const std::string& path, double value, double floor, const std::string& unit, Goal goal = Goal::None,
              double limit = 0.0);
+    // Paired runs: the medians, and the median of the ratios pair by pair.
+    void Paired(const std::string& path, const std::vector<double>& values, const std::vector<double>& floors,
+                const std::string& unit, Goal goal = Goal::None, double limit = 0.0);
     // A figure that has no floor.
     void Plain(const std::string& path, double value, const std::string& unit);
     // Prints; true when every goal is met.
     bool Print() const;
 
 private:
+    void Add(const std::string& path, double value, double floor, double ratio, const std::string& unit, Goal goal,
+             double limit);
+
     struct Line {
         std::string path, value, floor, ratio, goal;
         bool met;

@@ -2,39 +2,14 @@
 
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
-#include "gvx_common/media/gvx_rtp_packet.h"
+#include "gvx_common/adapter/frame_packer.h"
+#include "gvx_common/adapter/start_code.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <new>
 
 namespace {
-
-constexpr std::size_t kInterleaveLen = 4;
-constexpr unsigned char kPayloadTypeH265 = 108;
-constexpr unsigned char kFuTypeH264 = 28;
-constexpr unsigned char kFuStart = 0x80;
-constexpr unsigned char kFuEnd = 0x40;
-
-unsigned char VideoPayloadType(ZVS_VIDEO_DEC_TYPE format) {
-    switch (format) {
-        case VIDEO_DEC_H264:
-            return 99;
-        case VIDEO_DEC_MJPEG:
-            return 26;
-        case VIDEO_DEC_H265:
-            return kPayloadTypeH265;
-        case VIDEO_DEC_HIK:
-            return 109;
-        default:
-            return 0;
-    }
-}
-
-unsigned char AudioPayloadType(AUDIO_FORMAT_TYPE format) {
-    return format == GVX_AUDIO_FORMAT_G711A ? 8 : 0;
-}
 
 bool IsChannel(int channelID) {
     return channelID >= 0 && channelID < GVX_MEDIA_CHANNEL_NUM;
@@ -54,203 +29,83 @@ int QueueUnit(CMediaChannel& channel, const unsigned char* bytes, std::size_t si
     return ZVS_SUCCEED;
 }
 
-constexpr std::ptrdiff_t kStartCodeLen = 4;
-
-// Start of the first 00 00 00 01 that begins in [first, last) and ends by end; null when there is none.
-const unsigned char* ScanStartCode(const unsigned char* first, const unsigned char* last, const unsigned char* end) {
-    for (const unsigned char* at = first; at < last && end - at >= kStartCodeLen; ++at) {
-        if ((at[0] | at[1] | at[2]) == 0 && at[3] == 1) {
-            return at;
-        }
-    }
-    return nullptr;
-}
-
-// Start of the next 00 00 00 01 at or behind from, or end. Three zeros always fill one 16-bit word of those that
-// follow each other from `from` on, and such words are rare in coded video: whole blocks without one are passed over
-// in a loop that the compiler turns into vector instructions.
-const unsigned char* FindStartCode(const unsigned char* from, const unsigned char* end) {
-    constexpr std::ptrdiff_t kBlock = 128;
-    const unsigned char* block = from;
-    for (; end - block >= kBlock; block += kBlock) {
-        std::uint16_t words[kBlock / 2];
-        std::memcpy(words, block, sizeof(words));
-        std::uint16_t zeros = 0;
-        for (const std::uint16_t word : words) {
-            zeros = static_cast<std::uint16_t>(zeros | (word == 0 ? 0xFFFF : 0));
-        }
-        if (zeros != 0) {
-            const unsigned char* found = ScanStartCode(block == from ? from : block - 1, block + kBlock, end);
-            if (found != nullptr) {
-                return found;
-            }
-        }
-    }
-    const unsigned char* found = ScanStartCode(block == from ? from : block - 1, end, end);
-    return found != nullptr ? found : end;
-}
-
-// Builds the packets of one SendFrame call in the channel's buffer and hands them out. The head is built once and
-// patched for each packet.
-class FramePacker {
-public:
-    FramePacker(CMediaChannel& channel, MEDIA_DATA& media, int channelID, bool overTcp)
-        : m_channel(channel), m_media(media), m_channelID(channelID), m_overTcp(overTcp) {}
-
-    void BuildHead(bool extension, unsigned short millisecond, unsigned int second);
-    // Both: 0, or the result with which SendFrame ends. The block stays on the list.
-    int SendWhole(const ACE_Message_Block& unit);
-    int SendFragments(ACE_Message_Block& unit);
-
-private:
-    bool BeginPacket(bool marker, std::size_t payloadRoom);
-    std::size_t PutFragmentHead(ACE_Message_Block& unit, bool first, bool last, std::size_t copyLen);
-    int FinishPacket();
-    void PutByte(unsigned char value) {
-        *m_channel.m_pMediaBufWithRTP->wr_ptr() = static_cast<char>(value);
-        m_channel.m_pMediaBufWithRTP->wr_ptr(1);
-    }
-    void PutBytes(const char* bytes, std::size_t size) {
-        std::memcpy(m_channel.m_pMediaBufWithRTP->wr_ptr(), bytes, size);
-        m_channel.m_pMediaBufWithRTP->wr_ptr(size);
-    }
-
-    CMediaChannel& m_channel;
-    MEDIA_DATA& m_media;
-    const int m_channelID;
-    const bool m_overTcp;
-    char m_head[GVX_RTP_EXTENDED_HEAD_LEN] = {};
-    CRtpPacket m_packet;
-    unsigned short* m_pSeqNo = nullptr;
-    unsigned char m_payloadType = 0;
-    unsigned char m_nalHead = 0;
-    char* m_pInterleave = nullptr;
+struct HeadExtension {
+    bool wanted;
+    unsigned short millisecond;
+    unsigned int second;
 };
 
-void FramePacker::BuildHead(bool extension, unsigned short millisecond, unsigned int second) {
-    m_packet.GeneratePacket(m_head, GVX_RTP_FIXED_HEAD_LEN, extension);
-    if (extension) {
-        unsigned short profile = 0;
-        std::memcpy(&profile, "TV", sizeof(profile));
-        m_packet.setExtension(true);
-        m_packet.setHeadLen(GVX_RTP_EXTENDED_HEAD_LEN);
-        m_packet.setExtDataTime(millisecond, second);
-        m_packet.setExternHead(profile, 5);
+bool HasSendFunc(CMediaChannel* channel, int channelID) {
+    if (channel != nullptr && channel->m_pSendStreamFunc != nullptr) {
+        return true;
     }
-    const bool video = m_media.nVideoSize != 0;
-    unsigned long& timestamp = video ? m_channel.m_ulVideoTimestamp : m_channel.m_ulAudioTimestamp;
-    timestamp += m_media.nTimeTick;
-    m_packet.SetTimeStamp(timestamp);
-    m_pSeqNo = video ? &m_channel.m_usVideoSeqNo : &m_channel.m_usAudioSeqNo;
-    if (*m_pSeqNo == 0xFFFF) {
-        *m_pSeqNo = 0;
+    GVX_LOG_ERR("SendFrame:", "The channel has no send function. StreamType[%d].",
+                static_cast<int>(StreamTypeOfChannel(channelID)));
+    if (channel != nullptr) {
+        channel->clearNaluList();
     }
-    m_payloadType = video ? VideoPayloadType(m_media.eVideoFormatType) : AudioPayloadType(m_media.eAudioFormatType);
-    m_packet.SetPayloadType(m_payloadType);
+    return false;
 }
 
-// Numbers the packet and writes its head. False with a log line when the channel's buffer is missing or too small for
-// it; the number is used up all the same.
-bool FramePacker::BeginPacket(bool marker, std::size_t payloadRoom) {
-    m_packet.SetSeqNum(++*m_pSeqNo);
-    m_packet.SetMarker(marker);
-    ACE_Message_Block* buffer = m_channel.m_pMediaBufWithRTP;
-    if (buffer == nullptr || buffer->data_block() == nullptr ||
-        buffer->size() < kInterleaveLen + m_packet.GetHeadLen() + payloadRoom) {
-        GVX_LOG_ERR_CODE("SendFrame:", ZVS_GVX_MEDIA_BUF_WITH_RTP_INVALID,
-                         "m_pMediaBufWithRTP is invalid! StreamType[%d].",
-                         static_cast<int>(StreamTypeOfChannel(m_channelID)));
-        return false;
+void LogGoneSocket(int result) {
+    if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
+        GVX_LOG_ERR("m_pSendStreamFunc(SendMediaOverSocket)", "Return ErrorCode[%d]", result);
     }
-    buffer->reset();
-    m_pInterleave = buffer->wr_ptr();
-    buffer->wr_ptr(kInterleaveLen);
-    PutBytes(m_head, m_packet.GetHeadLen());
-    return true;
 }
 
-int FramePacker::SendWhole(const ACE_Message_Block& unit) {
-    if (!BeginPacket(true, unit.length())) {
-        return ZVS_SUCCEED;
+// Sends a frame straight from the caller's memory: eachUnit calls what it is given for each unit. Results as SendFrame.
+template <typename EachUnit>
+int SendDirect(CMediaChannel& channel, MEDIA_DATA& media, int channelID, bool overTcp, const HeadExtension& extension,
+               EachUnit eachUnit) {
+    if (!HasSendFunc(&channel, channelID)) {
+        return ZVS_FAIL;
     }
-    if (unit.length() != 0) {
-        PutBytes(unit.rd_ptr(), unit.length());
-    }
-    return FinishPacket();
+    gvx::FramePacker packer(channel, media, channelID, overTcp);
+    packer.BuildHead(extension.wanted, extension.millisecond, extension.second);
+    const int result = eachUnit([&packer](const unsigned char* unit, std::size_t size) {
+        return packer.SendUnit(reinterpret_cast<const char*>(unit), size);
+    });
+    LogGoneSocket(result);
+    return result;
 }
 
-int FramePacker::SendFragments(ACE_Message_Block& unit) {
-    constexpr std::size_t kFuRoom = 3;
-    const std::size_t count = (unit.length() + GVX_RTP_MAX_PAYLOAD - 1) / GVX_RTP_MAX_PAYLOAD;
-    m_nalHead = static_cast<unsigned char>(*unit.rd_ptr());
-    for (std::size_t i = 0; unit.length() > 0; ++i) {
-        const bool last = i == count - 1;
-        if (!BeginPacket(last, kFuRoom + GVX_RTP_MAX_PAYLOAD)) {
-            return ZVS_SUCCEED;
-        }
-        std::size_t copyLen = std::min(unit.length(), GVX_RTP_MAX_PAYLOAD);
-        copyLen = PutFragmentHead(unit, i == 0, last, copyLen);
-        PutBytes(unit.rd_ptr(), copyLen);
-        unit.rd_ptr(copyLen);
-        const int result = FinishPacket();
-        if (result != ZVS_SUCCEED) {
-            return result;
-        }
+// Units can leave without a stop on the channel's list when nothing waits there and none can stay behind, as they do
+// for a frame that is neither video nor audio.
+bool CanSendDirect(const CMediaChannel& channel, const MEDIA_DATA& media) {
+    return channel.m_NaluList.empty() && (media.nVideoSize != 0 || media.nAudioSize != 0);
+}
+
+// What the frame turned into, as H264ToRtp answers it.
+int ResultOfFrame(int result, unsigned int videoLen, unsigned int audioLen) {
+    if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
+        GVX_LOG_ERR("H264 to rtp.", "Return ErrorCode[%d]", result);
+        return result;
+    }
+    if (result != ZVS_SUCCEED) {
+        GVX_LOG_ERR("H264 to rtp.", "SendFrame error, video len[%d], audio len[%d]", static_cast<int>(videoLen),
+                    static_cast<int>(audioLen));
+        return ZVS_FAIL;
     }
     return ZVS_SUCCEED;
 }
 
-// Writes what stands before the NAL bytes of a fragment (RFC 6184, 5.8; RFC 7798, 4.4.3) and gives the number of NAL
-// bytes that are left to copy.
-std::size_t FramePacker::PutFragmentHead(ACE_Message_Block& unit, bool first, bool last, std::size_t copyLen) {
-    const unsigned char flags = static_cast<unsigned char>((first ? kFuStart : 0) | (last ? kFuEnd : 0));
-    if (m_payloadType == kPayloadTypeH265) {
-        PutByte(0x62);
-        PutByte(0x01);
-        PutByte(static_cast<unsigned char>(flags | ((m_nalHead >> 1) & 0x3F)));
-        if (first) {
-            unit.rd_ptr(2);
-            copyLen -= 2;
-        }
-        return copyLen;
+// Calls send(unit, size) for each NAL unit of a frame until it answers nonzero; its last answer, 0 without a unit.
+template <typename Send>
+int ForEachUnit(const unsigned char* frame, std::size_t size, Send send) {
+    const unsigned char* const end = frame + size;
+    const unsigned char* unit = gvx::FindStartCode(frame, end);
+    if (unit == end) {
+        GVX_DEBUG("Lens Base SplitFrame2Nalu, NaluBegin Is NULL Can not found Nalu Head 00 00 00 01");
+        return ZVS_SUCCEED;
     }
-    const unsigned char fuHead = static_cast<unsigned char>(flags | (m_nalHead & 0x1F));
-    PutByte(static_cast<unsigned char>((m_nalHead & 0xE0) | kFuTypeH264));
-    if (first) {
-        *unit.rd_ptr() = static_cast<char>(fuHead);  // takes the place of the NAL header
-    } else {
-        PutByte(fuHead);
+    int result = ZVS_SUCCEED;
+    while (unit != end && result == ZVS_SUCCEED) {
+        unit += gvx::kStartCodeLen;
+        const unsigned char* const next = gvx::FindStartCode(unit, end);
+        result = send(unit, static_cast<std::size_t>(next - unit));
+        unit = next;
     }
-    return copyLen;
-}
-
-int FramePacker::FinishPacket() {
-    ACE_Message_Block& buffer = *m_channel.m_pMediaBufWithRTP;
-    std::size_t size = buffer.length();
-    if (m_overTcp) {
-        const std::size_t rest = size - kInterleaveLen;
-        m_media.eTransProtocol = RTP_OVER_TCP;
-        m_pInterleave[0] = '$';
-        m_pInterleave[2] = static_cast<char>(rest >> 8);
-        m_pInterleave[3] = static_cast<char>(rest);
-    } else {
-        m_media.eTransProtocol = RTP_OVER_UDP;
-        size -= kInterleaveLen;
-        buffer.rd_ptr(kInterleaveLen);
-    }
-    if (m_media.nVideoSize != 0) {
-        m_pInterleave[1] = 0;
-        m_media.nVideoSize = static_cast<std::uint32_t>(size);
-    } else if (m_media.nAudioSize == 0) {
-        return ZVS_FAIL;
-    } else {
-        m_pInterleave[1] = 2;
-        m_media.nAudioSize = static_cast<std::uint16_t>(size);
-    }
-    m_media.pDataBuf = buffer.rd_ptr();
-    STREAM_TYPE_EX streamType = StreamTypeOfChannel(m_channelID);
-    const int result = m_channel.m_pSendStreamFunc(&m_media, &streamType);
-    return result == ZVS_GVX_OPEN_SOCKET_ERROR ? result : ZVS_SUCCEED;
+    return result;
 }
 
 }  // namespace
@@ -276,26 +131,22 @@ int CAdapterLensBase::H264ToRtp(unsigned char* pFrameBuf, int iFrameLen, _MEDIA_
         HSPspkt2ESFrm(pFrameBuf, iFrameLen, videoData, videoLen, audioData, audioLen, iChannelID) != ZVS_SUCCEED) {
         return ZVS_FAIL;
     }
+    const HeadExtension extension{bNeedAddExternData, usGmtMillsecond, uiGmtSecond};
     const auto sendQueued = [&] {
-        const int result =
-            SendFrame(strMediaData, iChannelID, bIsSendOverTCP, bNeedAddExternData, usGmtMillsecond, uiGmtSecond);
-        if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
-            GVX_LOG_ERR("H264 to rtp.", "Return ErrorCode[%d]", result);
-            return result;
-        }
-        if (result != ZVS_SUCCEED) {
-            GVX_LOG_ERR("H264 to rtp.", "SendFrame error, video len[%d], audio len[%d]", static_cast<int>(videoLen),
-                        static_cast<int>(audioLen));
-            return int{ZVS_FAIL};
-        }
-        return result;
+        return SendFrame(strMediaData, iChannelID, bIsSendOverTCP, bNeedAddExternData, usGmtMillsecond, uiGmtSecond);
     };
     if (videoLen != 0) {
-        if (SplitFrame2Nalu(videoData, videoLen, iChannelID) != ZVS_SUCCEED) {
+        int result = ZVS_SUCCEED;
+        if (CanSendDirect(*channel, strMediaData)) {
+            result = SendDirect(*channel, strMediaData, iChannelID, bIsSendOverTCP, extension,
+                                [&](auto send) { return ForEachUnit(videoData, videoLen, send); });
+        } else if (SplitFrame2Nalu(videoData, videoLen, iChannelID) != ZVS_SUCCEED) {
             channel->clearNaluList();  // the units found before memory ran out
             return ZVS_FAIL;
+        } else {
+            result = sendQueued();
         }
-        const int result = sendQueued();
+        result = ResultOfFrame(result, videoLen, audioLen);
         if (result != ZVS_SUCCEED) {
             return result;
         }
@@ -303,7 +154,13 @@ int CAdapterLensBase::H264ToRtp(unsigned char* pFrameBuf, int iFrameLen, _MEDIA_
     if (audioLen == 0) {
         return ZVS_SUCCEED;
     }
-    return QueueUnit(*channel, audioData, audioLen) == ZVS_SUCCEED ? sendQueued() : int{ZVS_FAIL};
+    if (audioData != nullptr && CanSendDirect(*channel, strMediaData)) {
+        return ResultOfFrame(SendDirect(*channel, strMediaData, iChannelID, bIsSendOverTCP, extension,
+                                        [&](auto send) { return send(audioData, audioLen); }),
+                             videoLen, audioLen);
+    }
+    return QueueUnit(*channel, audioData, audioLen) == ZVS_SUCCEED ? ResultOfFrame(sendQueued(), videoLen, audioLen)
+                                                                   : int{ZVS_FAIL};
 }
 
 int CAdapterLensBase::SplitFrame2Nalu(unsigned char* pFrameBuf, unsigned int iFrameLen, int iChannelID) {
@@ -312,21 +169,9 @@ int CAdapterLensBase::SplitFrame2Nalu(unsigned char* pFrameBuf, unsigned int iFr
         GVX_LOG_ERR("SplitFrame2Nalu", "Pointer is null.");
         return ZVS_FAIL;
     }
-    const unsigned char* const end = pFrameBuf + iFrameLen;
-    const unsigned char* unit = FindStartCode(pFrameBuf, end);
-    if (unit == end) {
-        GVX_DEBUG("Lens Base SplitFrame2Nalu, NaluBegin Is NULL Can not found Nalu Head 00 00 00 01");
-        return ZVS_SUCCEED;
-    }
-    while (unit != end) {
-        unit += kStartCodeLen;
-        const unsigned char* next = FindStartCode(unit, end);
-        if (QueueUnit(*channel, unit, static_cast<std::size_t>(next - unit)) != ZVS_SUCCEED) {
-            return ZVS_FAIL;
-        }
-        unit = next;
-    }
-    return ZVS_SUCCEED;
+    return ForEachUnit(pFrameBuf, iFrameLen, [channel](const unsigned char* unit, std::size_t size) {
+        return QueueUnit(*channel, unit, size);
+    });
 }
 
 int CAdapterLensBase::SendFrame(_MEDIA_DATA& strMediaData, int iChannelID, bool bIsSendOverTCP, bool bHaveExternData,
@@ -336,23 +181,17 @@ int CAdapterLensBase::SendFrame(_MEDIA_DATA& strMediaData, int iChannelID, bool 
         return ZVS_FAIL;
     }
     CMediaChannel* channel = getMidiaChannel(iChannelID);
-    if (channel == nullptr || channel->m_pSendStreamFunc == nullptr) {
-        GVX_LOG_ERR("SendFrame:", "The channel has no send function. StreamType[%d].",
-                    static_cast<int>(StreamTypeOfChannel(iChannelID)));
-        if (channel != nullptr) {
-            channel->clearNaluList();
-        }
+    if (!HasSendFunc(channel, iChannelID)) {
         return ZVS_FAIL;
     }
-    FramePacker packer(*channel, strMediaData, iChannelID, bIsSendOverTCP);
+    gvx::FramePacker packer(*channel, strMediaData, iChannelID, bIsSendOverTCP);
     packer.BuildHead(bHaveExternData, usGmtMillsecond, uiGmtSecond);
     std::list<ACE_Message_Block*>& units = channel->m_NaluList;
     while (!units.empty()) {
         ACE_Message_Block* unit = units.front();
-        const int result =
-            unit->length() <= GVX_RTP_MAX_PAYLOAD ? packer.SendWhole(*unit) : packer.SendFragments(*unit);
+        const int result = packer.SendUnit(unit->rd_ptr(), unit->length());
         if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
-            GVX_LOG_ERR("m_pSendStreamFunc(SendMediaOverSocket)", "Return ErrorCode[%d]", result);
+            LogGoneSocket(result);
             channel->clearNaluList();
             return result;
         }
@@ -365,9 +204,9 @@ int CAdapterLensBase::SendFrame(_MEDIA_DATA& strMediaData, int iChannelID, bool 
     return ZVS_SUCCEED;
 }
 
-int CAdapterLensBase::SendHikStream(unsigned char* pFrameBuf, int iFrameLen, _MEDIA_DATA& strMediaData,
-                                    int iChannelID, bool bIsSendOverTCP, bool bNeedAddExternData,
-                                    unsigned short usGmtMillsecond, unsigned int uiGmtSecond) {
+int CAdapterLensBase::SendHikStream(unsigned char* pFrameBuf, int iFrameLen, _MEDIA_DATA& strMediaData, int iChannelID,
+                                    bool bIsSendOverTCP, bool bNeedAddExternData, unsigned short usGmtMillsecond,
+                                    unsigned int uiGmtSecond) {
     CMediaChannel* channel = getMidiaChannel(iChannelID);
     if (pFrameBuf == nullptr || iFrameLen <= 0 || channel == nullptr) {
         GVX_LOG_ERR("SendHikStream", "Pointer is null.");

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -11,9 +11,11 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Task.h>
 #include <ace/Thread_Semaphore.h>
-#include <ace/Time_Value.h>
 
+#include "gvx_common/media/interleaved_sender.h"
+#include "gvx_common/media/packet_batch.h"
 #include "gvx_common/media/socket_info.h"
+#include "gvx_common/media/stream_queue.h"
 
 class CMediaBlockBuffer;
 
@@ -22,9 +24,10 @@ class CMediaBlockBuffer;
 // A queue message is a block of CMediaBlockBuffer, perhaps with more behind it through cont(). The readable bytes of
 // each are a SOCKET_INFO* in native form and then the bytes to send. Any thread may enqueue; the queue takes the
 // block over and the thread gives it back to the pool. A record that counts its holders is held once for each block.
+// The thread takes what is queued, up to a bound, and lets the packets of one stream leave together.
 class CStreamTransmission : public ACE_Task<ACE_MT_SYNCH> {
 public:
-    using Queue = ACE_Message_Queue<ACE_MT_SYNCH>;
+    using Queue = CStreamQueue;
 
     // Makes the queue and starts the thread; IsRunning tells whether that worked.
     CStreamTransmission();
@@ -57,20 +60,15 @@ public:
     unsigned int GetBatch(std::size_t count) const;
 
     // True when a send that failed with this errno leaves the stream usable.
-    static bool IsSockErrorOk(int error);
+    static bool IsSockErrorOk(int error) { return gvx::InterleavedSender::IsErrorOk(error); }
 
 private:
     void WaitForThreadEnd();
     void SendRound();
-    void ServeMessage(ACE_Message_Block* message);
-    void ServeBlock(const ACE_Message_Block& block);
-    ssize_t SendDatagram(SOCKET_INFO& info, const char* buf, unsigned int len) const;
-    void SendOverTcp(SOCKET_INFO& info, const char* buf, unsigned int len);
-    bool SendRest(SOCKET_INFO& info);
-    void KeepRest(SOCKET_INFO& info, const char* buf, std::size_t len);
-    void CheckStall(SOCKET_INFO& info);
-    void FlushRests();
-    void DropRests();
+    std::size_t TakeMessages(std::size_t wanted);
+    void ServeMessages(std::size_t count);
+    void SendBatch();
+    void SendPackets(SOCKET_INFO& info, const iovec* packets, std::size_t count);
     void DrainQueue();
 
     std::atomic<bool> m_bRunning{false};
@@ -78,11 +76,14 @@ private:
     unsigned int m_ulSendFixedNum = 0;       // MEDIA_SEND_FIXED_NUM
     unsigned int m_ulMediaSendInterval = 0;  // MEDIA_SEND_INTERVAL, milliseconds
     static CMediaBlockBuffer* s_pMediaBlockBuff;
-    Queue m_StreamQueue;
+    const ACE_Time_Value m_SendTimeout{0, 2000};  // how long a stream without room may hold up the others
+    CStreamQueue m_StreamQueue;
     std::unique_ptr<ACE_Thread_Semaphore> m_pStreamTransSmp;  // released by the thread as it ends
-    ACE_Time_Value m_SendTimeout;
-    std::vector<SOCKET_INFO*> m_RestStreams;  // held records with a rest; only this object's thread
-    std::int64_t m_llNextFlush = 0;           // monotonic milliseconds
+
+    // Only the thread of this object uses these, and whoever calls DoSendVideoFrame in its place.
+    std::array<ACE_Message_Block*, gvx::PacketBatch::kRoom> m_taken{};
+    gvx::PacketBatch m_batch;
+    gvx::InterleavedSender m_interleaved;
 };
 
 // Makes the transmission threads and shares them out. A stream takes a queue once and keeps it, so that its packets

@@ -21,7 +21,6 @@ namespace {
 
 constexpr const char* kTitle = "Media send stream";
 constexpr int kUdpSendBuffer = 1 << 20;
-constexpr suseconds_t kUdpSendTimeoutUs = 2000;  // as long as a TCP send may hold the thread
 constexpr std::int64_t kDropEpisodePauseMs = 1000;  // without a drop, before the next one is news again
 constexpr std::size_t kInterleaveLen = 4;
 constexpr std::size_t kRtpTimeStampAt = 4;  // RFC 3550, 5.1
@@ -60,21 +59,21 @@ int MakeSocket(const MediaSendParams& params, int type, int& handle, ACE_INET_Ad
 }
 
 // Opens and binds one socket; local becomes the address that it got.
-int OpenDatagram(ACE_SOCK_Dgram& socket, const MediaSendParams& params, ACE_INET_Addr& local) {
+int OpenDatagram(ACE_SOCK_Dgram& socket, const MediaSendParams& params, std::uint16_t localPort,
+                 ACE_INET_Addr& local) {
     ACE_INET_Addr wanted;
     int handle = -1;
     if (const int result = MakeSocket(params, SOCK_DGRAM, handle, wanted); result != ZVS_SUCCEED) {
         return result;
     }
     socket.set_handle(handle);
-    const timeval sendTimeout{0, kUdpSendTimeoutUs};
+    wanted.set_port_number(localPort);
     ::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, &kUdpSendBuffer, sizeof(kUdpSendBuffer));
-    ::setsockopt(handle, SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, sizeof(sendTimeout));
     if (::bind(handle, static_cast<const sockaddr*>(wanted.get_addr()), static_cast<socklen_t>(wanted.get_size())) !=
             0 ||
         socket.get_local_addr(local) != 0) {
-        GVX_LOG_ERR_CODE(kTitle, ZVS_NET_BIND_ERROR, "Stream[%s] cannot send from[%s], errno: %d",
-                         params.strServiceID.c_str(), params.strLocalIp.c_str(), errno);
+        GVX_LOG_ERR_CODE(kTitle, ZVS_NET_BIND_ERROR, "Stream[%s] cannot send from[%s:%u], errno: %d",
+                         params.strServiceID.c_str(), params.strLocalIp.c_str(), localPort, errno);
         return ZVS_NET_BIND_ERROR;
     }
     return ZVS_SUCCEED;
@@ -175,9 +174,11 @@ int CMediaSendStream::OpenSockets(const MediaSendParams& params) {
 }
 
 int CMediaSendStream::OpenUdp(const MediaSendParams& params) {
-    const int result = OpenDatagram(m_pVideoRecord->videoSockDgram, params, m_videoLocalAddr);
-    return result != ZVS_SUCCEED ? result
-                                 : OpenDatagram(m_pVideoRecord->audioSockDgram, params, m_audioLocalAddr);
+    const int result =
+        OpenDatagram(m_pVideoRecord->videoSockDgram, params, params.nVideoLocalPort, m_videoLocalAddr);
+    return result != ZVS_SUCCEED
+               ? result
+               : OpenDatagram(m_pVideoRecord->audioSockDgram, params, params.nAudioLocalPort, m_audioLocalAddr);
 }
 
 int CMediaSendStream::OpenTcp(const MediaSendParams& params) {
@@ -320,8 +321,7 @@ int CMediaSendStream::Enqueue(SOCKET_INFO* record, const MEDIA_DATA& data, std::
     std::memcpy(block->wr_ptr(), data.pDataBuf, size);
     block->wr_ptr(size);
     record->Hold();
-    ACE_Time_Value now = ACE_Time_Value::zero;
-    if (m_pQueue->enqueue_tail(block, &now) == -1) {
+    if (m_pQueue->Append(block) == -1) {
         record->Drop();
         pool->freeMediaBlock(block);
         return CountDrop("the transmission queue is full");

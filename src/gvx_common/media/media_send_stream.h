@@ -19,6 +19,8 @@ struct MediaSendParams {
     ACE_INET_Addr videoDstAddr;               // over TCP: the peer to connect to
     ACE_INET_Addr audioDstAddr;               // UDP only; port 0: the stream has no audio
     std::string strLocalIp;                   // address to send from; empty: the system's choice
+    std::uint16_t nVideoLocalPort = 0;        // UDP only, to send from; 0: the system's choice
+    std::uint16_t nAudioLocalPort = 0;        // the same for audio
     unsigned int nConnectTimeoutMs = 3000;    // TCP only
 };
 
@@ -43,7 +45,7 @@ public:
     CMediaSendStream(const CMediaSendStream&) = delete;
     CMediaSendStream& operator=(const CMediaSendStream&) = delete;
 
-    // Takes the records, opens the sockets (UDP: one each for video and audio on ports of the system's choice; TCP: one
+    // Takes the records, opens the sockets (UDP: one each for video and audio; TCP: one
     // active connection) and picks a queue. ZVS_SUCCEED; ZVS_PARA_INVALID for parameters that cannot be or a stream
     // that is open or has been used; ZVS_NET_BIND_ERROR; ZVS_NET_CONNECT_ERROR; ZVS_GVX_OPEN_SOCKET_ERROR when there
     // is no record, no thread or no socket left. A failure leaves nothing behind and may be tried again.

@@ -32,6 +32,8 @@ void SOCKET_INFO::ResetSocketInfo() {
     bStalled = false;
     llStalledSince = 0;
     bRestListed = false;
+    bNoSegments = false;
+    unBatchPlace = 0;
     m_nHolders = 0;
     m_bCounted = false;
     m_pHandleOwner = nullptr;
@@ -53,8 +55,8 @@ bool SOCKET_INFO::Hold() {
     return m_bCounted;
 }
 
-void SOCKET_INFO::Drop() {
-    if (!m_bCounted || m_nHolders.fetch_sub(1, std::memory_order_acq_rel) != 1) {
+void SOCKET_INFO::Drop(int times) {
+    if (!m_bCounted || m_nHolders.fetch_sub(times, std::memory_order_acq_rel) != times) {
         return;
     }
     SOCKET_INFO* const handleOwner = m_pHandleOwner;

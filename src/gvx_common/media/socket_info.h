@@ -35,7 +35,7 @@ struct SOCKET_INFO {
     // the record that does. All of it does nothing for a record that never began, whose life its user sees to.
     void BeginHolding(SOCKET_INFO* handleOwner);  // null: this record owns the sockets
     bool Hold();  // false when the record does not count
-    void Drop();
+    void Drop(int times = 1);
 
     TRANS_PROTOCOL protocol;
     STREAM_TYPE_EX enStreamType;
@@ -70,14 +70,17 @@ struct SOCKET_INFO {
     std::int64_t llStalledSince;  // while stalled: when the rest was left, or the first packet found no room at all;
                                   // monotonic milliseconds
     bool bRestListed;             // the thread keeps it in its list of streams with a rest
+    bool bNoSegments;             // the socket refused segmentation offload: its packets go one by one
+    std::uint32_t unBatchPlace;   // where the thread's present batch has this stream, if it has
 
 private:
     void CloseSockets();
 
+    // On a cache line of their own, which senders and the transmission thread touch for each packet anyway: beside the
+    // fields above, which only the thread writes, a sender would fetch a second line.
+    alignas(64) std::atomic<int> m_nHolders{0};
     bool m_bCounted = false;
     SOCKET_INFO* m_pHandleOwner = nullptr;  // held while set
-    // On a cache line of its own: senders and the transmission thread change it all the time.
-    alignas(64) std::atomic<int> m_nHolders{0};
 };
 
 // Pool of pre-built records, so that opening a stream allocates nothing. Any thread.

@@ -108,9 +108,15 @@ ACE_Message_Block* CMediaBlockBuffer::allocMediaBlock() {
     if (m_unSize == GVX_MEDIA_BLOCK_SIZE) {
         GVX_DEBUG("allocMediaBlock, media block count = %lu", static_cast<unsigned long>(m_MediaQueue.message_count()));
     }
-    ACE_Time_Value deadline = DeadlineIn(kAllocWaitUs);
     ACE_Message_Block* block = nullptr;
-    if (m_MediaQueue.dequeue_head(block, &deadline) == -1) {
+    // The block that was given back last is the one that the processor's caches still hold. The clock is asked only
+    // when there is none.
+    ACE_Time_Value deadline = ACE_Time_Value::zero;
+    if (m_MediaQueue.dequeue_tail(block, &deadline) != -1) {
+        return block;
+    }
+    deadline = DeadlineIn(kAllocWaitUs);
+    if (m_MediaQueue.dequeue_tail(block, &deadline) == -1) {
         ++m_AllocTimes;
         return nullptr;
     }
@@ -118,31 +124,51 @@ ACE_Message_Block* CMediaBlockBuffer::allocMediaBlock() {
 }
 
 void CMediaBlockBuffer::freeMediaBlock(ACE_Message_Block*& block) {
-    while (block != nullptr) {
-        ACE_Message_Block* next = block->cont();
-        giveBack(block);
-        block = next;
+    freeMediaBlocks(&block, 1);
+    block = nullptr;
+}
+
+void CMediaBlockBuffer::freeMediaBlocks(ACE_Message_Block** messages, std::size_t count) {
+    ACE_Message_Block* freed = nullptr;
+    for (std::size_t i = 0; i < count; ++i) {
+        for (ACE_Message_Block* block = messages[i]; block != nullptr;) {
+            ACE_Message_Block* const behind = block->cont();
+            makeFree(*block);
+            block->next(freed);
+            freed = block;
+            block = behind;
+        }
+    }
+    if (freed != nullptr) {
+        giveBack(freed);
     }
 }
 
-void CMediaBlockBuffer::giveBack(ACE_Message_Block* block) {
-    block->cont(nullptr);
-    block->next(nullptr);
-    block->prev(nullptr);
-    block->reset();
-    block->rd_ptr(std::min<std::size_t>(m_unReserved, block->size()));
-    block->wr_ptr(block->rd_ptr());
+void CMediaBlockBuffer::makeFree(ACE_Message_Block& block) const {
+    block.cont(nullptr);
+    block.prev(nullptr);
+    block.reset();
+    block.rd_ptr(std::min<std::size_t>(m_unReserved, block.size()));
+    block.wr_ptr(block.rd_ptr());
+}
+
+// Takes blocks that are linked through next(), which the queue takes as a whole or not at all.
+void CMediaBlockBuffer::giveBack(ACE_Message_Block* blocks) {
     ACE_Time_Value deadline = DeadlineIn(kFreeWaitUs);
-    if (m_MediaQueue.enqueue_tail(block, &deadline) != -1) {
+    if (m_MediaQueue.enqueue_tail(blocks, &deadline) != -1) {
         return;
     }
-    ++m_FreeTimes;
     GVX_LOG_ERR("Media Block Buffer freeMediaBlock fail, enqueue fail.",
                 "errno=%d, count %d, level %d~%d, message_bytes %d, message_length %d", ACE_OS::last_error(),
                 static_cast<int>(m_MediaQueue.message_count()), static_cast<int>(m_MediaQueue.low_water_mark()),
                 static_cast<int>(m_MediaQueue.high_water_mark()), static_cast<int>(m_MediaQueue.message_bytes()),
                 static_cast<int>(m_MediaQueue.message_length()));
-    block->release();
+    while (blocks != nullptr) {
+        ACE_Message_Block* const behind = blocks->next();
+        ++m_FreeTimes;
+        blocks->release();
+        blocks = behind;
+    }
 }
 
 unsigned int CMediaBlockBuffer::getRemainBlockNum() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <memory>
 
 #include <ace/Condition_Thread_Mutex.h>
@@ -37,6 +38,9 @@ public:
     // Gives a block back, with all behind it through cont(), and sets block to null. Contents and pointers are reset.
     void freeMediaBlock(ACE_Message_Block*& block);
 
+    // The same for count messages, none of them null, under one lock.
+    void freeMediaBlocks(ACE_Message_Block** messages, std::size_t count);
+
     unsigned int getMaxBlockNum() const { return m_unCount; }
     unsigned int getRemainBlockNum();                              // free now
     unsigned int getFailureTimes() const { return m_AllocTimes; }  // allocations that found no block
@@ -44,7 +48,8 @@ public:
 
 private:
     ACE_Message_Block* createMediaBlock(unsigned int size);
-    void giveBack(ACE_Message_Block* block);
+    void makeFree(ACE_Message_Block& block) const;
+    void giveBack(ACE_Message_Block* blocks);
 
     ACE_Message_Queue<ACE_MT_SYNCH> m_MediaQueue;  // the free blocks
     unsigned int m_unSize = 0;

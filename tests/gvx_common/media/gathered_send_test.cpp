@@ -1,0 +1,229 @@
+#include "gvx_common/adapter/start_code.h"
+#include "gvx_common/media/media_send_stream.h"
+
+#include "gvx_common/media/media_service.h"
+#include "gvx_common/media/datagram_sender.h"
+#include "gvx_common/media/interleaved_sender.h"
+#include "media_test_support.h"
+#include "support/recording_logger.h"
+#include "support/wait_until.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <poll.h>
+
+namespace {
+
+const ACE_Time_Value kWait(0, 2000);
+
+// Sizes as frames make them, and such that no two neighbours could share a segmented buffer.
+const std::vector<std::size_t> kSizes{1403, 1404, 1404, 1404, 300, 1404, 1404, 1405, 20,   20,   20,
+                                      1,    1,    1200, 12,   13,  14,   2000, 2000, 2000, 1999, 2000};
+
+std::vector<std::string> Packets(char mark, std::size_t count) {
+    std::vector<std::string> packets;
+    for (std::size_t i = 0; i < count; ++i) {
+        packets.emplace_back(kSizes[i % kSizes.size()], static_cast<char>(mark + i % 20));
+    }
+    return packets;
+}
+
+std::vector<iovec> Parts(std::vector<std::string>& packets) {
+    std::vector<iovec> parts;
+    for (std::string& packet : packets) {
+        parts.push_back({packet.data(), packet.size()});
+    }
+    return parts;
+}
+
+// A record that sends to that socket over UDP.
+class DatagramRecord {
+public:
+    explicit DatagramRecord(const TestSocket& peer) {
+        info.protocol = RTP_OVER_UDP;
+        info.bVideoStream = true;
+        info.videoDstAddr = peer.Address();
+        info.videoSockDgram.set_handle(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    }
+    ~DatagramRecord() { info.videoSockDgram.close(); }
+    SOCKET_INFO info;
+};
+
+TEST(SendDatagrams, EveryPacketArrivesAsOneDatagramWhetherSegmentedOrNot) {
+    for (const bool refuse : {false, true}) {
+        const TestSocket peer(SOCK_DGRAM);
+        DatagramRecord record(peer);
+        if (refuse) {  // without checksums the kernel does not segment
+            const int on = 1;
+            ASSERT_EQ(::setsockopt(record.info.videoSockDgram.get_handle(), SOL_SOCKET, SO_NO_CHECK, &on, sizeof(on)),
+                      0);
+        }
+        ScopedRecordingLogger log;
+        std::vector<std::string> packets = Packets('a', gvx::PacketBatch::kRoom);
+        const std::vector<iovec> parts = Parts(packets);
+        for (int round = 0; round < 2; ++round) {
+            gvx::SendDatagrams(record.info, parts.data(), parts.size(), kWait);
+            for (const std::string& packet : packets) {
+                ASSERT_EQ(peer.Receive(), packet);
+            }
+        }
+        EXPECT_EQ(record.info.ulDropped, 0u);
+        EXPECT_EQ(log->Count("sends its packets one by one"), record.info.bNoSegments ? 1u : 0u);
+        EXPECT_TRUE(record.info.bNoSegments || !refuse);
+    }
+}
+
+TEST(SendDatagrams, APacketThatCannotBeSentCostsNoOther) {
+    const TestSocket peer(SOCK_DGRAM);
+    DatagramRecord record(peer);
+    std::vector<std::string> packets = Packets('a', 5);
+    packets[2].assign(70000, 'x');
+    const std::vector<iovec> parts = Parts(packets);
+    gvx::SendDatagrams(record.info, parts.data(), parts.size(), kWait);
+    for (const std::size_t i : {0, 1, 3, 4}) {
+        EXPECT_EQ(peer.Receive(), packets[i]);
+    }
+    EXPECT_EQ(record.info.ulDropped, 1u);
+    EXPECT_FALSE(record.info.bNoSegments);
+}
+
+TEST(InterleavedSender, AGatheredWriteThatStopsKeepsTheBrokenPacketAndDropsThoseBehindIt) {
+    const TestSocket listener(SOCK_STREAM, 4096);
+    SOCKET_INFO info;
+    info.protocol = RTP_OVER_TCP;
+    const int handle = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int room = 4096;
+    ::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, &room, sizeof(room));
+    const ACE_INET_Addr address = listener.Address();
+    ASSERT_EQ(
+        ::connect(handle, static_cast<const sockaddr*>(address.get_addr()), static_cast<socklen_t>(address.get_size())),
+        0);
+    const TestSocket peer = listener.Accept();
+    info.videoSockStream.set_handle(handle);
+    info.videoSockStream.enable(ACE_NONBLOCK);
+
+    gvx::InterleavedSender sender;
+    std::vector<std::string> first = Packets('a', gvx::PacketBatch::kRoom);
+    sender.Send(info, Parts(first).data(), first.size(), kWait);
+    const std::size_t dropped = info.ulDropped;
+    ASSERT_GT(dropped, 0u);
+    ASSERT_LT(dropped, first.size());
+    std::string wire;
+    for (std::size_t i = 0; i < first.size() - dropped; ++i) {
+        wire += first[i];
+    }
+    const std::string last = "the next one";
+    std::vector<std::string> second{last};
+    std::string got;
+    // What stayed of the broken packet goes ahead of whatever comes next.
+    while (got.size() < wire.size()) {
+        pollfd readable{peer.Get(), POLLIN, 0};
+        if (::poll(&readable, 1, 0) == 1) {
+            got += peer.Receive();
+        }
+        sender.Send(info, Parts(second).data(), 1, kWait);
+        ASSERT_FALSE(info.bGone);
+    }
+    EXPECT_EQ(got.substr(0, wire.size()), wire);
+    info.videoSockStream.close();
+}
+
+// The bytes that the vector search must agree with.
+const unsigned char* PlainFind(const unsigned char* from, const unsigned char* end) {
+    for (; end - from >= 4; ++from) {
+        if (from[0] == 0 && from[1] == 0 && from[2] == 0 && from[3] == 1) {
+            return from;
+        }
+    }
+    return end;
+}
+
+TEST(StartCode, TheFastSearchFindsWhatAPlainOneFinds) {
+    std::mt19937 random(7);
+    for (int round = 0; round < 20000; ++round) {
+        const std::size_t size = random() % 700;
+        const std::unique_ptr<unsigned char[]> bytes(new unsigned char[size + 1]);
+        const bool manyZeros = round % 2 == 0;
+        for (std::size_t i = 0; i < size; ++i) {
+            bytes[i] = static_cast<unsigned char>(manyZeros && random() % 8 != 0 ? random() % 2 : 1 + random() % 255);
+        }
+        if (size >= 4 && round % 4 == 1) {
+            const std::size_t at = random() % (size - 3);
+            bytes[at] = bytes[at + 1] = bytes[at + 2] = 0;
+            bytes[at + 3] = 1;
+        }
+        const unsigned char* const begin = bytes.get() + (size != 0 ? random() % 2 : 0);
+        const unsigned char* const end = bytes.get() + size;
+        ASSERT_EQ(gvx::FindStartCode(begin, end), PlainFind(begin, end)) << "size " << size;
+    }
+}
+
+// Streams start and stop at random on a few records, each with packets that name its receiver.
+TEST(GatheredSend, StreamsThatComeAndGoNeverReachAnothersReceiver) {
+    constexpr std::size_t kReceivers = 4;
+    constexpr int kStreams = 200;
+    constexpr int kThreads = 4;
+    const ScopedSettings settings("MAX_SOCKET_SIZE=24\nTRANSMISSION_THREAD_NUM=2\nMEDIA_BLOCK_NUM=512\n");
+    ASSERT_EQ(gvx::StartMediaService(), 0);
+    std::vector<TestSocket> receivers;
+    for (std::size_t i = 0; i < kReceivers; ++i) {
+        receivers.emplace_back(SOCK_DGRAM);
+    }
+    std::atomic<bool> over{false};
+    std::atomic<std::uint64_t> received{0};
+    std::atomic<std::uint64_t> foreign{0};
+    std::thread reader([&] {
+        while (!over) {
+            for (std::size_t i = 0; i < kReceivers; ++i) {
+                while (!receivers[i].IsQuiet()) {
+                    const std::string packet = receivers[i].Receive();
+                    ++received;
+                    foreign += packet.find_first_not_of(static_cast<char>('0' + i)) != std::string::npos;
+                }
+            }
+        }
+    });
+    std::vector<std::thread> senders;
+    for (unsigned int thread = 0; thread < kThreads; ++thread) {
+        senders.emplace_back([&, thread] {
+            std::mt19937 random(thread);
+            for (int i = 0; i < kStreams / kThreads; ++i) {
+                const std::size_t target = random() % kReceivers;
+                MediaSendParams params;
+                params.strServiceID = "churn";
+                params.videoDstAddr = receivers[target].Address();
+                CMediaSendStream stream;
+                if (!WaitUntil([&] { return stream.Open(params) == 0; })) {
+                    continue;
+                }
+                for (std::size_t left = random() % 60; left > 0; --left) {
+                    std::string packet(1 + random() % 1404, static_cast<char>('0' + target));
+                    MEDIA_DATA data{};
+                    data.pDataBuf = packet.data();
+                    data.nVideoSize = static_cast<std::uint32_t>(packet.size());
+                    data.eTransProtocol = RTP_OVER_UDP;
+                    stream.Send(data);
+                }
+            }
+        });
+    }
+    for (std::thread& sender : senders) {
+        sender.join();
+    }
+    EXPECT_TRUE(WaitUntil([] { return CSocketInfoMgr::Instance()->GetFreeNum() == 24; }));
+    EXPECT_TRUE(WaitUntil([] { return CMediaBlockBuffer::instance()->getRemainBlockNum() == 512; }));
+    over = true;
+    reader.join();
+    EXPECT_GT(received, 0u);
+    EXPECT_EQ(foreign, 0u);
+    gvx::StopMediaService();
+}
+
+}  // namespace
