@@ -132,6 +132,11 @@ using EXT_DEVICE_P_MAP = std::map<std::string, CExtDevInfo*>;
 using ADAPTER_COMMON_MESSAGE_CALLBACK = void(ADAPTER_COMMON_MESSAGE&);
 using ADAPTER_DISCOVERY_DEVICE_CALLBACK = void(CDiscoveryDeviceInfo*);
 // An alarm, a SIP message, a media status and a registration: the plug-in's device, and its report as JSON text.
+//
+// An alarm's report is an object: "AlarmType" (the platform's type, at most 63 bytes) and "Action" (1 began, 0 ended) must
+// be there; "AlarmInCode" (the lens or device that it comes from, at most 63), "OccurTime" (UTC, "YYYYMMDDhhmmss"),
+// "AlarmID" (at most 31), "DomainCode" (at most 31), "AlarmDesc" (at most 1023) and "ExtParam" (at most 2047) may be.
+// Nothing is cut: a report with a text that is too long is lost, with a log line.
 using ADAPTER_ALARM_CALLBACK = void(const char* devID, const char* json);
 using ADAPTER_SIP_MESSAGE_CALLBACK = void(const char* devID, const char* json);
 using ADAPTER_MEDISSTATUS_MESSAGE_CALLBACK = void(const char* devID, const char* json);

@@ -20,9 +20,8 @@ CCloudConfigMgr* CCloudConfigMgr::Instance() {
 
 int CCloudConfigMgr::Init() {
     UnInit();
-    if (ReadFlag() != ZVS_SUCCEED) {
-        return ZVS_FAIL;
-    }
+    // A file that is not there yet is watched for, too: the cloud side may take the gateway over at any time.
+    ReadFlag();
     m_pInotifyWatcher.reset(new (std::nothrow) bpInotifyEventWatcher);
     if (m_pInotifyWatcher == nullptr) {
         GVX_LOG_ERR("CCloudConfigMgr::Init", "CCloudConfigMgr create InotifyEventWatcher Object fail");
@@ -41,8 +40,7 @@ int CCloudConfigMgr::Init() {
         return ZVS_FAIL;
     }
     // What changed before the watching began.
-    CloudConfigFileCallBack();
-    return ZVS_SUCCEED;
+    return CloudConfigFileCallBack();
 }
 
 void CCloudConfigMgr::UnInit() {
@@ -72,6 +70,7 @@ int CCloudConfigMgr::ReadFlag() {
         return ZVS_FAIL;
     }
     if (!xml.FindElem("CloudConfig/inited")) {
+        m_inited = false;
         return ZVS_SUCCEED;
     }
     const char* value = xml.GetElemValue();

@@ -17,15 +17,15 @@ public:
     CCloudConfigMgr(const CCloudConfigMgr&) = delete;
     CCloudConfigMgr& operator=(const CCloudConfigMgr&) = delete;
 
-    // Reads the file and begins to watch it. 0; 1 when the file cannot be read or holds an empty flag (it is then not
-    // watched), or cannot be watched. A second call begins anew.
+    // Reads the file and begins to watch it, whether it is there or not. 0; 1 when the file cannot be read, holds an
+    // empty flag, or cannot be watched because its folder is missing. A second call begins anew.
     int Init();
 
     // Ends the watching; the flag stays.
     void UnInit();
 
-    // Runs on the watcher's thread after each change of the file. A file that cannot be read, or a file without the
-    // flag, leaves it as it was. 0 or 1.
+    // Runs on the watcher's thread after each change of the file. A file that can be read and has no flag takes it
+    // away; one that cannot be read, or whose flag is empty, leaves it as it was. 0 or 1.
     static int CloudConfigFileCallBack();
 
     bool GetCloudConfigInited() const noexcept { return m_inited; }

@@ -94,4 +94,8 @@ bool IsEditable(const std::string& key) {
     return FindRow(key) != nullptr;
 }
 
+bool ReadsBackEqual(const std::string& value) {
+    return value.find(';') == std::string::npos && CGvxUtility::trim(value) == value;
+}
+
 }  // namespace gvx

@@ -16,4 +16,8 @@ bool CheckEdit(const std::string& key, const std::string& value);
 // Whether CheckEdit allows any value for key.
 bool IsEditable(const std::string& key);
 
+// Whether zvs_gvx.conf gives the value back as it is: the loader takes a ';' for a comment and drops outer blanks. Pure;
+// any thread.
+bool ReadsBackEqual(const std::string& value);
+
 }  // namespace gvx

@@ -39,13 +39,15 @@ bool ResolvesAndOpens(const std::string& path) {
     return regular;
 }
 
+// The other files that are rewritten at run time.
+constexpr const char* kRewrittenFiles[] = {"zvs_gvx_nat.conf", "log.xml", "net.xml", "log_sftp.conf", "log_sftp.key"};
+
 // What a half-finished save left behind is never consulted: the live file stands.
-void RemoveSideFile(const std::string& backFile) {
+void RemoveSideFile(const char* name, const std::string& backFile) {
     if (!ResolvesAndOpens(backFile)) {
         return;
     }
-    GVX_LOG_INFO("CGvxConfigMgr::Init", "Exist a backfile of zvs_gvx.conf:[%s], delete it for better.",
-                 backFile.c_str());
+    GVX_LOG_INFO("CGvxConfigMgr::Init", "Exist a backfile of %s:[%s], delete it for better.", name, backFile.c_str());
     if (std::remove(backFile.c_str()) != 0) {
         GVX_LOG_ERR("CGvxConfigMgr::Init", "Can not delete [%s], err[%d]", backFile.c_str(), errno);
     }
@@ -109,7 +111,10 @@ int CGvxConfigMgr::Init() {
         GVX_LOG_ERR("CGvxConfigMgr::Init", "BackFile name is too long:%d.", static_cast<int>(backFile.size()));
         return ZVS_FAIL;
     }
-    RemoveSideFile(backFile);
+    RemoveSideFile("zvs_gvx.conf", backFile);
+    for (const char* name : kRewrittenFiles) {
+        RemoveSideFile(name, directory + "/" + name + ".bak");
+    }
     const int result = LoadZVSGvxConfig(confFile);
     if (result != ZVS_SUCCEED) {
         GVX_LOG_ERR("CGvxConfigMgr::Init", "Failed to load zvs gvx config");

@@ -31,26 +31,48 @@ std::string LoggableBody(const std::string& text) {
     if (!gvx::IsSecretName(gvx::JsonText(body, "ConfigName"))) {
         return text;
     }
+    gvx::WipeJson(body["ConfigValue"]);
     body["ConfigValue"] = "***";
     return gvx::WriteJson(body);
 }
 
-std::string TextMember(const Json::Value& body, const char* name) {
-    return body.isMember(name) && body[name].isString() ? body[name].asString() : std::string();
+// What an edit brings with it, wiped at the end: the value may be a password.
+struct EditSecrets {
+    std::string text;
+    Json::Value body;
+    CONFIG_MANAGER_DATA_JSON edit;
+    CONFIG_INFO info{};
+
+    EditSecrets() = default;
+    ~EditSecrets() {
+        memset_s(text.data(), text.size() + 1, 0, text.size());
+        gvx::WipeJson(body);
+        memset_s(edit.configValue.data(), edit.configValue.size() + 1, 0, edit.configValue.size());
+        memset_s(&info, sizeof(info), 0, sizeof(info));
+    }
+    EditSecrets(const EditSecrets&) = delete;
+    EditSecrets& operator=(const EditSecrets&) = delete;
+};
+
+// Into the text itself, so that no copy is left behind.
+void ReadText(const Json::Value& body, const char* name, std::string& text) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    if (body.isMember(name) && body[name].isString() && body[name].getString(&begin, &end)) {
+        text.assign(begin, end);
+    }
 }
 
-CONFIG_MANAGER_DATA_JSON ReadEdit(const Json::Value& body) {
-    CONFIG_MANAGER_DATA_JSON edit;
+void ReadEdit(const Json::Value& body, CONFIG_MANAGER_DATA_JSON& edit) {
     if (!body.isObject()) {
-        return edit;
+        return;
     }
-    edit.configSection = TextMember(body, "ConfigSection");
-    edit.configName = TextMember(body, "ConfigName");
-    edit.configValue = TextMember(body, "ConfigValue");
+    ReadText(body, "ConfigSection", edit.configSection);
+    ReadText(body, "ConfigName", edit.configName);
+    ReadText(body, "ConfigValue", edit.configValue);
     if (body.isMember("ConfigValueType") && body["ConfigValueType"].isInt()) {
         edit.configValueType = body["ConfigValueType"].asInt();
     }
-    return edit;
 }
 
 bool FillEdit(const CONFIG_MANAGER_DATA_JSON& edit, CONFIG_INFO& gvxConfigEdit) {
@@ -98,22 +120,22 @@ int CGvxConfigMgr::SetEditConfigFromFrame(ACE_Message_Block* pMb) {
         GVX_LOG_ERR("json msg decode failed", "ret=%d", decoded);
         return decoded;
     }
-    std::string text;
-    if (!ReadJsonText(pMb, text)) {
+    EditSecrets secrets;
+    const std::string& text = secrets.text;
+    if (!ReadJsonText(pMb, secrets.text)) {
         GVX_LOG_ERR(kTitle, "jsonMsg is null");
         return ZVS_FAIL;
     }
     GVX_LOG_INFO(kTitle, "[NSS_SET_CHANGED_CONFIG_REQ] the json data is %s", LoggableBody(text).c_str());
-    Json::Value body;
-    if (!gvx::ParseJson(text.data(), text.size(), body, nullptr)) {
+    if (!gvx::ParseJson(text.data(), text.size(), secrets.body, nullptr)) {
         GVX_LOG_ERR(kTitle, "parse json faild.");
         return ZVS_FAIL;
     }
-    CONFIG_INFO gvxConfigEdit{};
-    if (!FillEdit(ReadEdit(body), gvxConfigEdit)) {
+    ReadEdit(secrets.body, secrets.edit);
+    if (!FillEdit(secrets.edit, secrets.info)) {
         return ZVS_FAIL;
     }
-    const int result = SetGvxConfigEdit(gvxConfigEdit);
+    const int result = SetGvxConfigEdit(secrets.info);
     if (result != ZVS_SUCCEED) {
         GVX_LOG_ERR(kTitle, "[NSS_SET_CHANGED_CONFIG_REQ]SetGvxConfigEdit failed.");
     }
@@ -179,6 +201,11 @@ int CGvxConfigMgr::SetFileValue(const std::string& file, const std::string& sect
                  gvx::LoggableValue(key, oldValue.c_str()), shown);
     if (oldValue == value) {
         return ZVS_SUCCEED;
+    }
+    if (!gvx::ReadsBackEqual(value)) {
+        GVX_LOG_ERR("SetGVXConfigValue", "A value with ';' or outer blanks would be read back as another, key=%s",
+                    key.c_str());
+        return ZVS_FAIL;
     }
     GVX_Config store(file.c_str());
     if (store.set(section.c_str(), key.c_str(), value.c_str()) != ZVS_SUCCEED) {

@@ -3,9 +3,12 @@
 #include "base/bounded_string.h"
 #include "base/log.h"
 #include "base/net_interface.h"
+#include "bp/element_type.h"
 #include "bp/message_block_ptr.h"
 #include "bp/net_factory.h"
+#include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/media/gvx_port_mgr.h"
 #include "nss/nss_msg.h"
 
 #include <ace/Guard_T.h>
@@ -14,16 +17,6 @@
 #include <cstring>
 
 namespace {
-
-struct PeerKind {
-    const char* text;
-    int elementType;
-};
-
-// In the order in which they are sought: "OMU" contains "MU", so it stands ahead of it.
-constexpr PeerKind kPeerKinds[] = {
-    {"SCU", kElementSCU}, {"OMU", kElementOMU}, {"MU", kElementMU}, {"IMGU", kElementIMGU}, {"GVX", kElementGVX},
-};
 
 constexpr std::size_t kPeerNameLength = 3;    // "SCU", "GVX"
 constexpr std::size_t kPeerPrefixLength = 4;  // "SCU#"
@@ -60,12 +53,7 @@ CGvxConnectionMgr* GvxConnectionMgr() {
 }
 
 int CGvxConnectionMgr::JudgeElementType(int /*iNetElementType*/, const std::string& strLinkID) {
-    for (const PeerKind& kind : kPeerKinds) {
-        if (strLinkID.find(kind.text) != std::string::npos) {
-            return kind.elementType;
-        }
-    }
-    return kElementUnknown;
+    return BP::ElementTypeOf(strLinkID);
 }
 
 void CGvxConnectionMgr::OnLinkOpened(const std::string& /*strDevName*/, int iNetElementType,
@@ -82,7 +70,7 @@ void CGvxConnectionMgr::OnLinkOpened(const std::string& /*strDevName*/, int iNet
         case kElementGVX:
             return OnGVXMainServiceLinkOpened(strLinkID, strIP, unPort);
         default:
-            GVX_LOG_WARN("GVX link opened", "Can not identify[%d:%s].", iNetElementType, strLinkID.c_str());
+            GVX_LOG_ERR("GVX link opened", "Can not identify[%d:%s].", iNetElementType, strLinkID.c_str());
     }
 }
 
@@ -100,7 +88,7 @@ void CGvxConnectionMgr::OnLinkClosed(const std::string& /*strDevName*/, int iNet
         case kElementGVX:
             return OnGVXMainServiceLinkClosed(strLinkID, strIP, unPort);
         default:
-            GVX_LOG_WARN("GVX link closed", "Can not identify[%d:%s]", iNetElementType, strLinkID.c_str());
+            GVX_LOG_ERR("GVX link closed", "Can not identify[%d:%s]", iNetElementType, strLinkID.c_str());
     }
 }
 
@@ -179,8 +167,8 @@ void CGvxConnectionMgr::OnMULinkClosed(const std::string& linkId, const std::str
 
 void CGvxConnectionMgr::NotifyConnectMU(std::string strLinkID, unsigned int iMUPort) {
     const std::string muLink = PairedMULink(strLinkID);
-    GVX_LOG_INFO("GVX open link to MU", "SCU linkID[%s], MU linkID[%s], MU Port[%u]", strLinkID.c_str(),
-                 muLink.c_str(), iMUPort);
+    GVX_LOG_INFO("GVX open link to MU", "SCU linkID[%s], MU linkID[%s], MU Port[%u]", strLinkID.c_str(), muLink.c_str(),
+                 iMUPort);
     {
         ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
         if (guard.locked() && m_MUConnections.count(muLink) != 0) {
@@ -225,9 +213,12 @@ std::string CGvxConnectionMgr::InternalApiAddress() {
 }
 
 void CGvxConnectionMgr::OnOMULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port) {
-    const std::lock_guard<std::mutex> lock(m_connectionMutex);
-    m_OMUConnection = MakeConnection(linkId, kElementOMU, ip, port);
-    m_strOmuNetLinkID = linkId;
+    {
+        const std::lock_guard<std::mutex> lock(m_connectionMutex);
+        m_OMUConnection = MakeConnection(linkId, kElementOMU, ip, port);
+        m_strOmuNetLinkID = linkId;
+    }
+    SendWaitingAlarms();
 }
 
 void CGvxConnectionMgr::OnOMULinkClosed(const std::string& /*linkId*/, const std::string& /*ip*/,
@@ -241,8 +232,7 @@ void CGvxConnectionMgr::OnIMGULinkOpened(const std::string& linkId, const std::s
     GVX_LOG_INFO("GVX open link to IMGU", "The link ID is[%s], %s:%u", linkId.c_str(), ip.c_str(), port);
 }
 
-void CGvxConnectionMgr::OnIMGULinkClosed(const std::string& linkId, const std::string& /*ip*/,
-                                         unsigned int /*port*/) {
+void CGvxConnectionMgr::OnIMGULinkClosed(const std::string& linkId, const std::string& /*ip*/, unsigned int /*port*/) {
     ReportLinkEvent(linkId, NET_ELE_IMGU);
 }
 
@@ -254,29 +244,30 @@ void CGvxConnectionMgr::OnGVXMainServiceLinkOpened(const std::string& linkId, co
         m_gvxMainServiceConnection = MakeConnection(linkId, kElementOMU, ip, port);
     }
     BP::CPluginMgr::RegisterPlugin();
+    CEmergencyProtection::Instance()->SendAlarmCacheToGvx();
+    if (const int result = CGvxPortMgr::Instance()->SendUsedPortlist(); result != ZVS_SUCCEED) {
+        GVX_LOG_ERR_CODE("Plugin SendUsedPortlist failed.", result, "The link ID is[%s].", linkId.c_str());
+    }
     FeedAlarmControl();
 }
 
 // Two commands to ourselves, which enter as if they had come from the main service: it has no way to ask for them.
 void CGvxConnectionMgr::FeedAlarmControl() {
-    BP::MessageBlockPtr owner = BP::MakeMessageBlock(kNssHeaderBytes);
-    if (owner == nullptr) {
-        GVX_LOG_ERR("Point msgBlock is null.", "Make sure there is something wrong");
-        return;
-    }
+    BP::MessageBlockPtr msgBlock = BP::MakeMessageBlock(kNssHeaderBytes);
+    GVX_CHECK_NULL_RETURN_VOID(msgBlock);
     // A bare head: whoever takes a command apart expects one.
     NssMsgHeader head{};
     head.usiProtocolVersion = kNssProtocolVersion;
     head.usiMsgType = kAlarmControlSelf;
     head.uiPacketLength = kNssHeaderBytes;
     NssSwapHeader(head);
-    owner->copy(reinterpret_cast<const char*>(&head), sizeof(head));
+    msgBlock->copy(reinterpret_cast<const char*>(&head), sizeof(head));
     for (const unsigned short type : {kAlarmControlSelf, static_cast<unsigned short>(NSS_ALARM_CONTRON_REQ)}) {
-        ACE_Message_Block* handed = owner.release();
+        ACE_Message_Block* handed = msgBlock.release();
         if (SendMsgIn(kElementGVX, "", type, "", handed) != 0) {
             GVX_LOG_ERR("GVX main service link opened", " mgr send msg in failed.");
-            owner.reset(handed);
-            owner.reset();
+            msgBlock.reset(handed);
+            msgBlock.reset();
         }
     }
 }
@@ -315,7 +306,7 @@ bool CGvxConnectionMgr::GetLinkInfoByType(BP::enSubsysType eSubsysType, unsigned
                                           std::string& strLinkID) {
     const CGvxConnection connection = MainServiceConnection();
     if (!connection.IsConnected()) {
-        GVX_LOG_WARN("Get link info", "Sub system type is [%d], not connect.", static_cast<int>(eSubsysType));
+        GVX_LOG_ERR("Get link info", "Sub system type is [%d], not connect.", static_cast<int>(eSubsysType));
         return false;
     }
     uElementType = connection.GetElementType();

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
 #include <map>
 #include <mutex>
 #include <string>
 
 #include "bp/cmd.h"
 #include "bp/service.h"
+#include "gvx_common/alarm/gvx_alarm_records.h"
 #include "gvx_common/link/adapter_common_message.h"
 #include "gvx_common/link/gvx_connection.h"
 #include "nss/nss_msg_type.h"
@@ -20,6 +22,7 @@ namespace Json {
 class Value;
 }
 class ACE_Message_Block;
+enum _PU_DEV_FORM_TYPE : int;
 
 // Element codes of the platform's peers.
 constexpr int kElementSCU = 10105;
@@ -38,7 +41,8 @@ using GvxExceptionCallback = void (*)(ADAPTER_COMMON_MESSAGE&);
 // outbound message leaves by the main-service link, whatever link its caller names; SyncSendReqMsg alone uses the
 // caller's.
 //
-// Link events come from the network layer's I/O thread, sends from every reactor thread. Lock order:
+// Link events come from one thread, which may wait for a peer's answer and so is not the network layer's I/O thread;
+// sends come from every reactor thread. Lock order:
 // SCUConnectionMutex and MUConnectionMutex are never held together, and neither is held across a callback or a
 // call into the network layer, deletion of a client link excepted.
 class CGvxConnectionMgr {
@@ -100,16 +104,35 @@ public:
     int SendMsgOut(unsigned int iNetElemType, const char* link, const char* pszTransID, unsigned int uiReqID,
                    ACE_Message_Block*& pMsgBlock, unsigned int uiServiceID, bool bCompress);
 
-    // Sends by the caller's link and waits at most uiTimeout seconds for the answer, which the caller owns; null on
-    // failure.
+    // Sends by the caller's link and waits at most uiTimeout seconds (0: the dispatcher's own limit) for the answer,
+    // which the caller owns; null on failure. Not on the link I/O thread.
     BP::CCmd* SyncSendReqMsg(unsigned int uiServiceID, int iNetElemType, const char* pszNetLinkID,
                              const std::string& transID, unsigned int msgType, const char* pMsgBody,
                              unsigned int iMsgBodyLen, unsigned int uiTimeout);
 
+    // Alarms. Any thread; nothing is retried. Before the cloud side has taken the gateway over (CCloudConfigMgr) each
+    // of these only writes a warning, the alarm is lost and the result is 1. docs/alarms.md tells who gets what.
+
+    // A device's alarm to the SCU of its recorder code. The sequence number; 2 without a service, 1 for another
+    // failure. bAction and uiOccurNumber of the report are turned to network order: it must not be sent twice.
+    int SendDevAlarmReqMsgToSCU(ZVS_ALARM_REPORT& report);
+    // The report of the same alarm to the cloud platform, where its type is in the alarm dictionary. Numbers of the
+    // report are not looked at. The sequence number, or 1, 2, ZVS_ALLOC_MEMORY_ERROR; 1 for a type that is not in it.
+    int sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& report, const _PU_DEV_FORM_TYPE& form);
+
+    // An alarm of the gateway itself. Until the link to OMU has opened for the first time it waits in memory. A text
+    // that is too long drops it with a log line: type 63 characters, inType 3, location and description 255.
+    void SetGvxAlarmRepMsg(const std::string& type, const std::string& inType, const std::string& location,
+                           const std::string& description);
+    // A whole alarm of the gateway to OMU, iAlarmEventID in network order. 0 or 1; the flags have no effect.
+    int SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report, bool, bool);
+    // Its report to the cloud platform; result as for a device's alarm.
+    int sendGVXAlarmReportToKSP(const _ZVS_GVX_DEV_ALARM_REPORT& report);
+
 private:
     using NetConnectionMap = std::map<std::string, CGvxConnection>;
 
-    CGvxConnectionMgr() = default;
+    CGvxConnectionMgr();
 
     void OnSCULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port);
     void OnSCULinkClosed(const std::string& linkId, const std::string& ip, unsigned int port);
@@ -128,6 +151,10 @@ private:
                    const char* localIp);
     static std::string InternalApiAddress();
     void FeedAlarmControl();
+    void SendWaitingAlarms();
+    int SendAlarmReportToKSP(const GVX_DEVICE_ALARM_REPORT_INFO& info);
+    // False, with a warning, before the cloud side has taken the gateway over.
+    static bool AlarmsMayLeave();
     CGvxConnection MainServiceConnection() const;
     std::string MainServiceLinkId() const;
     // The gateway's own identifier and its text behind "GVX#"; false, with an error line, when it is too short.
@@ -150,6 +177,10 @@ private:
     CGvxConnection m_gvxMainServiceConnection;
     BP::IService* m_pGvxService = nullptr;  // not owned
     std::string m_strOmuNetLinkID;
+    // Guards m_sendMessageList and the step from "the link to OMU has never been up" into it. Taken ahead of
+    // m_connectionMutex; never held while sending.
+    std::mutex m_sendMessageMutex;
+    std::list<ZVS_REPORT_LIST> m_sendMessageList;  // alarms that wait for the first link to OMU
 };
 
 CGvxConnectionMgr* GvxConnectionMgr();

@@ -54,7 +54,7 @@ void CGvxConnectionMgr::SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, 
         const char* stream = pXmlResp->GetXMLStream(length);
         copied = response.SetXML(stream, length) == 0;
     }
-    BP::MessageBlockPtr block(new (std::nothrow) ACE_Message_Block());
+    BP::MessageBlockPtr block = BP::MakeMessageBlock(0);
     if (!copied || block == nullptr || response.encode(block.get()) != 0) {
         GVX_LOG_ERR("Send response with xml", "Encode message fail, MsgType:0x%x.", static_cast<unsigned int>(type));
         return;
@@ -91,8 +91,8 @@ void CGvxConnectionMgr::SendRespMsgWithStruct(BP::CCmd* pCmd, const char* pMsgBo
     if (iMsgBodyLen != 0) {
         block->copy(pMsgBody, iMsgBodyLen);
     }
-    GVX_DEBUG("ServerID:%u, NetElemType:%d, NetLinkID:%s, TransID:%s, ReqID:0x%04x, RspCode:%u.",
-              pCmd->GetServiceID(), pCmd->GetNetElemType(), pCmd->GetNetLinkID().c_str(), pCmd->GetTransID().c_str(),
+    GVX_DEBUG("ServerID:%u, NetElemType:%d, NetLinkID:%s, TransID:%s, ReqID:0x%04x, RspCode:%u.", pCmd->GetServiceID(),
+              pCmd->GetNetElemType(), pCmd->GetNetLinkID().c_str(), pCmd->GetTransID().c_str(),
               static_cast<unsigned int>(type), uiRspCode);
     ACE_Message_Block* handed = block.release();
     SendResponseBlock(*pCmd, type, handed, pCmd->GetServiceID());
@@ -114,7 +114,7 @@ void CGvxConnectionMgr::SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& v
     const std::string text = gvx::WriteJson(value);
     const bool copied = response.SetValue(text.c_str(), static_cast<unsigned int>(text.size())) == 0;
     GVX_DEBUG("Send request json: %s, length is[%u].", text.c_str(), static_cast<unsigned int>(text.size()));
-    BP::MessageBlockPtr block(new (std::nothrow) ACE_Message_Block());
+    BP::MessageBlockPtr block = BP::MakeMessageBlock(0);
     if (!copied || block == nullptr || response.encode(block.get()) != 0) {
         GVX_LOG_ERR("Send response with json", "Encode Message Fail. Transfer Target Id[%s], MsgType[0x%4x].",
                     pCmd->GetNetLinkID().c_str(), static_cast<unsigned int>(type));

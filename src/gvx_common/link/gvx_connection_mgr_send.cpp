@@ -5,10 +5,10 @@
 #include "base/log.h"
 #include "bp/dispatcher.h"
 #include "bp/message_block_ptr.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/link/nss_request_head.h"
 #include "gvx_common/utility/gvx_utility.h"
 #include "nss/nss_msg.h"
-
-#include <arpa/inet.h>
 
 // Requests, and the last mile in and out. Responses stand in gvx_connection_mgr_response.cpp.
 
@@ -25,13 +25,6 @@ int SendOwned(CGvxConnectionMgr& mgr, BP::MessageBlockPtr block, unsigned int ne
         block.reset(handed);
     }
     return result;
-}
-
-void FillHeader(NssMsgHeader& header, unsigned int msgType, unsigned int seq, std::size_t bodyLength) {
-    header.usiProtocolVersion = htons(kNssProtocolVersion);
-    header.usiMsgType = htons(static_cast<std::uint16_t>(msgType));
-    header.uiSeqID = htonl(seq);
-    header.uiPacketLength = htonl(static_cast<std::uint32_t>(kNssHeaderBytes + bodyLength));
 }
 
 }  // namespace
@@ -69,16 +62,17 @@ int CGvxConnectionMgr::SendMsgIn(int iNetElemType, const char* pszNetLinkID, uns
               static_cast<unsigned int>(usiMsgType), pszTransID);
     if (BP::CDispatcher::dispatcherInWithoutTransaction(iNetElemType, pszNetLinkID, usiMsgType, pszTransID, pMsgBlock,
                                                         0) != 0) {
-        GVX_LOG_ERR_CODE("Send msg in", ZVS_NET_SEND_ERROR, "NetElemType[%d], NetLinkID[%s], MsgType[0x%04x], TransID[%s]",
-                         iNetElemType, pszNetLinkID, static_cast<unsigned int>(usiMsgType), pszTransID);
+        GVX_LOG_ERR_CODE("Send msg in", ZVS_NET_SEND_ERROR,
+                         "NetElemType[%d], NetLinkID[%s], MsgType[0x%04x], TransID[%s]", iNetElemType, pszNetLinkID,
+                         static_cast<unsigned int>(usiMsgType), pszTransID);
         return ZVS_FAIL;
     }
     return ZVS_SUCCEED;
 }
 
 unsigned int CGvxConnectionMgr::SendReqMsgWithXml(BP::enSubsysType eSubsysType, unsigned int uiNetEleType,
-                                                  enNssMsgType uiMsgType, CBB::CXml& XmlReq,
-                                                  std::string strSCULinkID, std::string strTransID) {
+                                                  enNssMsgType uiMsgType, CBB::CXml& XmlReq, std::string strSCULinkID,
+                                                  std::string strTransID) {
     if (m_pGvxService == nullptr) {
         GVX_LOG_ERR("Send request with xml", "Gvx service pointer is null.");
         return kNoServicePointer;
@@ -90,12 +84,11 @@ unsigned int CGvxConnectionMgr::SendReqMsgWithXml(BP::enSubsysType eSubsysType, 
 
     CNssXMLMsg message(static_cast<unsigned short>(uiMsgType), seq, trans.c_str(), 0, 0);
     const bool copied = message.SetXML(stream, length) == 0;
-    BP::MessageBlockPtr pMsgBlock(new (std::nothrow) ACE_Message_Block());
-    if (pMsgBlock == nullptr) {
-        GVX_LOG_ERR("Point pMsgBlock is null.", "Make sure there is something wrong");
-        return ZVS_ALLOC_MEMORY_ERROR;
-    }
+    BP::MessageBlockPtr pMsgBlock = BP::MakeMessageBlock(0);
+    GVX_CHECK_NULL_RETURN(pMsgBlock, ZVS_ALLOC_MEMORY_ERROR);
     if (!copied || message.encode(pMsgBlock.get()) != 0) {
+        GVX_LOG_ERR("Send request with xml", "Encode message fail, MsgType:0x%x.",
+                    static_cast<unsigned int>(uiMsgType));
         return ZVS_FAIL;
     }
     if (SendOwned(*this, std::move(pMsgBlock), uiNetEleType, strSCULinkID, trans, uiMsgType,
@@ -103,6 +96,10 @@ unsigned int CGvxConnectionMgr::SendReqMsgWithXml(BP::enSubsysType eSubsysType, 
         GVX_LOG_ERR("Send request with xml", "Send msg out failed, sub system type is [%d], element type is [%u]",
                     static_cast<int>(eSubsysType), uiNetEleType);
         return ZVS_FAIL;
+    }
+    if (uiMsgType == NSS_DEV_STATUS_REPORT_REQ) {
+        GVX_LOG_OPERATION("NSS_DEV_STATUS_REPORT_REQ", GvxConfigMgr()->GetGvxNetElementID().c_str(),
+                          strSCULinkID.c_str(), trans.c_str(), "gvx send device status report to scu", "successful");
     }
     return seq;
 }
@@ -115,21 +112,19 @@ unsigned int CGvxConnectionMgr::SendReqMsgWithStruct(BP::enSubsysType eSubsysTyp
         return kNoServicePointer;
     }
     BP::MessageBlockPtr pMsg = BP::MakeMessageBlock(kNssHeaderBytes + iMsgBodyLen);
-    if (pMsg == nullptr) {
-        return ZVS_ALLOC_MEMORY_ERROR;
-    }
+    GVX_CHECK_NULL_RETURN(pMsg, ZVS_ALLOC_MEMORY_ERROR);
     const unsigned int seq = CGvxUtility::CreatSeqID();
     const std::string frameTrans = BP::CMKTransID::GenerateTransID();
     NssMsgHeader aMsgHeader{};
-    FillHeader(aMsgHeader, uiMsgType, seq, iMsgBodyLen);
+    gvx::FillRequestHead(aMsgHeader, uiMsgType, seq, iMsgBodyLen);
     if (strncpy_s(aMsgHeader.szTransactionNo, sizeof(aMsgHeader.szTransactionNo), frameTrans.c_str(),
                   frameTrans.size()) != 0) {
         GVX_LOG_ERR("Send request with struct", "strncpy_s aMsgHeader.szTransactionNo failed!");
         return ZVS_FAIL;
     }
     if (memcpy_s(pMsg->wr_ptr(), pMsg->space(), &aMsgHeader, kNssHeaderBytes) != 0 ||
-        (iMsgBodyLen != 0 && memcpy_s(pMsg->wr_ptr() + kNssHeaderBytes, pMsg->space() - kNssHeaderBytes, pMsgBody,
-                                      iMsgBodyLen) != 0)) {
+        (iMsgBodyLen != 0 &&
+         memcpy_s(pMsg->wr_ptr() + kNssHeaderBytes, pMsg->space() - kNssHeaderBytes, pMsgBody, iMsgBodyLen) != 0)) {
         GVX_LOG_ERR("Send request with struct", "memcpy_s to pMsg failed.");
         return ZVS_FAIL;
     }
@@ -153,11 +148,10 @@ int CGvxConnectionMgr::SendRetMsgWithJson(unsigned short msgType, const std::str
     const std::string trans = transactionID.empty() ? BP::CMKTransID::GenerateTransID() : transactionID;
     CNssMsgBody message(msgType, seq, trans.c_str(), 0, 0, NSS_TAG_JSON_CONTENT);
     const bool copied = message.SetValue(jsonMsg.c_str(), static_cast<unsigned int>(jsonMsg.size())) == 0;
-    BP::MessageBlockPtr block(new (std::nothrow) ACE_Message_Block());
-    if (block == nullptr) {
-        return ZVS_ALLOC_MEMORY_ERROR;
-    }
+    BP::MessageBlockPtr block = BP::MakeMessageBlock(0);
+    GVX_CHECK_NULL_RETURN(block, ZVS_ALLOC_MEMORY_ERROR);
     if (!copied || message.encode(block.get()) != 0) {
+        GVX_LOG_ERR("Send message with json", "Encode message fail, MsgType:0x%x.", static_cast<unsigned int>(msgType));
         return ZVS_FAIL;
     }
     if (SendOwned(*this, std::move(block), static_cast<unsigned int>(netElemType), linkID, trans, msgType,
@@ -176,16 +170,14 @@ BP::CCmd* CGvxConnectionMgr::SyncSendReqMsg(unsigned int uiServiceID, int iNetEl
         iMsgBodyLen = 0;  // a length that no bytes follow would put the link out of step
     }
     NssMsgHeader stNssMsgHeader{};
-    FillHeader(stNssMsgHeader, msgType, CGvxUtility::CreatSeqID(), iMsgBodyLen);
+    gvx::FillRequestHead(stNssMsgHeader, msgType, CGvxUtility::CreatSeqID(), iMsgBodyLen);
     if (strncpy_s(stNssMsgHeader.szTransactionNo, sizeof(stNssMsgHeader.szTransactionNo), transID.c_str(),
                   transID.size()) != 0) {
         GVX_LOG_ERR("Sync send request", "strncpy_s stNssMsgHeader.szTransactionNo failed!");
         return nullptr;
     }
     BP::MessageBlockPtr block = BP::MakeMessageBlock(kNssHeaderBytes + iMsgBodyLen);
-    if (block == nullptr) {
-        return nullptr;
-    }
+    GVX_CHECK_NULL_RETURN(block, nullptr);
     if (block->copy(reinterpret_cast<const char*>(&stNssMsgHeader), kNssHeaderBytes) != 0) {
         GVX_LOG_ERR_CODE("Sync send request", ZVS_NET_SEND_ERROR, "ace copy nss header error");
         return nullptr;

@@ -2,6 +2,8 @@
 
 #include "base/bounded_string.h"
 #include "base/log.h"
+#include "gvx_common/media/gvx_port_mgr.h"
+#include "gvx_common/media/media_types.h"
 
 #include <array>
 #include <cstdio>
@@ -59,9 +61,21 @@ CStreamParam::CStreamParam()
       m_nPlayBackStreamType(0) {}
 
 CStreamParam::~CStreamParam() {
+    ReleasePorts();
     memset_s(m_securityKeyOfMedia, sizeof(m_securityKeyOfMedia), 0, sizeof(m_securityKeyOfMedia));
     memset_s(m_securityKeyOfAudio, sizeof(m_securityKeyOfAudio), 0, sizeof(m_securityKeyOfAudio));
     memset_s(m_CBCSecurityAlgorithmIV, sizeof(m_CBCSecurityAlgorithmIV), 0, sizeof(m_CBCSecurityAlgorithmIV));
+}
+
+// A port of the system's choice is none of the manager's, which would take it for one all the same.
+void CStreamParam::ReleasePorts() const {
+    const bool overTcp = m_nSrcTransProtocol == RTP_OVER_TCP || m_nSrcTransProtocol == TCP;
+    const char* const pool = overTcp ? GVX_MEDIA_SEND_TCP : GVX_MEDIA_SEND_UDP;
+    for (unsigned int port : {m_nSrcRtpVideoPort, m_nSrcRtpAudioPort}) {
+        if (m_portDuty.IsOwn() && port != 0 && CGvxPortMgr::Instance()->IsPortUsed(pool, port)) {
+            CGvxPortMgr::Instance()->FreePort(pool, port);
+        }
+    }
 }
 
 void CStreamParam::print() const {

@@ -26,7 +26,8 @@ enum _MEDIA_SECURITY_ALGORITHM_E : int {
 
 // One media stream as the platform asked for it and as negotiation settled it. A session fills it, the lens
 // completes it; it lives as long as the stream. Addresses are IPv4 and, like ports, in host byte order. No lock: the
-// session that owns it hands it on from step to step. The keys are wiped when it is destroyed.
+// session that owns it hands it on from step to step. When it is destroyed, the keys are wiped, and source ports that
+// CGvxPortMgr has handed out go back to it: to the pool of the source transport. A copy gives nothing back.
 class CStreamParam {
 public:
     CStreamParam();
@@ -84,4 +85,24 @@ public:
     std::uint32_t m_nNatIntelIP;
     std::string m_natURL;
     ZVS_UINT32 m_nPlayBackStreamType;
+
+private:
+    // Whether this object gives its ports back: the one that was filled does, what was made or assigned from it not.
+    class PortDuty {
+    public:
+        PortDuty() = default;
+        PortDuty(const PortDuty&) : m_own(false) {}
+        PortDuty& operator=(const PortDuty& other) {
+            m_own = m_own && &other == this;
+            return *this;
+        }
+        bool IsOwn() const { return m_own; }
+
+    private:
+        bool m_own = true;
+    };
+
+    void ReleasePorts() const;
+
+    PortDuty m_portDuty;
 };

@@ -11,6 +11,7 @@
 
 namespace {
 
+constexpr int kMaxLoggedWhitelist = 1024;
 constexpr const char* kRtspScheme = "rtsp://";
 constexpr std::size_t kMaxRtspHostLength = 127;
 constexpr unsigned short kDefaultRtspPort = 554;
@@ -132,11 +133,15 @@ int CGvxUtility::ParseRtspUrl(const std::string& url, std::string& host, unsigne
 }
 
 int CGvxUtility::AnalysisWhitelist(const std::string& text, std::list<std::pair<unsigned int, unsigned int>>& ranges) {
+    if (text.find('\0') != std::string::npos) {
+        GVX_LOG_ERR("AnalysisWhitelist", "A zero byte stands in the list of %zu bytes.", text.size());
+        return ZVS_PARA_INVALID;
+    }
     for (std::size_t begin = 0; begin < text.size();) {
         const std::size_t end = std::min(text.find(';', begin), text.size());
         Range range;
         if (!ReadEntry(text.substr(begin, end - begin), text, range)) {
-            GVX_LOG_ERR("AnalysisWhitelist", "input param[%s].", text.c_str());
+            GVX_LOG_ERR("AnalysisWhitelist", "input param[%.*s].", kMaxLoggedWhitelist, text.c_str());
             return ZVS_PARA_INVALID;
         }
         ranges.push_back(range);

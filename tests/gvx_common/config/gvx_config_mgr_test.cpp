@@ -101,9 +101,11 @@ TEST_F(ConfigMgrTest, SyncIntervalIsClampedAndSwitchTaken) {
 
 TEST_F(ConfigMgrTest, StaleSideFileIsDeletedUnread) {
     m_folder.Write("zvs_gvx.conf.bak", "; x\nk=from side file\n");
+    m_folder.Write("log.xml.bak", "<Log>");
     ASSERT_EQ(0, InitWith("k=live\n"));
     EXPECT_EQ("live", Value("k"));
     EXPECT_FALSE(std::filesystem::exists(m_folder.Path("zvs_gvx.conf.bak")));
+    EXPECT_FALSE(std::filesystem::exists(m_folder.Path("log.xml.bak")));
     EXPECT_EQ(1u, m_log->Count("Exist a backfile of zvs_gvx.conf:[" + m_folder.Path("zvs_gvx.conf.bak") + "]"));
 }
 

@@ -202,6 +202,17 @@ TEST_F(CloudConfigTest, FlagFollowsTheFile) {
     EXPECT_TRUE(CCloudConfigMgr::Instance()->GetCloudConfigInited()) << "a file that is gone leaves it as it was";
     Write(Cloud("no"));
     EXPECT_TRUE(Becomes(false)) << "made anew";
+    Write(Cloud("true"));
+    EXPECT_TRUE(Becomes(true));
+    Write("<CloudConfig><RunMode>1</RunMode></CloudConfig>");
+    EXPECT_TRUE(Becomes(false)) << "the flag is taken out";
+}
+
+TEST_F(CloudConfigTest, AFileThatComesLaterIsFollowed) {
+    std::filesystem::create_directories(m_folder.Path("root/home/zvs_common"));
+    EXPECT_EQ(1, CCloudConfigMgr::Instance()->Init());
+    Write(Cloud("true"));
+    EXPECT_TRUE(Becomes(true));
 }
 
 TEST_F(CloudConfigTest, FilesThatDoNotSayLeaveItOff) {

@@ -79,6 +79,7 @@ protected:
             if (m_writeResult == 0) {
                 m_frames.push_back({linkID, std::string(block->rd_ptr(), block->length())});
                 block->release();
+                AnswerPortReport();
             }
             return m_writeResult;
         });
@@ -97,6 +98,16 @@ protected:
         BP::CDispatcher::SetWriter({});
         BP::CDispatcher::SetSink({});
         BP::CPluginMgr::SetImplementation(nullptr);
+    }
+    // The opening of the main-service link waits for this answer.
+    void AnswerPortReport() {
+        if (m_frames.back().Type() != NSS_PLUGIN_SEND_PORTLIST_DATA_REQ) {
+            return;
+        }
+        auto* answer = new ACE_Message_Block();
+        CNssXMLMsg message(NSS_PLUGIN_SEND_PORTLIST_DATA_RSP, 1, m_frames.back().Transaction().c_str(), 0, 0);
+        EXPECT_EQ(0, message.encode(answer));
+        BP::CDispatcher::FrameArrived(kElementGVX, m_frames.back().linkID, answer);
     }
     static void OpenMainService() { GvxConnectionMgr()->OnLinkOpened("", 0, "GVX#000", "127.0.0.1", 9000); }
 
@@ -308,6 +319,25 @@ TEST_F(ConnectionMgrTest, FailedSendsGiveTheirResultsAndLeakNothing) {
     }
     mgr.SendRespMsgWithXml(nullptr, nullptr, 0, false);
     EXPECT_TRUE(m_log->Contains("Cmd pointer is null."));
+}
+
+// A success alone stands in the operation log, which has a file of its own where one is set.
+TEST_F(ConnectionMgrTest, ADeviceStatusReportStandsInTheOperationLog) {
+    const auto operations = std::make_shared<RecordingLogger>();
+    OMAdapter::getInstance()->setOperationLogger(operations);
+    CBB::CXml xml;
+    xml.AddElem("Content", "x");
+    CGvxConnectionMgr& mgr = *GvxConnectionMgr();
+    EXPECT_GT(mgr.SendReqMsgWithXml(BP::SUBSYS_SCU, kElementSCU, NSS_DEV_STATUS_REPORT_REQ, xml, "SCU#7", "trans9"), 2u);
+    mgr.SendReqMsgWithXml(BP::SUBSYS_SCU, kElementSCU, NSS_QUERY_GVX_TYPE_REQ, xml, "SCU#7", "");
+    m_writeResult = ZVS_NET_SEND_ERROR;
+    mgr.SendReqMsgWithXml(BP::SUBSYS_SCU, kElementSCU, NSS_DEV_STATUS_REPORT_REQ, xml, "SCU#7", "");
+    OMAdapter::getInstance()->setOperationLogger(nullptr);
+    ASSERT_EQ(1u, operations->Lines().size());
+    EXPECT_EQ("[NSS_DEV_STATUS_REPORT_REQ] [" + GvxConfigMgr()->GetGvxNetElementID() +
+                  "] [SCU#7] [trans9] gvx send device status report to scu, successful",
+              operations->Lines()[0].text);
+    EXPECT_EQ(0u, m_log->Count("gvx send device status report to scu"));
 }
 
 }  // namespace

@@ -9,9 +9,6 @@
 
 #include <climits>
 #include <cstdlib>
-#include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <thread>
 
@@ -21,7 +18,7 @@
 
 namespace {
 
-TEST(UtilityTexts, TrimSplitAndCase) {
+TEST(UtilityTexts, TrimSplitCaseSearchAndReplace) {
     EXPECT_EQ("a b", CGvxUtility::trim(" \t a b\r\n"));
     EXPECT_EQ("", CGvxUtility::trim(" \r\n"));
     EXPECT_EQ((std::vector<std::string>{"a", "", "b", ""}), CGvxUtility::split("a,,b,", ","));
@@ -29,128 +26,137 @@ TEST(UtilityTexts, TrimSplitAndCase) {
     EXPECT_TRUE(CGvxUtility::split("", ",").empty());
     EXPECT_EQ("0XAB-Z\xe4", CGvxUtility::toUpper("0xAb-z\xe4"));
     EXPECT_EQ("0xab-z\xc4", GvxUtility()->toLower("0xAb-Z\xc4"));
+    const char* text = "Content-LENGTH: 5";
+    EXPECT_EQ(text + 8, CGvxUtility::strcasestr(text, "length"));
+    EXPECT_EQ(text, CGvxUtility::strcasestr(text, ""));
+    EXPECT_EQ(nullptr, CGvxUtility::strcasestr(text, "lengths"));
+    EXPECT_EQ("ba", CGvxUtility::replaceAll("aaa", "aa", "b"));
+    EXPECT_EQ("1--2--3", CGvxUtility::replaceAll("1-2-3", "-", "--"));
+    EXPECT_EQ("abc", CGvxUtility::replaceAll("abc", "", "x"));
 }
 
 TEST(UtilityTexts, Numbers) {
-    EXPECT_EQ(12, CGvxUtility::toInt(" 12abc"));
-    EXPECT_EQ(-3, CGvxUtility::toInt("-3"));
-    EXPECT_EQ(0, CGvxUtility::toInt("abc"));
-    EXPECT_EQ(INT_MAX, CGvxUtility::toInt("99999999999999999999"));
-    EXPECT_EQ(INT_MIN, CGvxUtility::toInt("-3000000000"));
+    for (const auto& [text, number] : {std::pair<const char*, int>{" 12abc", 12},
+                                       {"-3", -3},
+                                       {"abc", 0},
+                                       {"99999999999999999999", INT_MAX},
+                                       {"-3000000000", INT_MIN}}) {
+        EXPECT_EQ(number, CGvxUtility::toInt(text));
+    }
     EXPECT_EQ("4294967295", CGvxUtility::toStr(4294967295u));
-    EXPECT_EQ("0", CGvxUtility::hexToStr(0));
     EXPECT_EQ("109", CGvxUtility::hexToStr(0x0109));
-    EXPECT_EQ("ffffffff", CGvxUtility::hexToStr(0xFFFFFFFFu));
+    unsigned int value = 7;
+    EXPECT_EQ(0, CGvxUtility::GetIntergerByHexString("0x0a14", value));
+    EXPECT_EQ(0x0a14u, value);
+    EXPECT_EQ(0, CGvxUtility::GetIntergerByHexString("00FFFFFFFF", value));
+    for (const char* bad : {"", "0x", "x1", "1g", "-1", " 1", "1FFFFFFFF"}) {
+        EXPECT_EQ(1, CGvxUtility::GetIntergerByHexString(bad, value)) << bad;
+    }
+    EXPECT_EQ(0xFFFFFFFFu, value);
 }
 
-TEST(UtilitySystem, FileIsReplacedWhole) {
-    const std::string path = testing::TempDir() + "/gvx_utility_test.txt";
+TEST(UtilitySystem, FilesAreReplacedWholeAndFoldersMade) {
+    const TempFolder folder;
+    const std::string path = folder.Path("a/b/c/f");
+    std::string content;
+    EXPECT_EQ(0, CGvxUtility::dirCreate(folder.Path("a/b/c")));
+    EXPECT_EQ(0, CGvxUtility::dirCreate(folder.Path("a/b/c")));
     EXPECT_EQ(0, CGvxUtility::fileWrite(path, "long content"));
     EXPECT_EQ(0, CGvxUtility::fileWrite(path, std::string("a\0b", 3)));
-    EXPECT_TRUE(CGvxUtility::fileExist(path));
-    std::ifstream file(path);
-    EXPECT_EQ(std::string("a\0b", 3), std::string(std::istreambuf_iterator<char>(file), {}));
-    std::remove(path.c_str());
+    EXPECT_EQ(1, CGvxUtility::dirCreate(path));
+    EXPECT_EQ(0, CGvxUtility::fileRead(path, content, 3));
+    EXPECT_EQ(std::string("a\0b", 3), content);
+    EXPECT_EQ(1, CGvxUtility::fileRead(path, content, 2));
+    EXPECT_EQ(0, CGvxUtility::fileRemove(path));
+    EXPECT_EQ(1, CGvxUtility::fileRemove(path));
     EXPECT_FALSE(CGvxUtility::fileExist(path));
-
     ScopedRecordingLogger log;
     EXPECT_EQ(1, CGvxUtility::fileWrite(path + "/none", "x"));
     EXPECT_EQ(1, CGvxUtility::fileWrite("/dev/full", "x"));
     EXPECT_EQ(2u, log->CountLevel(OM_LOG_ERR));
 }
 
-TEST(UtilitySystem, ThreadNameIsCutAtFifteenCharacters) {
+TEST(UtilitySystem, ThreadNamesAreCutAtFifteenCharacters) {
     std::thread([] {
-        EXPECT_EQ(0, CGvxUtility::pthreadSetThreadname(pthread_self(), "AdapterSnapShotThread"));
         char name[16] = {};
+        EXPECT_EQ(0, CGvxUtility::pthreadSetThreadname(pthread_self(), "AdapterSnapShotThread"));
         pthread_getname_np(pthread_self(), name, sizeof(name));
         EXPECT_STREQ("AdapterSnapShot", name);
         EXPECT_NE(0, CGvxUtility::pthreadSetThreadname(pthread_self(), nullptr));
+        const unsigned long self[] = {pthread_self()};
+        EXPECT_EQ(0, CGvxUtility::pthreadSetThreadname(self, 1, "a name that is far too long"));
+        pthread_getname_np(pthread_self(), name, sizeof(name));
+        EXPECT_STREQ("a name that is ", name);
     }).join();
 }
 
-TEST(UtilityChecks, IPv4) {
-    for (const char* good : {"0.0.0.0", "1.2.3.4", "255.255.255.255", "10.0.20.100"}) {
-        EXPECT_TRUE(CGvxUtility::IsIPv4(good)) << good;
-    }
-    for (const char* bad : {"", ".1.2.3", "1.2.3", "1.2.3.", "1.2.3.4.5", "1..2.3", "01.2.3.4", "1.2.3.256", "1.2.3.4 ",
-                            "a.b.c.d", "1.2.3.-4", "1.2.3.99999999999999999999", "1.2.3.4.", "1,2.3.4"}) {
-        EXPECT_FALSE(CGvxUtility::IsIPv4(bad)) << bad;
-    }
-    EXPECT_FALSE(CGvxUtility::IsIPv4(nullptr));
-}
+// Checks of one text, each with what passes and what does not.
+struct Check {
+    const char* name;
+    bool (*passes)(const std::string&);
+    std::vector<std::string> good;
+    std::vector<std::string> bad;
+};
 
-TEST(UtilityChecks, DomainName) {
+TEST(UtilityChecks, TextsPassOrNot) {
+    using Text = const std::string&;
     const std::string label63(63, 'a');
     const std::string name253 = label63 + "." + label63 + "." + label63 + "." + std::string(57, 'b') + ".com";
-    ASSERT_EQ(253u, name253.size());
-    for (const std::string& good : {std::string("a-b.example.com"), std::string("x.CN.cn"), std::string("com"),
-                                    std::string("1.edu"), label63 + ".gov", name253}) {
-        EXPECT_TRUE(CGvxUtility::IsValidDomainName(good)) << good;
+    const std::vector<Check> checks = {
+        {"IPv4",
+         [](Text text) { return CGvxUtility::IsIPv4(text.c_str()); },
+         {"0.0.0.0", "1.2.3.4", "255.255.255.255", "10.0.20.100"},
+         {"", ".1.2.3", "1.2.3", "1.2.3.", "1.2.3.4.5", "1..2.3", "01.2.3.4", "1.2.3.256", "1.2.3.4 ", "a.b.c.d",
+          "1.2.3.-4", "1.2.3.99999999999999999999", "1.2.3.4.", "1,2.3.4"}},
+        {"net mask",
+         [](Text text) { return CGvxUtility::IsNetMask(text.c_str()); },
+         {"0.0.0.0", "128.0.0.0", "255.255.255.0", "255.255.255.254", "255.255.255.255"},
+         {"", "255.0.255.0", "0.0.0.255", "255.255.255", "24"}},
+        {"domain name",
+         [](Text text) { return CGvxUtility::IsValidDomainName(text); },
+         {"a-b.example.com", "x.CN.cn", "com", "1.edu", name253},
+         {"", ".a.com", "a.com.", "a..com", "-a.com", "a-.com", "a.-b.com", "a.com-", "a_b.com", "a.COM", "a.io",
+          "a.co", "a.com|net", "a" + label63 + ".com", "b" + name253}},
+        {"level", [](Text text) { return CGvxUtility::Check35114Level(text, 1); }, {"A"}, {"a", "AA", ""}},
+        {"key label",
+         [](Text text) { return CGvxUtility::CheckKeyLabel(text, 3, 32); },
+         {"Ab3"},
+         {"a b", std::string(33, 'a')}},
+        {"server id", [](Text text) { return CGvxUtility::CheckServerID(text, 3); }, {"123"}, {"12a", "1234"}},
+        {"number", [](Text text) { return CGvxUtility::isNum(text); }, {"", "12"}, {"1.0", "-1"}},
+        {"password",
+         [](Text text) { return CGvxUtility::checkPassword(text, 8); },
+         {"abcdefg1", "ABCDefgh", "1234567!", "a\xc3\xa4zzzzz"},
+         {"abcdefgh", "!!!!!!!!", "abcdef1", "abcdefgh1"}},
+        {"bare path",
+         [](Text text) { return !CGvxUtility::FilePathJuge(text.c_str()); },
+         {"/a/b&c$(d)"},
+         {"a b", "a|b", "a;b", "a?b", "a`b"}},
+        {"command",
+         [](Text text) { return CGvxUtility::checkCmdPath(text.c_str()) == 0; },
+         {"/opt/a_b-1.sh c:d"},
+         {"a;b", "a|b", "$(x)", "a\nb", "a&b", "a`b", "a\\b", "a'b", "a\xc3\xa4"}},
+    };
+    for (const Check& check : checks) {
+        for (const std::string& text : check.good) {
+            EXPECT_TRUE(check.passes(text)) << check.name << ": " << text;
+        }
+        for (const std::string& text : check.bad) {
+            EXPECT_FALSE(check.passes(text)) << check.name << ": " << text;
+        }
     }
-    for (const std::string& bad :
-         {std::string(""), std::string(".a.com"), std::string("a.com."), std::string("a..com"), std::string("-a.com"),
-          std::string("a-.com"), std::string("a.-b.com"), std::string("a.com-"), std::string("a_b.com"),
-          std::string("a.COM"), std::string("a.io"), std::string("a.co"), std::string("a.com|net"),
-          "a" + label63 + ".com", "b" + name253}) {
-        EXPECT_FALSE(CGvxUtility::IsValidDomainName(bad)) << bad;
-    }
-}
-
-TEST(UtilityChecks, Identities) {
-    ScopedRecordingLogger log;
-    EXPECT_TRUE(CGvxUtility::Check35114Level("A", 1));
-    EXPECT_FALSE(CGvxUtility::Check35114Level("A", 2));
-    EXPECT_FALSE(CGvxUtility::Check35114Level("a", 1));
-    EXPECT_TRUE(CGvxUtility::CheckKeyLabel("Ab3", 3, 32));
-    EXPECT_FALSE(CGvxUtility::CheckKeyLabel(std::string(33, 'a'), 3, 32));
-    EXPECT_FALSE(CGvxUtility::CheckKeyLabel("a b", 3, 32));
-    EXPECT_TRUE(CGvxUtility::CheckServerID("123", 3));
-    EXPECT_FALSE(CGvxUtility::CheckServerID("12a", 3));
-    EXPECT_EQ(8u, log->Count("start."));
-    EXPECT_TRUE(CGvxUtility::isNum(""));
-    EXPECT_FALSE(CGvxUtility::isNum("1.0"));
-}
-
-TEST(UtilityChecks, PasswordNeedsTwoClassesAndTheExactLength) {
-    EXPECT_FALSE(CGvxUtility::checkPassword("abcdefgh", 8));
-    EXPECT_FALSE(CGvxUtility::checkPassword("!!!!!!!!", 8));
-    for (const char* good : {"abcdefg1", "ABCDefgh", "1234567!", "a\xc3\xa4zzzzz"}) {
-        EXPECT_TRUE(CGvxUtility::checkPassword(good, 8)) << good;
-    }
-    EXPECT_FALSE(CGvxUtility::checkPassword("abcdefg1", 7));
-    EXPECT_FALSE(CGvxUtility::checkPassword("abcdefg1", 9));
-}
-
-TEST(UtilityChecks, CommandAndPathCharacters) {
-    ScopedRecordingLogger log;
-    EXPECT_EQ(0, CGvxUtility::checkCmdPath("/opt/a_b-1.sh c:d"));
-    EXPECT_EQ(0, CGvxUtility::checkCmdPath(""));
+    EXPECT_FALSE(CGvxUtility::IsIPv4(nullptr) || CGvxUtility::IsNetMask(nullptr));
     EXPECT_EQ(2, CGvxUtility::checkCmdPath(nullptr));
-    EXPECT_TRUE(log->Contains("the command is invalid."));
-    for (const char* bad : {"a;b", "a|b", "$(x)", "a\nb", "a&b", "a`b", "a\\b", "a'b", "a\xc3\xa4"}) {
-        EXPECT_EQ(2, CGvxUtility::checkCmdPath(bad)) << bad;
-    }
-    EXPECT_EQ(9u, log->Count("Invalid input param, command contain invaild char."));
-    for (const char* bad : {"a b", "a|b", "a;b", "a?b", "a`b"}) {
-        EXPECT_TRUE(CGvxUtility::FilePathJuge(bad)) << bad;
-    }
-    EXPECT_FALSE(CGvxUtility::FilePathJuge("/a/b&c$(d)"));
-    EXPECT_TRUE(CGvxUtility::FilePathJuge(nullptr));
 }
 
-TEST(UtilityNumbers, SequenceGoesFromSixtyThousandToThree) {
+TEST(UtilityNumbers, SequenceIsUniqueAcrossThreadsAndGoesFromSixtyThousandToThree) {
     unsigned int last = CGvxUtility::CreatSeqID();
     for (int i = 0; i < 60001 && last != 60000; ++i) {
         const unsigned int next = CGvxUtility::CreatSeqID();
         ASSERT_EQ(last + 1, next);
         last = next;
     }
-    ASSERT_EQ(60000u, last);
     EXPECT_EQ(3u, CGvxUtility::CreatSeqID());
-}
-
-TEST(UtilityNumbers, SequenceIsUniqueAcrossThreads) {
     std::vector<std::vector<unsigned int>> taken(8);
     std::vector<std::thread> threads;
     for (std::vector<unsigned int>& numbers : taken) {
@@ -168,40 +174,29 @@ TEST(UtilityNumbers, SequenceIsUniqueAcrossThreads) {
     EXPECT_EQ(8000u, all.size());
 }
 
-TEST(UtilityNumbers, Checksums) {
+TEST(UtilityNumbers, ChecksumsAndBitRates) {
     EXPECT_EQ(0x31C3, CGvxUtility::CalcCRCXModem("123456789", 9));
-    EXPECT_EQ(0, CGvxUtility::CalcCRCXModem("", 0));
     EXPECT_EQ(1, CGvxUtility::CalcCRCXModem(nullptr, 4));
-
     EXPECT_EQ(((1ul << 4) ^ 'a') % 1000, CGvxUtility::RotatingHash("a", 1000));
-    EXPECT_EQ(0u, CGvxUtility::RotatingHash("", 7));
-    // Twelve characters push bits beyond 32: they count in both the shift back and the remainder.
-    unsigned long state = 12;
-    for (int i = 0; i < 12; ++i) {
-        state = (state * 16) ^ (state / 268435456ul) ^ 0xFFul;
-    }
-    ASSERT_GT(state, 0xFFFFFFFFul);
-    EXPECT_EQ(state % 1000003, CGvxUtility::RotatingHash(std::string(12, '\xff'), 1000003));
     EXPECT_EQ(0u, CGvxUtility::RotatingHash("a", 0));
-}
-
-TEST(UtilityNumbers, DefaultBitRates) {
+    // Twelve characters push bits beyond 32: they count in both the shift back and the remainder.
+    EXPECT_EQ(61400u, CGvxUtility::RotatingHash(std::string(12, '\xff'), 1000003));
     int bitRate = 0;
-    for (const std::pair<const char*, int>& row : {std::pair<const char*, int>{"1920*1080", 4096},
-                                                   {"704*576", 1024},
-                                                   {"2408*1536", 7168},
-                                                   {"2048*1536", 2048},
-                                                   {"", 2048}}) {
-        CGvxUtility::GetDefaultBitRateByResolution(row.first, bitRate);
-        EXPECT_EQ(row.second, bitRate) << row.first;
+    for (const auto& [resolution, expected] : {std::pair<const char*, int>{"1920*1080", 4096},
+                                               {"704*576", 1024},
+                                               {"2408*1536", 7168},
+                                               {"2048*1536", 2048},
+                                               {"", 2048}}) {
+        CGvxUtility::GetDefaultBitRateByResolution(resolution, bitRate);
+        EXPECT_EQ(expected, bitRate) << resolution;
     }
 }
 
 TEST(UtilityAddresses, RtspUrl) {
     struct Row {
-        const char* url;
+        std::string url;
         const char* host;
-        unsigned short port;
+        unsigned short port;  // 0: refused, and host is what the log tells
         const char* authUrl;
     };
     const Row rows[] = {
@@ -210,38 +205,29 @@ TEST(UtilityAddresses, RtspUrl) {
         {"RTSP://host", "host", 554, "rtsp://host"},
         {"rtsp://10.0.0.1:65535", "10.0.0.1", 65535, "rtsp://10.0.0.1:65535"},
         {"rtsp://h/a:1?x=2", "h", 554, "rtsp://h/a:1?x=2"},
+        {"http://host/", "Url format error", 0, ""},
+        {"rtsp:/", "Url format error", 0, ""},
+        {"rtsp://" + std::string(128, 'h') + "/", "Url is too long.", 0, ""},
+        {"rtsp://host:/", "No port number follows.", 0, ""},
+        {"rtsp://host:x", "No port number follows.", 0, ""},
+        {"rtsp://host:0/", "Bad port number is [0].", 0, ""},
+        {"rtsp://host:65536/", "Bad port number is [65536].", 0, ""},
+        {"rtsp://host:99999999999999999999", "Bad port number is [2147483647].", 0, ""},
     };
     for (const Row& row : rows) {
+        const ScopedRecordingLogger log;
         std::string host;
         std::string authUrl;
         unsigned short port = 0;
-        ASSERT_EQ(0, CGvxUtility::ParseRtspUrl(row.url, host, port, authUrl)) << row.url;
+        ASSERT_EQ(row.port == 0 ? 1 : 0, CGvxUtility::ParseRtspUrl(row.url, host, port, authUrl)) << row.url;
+        if (row.port == 0) {
+            EXPECT_TRUE(log->Contains(row.host)) << row.url << log->Dump();
+            continue;
+        }
         EXPECT_EQ(row.host, host);
         EXPECT_EQ(row.port, port) << row.url;
         EXPECT_EQ(row.authUrl, authUrl);
     }
-    const std::pair<std::string, const char*> bad[] = {
-        {"http://host/", "Url format error"},
-        {"rtsp:/", "Url format error"},
-        {"rtsp://" + std::string(128, 'h') + "/", "Url is too long."},
-        {"rtsp://host:/", "No port number follows."},
-        {"rtsp://host:x", "No port number follows."},
-        {"rtsp://host:0/", "Bad port number is [0]."},
-        {"rtsp://host:65536/", "Bad port number is [65536]."},
-        {"rtsp://host:99999999999999999999", "Bad port number is [2147483647]."},
-    };
-    for (const auto& row : bad) {
-        ScopedRecordingLogger log;
-        std::string host;
-        std::string authUrl;
-        unsigned short port = 0;
-        EXPECT_EQ(1, CGvxUtility::ParseRtspUrl(row.first, host, port, authUrl)) << row.first;
-        EXPECT_TRUE(log->Contains(row.second)) << row.first << log->Dump();
-    }
-    std::string host;
-    std::string authUrl;
-    unsigned short port = 0;
-    EXPECT_EQ(0, CGvxUtility::ParseRtspUrl("rtsp://" + std::string(127, 'h'), host, port, authUrl));
 }
 
 using Ranges = std::list<std::pair<unsigned int, unsigned int>>;
@@ -281,81 +267,58 @@ TEST(UtilityAddresses, Whitelist) {
 class UtilityTimes : public testing::Test {
 protected:
     UtilityTimes() {
-        const char* zone = std::getenv("TZ");
-        m_hadZone = zone != nullptr;
-        m_formerZone = m_hadZone ? zone : "";
-        SetZone("CET-1CEST,M3.5.0,M10.5.0/3");
-    }
-    ~UtilityTimes() override {
-        if (m_hadZone) {
-            SetZone(m_formerZone.c_str());
-        } else {
-            unsetenv("TZ");
-            tzset();
-        }
-    }
-    static void SetZone(const char* zone) {
-        setenv("TZ", zone, 1);
+        setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
         tzset();
     }
+    ~UtilityTimes() override {
+        unsetenv("TZ");
+        tzset();
+    }
+    // What a conversion has made, when it succeeded.
+    std::string Made(int result) const { return result == 0 ? m_text : "refused"; }
 
     ScopedTestClock m_clock;  // 2026-01-02 03:04:05 UTC
-    bool m_hadZone = false;
-    std::string m_formerZone;
+    std::string m_text;
 };
 
 TEST_F(UtilityTimes, CurrentTimeInEachForm) {
     EXPECT_EQ("2026-01-02 04:04:05", CGvxUtility::GetCurTime());
     EXPECT_EQ("20260102040405", CGvxUtility::GetCurTimeNoSeperate());
-    std::string text;
-    EXPECT_EQ(0, CGvxUtility::GetCurrentUtcTime(text, "YYYYMMDDhhmmss"));
-    EXPECT_EQ("20260102030405", text);
-    EXPECT_EQ(0, CGvxUtility::GetCurrentUtcTime(text, "YYYYMMDDThhmmssZ"));
-    EXPECT_EQ("20260102T030405Z", text);
-    EXPECT_EQ(0, CGvxUtility::GetCurrentUtcTime(text, nullptr));
-    EXPECT_EQ("2026-01-02 03:04:05", text);
+    EXPECT_EQ("20260102030405", Made(CGvxUtility::GetCurrentUtcTime(m_text, "YYYYMMDDhhmmss")));
+    EXPECT_EQ("20260102T030405Z", Made(CGvxUtility::GetCurrentUtcTime(m_text, "YYYYMMDDThhmmssZ")));
+    EXPECT_EQ("2026-01-02 03:04:05", Made(CGvxUtility::GetCurrentUtcTime(m_text, nullptr)));
     EXPECT_EQ("GVX2026010204040500042", CGvxUtility::GenerateTransactionNo("GVX", 42));
     EXPECT_EQ(63u, CGvxUtility::GenerateTransactionNo(std::string(44, 'p'), 1).size());
     EXPECT_EQ("", CGvxUtility::GenerateTransactionNo(std::string(45, 'p'), 1));
 }
 
 TEST_F(UtilityTimes, ConversionsFollowTheZone) {
-    ScopedRecordingLogger log;
-    std::string text;
-    EXPECT_EQ(0, CGvxUtility::TransUTCFormatToLocal("20260630233000", text, "YYYYMMDDhhmmss"));
-    EXPECT_EQ("20260701013000", text);
-    EXPECT_TRUE(log->Contains("Gvx utility: Trans time from utc[20260630233000] to local[20260701013000]. isdst=[1]"));
-    EXPECT_EQ(0, CGvxUtility::TransLocalFormatToUTC("20260701013000", text, "YYYYMMDDhhmmss"));
-    EXPECT_EQ("20260630233000", text);
-    EXPECT_EQ(0, CGvxUtility::TransLocalFormatToUTC("2026-01-01 00:30:00", text, "other"));
-    EXPECT_EQ("2025-12-31 23:30:00", text);
-    EXPECT_EQ(0, CGvxUtility::TransUTCFormatToLocalEx("20251231T233000Z", text, "YYYYMMDDThhmmssZ", ""));
-    EXPECT_EQ("2026-01-01 00:30:00", text);
-    EXPECT_EQ(0, CGvxUtility::ParseGLUTCTimeToLocalTime("20251231T233000Z", text, "YYYYMMDDhhmmss"));
-    EXPECT_EQ("20260101003000", text);
-    EXPECT_EQ(0, CGvxUtility::TransISOUTCFormatToString("2025-12-31T23:30:00.123Z", text, "YYYYMMDDhhmmss"));
-    EXPECT_EQ("20251231233000", text);
+    using U = CGvxUtility;
+    const char* plain = "YYYYMMDDhhmmss";
+    EXPECT_EQ("20260701013000", Made(U::TransUTCFormatToLocal("20260630233000", m_text, plain)));
+    EXPECT_EQ("20260630233000", Made(U::TransLocalFormatToUTC("20260701013000", m_text, plain)));
+    EXPECT_EQ("2025-12-31 23:30:00", Made(U::TransLocalFormatToUTC("2026-01-01 00:30:00", m_text, "other")));
+    EXPECT_EQ("2026-01-01 00:30:00",
+              Made(U::TransUTCFormatToLocalEx("20251231T233000Z", m_text, "YYYYMMDDThhmmssZ", "")));
+    EXPECT_EQ("20260101003000", Made(U::ParseGLUTCTimeToLocalTime("20251231T233000Z", m_text, plain)));
+    EXPECT_EQ("20251231233000", Made(U::TransISOUTCFormatToString("2025-12-31T23:30:00.123Z", m_text, plain)));
     long seconds = 0;
-    EXPECT_EQ(0, CGvxUtility::TransLocalFormatToGMTUTC("20260102040405", seconds, "YYYYMMDDhhmmss"));
+    EXPECT_EQ(0, U::TransLocalFormatToGMTUTC("20260102040405", seconds, plain));
     EXPECT_EQ(TestClock::kStartWallMicroseconds / 1000000, seconds);
 }
 
 TEST_F(UtilityTimes, BadTimesAreRefusedAndTheOutputStays) {
-    for (const auto& row : {std::pair<const char*, const char*>{"2026063023", "sscanf_s fail, return len[4]"},
-                            {"", "sscanf_s fail, return len[-1]"},
-                            {"2026-06-30 23:30:00", "Not a time"},
-                            {"20261330000000", "Not a time[20261330000000]"},
-                            {"20260630240000", "Not a time[20260630240000]"}}) {
+    for (const auto& [bad, line] : {std::pair<const char*, const char*>{"2026063023", "sscanf_s fail, return len[4]"},
+                                    {"", "sscanf_s fail, return len[-1]"},
+                                    {"2026-06-30 23:30:00", "Not a time"},
+                                    {"20261330000000", "Not a time[20261330000000]"},
+                                    {"20260630240000", "Not a time[20260630240000]"}}) {
         ScopedRecordingLogger log;
         std::string text = "unchanged";
-        long seconds = 5;
-        EXPECT_EQ(1, CGvxUtility::TransLocalFormatToUTC(row.first, text, "YYYYMMDDhhmmss")) << row.first;
-        EXPECT_EQ(1, CGvxUtility::TransUTCFormatToLocal(row.first, text, "YYYYMMDDhhmmss"));
-        EXPECT_EQ(1, CGvxUtility::TransLocalFormatToGMTUTC(row.first, seconds, "YYYYMMDDhhmmss"));
+        EXPECT_EQ(1, CGvxUtility::TransLocalFormatToUTC(bad, text, "YYYYMMDDhhmmss")) << bad;
+        EXPECT_EQ(1, CGvxUtility::TransUTCFormatToLocal(bad, text, "YYYYMMDDhhmmss"));
         EXPECT_EQ("unchanged", text);
-        EXPECT_EQ(5, seconds);
-        EXPECT_EQ(3u, log->CountLevel(OM_LOG_ERR));
-        EXPECT_TRUE(log->Contains(row.second)) << row.first << log->Dump();
+        EXPECT_EQ(2u, log->Count(line)) << bad << log->Dump();
     }
 }
 
@@ -370,30 +333,7 @@ TEST_F(UtilityTimes, TimingStatusAgesByTheMonotonicClock) {
     EXPECT_FALSE(CGvxUtility::CheckTimingStatus(last, 10));
 }
 
-TEST(UtilityText, HexadecimalNumbers) {
-    unsigned int value = 7;
-    EXPECT_EQ(0, CGvxUtility::GetIntergerByHexString("0x0a14", value));
-    EXPECT_EQ(0x0a14u, value);
-    EXPECT_EQ(0, CGvxUtility::GetIntergerByHexString("00FFFFFFFF", value));
-    EXPECT_EQ(0xFFFFFFFFu, value);
-    for (const char* bad : {"", "0x", "x1", "1g", "-1", " 1", "1FFFFFFFF"}) {
-        EXPECT_EQ(1, CGvxUtility::GetIntergerByHexString(bad, value)) << bad;
-    }
-    EXPECT_EQ(0xFFFFFFFFu, value);
-}
-
-TEST(UtilityText, SearchAndReplace) {
-    const char* text = "Content-LENGTH: 5";
-    EXPECT_EQ(text + 8, CGvxUtility::strcasestr(text, "length"));
-    EXPECT_EQ(text, CGvxUtility::strcasestr(text, ""));
-    EXPECT_EQ(nullptr, CGvxUtility::strcasestr(text, "lengths"));
-    EXPECT_EQ(nullptr, CGvxUtility::strcasestr(nullptr, "x"));
-    EXPECT_EQ("ba", CGvxUtility::replaceAll("aaa", "aa", "b"));
-    EXPECT_EQ("1--2--3", CGvxUtility::replaceAll("1-2-3", "-", "--"));
-    EXPECT_EQ("abc", CGvxUtility::replaceAll("abc", "", "x"));
-}
-
-TEST(UtilityText, CharacterSets) {
+TEST(UtilityTexts, CharacterSets) {
     const std::string utf8 = "\xE6\x91\x84\xE5\x83\x8F 1";  // "camera" in Chinese
     std::string gbk;
     std::string back;
@@ -401,12 +341,12 @@ TEST(UtilityText, CharacterSets) {
     EXPECT_EQ("\xC9\xE3\xCF\xF1 1", gbk);
     ASSERT_EQ(0, CGvxUtility::GbkToUtf8(gbk, back));
     EXPECT_EQ(utf8, back);
-    std::string large;
-    for (int i = 0; i < 3000; ++i) {
-        large += utf8;
+    std::string large = utf8;
+    for (int i = 0; i < 12; ++i) {
+        large += large;
     }
     ASSERT_EQ(0, CGvxUtility::Utf8ToGbk(large, gbk));
-    EXPECT_EQ(3000u * 6, gbk.size());
+    EXPECT_EQ(4096u * 6, gbk.size());
     back = "unchanged";
     EXPECT_EQ(1, CGvxUtility::GbkToUtf8("\xC9", back)) << "half a character";
     EXPECT_EQ(1, CGvxUtility::ConvertCharset("no such set", "UTF-8", "x", back));
@@ -416,14 +356,7 @@ TEST(UtilityText, CharacterSets) {
     EXPECT_FALSE(CGvxUtility::IsUtf8("\xC0\x80") || CGvxUtility::IsUtf8("\xED\xA0\x80"));
 }
 
-TEST(UtilityAddress, NetMasksPortsAndNumbers) {
-    for (const char* good : {"0.0.0.0", "128.0.0.0", "255.255.255.0", "255.255.255.254", "255.255.255.255"}) {
-        EXPECT_TRUE(CGvxUtility::IsNetMask(good)) << good;
-    }
-    for (const char* bad : {"", "255.0.255.0", "0.0.0.255", "255.255.255", "24"}) {
-        EXPECT_FALSE(CGvxUtility::IsNetMask(bad)) << bad;
-    }
-    EXPECT_FALSE(CGvxUtility::IsNetMask(nullptr));
+TEST(UtilityAddresses, PortsAndNumbers) {
     EXPECT_TRUE(CGvxUtility::IsPort(1) && CGvxUtility::IsPort(65535));
     EXPECT_FALSE(CGvxUtility::IsPort(0) || CGvxUtility::IsPort(65536));
     EXPECT_EQ("10.200.0.1", CGvxUtility::convertNum2Ipv4(0x0AC80001u));
@@ -447,30 +380,9 @@ TEST(UtilityXml, ElementsByPath) {
     EXPECT_EQ(0, CGvxUtility::SetXmlElementText(document.RootElement(), "n", "<&>"));
     EXPECT_EQ(0, CGvxUtility::GetXmlElementText(document.RootElement(), "n", text));
     EXPECT_EQ("<&>", text);
-    EXPECT_EQ(1, CGvxUtility::GetXmlElementText(nullptr, "a", text));
-    EXPECT_EQ(1, CGvxUtility::SetXmlElementText(nullptr, "n", "x"));
     EXPECT_EQ("CAM1", CGvxUtility::GetDevCodeFromGetLogMsg("<Content><X/><Y><DevCode>CAM1</DevCode></Y></Content>"));
     EXPECT_EQ("", CGvxUtility::GetDevCodeFromGetLogMsg("<Content/>"));
     EXPECT_EQ("", CGvxUtility::GetDevCodeFromGetLogMsg("no xml"));
-}
-
-TEST(UtilityFile, ReadRemoveAndFolders) {
-    const TempFolder folder;
-    std::string content;
-    EXPECT_EQ(0, CGvxUtility::dirCreate(folder.Path("a/b/c")));
-    EXPECT_EQ(0, CGvxUtility::dirCreate(folder.Path("a/b/c")));
-    EXPECT_EQ(0, CGvxUtility::fileWrite(folder.Path("a/b/c/f"), "text"));
-    EXPECT_EQ(1, CGvxUtility::dirCreate(folder.Path("a/b/c/f")));
-    EXPECT_EQ(0, CGvxUtility::fileRead(folder.Path("a/b/c/f"), content, 4));
-    EXPECT_EQ("text", content);
-    EXPECT_EQ(1, CGvxUtility::fileRead(folder.Path("a/b/c/f"), content, 3));
-    EXPECT_EQ(0, CGvxUtility::fileRemove(folder.Path("a/b/c/f")));
-    EXPECT_EQ(1, CGvxUtility::fileRemove(folder.Path("a/b/c/f")));
-    const unsigned long self[] = {pthread_self()};
-    EXPECT_EQ(0, CGvxUtility::pthreadSetThreadname(self, 1, "a name that is far too long"));
-    char name[16] = {};
-    pthread_getname_np(pthread_self(), name, sizeof(name));
-    EXPECT_STREQ("a name that is ", name);
 }
 
 }  // namespace

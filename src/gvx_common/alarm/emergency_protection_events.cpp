@@ -1,0 +1,145 @@
+#include "gvx_common/alarm/emergency_protection.h"
+
+#include "base/bounded_string.h"
+#include "base/log.h"
+#include "bp/flux_control.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+
+#include <cstddef>
+#include <cstring>
+
+// What raises and clears the gateway's own alarms.
+
+namespace {
+
+constexpr std::size_t kLogTextBytes = 256;
+constexpr unsigned int kClearOffset = 50;  // from a raise code to its clear code
+
+// One fault of the logger.
+struct LogFault {
+    unsigned int raiseCode;
+    const char* id;
+    const char* raiseType;
+    const char* clearType;
+};
+
+constexpr const char* kRecordOn = "ALARM_GVX_LOG_RECORD_FAIL_ON";
+constexpr const char* kRecordOff = "ALARM_GVX_LOG_RECORD_FAIL_OFF";
+constexpr const char* kBackupOn = "ALARM_GVX_LOG_BCK_FAIL_ON";
+constexpr const char* kBackupOff = "ALARM_GVX_LOG_BCK_FAIL_OFF";
+
+constexpr LogFault kLogFaults[] = {
+    {500, ALARM_GVX_LOG_RECORD_FAIL, kRecordOn, kRecordOff}, {502, ALARM_GVX_LOG_RECORD_FAIL, kRecordOn, kRecordOff},
+    {504, ALARM_GVX_LOG_RECORD_FAIL, kRecordOn, kRecordOff}, {503, ALARM_GVX_LOG_BACK_FAIL, kBackupOn, kBackupOff},
+    {505, ALARM_GVX_LOG_BACK_FAIL, kBackupOn, kBackupOff},   {506, ALARM_GVX_LOG_BACK_FAIL, kBackupOn, kBackupOff},
+};
+
+const LogFault* FindLogFault(unsigned int errorCode) {
+    for (const LogFault& fault : kLogFaults) {
+        if (errorCode == fault.raiseCode || errorCode == fault.raiseCode + kClearOffset) {
+            return &fault;
+        }
+    }
+    return nullptr;
+}
+
+// Repeats of a fault in writing lines are worth a line; those of a fault in backing files up come with each line.
+bool TellsRepeats(const char* id) {
+    return std::strcmp(id, ALARM_GVX_LOG_RECORD_FAIL) == 0;
+}
+
+std::string ThreadText(const BP::fluxControlWarnInfo& info) {
+    // The name goes on behind the record.
+    const char* name = reinterpret_cast<const char*>(&info) + offsetof(BP::fluxControlWarnInfo, pThreadName);
+    return "<Level>" + std::to_string(static_cast<int>(info.uiLevel)) + "</Level><ThreadID>" +
+           std::to_string(static_cast<int>(info.uiThreadID)) + "</ThreadID><ThreadName>" +
+           std::string(name, strnlen(name, info.uiNameLength)) + "</ThreadName>";
+}
+
+}  // namespace
+
+void CEmergencyProtection::OnConfigReadAlarm(const std::string& location, const std::string& description) {
+    GVX_LOG_INFO("OnConfigReadAlarm", "Congfig file alarm %s", location.c_str());
+    GVX_LOG_ERR("Configuration alarm", "Configuration cannot be used: %s, description[%s]", location.c_str(),
+                description.c_str());
+    SetGvxBPAlarmRepMsg("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE, location, description, false);
+    AddAlarmStatusItem(ALARM_GVX_CONFIG_READ_FAIL, location);
+}
+
+void CEmergencyProtection::OnLogWarn(unsigned int errorCode, const char* filePath, const char* fileName) {
+    const LogFault* const fault = FindLogFault(errorCode);
+    if (fault == nullptr) {
+        return;
+    }
+    // The clear repeats the text of the raise, so that it finds the entry that it ends.
+    char buf[kLogTextBytes];
+    if (sprintf_s(buf, sizeof(buf), "FilePath=%s,FileName=%s,ErrorCode=%d", filePath == nullptr ? "" : filePath,
+                  fileName == nullptr ? "" : fileName, static_cast<int>(fault->raiseCode)) < 1) {
+        GVX_LOG_ERR("OnLogWarn", "snprintf_s buf failed");
+        return;
+    }
+    const std::lock_guard<BP_Thread_Mutex> guard(m_logWarnMutex);
+    if (errorCode == fault->raiseCode) {
+        RaiseLogAlarm(fault->raiseType, fault->id, errorCode, buf);
+    } else {
+        ClearLogAlarm(fault->clearType, fault->id, errorCode, buf);
+    }
+}
+
+void CEmergencyProtection::RaiseLogAlarm(const char* type, const char* id, unsigned int errorCode,
+                                         const std::string& text) {
+    if (IsAlarmStatusItemExist(id, text) == ZVS_SUCCEED) {
+        if (TellsRepeats(id)) {
+            GVX_LOG_INFO("OnLogWarn", "OnLogWarn ErrorCode = %u has sended.", errorCode);
+        }
+        return;
+    }
+    GvxConnectionMgr()->SetGvxAlarmRepMsg(type, GVX_ALARM_DEV_TYPE, text, "");
+    GVX_LOG_INFO("OnLogWarn", "OnLogWarn add alarm item. alarmid = %s .", id);
+    AddAlarmStatusItem(id, text);
+}
+
+void CEmergencyProtection::ClearLogAlarm(const char* type, const char* id, unsigned int errorCode,
+                                         const std::string& text) {
+    if (IsAlarmStatusItemExist(id, text) != ZVS_SUCCEED) {
+        if (TellsRepeats(id)) {
+            GVX_LOG_INFO("OnLogWarn", "OnLogWarn ErrorCode = %u has not sended.", errorCode);
+        }
+        return;
+    }
+    GvxConnectionMgr()->SetGvxAlarmRepMsg(type, GVX_ALARM_DEV_TYPE, text, "");
+    GVX_LOG_INFO("OnLogWarn", "OnLogWarn delete alarm item. alarmid = %s .", id);
+    DelAlarmStatusItem(id, text);
+}
+
+void CEmergencyProtection::OnFluxControlWarn(BP::fluxControlWarnInfo* pInfo) {
+    GVX_CHECK_NULL_RETURN_VOID(pInfo);
+    const std::string text = ThreadText(*pInfo);
+    GVX_LOG_INFO("OnFluxControlWarn", "On Flux Control Warn %s", text.c_str());
+    SetGvxBPAlarmRepMsg("ALARM_GVX_FLOW_CONTROL_ERROR_ON", GVX_ALARM_DEV_TYPE, text, text, false);
+    AddAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, text);
+}
+
+void CEmergencyProtection::OnFluxControlResume(BP::fluxControlWarnInfo* pInfo) {
+    GVX_CHECK_NULL_RETURN_VOID(pInfo);
+    const std::string text = ThreadText(*pInfo);
+    GVX_LOG_INFO("OnFluxControlResume", "On Flux Control Resume %s", text.c_str());
+    SetGvxBPAlarmRepMsg("ALARM_GVX_FLOW_CONTROL_ERROR_OFF", GVX_ALARM_DEV_TYPE, text, text, false);
+    DelAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, text);
+}
+
+void CEmergencyProtection::OnFluxControlWarn(const std::string& protocol, const std::string& queue,
+                                             const std::string& code) {
+    const std::string text = "Protocal=" + protocol + ",Msg Queue=" + queue + ",FlowControlCode=[" + code + "]";
+    GVX_LOG_INFO("OnFluxControlWarn", "On Flux Control Warn %s", text.c_str());
+    SetGvxBPAlarmRepMsg("ALARM_GVX_FLOW_CONTROL_ERROR_ON", GVX_ALARM_DEV_TYPE, text, text, false);
+    AddAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, text);
+}
+
+void CEmergencyProtection::OnFluxControlResume(const std::string& protocol, const std::string& queue,
+                                               const std::string& code) {
+    const std::string text = "Protocal=" + protocol + ",MsgQueue=" + queue + ",FlowControlCode=[" + code + "]";
+    GVX_LOG_INFO("OnFluxControlResume", "On Flux Control Resume %s", text.c_str());
+    SetGvxBPAlarmRepMsg("ALARM_GVX_FLOW_CONTROL_ERROR_OFF", GVX_ALARM_DEV_TYPE, text, text, false);
+    DelAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, text);
+}

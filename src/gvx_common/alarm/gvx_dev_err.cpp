@@ -1,0 +1,45 @@
+#include "gvx_common/alarm/gvx_dev_err.h"
+
+#include "base/cbb_xml.h"
+#include "base/zvs_error.h"
+
+#include <algorithm>
+
+namespace {
+
+// A device's own words end up here; they may hold anything.
+bool AddText(CBB::CXml& xml, const char* name, std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
+    return xml.AddElem(name, text.c_str());
+}
+
+bool AddPairs(CBB::CXml& xml, const std::list<GVXDevErr::DevPair>& pairs) {
+    bool added = xml.AddElem("DevList") && xml.IntoElem();
+    for (const GVXDevErr::DevPair& pair : pairs) {
+        added = added && xml.AddElem("DevInfo") && xml.IntoElem() && AddText(xml, "DevCode", pair.first) &&
+                AddText(xml, "ChannelCode", pair.second) && xml.OutOfElem();
+    }
+    return added && xml.OutOfElem();
+}
+
+}  // namespace
+
+void GVXDevErr::addDevErr(GVXDevErr& other) {
+    lstDevInfo.insert(lstDevInfo.end(), other.lstDevInfo.begin(), other.lstDevInfo.end());
+}
+
+int GVXDevErr::fromStruToXml(CBB::CXml& xml) const {
+    const bool written =
+        xml.AddDeclaration("1.0", "UTF-8") && xml.AddElem("Content") && xml.IntoElem() &&
+        xml.AddElem("InfoType", std::to_string(nInfoType).c_str()) && xml.AddElem("DevErrorInfo") && xml.IntoElem() &&
+        AddPairs(xml, lstDevInfo) && AddText(xml, "ErrorOccurTime", sErrorOccurTime) &&
+        xml.AddElem("ErrorCode", std::to_string(nErrorCode).c_str()) && AddText(xml, "FaultSourceIP", sFaultSourceIP) &&
+        AddText(xml, "FaultSourceModule", sFaultSourceModule) && AddText(xml, "ErrorDetail", sErrDetail) &&
+        xml.OutOfElem() && xml.OutOfElem();
+    return written ? ZVS_SUCCEED : ZVS_FAIL;
+}
+
+void GVXDevErr::release() {
+    *this = GVXDevErr();
+}

@@ -1,0 +1,217 @@
+#include "gvx_common/link/gvx_connection_mgr.h"
+
+#include "base/bounded_string.h"
+#include "base/log.h"
+#include "bp/message_block_ptr.h"
+#include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/alarm/gvx_alarm_texts.h"
+#include "gvx_common/config/cloud_config_mgr.h"
+#include "gvx_common/link/nss_request_head.h"
+#include "gvx_common/utility/gvx_utility.h"
+
+#include <cstddef>
+#include <cstring>
+
+// Alarms to SCU and OMU. The report to the cloud platform stands in gvx_connection_mgr_alarm_ksp.cpp.
+
+namespace {
+
+constexpr unsigned int kNoServicePointer = 2;
+constexpr const char* kServersFailOn = "ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL_ON";
+constexpr const char* kServersFailOff = "ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL_OFF";
+
+// Head, and the tag and length of the two pairs.
+constexpr std::size_t kAlarmFrameExtraBytes =
+    kNssHeaderBytes + offsetof(_ZVS_ALARM_REPORT_DEC, cAlarmDesc) + offsetof(_ZVS_ALARM_REPORT_EXT, cExtParam);
+static_assert(kAlarmFrameExtraBytes == 128, "what a frame has beyond body and texts");
+
+// The parts of an alarm's frame.
+struct AlarmFrame {
+    unsigned int msgType;
+    const char* body;
+    std::size_t bodyBytes;
+    const char* description;
+    std::size_t descriptionBytes;
+    const char* extension;
+    std::size_t extensionBytes;
+};
+
+bool AppendDescription(ACE_Message_Block& block, const AlarmFrame& frame) {
+    _ZVS_ALARM_REPORT_DEC stAlarmDesc{};
+    stAlarmDesc.uiAlarmDescType = htons(NSS_TAG_ALARM_DESC);
+    stAlarmDesc.uiAlarmDescLen = htonl(static_cast<std::uint32_t>(frame.descriptionBytes));
+    if (strncpy_s(stAlarmDesc.cAlarmDesc, sizeof(stAlarmDesc.cAlarmDesc), frame.description, frame.descriptionBytes) !=
+        0) {
+        GVX_LOG_ERR("Build alarm message", "strncpy_s stAlarmDesc.cAlarmDesc failed!");
+        return false;
+    }
+    return block.copy(reinterpret_cast<const char*>(&stAlarmDesc),
+                      offsetof(_ZVS_ALARM_REPORT_DEC, cAlarmDesc) + frame.descriptionBytes) == 0;
+}
+
+bool AppendExtension(ACE_Message_Block& block, const AlarmFrame& frame) {
+    _ZVS_ALARM_REPORT_EXT stAlarmExt{};
+    stAlarmExt.uiAlarmExtType = htons(NSS_TAG_EXT_PARAM);
+    stAlarmExt.uiAlarmExtLen = htonl(static_cast<std::uint32_t>(frame.extensionBytes));
+    if (strncpy_s(stAlarmExt.cExtParam, sizeof(stAlarmExt.cExtParam), frame.extension, frame.extensionBytes) != 0) {
+        GVX_LOG_ERR("Build alarm message", "strncpy_s stAlarmExt.cExtParam failed!");
+        return false;
+    }
+    return block.copy(reinterpret_cast<const char*>(&stAlarmExt),
+                      offsetof(_ZVS_ALARM_REPORT_EXT, cExtParam) + frame.extensionBytes) == 0;
+}
+
+bool AppendHead(ACE_Message_Block& block, const AlarmFrame& frame, unsigned int seq, const std::string& trans) {
+    NssMsgHeader aMsgHeader{};
+    gvx::FillRequestHead(aMsgHeader, frame.msgType, seq, block.size() - kNssHeaderBytes);
+    if (strncpy_s(aMsgHeader.szTransactionNo, sizeof(aMsgHeader.szTransactionNo), trans.c_str(), trans.size()) != 0) {
+        GVX_LOG_ERR("Build alarm message", "strncpy_s aMsgHeader.szTransactionNo failed!");
+        return false;
+    }
+    return block.copy(reinterpret_cast<const char*>(&aMsgHeader), kNssHeaderBytes) == 0;
+}
+
+// The whole frame; null, with a log line, when it cannot be made.
+BP::MessageBlockPtr MakeAlarmFrame(const AlarmFrame& frame, unsigned int seq, const std::string& trans) {
+    BP::MessageBlockPtr pMsgBlock =
+        BP::MakeMessageBlock(frame.bodyBytes + frame.descriptionBytes + frame.extensionBytes + kAlarmFrameExtraBytes);
+    if (pMsgBlock == nullptr) {
+        GVX_LOG_ERR("Point pMsgBlock is null.", "Make sure there is something wrong");
+        return pMsgBlock;
+    }
+    if (!AppendHead(*pMsgBlock, frame, seq, trans) || pMsgBlock->copy(frame.body, frame.bodyBytes) != 0 ||
+        !AppendDescription(*pMsgBlock, frame) || !AppendExtension(*pMsgBlock, frame)) {
+        pMsgBlock.reset();
+    }
+    return pMsgBlock;
+}
+
+// The record of an alarm that waits; false, with a log line, when a text does not fit.
+bool FillWaitingAlarm(ZVS_REPORT_LIST& stGvxAlarmReport, const std::string& type, const std::string& inType,
+                      const std::string& location) {
+    if (snprintf_s(stGvxAlarmReport.cAlarmType, sizeof(stGvxAlarmReport.cAlarmType),
+                   sizeof(stGvxAlarmReport.cAlarmType) - 1, "%s", type.c_str()) < 0) {
+        GVX_LOG_ERR("Set gvx alarm", "snprintf_s cAlarmType failed");
+        return false;
+    }
+    if (snprintf_s(stGvxAlarmReport.cAlarmInType, sizeof(stGvxAlarmReport.cAlarmInType),
+                   sizeof(stGvxAlarmReport.cAlarmInType) - 1, "%s", inType.c_str()) < 0) {
+        GVX_LOG_ERR("Set gvx alarm", "snprintf_s cAlarmInType failed");
+        return false;
+    }
+    if (strncpy_s(stGvxAlarmReport.cLocationInfo, sizeof(stGvxAlarmReport.cLocationInfo), location.c_str(),
+                  location.size()) != 0) {
+        GVX_LOG_ERR("Set gvx alarm", "strncpy_s stGvxAlarmReport.cLocationInfo failed!");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool CGvxConnectionMgr::AlarmsMayLeave() {
+    if (CCloudConfigMgr::Instance()->GetCloudConfigInited()) {
+        return true;
+    }
+    GVX_LOG_WARN("Alarm delivery", "Cloud config inited is false, no need to send alarm");
+    return false;
+}
+
+void CGvxConnectionMgr::SetGvxAlarmRepMsg(const std::string& type, const std::string& inType,
+                                          const std::string& location, const std::string& description) {
+    ZVS_REPORT_LIST stGvxAlarmReport{};
+    if (!AlarmsMayLeave() || !FillWaitingAlarm(stGvxAlarmReport, type, inType, location)) {
+        return;
+    }
+    std::string text = description;
+    if (type == kServersFailOn || type == kServersFailOff) {
+        getGB35114AlarmDesc(description, text);
+    }
+    if (snprintf_s(stGvxAlarmReport.cAlarmDesc, sizeof(stGvxAlarmReport.cAlarmDesc),
+                   sizeof(stGvxAlarmReport.cAlarmDesc) - 1, "%s", text.c_str()) < 0) {
+        GVX_LOG_ERR("Set gvx alarm", "snprintf_s cAlarmDesc failed");
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_sendMessageMutex);
+        if (GetOmuLinkId().empty()) {
+            GVX_LOG_INFO("Set gvx alarm", "Push gvx alarm to msglist, alarm type is %s.", type.c_str());
+            m_sendMessageList.push_back(stGvxAlarmReport);
+            return;
+        }
+    }
+    GVX_LOG_INFO("Set gvx alarm", "Send gvx alarm to msglist, alarm type is [%s].", type.c_str());
+    CEmergencyProtection::Instance()->SetGvxBPAlarmRepMsg(type, inType, location, text, false);
+}
+
+// Called when the link to OMU has its identifier: whoever comes later finds it and does not wait any more.
+void CGvxConnectionMgr::SendWaitingAlarms() {
+    std::list<ZVS_REPORT_LIST> waiting;
+    {
+        const std::lock_guard<std::mutex> lock(m_sendMessageMutex);
+        waiting.swap(m_sendMessageList);
+    }
+    for (const ZVS_REPORT_LIST& alarm : waiting) {
+        CEmergencyProtection::Instance()->SetGvxBPAlarmRepMsg(alarm.cAlarmType, alarm.cAlarmInType, alarm.cLocationInfo,
+                                                              alarm.cAlarmDesc, false);
+    }
+}
+
+int CGvxConnectionMgr::SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report, bool, bool) {
+    if (!AlarmsMayLeave()) {
+        return ZVS_FAIL;
+    }
+    const AlarmFrame frame{NSS_DEV_ALARM_REPORT_REQ,
+                           reinterpret_cast<const char*>(&report),
+                           kGvxAlarmWireBytes,
+                           report.cAlarmDesc,
+                           strnlen(report.cAlarmDesc, sizeof(report.cAlarmDesc)),
+                           "",
+                           0};
+    const std::string trans = BP::CMKTransID::GenerateTransID();
+    BP::MessageBlockPtr owned = MakeAlarmFrame(frame, CGvxUtility::CreatSeqID(), trans);
+    if (owned == nullptr) {
+        return ZVS_FAIL;
+    }
+    ACE_Message_Block* handed = owned.release();
+    const int result = SendMsgIn(kElementOMU, GetOmuLinkId().c_str(), NSS_DEV_ALARM_REPORT_REQ, trans.c_str(), handed);
+    owned.reset(handed);
+    return result == 0 ? ZVS_SUCCEED : ZVS_FAIL;
+}
+
+int CGvxConnectionMgr::SendDevAlarmReqMsgToSCU(ZVS_ALARM_REPORT& report) {
+    if (!AlarmsMayLeave()) {
+        return ZVS_FAIL;
+    }
+    if (m_pGvxService == nullptr) {
+        GVX_LOG_ERR_CODE("Send device alarm", ZVS_PARA_INVALID, "Gvx service pointer is null.");
+        return kNoServicePointer;
+    }
+    report.bAction = htonl(report.bAction);
+    report.uiOccurNumber = htonl(report.uiOccurNumber);
+    const AlarmFrame frame{NSS_ALARM_REPORT_REQ,
+                           reinterpret_cast<const char*>(&report),
+                           kDeviceAlarmWireBytes,
+                           report.cAlarmDesc,
+                           strnlen(report.cAlarmDesc, sizeof(report.cAlarmDesc)),
+                           report.cExtParam,
+                           strnlen(report.cExtParam, sizeof(report.cExtParam))};
+    const unsigned int seq = CGvxUtility::CreatSeqID();
+    BP::MessageBlockPtr owned = MakeAlarmFrame(frame, seq, BP::CMKTransID::GenerateTransID());
+    if (owned == nullptr) {
+        return ZVS_FAIL;
+    }
+    char cNVRCode[sizeof(report.cNvrCode) + 1];
+    if (strncpy_s(cNVRCode, sizeof(cNVRCode), report.cNvrCode, sizeof(report.cNvrCode)) != 0) {
+        GVX_LOG_ERR("Send device alarm", "strncpy_s cNVRCode failed!");
+        return ZVS_FAIL;
+    }
+    std::string target = std::string("SCU#") + cNVRCode;
+    unsigned int elementType = kElementSCU;
+    GetLinkInfoByType(BP::SUBSYS_SCU, elementType, target);  // the send tells whether there is a link
+    ACE_Message_Block* handed = owned.release();
+    const int result = SendMsgOut(kElementSCU, target.c_str(), BP::CMKTransID::GenerateTransID().c_str(),
+                                  NSS_ALARM_REPORT_REQ, handed, m_pGvxService->GetServiceID(), false);
+    owned.reset(result == 0 ? nullptr : handed);
+    return result == 0 ? static_cast<int>(seq) : ZVS_FAIL;
+}

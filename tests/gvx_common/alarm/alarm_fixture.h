@@ -1,0 +1,49 @@
+#pragma once
+
+#include "base/alarm_store.h"
+#include "bp/service.h"
+#include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/config/cloud_config_mgr.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "support/recording_logger.h"
+#include "support/temp_folder.h"
+
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+// A text field of a record, by its place on the wire.
+inline std::string TextAt(const std::string& bytes, std::size_t offset, std::size_t size) {
+    return bytes.size() < offset + size ? "short"
+                                        : std::string(bytes.data() + offset, strnlen(bytes.data() + offset, size));
+}
+
+// A gateway with an address, a node code and the cloud's consent, and a place for its store.
+class AlarmFixture : public testing::Test {
+protected:
+    void SetUp() override {
+        static Service service;
+        GvxConnectionMgr()->SetGvxService(&service);
+        GvxConnectionMgr()->SetException([](ADAPTER_COMMON_MESSAGE&) {});
+        m_folder.Write("net.xml", "<Net><NetElements><LocalIP>1</LocalIP></NetElements></Net>");
+        m_folder.Write("log.xml", "<Log><NodeCode>node7</NodeCode></Log>");
+        ASSERT_EQ(0, GvxConfigMgr()->SetLocalIP("10.0.0.1"));
+        CCloudConfigMgr::Instance()->SetCloudConfigInited(true);
+    }
+    void TearDown() override {
+        CCloudConfigMgr::Instance()->SetCloudConfigInited(false);
+        ZVS_AlarmClose();
+    }
+
+    const TempFolder m_folder;
+    const ScopedEnvironment m_configDir{"GVX_CONFIG_DIR", m_folder.Path()};
+    const std::string m_store = m_folder.Path("alarms.db");
+    const ScopedRecordingLogger m_log{OM_LOG_INFO};
+
+private:
+    struct Service : BP::IService {
+        std::uint32_t GetServiceID() const override { return 7; }
+    };
+};

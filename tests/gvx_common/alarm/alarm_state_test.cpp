@@ -1,0 +1,276 @@
+#include "gvx_common/alarm/alarm_fixture.h"
+
+#include "base/bounded_string.h"
+#include "bp/dispatcher.h"
+#include "bp/flux_control.h"
+
+#include <ace/Message_Block.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// What goes to OMU is caught where the gateway would forward it, as "type|location|description".
+class AlarmState : public AlarmFixture {
+protected:
+    void SetUp() override {
+        AlarmFixture::SetUp();
+        BP::CDispatcher::SetSink([this](std::unique_ptr<BP::CCmd> cmd) {
+            if (cmd->GetNetElemType() == kElementOMU && cmd->IsFedIn()) {
+                const std::string frame(cmd->GetMsgBlock()->rd_ptr(), cmd->GetMsgBlock()->length());
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                m_sent.push_back(TextAt(frame, 116 + 520, 64) + "|" + TextAt(frame, 116 + 608, 256) + "|" +
+                                 frame.substr(116 + 864 + 6, static_cast<unsigned char>(frame[116 + 864 + 5])));
+            }
+            return 0;
+        });
+        BP::CDispatcher::SetWriter([](const std::string&, ACE_Message_Block* block) {
+            block->release();
+            return 0;
+        });
+        BP::CTransactionMgr::StopWaiting();  // nobody answers here
+        GvxConnectionMgr()->OnLinkOpened("", 0, "OMU#1", "127.0.0.1", 1);
+        OpenMainService();
+        Sent();
+    }
+    void TearDown() override {
+        CloseMainService();
+        BP::CDispatcher::SetSink({});
+        BP::CDispatcher::SetWriter({});
+        BP::CTransactionMgr::Resume();
+        AlarmFixture::TearDown();
+    }
+    static void OpenMainService() { GvxConnectionMgr()->OnLinkOpened("", 0, "GVX#000", "127.0.0.1", 2); }
+    static void CloseMainService() { GvxConnectionMgr()->OnLinkClosed("", 0, "GVX#000", "127.0.0.1", 2); }
+
+    // What was sent since the last look, the good news about the store left out: it comes with every operation.
+    std::vector<std::string> Sent() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        std::vector<std::string> sent;
+        sent.swap(m_sent);
+        sent.erase(std::remove(sent.begin(), sent.end(), "ALARM_GVX_ALARM_RECORD_FAIL_OFF|HostIP=10.0.0.1|"),
+                   sent.end());
+        return sent;
+    }
+    using Texts = std::vector<std::string>;
+
+    static void Store(const char* id, const std::string& info) {
+        Alarm_Item item{};
+        ASSERT_EQ(0, strncpy_s(item.AlarmType, sizeof(item.AlarmType), id, 9));
+        ASSERT_EQ(0, strncpy_s(item.AlarmInfo, sizeof(item.AlarmInfo), info.c_str(), info.size()));
+        ASSERT_EQ(0, ZVS_AddAlarmItem(&item));
+    }
+    static int Stored() {
+        int count = -1;
+        ZVS_GetAllAlarmItem(nullptr, &count);
+        return count;
+    }
+
+private:
+    std::mutex m_mutex;
+    Texts m_sent;  // Guarded by m_mutex.
+};
+
+TEST_F(AlarmState, OneRaiseAndOneClearForEachFaultOfTheLogger) {
+    CEmergencyProtection alarms;
+    EXPECT_EQ(1, alarms.LoadAlarmStatus(m_store));  // nothing to restore
+    alarms.OnLogWarn(550, "/var/log", "a.log");
+    EXPECT_EQ(Texts{}, Sent());
+    struct Row {
+        unsigned int raise, clear;
+        const char* stem;
+    };
+    for (const Row& row : {Row{500, 550, "RECORD"}, Row{502, 552, "RECORD"}, Row{504, 554, "RECORD"},
+                           Row{503, 553, "BCK"}, Row{505, 555, "BCK"}, Row{506, 556, "BCK"}}) {
+        const std::string type = std::string("ALARM_GVX_LOG_") + row.stem + "_FAIL_";
+        const std::string text = "|FilePath=/var/log,FileName=a.log,ErrorCode=" + std::to_string(row.raise) + "|";
+        alarms.OnLogWarn(row.raise, "/var/log", "a.log");
+        alarms.OnLogWarn(row.raise, "/var/log", "a.log");
+        EXPECT_EQ(Texts{type + "ON" + text}, Sent());
+        EXPECT_EQ(1, Stored());
+        alarms.OnLogWarn(row.clear, "/var/log", "other.log");
+        alarms.OnLogWarn(row.clear, "/var/log", "a.log");
+        alarms.OnLogWarn(row.clear, "/var/log", "a.log");
+        EXPECT_EQ(Texts{type + "OFF" + text}, Sent());
+        EXPECT_EQ(0, Stored());
+    }
+    alarms.OnLogWarn(501, "/var/log", "a.log");
+    alarms.OnLogWarn(500, std::string(300, 'p').c_str(), "a.log");
+    EXPECT_EQ(Texts{}, Sent());
+    EXPECT_EQ(1u, m_log->Count("snprintf_s buf failed"));
+    EXPECT_EQ(3u, m_log->Count("has sended."));  // the repeats of the record group alone
+}
+
+TEST_F(AlarmState, ARestartClearsFlowControlAtOnceAndTheRestByTheirEvents) {
+    ASSERT_EQ(0, ZVS_AlarmInit(m_store.c_str()));
+    const std::string logText = "FilePath=/l,FileName=a,ErrorCode=500";
+    Store(ALARM_GVX_FLOW_CONTROL, "queue a");
+    Store(ALARM_GVX_LOG_RECORD_FAIL, logText);
+    Store(ALARM_GVX_FLOW_CONTROL, "queue b");
+    CEmergencyProtection alarms;
+    ASSERT_EQ(0, alarms.LoadAlarmStatus(m_store));
+    EXPECT_EQ(
+        (Texts{"ALARM_GVX_FLOW_CONTROL_ERROR_OFF|queue a|queue a", "ALARM_GVX_FLOW_CONTROL_ERROR_OFF|queue b|queue b"}),
+        Sent());
+    EXPECT_EQ(0, alarms.IsAlarmStatusItemExist(ALARM_GVX_LOG_RECORD_FAIL, logText));
+    EXPECT_EQ(1, alarms.IsAlarmStatusItemExist(ALARM_GVX_FLOW_CONTROL, "queue a"));
+    EXPECT_EQ(1, Stored());
+    alarms.OnLogWarn(500, "/l", "a");
+    EXPECT_EQ(Texts{}, Sent());
+    alarms.OnLogWarn(550, "/l", "a");
+    EXPECT_EQ(Texts{"ALARM_GVX_LOG_RECORD_FAIL_OFF|" + logText + "|"}, Sent());
+    EXPECT_EQ(0, Stored());
+}
+
+TEST_F(AlarmState, AStoreThatFailsRaisesOneAlarmAndClearsItWhenItWorks) {
+    CEmergencyProtection alarms;
+    alarms.AddAlarmStatusItem("1", "not open");
+    alarms.AddAlarmStatusItem("1", "not open either");
+    EXPECT_EQ(1, alarms.LoadAlarmStatus(m_folder.Path("missing/alarms.db")));
+    EXPECT_EQ(Texts{"ALARM_GVX_ALARM_RECORD_FAIL_ON|HostIP=10.0.0.1|"}, Sent());
+    EXPECT_EQ(2u, m_log->Count("Failed!", "ZVS Add Alarm Item"));
+    EXPECT_EQ(1u, m_log->Count("failed", "[LOADING]alarm status init!"));
+    // What the store does not delete stays, what it did not take is in memory all the same.
+    EXPECT_EQ(0, alarms.DelAlarmStatusItem("1", "not open"));
+    EXPECT_EQ(0, alarms.IsAlarmStatusItemExist("1", "not open"));
+    EXPECT_EQ(1, alarms.LoadAlarmStatus(m_store));
+    EXPECT_EQ(0, alarms.DelAlarmStatusItem("1", "not open"));
+    EXPECT_EQ(1, alarms.IsAlarmStatusItemExist("1", "not open"));
+    ZVS_AlarmClose();
+    alarms.AddAlarmStatusItem("1", "closed");
+    EXPECT_EQ(Texts{"ALARM_GVX_ALARM_RECORD_FAIL_ON|HostIP=10.0.0.1|"}, Sent());
+}
+
+TEST_F(AlarmState, FlowControlIsSentEachTimeAndAQueueStaysRemembered) {
+    CEmergencyProtection alarms;
+    ASSERT_EQ(1, alarms.LoadAlarmStatus(m_store));
+    alarms.OnFluxControlWarn("ONVIF", "events", "queue full");
+    alarms.OnFluxControlResume("ONVIF", "events", "queue full");
+    const std::string raised = "Protocal=ONVIF,Msg Queue=events,FlowControlCode=[queue full]";
+    const std::string ended = "Protocal=ONVIF,MsgQueue=events,FlowControlCode=[queue full]";
+    EXPECT_EQ((Texts{"ALARM_GVX_FLOW_CONTROL_ERROR_ON|" + raised + "|" + raised,
+                     "ALARM_GVX_FLOW_CONTROL_ERROR_OFF|" + ended + "|" + ended}),
+              Sent());
+    EXPECT_EQ(0, alarms.IsAlarmStatusItemExist(ALARM_GVX_FLOW_CONTROL, raised));
+    EXPECT_EQ(2, alarms.DelAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, ""));
+    EXPECT_EQ(0, alarms.DelAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, raised));
+
+    // A thread's record has its name behind it, here without a terminator; one text serves both ways.
+    alignas(BP::fluxControlWarnInfo) char bytes[sizeof(BP::fluxControlWarnInfo) + 8] = {};
+    auto* info = reinterpret_cast<BP::fluxControlWarnInfo*>(bytes);
+    info->uiThreadID = 12;
+    info->uiLevel = 3;
+    info->uiNameLength = 4;
+    std::memcpy(bytes + offsetof(BP::fluxControlWarnInfo, pThreadName), "taskXX", 6);
+    const std::string text = "<Level>3</Level><ThreadID>12</ThreadID><ThreadName>task</ThreadName>";
+    alarms.OnFluxControlWarn(info);
+    EXPECT_EQ(0, alarms.IsAlarmStatusItemExist(ALARM_GVX_FLOW_CONTROL, text));
+    alarms.OnFluxControlResume(info);
+    EXPECT_EQ(1, alarms.IsAlarmStatusItemExist(ALARM_GVX_FLOW_CONTROL, text));
+    EXPECT_EQ((Texts{"ALARM_GVX_FLOW_CONTROL_ERROR_ON|" + text + "|" + text,
+                     "ALARM_GVX_FLOW_CONTROL_ERROR_OFF|" + text + "|" + text}),
+              Sent());
+    alarms.OnFluxControlWarn(nullptr);
+    EXPECT_EQ(Texts{}, Sent());
+    EXPECT_EQ(1u, m_log->Count("", "Point pInfo is null."));
+}
+
+TEST_F(AlarmState, AlarmsWaitInOrderWhileTheMainServiceIsDown) {
+    CEmergencyProtection& alarms = *CEmergencyProtection::Instance();
+    CloseMainService();
+    for (const char* location : {"a", "b", "", "c"}) {
+        alarms.SetGvxBPAlarmRepMsg("ALARM_T", GVX_ALARM_DEV_TYPE, location, "d", false);
+    }
+    GvxConnectionMgr()->SetGvxAlarmRepMsg("ALARM_U", GVX_ALARM_DEV_TYPE, "e", "");
+    EXPECT_EQ(4u, alarms.GetHeldAlarms().size());
+    EXPECT_EQ(Texts{}, Sent());
+    OpenMainService();
+    EXPECT_EQ((Texts{"ALARM_T|a|d", "ALARM_T|b|d", "ALARM_T|c|d", "ALARM_U|e|"}), Sent());
+    EXPECT_EQ(0u, alarms.GetHeldAlarms().size());
+    // Emptied while the link is down, the cache has lost what it held.
+    CloseMainService();
+    alarms.SetGvxBPAlarmRepMsg("ALARM_T", GVX_ALARM_DEV_TYPE, "lost", "d", false);
+    EXPECT_EQ(0, alarms.SendAlarmCacheToGvx());
+    EXPECT_EQ(0u, alarms.GetHeldAlarms().size());
+}
+
+TEST_F(AlarmState, TextsThatDoNotFitAreDroppedWithTheirMessage) {
+    CEmergencyProtection alarms;
+    const std::string full(255, 'x');
+    EXPECT_EQ(0, alarms.CachePluginAlarm(std::string(63, 't'), "123", full, full));
+    EXPECT_EQ(0, alarms.CachePluginAlarm("t", "1", "l", ""));
+    EXPECT_EQ(2, alarms.CachePluginAlarm("t", "1", "", "d"));
+    EXPECT_EQ(1, alarms.CachePluginAlarm(std::string(64, 't'), "1", "l", "d"));
+    EXPECT_EQ(1, alarms.CachePluginAlarm("t", "1234", "l", "d"));
+    EXPECT_EQ(1, alarms.CachePluginAlarm("t", "1", full + "x", "d"));
+    EXPECT_EQ(1, alarms.CachePluginAlarm("t", "1", "l", full + "x"));
+    EXPECT_EQ(2u, alarms.GetHeldAlarms().size());
+    EXPECT_EQ(1, alarms.AddAlarmStatusItem("1234567890", "x"));
+    EXPECT_EQ(1, alarms.AddAlarmStatusItem("1", full + "x"));
+    EXPECT_EQ(1, alarms.IsAlarmStatusItemExist("1", full + "x"));
+    alarms.SetGvxBPAlarmRepMsg(std::string(64, 't'), "1", "l", "d", false);
+    alarms.SetGvxBPAlarmRepMsg("t", "1234", "l", "d", false);
+    alarms.SetGvxBPAlarmRepMsg("t", "1", full + "x", "d", false);
+    alarms.SetGvxBPAlarmRepMsg("t", "1", "l", full + "x", false);
+    GvxConnectionMgr()->SetGvxAlarmRepMsg(std::string(64, 't'), "1", "l", "d");
+    EXPECT_EQ(Texts{}, Sent());
+    for (const char* message :
+         {"alarmType snprintf failed", "alarmInType snprintf failed", "localInfo strncpy_s failed", "] snprintf failed",
+          "strncpy_s alarmItem.AlarmType failed!", "strncpy_s alarmItem.AlarmInfo failed!",
+          "strncpy_s stGvxAlarmReport.cAlarmType failed!", "strncpy_s stGvxAlarmReport.cAlarmInType failed!",
+          "strncpy_s stGvxAlarmReport.cLocationInfo failed!", "strncpy_s stGvxAlarmReport.cAlarmDesc failed!",
+          "snprintf_s cAlarmType failed"}) {
+        EXPECT_EQ(1u, m_log->Count(message)) << message;
+    }
+}
+
+TEST_F(AlarmState, AConfigurationAlarmIsLoggedSentAndRemembered) {
+    CEmergencyProtection alarms;
+    ASSERT_EQ(1, alarms.LoadAlarmStatus(m_store));
+    alarms.OnConfigReadAlarm("Location=/etc/x,ParaName=###", "why");
+    EXPECT_EQ(Texts{"ALARM_GVX_CONFIG_READ_FAIL|Location=/etc/x,ParaName=###|why"}, Sent());
+    EXPECT_TRUE(m_log->Contains("Location=/etc/x,ParaName=###, description[why]", "Configuration alarm"));
+    EXPECT_TRUE(m_log->Contains("Congfig file alarm Location=/etc/x,ParaName=###"));
+    EXPECT_EQ(0, alarms.IsAlarmStatusItemExist(ALARM_GVX_CONFIG_READ_FAIL, "Location=/etc/x,ParaName=###"));
+    EXPECT_EQ(1, alarms.IsAlarmStatusItemExist(ALARM_GVX_CONFIG_READ_FAIL, ""));
+}
+
+TEST_F(AlarmState, FiftyThreadsRaiseAndClear) {
+    constexpr int kThreads = 50;
+    CEmergencyProtection& alarms = *CEmergencyProtection::Instance();
+    ASSERT_EQ(1, alarms.LoadAlarmStatus(m_store));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&alarms, t] {
+            const std::string own = std::to_string(t);
+            alarms.OnLogWarn(500, "/l", own.c_str());
+            alarms.OnLogWarn(502, "/l", "shared");
+            alarms.SetGvxBPAlarmRepMsg("ALARM_T", GVX_ALARM_DEV_TYPE, own, "", false);
+            alarms.IsAlarmStatusItemExist(ALARM_GVX_LOG_RECORD_FAIL, own);
+            alarms.CachePluginAlarm("ALARM_C", GVX_ALARM_DEV_TYPE, own, "");
+            alarms.SendAlarmCacheToGvx();
+            alarms.OnLogWarn(550, "/l", own.c_str());
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    alarms.OnLogWarn(552, "/l", "shared");
+    EXPECT_EQ(0, Stored());
+    std::map<std::string, int> count;
+    for (const std::string& text : Sent()) {
+        ++count[text];
+    }
+    // A raise and a clear, an alarm sent and an alarm held for each thread; one pair for the file that they share.
+    EXPECT_EQ(4u * kThreads + 2u, count.size());
+    for (const auto& entry : count) {
+        EXPECT_EQ(1, entry.second) << entry.first;
+    }
+}
+
+}  // namespace

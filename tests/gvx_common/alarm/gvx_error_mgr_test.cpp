@@ -1,0 +1,183 @@
+#include "gvx_common/alarm/gvx_error_mgr.h"
+
+#include "base/cbb_xml.h"
+#include "base/log.h"
+#include "bp/dispatcher.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "support/recording_logger.h"
+#include "support/temp_folder.h"
+#include "support/test_clock.h"
+#include "support/wait_until.h"
+
+#include <ace/Message_Block.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ctime>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+class TestService : public BP::IService {
+public:
+    std::uint32_t GetServiceID() const override { return 7; }
+};
+
+// Frames are caught where they would enter a link.
+class ErrorReports : public testing::Test {
+protected:
+    void SetUp() override {
+        static TestService service;
+        GvxConnectionMgr()->SetGvxService(&service);
+        BP::CDispatcher::SetWriter([this](const std::string&, ACE_Message_Block* block) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_sent.emplace_back(block->rd_ptr(), block->length());
+            block->release();
+            return 0;
+        });
+    }
+    void TearDown() override { BP::CDispatcher::SetWriter({}); }
+
+    std::size_t Sent() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_sent.size();
+    }
+    // How many messages go out while the manager makes that many passes.
+    std::size_t SentIn(int passes) {
+        const std::size_t before = Sent();
+        for (int i = 0; i < passes; ++i) {
+            m_reports.reportPass();
+        }
+        return Sent() - before;
+    }
+    void Host(const char* device, int code) {
+        m_reports.reportHstError("SCU#1", "func", device, "0", code, "login", "reason %d", code);
+    }
+    void Keep(const char* device, int code = 5, const char* text = "it is off") {
+        m_reports.reportError("func", device, "0", code, "login", "%s", text);
+    }
+    std::string Taken(int code) {
+        CBB::CXml xml;
+        return m_reports.getXmlInfoByTidWithDestory(xml, code) == 0 ? xml.ToString() : std::string();
+    }
+
+    const ScopedEnvironment m_zone{"TZ", "IST-5:30"};
+    ScopedTestClock m_clock;
+    ScopedRecordingLogger m_log;
+    GVXErrorMgr m_reports;
+    std::mutex m_mutex;
+    std::vector<std::string> m_sent;  // Guarded by m_mutex.
+};
+
+TEST_F(ErrorReports, OneThreadsReportsBecomeOneAnswerWithEveryDevice) {
+    tzset();
+    Keep("CAM1", 5, "it\x01 is off.");
+    Keep("CAM2", 6);
+    EXPECT_EQ(m_reports.countErrRsp(), 1u);
+    std::thread([this] { EXPECT_EQ(Taken(-1), "") << "another thread's report"; }).join();
+    const std::string address = CGvxConfigMgr::Instance()->GetLocalIP();
+    EXPECT_EQ(Taken(77).substr(38),
+              "<Content><InfoType>0</InfoType><DevErrorInfo><DevList>"
+              "<DevInfo><DevCode>CAM1</DevCode><ChannelCode>0</ChannelCode></DevInfo>"
+              "<DevInfo><DevCode>CAM2</DevCode><ChannelCode>0</ChannelCode></DevInfo></DevList>"
+              "<ErrorOccurTime>2026-01-02 08:34:05+05:30</ErrorOccurTime><ErrorCode>77</ErrorCode>" +
+                  (address.empty() ? "<FaultSourceIP/>" : "<FaultSourceIP>" + address + "</FaultSourceIP>") +
+                  "<FaultSourceModule>GVX</FaultSourceModule>"
+                  "<ErrorDetail>login failed because it  is off.</ErrorDetail></DevErrorInfo></Content>");
+    EXPECT_EQ(Taken(77), "") << "it was moved out";
+    Keep("CAM3", 9);
+    EXPECT_NE(Taken(-1).find("<ErrorCode>9</ErrorCode>"), std::string::npos);
+}
+
+TEST_F(ErrorReports, AReportThatNoAnswerClaimsIsGoneAfterAMinute) {
+    Keep("CAM1");
+    m_clock->AdvanceSeconds(60);
+    m_reports.reportPass();
+    EXPECT_EQ(m_reports.countErrRsp(), 1u);
+    m_clock->AdvanceSeconds(1);
+    m_reports.reportPass();
+    EXPECT_EQ(Taken(-1), "");
+}
+
+TEST_F(ErrorReports, ADevicesSameErrorIsSentOnceInThirtySeconds) {
+    Host("CAM1", 5);
+    Host("CAM1", 5);
+    Host("CAM1", 6);
+    EXPECT_EQ(SentIn(3), 2u);
+    EXPECT_NE(m_sent[0].find("<DevCode>CAM1</DevCode>"), std::string::npos);
+    EXPECT_EQ(m_sent[0].substr(2, 2), std::string("\x01\xB1", 2));
+    m_clock->AdvanceSeconds(30);
+    Host("CAM1", 5);
+    EXPECT_EQ(SentIn(1), 0u);
+    m_clock->AdvanceSeconds(1);
+    EXPECT_EQ(SentIn(1), 0u);
+    Host("CAM1", 5);
+    EXPECT_EQ(SentIn(1), 1u);
+}
+
+TEST_F(ErrorReports, TheListTakesFortyOneReportsAndDropsTheRest) {
+    for (int i = 0; i < 50; ++i) {
+        Host("CAM1", i);
+        EXPECT_EQ(m_reports.countErrRpt(), static_cast<std::size_t>(std::min(i + 1, 41)));
+    }
+    EXPECT_EQ(SentIn(60), 41u) << "one for each pass";
+}
+
+TEST_F(ErrorReports, WhatIsMissingIsNamedAndAnUnprintableTextIsLeftOut) {
+    Host("CAM1", 1);
+    m_reports.reportError("func", nullptr, "0", 1, "login", "x");
+    m_reports.reportError("func", "CAM1", nullptr, 1, "login", "x");
+    m_reports.reportError(nullptr, "CAM1", "0", 1, "login", "x");
+    m_reports.reportError("func", "CAM1", "0", 1, nullptr, "x");
+    for (const char* title : {"cDevCode", "cChannelCode", "cErrDetailFunc", "cErrDetailOpt"}) {
+        EXPECT_EQ(m_log->Count("Make sure", "Point " + std::string(title) + " is null."), 1u) << title;
+    }
+    EXPECT_EQ(m_reports.countErrRsp(), 0u);
+    m_reports.eraseErrRsp(1);
+    EXPECT_TRUE(m_log->Contains("m_mapError is empty"));
+    Keep("CAM1", 1, std::string(4097, 'x').c_str());
+    m_reports.eraseErrRsp(-1);
+    EXPECT_TRUE(m_log->Contains("cann't find nTid in m_mapError "));
+    EXPECT_NE(Taken(-1).find("<ErrorDetail>login failed because .</ErrorDetail>"), std::string::npos);
+}
+
+// The one object with its own thread: reported from many sides, stopped and set to work again.
+TEST_F(ErrorReports, ManyThreadsReportWhileTheThreadSends) {
+    const long before = g_bp_memstat;
+    GVXErrorMgr& shared = *GVXErrorMgr::getInstance();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 50; ++i) {
+        threads.emplace_back([&shared, i] {
+            const std::string device = "CAM" + std::to_string(i);
+            for (int code = 0; code < 20; ++code) {
+                shared.reportError("func", device.c_str(), "0", code, "login", "%d", code);
+                shared.reportHstError("SCU#1", "func", device.c_str(), "0", code, "login", "%d", code);
+                CBB::CXml xml;
+                EXPECT_EQ(shared.getXmlInfoByTidWithDestory(xml, -1), 0);
+                EXPECT_NE(xml.ToString().find("<DevCode>" + device + "</DevCode>"), std::string::npos);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(WaitUntil([this] { return Sent() > 0; }));
+    shared.reportError("func", "CAM1", "0", 1, "login", "x");
+    shared.stopWork();
+    CBB::CXml xml;
+    EXPECT_NE(shared.getXmlInfoByTidWithDestory(xml, -1), 0);
+    const std::size_t stoppedAt = Sent();
+    shared.reportHstError("SCU#1", "func", "CAM999", "0", 1, "login", "x");
+    EXPECT_EQ(Sent(), stoppedAt);
+    shared.reWork();
+    EXPECT_EQ(shared.getXmlInfoByTidWithDestory(xml, -1), 0);
+    EXPECT_TRUE(WaitUntil([&] { return Sent() > stoppedAt; }));
+    GVXErrorMgr::release();
+    EXPECT_EQ(g_bp_memstat, before);
+}
+
+}  // namespace
