@@ -2,6 +2,7 @@
 
 #include "base/cbb_xml.h"
 #include "base/zvs_error.h"
+#include "gateway/error_report.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_header.h"
 
@@ -23,8 +24,10 @@ BP::CCmd* Plain(const BP::CCmd& cmd) {
 }  // namespace
 
 void AnswerBare(const BP::CCmd& cmd, int code) {
+    CBB::CXml report;
+    CBB::CXml* const body = TakeErrorReport(code, report) ? &report : nullptr;
     if (!IsResponse(cmd)) {
-        CGvxConnectionMgr::Instance()->SendRespMsgWithXml(Plain(cmd), nullptr, static_cast<unsigned int>(code), false);
+        CGvxConnectionMgr::Instance()->SendRespMsgWithXml(Plain(cmd), body, static_cast<unsigned int>(code), false);
     }
 }
 
@@ -42,12 +45,26 @@ void AnswerJson(const BP::CCmd& cmd, const Json::Value& body, int code) {
 
 void RefuseXml(const BP::CCmd& cmd, const std::string& device, int code, const std::string& reason) {
     CBB::CXml body;
-    body.AddDeclaration("1.0", "UTF-8");
-    body.AddElem("Content");
+    if (TakeErrorReport(code, body)) {
+        body.Rewind();
+        body.FindElem("Content");
+    } else {
+        body.AddDeclaration("1.0", "UTF-8");
+        body.AddElem("Content");
+    }
     body.IntoElem();
     body.AddElem("DevCode", device.c_str());
     body.AddElem("Reason", reason.c_str());
     AnswerXml(cmd, body, code);
+}
+
+void RefuseJson(const BP::CCmd& cmd, Json::Value body, int code, const std::string& reason) {
+    body["Reason"] = reason;
+    CBB::CXml report;
+    if (TakeErrorReport(code, report)) {
+        body["ErrorReport"] = report.ToString();
+    }
+    AnswerJson(cmd, body, code);
 }
 
 std::string ReasonOf(int code) {

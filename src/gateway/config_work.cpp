@@ -75,11 +75,23 @@ std::string WriteFault(const Edit& edit) {
     if (GvxConfigMgr()->GetMapCfgKeyValue().count(edit.key) == 0) {
         return edit.key + " does not stand in zvs_gvx.conf.";
     }
+    if (!ReadsBackEqual(edit.value)) {
+        return "A value with ';' or with blanks around it would be another after a restart.";
+    }
     if (!StandsInSection(edit)) {
         return edit.key + " does not stand in the section [" + edit.section + "].";
     }
     return "zvs_gvx.conf could not be written; the log says why.";
 }
+
+// A record with its value for a scope: it may be a password.
+struct ScopedRecord {
+    CONFIG_INFO info{};
+    ScopedRecord() = default;
+    ~ScopedRecord() { memset_s(&info, sizeof(info), 0, sizeof(info)); }
+    ScopedRecord(const ScopedRecord&) = delete;
+    ScopedRecord& operator=(const ScopedRecord&) = delete;
+};
 
 bool FillRecord(const Edit& edit, CONFIG_INFO& info) {
     return strncpy_s(info.chConfigName, sizeof(info.chConfigName), edit.key.c_str(), edit.key.size()) == 0 &&
@@ -118,7 +130,8 @@ int Apply(const Edit& edit, std::string& reason) {
     if (const SpineRow* row = FindSpineRow(edit.key)) {
         return ApplySpine(*row, edit, reason);
     }
-    CONFIG_INFO info{};
+    ScopedRecord record;
+    CONFIG_INFO& info = record.info;
     if (!FillRecord(edit, info)) {
         reason = "A key has 63 characters at most, a section and a value have 31.";
         return ZVS_PARA_INVALID;
@@ -142,7 +155,11 @@ bool ReadXmlEdit(const BP::CCmd& cmd, Edit& edit) {
     if (!ReadXmlContent(cmd, xml) || !xml.FindElem("ConfigInfo") || !xml.IntoElem()) {
         return false;
     }
-    edit = Edit{XmlText(xml, "ConfigType"), XmlText(xml, "ConfigName"), XmlText(xml, "ConfigValue")};
+    edit.section = XmlText(xml, "ConfigType");
+    edit.key = XmlText(xml, "ConfigName");
+    if (xml.FindFirstElem("ConfigValue")) {
+        edit.value = xml.GetElemValue();  // copied in place: it may be a password
+    }
     return true;
 }
 
@@ -180,15 +197,20 @@ int EditConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, co
 }
 
 int TakeChangedConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
-    const int code = GvxConfigMgr()->SetEditConfigFromFrame(cmd.GetMsgBlock());
     Json::Value request;
     Json::Value body(Json::objectValue);
+    bool isText = true;
     if (ReadJsonObject(cmd, request)) {
         body["ConfigName"] = JsonText(request, "ConfigName");
+        isText = !request.isMember("ConfigValue") || request["ConfigValue"].isString();
     }
+    WipeJson(request);
+    // The core takes what is no text for an empty value, and that switches some settings off.
+    const int code = isText ? GvxConfigMgr()->SetEditConfigFromFrame(cmd.GetMsgBlock()) : int{ZVS_PARA_INVALID};
     if (code != ZVS_SUCCEED) {
         const std::string key = JsonText(body, "ConfigName");
-        body["Reason"] = key.empty()       ? "The body names no setting."
+        body["Reason"] = !isText           ? "ConfigValue is no text."
+                         : key.empty()     ? "The body names no setting."
                          : IsEditable(key) ? "The value is not allowed or could not be written; the log says why."
                                            : key + " can not be edited at run time.";
     }

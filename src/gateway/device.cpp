@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "gateway/answer.h"
+#include "gateway/device_alarm.h"
 #include "gateway/left_behind.h"
 #include "gateway/plugin_guard.h"
 #include "gateway/plugin_host.h"
@@ -29,12 +30,12 @@ void SetIdentity(CAdapterDevBase& adapter, const MainDeviceInfo& info, const Dev
 
 }  // namespace
 
-Device::Device(LoadedPlugin& plugin, std::string code, CGvxReactor* reactor)
-    : m_plugin(plugin), m_code(std::move(code)), m_reactor(reactor) {}
+Device::Device(LoadedPlugin& plugin, const MainDeviceInfo& info, CGvxReactor* reactor)
+    : m_plugin(plugin), m_code(info.strDevCode), m_address(info.strIP), m_reactor(reactor) {}
 
 int Device::Create(LoadedPlugin& plugin, const DeviceRequest& request, const Place& place,
                    std::unique_ptr<Device>& device, std::string& reason) {
-    std::unique_ptr<Device> made(new Device(plugin, request.info.strDevCode, place.reactor));
+    std::unique_ptr<Device> made(new Device(plugin, request.info, place.reactor));
     int code = made->CreateAdapter(request, place, reason);
     std::vector<LensRequest> lenses = request.lenses;
     if (code == 0) {
@@ -132,6 +133,10 @@ const Device::Lens* Device::FindLens(const std::string& code) const {
     return lens == m_lenses.end() ? nullptr : &*lens;
 }
 
+int Device::SendAlarm(const std::string& report) {
+    return SendDeviceAlarm(m_plugin.Name(), m_code, *m_adapter, report);
+}
+
 bool Device::IsChannelBusy(const Lens& lens, const StreamRequest& request) const {
     return std::any_of(m_streams.begin(), m_streams.end(), [&](const std::unique_ptr<LiveStream>& stream) {
         return stream->Lens().adapter == lens.adapter && stream->Request().streamType == request.streamType &&
@@ -168,7 +173,7 @@ LiveStream* Device::FindStream(const std::string& serviceID) const {
     return nullptr;
 }
 
-int Device::StopStream(const std::string& serviceID, MediaSendStatistics& statistics) {
+int Device::StopStream(const std::string& serviceID, StreamStatistics& statistics) {
     const auto found = std::find_if(m_streams.begin(), m_streams.end(),
                                     [&](const auto& stream) { return stream->Request().serviceID == serviceID; });
     if (found == m_streams.end()) {

@@ -17,8 +17,8 @@ namespace gvx {
 
 class LoadedPlugin;
 
-// One device of a plug-in with its lenses and streams. Every operation but Code, Reactor and IsHere runs on the thread
-// of the device's reactor, which is the one that makes it.
+// One device of a plug-in with its lenses and streams. Every operation but Code, Address, Reactor and IsHere runs on
+// the thread of the device's reactor, which is the one that makes it.
 class Device {
 public:
     struct Lens {
@@ -45,6 +45,7 @@ public:
     Device& operator=(const Device&) = delete;
 
     const std::string& Code() const { return m_code; }
+    const std::string& Address() const { return m_address; }  // as the addition gave it; may be empty
     const std::string& PluginName() const;
     // The reactor that serves the device; not owned. Any thread.
     CGvxReactor* Reactor() const { return m_reactor; }
@@ -55,16 +56,19 @@ public:
     // The lens of that code, the first one for an empty code; null when there is none.
     const Lens* FindLens(const std::string& code) const;
 
+    // Sends an alarm that the plug-in has reported for the device (device_alarm.h).
+    int SendAlarm(const std::string& report);
+
     // Starts a stream of a lens. 0 and the stream, which stays the device's; or a code with a sentence.
     int StartStream(const StreamRequest& request, LiveStream*& stream, std::string& reason);
     // Null when the device has no such stream.
     LiveStream* FindStream(const std::string& serviceID) const;
     // Stops a stream: the plug-in's answer, and what was sent. Not for a stream that does not exist.
-    int StopStream(const std::string& serviceID, MediaSendStatistics& statistics);
+    int StopStream(const std::string& serviceID, StreamStatistics& statistics);
     std::vector<std::string> StreamIDs() const;
 
 private:
-    Device(LoadedPlugin& plugin, std::string code, CGvxReactor* reactor);
+    Device(LoadedPlugin& plugin, const MainDeviceInfo& info, CGvxReactor* reactor);
 
     int CreateAdapter(const DeviceRequest& request, const Place& place, std::string& reason);
     int ReadAbility(std::vector<LensRequest>& lenses, std::string& reason);
@@ -76,6 +80,7 @@ private:
 
     LoadedPlugin& m_plugin;
     const std::string m_code;
+    const std::string m_address;
     CGvxReactor* const m_reactor;
     const std::thread::id m_thread = std::this_thread::get_id();
     CAdapterDevBase* m_adapter = nullptr;  // made by the plug-in, owned

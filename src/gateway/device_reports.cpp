@@ -46,13 +46,14 @@ void SetReportDevices(DeviceTable* devices) {
     g_devices = devices;
 }
 
-void OnPluginReport(ADAPTER_COMMON_MESSAGE& message) {
+bool PushReport(const ADAPTER_COMMON_MESSAGE& message, const std::string& text) {
     const std::string device(message.chDevId, strnlen(message.chDevId, sizeof(message.chDevId)));
     CGvxReactor* reactor = ReactorOf(device);
-    BP::MessageBlockPtr block = reactor == nullptr ? nullptr : BP::MakeMessageBlock(sizeof(message));
-    if (block == nullptr || block->copy(reinterpret_cast<const char*>(&message), sizeof(message)) != 0) {
+    BP::MessageBlockPtr block = reactor == nullptr ? nullptr : BP::MakeMessageBlock(sizeof(message) + text.size());
+    if (block == nullptr || block->copy(reinterpret_cast<const char*>(&message), sizeof(message)) != 0 ||
+        block->copy(text.data(), text.size()) != 0) {
         GVX_LOG_WARN("Device report", "[dev:%s] report of type %u is lost.", device.c_str(), message.ExceptionType);
-        return;
+        return false;
     }
     BP::CCmd cmd;
     cmd.SetReqID(GVX_INTERNAL_REQ_SDK_EXCEPTION);
@@ -64,7 +65,13 @@ void OnPluginReport(ADAPTER_COMMON_MESSAGE& message) {
     entry.m_devID = device;
     if (reactor->PushMessage(entry) != 0) {
         GVX_LOG_WARN("Device report", "[dev:%s] report of type %u is refused.", device.c_str(), message.ExceptionType);
+        return false;
     }
+    return true;
+}
+
+void OnPluginReport(ADAPTER_COMMON_MESSAGE& message) {
+    PushReport(message, std::string());
 }
 
 void OnLinkReport(ADAPTER_COMMON_MESSAGE& message) {

@@ -109,15 +109,28 @@ int DeviceTable::ProcessSdkException(const ACE_Message_Block* block) {
     }
     std::memcpy(&message, block->rd_ptr(), sizeof(message));
     const std::string device(message.chDevId, strnlen(message.chDevId, sizeof(message.chDevId)));
-    const Device* known = FindHere(device);
+    Device* const known = FindHere(device);
     if (known == nullptr) {
         GVX_LOG_WARN("Device report", "type %u of a device that is gone. [dev:%s]", message.ExceptionType,
                      device.c_str());
         return 1;
     }
+    if (block->length() > sizeof(message)) {
+        return known->SendAlarm(std::string(block->rd_ptr() + sizeof(message), block->length() - sizeof(message)));
+    }
     GVX_LOG_WARN("Device report", "plug-in %s reports an exception of type %u. [dev:%s]",
                  known->PluginName().c_str(), message.ExceptionType, device.c_str());
     return 0;
+}
+
+bool DeviceTable::FindMainDevice(const std::string& devCode, std::string& address) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_devices.find(devCode);
+    if (found == m_devices.end()) {
+        return false;
+    }
+    address = found->second->Address();
+    return true;
 }
 
 // This node has the tasks of its own devices alone; they go on while the main service is away.

@@ -46,6 +46,7 @@ public:
     int ProcessSdkException(const ACE_Message_Block* block) override;
     std::string GetReqDevID(std::uint32_t seqID) override;
     int HandleClusterTaskShiftIn(int reason, const std::string& nodeCode) override;
+    bool FindMainDevice(const std::string& devCode, std::string& address) override;
 
 private:
     mutable std::mutex m_mutex;  // Guards all below; nothing is called while it is held.

@@ -1,10 +1,14 @@
 #include "gateway/frame_sink.h"
 
 #include "base/log.h"
+#include "bp/dispatcher.h"
+#include "bp/message_block_ptr.h"
 #include "gateway/answer.h"
 #include "gateway/device_addition.h"
 #include "gateway/gateway_context.h"
 #include "gvx_common/event/gvx_reactor.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "gvx_common/media/gvx_port_mgr.h"
 #include "nss/nss_msg.h"
 #include "nss/nss_msg_type.h"
 
@@ -15,6 +19,11 @@ namespace gvx {
 int FrameSink::Take(const BP::CCmd& cmd) {
     if (m_context.stopping) {
         return ZVS_FAIL;
+    }
+    // What the core feeds in for the operation and maintenance unit leaves by that unit's link. The mark of such a
+    // command keeps a frame that a link brought from being reflected.
+    if (cmd.IsFedIn() && cmd.GetNetElemType() == kElementOMU) {
+        return ForwardToOmu(cmd);
     }
     if (ConsumeOwnAnswer(cmd)) {
         return ZVS_SUCCEED;
@@ -31,8 +40,16 @@ int FrameSink::Take(const BP::CCmd& cmd) {
     return ZVS_SUCCEED;
 }
 
-// The answer to the list of plug-ins belongs to no session.
+// The answer to the list of plug-ins belongs to no session, and neither do those of the port exchange that come when
+// nobody waits for them any more.
 bool FrameSink::ConsumeOwnAnswer(const BP::CCmd& cmd) const {
+    if (cmd.GetReqID() == NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP) {
+        CGvxPortMgr::Instance()->TakeLateReply(cmd.GetMsgBlock());
+        return true;
+    }
+    if (cmd.GetReqID() == NSS_PLUGIN_SEND_PORTLIST_DATA_RSP) {
+        return true;
+    }
     if (cmd.GetReqID() != NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_RSP) {
         return false;
     }
@@ -41,6 +58,20 @@ bool FrameSink::ConsumeOwnAnswer(const BP::CCmd& cmd) const {
         GVX_LOG_WARN_CODE("Register plug-ins", head.GetHeader().uiRspCode, "The main service refuses the list.");
     }
     return true;
+}
+
+// The command is not ours to empty, hence the copy.
+int FrameSink::ForwardToOmu(const BP::CCmd& cmd) {
+    BP::MessageBlockPtr copy(cmd.GetMsgBlock() != nullptr ? cmd.GetMsgBlock()->clone() : nullptr);
+    ACE_Message_Block* handed = copy.release();
+    const int result = BP::CDispatcher::dispatcherOutWithoutTransaction(
+        kElementOMU, cmd.GetNetLinkID().c_str(), cmd.GetTransID().c_str(), cmd.GetReqID(), handed, false, 0);
+    copy.reset(handed);
+    if (result != ZVS_SUCCEED) {
+        GVX_LOG_ERR_CODE("Forward to OMU", result, "cmd[0x%04x] did not leave. [link:%s]", cmd.GetReqID(),
+                         cmd.GetNetLinkID().c_str());
+    }
+    return result;
 }
 
 RequestTarget FrameSink::TargetOf(const BP::CCmd& cmd) const {

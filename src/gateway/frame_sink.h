@@ -18,8 +18,9 @@ class FrameSink {
 public:
     explicit FrameSink(GatewayContext& context) : m_context(context) {}
 
-    // 0 when the frame was taken, answered or not. A request that cannot be understood, an addition that cannot
-    // succeed and what a reactor's full queue refuses are answered at once.
+    // 0 when the frame was taken, answered or not; the code of the link when a frame of ours could not leave. A request
+    // that cannot be understood, an addition that cannot succeed and what a reactor's full queue refuses are answered
+    // at once.
     int Take(const BP::CCmd& cmd);
 
 private:
@@ -28,6 +29,7 @@ private:
     int PushAddition(const BP::CCmd& cmd, const std::string& device);
     int Push(const BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor);
     bool ConsumeOwnAnswer(const BP::CCmd& cmd) const;
+    static int ForwardToOmu(const BP::CCmd& cmd);
 
     GatewayContext& m_context;
 };

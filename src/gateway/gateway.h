@@ -8,6 +8,7 @@
 #include "bp/service.h"
 #include "gateway/exit_codes.h"
 #include "gateway/gateway_context.h"
+#include "gateway/intake.h"
 #include "gateway/options.h"
 
 namespace gvx {
@@ -23,8 +24,9 @@ public:
 
 // The running gateway: starts every part in order and stops them. One object in a process, on one thread.
 //
-// Link events and what they lead to (a link's opening, the list of plug-ins, the word to the devices that the main
-// service is away) run on the link I/O thread, which serves all links: nothing there may wait for anybody.
+// Link events and what they lead to (a link's opening, the list of plug-ins, the report of used ports, the word to the
+// devices that the main service is away) run on a thread of their own (link_events.h), where they may wait for a peer's
+// answer. Frames are taken in on the link I/O thread, which serves all links: nothing there may wait for anybody.
 class Gateway {
 public:
     Gateway() = default;
@@ -55,12 +57,16 @@ private:
     StartResult StartPlugins(const GatewayOptions& options);
     StartResult StartServing();
     StartResult StartLinks(const GatewayOptions& options);
+    StartResult StartIntake();
     bool TearDownDevices();
     bool PushTearDown(const std::string& device);
+    void StopLinks();
+    bool StopIntake();
     void StopServing();
 
     // Shared with the work that reactors may look up until they end.
     const std::shared_ptr<GatewayContext> m_context = std::make_shared<GatewayContext>();
+    std::unique_ptr<Intake> m_intake;  // null when devices have nowhere to push to
     std::string m_configDir;
     std::string m_listenIp;
     std::uint16_t m_port = 0;

@@ -10,6 +10,7 @@
 
 #include "gateway/dev_reactor_binder.h"
 #include "gateway/device_table.h"
+#include "gateway/link_events.h"
 #include "gateway/plugin_host.h"
 
 class CGvxReactor;
@@ -56,6 +57,7 @@ struct GatewayContext {
     DevReactorBinder binder;
     CGvxReactor* gatewayReactor = nullptr;  // bound to kGatewayKey; not owned
     RunningWork work;
+    LinkEventThread linkEvents;
     std::atomic<bool> stopping{false};
 };
 

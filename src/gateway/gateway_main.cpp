@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "gateway/gateway.h"
+#include "gateway/operation_log.h"
 #include "gateway/plugin_guard.h"
 #include "gateway/request_body.h"
 #include "gateway/start_watch.h"
@@ -114,6 +115,9 @@ StartResult StartAll(Gateway& gateway, StartLogging& logging, const GatewayOptio
     StartResult result = gateway.LoadConfiguration(options);
     if (!result.Failed()) {
         result = logging.Configured(options);
+    }
+    if (!result.Failed()) {
+        result = StartOperationLog();
     }
     if (!result.Failed()) {
         result = gateway.Start(options);

@@ -7,17 +7,24 @@
 #include "bp/dispatcher.h"
 #include "bp/net_factory.h"
 #include "bp/session.h"
+#include "gateway/alarm_start.h"
 #include "gateway/device_reports.h"
+#include "gateway/error_report.h"
 #include "gateway/frame_sink.h"
 #include "gateway/history_sweep.h"
 #include "gateway/left_behind.h"
+#include "gateway/link_options.h"
+#include "gateway/log_faults.h"
+#include "gateway/number_setting.h"
 #include "gateway/plugin_guard.h"
 #include "gateway/request_body.h"
 #include "gateway/session_work.h"
 #include "gvx_common/config/cloud_config_mgr.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
+#include "gvx_common/media/gvx_port_mgr.h"
 #include "gvx_common/media/media_service.h"
+#include "gvx_common/media_memory/MediaMemPool.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -39,29 +46,12 @@ constexpr const char* kDefaultListenPort = "9600";
 constexpr const char* kPluginSubfolder = "/gvx/plugins";
 constexpr const char* kDefaultPluginList = "file";
 
-struct NumberSetting {
-    const char* key;
-    long long fallback;
-    long long least;
-    long long most;
-};
 constexpr NumberSetting kCallLimitSeconds{"GVX_PLUGIN_CALL_LIMIT", 10, 1, 3600};
 constexpr NumberSetting kSweepPeriodSeconds{"HISTORY_SWEEP_PERIOD", 60, 1, 86400};
 constexpr NumberSetting kMaxDevices{"MAX_DEVICE_NUM", DevReactorBinder::kDefaultMaxDevices, 1, 1000000};
 
 std::string Setting(const char* key, const std::string& fallback) {
     return CGvxConfigMgr::Instance()->GetConfValue(key, fallback);
-}
-
-StartResult ReadSetting(const NumberSetting& setting, long long& value) {
-    value = setting.fallback;
-    const std::string text = Setting(setting.key, std::to_string(setting.fallback));
-    if (ReadNumber(text, setting.least, setting.most, value)) {
-        return {};
-    }
-    return StartFailure(ExitCode::ConfigRefused, std::string(setting.key) + " is not one of " +
-                                                     std::to_string(setting.least) + " to " +
-                                                     std::to_string(setting.most) + ": " + text);
 }
 
 // Where an installed gvxd has its plug-ins: found from its own place, so that any prefix works.
@@ -119,6 +109,8 @@ StartResult Gateway::Start(const GatewayOptions& options) {
     m_leftBehindBefore = LeftBehindCount();
     StartResult result = StartCore();
     if (!result.Failed()) {
+        StartAlarmStore();
+        StartLogFaults();
         result = StartPlugins(options);
     }
     if (!result.Failed()) {
@@ -126,6 +118,9 @@ StartResult Gateway::Start(const GatewayOptions& options) {
     }
     if (!result.Failed()) {
         result = StartLinks(options);
+    }
+    if (!result.Failed()) {
+        result = StartIntake();
     }
     if (result.Failed()) {
         Release();
@@ -171,12 +166,17 @@ StartResult Gateway::StartCore() {
     if (m_context->gatewayReactor == nullptr) {
         return StartFailure(ExitCode::StartFailed, "the gateway has no reactor of its own");
     }
-    if (StartMediaService() != 0) {
+    if (!g_mediaPool.Init() || StartMediaService() != 0) {
+        g_mediaPool.UnInit();
         return StartFailure(ExitCode::StartFailed, "the media service could not be started");
     }
     m_mediaRuns = true;
+    if (!CGvxPortMgr::Instance()->Init()) {
+        return StartFailure(ExitCode::StartFailed, "the port manager could not be started");
+    }
     CGvxConnectionMgr::Instance()->SetGvxService(&GatewayService::Instance());
     CGvxConnectionMgr::Instance()->SetException(&OnLinkReport);
+    StartErrorReports();
     return {};
 }
 
@@ -200,8 +200,11 @@ StartResult Gateway::StartServing() {
     SetReportDevices(&m_context->devices);
     RegisterGatewayWork(m_context);
     BP::CTransactionMgr::Resume();
-    BP::CDispatcher::SetSink(
-        [context = m_context](std::unique_ptr<BP::CCmd> cmd) { return FrameSink(*context).Take(*cmd); });
+    BP::CDispatcher::SetSink([context = m_context](std::unique_ptr<BP::CCmd> cmd) {
+        int result = 0;
+        return context->linkEvents.Hold(cmd, result) ? result : FrameSink(*context).Take(*cmd);
+    });
+    m_context->plugins.OnRegistered([&links = m_context->linkEvents] { links.LetFramesIn(); });
     m_serves = true;
     long long period = 0;
     const StartResult read = ReadSetting(kSweepPeriodSeconds, period);
@@ -223,7 +226,16 @@ StartResult Gateway::StartLinks(const GatewayOptions& options) {
     }
     BP::LinkOptions links;
     links.localID = CGvxConfigMgr::Instance()->GetGvxNetElementID();
-    const int started = BP::CNetFactory::Start(links, {&OpenLink, &CloseLink});
+    const StartResult read = ReadLinkOptions(links);
+    if (read.Failed()) {
+        return read;
+    }
+    GatewayContext& context = *m_context;
+    if (!context.linkEvents.Start({&OpenLink, &CloseLink},
+                                  [&context](const BP::CCmd& cmd) { return FrameSink(context).Take(cmd); })) {
+        return StartFailure(ExitCode::StartFailed, "the thread of link events could not be started");
+    }
+    const int started = BP::CNetFactory::Start(links, context.linkEvents.Callbacks());
     if (started == ZVS_PARA_INVALID) {
         return StartFailure(ExitCode::ConfigRefused, m_configDir + "/net.xml: its NetElementID [" + links.localID +
                                                          "] is no link identifier such as GVX#001");
@@ -238,6 +250,16 @@ StartResult Gateway::StartLinks(const GatewayOptions& options) {
                                                         (fault != 0 ? std::strerror(fault) : "no such address"));
     }
     return {};
+}
+
+StartResult Gateway::StartIntake() {
+    IntakeSettings settings;
+    StartResult result = ReadIntakeSettings(settings);
+    if (result.Failed() || settings.port == 0) {
+        return result;
+    }
+    m_intake = std::make_unique<Intake>();
+    return m_intake->Start(settings, m_context->plugins.TakersOfIntake());
 }
 
 }  // namespace gvx

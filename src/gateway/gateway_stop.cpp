@@ -3,15 +3,20 @@
 #include "base/log.h"
 #include "bp/dispatcher.h"
 #include "bp/net_factory.h"
+#include "gateway/alarm_start.h"
 #include "gateway/device_reports.h"
+#include "gateway/error_report.h"
 #include "gateway/history_sweep.h"
 #include "gateway/left_behind.h"
+#include "gateway/log_faults.h"
 #include "gateway/plugin_guard.h"
 #include "gateway/session_work.h"
 #include "gvx_common/config/cloud_config_mgr.h"
 #include "gvx_common/event/gvx_internal_request.h"
 #include "gvx_common/event/gvx_reactor.h"
+#include "gvx_common/media/gvx_port_mgr.h"
 #include "gvx_common/media/media_service.h"
+#include "gvx_common/media_memory/MediaMemPool.h"
 
 #include <algorithm>
 #include <chrono>
@@ -23,15 +28,21 @@ namespace {
 // What devices get of the two seconds that a stop may take; the rest is for links, media and the log.
 constexpr std::chrono::milliseconds kTearDownLimit(1200);
 constexpr std::chrono::milliseconds kPushPeriod(20);
+// What a plug-in gets to come to the end of a block that a device has pushed, beside the above.
+constexpr std::chrono::milliseconds kIntakeLimit(150);
 
 }  // namespace
 
 bool Gateway::Stop() {
     m_context->stopping = true;
     m_context->devices.Close();
+    if (m_intake != nullptr) {
+        m_intake->Close();
+    }
     BP::CTransactionMgr::StopWaiting();
-    const bool idle = TearDownDevices();
-    BP::CNetFactory::Stop();
+    const bool devicesIdle = TearDownDevices();
+    const bool idle = StopIntake() && devicesIdle;
+    StopLinks();
     const bool callsOpen = PluginCallWatch::Instance().NameOpen() != 0;
     if (idle && !callsOpen && LeftBehindCount() == m_leftBehindBefore) {
         Release();
@@ -42,6 +53,10 @@ bool Gateway::Stop() {
         GVX_LOG_ERR("Stop", "device %s is left behind: its reactor is held up.", code.c_str());
     }
     return false;
+}
+
+bool Gateway::StopIntake() {
+    return m_intake == nullptr || m_intake->WaitIdle(kIntakeLimit);
 }
 
 // Every device is torn down by its own reactor, so that one that hangs holds up nobody else. A queue that is full takes
@@ -87,16 +102,28 @@ void Gateway::StopServing() {
     m_serves = false;
 }
 
-void Gateway::Release() {
+// The events that the links' end has brought are served to the last one, while devices and plug-ins still stand.
+void Gateway::StopLinks() {
     BP::CNetFactory::Stop();
+    m_context->linkEvents.Stop();
+}
+
+void Gateway::Release() {
+    m_intake.reset();
+    StopLinks();
     if (m_serves) {
         StopServing();
     }
     m_context->plugins.UnloadAll();
+    StopErrorReports();
+    StopLogFaults();
+    StopAlarmStore();
     CCloudConfigMgr::Instance()->UnInit();
     PluginCallWatch::Instance().Stop();
+    CGvxPortMgr::Instance()->UnInit();
     if (m_mediaRuns) {
         StopMediaService();
+        g_mediaPool.UnInit();
         m_mediaRuns = false;
     }
 }

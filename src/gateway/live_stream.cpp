@@ -39,7 +39,8 @@ int LiveStream::Start(std::string& reason) {
     }
     using Step = int (LiveStream::*)(std::string&);
     int code = MakeParam(reason);
-    for (const Step step : {&LiveStream::Negotiate, &LiveStream::OpenMedia, &LiveStream::StartPlugin}) {
+    for (const Step step :
+         {&LiveStream::Negotiate, &LiveStream::TakePorts, &LiveStream::OpenMedia, &LiveStream::StartPlugin}) {
         if (code == 0) {
             code = (this->*step)(reason);
         }
@@ -78,6 +79,9 @@ void LiveStream::FillParam() {
     if (!m_request.audio) {
         m_param->m_nDstAudioPort = 0;
     }
+    m_param->m_nVedioAnalyseIP = m_request.metadata ? m_request.dstIp : 0;
+    m_param->m_nVedioAnalysePort =
+        !m_request.metadata ? 0 : overTcp ? m_request.dstVideoPort : m_request.dstMetadataPort;
     m_param->m_nMediaTransMode = MU_MEDIA_DIRECT_TRANS;
     m_param->m_nMediaSecurityEnable = MEDIA_SECURITY_DISABLE;
 }
@@ -101,16 +105,35 @@ int LiveStream::Negotiate(std::string& reason) {
     return code;
 }
 
-int LiveStream::OpenMedia(std::string& reason) {
+MediaSendParams LiveStream::SendParams() const {
     MediaSendParams params;
     params.strServiceID = m_request.serviceID;
     params.enStreamType = m_request.streamType;
     params.eProtocol = m_request.protocol;
     params.videoDstAddr.set(m_request.dstVideoPort, m_request.dstIp);
-    params.audioDstAddr.set(m_request.audio ? m_request.dstAudioPort : std::uint16_t{0}, m_request.dstIp);
     params.strLocalIp = MediaAddress();
     params.nConnectTimeoutMs = kConnectLimitMs;
-    const int code = m_media->Open(params);
+    return params;
+}
+
+int LiveStream::TakePorts(std::string& reason) {
+    if (m_request.protocol != RTP_OVER_UDP || !StreamPorts::AreManaged() ||
+        m_ports.Take(SendsAudio(), SendsMetadata())) {
+        return 0;
+    }
+    reason = "There is no local port for the stream.";
+    return ZVS_GVX_OPEN_SOCKET_ERROR;
+}
+
+int LiveStream::OpenMedia(std::string& reason) {
+    MediaSendParams params = SendParams();
+    params.nVideoLocalPort = m_ports.Video();
+    params.nAudioLocalPort = m_ports.Audio();
+    params.audioDstAddr.set(m_request.audio ? m_request.dstAudioPort : std::uint16_t{0}, m_request.dstIp);
+    int code = m_media->Open(params);
+    if (code == 0 && SendsMetadata()) {
+        code = OpenMetadata();
+    }
     if (code != 0) {
         reason = "The sockets of the stream could not be opened. " + ReasonOf(code);
         return code;
@@ -121,6 +144,20 @@ int LiveStream::OpenMedia(std::string& reason) {
     m_param->m_nSrcRtpAudioIp = m_media->GetAudioLocalAddr().get_ip_address();
     m_param->m_nSrcRtpAudioPort = SourceAudioPort();
     return 0;
+}
+
+int LiveStream::OpenMetadata() {
+    if (m_request.protocol == RTP_OVER_TCP) {
+        m_gate.SetMetadataTarget(m_media.get());
+        return 0;
+    }
+    MediaSendParams params = SendParams();
+    params.enStreamType = STREAM_TYPE_METADATA;
+    params.nVideoLocalPort = m_ports.Metadata();
+    params.videoDstAddr.set(m_request.dstMetadataPort, m_request.dstIp);
+    m_metadata = std::make_shared<CMediaSendStream>();
+    m_gate.SetMetadataTarget(m_metadata.get());
+    return m_metadata->Open(params);
 }
 
 int LiveStream::StartPlugin(std::string& reason) {
@@ -162,6 +199,9 @@ int LiveStream::Stop(bool force) {
 void LiveStream::CloseSendPath() {
     m_gate.Close();
     m_media->Close();
+    if (m_metadata != nullptr) {
+        m_metadata->Close();
+    }
     if (!m_gate.WaitEmpty(kGateLimitMs)) {
         LeaveObjectsBehind();
     }
@@ -171,6 +211,7 @@ void LiveStream::DeleteParam() {
     if (m_param == nullptr || m_leftBehind) {
         return;
     }
+    m_ports.GiveBack(*m_param);
     CallPlugin(m_lens.plugin, "~CStreamParam", m_lens.device, [this] {
         delete m_param;
         return 0;
@@ -187,11 +228,20 @@ void LiveStream::LeaveObjectsBehind() {
                  "plug-in %s: what it did with stream %s is not known, its objects are kept. [dev:%s]",
                  m_lens.plugin.c_str(), m_request.serviceID.c_str(), m_lens.device.c_str());
     LeaveBehind(m_media);
+    if (m_metadata != nullptr) {
+        LeaveBehind(m_metadata);
+    }
     LeaveBehind(std::shared_ptr<void>(m_param, [](void*) {}));
 }
 
-MediaSendStatistics LiveStream::Statistics() const {
-    return m_media->GetStatistics();
+StreamStatistics LiveStream::Statistics() const {
+    StreamStatistics statistics{m_media->GetStatistics(), m_gate.MetadataPackets()};
+    if (m_metadata != nullptr) {
+        const MediaSendStatistics metadata = m_metadata->GetStatistics();
+        statistics.ullDroppedPackets += metadata.ullDroppedPackets;
+        statistics.ullBytes += metadata.ullBytes;
+    }
+    return statistics;
 }
 
 bool LiveStream::SendsAudio() const {
@@ -206,6 +256,14 @@ std::string LiveStream::SourceIp() const {
         return address;
     }
     return CGvxConfigMgr::Instance()->GetLocalIP();
+}
+
+std::uint16_t LiveStream::SourceMetadataPort() const {
+    if (!SendsMetadata()) {
+        return 0;
+    }
+    const CMediaSendStream& sender = m_metadata != nullptr ? *m_metadata : *m_media;
+    return sender.GetVideoLocalAddr().get_port_number();
 }
 
 std::uint16_t LiveStream::SourceAudioPort() const {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "gateway/stream_gate.h"
+#include "gateway/stream_ports.h"
 #include "gateway/stream_request.h"
 #include "gvx_common/media/media_send_stream.h"
 #include "gvx_common/media/stream_param.h"
@@ -21,6 +22,11 @@ struct StreamLens {
     CAdapterLensBase* adapter = nullptr;
 };
 
+// What a stream has sent. Dropped packets and bytes are those of all its media.
+struct StreamStatistics : MediaSendStatistics {
+    std::uint64_t metadataPackets = 0;
+};
+
 // One stream of a lens, from its parameters to its socket. Used on the thread of the device's reactor alone.
 class LiveStream {
 public:
@@ -31,8 +37,8 @@ public:
     LiveStream& operator=(const LiveStream&) = delete;
 
     // Takes every step in order and undoes them in reverse when one fails: parameters made, filled and negotiated,
-    // special case checked, sockets opened, the plug-in started. No media leaves before LetFlow. 0, or the code of the
-    // step that failed, with a sentence for the sender.
+    // special case checked, ports taken, sockets opened, the plug-in started. No media leaves before LetFlow. 0, or the
+    // code of the step that failed, with a sentence for the sender.
     int Start(std::string& reason);
     // The answer has left: media may follow.
     void LetFlow();
@@ -47,23 +53,28 @@ public:
 
     const StreamRequest& Request() const { return m_request; }
     const StreamLens& Lens() const { return m_lens; }
-    MediaSendStatistics Statistics() const;
+    StreamStatistics Statistics() const;
 
     // What was negotiated; valid between Start and Stop.
     std::uint32_t VideoFormat() const { return m_param->m_nVideoFormat; }
     std::uint32_t VideoPayload() const { return m_param->m_nVideoPayLoadType; }
     std::uint32_t AudioFormat() const { return SendsAudio() ? m_param->m_nAudioFormat : 0; }
     std::uint32_t AudioPayload() const { return m_param->m_nAudioPayLoadType; }
+    bool SendsMetadata() const { return m_request.metadata && m_param->m_nVedioAnalysePort != 0; }
     std::string SourceIp() const;
     std::uint16_t SourceVideoPort() const { return m_media->GetVideoLocalAddr().get_port_number(); }
     std::uint16_t SourceAudioPort() const;
+    std::uint16_t SourceMetadataPort() const;
 
 private:
     bool SendsAudio() const;
     int MakeParam(std::string& reason);
     void FillParam();
     int Negotiate(std::string& reason);
+    int TakePorts(std::string& reason);
     int OpenMedia(std::string& reason);
+    int OpenMetadata();
+    MediaSendParams SendParams() const;
     int StartPlugin(std::string& reason);
     int Call(const char* operation, int (*call)(LiveStream&));
     void CloseSendPath();
@@ -74,6 +85,9 @@ private:
     const StreamRequest m_request;
     CStreamParam* m_param = nullptr;  // made by the plug-in, owned here
     std::shared_ptr<CMediaSendStream> m_media = std::make_shared<CMediaSendStream>();
+    // Over UDP metadata has sockets of its own; over TCP it leaves on the connection of the video.
+    std::shared_ptr<CMediaSendStream> m_metadata;
+    StreamPorts m_ports;
     StreamGate m_gate;
     bool m_running = false;
     bool m_leftBehind = false;

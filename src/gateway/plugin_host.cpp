@@ -2,6 +2,7 @@
 
 #include "base/json_io.h"
 #include "base/log.h"
+#include "gateway/device_alarm.h"
 #include "gateway/device_reports.h"
 #include "gateway/plugin_guard.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
@@ -94,6 +95,7 @@ StartResult LoadedPlugin::Open(const std::string& name, const std::string& path)
     if (m_destroy == nullptr || Symbol<void*>(m_handle, GVX_PLUGIN_CREATE_SYMBOL) == nullptr) {
         return Missing(name, path, "it exports no functions that make and destroy its adapter");
     }
+    m_takeIntake = Symbol<GvxTakeIntakeBlockFunc>(m_handle, GVX_PLUGIN_TAKE_INTAKE_BLOCK_SYMBOL);
     return {};
 }
 
@@ -118,9 +120,17 @@ StartResult LoadedPlugin::Start(const std::string& configFile) {
         m_sdk->SetCommonMessageCallback(&OnPluginReport);
         return 0;
     });
+    CallPlugin(Name(), "SetAlarmMessageCallback", "", [&] {
+        m_sdk->SetAlarmMessageCallback(&OnPluginAlarm);
+        return 0;
+    });
     GVX_LOG_INFO("Plug-in", "plug-in %s %s of %s started from %s", Name().c_str(), m_info.m_strVersion.c_str(),
                  m_info.m_strMaker.c_str(), m_info.m_strPath.c_str());
     return {};
+}
+
+int LoadedPlugin::TakeIntakeBlock(const GvxIntakeBlock& block) const {
+    return CallPlugin(Name(), GVX_PLUGIN_TAKE_INTAKE_BLOCK_SYMBOL, "", [&] { return m_takeIntake(m_sdk, &block); });
 }
 
 LoadedPlugin::~LoadedPlugin() {
@@ -168,6 +178,16 @@ LoadedPlugin* PluginHost::Find(const std::string& name) const {
     return nullptr;
 }
 
+std::vector<const LoadedPlugin*> PluginHost::TakersOfIntake() const {
+    std::vector<const LoadedPlugin*> takers;
+    for (const auto& plugin : m_plugins) {
+        if (plugin->TakesIntake()) {
+            takers.push_back(plugin.get());
+        }
+    }
+    return takers;
+}
+
 std::string PluginHost::NameList() const {
     std::string text;
     for (const auto& plugin : m_plugins) {
@@ -186,8 +206,12 @@ int PluginHost::RegisterPlugin() {
         row["Maker"] = plugin->Info().m_strMaker;
         list.append(row);
     }
-    return CGvxConnectionMgr::Instance()->SendRetMsgWithJson(NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ, WriteJson(body),
-                                                             kElementGVX, std::string(), std::string());
+    const int result = CGvxConnectionMgr::Instance()->SendRetMsgWithJson(
+        NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ, WriteJson(body), kElementGVX, std::string(), std::string());
+    if (m_onRegistered) {
+        m_onRegistered();
+    }
+    return result;
 }
 
 bool PluginHost::FindPlugin(const std::string& name, BP::CPluginInfo& info) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bp/service.h"
@@ -26,6 +28,9 @@ public:
     const BP::CPluginInfo& Info() const { return m_info; }
     const std::string& Name() const { return m_info.m_strName; }
     CAdapterSdkBase& Sdk() const { return *m_sdk; }
+    // Whether it asks for what devices push, and its answer to a block. Any thread.
+    bool TakesIntake() const { return m_takeIntake != nullptr; }
+    int TakeIntakeBlock(const GvxIntakeBlock& block) const;
 
 private:
     LoadedPlugin() = default;
@@ -37,6 +42,7 @@ private:
     void* m_handle = nullptr;          // of dlopen
     CAdapterSdkBase* m_sdk = nullptr;  // made and destroyed by the plug-in's own functions
     GvxDestroyAdapterFunc m_destroy = nullptr;
+    GvxTakeIntakeBlockFunc m_takeIntake = nullptr;  // null when it does not ask
 };
 
 // The plug-ins of this process. They are loaded at start, before any other thread asks, and stay until the end;
@@ -50,17 +56,22 @@ public:
     void UnloadAll();
 
     LoadedPlugin* Find(const std::string& name) const;  // null when there is none
+    // Those that ask for what devices push, in the order of their loading.
+    std::vector<const LoadedPlugin*> TakersOfIntake() const;
     // The names, parted by ", "; "none" without one.
     std::string NameList() const;
 
     // Sends NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ with the list of plug-ins to the main service.
     int RegisterPlugin() override;
+    // What follows upon each RegisterPlugin, on its thread. To be set before the first.
+    void OnRegistered(std::function<void()> followUp) { m_onRegistered = std::move(followUp); }
     bool FindPlugin(const std::string& name, BP::CPluginInfo& info) override;
     // By the name that a protocol's plug-in has, such as "onvif"; plugin_protocols.cpp.
     bool InstallPlugin(int protocol, BP::CPluginInfo& info) override;
 
 private:
     std::vector<std::unique_ptr<LoadedPlugin>> m_plugins;
+    std::function<void()> m_onRegistered;
 };
 
 // Cuts a list at commas and blanks; empty parts are left out.

@@ -27,6 +27,14 @@ void StreamGate::SetTarget(CMediaSendStream* target, bool audio) {
     m_slot->SetTarget(target, audio);
 }
 
+void StreamGate::SetMetadataTarget(CMediaSendStream* target) {
+    m_slot->SetMetadataTarget(target);
+}
+
+std::uint64_t StreamGate::MetadataPackets() const {
+    return m_slot == nullptr ? 0 : m_slot->MetadataPackets();
+}
+
 void StreamGate::Open() {
     m_slot->Change(State::Open);
 }

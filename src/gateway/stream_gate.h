@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "gvx_common/media/media_types.h"
 
@@ -36,6 +37,10 @@ public:
     // Packets go to this stream, which must live until WaitEmpty has answered true; audio false drops those of audio.
     // Before the gate is handed out.
     void SetTarget(CMediaSendStream* target, bool audio);
+    // Packets of metadata go there, with the same conditions; without one they are dropped.
+    void SetMetadataTarget(CMediaSendStream* target);
+    // Metadata packets that its target has taken.
+    std::uint64_t MetadataPackets() const;
     void Open();
     void Close();
     // Waits until no call is inside, for limitMs at most; true when there is none. After Close.

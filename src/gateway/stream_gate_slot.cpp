@@ -76,6 +76,8 @@ StreamGateSlot* StreamGateSlot::Find(const void* userInfo, std::uint64_t& use) {
 
 void StreamGateSlot::BeginUse() {
     m_target = nullptr;
+    m_metadataTarget = nullptr;
+    m_metadataPackets.store(0, std::memory_order_relaxed);
     m_audio = true;
     m_starter = std::this_thread::get_id();
     m_useAndState.store(Word((m_useAndState.load() >> kStateBits) + 1, State::Held));
@@ -118,8 +120,26 @@ int StreamGateSlot::Forward(MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
     if (!m_audio && data->nVideoSize == 0 && data->nAudioSize != 0) {
         return ZVS_SUCCEED;
     }
+    if (data->nVideoSize == 0 && data->nAudioSize == 0 && data->nMetaDataSize != 0) {
+        return ForwardMetadata(data, streamType);
+    }
+    return ForwardTo(m_target, data, streamType);
+}
+
+int StreamGateSlot::ForwardMetadata(MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
+    if (m_metadataTarget == nullptr) {
+        return ZVS_SUCCEED;
+    }
+    const int result = ForwardTo(m_metadataTarget, data, streamType);
+    if (result == ZVS_SUCCEED) {
+        m_metadataPackets.fetch_add(1, std::memory_order_relaxed);
+    }
+    return result;
+}
+
+int StreamGateSlot::ForwardTo(CMediaSendStream* target, MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
     void* const userInfo = data->pUserInfo;
-    data->pUserInfo = m_target;
+    data->pUserInfo = target;
     const int result = SendMediaOverSocket(data, streamType);
     data->pUserInfo = userInfo;  // the plug-in's record serves for the next packet too
     return result;

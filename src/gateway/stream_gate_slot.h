@@ -28,6 +28,8 @@ public:
 
     void* UserInfo() const;
     void SetTarget(CMediaSendStream* target, bool audio);
+    void SetMetadataTarget(CMediaSendStream* target) { m_metadataTarget = target; }
+    std::uint64_t MetadataPackets() const { return m_metadataPackets.load(std::memory_order_relaxed); }
     void Change(State state);
     bool IsEmpty() const { return m_inside.load() == 0; }
     int Pass(std::uint64_t use, MEDIA_DATA* data, STREAM_TYPE_EX* streamType);
@@ -36,14 +38,18 @@ private:
     explicit StreamGateSlot(std::size_t index) : m_index(index) {}
 
     int Forward(MEDIA_DATA* data, STREAM_TYPE_EX* streamType);
+    int ForwardTo(CMediaSendStream* target, MEDIA_DATA* data, STREAM_TYPE_EX* streamType);
+    int ForwardMetadata(MEDIA_DATA* data, STREAM_TYPE_EX* streamType);
     void WaitWhileHeld(std::uint64_t held);
     void BeginUse();
 
     const std::size_t m_index;
     std::atomic<std::uint64_t> m_useAndState{static_cast<std::uint64_t>(State::Closed)};
     std::atomic<int> m_inside{0};
+    std::atomic<std::uint64_t> m_metadataPackets{0};
     // Of the use: written before the plug-in learns its number, read by calls that have it.
-    CMediaSendStream* m_target = nullptr;  // not owned
+    CMediaSendStream* m_target = nullptr;          // not owned
+    CMediaSendStream* m_metadataTarget = nullptr;  // not owned
     bool m_audio = true;
     std::thread::id m_starter;
     std::mutex m_mutex;  // For m_changed alone.

@@ -28,6 +28,13 @@ bool ReadDestination(const Json::Value& body, StreamRequest& request, std::strin
     if (audio < 0 || audio > 65535) {
         return Refuse(reason, "DstAudioPort is not one of 0 to 65535.");
     }
+    const long long metadata = JsonInt(body, "DstMetadataPort", 0);
+    const bool metadataNeedsPort = request.metadata && request.protocol == RTP_OVER_UDP;
+    if (metadata < (metadataNeedsPort ? 1 : 0) || metadata > 65535) {
+        return Refuse(reason, metadataNeedsPort ? "DstMetadataPort is not one of 1 to 65535."
+                                                : "DstMetadataPort is not one of 0 to 65535.");
+    }
+    request.dstMetadataPort = static_cast<std::uint16_t>(metadata);
     request.dstVideoPort = static_cast<std::uint16_t>(video);
     request.dstAudioPort = static_cast<std::uint16_t>(audio);
     return true;
@@ -52,6 +59,7 @@ bool ReadStreamRequest(const Json::Value& body, StreamRequest& request, std::str
     request.streamType = static_cast<STREAM_TYPE_EX>(type);
     request.protocol = static_cast<TRANS_PROTOCOL>(protocol);
     request.audio = JsonBool(body, "Audio", true);
+    request.metadata = JsonBool(body, "Metadata", false);
     request.extension = JsonBool(body, "Extension", false);
     return ReadDestination(body, request, reason);
 }

@@ -19,8 +19,10 @@ struct StreamRequest {
     TRANS_PROTOCOL protocol = RTP_OVER_UDP;
     std::uint32_t dstIp = 0;  // host order
     std::uint16_t dstVideoPort = 0;
-    std::uint16_t dstAudioPort = 0;  // 0: no audio over UDP
+    std::uint16_t dstAudioPort = 0;     // 0: no audio over UDP
+    std::uint16_t dstMetadataPort = 0;  // UDP only
     bool audio = true;
+    bool metadata = false;
     bool extension = false;
 };
 

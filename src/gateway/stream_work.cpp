@@ -12,6 +12,7 @@ namespace gvx {
 namespace {
 
 constexpr unsigned int kVideoClockRate = 90000;
+constexpr int kMetadataPayload = 107;
 
 int Refuse(const BP::CCmd& cmd, const std::string& device, const std::string& serviceID, int code,
            const std::string& reason) {
@@ -20,8 +21,7 @@ int Refuse(const BP::CCmd& cmd, const std::string& device, const std::string& se
     Json::Value body(Json::objectValue);
     body["DevCode"] = device;
     body["ServiceID"] = serviceID;
-    body["Reason"] = reason;
-    AnswerJson(cmd, body, code);
+    RefuseJson(cmd, std::move(body), code, reason);
     return code;
 }
 
@@ -44,6 +44,8 @@ Json::Value StartedBody(const Device& device, const LiveStream& stream) {
     body["VideoPayload"] = stream.VideoPayload();
     body["AudioFormat"] = stream.AudioFormat();
     body["AudioPayload"] = stream.AudioPayload();
+    body["SrcMetadataPort"] = stream.SourceMetadataPort();
+    body["MetadataPayload"] = stream.SendsMetadata() ? kMetadataPayload : 0;
     body["ClockRate"] = kVideoClockRate;
     const Device::Lens* lens = device.FindLens(stream.Lens().lensCode);
     body["Width"] = lens == nullptr ? 0 : lens->ability.nWidth;
@@ -51,10 +53,11 @@ Json::Value StartedBody(const Device& device, const LiveStream& stream) {
     return body;
 }
 
-void AddStatistics(Json::Value& body, const MediaSendStatistics& statistics) {
+void AddStatistics(Json::Value& body, const StreamStatistics& statistics) {
     body["VideoFrames"] = Json::UInt64(statistics.ullVideoFrames);
     body["VideoPackets"] = Json::UInt64(statistics.ullVideoPackets);
     body["AudioPackets"] = Json::UInt64(statistics.ullAudioPackets);
+    body["MetadataPackets"] = Json::UInt64(statistics.metadataPackets);
     body["Dropped"] = Json::UInt64(statistics.ullDroppedPackets);
     body["Bytes"] = Json::UInt64(statistics.ullBytes);
 }
@@ -107,7 +110,7 @@ int OpenStream(GatewayContext& context, Device& device, const StreamRequest& req
 }
 
 int CloseStream(GatewayContext& context, Device& device, const std::string& serviceID,
-                MediaSendStatistics& statistics) {
+                StreamStatistics& statistics) {
     const StreamReservation ending(context.devices, serviceID);
     return device.StopStream(serviceID, statistics);
 }
@@ -169,13 +172,15 @@ int StopStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::
         return Refuse(cmd, code, named.serviceID, result, reason);
     }
     Json::Value answer = Identity(code, *named.stream);
-    MediaSendStatistics statistics;
+    StreamStatistics statistics;
     result = CloseStream(context, *named.device, named.serviceID, statistics);
     AddStatistics(answer, statistics);
     if (result != ZVS_SUCCEED) {
-        answer["Reason"] = "The plug-in did not stop the stream cleanly. " + ReasonOf(result);
+        RefuseJson(cmd, std::move(answer), result,
+                   "The plug-in did not stop the stream cleanly. " + ReasonOf(result));
+    } else {
+        AnswerJson(cmd, answer, result);
     }
-    AnswerJson(cmd, answer, result);
     GVX_LOG_INFO("Stop stream", "result %d. [dev:%s, stream:%s]", result, code.c_str(),
                  named.serviceID.c_str());
     return result;

@@ -53,6 +53,8 @@ TEST_F(GatewayConfigTest, EditIsTakenOrRefusedWithAReason) {
         {"SIF_CFG", "GVX_SIP_LOG_SWITCH", "1", "A plug-in with a SIP stack is missing or refuses the switch."},
         {"MESSAGE", "GVX_MESSAGE_IP", "1234567890123456789012345678901234", "a section and a value have 31."},
         {"MESSAGE", "", "1", "ConfigName is missing."},
+        {"SERVICE_CAPACITY", "MAX_CAPS", "98;", "would be another after a restart"},
+        {"SERVICE_CAPACITY", "MAX_CAPS", " 98", "would be another after a restart"},
     };
     for (const Row& row : rows) {
         const Answer answer = Edit(row.section, row.key, row.value);
@@ -70,6 +72,9 @@ TEST_F(GatewayConfigTest, ChangedMessageEditsAsWell) {
     const Answer refused = AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ, begin + R"(MU_NSS_TIMEOUT","ConfigValue":"7"})");
     EXPECT_EQ(refused.code, 1u);
     EXPECT_EQ(refused.json["Reason"].asString(), "MU_NSS_TIMEOUT can not be edited at run time.");
+    const Answer number = AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ, begin + R"(MAX_CAPS","ConfigValue":78})");
+    EXPECT_EQ(number.json["Reason"].asString(), "ConfigValue is no text.");
+    EXPECT_EQ(GvxConfigMgr()->GetConfValue("MAX_CAPS", ""), "77");
 }
 
 TEST_F(GatewayConfigTest, ChangedTimeoutActsOnTheNextCommandServed) {

@@ -122,6 +122,7 @@ TEST_F(GatewayTest, RefusalLeavesByTheMainServiceLink) {
 }
 
 TEST_F(GatewayTest, OpeningOfTheMainServiceLinkWarnsOfNothing) {
+    AnswerPortReport();
     EXPECT_TRUE(log->WaitFor("cmd[0xdc11], "));
     EXPECT_TRUE(log->WaitFor("cmd[0x0da9], "));
     EXPECT_TRUE(log->Contains(" alarms wait for their delivery."));
@@ -168,6 +169,7 @@ TEST_F(GatewayTest, ReportOfAPluginIsHandledInItsDevicesQueue) {
 
 TEST_F(GatewayTest, PortOfTheMediaUnitOpensItsLink) {
     FakeListener mediaUnit;
+    AnswerPortReport();
     auto scu = FakePeer::Connect(gateway->Port());
     ASSERT_NE(scu, nullptr);
     ASSERT_EQ(scu->Register("SCU#900"), 0u);

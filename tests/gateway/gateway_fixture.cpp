@@ -84,11 +84,28 @@ std::uint32_t GatewayTest::SendJson(std::uint16_t type, const std::string& json)
     return Send(type, FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, json));
 }
 
+bool GatewayTest::AnswerIfPortReport(const FakePeer::Frame& frame) {
+    return frame.head.usiMsgType == NSS_PLUGIN_SEND_PORTLIST_DATA_REQ &&
+           peer->SendFrame(NSS_PLUGIN_SEND_PORTLIST_DATA_RSP, frame.head.uiSeqID, frame.Transaction());
+}
+
+void GatewayTest::AnswerPortReport() {
+    auto frame = peer->ReadFrame();
+    while (frame && !AnswerIfPortReport(*frame)) {
+        frame = peer->ReadFrame();
+    }
+    EXPECT_TRUE(frame.has_value()) << "the ports in use are not reported";
+}
+
 Answer GatewayTest::WaitAnswer(std::uint16_t type, std::uint32_t seq) {
     Answer answer;
     while (const auto frame = peer->ReadFrame()) {
+        AnswerIfPortReport(*frame);
         // A JSON answer repeats the transaction alone, an XML one the sequence number too.
         if (frame->head.usiMsgType != type + kNssResponseOffset || frame->Transaction() != TransactionOf(seq)) {
+            if (onOtherFrame) {
+                onOtherFrame(*frame);
+            }
             continue;
         }
         answer.code = frame->head.uiRspCode;

@@ -59,7 +59,9 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Sends a request and waits for its answer; other frames are passed over.
+    // Answers the report of used ports, which holds up all later link events until then.
+    void AnswerPortReport();
+    // Sends a request and waits for its answer; other frames are passed over, that report is answered.
     Answer AskXml(std::uint16_t type, const std::string& content);
     Answer AskJson(std::uint16_t type, const std::string& json);
     // The two halves, for requests that overlap.
@@ -81,8 +83,10 @@ protected:
     std::unique_ptr<FakePeer> peer;
     Moody moody;
     bool stopped = false;  // the test has stopped the gateway itself
+    std::function<void(const FakePeer::Frame&)> onOtherFrame;  // called by WaitAnswer for what it passes over
 
 private:
+    bool AnswerIfPortReport(const FakePeer::Frame& frame);
     std::uint32_t Send(std::uint16_t type, const std::string& body);
 
     std::uint32_t m_seq = 100;

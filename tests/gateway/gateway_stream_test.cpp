@@ -135,6 +135,8 @@ TEST_F(GatewayTest, StartThatIsNotAllowedIsRefusedWithAReason) {
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":65536)", ZVS_PARA_INVALID, "DstVideoPort"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"Protocol":3)", ZVS_PARA_INVALID, "Protocol"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"StreamType":3)", ZVS_PARA_INVALID, "StreamType"},
+        {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"Metadata":true)", ZVS_PARA_INVALID,
+         "DstMetadataPort is not one of 1"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"LensCode":"X")", ZVS_GVX_LENS_NOT_EXIST, "lens"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":1,"Protocol":2)", ZVS_NET_CONNECT_ERROR, "sockets"},
     };

@@ -172,6 +172,24 @@ TEST(StreamGateTest, ClosedGateLetsNothingThroughAndCountsWhoIsInside) {
     EXPECT_EQ(gvx::StreamGate::Send(nullptr, nullptr), ZVS_FAIL);
 }
 
+TEST(StreamGateTest, MetadataGoesToItsOwnTargetOrNowhere) {
+    CMediaSendStream media;
+    CMediaSendStream closed;
+    gvx::StreamGate gate;
+    gate.SetTarget(&media, true);
+    gate.Open();
+    char packet[20] = {};
+    MEDIA_DATA data{};
+    data.pUserInfo = gate.UserInfo();
+    data.pDataBuf = packet;
+    data.nMetaDataSize = sizeof(packet);
+    STREAM_TYPE_EX type = STREAM_TYPE_METADATA;
+    EXPECT_EQ(gvx::StreamGate::Send(&data, &type), ZVS_SUCCEED) << "nobody asked for it";
+    gate.SetMetadataTarget(&closed);
+    EXPECT_EQ(gvx::StreamGate::Send(&data, &type), ZVS_GVX_OPEN_SOCKET_ERROR);
+    EXPECT_EQ(gate.MetadataPackets(), 0u);
+}
+
 TEST(StreamGateTest, UserInformationOfAGateThatIsGoneFitsNoOther) {
     auto former = std::make_unique<gvx::StreamGate>();
     void* const late = former->UserInfo();

@@ -3,6 +3,7 @@
 #include "base/bounded_string.h"
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 #include "gvx_common/adapter/gvx_plugin.h"
+#include "gvx_common/alarm/gvx_error_mgr.h"
 #include "gvx_common/media/stream_param.h"
 
 #include <atomic>
@@ -17,9 +18,9 @@
 #include <ace/Message_Block.h>
 
 // A camera that sends numbered packets, unless the device's extend text says otherwise: "operation=mood", parted by
-// blanks. Moods: throw, throw-int, error, hang, null; "StartStream=error-later": the thread sends already.
-// "thread=endless": the thread goes on sending whatever StopStream answers; "thread=inline": StartStream sends its
-// first packet itself.
+// blanks. Moods: throw, throw-int, error, report (an error with its words), hang, null; "StartStream=error-later": the
+// thread sends already. "thread=endless": the thread goes on sending whatever StopStream answers; "thread=inline":
+// StartStream sends its first packet itself.
 
 namespace {
 
@@ -69,7 +70,10 @@ int Act(const Moods& moods, const char* operation) {
     while (mood == "hang" && !g_release) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    return mood == "error" ? ZVS_GVX_UNAUTHORIZED : 0;
+    if (mood == "report") {
+        GVXErrorMgr::getInstance()->reportError(__func__, "CAM1", "3", ZVS_GVX_UNAUTHORIZED, operation, "of its mood");
+    }
+    return mood == "error" || mood == "report" ? ZVS_GVX_UNAUTHORIZED : 0;
 }
 
 // All that a thread needs to send: it may outlive its stream.
@@ -227,6 +231,11 @@ CAdapterSdkBase* GvxCreateAdapter() {
 void GvxDestroyAdapter(CAdapterSdkBase* adapter) {
     g_report = nullptr;
     delete adapter;
+}
+
+// What a device pushes is the mood.
+int GvxTakeIntakeBlock(CAdapterSdkBase*, const GvxIntakeBlock* block) {
+    return Act({{"TakeIntakeBlock", std::string(block->pData, block->uiLength)}}, "TakeIntakeBlock");
 }
 
 GVX_PLUGIN_EXPORT void MoodyRelease(bool release) {

@@ -1,0 +1,36 @@
+#include "gateway/alarm_start.h"
+
+#include "base/alarm_store.h"
+#include "base/log.h"
+#include "base/om_adapter.h"
+#include "base/paths.h"
+#include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/utility/gvx_utility.h"
+
+namespace gvx {
+
+namespace {
+
+constexpr const char* kDefaultDataDir = "/var/lib/gvx";
+constexpr const char* kStoreName = "/alarms.db";
+
+}  // namespace
+
+void StartAlarmStore() {
+    std::string dir = CGvxConfigMgr::Instance()->GetConfValue("GVX_DATA_DIR", "");
+    if (dir.empty()) {
+        dir = RootedPath(kDefaultDataDir);
+    }
+    // The store says why when there is no folder after all.
+    CGvxUtility::dirCreate(dir);
+    const int result = CEmergencyProtection::Instance()->LoadAlarmStatus(dir + kStoreName);
+    GVX_LOG_INFO("Alarm store", "%s%s, %s", dir.c_str(), kStoreName,
+                 result == ZVS_SUCCEED ? "open alarms restored" : "nothing restored");
+}
+
+void StopAlarmStore() {
+    ZVS_AlarmClose();
+}
+
+}  // namespace gvx

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "gateway/exit_codes.h"
+
+namespace gvx {
+
+// A whole number of the configuration that a start reads.
+struct NumberSetting {
+    const char* key;
+    long long fallback;  // where the key is absent
+    long long least;
+    long long most;
+};
+
+// The value of a setting. A value outside its range refuses the start, and the result names key, range and value.
+StartResult ReadSetting(const NumberSetting& setting, long long& value);
+
+}  // namespace gvx

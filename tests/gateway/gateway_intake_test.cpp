@@ -1,0 +1,58 @@
+#include "gateway/gateway_fixture.h"
+
+#include "gateway/intake.h"
+#include "gateway/plugin_guard.h"
+#include "support/wait_until.h"
+
+namespace {
+
+// The same gateway with a port on which devices push; "moody" is in the mood that they name.
+class GatewayIntakeTest : public GatewayTest {
+protected:
+    GatewayIntakeTest() {
+        intakePort = FakeListener().Port();
+        folder.Folder().Write("zvs_gvx.conf",
+                              "; intake\nGVX_LISTEN_IP=127.0.0.1\nGVX_PLUGIN_LIST=moody\n"
+                              "GVX_PLUGIN_CALL_LIMIT=1\nGVX_INTAKE_MAX_WAIT_MS=3600000\n"
+                              "GVX_INTAKE_PORT=" +
+                                  std::to_string(intakePort) + "\n");
+    }
+    void Push(const std::string& bytes) {
+        device = FakePeer::Connect(intakePort);
+        ASSERT_NE(device, nullptr);
+        ASSERT_TRUE(device->SendRaw(bytes));
+    }
+
+    std::uint16_t intakePort = 0;
+    std::unique_ptr<FakePeer> device;
+};
+
+}  // namespace
+
+TEST_F(GatewayIntakeTest, FaultOfAPluginCostsItsBlockAlone) {
+    Push("throw");
+    EXPECT_TRUE(log->WaitFor("plug-in moody: GvxTakeIntakeBlock of device - threw: moody in TakeIntakeBlock"));
+    Push("error");
+    EXPECT_TRUE(log->WaitFor("plug-in moody: GvxTakeIntakeBlock of device - failed."));
+    EXPECT_EQ(AddDevice("CAM1").code, 0u);
+
+    gvx::IntakeSettings settings;
+    ASSERT_FALSE(gvx::ReadIntakeSettings(settings).Failed());
+    const gvx::StartResult result = gvx::Intake().Start(settings, {});
+    EXPECT_EQ(result.code, gvx::ExitCode::CannotListen);
+    EXPECT_NE(result.reason.find(std::to_string(intakePort)), std::string::npos) << result.reason;
+}
+
+TEST_F(GatewayIntakeTest, APluginThatDoesNotReturnIsNamedAndLeftBehind) {
+    Push("hang");
+    ASSERT_TRUE(WaitUntil([] { return !gvx::PluginCallWatch::Instance().OpenCalls().empty(); }));
+    EXPECT_EQ(AddDevice("CAM1").code, 0u) << "nobody else is held up";
+    Push("more");
+    EXPECT_FALSE(gateway->Stop());
+    EXPECT_TRUE(log->Contains("plug-in moody: GvxTakeIntakeBlock of device - has not returned for"));
+    EXPECT_TRUE(device->ReadUntilClosed());
+    moody.Release(true);
+    ASSERT_TRUE(WaitUntil([] { return gvx::PluginCallWatch::Instance().OpenCalls().empty(); }));
+    gateway->Release();
+    stopped = true;
+}

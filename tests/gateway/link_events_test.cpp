@@ -1,0 +1,191 @@
+#include "gateway/link_events.h"
+
+#include "gateway/gateway_fixture.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "nss/nss_msg_type.h"
+#include "support/test_clock.h"
+#include "support/wait_until.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace {
+
+// What happened, in order. Any thread.
+class Diary {
+public:
+    void Note(const std::string& line) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_lines.push_back(line);
+    }
+    std::vector<std::string> Lines() const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_lines;
+    }
+    bool WaitFor(const std::string& line) const {
+        return WaitUntil([&] {
+            const std::vector<std::string> lines = Lines();
+            return std::find(lines.begin(), lines.end(), line) != lines.end();
+        });
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<std::string> m_lines;  // Guarded by m_mutex.
+};
+
+// Keeps a thread until it is opened.
+class Gate {
+public:
+    void Pass() {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_open; });
+    }
+    void Open() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_open = true;
+        m_changed.notify_all();
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_open = false;  // Guarded by m_mutex.
+};
+
+using Strings = std::vector<std::string>;
+
+}  // namespace
+
+TEST(LinkEventThreadTest, ServesInOrderAndHoldsBackWhatCouldNotBeAnswered) {
+    const ScopedRecordingLogger log;
+    Diary diary;
+    Gate begin;
+    Gate waited;
+    gvx::LinkEventThread thread;
+    const auto note = [&](const char* what) {
+        return [&, what](const std::string&, int, const std::string& link, const std::string&, unsigned int) {
+            diary.Note(what + link);
+            if (link == "SCU#1") {
+                begin.Pass();
+            } else if (link == "GVX#1" && *what == 'o') {
+                thread.LetFramesIn();
+                diary.Note("waits");
+                waited.Pass();
+            }
+        };
+    };
+    const auto hold = [&](const char* link, const char* trans) {
+        auto cmd = std::make_unique<BP::CCmd>();
+        cmd->SetNetLinkID(link);
+        cmd->SetTransID(trans);
+        int result = -1;
+        return thread.Hold(cmd, result) && result == 0 && cmd == nullptr;
+    };
+    ASSERT_TRUE(thread.Start({note("opened "), note("closed ")}, [&](const BP::CCmd& cmd) {
+        diary.Note("frame " + cmd.GetTransID());
+        return 0;
+    }));
+    const BP::LinkEvents events = thread.Callbacks();
+    events.opened("", kElementSCU, "SCU#1", "127.0.0.1", 1);
+    events.opened("", kElementGVX, "GVX#1", "127.0.0.1", 2);
+    EXPECT_FALSE(hold("SCU#1", "x")) << "the main service's frames alone depend on its opening";
+    EXPECT_TRUE(hold("GVX#1", "1"));
+    EXPECT_TRUE(hold("GVX#1", "2"));
+    begin.Open();
+    ASSERT_TRUE(diary.WaitFor("waits"));
+    EXPECT_FALSE(hold("GVX#1", "3")) << "the opening that waits for an answer holds up no further frame";
+    events.closed("", kElementGVX, "GVX#1", "127.0.0.1", 2);
+    events.opened("", kElementGVX, "GVX#1", "127.0.0.1", 3);
+    EXPECT_TRUE(hold("GVX#1", "4"));
+    waited.Open();
+    thread.Stop();
+    const Strings expected{"opened SCU#1", "opened GVX#1", "frame 1",  "frame 2", "waits",
+                           "closed GVX#1", "opened GVX#1", "frame 4", "waits"};
+    EXPECT_EQ(diary.Lines(), expected) << "a stop serves what is queued";
+}
+
+namespace {
+
+// The system's time stands still: what waits for an answer waits for ever.
+class TimelessGatewayTest : public GatewayTest {
+private:
+    ScopedTestClock m_clock;
+};
+
+// Streams take their local ports from the main service.
+class PortGatewayTest : public GatewayTest {
+protected:
+    void SetUp() override {
+        folder.Folder().Write("zvs_gvx.conf",
+                              "; settings of a test\nGVX_LISTEN_IP=127.0.0.1\nGVX_PLUGIN_LIST=moody\n"
+                              "GVX_MEDIA_PORT_EXCHANGE=1\n");
+        GatewayTest::SetUp();
+    }
+};
+
+}  // namespace
+
+TEST_F(TimelessGatewayTest, AReportThatIsNeverAnsweredHoldsUpNeitherCommandsNorTheStop) {
+    const std::uint32_t seq = SendXml(NSS_DEL_MAIN_DEV_REQ, "<DevCode>NOBODY</DevCode>");
+    bool reported = false;
+    bool answered = false;
+    while (!(reported && answered)) {
+        const auto frame = peer->ReadFrame();
+        ASSERT_TRUE(frame.has_value()) << log->Dump();
+        reported = reported || frame->head.usiMsgType == NSS_PLUGIN_SEND_PORTLIST_DATA_REQ;
+        answered = answered || frame->head.uiSeqID == seq;
+    }
+    // The next main service opens when the first one has gone, and its report is not answered either.
+    peer->Close();
+    ASSERT_TRUE(log->WaitFor("The main service is away"));
+    const auto second = FakePeer::Connect(gateway->Port());
+    ASSERT_NE(second, nullptr);
+    ASSERT_EQ(second->Register("GVX#901"), 0u);
+    EXPECT_TRUE(log->Contains("The link closed before the answer."));
+    EXPECT_TRUE(log->WaitFor("[NSS_PLUGIN_SEND_PORTLIST_DATA_REQ]gvxLinkID GVX#901"));
+    stopped = true;
+    EXPECT_TRUE(gateway->Stop()) << log->Dump();
+    EXPECT_EQ(log->Count("The main service is away"), 2u) << "the links' end is served before the devices' table goes";
+}
+
+TEST_F(PortGatewayTest, StreamTakesItsPortFromTheMainServiceAndGivesItBack) {
+    unsigned int offered = 0;
+    std::string report;
+    onOtherFrame = [&](const FakePeer::Frame& frame) {
+        if (frame.head.usiMsgType == NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ) {
+            const FakeListener free;  // its number is free over UDP as well, as far as a test can tell
+            offered = free.Port();
+            peer->SendFrame(NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP, 1, frame.Transaction(), 0,
+                            R"({"ApplyPortReturnList":[)" + std::to_string(offered) + R"(],"ApplyPortReturnType":1})");
+        } else if (frame.head.usiMsgType == NSS_PLUGIN_SEND_PORTLIST_DATA_REQ) {
+            report = frame.body;
+        }
+    };
+    ASSERT_EQ(AddDevice("CAM1").code, 0u);
+    const Answer started = Start("CAM1", "live");
+    ASSERT_EQ(started.code, 0u) << started.text << log->Dump();
+    EXPECT_EQ(started.json["SrcVideoPort"].asUInt(), offered);
+    // The one port is taken, and nothing else is offered.
+    onOtherFrame = [&](const FakePeer::Frame& frame) {
+        if (frame.head.usiMsgType == NSS_PLUGIN_SEND_PORTLIST_DATA_REQ) {
+            report = frame.body;
+        } else if (frame.head.usiMsgType == NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ) {
+            peer->SendFrame(NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP, 1, frame.Transaction(), 0, "{}");
+        }
+    };
+    EXPECT_EQ(Start("CAM1", "sub", R"(,"StreamType":1)").code, static_cast<unsigned>(ZVS_GVX_OPEN_SOCKET_ERROR));
+    peer->Close();
+    ASSERT_TRUE(log->WaitFor("The main service is away"));
+    peer = FakePeer::Connect(gateway->Port());
+    ASSERT_EQ(peer->Register("GVX#901"), 0u);
+    ASSERT_EQ(Stop("CAM1", "live").code, 0u);
+    EXPECT_EQ(report, R"({"TCPUsedPortlist":[],"UDPUsedPortlist":[)" + std::to_string(offered) + "]}\n");
+    EXPECT_TRUE(log->WaitFor("Success to release port[" + std::to_string(offered) + "]"));
+    const Answer again = Start("CAM1", "again");
+    ASSERT_EQ(again.code, 0u) << again.text << log->Dump();
+    EXPECT_EQ(again.json["SrcVideoPort"].asUInt(), offered);
+}

@@ -1,0 +1,98 @@
+#include "gateway/gateway_fixture.h"
+
+#include "bp/net_factory.h"
+#include "gateway/link_options.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "nss/nss_msg_type.h"
+#include "support/wait_until.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::size_t kQueueBound = 65536;
+
+class StuckPeerTest : public GatewayTest {
+protected:
+    void SetUp() override {
+        folder.Folder().Write("zvs_gvx.conf",
+                              "; settings of a test\nGVX_LISTEN_IP=127.0.0.1\nGVX_PLUGIN_LIST=moody\n"
+                              "GVX_LINK_MAX_FRAME=65536\nGVX_LINK_MAX_QUEUE=65536\n"
+                              "[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\n");
+        GatewayTest::SetUp();
+    }
+
+    static std::size_t QueuedBytes() {
+        std::size_t most = 0;
+        for (const BP::LinkInfo& link : BP::CNetFactory::Links()) {
+            most = std::max(most, link.queuedBytes);
+        }
+        return most;
+    }
+};
+
+}  // namespace
+
+TEST_F(StuckPeerTest, MainServiceThatStopsReadingHoldsUpNoDeviceAndItsQueueStaysBounded) {
+    const auto scu = FakePeer::Connect(gateway->Port());
+    ASSERT_NE(scu, nullptr);
+    ASSERT_EQ(scu->Register("SCU#900"), 0u);
+    // A refusal repeats the identifier that it refuses, so that few answers fill the buffers on the way.
+    const std::string refused = FakePeer::MakeItem(
+        NSS_TAG_JSON_CONTENT, R"({"DevCode":"NOBODY","ServiceID":")" + std::string(30000, 'x') + R"("})");
+    std::uint32_t seq = 0;
+    // A burst of answers fills the queue for a moment as well: it must stay full.
+    int looksFull = 0;
+    ASSERT_TRUE(WaitUntil(
+        [&] {
+            EXPECT_TRUE(scu->SendFrame(NSS_START_STREAM_REQ, ++seq, "stuck", 0, refused));
+            EXPECT_LE(QueuedBytes(), kQueueBound);
+            const bool full = QueuedBytes() > 0 && log->Count("", "Link queue full") > log->Count("", "Link queue drained");
+            looksFull = full ? looksFull + 1 : 0;
+            return looksFull == 50;
+        },
+        std::chrono::seconds(120)))
+        << log->Dump();
+
+    // Nobody is told any more, but devices come, and the adapters of their plug-in are called.
+    ASSERT_TRUE(scu->SendFrame(NSS_ADD_MAIN_DEV_REQ, ++seq, "add", 0,
+                               FakePeer::MakeItem(NSS_TAG_XML_CONTENT, "<Content><DevCode>CAM1</DevCode><PluginName>"
+                                                                       "moody</PluginName></Content>")));
+    EXPECT_TRUE(WaitUntil([&] { return gateway->Context().devices.Contains("CAM1"); }));
+    EXPECT_LE(QueuedBytes(), kQueueBound);
+
+    // As soon as it reads again, it is served.
+    while (QueuedBytes() > 0) {
+        ASSERT_TRUE(peer->ReadFrame().has_value());
+    }
+    EXPECT_EQ(DeleteDevice("CAM1").code, 0u);
+}
+
+TEST(LinkOptionsTest, FollowTheConfigurationWithinTheirRanges) {
+    const ScopedRecordingLogger log;
+    struct Row {
+        const char* settings;
+        const char* fault;  // empty: accepted
+    };
+    const Row rows[] = {
+        {"", ""},
+        {"GVX_LINK_REGISTER_TIME=250\nGVX_LINK_MAX_NUM=3\n", ""},
+        {"GVX_LINK_REGISTER_TIME=99\n", "GVX_LINK_REGISTER_TIME is not one of 100 to 3600000: 99"},
+        {"GVX_LINK_MAX_FRAME=4194305\n", "GVX_LINK_MAX_FRAME"},
+        {"GVX_LINK_DEAD_TIME=19999\n", "GVX_LINK_DEAD_TIME is too small beside GVX_LINK_KEEPALIVE_TIME"},
+        {"GVX_LINK_BACKOFF_MIN=40000\n", "GVX_LINK_BACKOFF_MAX is too small"},
+        {"GVX_LINK_MAX_QUEUE=65536\n", "GVX_LINK_MAX_QUEUE is too small"},
+        {"GVX_LINK_BACKOFF_MAX=soon\n", "GVX_LINK_BACKOFF_MAX is not one of"},
+    };
+    for (const Row& row : rows) {
+        const GatewayFolder folder(row.settings);
+        ASSERT_EQ(CGvxConfigMgr::Instance()->Init(), 0);
+        BP::LinkOptions options;
+        const gvx::StartResult result = gvx::ReadLinkOptions(options);
+        EXPECT_EQ(result.Failed(), *row.fault != '\0') << row.settings << result.reason;
+        EXPECT_NE(result.reason.find(row.fault), std::string::npos) << result.reason;
+        const bool edited = std::string(row.settings).find("=250") != std::string::npos;
+        EXPECT_EQ(options.registerTimeoutMs, edited ? 250 : 5000);
+        EXPECT_EQ(options.maxLinks, edited ? 3u : 1024u);
+    }
+}
