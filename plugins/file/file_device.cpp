@@ -17,7 +17,8 @@ constexpr std::uint32_t kStreamsOfLens = 3;  // the main stream and two sub stre
 
 }  // namespace
 
-FileDevice::FileDevice(std::vector<MediaPtr> media) : m_media(std::move(media)) {}
+FileDevice::FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEntry> entry)
+    : m_media(std::move(media)), m_entry(std::move(entry)) {}
 
 int FileDevice::Init() {
     SetLoginStatus(true);
@@ -79,6 +80,7 @@ int FileDevice::CreateLens(const char* lensId, const short& channel, CAdapterDev
     CAdapterDevBase& owner = parent == nullptr ? *this : *parent;
     return Guarded("CreateLens", [&] {
         m_lensIds[static_cast<unsigned int>(channel)] = lensId;
+        m_entry->AddLens(static_cast<unsigned int>(channel), lensId);
         lens = new FileLens(lensId, channel, owner, m_media[static_cast<std::size_t>(channel)]);
         return ZVS_SUCCEED;
     });

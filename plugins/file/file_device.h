@@ -1,9 +1,11 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "file/device_directory.h"
 #include "file/media_list.h"
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 
@@ -13,7 +15,7 @@ namespace gvxfile {
 class FileDevice : public CAdapterDevDefaults {
 public:
     // One lens for each medium, numbered from 0.
-    explicit FileDevice(std::vector<MediaPtr> media);
+    FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEntry> entry);
 
     int Init() override;
     int GetDeviceAbility(GVX_DEVICE_ABILITY_INFO& ability) override;
@@ -28,6 +30,7 @@ private:
 
     std::vector<MediaPtr> m_media;
     std::map<unsigned int, std::string> m_lensIds;  // by channel
+    const std::unique_ptr<DirectoryEntry> m_entry;  // what other threads may know of this device
 };
 
 }  // namespace gvxfile

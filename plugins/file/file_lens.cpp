@@ -38,7 +38,7 @@ int ChannelOf(const CStreamParam& param) {
 }  // namespace
 
 FileLens::FileLens(const char* lensId, short channel, CAdapterDevBase& parent, MediaPtr media)
-    : CAdapterLensDefaults(lensId, channel, parent), m_media(std::move(media)) {}
+    : CAdapterLensDefaults(lensId, channel, parent), m_media(std::move(media)), m_metadataUser(kNoChannel) {}
 
 FileLens::~FileLens() {
     m_players.clear();
@@ -46,6 +46,7 @@ FileLens::~FileLens() {
 
 int FileLens::Uninit() {
     m_players.clear();
+    m_metadataUser = kNoChannel;
     return ZVS_SUCCEED;
 }
 
@@ -61,7 +62,20 @@ int FileLens::NegotiateStreamParam(CStreamParam* param) {
     param->m_nVideoPayLoadType = h264 ? kPayloadH264 : kPayloadH265;
     param->m_nAudioFormat = m_media->HasAudio() ? static_cast<std::uint32_t>(m_media->audioFormat) : 0;
     param->m_nAudioPayLoadType = m_media->audioFormat == GVX_AUDIO_FORMAT_G711A ? kPayloadG711A : kPayloadG711U;
+    if (m_media->metadata == nullptr) {
+        param->m_nVedioAnalysePort = 0;
+    }
     return ZVS_SUCCEED;
+}
+
+int FileLens::CheckFree(int channelID, bool withMetadata) const {
+    const bool running = m_players.count(channelID) != 0;
+    if (!running && (!withMetadata || m_metadataUser == kNoChannel)) {
+        return ZVS_SUCCEED;
+    }
+    GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_STREAM_EXIST, "[lens:%s, channel:%d]%s", GetSubDevID(), channelID,
+                     running ? "" : " Another stream of the lens takes its metadata along.");
+    return ZVS_GVX_STREAM_EXIST;
 }
 
 bool FileLens::PrepareChannel(int channelID, SEND_STREAM_FUNC* func) {
@@ -85,18 +99,19 @@ int FileLens::StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* 
     if (channelID == kNoChannel) {
         return ZVS_GVX_DEV_UN_SUPPORT;
     }
-    if (m_players.count(channelID) != 0) {
-        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_STREAM_EXIST, "[lens:%s, channel:%d]", GetSubDevID(), channelID);
-        return ZVS_GVX_STREAM_EXIST;
-    }
-    if (!PrepareChannel(channelID, func)) {
-        return ZVS_ALLOC_MEMORY_ERROR;
-    }
     PlayTarget target;
+    target.withMetadata = param->m_nVedioAnalysePort != 0 && m_media->metadata != nullptr;
     target.lens = this;
     target.channelID = channelID;
     target.overTcp = param->m_nDstTransProtocol == RTP_OVER_TCP;
     target.needExternData = needExternData;
+    if (const int result = CheckFree(channelID, target.withMetadata); result != ZVS_SUCCEED) {
+        return result;
+    }
+    if (!PrepareChannel(channelID, func) ||
+        (target.withMetadata && !PrepareChannel(MetadataSender::Channel(target.overTcp), func))) {
+        return ZVS_ALLOC_MEMORY_ERROR;
+    }
     target.withAudio = param->m_nAudioFormat != 0;
     target.userInfo = userInfo;
     return Guarded("StartStream", [&] {
@@ -108,6 +123,7 @@ int FileLens::StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* 
 int FileLens::StartPlayer(PlayTarget target) {
     const int channelID = target.channelID;
     const std::string serviceID = target.serviceID;
+    const bool withMetadata = target.withMetadata;
     auto player = std::make_unique<Player>(m_media, std::move(target));
     std::string error;
     if (!player->Start(error)) {
@@ -115,6 +131,7 @@ int FileLens::StartPlayer(PlayTarget target) {
         return ZVS_OPEN_FILE_ERROR;
     }
     m_players[channelID] = std::move(player);
+    m_metadataUser = withMetadata ? channelID : m_metadataUser;
     return ZVS_SUCCEED;
 }
 
@@ -133,6 +150,11 @@ int FileLens::StopStream(CStreamParam* param, bool /*force*/) {
     const int channelID = ChannelOf(*param);
     m_players.erase(channelID);
     getMidiaChannel(channelID)->m_pSendStreamFunc = nullptr;
+    if (m_metadataUser == channelID) {
+        m_metadataUser = kNoChannel;
+        getMidiaChannel(MetadataSender::Channel(param->m_nDstTransProtocol == RTP_OVER_TCP))->m_pSendStreamFunc =
+            nullptr;
+    }
     return ZVS_SUCCEED;
 }
 

@@ -11,7 +11,7 @@
 namespace gvxfile {
 
 // A lens that plays one medium. Each stream has a player of its own; there is one stream for each channel, that is for
-// each stream type and transport. The sub streams show the same medium.
+// each stream type and transport. The sub streams show the same medium. One stream at a time takes its metadata along.
 class FileLens : public CAdapterLensDefaults {
 public:
     FileLens(const char* lensId, short channel, CAdapterDevBase& parent, MediaPtr media);
@@ -24,12 +24,14 @@ public:
     int RequestKeyframe(CStreamParam* param) override;
 
 private:
+    int CheckFree(int channelID, bool withMetadata) const;
     bool PrepareChannel(int channelID, SEND_STREAM_FUNC* func);
     int StartPlayer(PlayTarget target);
     Player* FindPlayer(const CStreamParam* param) const;
 
     MediaPtr m_media;
     std::map<int, std::unique_ptr<Player>> m_players;  // by channel
+    int m_metadataUser;                                // channel of the player that sends metadata
 };
 
 }  // namespace gvxfile

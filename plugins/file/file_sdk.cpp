@@ -11,6 +11,7 @@ namespace gvxfile {
 namespace {
 
 constexpr const char* kTitle = "file plug-in";
+constexpr const char* kAlarmTable = "file_alarms.xml";  // beside the configuration file
 
 // Written by Init, which runs once and before anybody asks.
 std::string& LastErrorText() {
@@ -38,15 +39,28 @@ const char* FileSdk::LastError() {
 bool FileSdk::Init(const char* configFile) {
     const int result = Guarded("Init", [&]() -> int {
         LastErrorText() = "The media cannot be read.";
-        if (!m_media.Load(configFile == nullptr ? "" : configFile, LastErrorText())) {
+        if (!Load(configFile == nullptr ? "" : configFile, LastErrorText())) {
             GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "%s", LastError());
             return ZVS_OPEN_FILE_ERROR;
         }
         LastErrorText().clear();
-        GVX_LOG_INFO(kTitle, "%zu media are ready to play.", m_media.Size());
+        GVX_LOG_INFO(kTitle, "%zu media are ready to play, %zu codes of alarms are known.", m_media.Size(),
+                     m_alarms.Codes());
         return ZVS_SUCCEED;
     });
     return result == ZVS_SUCCEED;
+}
+
+bool FileSdk::Load(const std::string& configFile, std::string& error) {
+    const std::string folder = configFile.substr(0, configFile.find_last_of('/') + 1);
+    return m_media.Load(configFile, error) && m_alarms.Load(folder + kAlarmTable, error);
+}
+
+int FileSdk::TakeIntakeBlock(const GvxIntakeBlock& block) {
+    return Guarded("TakeIntakeBlock", [&] {
+        m_alarms.Take(block);
+        return ZVS_SUCCEED;
+    });
 }
 
 int FileSdk::CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) {
@@ -58,7 +72,8 @@ int FileSdk::CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) 
             GVX_LOG_ERR_CODE(kTitle, ZVS_PARA_INVALID, "Device[%s]: %s", info.strDevCode.c_str(), error.c_str());
             return ZVS_PARA_INVALID;
         }
-        auto made = std::make_unique<FileDevice>(std::move(lenses));
+        auto entry = std::make_unique<DirectoryEntry>(m_devices, info.strDevCode, info.eDevFormType);
+        auto made = std::make_unique<FileDevice>(std::move(lenses), std::move(entry));
         Describe(info, *made);
         device = made.release();
         return ZVS_SUCCEED;

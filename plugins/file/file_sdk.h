@@ -1,7 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "file/alarm_intake.h"
+#include "file/device_directory.h"
 #include "file/media_list.h"
 #include "gvx_common/adapter/gvx_adapter_sdk.h"
 
@@ -12,12 +15,20 @@ class FileSdk : public CAdapterSdkBase {
 public:
     bool Init(const char* configFile) override;
     int CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) override;
+    void SetAlarmMessageCallback(ADAPTER_ALARM_CALLBACK* callback) override { m_alarms.SetCallback(callback); }
+
+    // Bytes that a device pushes to the gateway. 0, or an error code.
+    int TakeIntakeBlock(const GvxIntakeBlock& block);
 
     // Why the last Init of the process failed.
     static const char* LastError();
 
 private:
+    bool Load(const std::string& configFile, std::string& error);
+
     MediaList m_media;
+    const std::shared_ptr<DeviceDirectory> m_devices = std::make_shared<DeviceDirectory>();
+    AlarmIntake m_alarms{m_devices};
 };
 
 }  // namespace gvxfile

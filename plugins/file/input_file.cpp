@@ -59,4 +59,25 @@ ssize_t InputFile::Read(std::uint8_t* buffer, std::size_t length) {
     return count;
 }
 
+bool ReadWholeFile(const std::string& path, std::size_t most, std::string& bytes, std::string& error) {
+    InputFile file;
+    std::string reason;
+    bytes.clear();
+    if (!file.Open(path, reason)) {
+        error = path + " cannot be opened: " + reason + ".";
+        return false;
+    }
+    std::uint8_t piece[16384];
+    ssize_t count = 0;
+    while (bytes.size() <= most && (count = file.Read(piece, sizeof(piece))) > 0) {
+        bytes.append(reinterpret_cast<const char*>(piece), static_cast<std::size_t>(count));
+    }
+    if (count < 0) {
+        error = path + " cannot be read: " + ErrnoText(errno) + ".";
+    } else if (bytes.size() > most) {
+        error = path + " has more than " + std::to_string(most) + " bytes.";
+    }
+    return count >= 0 && bytes.size() <= most;
+}
+
 }  // namespace gvxfile

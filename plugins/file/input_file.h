@@ -29,4 +29,7 @@ private:
     off_t m_offset = 0;
 };
 
+// Reads a file of at most `most` bytes. False with one sentence in error, which names it.
+bool ReadWholeFile(const std::string& path, std::size_t most, std::string& bytes, std::string& error);
+
 }  // namespace gvxfile

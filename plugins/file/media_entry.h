@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "file/codec.h"
+#include "file/metadata_script.h"
 #include "gvx_common/media/media_types.h"
 
 namespace gvxfile {
@@ -21,6 +23,8 @@ struct MediaEntry {
     Codec codec = Codec::H264;
     std::string audioPath;  // empty: no audio
     AUDIO_FORMAT_TYPE audioFormat = GVX_AUDIO_FORMAT_G711A;
+    std::string metadataPath;  // empty: no metadata
+    std::shared_ptr<const MetadataScript> metadata;
     Rational frameRate;  // as configured, else from the file, else 25
     bool loop = true;
     Speed speed;

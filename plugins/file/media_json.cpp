@@ -116,7 +116,8 @@ bool ReadAudio(const Json::Value& object, const std::string& folder, MediaEntry&
 
 // A member that is misspelt would otherwise play as if it were absent.
 bool KnowsAllMembers(const Json::Value& object, const std::string& name, std::string& error) {
-    static const char* const kMembers[] = {"video", "audio", "audio_format", "codec", "fps", "loop", "speed"};
+    static const char* const kMembers[] = {"video", "audio", "audio_format", "metadata",
+                                           "codec", "fps",   "loop",         "speed"};
     for (const std::string& member : object.getMemberNames()) {
         if (std::find(std::begin(kMembers), std::end(kMembers), member) == std::end(kMembers)) {
             error = "Medium '" + name + "': member '" + member + "' is not known.";
@@ -155,6 +156,11 @@ bool ReadMediaEntry(const std::string& name, const Json::Value& object, const st
     entry.videoPath = Joined(folder, gvx::JsonText(object, "video"));
     if (entry.videoPath.empty()) {
         error = "Medium '" + name + "' names no video file.";
+        return false;
+    }
+    entry.metadataPath = Joined(folder, gvx::JsonText(object, "metadata"));
+    if (object.isMember("metadata") && entry.metadataPath.empty()) {
+        error = "Medium '" + name + "': metadata is not the name of a file.";
         return false;
     }
     if (object.isMember("fps") && !ParseFrameRate(gvx::JsonText(object, "fps"), entry.frameRate)) {

@@ -16,7 +16,8 @@ bool ReadMediaEntry(const std::string& name, const Json::Value& object, const st
 bool ReadPlayOptions(const Json::Value& object, MediaEntry& entry, std::string& error);
 
 // Opens the files of an entry and reads on to the first picture: fills in size and, where none was configured, the
-// frame rate. False with one sentence in error, when a file is unreadable or holds nothing that can be played.
+// frame rate; reads the metadata script. False with one sentence in error, when a file is unreadable or holds nothing
+// that can be played.
 bool ProbeMedia(MediaEntry& entry, std::string& error);
 
 }  // namespace gvxfile

@@ -5,7 +5,6 @@
 #include "file/media_json.h"
 
 #include <cerrno>
-#include <system_error>
 
 #include <unistd.h>
 
@@ -13,25 +12,6 @@ namespace gvxfile {
 namespace {
 
 constexpr std::size_t kMaxLenses = 64;
-
-bool ReadText(const std::string& path, std::string& text, std::string& error) {
-    InputFile file;
-    std::string reason;
-    if (!file.Open(path, reason)) {
-        error = path + " cannot be opened: " + reason + ".";
-        return false;
-    }
-    std::uint8_t piece[4096];
-    ssize_t count = 0;
-    while (text.size() <= gvx::kMaxJsonBytes && (count = file.Read(piece, sizeof(piece))) > 0) {
-        text.append(reinterpret_cast<const char*>(piece), static_cast<std::size_t>(count));
-    }
-    if (count < 0) {
-        error = path + " cannot be read: " + std::generic_category().message(errno) + ".";
-        return false;
-    }
-    return true;
-}
 
 // The entry, checked against its files.
 bool MakeEntry(const std::string& name, const Json::Value& object, const std::string& folder, MediaPtr& media,
@@ -68,7 +48,7 @@ bool MediaList::Load(const std::string& configFile, std::string& error) {
         return true;
     }
     std::string text;
-    if (!ReadText(configFile, text, error)) {
+    if (!ReadWholeFile(configFile, gvx::kMaxJsonBytes, text, error)) {
         return false;
     }
     Json::Value root;

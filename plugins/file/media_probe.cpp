@@ -69,10 +69,21 @@ bool ProbeAudio(const MediaEntry& entry, std::string& error) {
     return true;
 }
 
+bool LoadMetadata(MediaEntry& entry, std::string& error) {
+    std::string reason;
+    entry.metadata = ReadMetadataScript(entry.metadataPath, reason);
+    if (entry.metadata == nullptr) {
+        error = "Medium '" + entry.name + "': " + reason;
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool ProbeMedia(MediaEntry& entry, std::string& error) {
-    return ProbeVideo(entry, error) && (!entry.HasAudio() || ProbeAudio(entry, error));
+    return ProbeVideo(entry, error) && (!entry.HasAudio() || ProbeAudio(entry, error)) &&
+           (entry.metadataPath.empty() || LoadMetadata(entry, error));
 }
 
 }  // namespace gvxfile

@@ -28,7 +28,11 @@ ZVS_VIDEO_DEC_TYPE VideoFormat(Codec codec) {
 }  // namespace
 
 Player::Player(MediaPtr media, PlayTarget target)
-    : m_media(std::move(media)), m_target(std::move(target)), m_source(*m_media) {}
+    : m_media(std::move(media)),
+      m_target(std::move(target)),
+      m_source(*m_media),
+      m_metadata(m_target.withMetadata ? m_media->metadata.get() : nullptr),
+      m_metadataSender(*m_target.lens, m_target.overTcp, m_target.userInfo) {}
 
 bool Player::Start(std::string& error) {
     if (!m_source.Open(m_target.withAudio, error)) {
@@ -63,8 +67,9 @@ void Player::Run() noexcept {
     } catch (...) {
         GVX_LOG_ERR(kTitle, "Stream[%s] ends: the send function threw.", m_target.serviceID.c_str());
     }
-    GVX_LOG_INFO(kTitle, "Stream[%s] of medium[%s] has ended after %llu pictures.", m_target.serviceID.c_str(),
-                 m_media->name.c_str(), static_cast<unsigned long long>(m_pictures));
+    GVX_LOG_INFO(kTitle, "Stream[%s] of medium[%s] has ended after %llu pictures and %llu metadata messages.",
+                 m_target.serviceID.c_str(), m_media->name.c_str(), static_cast<unsigned long long>(m_pictures),
+                 static_cast<unsigned long long>(m_messages));
 }
 
 void Player::Play() {
@@ -80,18 +85,43 @@ void Player::Play() {
                              m_source.Error().c_str());
             return;
         }
-        if (read == ReadResult::End || !WaitUntilDue(packet.timeMicroseconds)) {
+        if (read == ReadResult::End || !PlayPacket(packet)) {
             return;
-        }
-        const int result = Send(packet);
-        if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
-            GVX_LOG_INFO(kTitle, "Stream[%s] ends: its socket is gone.", m_target.serviceID.c_str());
-            return;
-        }
-        if (result != ZVS_SUCCEED) {
-            ReportFailure(result);
         }
     }
+}
+
+// Metadata of the same time follows the picture, whose timestamp it carries.
+bool Player::PlayPacket(MediaPacket& packet) {
+    return PlayMetadataBefore(packet.timeMicroseconds) && WaitUntilDue(packet.timeMicroseconds) &&
+           Judge(Send(packet)) && PlayMetadataBefore(packet.timeMicroseconds + 1);
+}
+
+bool Player::PlayMetadataBefore(std::int64_t endMicroseconds) {
+    std::int64_t due = 0;
+    while (const MetadataMessage* message = m_metadata.TakeBefore(endMicroseconds, due)) {
+        if (!WaitUntilDue(due)) {
+            return false;
+        }
+        const std::uint64_t pts = m_target.lens->getMidiaChannel(m_target.channelID)->m_ulVideoTimestamp;
+        ++m_messages;
+        if (!Judge(m_metadataSender.Send(*message, pts))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// False when the stream is over.
+bool Player::Judge(int result) {
+    if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
+        GVX_LOG_INFO(kTitle, "Stream[%s] ends: its socket is gone.", m_target.serviceID.c_str());
+        return false;
+    }
+    if (result != ZVS_SUCCEED) {
+        ReportFailure(result);
+    }
+    return true;
 }
 
 bool Player::WaitUntilDue(std::int64_t mediaMicroseconds) {
@@ -137,7 +167,7 @@ int Player::Send(MediaPacket& packet) {
 void Player::ReportFailure(int result) {
     ++m_failures;
     if (m_failures == 1) {
-        GVX_LOG_ERR_CODE(kTitle, result, "Stream[%s] loses a frame; further losses are not logged.",
+        GVX_LOG_ERR_CODE(kTitle, result, "Stream[%s] loses a frame or a message; further losses are not logged.",
                          m_target.serviceID.c_str());
     }
 }

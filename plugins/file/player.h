@@ -9,6 +9,8 @@
 
 #include "file/media_list.h"
 #include "file/media_source.h"
+#include "file/metadata_schedule.h"
+#include "file/metadata_sender.h"
 #include "gvx_common/adapter/gvx_adapter_lens.h"
 
 namespace gvxfile {
@@ -20,12 +22,13 @@ struct PlayTarget {
     bool overTcp = false;
     bool needExternData = false;
     bool withAudio = false;
+    bool withMetadata = false;
     void* userInfo = nullptr;
     std::string serviceID;  // for the log
 };
 
-// Plays a medium into a channel of a lens, on a thread of its own: pictures and audio leave in the order of their
-// times, each when it is due. Start and Stop are for one thread.
+// Plays a medium into a channel of a lens, on a thread of its own: pictures, audio and metadata leave in the order of
+// their times, each when it is due. Start and Stop are for one thread.
 class Player {
 public:
     Player(MediaPtr media, PlayTarget target);
@@ -36,7 +39,8 @@ public:
     // Opens the files and starts the thread. False with one sentence in error.
     bool Start(std::string& error);
 
-    // Ends the thread, and waits for the call of the send function that it is in. May be called again.
+    // Ends the thread, and waits until the frame or the metadata message that it is sending has gone out. May be called
+    // again.
     void Stop();
 
     // See MediaSource::RequestParameterSets. Any thread.
@@ -45,17 +49,23 @@ public:
 private:
     void Run() noexcept;
     void Play();
+    bool PlayPacket(MediaPacket& packet);
+    bool PlayMetadataBefore(std::int64_t endMicroseconds);
     bool WaitUntilDue(std::int64_t mediaMicroseconds);
+    bool Judge(int result);
     int Send(MediaPacket& packet);
     void ReportFailure(int result);
 
     MediaPtr m_media;
     PlayTarget m_target;
     MediaSource m_source;
+    MetadataSchedule m_metadata;
+    MetadataSender m_metadataSender;
     std::atomic<bool> m_parameterSetsWanted{false};
     // When the medium's time 0 is or would have been, by the monotonic clock.
     std::int64_t m_origin = 0;
     std::uint64_t m_pictures = 0;
+    std::uint64_t m_messages = 0;
     std::uint64_t m_failures = 0;
 
     std::mutex m_mutex;

@@ -1,5 +1,6 @@
 #include "gvx_common/adapter/gvx_plugin.h"
 
+#include "base/log.h"
 #include "file/file_sdk.h"
 
 #include <new>
@@ -19,4 +20,10 @@ void GvxDestroyAdapter(CAdapterSdkBase* adapter) {
 
 const char* GvxPluginLastError() {
     return gvxfile::FileSdk::LastError();
+}
+
+int GvxTakeIntakeBlock(CAdapterSdkBase* adapter, const GvxIntakeBlock* block) {
+    GVX_CHECK_NULL_RETURN(adapter, ZVS_NULL_POINTER);
+    GVX_CHECK_NULL_RETURN(block, ZVS_NULL_POINTER);
+    return static_cast<gvxfile::FileSdk*>(adapter)->TakeIntakeBlock(*block);
 }

@@ -1,6 +1,7 @@
 #include "gvx_common/adapter/gvx_adapter_interface.h"
 #include "gvx_common/adapter/gvx_plugin.h"
 #include "gvx_common/media/stream_param.h"
+#include "gvx_common/media_memory/MediaMemPool.h"
 #include "plugins/packet_recorder.h"
 #include "plugins/stream_bytes.h"
 #include "support/recording_logger.h"
@@ -8,6 +9,7 @@
 #include "support/test_clock.h"
 #include "support/wait_until.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -238,4 +240,57 @@ TEST_F(FilePluginTest, AFileThatHasGoneFailsTheStart) {
     EXPECT_EQ(ZVS_OPEN_FILE_ERROR, Start(*param));
     EXPECT_TRUE(m_log->Contains(m_folder.Path("v.h264") + " cannot be opened: No such file or directory."));
     EXPECT_EQ(ZVS_GVX_STREAM_NOT_EXIST, m_lens->StopStream(param.get(), false));
+}
+
+// Both forms of one script, over both transports: the messages that are due, each with its picture and the time of the
+// picture before it.
+TEST_F(FilePluginTest, MetadataLeavesWithTheVideoWhenItIsAskedFor) {
+    ASSERT_TRUE(g_mediaPool.Init());
+    const std::string jpeg = "\xFF\xD8" + std::string(3000, 'j');
+    m_folder.Write("p.jpg", jpeg);
+    m_folder.Write("m.json", R"({"messages": [
+        {"time": 0.2, "kind": "plate", "form": "ex", "plate": "AB 123", "plate_picture": "p.jpg"},
+        {"time": 0.6, "kind": "face", "faces": [{"id": 7, "picture": "p.jpg"}]},
+        {"time": 0.1, "repeat": 0.5, "kind": "heartbeat", "form": "ex"}]})");
+    MakeLens(R"(, "loop": false, "speed": "max", "metadata": "m.json")");
+    for (const _TRANS_PROTOCOL protocol : {RTP_OVER_UDP, RTP_OVER_TCP}) {
+        const std::unique_ptr<CStreamParam> param(m_lens->CreateStreamParam("live-1"));
+        param->m_nStreamID = STREAM_TYPE_REAL_MAIN;
+        param->m_nDstTransProtocol = protocol;
+        param->m_nVedioAnalysePort = 20004;
+        ASSERT_EQ(0, m_lens->NegotiateStreamParam(param.get()));
+        EXPECT_EQ(20004u, param->m_nVedioAnalysePort);
+        PacketRecorder recorder;
+        ASSERT_EQ(0, m_lens->StartStream(&recorder, &PacketRecorder::Take, param.get(), false));
+        ASSERT_TRUE(m_log->WaitFor("has ended after 5 pictures and 4 metadata messages."));
+        m_log->Clear();
+        std::vector<std::string> messages(1);
+        std::vector<std::uint32_t> times;
+        std::uint32_t pictureTime = 0;
+        for (const PacketRecorder::Packet& packet : recorder.Packets()) {
+            pictureTime = packet.video ? packet.timestamp : pictureTime;
+            if (packet.payloadType != 107) {
+                continue;
+            }
+            EXPECT_EQ(STREAM_TYPE_METADATA, packet.streamType);
+            messages.back() += packet.bytes.substr(13);
+            if ((static_cast<unsigned char>(packet.bytes[1]) & 0x80) != 0) {
+                times.push_back(packet.timestamp == pictureTime ? packet.timestamp : 0);
+                messages.emplace_back();
+            }
+        }
+        ASSERT_EQ(5u, messages.size());
+        EXPECT_EQ("HTBT", messages[0].substr(0, 4));
+        EXPECT_THAT(messages[1], testing::AllOf(testing::HasSubstr("AB 123"), testing::HasSubstr(jpeg)));
+        EXPECT_THAT(messages[2], testing::HasSubstr(jpeg));
+        EXPECT_EQ("HTBT", messages[3].substr(0, 4)) << "for one time the order is that of the script";
+        EXPECT_EQ(2u * 18000, times[1]) << "of the picture at 0.2 s";
+        EXPECT_EQ(4u * 18000, times[2]) << "of the picture at 0.6 s";
+        // The stream has ended and is not stopped: the lens's metadata is still its own.
+        const auto other = Negotiate(RTP_OVER_UDP, STREAM_TYPE_REAL_SUB1);
+        other->m_nVedioAnalysePort = 20006;
+        EXPECT_EQ(ZVS_GVX_STREAM_EXIST, Start(*other));
+        EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
+    }
+    g_mediaPool.UnInit();
 }

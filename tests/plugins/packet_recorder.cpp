@@ -17,7 +17,8 @@ int PacketRecorder::Take(MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
     packet.streamType = *streamType;
     packet.protocol = data->eTransProtocol;
     packet.width = data->nWidth;
-    packet.bytes.assign(static_cast<const char*>(data->pDataBuf), packet.video ? data->nVideoSize : data->nAudioSize);
+    const std::uint32_t other = data->nAudioSize != 0 ? data->nAudioSize : data->nMetaDataSize;
+    packet.bytes.assign(static_cast<const char*>(data->pDataBuf), packet.video ? data->nVideoSize : other);
     if (packet.protocol == RTP_OVER_TCP) {
         packet.bytes.erase(0, kInterleaveBytes);
     }

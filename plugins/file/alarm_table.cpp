@@ -1,0 +1,75 @@
+#include "file/alarm_table.h"
+
+#include "base/bounded_string.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace gvxfile {
+namespace {
+
+// No direction: tells whether the table has set one.
+constexpr ZVS_BOOL kUnset = 2;
+
+template <std::size_t Size>
+bool Copy(char (&target)[Size], const char* text) {
+    return strncpy_s(target, Size, text, std::strlen(text)) == 0;
+}
+
+// What a table has not said, its row does.
+template <std::size_t Size>
+bool CopyIfEmpty(char (&target)[Size], const char* text) {
+    return target[0] != '\0' || Copy(target, text);
+}
+
+}  // namespace
+
+AlarmTable::~AlarmTable() {
+    CGvxConfigMgr::ClearAlarmMappings(m_mappings);
+}
+
+bool AlarmTable::Load(const std::string& path, std::string& error) {
+    if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+        return true;
+    }
+    if (CGvxConfigMgr::Instance()->LoadAlarmMappingsConfig(path.c_str(), m_mappings) != 0) {
+        error = path + " is no table of alarms; the log says why.";
+        return false;
+    }
+    return true;
+}
+
+bool AlarmTable::Translate(const AlarmTrigger& trigger, enPuDevFormType form, ZVS_ALARM_REPORT& report,
+                           std::string& error) const {
+    CGvxConfigMgr& config = *CGvxConfigMgr::Instance();
+    const std::string action = trigger.hasAction ? trigger.action : std::string(GVX_ALARM_ACTION_DEFAULT);
+    report.bAction = trigger.hasAction ? kUnset : 1;
+    GVX_DEVICE_ALARM_INFO_MAPPINGS* row = nullptr;
+    if (config.MatchAlarmTypeAndAction(trigger.code, action, report, m_mappings) != 0 ||
+        m_mappings.find(trigger.code, row) != 0) {
+        error = "Its code is not in the table of alarms.";
+        return false;
+    }
+    if (report.cAlarmType[0] == '\0' || report.bAction == kUnset) {
+        error = "Its code or its action has no meaning in the table of alarms.";
+        return false;
+    }
+    // A report with extension text keeps it, so the row's goes first. Types that the gateway does not describe are sent
+    // as the row has them.
+    if (!Copy(report.cExtParam, row->chExtParam)) {
+        error = "Its extension text is too long.";
+        return false;
+    }
+    config.BuildAlarmInfoForNVT(report, form);
+    const bool described = trigger.description.empty() || Copy(report.cAlarmDesc, trigger.description.c_str());
+    if (!described || !CopyIfEmpty(report.cAlarmDesc, row->chAlarmDesc)) {
+        error = "Its description is too long.";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace gvxfile

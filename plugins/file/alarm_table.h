@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "file/alarm_trigger.h"
+#include "gvx_common/adapter/gvx_adapter_records.h"
+#include "gvx_common/alarm/device_alarm.h"
+
+namespace gvxfile {
+
+// The alarm codes of the devices and what they mean to the platform: the mapping table of the plug-in, over which the
+// gateway's own description table gives the type of the device's form. Filled once, then read by any thread.
+class AlarmTable {
+public:
+    AlarmTable() = default;
+    ~AlarmTable();
+    AlarmTable(const AlarmTable&) = delete;
+    AlarmTable& operator=(const AlarmTable&) = delete;
+
+    // A file that does not exist is an empty table. False with one sentence in error, which names the file.
+    bool Load(const std::string& path, std::string& error);
+
+    // Fills type, direction, description and extension of an alarm. False with one sentence in error.
+    bool Translate(const AlarmTrigger& trigger, enPuDevFormType form, ZVS_ALARM_REPORT& report,
+                   std::string& error) const;
+
+    std::size_t Size() const { return m_mappings.current_size(); }
+
+private:
+    DEVICE_ALARM_INFO_MAPPINGS_MAP m_mappings;  // owns its rows
+};
+
+}  // namespace gvxfile

@@ -1,0 +1,113 @@
+#include "file/metadata_script.h"
+
+#include "file/metadata_schedule.h"
+#include "support/temp_folder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using gvxfile::MetadataKind;
+using gvxfile::MetadataMessage;
+using gvxfile::MetadataSchedule;
+using gvxfile::MetadataScript;
+using gvxfile::ReadMetadataScript;
+using testing::HasSubstr;
+
+namespace {
+
+class MetadataScriptTest : public testing::Test {
+protected:
+    MetadataScriptTest() {
+        m_folder.Write("p.jpg", "\xFF\xD8plate");
+        m_folder.Write("text.jpg", "no picture");
+        m_folder.Write("large.jpg", "\xFF\xD8" + std::string(MetadataScript::kMaxPictureBytes, 'x'));
+    }
+    // The error, or an empty text.
+    std::string Read(const std::string& text) {
+        std::string error;
+        m_script = ReadMetadataScript(m_folder.Write("s.json", text), error);
+        EXPECT_EQ(m_script != nullptr, error.empty()) << error;
+        return error;
+    }
+    std::string ReadOne(const std::string& members) { return Read(R"({"messages": [{)" + members + "}]}"); }
+
+    TempFolder m_folder;
+    std::shared_ptr<const MetadataScript> m_script;
+};
+
+}  // namespace
+
+TEST_F(MetadataScriptTest, ReadsEveryKind) {
+    ASSERT_EQ("", Read(R"({"messages": [
+        {"time": 1.5, "repeat": 2, "kind": "plate", "form": "ex", "plate": "AB 123", "lane": 200, "speed": 80,
+         "object_id": 5000000000, "plate_pos": [1, 2, 3, 65535], "plate_picture": "p.jpg", "panorama": "p.jpg"},
+        {"kind": "vehicle", "vehicle_color": 3},
+        {"kind": "face", "faces": [{"id": 7, "pos": [-1, 2, 3, 4], "score": 90, "angle": -30, "picture": "p.jpg"}, {}]},
+        {"time": 0.02, "kind": "heartbeat"}]})"));
+    const MetadataMessage& plate = m_script->messages[0];
+    EXPECT_EQ(1500000, plate.timeMicroseconds);
+    EXPECT_EQ(2000000, plate.repeatMicroseconds);
+    EXPECT_TRUE(plate.ex);
+    EXPECT_STREQ("AB 123", plate.plates.vehicleInfo.stPlateInfo.szPlateNumber);
+    EXPECT_EQ(static_cast<char>(200), plate.plates.vehicleInfo.cLaneChannel);
+    EXPECT_EQ(65535, int{plate.plates.stPlatePos.height});
+    EXPECT_EQ(5000000000u, std::uint64_t{plate.plates.astPicInfos[0].ulPicFileID});
+    EXPECT_EQ(plate.pictures[0], plate.pictures[1]) << "a picture that is named twice is held once";
+    EXPECT_EQ(MetadataKind::Vehicle, m_script->messages[1].kind);
+    const MetadataMessage& face = m_script->messages[2];
+    EXPECT_EQ(2, int{face.faces.count});
+    EXPECT_EQ(-1, int{face.faces.faces[0].x});
+    EXPECT_EQ(-30, int{face.faces.faces[0].angle});
+    ASSERT_EQ(3u, face.pictures.size());
+    EXPECT_EQ(nullptr, face.pictures[0]);
+    EXPECT_EQ("\xFF\xD8plate", *face.pictures[1]);
+}
+
+TEST_F(MetadataScriptTest, SaysWhatIsWrong) {
+    const std::string path = m_folder.Path("s.json");
+    EXPECT_THAT(Read("{"), HasSubstr(path + ": it is not valid JSON"));
+    EXPECT_THAT(Read("[]"), HasSubstr("it holds no list \"messages\""));
+    const struct {
+        const char* members;
+        const char* error;
+    } rows[] = {
+        {R"("kind": "dog")", "message 1: kind 'dog' is none of"},
+        {R"("kind": "plate")", "there is no text \"plate\""},
+        {R"("kind": "plate", "plate": "12345678901234567890123456789012")", "plate has 32 bytes, 31 are the most"},
+        {R"("kind": "vehicle", "color": 1)", "member 'color' is not known"},
+        {R"("kind": "vehicle", "lane": 256)", "lane is not a whole number from 0 to 255"},
+        {R"("kind": "vehicle", "plate_pos": [1, 2, 3])", "plate_pos is not [x, y, width, height]"},
+        {R"("kind": "vehicle", "panorama": "none.jpg")", "none.jpg cannot be opened: No such file or directory."},
+        {R"("kind": "vehicle", "panorama": "text.jpg")", "text.jpg is not a JPEG file."},
+        {R"("kind": "vehicle", "panorama": "large.jpg")", "large.jpg has more than 16777216 bytes."},
+        {R"("kind": "face")", "\"faces\" is not a list of 1 to 16"},
+        {R"("kind": "face", "faces": [{"pos": [0, 0, 1, 40000]}])", "whole numbers from -32768 to 32767"},
+        {R"("kind": "heartbeat", "time": -1)", "time is not a number of seconds from 0"},
+        {R"("kind": "heartbeat", "repeat": 0)", "repeat is not a number of seconds from 0.01"},
+        {R"("kind": "heartbeat", "form": "long")", "form 'long' is neither plain nor ex"},
+        {R"("kind": "heartbeat", "form": true)", "form is not a text"}};
+    for (const auto& row : rows) {
+        EXPECT_THAT(ReadOne(row.members), HasSubstr(row.error)) << row.members;
+    }
+    std::string many;
+    for (std::size_t i = 0; i <= MetadataScript::kMaxMessages; ++i) {
+        many += std::string(i == 0 ? "" : ",") + R"({"kind": "heartbeat"})";
+    }
+    EXPECT_THAT(Read("{\"messages\": [" + many + "]}"), HasSubstr("it has 1001 messages, 1000 are the most"));
+}
+
+TEST_F(MetadataScriptTest, MessagesComeInOrderAndAgain) {
+    ASSERT_EQ("", Read(R"({"messages": [{"time": 2, "kind": "face", "faces": [{}]},
+                                        {"time": 1, "repeat": 1, "kind": "heartbeat"}]})"));
+    MetadataSchedule schedule(m_script.get());
+    std::string order;
+    std::int64_t due = 0;
+    EXPECT_EQ(nullptr, schedule.TakeBefore(1000000, due));
+    while (const MetadataMessage* message = schedule.TakeBefore(3000001, due)) {
+        order += (message->kind == MetadataKind::Face ? " face " : " beat ") + std::to_string(due / 1000);
+    }
+    EXPECT_EQ(" beat 1000 face 2000 beat 2000 beat 3000", order);
+}
