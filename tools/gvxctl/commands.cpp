@@ -1,6 +1,7 @@
 #include "gvxctl/commands.h"
 
 #include "base/json_io.h"
+#include "gvxctl/frame_text.h"
 #include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/report.h"
@@ -24,7 +25,7 @@ void Print(const std::string& text) {
 
 // Links as the main service, sends one request, prints its response.
 int OneShot(const CommonOptions& common, const std::function<bool(Platform&, Response&, std::string&)>& send) {
-    Platform platform(common.gateway);
+    Platform platform(common.gateway, nullptr, common.ports);
     std::string error;
     if (!platform.LinkMainService(error)) {
         return Fail(kExitNoLink, error);
@@ -42,6 +43,11 @@ int OneShot(const CommonOptions& common, const std::function<bool(Platform&, Res
 }
 
 bool StartReceiver(RtpReceiver& receiver, const ReceiveOptions& options, std::string& error) {
+    MetadataOptions metadata = options.metadata;
+    if (!options.json) {
+        metadata.print = Print;
+    }
+    receiver.ReceiveMetadata(metadata);
     return options.tcp ? receiver.StartTcp(Endpoint{options.ip, options.videoPort}, options.files, error)
                        : receiver.StartUdp(options.ip, options.videoPort, options.audioPort, options.files, error);
 }
@@ -101,7 +107,8 @@ int RunReceive(const ReceiveOptions& options) {
     }
     if (!options.json) {
         Print("receiving on " + EndpointText(Endpoint{options.ip, receiver.VideoPort()}) +
-              (options.tcp ? " (TCP, interleaved)" : ", audio on port " + std::to_string(receiver.AudioPort())));
+              (options.tcp ? " (TCP, interleaved)" : ", audio on port " + std::to_string(receiver.AudioPort())) +
+              (receiver.MetadataPort() == 0 ? "" : ", metadata on port " + std::to_string(receiver.MetadataPort())));
     }
     ReceiveUntilDone(receiver, options);
     receiver.Stop();
@@ -111,7 +118,8 @@ int RunReceive(const ReceiveOptions& options) {
     } else {
         Print(StatsLine(stats));
     }
-    const std::string faults = stats.video.packets + stats.audio.packets == 0 ? "nothing was received" : Faults(stats);
+    const std::uint64_t packets = stats.video.packets + stats.audio.packets + stats.metadata.assembler.packets;
+    const std::string faults = packets == 0 ? "nothing was received" : Faults(stats);
     return faults.empty() ? kExitOk : Fail(kExitRefused, faults);
 }
 

@@ -15,6 +15,7 @@ constexpr int kExitNoLink = 3;
 
 struct CommonOptions {
     Endpoint gateway{"127.0.0.1", 9600};
+    PortRanges ports;  // what the main service hands out
     bool json = false;
 };
 
@@ -31,6 +32,7 @@ struct ReceiveOptions {
     bool tcp = false;
     bool json = false;
     RecordFiles files;
+    MetadataOptions metadata;
     std::uint64_t frames = 0;  // end after that many and a pause; 0: go on
     int seconds = 0;           // end after that time; 0: go on
 };
@@ -50,6 +52,7 @@ struct DemoOptions {
     std::string summary;             // JSON file; empty: none
     std::uint64_t expectFrames = 0;  // of each transport; the clip's own count
     int timeoutSeconds = 60;         // for each transport
+    bool metadata = false;           // ask for it as well; pictures go to metadata_udp and metadata_tcp of outDir
     bool keep = false;               // one stream over UDP until interrupted, instead of the two that end
 };
 int RunDemo(const CommonOptions& common, const DemoOptions& options);

@@ -56,7 +56,7 @@ int Fail(int code, const std::string& error) {
 // Links as the main service and sends one request; an exit code, and the response when it is kExitOk.
 int Ask(const CommonOptions& common, std::uint16_t type, std::uint16_t tag, const std::string& body,
         Response& response) {
-    Platform platform(common.gateway);
+    Platform platform(common.gateway, nullptr, common.ports);
     std::string error;
     if (!platform.LinkMainService(error)) {
         return Fail(kExitNoLink, error);

@@ -24,7 +24,8 @@ void Say(const std::string& text) {
 // The scripted run: links, device, streams, and what came of each step as one JSON document.
 class Demo {
 public:
-    Demo(const CommonOptions& common, const DemoOptions& options) : m_options(options), m_platform(common.gateway) {}
+    Demo(const CommonOptions& common, const DemoOptions& options)
+        : m_options(options), m_platform(common.gateway, nullptr, common.ports) {}
 
     int Run();
 
@@ -117,6 +118,8 @@ StreamSpec Demo::SpecFor(const RtpReceiver& receiver, bool tcp) const {
     spec.tcp = tcp;
     spec.video = Endpoint{"127.0.0.1", receiver.VideoPort()};
     spec.audioPort = receiver.AudioPort();
+    spec.metadata = m_options.metadata;
+    spec.metadataPort = receiver.MetadataPort();
     return spec;
 }
 
@@ -124,6 +127,9 @@ bool Demo::StartReceiver(RtpReceiver& receiver, bool tcp) {
     const std::string base = m_options.outDir + "/";
     const RecordFiles files{base + (tcp ? "stream_tcp." : "stream.") + m_options.codec,
                             base + (tcp ? "audio_tcp.alaw" : "audio.alaw")};
+    if (m_options.metadata) {
+        receiver.ReceiveMetadata(MetadataOptions{true, base + (tcp ? "metadata_tcp" : "metadata_udp"), 0, &Say});
+    }
     return tcp ? receiver.StartTcp(Endpoint{"127.0.0.1", 0}, files, m_error)
                : receiver.StartUdp("127.0.0.1", 0, 0, m_options.keep ? RecordFiles{} : files, m_error);
 }
@@ -199,6 +205,9 @@ bool Demo::Judge(const StreamStats& got, const SentCounts& sent, const char* tra
     }
     compare("video packets", static_cast<long long>(got.video.packets), sent.videoPackets);
     compare("audio packets", static_cast<long long>(got.audio.packets), sent.audioPackets);
+    if (m_options.metadata) {
+        compare("metadata packets", static_cast<long long>(got.metadata.assembler.packets), sent.metadataPackets);
+    }
     compare("video frames", static_cast<long long>(got.video.frames), sent.videoFrames);
     if (sent.dropped != 0) {
         Fault(std::string(transport) + ": the gateway dropped " + std::to_string(sent.dropped) + " packets");

@@ -3,10 +3,26 @@
 #include "nss/nss_msg.h"
 
 #include <ace/Message_Block.h>
+#include <arpa/inet.h>
 
+#include <cstddef>
 #include <cstring>
 
 namespace gvxctl {
+namespace {
+
+// The bare head with those bytes behind it, counted in its length.
+std::string WithPlainBody(std::string head, const std::string& body) {
+    const std::size_t length = head.size() + body.size();
+    if (length > kMaxFrameBytes) {
+        return std::string();
+    }
+    const std::uint32_t wire = htonl(static_cast<std::uint32_t>(length));
+    std::memcpy(&head[offsetof(NssMsgHeader, uiPacketLength)], &wire, sizeof wire);
+    return head + body;
+}
+
+}  // namespace
 
 std::string Frame::Transaction() const {
     return std::string(head.szTransactionNo, ::strnlen(head.szTransactionNo, sizeof head.szTransactionNo));
@@ -31,7 +47,8 @@ std::string EncodeFrame(const FrameSpec& spec) {
     if (message.encode(&block) != 0) {
         return std::string();
     }
-    return std::string(block.rd_ptr(), block.length());
+    std::string bytes(block.rd_ptr(), block.length());
+    return hasBody ? bytes : WithPlainBody(std::move(bytes), spec.body);
 }
 
 FrameSpec ResponseTo(const Frame& request, std::uint32_t code) {

@@ -22,7 +22,8 @@ struct Frame {
     bool Item(std::uint16_t tag, std::string& value) const;
 };
 
-// What a frame to send is made of. Without a body the frame is a bare head.
+// What a frame to send is made of. With a tag the body goes into one item of that tag, without one it stands as it is
+// behind the head; with neither the frame is a bare head.
 struct FrameSpec {
     std::uint16_t type = 0;
     std::uint32_t seq = 0;

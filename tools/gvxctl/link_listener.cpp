@@ -41,6 +41,21 @@ bool LinkListener::IsLinked() const {
     return m_link && m_link->IsOpen();
 }
 
+bool LinkListener::SendBytes(const std::string& bytes) {
+    std::shared_ptr<PeerLink> link;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        link = m_link;
+    }
+    return link && link->SendBytes(bytes);
+}
+
+void LinkListener::CloseLink() {
+    std::shared_ptr<PeerLink> link;
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_link.swap(link);  // it ends when `link` goes out of scope, the lock has been given back then
+}
+
 std::string LinkListener::RemoteId() const {
     const std::lock_guard<std::mutex> guard(m_mutex);
     return m_link ? m_link->RemoteId() : std::string();
@@ -55,7 +70,7 @@ void LinkListener::Run() {
     while (m_running) {
         std::string error;
         Fd connection = AcceptTcp(m_listener.Get(), kPollMs, error);
-        std::unique_ptr<PeerLink> link;
+        std::shared_ptr<PeerLink> link;
         if (connection) {
             link = PeerLink::Accept(std::move(connection), m_linkId, m_handler, kRegisterTimeoutMs, error);
         }

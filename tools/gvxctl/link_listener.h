@@ -25,6 +25,10 @@ public:
     // False when no link has registered within the time.
     bool WaitForLink(int timeoutMs);
     bool IsLinked() const;
+    // Any thread; false without a link.
+    bool SendBytes(const std::string& bytes);
+    // Ends the link that is there and goes on waiting for the next. Not on the link's own thread.
+    void CloseLink();
     // What the gateway called itself; empty without a link.
     std::string RemoteId() const;
     // Why the last caller was refused; empty when none was.
@@ -40,7 +44,7 @@ private:
     std::atomic<bool> m_running{false};
     mutable std::mutex m_mutex;  // guards m_link and m_lastError
     std::condition_variable m_linked;
-    std::unique_ptr<PeerLink> m_link;
+    std::shared_ptr<PeerLink> m_link;
     std::string m_lastError;
     std::thread m_thread;
 };

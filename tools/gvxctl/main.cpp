@@ -1,49 +1,12 @@
-#include "gvxctl/commands.h"
-#include "gvxctl/config_commands.h"
+#include "gvxctl/cli/command_line.h"
 #include "gvxctl/interrupt.h"
-
-#include <CLI/CLI.hpp>
-
-#include <functional>
 
 namespace {
 
-using gvxctl::CommonOptions;
-using gvxctl::Endpoint;
-
-// What the command line fills and which command it chose. Lives until the command has run.
-struct CommandLine {
-    CommonOptions common;
-    gvxctl::DeviceSpec device;
-    gvxctl::StreamSpec stream;
-    gvxctl::ReceiveOptions receive;
-    gvxctl::WatchOptions watch;
-    gvxctl::DemoOptions demo;
-    gvxctl::ConfigOptions config;
-    std::function<int()> run;
-};
-
-void AddEndpoint(CLI::App& command, const std::string& name, Endpoint& endpoint, const std::string& text) {
-    const auto parse = [&endpoint](const std::string& value) {
-        if (!gvxctl::ParseEndpoint(value, endpoint)) {
-            throw CLI::ValidationError(value + " is neither IP:PORT nor PORT");
-        }
-    };
-    command.add_option_function<std::string>(name, parse, text)->type_name("[IP:]PORT");
-}
-
-CLI::App& AddCommand(CLI::App& app, CommandLine& line, const char* name, const char* text, std::function<int()> run) {
-    CLI::App& command = *app.add_subcommand(name, text);
-    command.callback([&line, run = std::move(run)] { line.run = run; });
-    return command;
-}
-
-CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, const char* text,
-                           std::function<int()> run) {
-    CLI::App& command = AddCommand(app, line, name, text, std::move(run));
-    AddEndpoint(command, "--gateway", line.common.gateway, "where gvxd listens for links (default: 127.0.0.1:9600)");
-    return command;
-}
+using gvxctl::AddCommand;
+using gvxctl::AddEndpoint;
+using gvxctl::AddLinkedCommand;
+using gvxctl::CommandLine;
 
 void AddDeviceOptions(CLI::App& command, gvxctl::DeviceSpec& device) {
     command.add_option("--dev", device.devCode, "device code")->capture_default_str();
@@ -84,6 +47,8 @@ void AddStreamCommands(CLI::App& app, CommandLine& line) {
     start.add_option("--stream-type", line.stream.streamType, "0 main, 1 and 2 sub streams")->capture_default_str();
     start.add_flag("--tcp", line.stream.tcp, "interleaved over TCP instead of UDP");
     start.add_flag("!--no-audio", line.stream.audio, "video alone");
+    start.add_flag("--metadata", line.stream.metadata, "send metadata too");
+    start.add_option("--metadata-port", line.stream.metadataPort, "port for metadata over UDP");
     start.add_flag("--extension", line.stream.extension, "ask for the RTP header extension");
     CLI::App& stop = AddLinkedCommand(app, line, "stop-stream", "stop a stream and print what was sent",
                                       [&line] { return RunStopStream(line.common, line.stream); });
@@ -104,6 +69,14 @@ void AddReceiveCommand(CLI::App& app, CommandLine& line) {
     command.add_flag("--tcp", line.receive.tcp, "wait for one interleaved TCP connection");
     command.add_option("--video", line.receive.files.video, "file for the elementary stream");
     command.add_option("--audio", line.receive.files.audio, "file for the audio bytes");
+    command.add_option_function<std::string>(
+        "--metadata",
+        [&line](const std::string& folder) {
+            line.receive.metadata.wanted = true;
+            line.receive.metadata.folder = folder;
+        },
+        "receive metadata too, print it and write its pictures into that folder");
+    command.add_option("--metadata-port", line.receive.metadata.port, "UDP port of metadata; 0: any");
     command.add_option("--frames", line.receive.frames, "end after that many frames and one second of silence");
     command.add_option("--seconds", line.receive.seconds, "end after that time");
     command.add_flag("--json", line.receive.json, "print the statistics as one JSON object");
@@ -132,6 +105,7 @@ void AddDemoCommand(CLI::App& app, CommandLine& line) {
     command.add_option("--summary", line.demo.summary, "JSON file for the outcome");
     command.add_option("--expect-frames", line.demo.expectFrames, "frames of the clip");
     command.add_option("--timeout", line.demo.timeoutSeconds, "seconds for each transport")->capture_default_str();
+    command.add_flag("--metadata", line.demo.metadata, "ask for metadata too and keep its pictures");
     command.add_flag("--keep", line.demo.keep, "stream over UDP until interrupted");
 }
 
@@ -161,6 +135,8 @@ int main(int argc, char** argv) {
     AddWatchCommand(app, line);
     AddDemoCommand(app, line);
     AddConfigCommands(app, line);
+    gvxctl::AddPeerCommands(app, line);
+    gvxctl::AddAlarmCommands(app, line);
     CLI11_PARSE(app, argc, argv);
     gvxctl::CatchInterrupts();
     return line.run();

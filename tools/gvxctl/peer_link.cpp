@@ -74,7 +74,10 @@ PeerLink::~PeerLink() {
 }
 
 bool PeerLink::Send(const FrameSpec& spec) {
-    const std::string bytes = EncodeFrame(spec);
+    return SendBytes(EncodeFrame(spec));
+}
+
+bool PeerLink::SendBytes(const std::string& bytes) {
     if (bytes.empty()) {
         return false;
     }

@@ -32,6 +32,8 @@ public:
 
     // Any thread. False when the link is gone or the gateway does not read.
     bool Send(const FrameSpec& spec);
+    // The same with bytes that stand for whole frames, or that are none where a fault is to be played.
+    bool SendBytes(const std::string& bytes);
 
     bool IsOpen() const { return m_open; }
     const std::string& LocalId() const { return m_localId; }

@@ -1,6 +1,5 @@
 #include "gvxctl/platform.h"
 
-#include "base/cbb_xml.h"
 #include "base/clock.h"
 #include "nss/nss_msg_type.h"
 
@@ -16,16 +15,6 @@ constexpr const char* kScuId = "SCU#001";
 constexpr const char* kOmuId = "OMU#001";
 constexpr const char* kMuId = "MU#001";
 
-std::string MuPortBody(std::uint16_t port) {
-    CBB::CXml xml;
-    xml.AddDeclaration("1.0", "UTF-8");
-    xml.AddElem("Content");
-    xml.IntoElem();
-    xml.AddElem("LinkID", kScuId);
-    xml.AddElem("MUPort", std::to_string(port).c_str());
-    return xml.ToString();
-}
-
 }  // namespace
 
 std::string Response::Xml() const {
@@ -38,7 +27,14 @@ std::string Response::Json() const {
     return frame.Item(NSS_TAG_JSON_CONTENT, text) ? text : std::string();
 }
 
-Platform::Platform(Endpoint gateway, Watcher watcher) : m_gateway(std::move(gateway)), m_watcher(std::move(watcher)) {}
+Platform::Platform(Endpoint gateway, Watcher watcher, const PortRanges& ports)
+    : m_gateway(std::move(gateway)),
+      m_watcher(std::move(watcher)),
+      m_answers(ports, [this](std::string& scuId, std::uint16_t& port) {
+          scuId = kScuId;
+          port = MuPort();
+          return m_mu != nullptr;
+      }) {}
 
 bool Platform::LinkMainService(std::string& error, int timeoutMs) {
     return Link(m_main, kMainServiceId, timeoutMs, error);
@@ -150,17 +146,12 @@ void Platform::OnFrame(PeerLink& link, const Frame& frame) {
         m_watcher(link.LocalId(), frame);
     }
     if (frame.IsResponse()) {
-        Deliver(frame);
-    } else if (frame.Type() == NSS_NOTIFY_LINK_PORT_TO_GVX_REQ && m_mu) {
-        AnswerMuPort(link, frame);
+        return Deliver(frame);
     }
-}
-
-void Platform::AnswerMuPort(PeerLink& link, const Frame& request) {
-    FrameSpec spec = ResponseTo(request, 0);
-    spec.tag = NSS_TAG_XML_CONTENT;
-    spec.body = MuPortBody(MuPort());
-    link.Send(spec);
+    FrameSpec answer;
+    if (m_answers.Answer(frame, answer)) {
+        link.Send(answer);
+    }
 }
 
 void Platform::Deliver(const Frame& frame) {

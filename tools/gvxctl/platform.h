@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "gvxctl/default_answers.h"
 #include "gvxctl/link_listener.h"
 #include "gvxctl/peer_link.h"
 
@@ -24,14 +25,14 @@ struct Response {
     std::string Json() const;
 };
 
-// The platform as the gateway sees it: main service and SCU and OMU call the gateway, the MU is called by it. The SCU
-// answers the gateway's question for the MU's port. Requests go out and answers come in on the main-service link.
+// The platform as the gateway sees it: main service and SCU and OMU call the gateway, the MU is called by it. Requests
+// go out and answers come in on the main-service link. What DefaultAnswers knows is answered by itself.
 class Platform {
 public:
     // Sees every frame that comes in, on the thread of its link. May be empty.
     using Watcher = std::function<void(const std::string& linkId, const Frame& frame)>;
 
-    explicit Platform(Endpoint gateway, Watcher watcher = nullptr);
+    explicit Platform(Endpoint gateway, Watcher watcher = nullptr, const PortRanges& ports = PortRanges());
 
     // Opens the port that the SCU will tell the gateway. Before the first link.
     bool OpenMu(const Endpoint& local, std::string& error);
@@ -62,13 +63,13 @@ private:
     bool Link(std::unique_ptr<PeerLink>& link, const char* linkId, int timeoutMs, std::string& error);
     PeerLink::Handler MakeHandler();
     void OnFrame(PeerLink& link, const Frame& frame);
-    void AnswerMuPort(PeerLink& link, const Frame& request);
     void Deliver(const Frame& frame);
     std::string OpenWait(FrameSpec& request);
     std::unique_ptr<Frame> CloseWait(const std::string& transaction, int timeoutMs);
 
     Endpoint m_gateway;
     Watcher m_watcher;
+    DefaultAnswers m_answers;
     struct Wait {
         std::uint16_t responseType;
         std::unique_ptr<Frame> answer;  // null until it has come

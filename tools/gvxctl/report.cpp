@@ -50,6 +50,9 @@ Json::Value StatsToJson(const StreamStats& stats) {
     Json::Value value;
     value["video"] = MediaToJson(stats.video);
     value["audio"] = MediaToJson(stats.audio);
+    if (stats.metadata.wanted) {
+        value["metadata"] = MetadataToJson(stats.metadata);
+    }
     value["malformed"] = Number(stats.malformed);
     value["otherPayloads"] = Number(stats.otherPayloads);
     value["seconds"] = static_cast<double>(stats.lastPacketMs - stats.firstPacketMs) / 1000.0;
@@ -66,13 +69,15 @@ std::string StatsLine(const StreamStats& stats) {
         static_cast<unsigned long long>(stats.video.packets), static_cast<unsigned long long>(stats.video.frames),
         static_cast<unsigned long long>(stats.video.lost), static_cast<unsigned long long>(stats.audio.packets),
         static_cast<unsigned long long>(stats.audio.lost));
-    return line;
+    return line + MetadataLine(stats.metadata);
 }
 
 std::string Faults(const StreamStats& stats) {
     std::string text = stats.error;
     AddMediaFaults(text, stats.video);
     AddMediaFaults(text, stats.audio);
+    const std::string metadata = MetadataFaults(stats.metadata);
+    text += (text.empty() || metadata.empty() ? "" : "; ") + metadata;
     AddFault(text, stats.malformed, "packets that are no RTP");
     AddFault(text, stats.otherPayloads, "packets of another payload type");
     return text;

@@ -8,8 +8,8 @@
 
 namespace gvxctl {
 
-// What was received as a JSON object with the members "video", "audio", "malformed", "otherPayloads", "seconds" and,
-// if there is one, "error".
+// What was received as a JSON object with the members "video", "audio", "malformed", "otherPayloads", "seconds", and
+// if there are, "metadata" and "error".
 Json::Value StatsToJson(const StreamStats& stats);
 
 // The same on one line: "video 5200 packets 250 frames lost 0, audio 500 packets lost 0".

@@ -3,6 +3,7 @@
 #include "base/cbb_xml.h"
 #include "base/json_io.h"
 #include "base/zvs_error.h"
+#include "gvxctl/frame_text.h"
 #include "nss/nss_msg_type.h"
 
 #include <cstdio>
@@ -74,31 +75,11 @@ Json::Value StartBody(const StreamSpec& spec) {
     }
     body["Audio"] = spec.audio;
     body["Extension"] = spec.extension;
+    if (spec.metadata) {
+        body["Metadata"] = true;
+        body["DstMetadataPort"] = spec.metadataPort;
+    }
     return body;
-}
-
-std::string Printable(const std::string& text) {
-    constexpr std::size_t kMaxShown = 4096;
-    std::string shown = text.substr(0, kMaxShown);
-    for (char& c : shown) {
-        const auto byte = static_cast<unsigned char>(c);
-        if ((byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7F) {
-            c = '.';
-        }
-    }
-    while (!shown.empty() && shown.back() == '\n') {
-        shown.pop_back();
-    }
-    return text.size() > kMaxShown ? shown + " ... (" + std::to_string(text.size()) + " bytes)" : shown;
-}
-
-std::string BodyText(const Frame& frame) {
-    std::string text;
-    if (frame.Item(NSS_TAG_XML_CONTENT, text) || frame.Item(NSS_TAG_JSON_CONTENT, text)) {
-        return Printable(text);
-    }
-    return frame.body.empty() ? std::string()
-                              : "(" + std::to_string(frame.body.size()) + " bytes, no XML or JSON item)";
 }
 
 bool SendJson(Platform& platform, std::uint16_t type, const Json::Value& body, Response& response, std::string& error) {
@@ -140,20 +121,11 @@ SentCounts SentCountsOf(const Response& stopResponse) {
         counts.videoFrames = gvx::JsonInt(body, "VideoFrames", -1);
         counts.videoPackets = gvx::JsonInt(body, "VideoPackets", -1);
         counts.audioPackets = gvx::JsonInt(body, "AudioPackets", -1);
+        counts.metadataPackets = gvx::JsonInt(body, "MetadataPackets", -1);
         counts.dropped = gvx::JsonInt(body, "Dropped", -1);
         counts.bytes = gvx::JsonInt(body, "Bytes", -1);
     }
     return counts;
-}
-
-std::string DescribeFrame(const Frame& frame) {
-    char head[256];
-    std::snprintf(head, sizeof head, "%s 0x%04X seq=%u trace=%u code=%u length=%u trans=", NssMsgTypeName(frame.Type()),
-                  frame.Type(), frame.head.uiSeqID, frame.head.uiTraceID, frame.head.uiRspCode,
-                  frame.head.uiPacketLength);
-    std::string text = head + Printable(frame.Transaction());
-    const std::string body = BodyText(frame);
-    return body.empty() ? text : text + "\n    " + body;
 }
 
 std::string DescribeResponse(const Response& response) {

@@ -34,6 +34,8 @@ struct StreamSpec {
     std::uint16_t audioPort = 0;  // 0: none
     bool audio = true;
     bool extension = false;
+    bool metadata = false;
+    std::uint16_t metadataPort = 0;  // UDP only
 };
 
 bool AddDevice(Platform& platform, const DeviceSpec& spec, Response& response, std::string& error);
@@ -50,14 +52,12 @@ struct SentCounts {
     long long videoFrames = -1;
     long long videoPackets = -1;
     long long audioPackets = -1;
+    long long metadataPackets = -1;
     long long dropped = -1;
     long long bytes = -1;
 };
 SentCounts SentCountsOf(const Response& stopResponse);
 
-// One frame for people: names, head fields, and the body on lines of its own. Bytes that are no text show as dots,
-// and a long body is cut.
-std::string DescribeFrame(const Frame& frame);
 // One response as a text, or as a JSON object.
 std::string DescribeResponse(const Response& response);
 Json::Value ResponseToJson(const Response& response);

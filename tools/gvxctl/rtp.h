@@ -12,6 +12,7 @@ constexpr std::uint8_t kPayloadG711U = 0;
 constexpr std::uint8_t kPayloadG711A = 8;
 constexpr std::uint8_t kPayloadH264 = 99;
 constexpr std::uint8_t kPayloadH265 = 108;
+constexpr std::uint8_t kPayloadMetadata = 107;
 
 // A packet's head (RFC 3550, section 5.1) and where its payload lies within the bytes given. Host order.
 struct RtpPacket {

@@ -24,15 +24,25 @@ constexpr std::size_t kTcpReadBytes = 256 * 1024;
 
 }  // namespace
 
+bool RtpReceiver::OpenRecorder(const RecordFiles& files, std::string& error) {
+    return m_recorder.Open(files, error) && m_recorder.OpenMetadata(m_metadataOptions, error);
+}
+
 bool RtpReceiver::StartUdp(const std::string& ip, std::uint16_t videoPort, std::uint16_t audioPort,
                            const RecordFiles& files, std::string& error) {
     m_video = BindUdp(Endpoint{ip, videoPort}, error);
     m_audio = m_video ? BindUdp(Endpoint{ip, audioPort}, error) : Fd();
-    if (!m_audio || !m_recorder.Open(files, error)) {
+    if (m_audio && m_metadataOptions.wanted) {
+        m_metadata = BindUdp(Endpoint{ip, m_metadataOptions.port}, error);
+    }
+    if (!m_audio || (m_metadataOptions.wanted && !m_metadata) || !OpenRecorder(files, error)) {
         return false;
     }
-    SetReceiveBuffer(m_video.Get(), kReceiveBufferBytes);
-    SetReceiveBuffer(m_audio.Get(), kReceiveBufferBytes);
+    for (const Fd* socket : {&m_video, &m_audio, &m_metadata}) {
+        if (*socket) {
+            SetReceiveBuffer(socket->Get(), kReceiveBufferBytes);
+        }
+    }
     m_running = true;
     m_thread = std::thread([this] { RunUdp(); });
     return true;
@@ -40,7 +50,7 @@ bool RtpReceiver::StartUdp(const std::string& ip, std::uint16_t videoPort, std::
 
 bool RtpReceiver::StartTcp(const Endpoint& local, const RecordFiles& files, std::string& error) {
     m_video = ListenTcp(local, error);
-    if (!m_video || !m_recorder.Open(files, error)) {
+    if (!m_video || !OpenRecorder(files, error)) {
         return false;
     }
     m_running = true;
@@ -83,15 +93,16 @@ bool RtpReceiver::WaitForFrames(std::uint64_t frames, int idleMs, int timeoutMs,
 }
 
 void RtpReceiver::RunUdp() {
+    // A descriptor of -1 is passed over by both.
+    const std::array<int, 3> sockets{m_video.Get(), m_audio.Get(), m_metadata.Get()};
+    const auto drain = [&] { std::for_each(sockets.begin(), sockets.end(), [this](int fd) { DrainUdp(fd); }); };
     while (m_running) {
-        std::array<pollfd, 2> entries{{{m_video.Get(), POLLIN, 0}, {m_audio.Get(), POLLIN, 0}}};
+        std::array<pollfd, 3> entries{{{sockets[0], POLLIN, 0}, {sockets[1], POLLIN, 0}, {sockets[2], POLLIN, 0}}};
         if (::poll(entries.data(), entries.size(), kPollMs) > 0) {
-            DrainUdp(m_video.Get());
-            DrainUdp(m_audio.Get());
+            drain();
         }
     }
-    DrainUdp(m_video.Get());
-    DrainUdp(m_audio.Get());
+    drain();
 }
 
 void RtpReceiver::DrainUdp(int fd) {

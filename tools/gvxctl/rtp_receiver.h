@@ -11,7 +11,7 @@
 namespace gvxctl {
 
 // Receives one stream on a thread of its own: from two UDP ports, or from one TCP connection that the gateway makes
-// and on which video and audio come interleaved.
+// and on which everything comes interleaved.
 class RtpReceiver {
 public:
     RtpReceiver() = default;
@@ -19,6 +19,8 @@ public:
     RtpReceiver(const RtpReceiver&) = delete;
     RtpReceiver& operator=(const RtpReceiver&) = delete;
 
+    // Metadata is received as well, over UDP on a port of its own. Before one of the starts.
+    void ReceiveMetadata(const MetadataOptions& options) { m_metadataOptions = options; }
     // Port 0 takes any free one; VideoPort and AudioPort then tell which. False with a reason.
     bool StartUdp(const std::string& ip, std::uint16_t videoPort, std::uint16_t audioPort, const RecordFiles& files,
                   std::string& error);
@@ -28,6 +30,9 @@ public:
 
     std::uint16_t VideoPort() const { return m_video ? LocalPort(m_video.Get()) : static_cast<std::uint16_t>(0); }
     std::uint16_t AudioPort() const { return m_audio ? LocalPort(m_audio.Get()) : static_cast<std::uint16_t>(0); }
+    std::uint16_t MetadataPort() const {
+        return m_metadata ? LocalPort(m_metadata.Get()) : static_cast<std::uint16_t>(0);
+    }
     // Any thread.
     StreamStats Stats() const;
     // Waits until that many video frames have begun and no packet has come for idleMs. False when the time ran out,
@@ -35,6 +40,7 @@ public:
     bool WaitForFrames(std::uint64_t frames, int idleMs, int timeoutMs, const std::atomic<bool>& stop) const;
 
 private:
+    bool OpenRecorder(const RecordFiles& files, std::string& error);
     void RunUdp();
     void RunTcp();
     void DrainUdp(int fd);
@@ -43,6 +49,8 @@ private:
 
     Fd m_video;  // over TCP the listener
     Fd m_audio;
+    Fd m_metadata;  // UDP only
+    MetadataOptions m_metadataOptions;
     InterleaveCutter m_cutter;
     mutable std::mutex m_mutex;  // guards m_recorder and m_error, taken once for each batch of packets
     StreamRecorder m_recorder;

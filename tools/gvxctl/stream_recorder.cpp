@@ -67,6 +67,12 @@ void StreamRecorder::Take(const std::uint8_t* data, std::size_t length) {
         case kPayloadG711U:
             TakeAudio(packet, length);
             break;
+        case kPayloadMetadata:
+            if (m_metadata.IsOpen()) {
+                m_metadata.Take(packet);
+                break;
+            }
+            [[fallthrough]];
         default:
             ++m_stats.otherPayloads;
     }
@@ -118,6 +124,7 @@ void StreamRecorder::Finish() {
     if (m_depacketizer) {
         m_depacketizer->Finish();
     }
+    m_metadata.Finish();
     for (File* file : {&m_videoFile, &m_audioFile}) {
         if (*file && std::fflush(file->get()) != 0 && m_stats.error.empty()) {
             m_stats.error = std::string("writing failed: ") + std::strerror(errno);
@@ -128,6 +135,7 @@ void StreamRecorder::Finish() {
 
 StreamStats StreamRecorder::Stats() const {
     StreamStats stats = m_stats;
+    stats.metadata = m_metadata.Stats();
     const auto addOrder = [](MediaStats& media, const SequenceTracker& order) {
         media.lost = order.Lost();
         media.late = order.Late();

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "gvxctl/depacketizer.h"
+#include "gvxctl/metadata_receiver.h"
 #include "gvxctl/rtp.h"
 
 namespace gvxctl {
@@ -28,6 +29,7 @@ struct MediaStats {
 struct StreamStats {
     MediaStats video;
     MediaStats audio;
+    MetadataStats metadata;
     std::uint64_t malformed = 0;      // no RTP
     std::uint64_t otherPayloads = 0;  // RTP of a type that belongs to no stream here
     std::int64_t firstPacketMs = 0;   // monotonic; 0 until a packet has come
@@ -45,6 +47,8 @@ class StreamRecorder {
 public:
     // False when a file cannot be made.
     bool Open(const RecordFiles& files, std::string& error);
+    // Metadata is taken as well, and no other payload type any more. False when its folder cannot be made.
+    bool OpenMetadata(const MetadataOptions& options, std::string& error) { return m_metadata.Open(options, error); }
     void Take(const std::uint8_t* data, std::size_t length);
     void CountMalformed() { ++m_stats.malformed; }
     // Writes what is buffered and closes the files.
@@ -70,6 +74,7 @@ private:
     std::uint32_t m_videoTimestamp = 0;
     std::uint32_t m_audioTimestamp = 0;
     std::unique_ptr<Depacketizer> m_depacketizer;  // made by the first video packet
+    MetadataReceiver m_metadata;
     File m_videoFile;
     File m_audioFile;
 };

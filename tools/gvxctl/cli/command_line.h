@@ -1,0 +1,40 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <string>
+
+#include "gvxctl/alarm_commands.h"
+#include "gvxctl/commands.h"
+#include "gvxctl/config_commands.h"
+#include "gvxctl/peer_commands.h"
+
+namespace gvxctl {
+
+// What the command line fills and which command it chose. Lives until the command has run.
+struct CommandLine {
+    CommonOptions common;
+    DeviceSpec device;
+    StreamSpec stream;
+    ReceiveOptions receive;
+    WatchOptions watch;
+    DemoOptions demo;
+    ConfigOptions config;
+    PeerOptions peer;
+    ScenarioOptions scenario;
+    AlarmsOptions alarms;
+    TriggerOptions trigger;
+    std::function<int()> run;
+};
+
+CLI::Option* AddEndpoint(CLI::App& command, const std::string& name, Endpoint& endpoint, const std::string& text);
+CLI::App& AddCommand(CLI::App& app, CommandLine& line, const char* name, const char* text, std::function<int()> run);
+// One that links to the gateway: with its address and the ports that the main service hands out.
+CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, const char* text,
+                           std::function<int()> run);
+
+void AddPeerCommands(CLI::App& app, CommandLine& line);   // peer, scenario
+void AddAlarmCommands(CLI::App& app, CommandLine& line);  // alarms, alarm trigger
+
+}  // namespace gvxctl
