@@ -20,7 +20,7 @@ HEAD = struct.Struct(">HHII64sI32sI")
 assert HEAD.size == 116
 
 REGISTER, KEEPALIVE, RESPONSE = 0x0000, 0x0002, 0x9000
-ADD_DEV, DEL_DEV, PORT_QUERY = 0x0109, 0x0110, 0x02D4
+ADD_DEV, DEL_DEV, PORT_QUERY, PORT_REPORT = 0x0109, 0x0110, 0x02D4, 0x0BAA
 START_STREAM, STOP_STREAM, GET_IFRAME = 0x0501, 0x0503, 0x0504
 TAG_XML, TAG_JSON = 1, 7
 ZVS_GVX_DEV_NOT_EXIST = 189108041
@@ -58,6 +58,7 @@ class Message:
     def __init__(self, data):
         _, self.kind, self.seq, self.trace, trans, self.code, _, _ = HEAD.unpack(data[: HEAD.size])
         self.trans = trans.rstrip(b"\0")
+        self.raw = data[HEAD.size:]  # all that stands behind the head
         self.body = data[HEAD.size + 6:]
 
     def json(self):
@@ -65,7 +66,7 @@ class Message:
 
 
 class Peer:
-    """One side of one link. Keep-alives are answered while it reads."""
+    """One side of one link. Keep-alives and reports of used ports are answered while it reads."""
 
     def __init__(self, sock):
         self.sock = sock
@@ -108,10 +109,10 @@ class Peer:
         end = time.monotonic() + seconds
         while True:
             message = self._next(end)
-            if message is None or message.kind not in (KEEPALIVE, KEEPALIVE + RESPONSE):
+            if message is None or message.kind not in (KEEPALIVE, KEEPALIVE + RESPONSE, PORT_REPORT):
                 return message
-            if message.kind == KEEPALIVE:
-                self.send(frame(KEEPALIVE + RESPONSE, message.seq))
+            if message.kind in (KEEPALIVE, PORT_REPORT):
+                self.send(frame(message.kind + RESPONSE, message.seq, trans=message.trans))
 
     def keeps_alive(self, seconds=60):
         """Asks whether the gateway is there and waits for its word."""
@@ -207,7 +208,8 @@ class Platform:
         listener = socket.create_server(("127.0.0.1", 0))
         listener.settimeout(60)
         self.main = Peer.linked(port, "GVX#000")
-        self.main.on_request = lambda message: self._answer_port(message, listener.getsockname()[1])
+        mu_port = listener.getsockname()[1]  # told again to a gateway that asks again later
+        self.main.on_request = lambda message: self._answer_port(message, mu_port)
         self.scu = Peer.linked(port, "SCU#001")
         self.omu = Peer.linked(port, "OMU#001")
         self.port_told = False

@@ -5,7 +5,7 @@ import time
 
 import gvx_e2e as e2e
 
-REGISTER_LIMIT, FRAME_LIMIT = 5, 10  # seconds that the gateway waits for a registration and for the rest of a frame
+REGISTER_LIMIT, FRAME_LIMIT = 1, 1.5  # seconds that the gateway waits for a registration and for the rest of a frame
 
 
 def registered(port, link_id, data):
@@ -20,7 +20,7 @@ def unregistered(port, data):
     return peer
 
 
-def hostile_peers(port):
+def hostile_peers(port, register_limit, frame_limit):
     """(what it does, its link, seconds until it must be gone)."""
     noise = random.Random(7).randbytes(5000)
     length = lambda count: e2e.frame(e2e.DEL_DEV, 5, length=count)
@@ -33,9 +33,9 @@ def hostile_peers(port):
         ("length 4 GiB", registered(port, "SCU#014", length(0xFFFFFFFF)), 0),
         ("length 4 GiB without a registration", unregistered(port, length(0xFFFFFFFF)), 0),
         ("a request without a registration", unregistered(port, e2e.frame(e2e.DEL_DEV, 5)), 0),
-        ("half a frame", registered(port, "SCU#015", half), FRAME_LIMIT),
-        ("half a registration", unregistered(port, e2e.frame(e2e.REGISTER, 1)[:50]), REGISTER_LIMIT),
-        ("silence", unregistered(port, b""), REGISTER_LIMIT),
+        ("half a frame", registered(port, "SCU#015", half), frame_limit),
+        ("half a registration", unregistered(port, e2e.frame(e2e.REGISTER, 1)[:50]), register_limit),
+        ("silence", unregistered(port, b""), register_limit),
     ]
 
 
@@ -51,15 +51,17 @@ def answered_until(good, moment):
 
 
 def meet_hostile_peers(options, folder, stack):
-    gateway = e2e.Gateway(options, folder, {})
+    register_limit, frame_limit = REGISTER_LIMIT * options.slow, FRAME_LIMIT * options.slow
+    gateway = e2e.Gateway(options, folder, {}, {"GVX_LINK_REGISTER_TIME": int(register_limit * 1000),
+                                                "GVX_LINK_FRAME_TIME": int(frame_limit * 1000)})
     stack.callback(gateway.kill)
     gateway.start()
     good = e2e.Peer.linked(gateway.port, "GVX#000")
     good.is_answered()
     begin = time.monotonic()
-    peers = hostile_peers(gateway.port)
+    peers = hostile_peers(gateway.port, register_limit, frame_limit)
     # The good link is served while the patience with the slow ones runs out.
-    slowest = answered_until(good, begin + FRAME_LIMIT + 1)
+    slowest = answered_until(good, begin + frame_limit + 1)
     e2e.check(slowest < 2 * options.slow, f"the good link waited {slowest:.2f} s for an answer")
     for what, peer, patience in peers:
         left = begin + patience + 20 * options.slow - time.monotonic()

@@ -1,0 +1,102 @@
+"""Devices push alarms to the gateway's intake port: each becomes a frame for the SCU and, where the cloud platform
+knows its type, a report for it, in order; half lines, several lines and rubbish do no harm, nor do idle connections by the
+hundred; what comes too fast is dropped with one alarm of the gateway."""
+import json
+import resource
+import shutil
+import socket
+import struct
+
+import gvx_e2e as e2e
+
+SCU_ALARM, KSP_REPORT = 0x0C00, 0x0C76
+ALARM = struct.Struct(">64s32s64s20s20sI32sI32s")
+IDLE, RATE = 800, 400
+
+
+def text(field):
+    return field.split(b"\0")[0].decode()
+
+
+def read_alarm(message):
+    """An SCU alarm as a dictionary, with its description."""
+    code, _, kind, _, _, action, _, number, recorder = ALARM.unpack(message.raw[: ALARM.size])
+    tag, length = struct.unpack_from(">HI", message.raw, ALARM.size)
+    e2e.check(tag == 4, f"tag {tag} behind the alarm")
+    description = message.raw[ALARM.size + 6: ALARM.size + 6 + length].decode()
+    return {"code": text(code), "type": text(kind), "action": action, "number": number, "recorder": text(recorder),
+            "description": description}
+
+
+def read_report(message):
+    """The type and the identifier of a report to the cloud platform."""
+    e2e.check(len(message.raw) == 4544, f"a report of {len(message.raw)} bytes")
+    return text(message.raw[1064:1128]), struct.unpack_from("<Q", message.raw, 32)[0]
+
+
+def next_of(peer, kind, seconds):
+    while True:
+        message = peer.receive(seconds)
+        if message.kind == kind:
+            return message
+
+
+def line(code, action, **more):
+    return json.dumps({"device": "CAM001", "channel": 0, "code": code, "action": action, **more}).encode() + b"\n"
+
+
+def check_alarms(push, peer, seconds):
+    """What the three lines that push sends must become."""
+    push(line("shield", "start") + line("hot", "start") + line("shield", "stop", description="wiped"))
+    on = read_alarm(next_of(peer, SCU_ALARM, seconds))
+    e2e.check(on == {"code": "CAM001_0", "type": "ALARM_IPC_SHIELD_ON", "action": 1, "number": 1, "recorder": "001",
+                     "description": "The picture of the camera is covered."}, f"SCU got {on}")
+    report = read_report(next_of(peer, KSP_REPORT, seconds))
+    e2e.check(report == ("ALARM_IPC_SHIELD_ON", 308521910), f"the cloud platform got {report}")
+    hot = read_alarm(next_of(peer, SCU_ALARM, seconds))
+    e2e.check(hot["type"] == "ALARM_IPC_HIGH_TEMPERATURE_ON", f"SCU got {hot}")
+    off = read_alarm(next_of(peer, SCU_ALARM, seconds))  # no report stands between: that type is not in the dictionary
+    e2e.check((off["type"], off["action"], off["description"]) == ("ALARM_IPC_SHIELD_OFF", 0, "wiped"), f"{off}")
+    report = read_report(next_of(peer, KSP_REPORT, seconds))
+    e2e.check(report[0] == "ALARM_IPC_SHIELD_OFF", f"the cloud platform got {report}")
+
+
+def push_alarms(options, folder, stack):
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (max(soft, min(hard, 4096)), hard))
+    clip, _ = e2e.make_clip(folder, seconds=1)
+    port = e2e.free_port()
+    gateway = e2e.Gateway(options, folder, {"clip": {"video": str(clip)}},
+                          {"GVX_INTAKE_PORT": port, "GVX_INTAKE_MAX_RATE": RATE})
+    shutil.copytree(gateway.conf / "root", folder / "root")
+    stack.callback(gateway.kill)
+    gateway.start()
+    platform = e2e.Platform(gateway.port)
+    platform.main.add_device("CAM001", {"media": "clip"})
+    seconds = 30 * options.slow
+
+    def connect():
+        return stack.enter_context(socket.create_connection(("127.0.0.1", port), timeout=seconds))
+
+    device = connect()
+    check_alarms(device.sendall, platform.main, seconds)
+    check_alarms(lambda data: [device.sendall(data[i: i + 7]) for i in range(0, len(data), 7)], platform.main, seconds)
+    device.sendall(b"\0\xff rubbish\n" + b"x" * 5000 + b"\n" + line("nonsense", "start"))
+    idle = [connect() for _ in range(IDLE)]
+    check_alarms(device.sendall, platform.main, seconds)
+
+    senders = [connect() for _ in range(2 * RATE)]
+    for sender in senders:
+        sender.sendall(line("shield", "start"))
+    warning = "On Flux Control Warn Protocal=TCP,Msg Queue=Intake,FlowControlCode=[speed limit exceeded]"
+    e2e.wait_until(lambda: gateway.lines(warning), seconds, "an alarm of the flow control")
+    e2e.check(len(gateway.lines(warning)) == 1, "the flow control raised its alarm more than once")
+    platform.omu.keeps_alive(seconds)
+    gateway.check_alive()
+    e2e.check(len(idle) == IDLE and not gateway.lines("devices have to wait"), "descriptors ran out")
+    took = gateway.stop()
+    print(f"stopped in {took:.2f} s with {IDLE} idle connections and {len(senders)} that had sent")
+
+
+if __name__ == "__main__":
+    e2e.main(push_alarms)

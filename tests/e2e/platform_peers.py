@@ -1,0 +1,68 @@
+"""gvxctl plays the platform: the scenario of all link events, and an alarm from a device's word to its decoded record."""
+import json
+import pathlib
+import shutil
+import subprocess
+
+import gvx_e2e as e2e
+
+SCENARIO = pathlib.Path(__file__).resolve().parents[2] / "tools/gvxctl/scenarios/link-events.json"
+
+
+def gvxctl(options, gateway, *command, good=True):
+    done = subprocess.run([options.gvxctl, *command, "--gateway", str(gateway.port)], stdin=subprocess.DEVNULL,
+                          capture_output=True, text=True, timeout=200, check=False)
+    e2e.check((done.returncode == 0) == good, f"{command[0]} ended with {done.returncode}: {done.stdout[-6000:]}"
+              f"{done.stderr}")
+    return done.stdout, done.stderr
+
+
+def walk_link_events(options, gateway, sink):
+    transcript, _ = gvxctl(options, gateway, "scenario", str(SCENARIO), "--log", str(gateway.log_file),
+                           "--set", f"video_port={sink.getsockname()[1]}")
+    print(transcript)
+    lines = transcript.splitlines()
+    steps = len(json.loads(SCENARIO.read_text())["steps"])
+    e2e.check(lines[-1].endswith(" passed"), f"the transcript ends with {lines[-1]}")
+    e2e.check(sum(" step " in line for line in lines) == steps, "a step has no line")
+    # Walked once more, the gateway has no alarms of its start left, and the walk must say which step finds none.
+    _, error = gvxctl(options, gateway, "scenario", str(SCENARIO), "--log", str(gateway.log_file), good=False)
+    e2e.check("step 5 (expect_log): no such line" in error, f"a gateway in another state gave {error}")
+
+
+def alarm_of_a_device(options, gateway, intake):
+    gvxctl(options, gateway, "add-device", "--dev", "CAM001", "--extend", '{"media":"demo"}')
+    opened = len(gateway.lines("Link opened", "link:OMU#001"))
+    with subprocess.Popen([options.gvxctl, "alarms", "--gateway", str(gateway.port), "--json", "--count", "2",
+                           "--seconds", "60"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True) as alarms:
+        e2e.wait_until(lambda: len(gateway.lines("Link opened", "link:OMU#001")) > opened, 30 * options.slow,
+                       "gvxctl alarms links as OMU")
+        e2e.run(options.gvxctl, "alarm", "trigger", "--intake", str(intake), "--device", "CAM001", "--channel", "0",
+                "--code", "shield", "--action", "start", "--description", "Paint on the dome.")
+        text, _ = alarms.communicate(timeout=100)
+    e2e.check(alarms.returncode == 0, f"alarms ended with {alarms.returncode}: {text}")
+    scu, ksp = (json.loads(line) for line in text.splitlines())
+    for alarm, target in ((scu, "SCU"), (ksp, "KSP")):
+        e2e.check((alarm["target"], alarm["action"]) == (target, "began"), f"{target} got {alarm}")
+        e2e.check(alarm["fields"]["cAlarmType"] == "ALARM_IPC_SHIELD_ON", f"{target} got {alarm}")
+        e2e.check(alarm["fields"]["cAlarmDesc"] == "Paint on the dome.", f"{target} got {alarm}")
+    e2e.check(ksp["fields"]["ulAlarmID"] == 308521910, f"the identifier is {ksp['fields']['ulAlarmID']}")
+    print(text)
+
+
+def play(options, folder, stack):
+    video, _ = e2e.make_clip(folder)
+    intake = e2e.free_port()
+    gateway = e2e.Gateway(options, folder, {"demo": {"video": str(video), "fps": 25, "loop": True}},
+                          {"GVX_MEDIA_PORT_EXCHANGE": "1", "GVX_INTAKE_PORT": str(intake)})
+    shutil.copytree(options.conf + "/root", folder / "root", dirs_exist_ok=True)  # the cloud side has taken it over
+    stack.callback(gateway.kill)
+    gateway.start()
+    sink = stack.enter_context(e2e.udp_sink())
+    walk_link_events(options, gateway, sink)
+    alarm_of_a_device(options, gateway, intake)
+    gateway.stop()
+
+
+if __name__ == "__main__":
+    e2e.main(play)
