@@ -10,7 +10,7 @@ set -euo pipefail
 shopt -s inherit_errexit
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-for part in process ports clip gateway receivers; do
+for part in process ports clip metadata gateway receivers alarms; do
   # shellcheck source=/dev/null
   source "$repo/scripts/lib/$part.sh"
 done
@@ -59,14 +59,14 @@ build_programs() {
 clean_output() {
   mkdir -p "$out"
   out=$(cd "$out" && pwd)
-  rm -rf "$out"/{conf,root,clip}
-  rm -f "$out"/*.{h264,alaw,md5,sdp,json,log,png,facts}
+  rm -rf "$out"/{conf,root,log,log.away,clip,metadata_udp,metadata_tcp}
+  rm -f "$out"/*.{h264,alaw,md5,sdp,json,log,png,jpg,facts}
 }
 
 play_demo() {
   say "links, device and streams: the clip over UDP, then over TCP"
   run_bounded $((clip_seconds * 2 + 120)) "$build/bin/gvxctl" demo --gateway "$port" --mu "$mu_port" \
-    --extend '{"media":"demo"}' --out "$out" --summary "$out/demo.json" --expect-frames "$clip_frames" \
+    --extend '{"media":"demo"}' --out "$out" --summary "$out/demo.json" --metadata --expect-frames "$clip_frames" \
     --timeout $((clip_seconds + 40)) 2>&1 | tee -i "$out/gvxctl.log" || note demo_failed 1
 }
 
@@ -86,13 +86,16 @@ main() {
   trap 'exit 130' INT TERM
   build_programs
   make_clip
+  make_metadata
   start_gateway
   play_demo
   decode_recording udp stream.h264
   decode_recording tcp stream_tcp.h264
   take_picture
+  show_metadata
   receive_with_ffmpeg
   receive_with_gstreamer
+  show_alarms
   if $keep; then
     trap ':' INT  # Ctrl-C ends the streaming, not this script: the gateway is still to be stopped
     keep_streaming

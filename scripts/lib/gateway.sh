@@ -2,13 +2,15 @@
 
 write_configuration() {
   cp -r "$repo/conf" "$out/conf"
-  sed -i 's/^GVX_LISTEN_IP=.*/GVX_LISTEN_IP=127.0.0.1/' "$out/conf/zvs_gvx.conf"
-  mkdir -p "$out/root" "$out/conf/plugins"
+  sed -i "s/^GVX_LISTEN_IP=.*/GVX_LISTEN_IP=127.0.0.1/; s/^GVX_INTAKE_PORT=.*/GVX_INTAKE_PORT=$intake_port/" \
+    "$out/conf/zvs_gvx.conf"
+  mkdir -p "$out/root" "$out/log" "$out/conf/plugins"
   cp -r "$repo/conf/root/." "$out/root"
   cat >"$out/conf/plugins/file.json" <<JSON
 {
   "media": {
-    "demo": {"video": "$out/clip/clip.h264", "audio": "$out/clip/clip.alaw", "fps": 25, "loop": false},
+    "demo": {"video": "$out/clip/clip.h264", "audio": "$out/clip/clip.alaw", "metadata": "$out/clip/metadata.json",
+             "fps": 25, "loop": false},
     "demo_loop": {"video": "$out/clip/clip.h264", "audio": "$out/clip/clip.alaw", "fps": 25, "loop": true}
   }
 }
@@ -16,15 +18,19 @@ JSON
 }
 
 start_gateway() {
-  write_configuration
-  port=$(free_port tcp 1)
-  # The same in each run of gvxctl, since the gateway keeps to where the media unit was.
+  local first
+  # Listeners for links and for what devices push, and the media unit's port, which stays the same in each run of
+  # gvxctl, since the gateway keeps to where the media unit was.
+  first=$(free_port tcp 3)
+  port=$first
+  intake_port=$((first + 1))
   # shellcheck disable=SC2034
-  mu_port=$(free_port tcp 1)
+  mu_port=$((first + 2))
+  write_configuration
   say "starting gvxd on port $port"
   # In a session of its own, so that Ctrl-C ends the streaming and not the gateway.
   GVX_ROOT=$out/root setsid "$build/bin/gvxd" --config-dir "$out/conf" --plugin-dir "$build/plugins" \
-    --listen-port "$port" --log-file "$out/gvxd.log" >"$out/gvxd_console.log" 2>&1 &
+    --listen-port "$port" --log-file "$out/log/gvxd.log" >"$out/gvxd_console.log" 2>&1 &
   gateway=$!
   children+=("$gateway")
   if ! wait_until 60 gateway_settled || is_gone "$gateway"; then

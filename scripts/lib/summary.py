@@ -3,12 +3,19 @@
 
 Exits 0 when every row is right. A figure that is missing makes its row wrong.
 """
+import hashlib
 import json
 import pathlib
 import sys
 
 STOP_LIMIT_MS = 2000
 LINKS = ["main service", "SCU", "OMU", "MU"]
+# The pictures of metadata by their tag: the originals in the clip's folder, and how many the script sends.
+PICTURES = {"PLATE_PIC": ("plate.jpg", 2), "FACE_PIC": ("face.jpg", 2), "PANORAMA_PIC": ("scene.jpg", 2),
+            "FACE_PANORAMA": ("scene.jpg", 2)}
+# Alarms by what they are: the words of the type before ON and OFF, where it comes from, and for whom it is.
+ALARMS = (("device alarm", "ALARM_IPC_SHIELD", "CAM_alarm_0", {"SCU", "KSP"}),
+          ("gateway alarm", "ALARM_GVX_LOG_RECORD_FAIL", "GVX#001", {"OMU", "KSP"}))
 REQUESTS = {
     "NSS_ADD_MAIN_DEV_REQ": ("device added", 1),
     "NSS_START_STREAM_REQ": ("streams started", 2),
@@ -77,6 +84,29 @@ def add_stream(table, stream, name, facts):
     add_decoded(table, f"{name}: decoded by ffmpeg", name.lower(), facts)
 
 
+def checksum(path):
+    return hashlib.sha256(path.read_bytes()).hexdigest() if path.is_file() else "missing"
+
+
+def add_metadata(table, stream, name, out):
+    got = (stream.get("received") or {}).get("metadata", {})
+    packets, expected = got.get("packets"), (stream.get("sent") or {}).get("MetadataPackets")
+    kinds = got.get("kinds", {})
+    wrong = [got.get(key) for key in ("lost", "late", "restarts", "incomplete", "broken", "badPayloads")]
+    table.add(f"{name}: metadata packets", f"{packets} of {expected} sent", packets and packets == expected)
+    table.add(f"{name}: metadata", f"{kinds.get('plate')} plates, {kinds.get('face')} faces, "
+              f"{kinds.get('heartbeat')} heartbeats, {wrong[0]} packets lost",
+              (kinds.get("plate"), kinds.get("face")) == (2, 2) and kinds.get("heartbeat") and wrong == [0] * 6)
+    for tag, (original, count) in PICTURES.items():
+        files = [picture["file"] for picture in got.get("pictures", []) if picture["tag"] == tag]
+        sums = {checksum(out / f"metadata_{name.lower()}" / file) for file in files}
+        source = out / "clip" / original
+        same = source.is_file() and sums == {checksum(source)}
+        figure = f"{len(files)} of {source.stat().st_size if source.is_file() else 0} bytes, " \
+                 f"{'sha256 ' + checksum(source)[:16] + ' as the original' if same else 'NOT the original'}"
+        table.add(f"{name}: {tag}", figure, same and len(files) == count)
+
+
 def add_decoded(table, what, name, facts):
     decoded, errors = facts.get(f"{name}_decoded"), facts.get(f"{name}_decode_errors")
     same = facts.get(f"{name}_same_pictures")
@@ -106,6 +136,31 @@ def add_files(table, out):
     table.add("frame.png", f"{size} bytes", size > 1000)
 
 
+def read_alarms(path):
+    """Who gets it, "began" or "ended", the type and the source of each alarm, in the order of their arrival."""
+    if not path.is_file():
+        return []
+    rows = [line.split("  ", 3) for line in path.read_text(errors="replace").splitlines()]
+    return [(row[0], row[1], row[2].split()[0], row[3].removeprefix("from ").split()[0].rstrip(":"))
+            for row in rows if len(row) == 4]
+
+
+def add_alarms(table, out, facts):
+    came = read_alarms(out / "gvxctl_alarms.log")
+    asked = (facts.get("alarms_exit"), facts.get("alarm_commands_failed")) == (0, 0)
+    for what, words, source, targets in ALARMS:
+        places = {}
+        for verb, action, kind in (("raised", "began", f"{words}_ON"), ("cleared", "ended", f"{words}_OFF")):
+            places[verb] = {target: place for place, (target, *alarm) in enumerate(came)
+                            if alarm == [action, kind, source]}
+            times = sum(alarm[1:] == (action, kind, source) for alarm in came)
+            # Once for each target, and its end behind its beginning.
+            good = asked and set(places[verb]) == targets and times == len(targets) and \
+                all(places["raised"].get(target, len(came)) <= place for target, place in places[verb].items())
+            figure = f"{kind} from {source} to {', '.join(places[verb])}" if times else "none came"
+            table.add(f"{what} {verb}", figure, good)
+
+
 def main():
     out = pathlib.Path(sys.argv[1])
     facts, demo = read_facts(out / "run.facts"), read_json(out / "demo.json")
@@ -114,7 +169,9 @@ def main():
     streams = {stream["transport"]: stream for stream in demo.get("streams", [])}
     for transport in ("udp", "tcp"):
         add_stream(table, streams.get(transport, {}), transport.upper(), facts)
+        add_metadata(table, streams.get(transport, {}), transport.upper(), out)
     add_foreign_receivers(table, out, facts)
+    add_alarms(table, out, facts)
     add_files(table, out)
     stop_ms = facts.get("gateway_stop_ms")
     table.add("gvxd stopped by SIGTERM", f"exit {facts.get('gateway_exit')} after {stop_ms} ms",
