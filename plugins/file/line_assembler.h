@@ -9,7 +9,8 @@
 namespace gvxfile {
 
 // Makes lines of the pieces that connections bring, whatever the cuts. What is kept of a connection is bounded in
-// length, number and time; what goes beyond is dropped with a log line. One thread at a time.
+// length and number, and what goes beyond is dropped with a log line; a part whose connection has fallen silent is
+// dropped without one. One thread at a time.
 class LineAssembler {
 public:
     static constexpr std::size_t kMaxLine = 4096;

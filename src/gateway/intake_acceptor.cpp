@@ -26,6 +26,14 @@ void IntakeAcceptor::WidenBacklog() {
     }
 }
 
+int IntakeAcceptor::accept_svc_handler(CGVXReceiver* receiver) {
+    const int result = CGVXAcceptor::accept_svc_handler(receiver);
+    if (result == 0) {
+        m_pauseLogged = false;
+    }
+    return result;
+}
+
 int IntakeAcceptor::handle_accept_error() {
     const int error = errno;
     if (!IsShortage(error) || reactor()->schedule_timer(this, nullptr, kPause) == -1) {

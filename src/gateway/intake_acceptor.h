@@ -11,6 +11,7 @@ public:
     // Makes room for many devices that connect at the same moment. After start.
     void WidenBacklog();
 
+    int accept_svc_handler(CGVXReceiver* receiver) override;
     int handle_accept_error() override;
     int handle_timeout(const ACE_Time_Value& now, const void* arg) override;
 

@@ -74,10 +74,14 @@ bool CQueueFlowControl::Init() {
     if (!guard.locked()) {
         return false;
     }
+    if (m_init_b) {
+        return true;  // another thread was first
+    }
     m_work_b = true;
     m_lQfcAlarmTimerID =
         CGvxReactorManager::Instance()->RegistTimer(&m_QfcAlarmTimer, this, ACE_Time_Value::zero, kTimerPeriod);
     if (m_lQfcAlarmTimerID == -1 || !StartThreads()) {
+        StopTimer();
         m_work_b = false;
         return false;
     }
@@ -115,12 +119,16 @@ void CQueueFlowControl::Fini() {
             }
         }
     }
+    StopTimer();
+    m_init_b = false;
+}
+
+void CQueueFlowControl::StopTimer() {
     if (m_lQfcAlarmTimerID != -1) {
         constexpr int kDontCall = 1;
         CGvxReactorManager::Instance()->UnRegistTimer(m_lQfcAlarmTimerID, kDontCall);
         m_lQfcAlarmTimerID = -1;
     }
-    m_init_b = false;
 }
 
 int CQueueFlowControl::enqueue_tail(void* pData) {
@@ -154,13 +162,20 @@ int CQueueFlowControl::enqueue_tail(void* pData) {
 }
 
 int CQueueFlowControl::RefuseFull() {
+    const int level = ShedLevel(QFC_ALARM_TYPE_QUEUE_FULL);
     sendFlowContolAlarm(QFC_ALARM_TYPE_QUEUE_FULL);
     const unsigned int discarded = ++m_ulRejectQueFullCnt;
-    GVX_LOG_ERR("Flow control",
-                "[QueName: %s , Protocal :%s]The message count is reached the upper limit %u, "
-                "discarded: %u",
-                m_strQueName.c_str(), m_strProtocal.c_str(), m_ulMaxMsgCnt.load(), discarded);
+    GVX_LOG(level, "Flow control",
+            "[QueName: %s , Protocal :%s]The message count is reached the upper limit %u, "
+            "discarded: %u",
+            m_strQueName.c_str(), m_strProtocal.c_str(), m_ulMaxMsgCnt.load(), discarded);
     return 1;
+}
+
+// A line for each message that is shed would flood the log when it is needed most, and hold up the threads: the first
+// of an episode is the error, and the statistics count the others.
+int CQueueFlowControl::ShedLevel(EN_QFC_ALARM_TYPE type) const {
+    return m_szbAlarmQueStatus[type] ? OM_LOG_DEBUG : OM_LOG_ERR;
 }
 
 int CQueueFlowControl::QFC_CheckQueueRate() {
@@ -226,9 +241,10 @@ void CQueueFlowControl::Serve(FLOW_CONGTROL_MSG& item, bool& expired, bool& succ
     if (ACE_Time_Value(BP::OSTime::Time()) > latest) {
         QFC_MsgFree(item.pData);
         expired = true;
+        const int level = ShedLevel(QFC_ALARM_TYPE_TIME_OUT);
         sendFlowContolAlarm(QFC_ALARM_TYPE_TIME_OUT);
-        GVX_LOG_ERR("Flow control", "[QueName: %s , Protocal :%s]The message process timeout.", m_strQueName.c_str(),
-                    m_strProtocal.c_str());
+        GVX_LOG(level, "Flow control", "[QueName: %s , Protocal :%s]The message process timeout.", m_strQueName.c_str(),
+                m_strProtocal.c_str());
         return;
     }
     succeeded = QFC_MsgProc(item.pData) == 0;

@@ -98,10 +98,12 @@ protected:
     using Counter = std::atomic<unsigned int>;
 
     int RefuseFull();
+    int ShedLevel(EN_QFC_ALARM_TYPE type) const;
     void SettleRound(bool& expired, bool& succeeded);
     FLOW_CONGTROL_MSG* PopFront();
     void Serve(FLOW_CONGTROL_MSG& item, bool& expired, bool& succeeded);
     bool StartThreads();
+    void StopTimer();
 
     const std::string m_strQueName;
     const std::string m_strProtocal;

@@ -12,7 +12,6 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <string>
 

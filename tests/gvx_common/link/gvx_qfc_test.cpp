@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <vector>
@@ -70,6 +71,11 @@ protected:
     std::size_t Cleared(const char* reason) const {
         return m_log->Count(std::string("On Flux Control Resume Protocal=T,MsgQueue=Test,FlowControlCode=[") + reason);
     }
+    std::size_t ErrorLines(const char* text) const {
+        const auto lines = m_log->Find(text, "Flow control");
+        return static_cast<std::size_t>(
+            std::count_if(lines.begin(), lines.end(), [](const auto& line) { return line.level == OM_LOG_ERR; }));
+    }
     // 59 s after its last cause an alarm stays, 60 s after it clears, once.
     void ExpectClearsAfterAMinute(const char* reason) {
         m_clock->AdvanceSeconds(59);
@@ -96,6 +102,7 @@ TEST_F(FlowControlTest, ShedsWhatIsTooMuchAndWhatWaitsTooLong) {
     EXPECT_TRUE(
         m_log->Contains("[QueName: Test , Protocal :T]The message count is reached the upper limit 1024, "
                         "discarded: 2"));
+    EXPECT_EQ(1u, ErrorLines("reached the upper limit")) << "one an episode";
     ExpectClearsAfterAMinute("queue full");
 
     m_queue.Hold(false);
@@ -104,11 +111,13 @@ TEST_F(FlowControlTest, ShedsWhatIsTooMuchAndWhatWaitsTooLong) {
     EXPECT_EQ(1025u, m_queue.Freed());
     ExpectClearsAfterAMinute("over time");
     EXPECT_EQ(1024u, m_log->Count("[QueName: Test , Protocal :T]The message process timeout."));
+    EXPECT_EQ(1u, ErrorLines("The message process timeout."));
 
     // A second episode raises it again.
     m_queue.SetMaxQueMsgCount(0);
     EXPECT_EQ(0u, m_queue.Accepted(3));
     EXPECT_EQ(2u, Raised("queue full"));
+    EXPECT_EQ(2u, ErrorLines("reached the upper limit"));
 }
 
 TEST_F(FlowControlTest, RefusesWhatComesTooFast) {
