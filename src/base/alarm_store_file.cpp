@@ -58,6 +58,10 @@ int TryOpen(const std::string& path, Database& database, std::string& reason) {
     if (result == SQLITE_OK) {
         result = CheckPages(raw);
     }
+    if (result == SQLITE_OK) {
+        // Processes that are killed again and again would let the log grow; where it cannot be emptied now, it can later.
+        sqlite3_wal_checkpoint_v2(raw, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    }
     if (result != SQLITE_OK) {
         const bool tellsItself = raw != nullptr && sqlite3_errcode(raw) != SQLITE_OK;
         reason = tellsItself ? sqlite3_errmsg(raw) : sqlite3_errstr(result);

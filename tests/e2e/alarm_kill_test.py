@@ -10,6 +10,7 @@ import contextlib
 import pathlib
 import random
 import re
+import shutil
 import sqlite3
 import subprocess
 import sys
@@ -20,6 +21,7 @@ RECORD_FAIL, FLOW = "308521803", "308521806"
 ON, OFF, FLOW_OFF = "ALARM_GVX_LOG_RECORD_FAIL_ON", "ALARM_GVX_LOG_RECORD_FAIL_OFF", "ALARM_GVX_FLOW_CONTROL_ERROR_OFF"
 STORE_ON, STORE_OFF = "ALARM_GVX_ALARM_RECORD_FAIL_ON", "ALARM_GVX_ALARM_RECORD_FAIL_OFF"
 THREADS = 4
+KILLS_MEANWHILE = 20
 
 
 class Failure(Exception):
@@ -225,6 +227,35 @@ def failing_store(options, store, text, break_it, mend_it):
     print(f"{text}: told once, stored alarms kept")
 
 
+def killed_meanwhile(options, store, text, break_it, mend_it):
+    """Kills while the store fails: it is whole, and the next start knows the alarm that it took before."""
+    for _ in range(KILLS_MEANWHILE):
+        kill_once_meanwhile(options, store, text, break_it, mend_it)
+    print(f"{text}: store whole after {KILLS_MEANWHILE} kills meanwhile")
+
+
+def kill_once_meanwhile(options, store, text, break_it, mend_it):
+    keeper = Keeper(options.keeper, store)
+    try:
+        check(keeper.ask("raise", 1) == [ON, STORE_OFF], f"{text}: the first raise")
+        break_it()
+        check(keeper.ask("raise", 2) == [ON, STORE_ON], f"{text}: the store's fault is not told")
+    finally:
+        keeper.kill()
+    with tempfile.TemporaryDirectory(prefix="gvx_alarms_") as copy:  # to look at it takes room, and rights
+        for part in store.parent.glob(f"{store.name}*"):
+            shutil.copyfile(part, pathlib.Path(copy) / part.name)
+        left = rows(pathlib.Path(copy) / store.name)
+    check(left == collections.Counter([file_row(1)]), f"{text}: after a kill the store holds {left}")
+    mend_it()
+    keeper = Keeper(options.keeper, store)
+    try:
+        check(keeper.loaded == 0 and keeper.ask("raise", 1) == [], f"{text}: an alarm is raised anew after a kill")
+        check(keeper.ask("clear", 1) == [OFF, STORE_OFF], f"{text}: the clear after a kill")
+    finally:
+        keeper.kill()
+
+
 def full_disk(options, folder):
     at = folder / "small"
     at.mkdir()
@@ -240,13 +271,13 @@ def full_disk(options, folder):
                 file.write(b"x" * 4096)
 
     try:
-        failing_store(options, at / "alarms.db", "full disk", fill, filler.unlink)
+        for test in (killed_meanwhile, failing_store):
+            test(options, at / f"{test.__name__}.db", "full disk", fill, filler.unlink)
     finally:
         subprocess.run(["umount", str(at)], check=False)
 
 
 def read_only_store(options, folder):
-    store = folder / "alarms.db"
     probe = folder / "probe"
     probe.touch()
 
@@ -257,15 +288,18 @@ def read_only_store(options, folder):
         print("read-only store: passed over, chattr is not permitted here")
         return
     protect("-i", probe)
-    parts = [store, pathlib.Path(f"{store}-wal")]
     # Some file systems hold a file that is open already to be writable.
     if not holds_open_files(protect, probe):
         print("read-only store: passed over, this file system lets files that are open be written")
         return
-    try:
-        failing_store(options, store, "read-only store", lambda: protect("+i", *parts), lambda: protect("-i", *parts))
-    finally:
-        protect("-i", *parts)
+    for test in (killed_meanwhile, failing_store):
+        store = folder / f"{test.__name__}.db"
+        parts = [store, pathlib.Path(f"{store}-wal")]
+        try:
+            test(options, store, "read-only store", lambda at=parts: protect("+i", *at),
+                 lambda at=parts: protect("-i", *at))
+        finally:
+            protect("-i", *parts)
 
 
 def holds_open_files(protect, probe):

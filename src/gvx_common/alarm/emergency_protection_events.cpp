@@ -2,6 +2,7 @@
 
 #include "base/bounded_string.h"
 #include "base/log.h"
+#include "base/log_fault.h"
 #include "bp/flux_control.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 
@@ -13,11 +14,10 @@
 namespace {
 
 constexpr std::size_t kLogTextBytes = 256;
-constexpr unsigned int kClearOffset = 50;  // from a raise code to its clear code
 
-// One fault of the logger.
-struct LogFault {
-    unsigned int raiseCode;
+// How a fault of the logger is told.
+struct LogFaultAlarm {
+    unsigned int raiseCode;  // of gvx::LogFault
     const char* id;
     const char* raiseType;
     const char* clearType;
@@ -28,15 +28,18 @@ constexpr const char* kRecordOff = "ALARM_GVX_LOG_RECORD_FAIL_OFF";
 constexpr const char* kBackupOn = "ALARM_GVX_LOG_BCK_FAIL_ON";
 constexpr const char* kBackupOff = "ALARM_GVX_LOG_BCK_FAIL_OFF";
 
-constexpr LogFault kLogFaults[] = {
-    {500, ALARM_GVX_LOG_RECORD_FAIL, kRecordOn, kRecordOff}, {502, ALARM_GVX_LOG_RECORD_FAIL, kRecordOn, kRecordOff},
-    {504, ALARM_GVX_LOG_RECORD_FAIL, kRecordOn, kRecordOff}, {503, ALARM_GVX_LOG_BACK_FAIL, kBackupOn, kBackupOff},
-    {505, ALARM_GVX_LOG_BACK_FAIL, kBackupOn, kBackupOff},   {506, ALARM_GVX_LOG_BACK_FAIL, kBackupOn, kBackupOff},
+constexpr LogFaultAlarm kLogFaultAlarms[] = {
+    {gvx::LOG_FAULT_OPEN, ALARM_GVX_LOG_RECORD_FAIL, kRecordOn, kRecordOff},
+    {gvx::LOG_FAULT_WRITE, ALARM_GVX_LOG_RECORD_FAIL, kRecordOn, kRecordOff},
+    {gvx::LOG_FAULT_BOUND, ALARM_GVX_LOG_RECORD_FAIL, kRecordOn, kRecordOff},
+    {gvx::LOG_FAULT_BACKUP, ALARM_GVX_LOG_BACK_FAIL, kBackupOn, kBackupOff},
+    {gvx::LOG_FAULT_SHIFT, ALARM_GVX_LOG_BACK_FAIL, kBackupOn, kBackupOff},
+    {gvx::LOG_FAULT_REMOVE, ALARM_GVX_LOG_BACK_FAIL, kBackupOn, kBackupOff},
 };
 
-const LogFault* FindLogFault(unsigned int errorCode) {
-    for (const LogFault& fault : kLogFaults) {
-        if (errorCode == fault.raiseCode || errorCode == fault.raiseCode + kClearOffset) {
+const LogFaultAlarm* FindLogFault(unsigned int errorCode) {
+    for (const LogFaultAlarm& fault : kLogFaultAlarms) {
+        if (errorCode == fault.raiseCode || errorCode == fault.raiseCode + gvx::kLogFaultEnded) {
             return &fault;
         }
     }
@@ -67,7 +70,7 @@ void CEmergencyProtection::OnConfigReadAlarm(const std::string& location, const 
 }
 
 void CEmergencyProtection::OnLogWarn(unsigned int errorCode, const char* filePath, const char* fileName) {
-    const LogFault* const fault = FindLogFault(errorCode);
+    const LogFaultAlarm* const fault = FindLogFault(errorCode);
     if (fault == nullptr) {
         return;
     }
