@@ -44,6 +44,10 @@ int FrameSink::Take(const BP::CCmd& cmd) {
 // nobody waits for them any more.
 bool FrameSink::ConsumeOwnAnswer(const BP::CCmd& cmd) const {
     if (cmd.GetReqID() == NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP) {
+        if (cmd.GetNetElemType() != kElementGVX) {
+            GVX_LOG_WARN("Port answer", "Only the main service hands out ports. [link:%s]", cmd.GetNetLinkID().c_str());
+            return true;
+        }
         CGvxPortMgr::Instance()->TakeLateReply(cmd.GetMsgBlock());
         return true;
     }

@@ -1,5 +1,7 @@
-"""Settings of a running gateway, read and edited by gvxctl; the cloud's file; a password that reaches no log."""
+"""Settings of a running gateway, read and edited by gvxctl, also while another gvxctl streams; the cloud's file; a
+password that reaches no log."""
 import re
+import signal
 import subprocess
 import sys
 
@@ -27,6 +29,30 @@ def check_edits(options, gateway):
     done = config(options, gateway, "set", "MESSAGE", "MU_NSS_TIMEOUT", "5")
     e2e.check(done.returncode == 0, f"set MU_NSS_TIMEOUT: {done}")
     e2e.check("MU_NSS_TIMEOUT=5\n" in (gateway.conf / "zvs_gvx.conf").read_text(), "the file does not follow")
+
+
+def check_beside_a_stream(options, gateway, stack):
+    """Both link as the main service: whoever asks takes the other's place, and the stream must go on."""
+    printed = gateway.folder / "keep.log"
+    with open(printed, "wb") as output:
+        streaming = subprocess.Popen(
+            [options.gvxctl, "demo", "--keep", "--gateway", str(gateway.port), "--mu", str(e2e.free_port()), "--extend",
+             '{"media":"clip"}', "--out", str(gateway.folder)],
+            stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT)
+    stack.callback(streaming.kill)
+
+    def wait_for_figures():
+        wanted = printed.read_text().count("frames lost") + 3
+        e2e.wait_until(lambda: streaming.poll() is not None or printed.read_text().count("frames lost") >= wanted,
+                       30 * options.slow, "figures of the stream")
+        e2e.check(streaming.poll() is None, f"the stream has ended: {printed.read_text()}")
+
+    wait_for_figures()
+    shown = config(options, gateway, "get")
+    e2e.check(shown.returncode == 0 and "<ConfigName>MAX_CAPS</ConfigName>" in shown.stdout, f"get: {shown}")
+    wait_for_figures()
+    streaming.send_signal(signal.SIGINT)
+    e2e.check(streaming.wait(30 * options.slow) == 0, f"the stream ended badly: {printed.read_text()}")
 
 
 def check_password(options, gateway):
@@ -58,7 +84,8 @@ def check_cloud_file(gateway, file):
 
 
 def run(options, folder, stack):
-    gateway = e2e.Gateway(options, folder, settings={"BAND_WIDTH": "1000"})
+    video, _ = e2e.make_clip(folder)
+    gateway = e2e.Gateway(options, folder, {"clip": {"video": str(video), "loop": True}}, {"BAND_WIDTH": "1000"})
     stack.callback(gateway.kill)
     cloud = folder / "root" / "home" / "zvs_common" / "cloudconfig.xml"
     cloud.parent.mkdir(parents=True)
@@ -70,6 +97,7 @@ def run(options, folder, stack):
     check_edits(options, gateway)
     check_password(options, gateway)
     check_cloud_file(gateway, cloud)
+    check_beside_a_stream(options, gateway, stack)
     gateway.stop()
 
 

@@ -230,7 +230,8 @@ bool Demo::PlayUntilInterrupted() {
     if (!CheckAnswer(StartStream(m_platform, spec, response, m_error), response)) {
         return false;
     }
-    while (SleepUnlessInterrupted(kStepMs) && m_platform.MainServiceOpen()) {
+    // Another gvxctl takes the main service's place for a moment; only without any link is the gateway gone.
+    while (SleepUnlessInterrupted(kStepMs) && !m_platform.OpenLinks().empty()) {
         Say(StatsLine(receiver.Stats()));
     }
     const bool stopped = CheckAnswer(StopStream(m_platform, spec, response, m_error), response);
