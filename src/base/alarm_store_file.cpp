@@ -46,7 +46,8 @@ int CheckPages(sqlite3* database) {
 // An SQLite result with its message in reason.
 int TryOpen(const std::string& path, Database& database, std::string& reason) {
     sqlite3* raw = nullptr;
-    int result = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
+    // The store's own lock serves one caller at a time, so SQLite needs none.
+    int result = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                                  nullptr);
     database.reset(raw);
     if (result == SQLITE_OK) {
