@@ -54,12 +54,8 @@ GVXErrorMgr::~GVXErrorMgr() {
     removeAllErr();
 }
 
-void GVXErrorMgr::reportError(const char* func, const char* devCode, const char* channelCode, int errorCode,
-                              const char* operation, const char* format, ...) {
-    const char* const cDevCode = devCode;
-    const char* const cChannelCode = channelCode;
-    const char* const cErrDetailFunc = func;
-    const char* const cErrDetailOpt = operation;
+void GVXErrorMgr::reportError(const char* cErrDetailFunc, const char* cDevCode, const char* cChannelCode,
+                              int errorCode, const char* cErrDetailOpt, const char* format, ...) {
     GVX_CHECK_NULL_RETURN_VOID(cDevCode);
     GVX_CHECK_NULL_RETURN_VOID(cChannelCode);
     GVX_CHECK_NULL_RETURN_VOID(cErrDetailFunc);
@@ -74,13 +70,9 @@ void GVXErrorMgr::reportError(const char* func, const char* devCode, const char*
     saveError(tid, cDevCode, cChannelCode, errorCode, detail.c_str());
 }
 
-void GVXErrorMgr::reportHstError(const char* linkID, const char* func, const char* devCode, const char* channelCode,
-                                 int errorCode, const char* operation, const char* format, ...) {
-    const char* const cLinkID = linkID;
-    const char* const cDevCode = devCode;
-    const char* const cChannelCode = channelCode;
-    const char* const cErrDetailFunc = func;
-    const char* const cErrDetailOpt = operation;
+void GVXErrorMgr::reportHstError(const char* cLinkID, const char* cErrDetailFunc, const char* cDevCode,
+                                 const char* cChannelCode, int errorCode, const char* cErrDetailOpt, const char* format,
+                                 ...) {
     GVX_CHECK_NULL_RETURN_VOID(cLinkID);
     GVX_CHECK_NULL_RETURN_VOID(cDevCode);
     GVX_CHECK_NULL_RETURN_VOID(cChannelCode);

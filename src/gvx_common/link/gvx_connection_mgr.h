@@ -159,9 +159,6 @@ private:
     std::string MainServiceLinkId() const;
     // The gateway's own identifier and its text behind "GVX#"; false, with an error line, when it is too short.
     static bool OwnNodeText(std::string& ownId, std::string& nodeText);
-    // Sends by SendMsgOut on behalf of the command that is answered.
-    int SendResponseBlock(const BP::CCmd& cmd, unsigned int responseType, ACE_Message_Block*& block,
-                          unsigned int serviceId);
 
     static CGvxConnectionMgr m_Instance;
 

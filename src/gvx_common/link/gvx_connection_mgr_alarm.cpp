@@ -7,10 +7,12 @@
 #include "gvx_common/alarm/gvx_alarm_texts.h"
 #include "gvx_common/config/cloud_config_mgr.h"
 #include "gvx_common/link/nss_request_head.h"
+#include "gvx_common/link/send_owned.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 // Alarms to SCU and OMU. The report to the cloud platform stands in gvx_connection_mgr_alarm_ksp.cpp.
 
@@ -209,9 +211,7 @@ int CGvxConnectionMgr::SendDevAlarmReqMsgToSCU(ZVS_ALARM_REPORT& report) {
     std::string target = std::string("SCU#") + cNVRCode;
     unsigned int elementType = kElementSCU;
     GetLinkInfoByType(BP::SUBSYS_SCU, elementType, target);  // the send tells whether there is a link
-    ACE_Message_Block* handed = owned.release();
-    const int result = SendMsgOut(kElementSCU, target.c_str(), BP::CMKTransID::GenerateTransID().c_str(),
-                                  NSS_ALARM_REPORT_REQ, handed, m_pGvxService->GetServiceID(), false);
-    owned.reset(result == 0 ? nullptr : handed);
+    const int result = gvx::SendOwned(*this, std::move(owned), kElementSCU, target, BP::CMKTransID::GenerateTransID(),
+                                      NSS_ALARM_REPORT_REQ, m_pGvxService->GetServiceID());
     return result == 0 ? static_cast<int>(seq) : ZVS_FAIL;
 }

@@ -5,7 +5,10 @@
 #include "base/json_io.h"
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
+#include "gvx_common/link/send_owned.h"
 #include "nss/nss_msg.h"
+
+#include <utility>
 
 namespace {
 
@@ -31,13 +34,14 @@ std::string TransactionText(const NssMsgHeader& header) {
     return std::string(header.szTransactionNo, strnlen(header.szTransactionNo, sizeof(header.szTransactionNo)));
 }
 
-}  // namespace
-
-int CGvxConnectionMgr::SendResponseBlock(const BP::CCmd& cmd, unsigned int responseType, ACE_Message_Block*& block,
-                                         unsigned int serviceId) {
-    return SendMsgOut(static_cast<unsigned int>(cmd.GetNetElemType()), cmd.GetNetLinkID().c_str(),
-                      cmd.GetTransID().c_str(), responseType, block, serviceId, false);
+// Sends on behalf of the command that is answered.
+int SendResponse(CGvxConnectionMgr& mgr, BP::MessageBlockPtr block, const BP::CCmd& cmd, unsigned int responseType,
+                 unsigned int serviceId) {
+    return gvx::SendOwned(mgr, std::move(block), static_cast<unsigned int>(cmd.GetNetElemType()), cmd.GetNetLinkID(),
+                          cmd.GetTransID(), responseType, serviceId);
 }
+
+}  // namespace
 
 void CGvxConnectionMgr::SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, unsigned int uiRspCode,
                                            bool bWithTransaction) {
@@ -60,9 +64,7 @@ void CGvxConnectionMgr::SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, 
         return;
     }
     GVX_DEBUG("RspCode: %u, MsgType:0x%x.", uiRspCode, static_cast<unsigned int>(type));
-    ACE_Message_Block* handed = block.release();
-    SendResponseBlock(*pCmd, type, handed, bWithTransaction ? pCmd->GetServiceID() : 0);
-    block.reset(handed);
+    SendResponse(*this, std::move(block), *pCmd, type, bWithTransaction ? pCmd->GetServiceID() : 0);
 }
 
 void CGvxConnectionMgr::SendRespMsgWithStruct(BP::CCmd* pCmd, const char* pMsgBody, unsigned int iMsgBodyLen,
@@ -94,9 +96,7 @@ void CGvxConnectionMgr::SendRespMsgWithStruct(BP::CCmd* pCmd, const char* pMsgBo
     GVX_DEBUG("ServerID:%u, NetElemType:%d, NetLinkID:%s, TransID:%s, ReqID:0x%04x, RspCode:%u.", pCmd->GetServiceID(),
               pCmd->GetNetElemType(), pCmd->GetNetLinkID().c_str(), pCmd->GetTransID().c_str(),
               static_cast<unsigned int>(type), uiRspCode);
-    ACE_Message_Block* handed = block.release();
-    SendResponseBlock(*pCmd, type, handed, pCmd->GetServiceID());
-    block.reset(handed);
+    SendResponse(*this, std::move(block), *pCmd, type, pCmd->GetServiceID());
 }
 
 void CGvxConnectionMgr::SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& value, unsigned int uiRspCode) {
@@ -120,10 +120,8 @@ void CGvxConnectionMgr::SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& v
                     pCmd->GetNetLinkID().c_str(), static_cast<unsigned int>(type));
         return;
     }
-    ACE_Message_Block* handed = block.release();
-    if (SendResponseBlock(*pCmd, type, handed, pCmd->GetServiceID()) != 0) {
+    if (SendResponse(*this, std::move(block), *pCmd, type, pCmd->GetServiceID()) != 0) {
         GVX_LOG_ERR("Send response with json", "Seng Json Message Fail. Transfer Target Id[%s], MsgType[0x%4x].",
                     pCmd->GetNetLinkID().c_str(), static_cast<unsigned int>(type));
     }
-    block.reset(handed);
 }

@@ -7,6 +7,7 @@
 #include "bp/message_block_ptr.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/link/nss_request_head.h"
+#include "gvx_common/link/send_owned.h"
 #include "gvx_common/utility/gvx_utility.h"
 #include "nss/nss_msg.h"
 
@@ -15,17 +16,6 @@
 namespace {
 
 constexpr unsigned int kNoServicePointer = 2;
-
-// The dispatcher takes what it accepts; what is left when a send has failed is released here.
-int SendOwned(CGvxConnectionMgr& mgr, BP::MessageBlockPtr block, unsigned int netElemType, const std::string& link,
-              const std::string& trans, unsigned int msgType, unsigned int serviceId) {
-    ACE_Message_Block* handed = block.release();
-    const int result = mgr.SendMsgOut(netElemType, link.c_str(), trans.c_str(), msgType, handed, serviceId, false);
-    if (result != 0) {
-        block.reset(handed);
-    }
-    return result;
-}
 
 }  // namespace
 
@@ -91,7 +81,7 @@ unsigned int CGvxConnectionMgr::SendReqMsgWithXml(BP::enSubsysType eSubsysType, 
                     static_cast<unsigned int>(uiMsgType));
         return ZVS_FAIL;
     }
-    if (SendOwned(*this, std::move(pMsgBlock), uiNetEleType, strSCULinkID, trans, uiMsgType,
+    if (gvx::SendOwned(*this, std::move(pMsgBlock), uiNetEleType, strSCULinkID, trans, uiMsgType,
                   m_pGvxService->GetServiceID()) != 0) {
         GVX_LOG_ERR("Send request with xml", "Send msg out failed, sub system type is [%d], element type is [%u]",
                     static_cast<int>(eSubsysType), uiNetEleType);
@@ -132,7 +122,7 @@ unsigned int CGvxConnectionMgr::SendReqMsgWithStruct(BP::enSubsysType eSubsysTyp
 
     // The dispatcher's transaction is another one than the frame's own: the answer is matched by sequence number.
     const std::string trans = BP::CMKTransID::GenerateTransID();
-    if (SendOwned(*this, std::move(pMsg), uiNetEleType, strSCULinkID, trans, uiMsgType,
+    if (gvx::SendOwned(*this, std::move(pMsg), uiNetEleType, strSCULinkID, trans, uiMsgType,
                   m_pGvxService->GetServiceID()) != 0) {
         GVX_LOG_ERR("Send request with struct", "Send msg out failed, sub system type is [%d], element type is [%u]",
                     static_cast<int>(eSubsysType), uiNetEleType);
@@ -154,7 +144,7 @@ int CGvxConnectionMgr::SendRetMsgWithJson(unsigned short msgType, const std::str
         GVX_LOG_ERR("Send message with json", "Encode message fail, MsgType:0x%x.", static_cast<unsigned int>(msgType));
         return ZVS_FAIL;
     }
-    if (SendOwned(*this, std::move(block), static_cast<unsigned int>(netElemType), linkID, trans, msgType,
+    if (gvx::SendOwned(*this, std::move(block), static_cast<unsigned int>(netElemType), linkID, trans, msgType,
                   m_pGvxService->GetServiceID()) != 0) {
         GVX_LOG_ERR("Send message with json", "Send msg out failed, linkID is [%s], msgType is [0x%04x]",
                     linkID.c_str(), static_cast<unsigned int>(msgType));

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "bp/message_block_ptr.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+
+namespace gvx {
+
+// CGvxConnectionMgr::SendMsgOut for a block that its sender does not want back: the dispatcher takes what it accepts,
+// and what is left when a send has failed is released here. The result is that of SendMsgOut.
+inline int SendOwned(CGvxConnectionMgr& mgr, BP::MessageBlockPtr block, unsigned int netElemType,
+                     const std::string& link, const std::string& trans, unsigned int msgType, unsigned int serviceId) {
+    ACE_Message_Block* handed = block.release();
+    const int result = mgr.SendMsgOut(netElemType, link.c_str(), trans.c_str(), msgType, handed, serviceId, false);
+    block.reset(result == 0 ? nullptr : handed);
+    return result;
+}
+
+}  // namespace gvx
