@@ -123,7 +123,7 @@ public:
     void ToTcp(const Sink& sink);
 
 private:
-    void BesidePeer(bench::Peer peer, const char* name, double ours, const Sink& sink);
+    void BesidePeer(bench::Peer peer, const char* name, Path& path, const Sink& sink);
     double Rate(const std::function<void()>& pass) const {
         const double seconds = CpuSeconds([&] {
             for (std::size_t i = 0; i < m_times; ++i) {
@@ -157,7 +157,7 @@ void Bench::ToPackets() {
     Pairs pairs;
     for (int round = 0; round < kRounds; ++round) {
         const double ours = Rate(pass);
-        pairs.Add(ours, Rate([&] { bench::CopyPackets(m_clip, m_udpSizes); }));
+        pairs.Add(ours, Rate([&] { bench::CopyFrames(m_clip); }));
     }
     m_table.Paired(Name("to packets, beside one memcpy"), pairs.values, pairs.floors, "k/CPU s", m_goal, 0.35);
     m_table.Plain(Name("to packets, heap allocations a packet"), perPacket, "");
@@ -186,21 +186,20 @@ void Bench::ToUdp(const Sink& sink) {
         m_table.Plain(Name("to UDP: the kernel refuses UDP_SEGMENT"), 0, "");
     }
     m_table.Paired(Name("to UDP, beside a bare sendto loop"), plain.values, plain.floors, "k/CPU s");
-    const double ours = bench::Median(segmented.values) * 1000;
-    BesidePeer(bench::Peer::GStreamer, "to UDP, beside GStreamer", ours, sink);
-    BesidePeer(bench::Peer::Ffmpeg, "to UDP, beside ffmpeg", ours, sink);
+    BesidePeer(bench::Peer::GStreamer, "to UDP, beside GStreamer", path, sink);
+    BesidePeer(bench::Peer::Ffmpeg, "to UDP, beside ffmpeg", path, sink);
     m_table.Plain(Name("to UDP, lost on our side"), static_cast<double>(path.Lost()), "");
     m_table.Plain(Name("to UDP, heap allocations a packet"),
                   static_cast<double>(allocated) / static_cast<double>(m_udpSizes.size()), "");
 }
 
-void Bench::BesidePeer(bench::Peer peer, const char* name, double ours, const Sink& sink) {
+void Bench::BesidePeer(bench::Peer peer, const char* name, Path& path, const Sink& sink) {
     const std::size_t times = kPeerPackets / m_udpSizes.size() + 1;
     Pairs pairs;
     for (int round = 0; round < kRounds; ++round) {
         const double seconds = bench::PeerCpuSeconds(peer, m_clip, times, ntohs(sink.Address().sin_port));
         if (seconds > 0) {
-            pairs.Add(ours, static_cast<double>(m_udpSizes.size() * times) / seconds);
+            pairs.Add(path.Run(m_clip, m_times), static_cast<double>(m_udpSizes.size() * times) / seconds);
         }
     }
     if (pairs.values.empty()) {

@@ -149,15 +149,12 @@ void BareTcp::SendEach(const std::size_t* sizes, std::size_t count) const {
     }
 }
 
-void CopyPackets(const Clip& clip, const std::vector<std::size_t>& sizes) {
+void CopyFrames(const Clip& clip) {
     static unsigned char buffer[2048];
-    std::size_t packet = 0;
     for (const Bytes& frame : clip.frames) {
-        for (std::size_t at = 0; at < frame.size() && packet < sizes.size(); ++packet) {
-            const std::size_t size = std::min(sizes[packet], frame.size() - at);
-            std::memcpy(buffer, frame.data() + at, size);
+        for (std::size_t at = 0; at < frame.size(); at += kPeerMtu) {
+            std::memcpy(buffer, frame.data() + at, std::min(kPeerMtu, frame.size() - at));
             asm volatile("" : : "r"(buffer) : "memory");
-            at += size;
         }
     }
 }

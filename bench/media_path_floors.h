@@ -42,8 +42,8 @@ private:
     int m_handle;
 };
 
-// Copies as many bytes as the packets hold, in their sizes, out of the clip's frames.
-void CopyPackets(const Clip& clip, const std::vector<std::size_t>& sizes);
+// Copies each byte of the clip once into a packet's room, as many at a time as our largest packet holds.
+void CopyFrames(const Clip& clip);
 
 enum class Peer { GStreamer, Ffmpeg };
 

@@ -35,7 +35,26 @@ constexpr std::size_t kFuHeadAt = 13;  // behind the RTP head and the FU indicat
 struct Sink::Shared {
     static constexpr std::size_t kSteps = 1000000;
     std::array<std::atomic<std::uint32_t>, kSteps> counts;
+
+    // Counts the packet's delay when it is the first of a frame and says when it was sent.
+    void Note(msghdr& message, const char* packet, std::size_t size);
 };
+
+void Sink::Shared::Note(msghdr& message, const char* packet, std::size_t size) {
+    const cmsghdr* head = CMSG_FIRSTHDR(&message);
+    if (head == nullptr || size < kStampAt + sizeof(std::int64_t) ||
+        (static_cast<unsigned char>(packet[kFuHeadAt]) & kFuStart) == 0) {
+        return;
+    }
+    timespec arrival{};
+    std::int64_t sent = 0;
+    std::memcpy(&arrival, CMSG_DATA(head), sizeof(arrival));
+    std::memcpy(&sent, packet + kStampAt, sizeof(sent));
+    const std::int64_t delay = static_cast<std::int64_t>(arrival.tv_sec) * 1000000000 + arrival.tv_nsec - sent;
+    if (delay >= 0 && static_cast<std::size_t>(delay) / 100 < kSteps) {
+        counts[static_cast<std::size_t>(delay) / 100].fetch_add(1, std::memory_order_relaxed);
+    }
+}
 
 Sink::Sink(Kind kind, std::size_t ports) {
     void* memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -97,21 +116,6 @@ void Sink::DrainUdp() const {
         messages[i].msg_hdr.msg_iovlen = 1;
         messages[i].msg_hdr.msg_control = controls[i];
     }
-    const auto note = [this](std::size_t i) {
-        const cmsghdr* head = CMSG_FIRSTHDR(&messages[i].msg_hdr);
-        if (head == nullptr || messages[i].msg_len < kStampAt + sizeof(std::int64_t) ||
-            (static_cast<unsigned char>(room[i][kFuHeadAt]) & kFuStart) == 0) {
-            return;
-        }
-        timespec arrival{};
-        std::int64_t sent = 0;
-        std::memcpy(&arrival, CMSG_DATA(head), sizeof(arrival));
-        std::memcpy(&sent, room[i] + kStampAt, sizeof(sent));
-        const std::int64_t delay = static_cast<std::int64_t>(arrival.tv_sec) * 1000000000 + arrival.tv_nsec - sent;
-        if (delay >= 0 && static_cast<std::size_t>(delay) / 100 < Shared::kSteps) {
-            m_shared->counts[static_cast<std::size_t>(delay) / 100].fetch_add(1, std::memory_order_relaxed);
-        }
-    };
     const auto drain = [&](int handle) {
         while (true) {
             for (mmsghdr& message : messages) {
@@ -121,8 +125,8 @@ void Sink::DrainUdp() const {
             if (taken <= 0) {
                 return;
             }
-            for (int i = 0; i < taken; ++i) {
-                note(static_cast<std::size_t>(i));
+            for (std::size_t i = 0; i < static_cast<std::size_t>(taken); ++i) {
+                m_shared->Note(messages[i].msg_hdr, room[i], messages[i].msg_len);
             }
         }
     };
@@ -140,7 +144,11 @@ void Sink::DrainTcp() const {
     static char room[1 << 20];
     while (true) {
         const int peer = ::accept(m_handles.front(), nullptr, nullptr);
-        while (peer != -1 && ::recv(peer, room, sizeof(room), 0) > 0) {
+        if (peer == -1) {
+            std::perror("accept");
+            ::_exit(2);
+        }
+        while (::recv(peer, room, sizeof(room), 0) > 0) {
         }
         ::close(peer);
     }
