@@ -109,7 +109,7 @@ double PerSecond(const std::function<void(int)>& step) {
 
 // Both links are up and swallow what is sent, so that every alarm goes its whole way.
 void OpenLinks() {
-    const auto conf = std::filesystem::path(__FILE__).parent_path().parent_path() / "conf";
+    const auto conf = std::filesystem::path(GVX_SOURCE_TREE) / "conf";
     setenv("GVX_CONFIG_DIR", conf.c_str(), 1);  // each report reads log.xml
     CCloudConfigMgr::Instance()->SetCloudConfigInited(true);
     BP::CDispatcher::SetWriter([](const std::string&, ACE_Message_Block* block) {

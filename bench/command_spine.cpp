@@ -4,10 +4,6 @@
 
 #include "bench_support.h"
 
-#include <sched.h>
-#include <semaphore.h>
-#include <time.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -15,6 +11,10 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include <sched.h>
+#include <semaphore.h>
+#include <time.h>
 
 namespace {
 

@@ -1,8 +1,5 @@
 #include "command_spine.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +7,9 @@
 #include <mutex>
 #include <thread>
 #include <vector>
+
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace {
 

@@ -20,7 +20,7 @@ constexpr int kRounds = 7;
 constexpr int kManyKeys = 100000;
 
 std::filesystem::path ShippedFolder() {
-    return std::filesystem::path(__FILE__).parent_path().parent_path() / "conf";
+    return std::filesystem::path(GVX_SOURCE_TREE) / "conf";
 }
 
 // A copy of the shipped configuration, with more keys behind it.

@@ -6,25 +6,17 @@
 #include "link_frames.h"
 
 #include "bench_support.h"
-
 #include "bp/dispatcher.h"
 #include "bp/message_block_ptr.h"
 #include "bp/net_factory.h"
 #include "bp/session.h"
-#include "gateway/frame_sink.h"
-#include "gateway/gateway_context.h"
+#include "gateway/requests/frame_sink.h"
+#include "gateway/requests/gateway_context.h"
 #include "gvx_common/event/gvx_reactor.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_type.h"
 
 #include <json/value.h>
-
-#include <poll.h>
-#include <pthread.h>
-#include <semaphore.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -35,6 +27,13 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <poll.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
 
 namespace {
 

@@ -1,11 +1,17 @@
 #include "link_frames.h"
 
 #include "bench_support.h"
-
 #include "nss/nss_msg.h"
 #include "nss/nss_msg_type.h"
 
 #include <ace/Message_Block.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -17,13 +23,6 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <new>
-#include <vector>
 
 namespace bench_link {
 

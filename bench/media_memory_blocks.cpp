@@ -4,7 +4,6 @@
 #include "gvx_common/media_memory/MediaMemPool.h"
 
 #include <ace/Message_Block.h>
-
 #include <boost/lockfree/stack.hpp>
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #include "media_memory.h"
 
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
-#include "gvx_common/adapter/gvx_metadata_records.h"
 #include "gvx_common/media_memory/MemHandler.h"
+#include "gvx_common/records/gvx_metadata_records.h"
 
 #include <ace/Message_Block.h>
 

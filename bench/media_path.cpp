@@ -5,14 +5,13 @@
 //   bench_media_path FIRST.h264 [MORE.h264|MORE.h265]...     the goals are for the first
 
 #include "bench_support.h"
+#include "gvx_common/media/media_send_stream.h"
+#include "gvx_common/media/media_service.h"
+#include "gvx_common/media_memory/media_block_buffer.h"
 #include "media_path_clip.h"
 #include "media_path_floors.h"
 #include "media_path_paced.h"
 #include "media_path_sink.h"
-
-#include "gvx_common/media/media_send_stream.h"
-#include "gvx_common/media/media_service.h"
-#include "gvx_common/media_memory/media_block_buffer.h"
 
 #include <cstdio>
 #include <cstdlib>

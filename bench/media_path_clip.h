@@ -1,10 +1,10 @@
 #pragma once
 
+#include "gvx_common/records/media_types.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "gvx_common/media/media_types.h"
 
 // Clips as a device would hand them over: whole frames in memory.
 namespace bench {

@@ -1,12 +1,11 @@
 #include "media_path_paced.h"
 
 #include "bench_support.h"
+#include "gvx_common/media/media_send_stream.h"
+#include "gvx_common/media_memory/media_block_buffer.h"
 #include "media_path_clip.h"
 #include "media_path_floors.h"
 #include "media_path_sink.h"
-
-#include "gvx_common/media/media_send_stream.h"
-#include "gvx_common/media_memory/media_block_buffer.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -2,8 +2,8 @@
 
 #include "fuzz_folder.h"
 
-#include "gvx_common/config/gvx_config_mgr.h"
 #include "base/log.h"
+#include "gvx_common/config/gvx_config_mgr.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -2,8 +2,8 @@
 
 #include "fuzz_folder.h"
 
-#include "gvx_common/config/gvx_config_mgr.h"
 #include "base/cbb_xml.h"
+#include "gvx_common/config/gvx_config_mgr.h"
 
 #include <cstddef>
 #include <cstdint>

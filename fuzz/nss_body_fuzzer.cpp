@@ -6,8 +6,9 @@
 #include "base/json_io.h"
 #include "bp/cmd.h"
 #include "bp/message_block_ptr.h"
-#include "gateway/request_body.h"
-#include "gateway/request_target.h"
+#include "gateway/messages/request_body.h"
+#include "gateway/messages/request_target.h"
+#include "gateway/settings/number_setting.h"
 #include "nss/nss_msg.h"
 
 #include <cstddef>

@@ -1,8 +1,8 @@
 // What the main service answers to an application for ports. Only ports get into a pool, each one once, and what is
 // read comes out again by the report of used ports.
 
-#include "gvx_common/media/port_list_json.h"
 #include "base/json_io.h"
+#include "gvx_common/ports/port_list_json.h"
 
 #include <cstddef>
 #include <cstdint>

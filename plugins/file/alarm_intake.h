@@ -1,13 +1,13 @@
 #pragma once
 
-#include <atomic>
-#include <memory>
-#include <string>
-
 #include "file/alarm_table.h"
 #include "file/device_directory.h"
 #include "file/line_assembler.h"
 #include "gvx_common/adapter/gvx_plugin.h"
+
+#include <atomic>
+#include <memory>
+#include <string>
 
 namespace gvxfile {
 

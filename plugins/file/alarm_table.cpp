@@ -3,10 +3,10 @@
 #include "base/bounded_string.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
+
+#include <unistd.h>
 
 namespace gvxfile {
 namespace {

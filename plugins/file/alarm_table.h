@@ -1,10 +1,10 @@
 #pragma once
 
-#include <string>
-
 #include "file/alarm_trigger.h"
-#include "gvx_common/adapter/gvx_adapter_records.h"
-#include "gvx_common/alarm/device_alarm.h"
+#include "gvx_common/records/device_alarm_records.h"
+#include "gvx_common/records/gvx_adapter_records.h"
+
+#include <string>
 
 namespace gvxfile {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "gvx_common/records/gvx_adapter_records.h"
+
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-
-#include "gvx_common/adapter/gvx_adapter_records.h"
 
 namespace gvxfile {
 

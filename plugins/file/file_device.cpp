@@ -35,7 +35,7 @@ GVX_CHANNEL_ABILITY_INFO FileDevice::DescribeChannel(std::size_t channel) const 
     GVX_CHANNEL_ABILITY_INFO info;
     info.nChannelId = static_cast<int>(channel);
     info.strName = media.name;
-    info.nVideoFormat = media.codec == Codec::H264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
+    info.nVideoFormat = media.codec == gvx::Codec::H264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
     info.nAudioFormat = media.HasAudio() ? static_cast<std::uint32_t>(media.audioFormat) : 0;
     info.nWidth = static_cast<std::uint16_t>(media.width);
     info.nHeight = static_cast<std::uint16_t>(media.height);

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "file/device_directory.h"
+#include "file/media_list.h"
+#include "gvx_common/adapter/gvx_adapter_defaults.h"
+
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "file/device_directory.h"
-#include "file/media_list.h"
-#include "gvx_common/adapter/gvx_adapter_defaults.h"
 
 namespace gvxfile {
 

@@ -3,7 +3,7 @@
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
 #include "file/guarded.h"
-#include "gvx_common/media/stream_param.h"
+#include "gvx_common/records/stream_param.h"
 
 #include <utility>
 
@@ -57,7 +57,7 @@ int FileLens::NegotiateStreamParam(CStreamParam* param) {
                          param->m_strServiceID.c_str(), param->m_nStreamID, param->m_nDstTransProtocol);
         return ZVS_GVX_DEV_UN_SUPPORT;
     }
-    const bool h264 = m_media->codec == Codec::H264;
+    const bool h264 = m_media->codec == gvx::Codec::H264;
     param->m_nVideoFormat = h264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
     param->m_nVideoPayLoadType = h264 ? kPayloadH264 : kPayloadH265;
     param->m_nAudioFormat = m_media->HasAudio() ? static_cast<std::uint32_t>(m_media->audioFormat) : 0;

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <map>
-#include <memory>
-#include <string>
-
 #include "file/media_list.h"
 #include "file/player.h"
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
+
+#include <map>
+#include <memory>
+#include <string>
 
 namespace gvxfile {
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "file/alarm_intake.h"
 #include "file/device_directory.h"
 #include "file/media_list.h"
 #include "gvx_common/adapter/gvx_adapter_sdk.h"
+
+#include <memory>
+#include <string>
 
 namespace gvxfile {
 

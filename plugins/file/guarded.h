@@ -1,9 +1,9 @@
 #pragma once
 
+#include "base/log.h"
+
 #include <exception>
 #include <new>
-
-#include "base/log.h"
 
 namespace gvxfile {
 

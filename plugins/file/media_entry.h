@@ -1,12 +1,12 @@
 #pragma once
 
+#include "file/metadata_script.h"
+#include "gvx_common/codec/codec.h"
+#include "gvx_common/records/media_types.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include "file/codec.h"
-#include "file/metadata_script.h"
-#include "gvx_common/media/media_types.h"
 
 namespace gvxfile {
 
@@ -20,12 +20,12 @@ struct Speed {
 struct MediaEntry {
     std::string name;
     std::string videoPath;
-    Codec codec = Codec::H264;
+    gvx::Codec codec = gvx::Codec::H264;
     std::string audioPath;  // empty: no audio
     AUDIO_FORMAT_TYPE audioFormat = GVX_AUDIO_FORMAT_G711A;
     std::string metadataPath;  // empty: no metadata
     std::shared_ptr<const MetadataScript> metadata;
-    Rational frameRate;  // as configured, else from the file, else 25
+    gvx::Rational frameRate;  // as configured, else from the file, else 25
     bool loop = true;
     Speed speed;
     std::uint32_t width = 0;

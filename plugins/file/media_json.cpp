@@ -33,8 +33,8 @@ struct Word {
     Value value;
 };
 
-constexpr Word<Codec> kCodecs[] = {{"h264", Codec::H264}, {"264", Codec::H264}, {"avc", Codec::H264},
-                                   {"h265", Codec::H265}, {"265", Codec::H265}, {"hevc", Codec::H265}};
+constexpr Word<gvx::Codec> kCodecs[] = {{"h264", gvx::Codec::H264}, {"264", gvx::Codec::H264}, {"avc", gvx::Codec::H264},
+                                   {"h265", gvx::Codec::H265}, {"265", gvx::Codec::H265}, {"hevc", gvx::Codec::H265}};
 
 constexpr Word<AUDIO_FORMAT_TYPE> kAudioFormats[] = {
     {"g711a", GVX_AUDIO_FORMAT_G711A}, {"alaw", GVX_AUDIO_FORMAT_G711A}, {"al", GVX_AUDIO_FORMAT_G711A},
@@ -60,7 +60,7 @@ bool ParseNumber(const std::string& text, double& value) {
 }
 
 // "25", "29.97" or "30000/1001".
-bool ParseFrameRate(const std::string& text, Rational& rate) {
+bool ParseFrameRate(const std::string& text, gvx::Rational& rate) {
     constexpr double kSlowest = 0.1;
     constexpr double kFastest = 1000;
     constexpr double kLargest = 10000000;

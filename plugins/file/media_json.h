@@ -1,10 +1,10 @@
 #pragma once
 
-#include <string>
+#include "file/media_entry.h"
 
 #include <json/forwards.h>
 
-#include "file/media_entry.h"
+#include <string>
 
 namespace gvxfile {
 

@@ -1,8 +1,8 @@
 #include "file/media_list.h"
 
 #include "base/json_io.h"
-#include "file/input_file.h"
 #include "file/media_json.h"
+#include "gvx_common/codec/input_file.h"
 
 #include <cerrno>
 
@@ -48,7 +48,7 @@ bool MediaList::Load(const std::string& configFile, std::string& error) {
         return true;
     }
     std::string text;
-    if (!ReadWholeFile(configFile, gvx::kMaxJsonBytes, text, error)) {
+    if (!gvx::ReadWholeFile(configFile, gvx::kMaxJsonBytes, text, error)) {
         return false;
     }
     Json::Value root;

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "file/media_entry.h"
+
+#include <json/forwards.h>
+
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <json/forwards.h>
-
-#include "file/media_entry.h"
 
 namespace gvxfile {
 

@@ -1,7 +1,7 @@
 #include "file/media_json.h"
 
-#include "file/access_unit_reader.h"
-#include "file/input_file.h"
+#include "gvx_common/codec/access_unit_reader.h"
+#include "gvx_common/codec/input_file.h"
 
 #include <cerrno>
 #include <system_error>
@@ -11,35 +11,35 @@ namespace {
 
 // How much of a file is looked through for its first picture with a parameter set.
 constexpr std::size_t kProbeBytes = 4u * 1024 * 1024;
-constexpr Rational kUsualFrameRate{25, 1};
+constexpr gvx::Rational kUsualFrameRate{25, 1};
 
 std::string Fault(const MediaEntry& entry, const std::string& path, const std::string& what) {
     return "Medium '" + entry.name + "': " + path + " " + what + ".";
 }
 
 bool ProbeVideo(MediaEntry& entry, std::string& error) {
-    AccessUnitReader reader(entry.codec);
+    gvx::AccessUnitReader reader(entry.codec);
     std::string reason;
     if (!reader.Open(entry.videoPath, reason)) {
         error = Fault(entry, entry.videoPath, "cannot be opened: " + reason);
         return false;
     }
-    AccessUnit unit;
+    gvx::AccessUnit unit;
     std::size_t seen = 0;
     while (reader.Sequence().width == 0 && seen < kProbeBytes) {
-        const ReadResult result = reader.Next(unit);
-        if (result == ReadResult::Failed) {
+        const gvx::ReadResult result = reader.Next(unit);
+        if (result == gvx::ReadResult::Failed) {
             error = Fault(entry, entry.videoPath, "cannot be read: " + reader.Error());
             return false;
         }
-        if (result == ReadResult::End) {
+        if (result == gvx::ReadResult::End) {
             break;
         }
         seen += unit.bytes.size();
     }
-    const SequenceInfo& sequence = reader.Sequence();
+    const gvx::SequenceInfo& sequence = reader.Sequence();
     if (sequence.width == 0) {
-        const char* codec = entry.codec == Codec::H264 ? "H.264" : "H.265";
+        const char* codec = entry.codec == gvx::Codec::H264 ? "H.264" : "H.265";
         error = Fault(entry, entry.videoPath,
                       std::string("begins with no ") + codec + " sequence parameter set and picture");
         return false;
@@ -53,7 +53,7 @@ bool ProbeVideo(MediaEntry& entry, std::string& error) {
 }
 
 bool ProbeAudio(const MediaEntry& entry, std::string& error) {
-    InputFile file;
+    gvx::InputFile file;
     std::string reason;
     if (!file.Open(entry.audioPath, reason)) {
         error = Fault(entry, entry.audioPath, "cannot be opened: " + reason);

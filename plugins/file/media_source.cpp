@@ -26,12 +26,12 @@ bool MediaSource::Open(bool withAudio, std::string& error) {
 }
 
 bool MediaSource::LoadPicture() {
-    const ReadResult result = m_video.Next(m_unit);
-    if (result == ReadResult::Failed) {
+    const gvx::ReadResult result = m_video.Next(m_unit);
+    if (result == gvx::ReadResult::Failed) {
         m_error = m_entry.videoPath + " cannot be read: " + m_video.Error() + ".";
         return false;
     }
-    m_videoEnded = result == ReadResult::End;
+    m_videoEnded = result == gvx::ReadResult::End;
     m_unitReady = !m_videoEnded;
     m_passHasPicture = m_passHasPicture || m_unitReady;
     return true;
@@ -100,25 +100,25 @@ bool MediaSource::BeginPass() {
     return true;
 }
 
-ReadResult MediaSource::Next(MediaPacket& packet) {
+gvx::ReadResult MediaSource::Next(MediaPacket& packet) {
     for (;;) {
         if (!m_unitReady && !m_videoEnded && !LoadPicture()) {
-            return ReadResult::Failed;
+            return gvx::ReadResult::Failed;
         }
         if (AudioIsNext()) {
             if (!TakeAudio(packet)) {
-                return ReadResult::Failed;
+                return gvx::ReadResult::Failed;
             }
             if (packet.length > 0) {
-                return ReadResult::Ok;
+                return gvx::ReadResult::Ok;
             }
         } else if (m_unitReady) {
             TakePicture(packet);
-            return ReadResult::Ok;
+            return gvx::ReadResult::Ok;
         } else if (!m_entry.loop) {
-            return ReadResult::End;
+            return gvx::ReadResult::End;
         } else if (!BeginPass()) {
-            return ReadResult::Failed;
+            return gvx::ReadResult::Failed;
         }
     }
 }

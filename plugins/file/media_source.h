@@ -1,13 +1,13 @@
 #pragma once
 
+#include "file/media_entry.h"
+#include "file/tick_counter.h"
+#include "gvx_common/codec/access_unit_reader.h"
+#include "gvx_common/codec/input_file.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include "file/access_unit_reader.h"
-#include "file/input_file.h"
-#include "file/media_entry.h"
-#include "file/tick_counter.h"
 
 namespace gvxfile {
 
@@ -35,13 +35,13 @@ public:
     bool Open(bool withAudio, std::string& error);
 
     // Failed: a file could not be read on, and Error() tells why in a sentence.
-    ReadResult Next(MediaPacket& packet);
+    gvx::ReadResult Next(MediaPacket& packet);
     const std::string& Error() const { return m_error; }
 
     // The next key picture is led by the parameter sets, when it does not bring them itself. No picture is skipped.
     void RequestParameterSets() { m_parameterSetsWanted = true; }
 
-    const SequenceInfo& Sequence() const { return m_video.Sequence(); }
+    const gvx::SequenceInfo& Sequence() const { return m_video.Sequence(); }
 
 private:
     bool LoadPicture();
@@ -53,8 +53,8 @@ private:
     bool AudioBefore(std::int64_t videoTicks) const { return m_audioSamples * 45 < videoTicks * 4; }
 
     const MediaEntry& m_entry;
-    AccessUnitReader m_video;
-    AccessUnit m_unit;
+    gvx::AccessUnitReader m_video;
+    gvx::AccessUnit m_unit;
     bool m_unitReady = false;
     bool m_videoEnded = false;
     bool m_passHasPicture = false;
@@ -62,7 +62,7 @@ private:
     TickCounter m_ticks;
     std::int64_t m_videoTicks = 0;  // time of the next picture
 
-    InputFile m_audio;
+    gvx::InputFile m_audio;
     bool m_audioRunning = false;
     bool m_withAudio = false;
     std::uint8_t m_audioBytes[kAudioSamples] = {};

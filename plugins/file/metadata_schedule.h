@@ -1,12 +1,12 @@
 #pragma once
 
+#include "file/metadata_script.h"
+
 #include <cstdint>
 #include <functional>
 #include <queue>
 #include <utility>
 #include <vector>
-
-#include "file/metadata_script.h"
 
 namespace gvxfile {
 

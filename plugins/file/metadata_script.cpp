@@ -1,7 +1,7 @@
 #include "file/metadata_script.h"
 
 #include "base/json_io.h"
-#include "file/input_file.h"
+#include "gvx_common/codec/input_file.h"
 
 #include <algorithm>
 #include <cmath>
@@ -86,7 +86,7 @@ bool Reader::Fail(const std::string& what) {
 bool Reader::Read(MetadataScript& script) {
     std::string text;
     std::string reason;
-    if (!ReadWholeFile(m_path, gvx::kMaxJsonBytes, text, m_error)) {
+    if (!gvx::ReadWholeFile(m_path, gvx::kMaxJsonBytes, text, m_error)) {
         return false;
     }
     Json::Value root;
@@ -288,7 +288,7 @@ bool Reader::LoadPicture(const std::string& path, Picture& picture) {
     if (held == nullptr) {
         std::string bytes;
         std::string reason;
-        if (!ReadWholeFile(path, MetadataScript::kMaxPictureBytes, bytes, reason)) {
+        if (!gvx::ReadWholeFile(path, MetadataScript::kMaxPictureBytes, bytes, reason)) {
             reason.pop_back();
             return Fail(reason);
         }

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "gvx_common/records/gvx_metadata_records.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "gvx_common/adapter/gvx_metadata_records.h"
 
 namespace gvxfile {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <cstdint>
-
 #include "file/metadata_script.h"
 #include "gvx_common/adapter/gvx_adapter_lens.h"
+
+#include <cstdint>
 
 namespace gvxfile {
 

@@ -21,8 +21,8 @@ constexpr std::int64_t kMaxLate = kMicroseconds;
 // Longest sleep in one piece, so that a clock that is set is followed.
 constexpr std::int64_t kMaxSleep = kMicroseconds / 10;
 
-ZVS_VIDEO_DEC_TYPE VideoFormat(Codec codec) {
-    return codec == Codec::H264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
+ZVS_VIDEO_DEC_TYPE VideoFormat(gvx::Codec codec) {
+    return codec == gvx::Codec::H264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
 }
 
 }  // namespace
@@ -79,13 +79,13 @@ void Player::Play() {
         if (m_parameterSetsWanted.exchange(false, std::memory_order_relaxed)) {
             m_source.RequestParameterSets();
         }
-        const ReadResult read = m_source.Next(packet);
-        if (read == ReadResult::Failed) {
+        const gvx::ReadResult read = m_source.Next(packet);
+        if (read == gvx::ReadResult::Failed) {
             GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Stream[%s] ends: %s", m_target.serviceID.c_str(),
                              m_source.Error().c_str());
             return;
         }
-        if (read == ReadResult::End || !PlayPacket(packet)) {
+        if (read == gvx::ReadResult::End || !PlayPacket(packet)) {
             return;
         }
     }
@@ -149,7 +149,7 @@ int Player::Send(MediaPacket& packet) {
     data.pUserInfo = m_target.userInfo;
     data.nVideoSize = packet.video ? static_cast<std::uint32_t>(packet.length) : 0;
     data.nAudioSize = packet.video ? std::uint16_t{0} : static_cast<std::uint16_t>(packet.length);
-    const SequenceInfo& sequence = m_source.Sequence();
+    const gvx::SequenceInfo& sequence = m_source.Sequence();
     data.nWidth = static_cast<std::uint16_t>(sequence.width);
     data.nHeight = static_cast<std::uint16_t>(sequence.height);
     data.FrameType = packet.key ? FRAME_I : FRAME_BP;

@@ -1,17 +1,17 @@
 #pragma once
 
+#include "file/media_list.h"
+#include "file/media_source.h"
+#include "file/metadata_schedule.h"
+#include "file/metadata_sender.h"
+#include "gvx_common/adapter/gvx_adapter_lens.h"
+
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
 #include <thread>
-
-#include "file/media_list.h"
-#include "file/media_source.h"
-#include "file/metadata_schedule.h"
-#include "file/metadata_sender.h"
-#include "gvx_common/adapter/gvx_adapter_lens.h"
 
 namespace gvxfile {
 

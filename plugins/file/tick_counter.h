@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
+#include "gvx_common/codec/codec.h"
 
-#include "file/codec.h"
+#include <cstdint>
 
 namespace gvxfile {
 
@@ -13,7 +13,7 @@ constexpr std::uint32_t kAudioClockHz = 8000;   // RTP clock and sampling rate o
 // the sum never drifts from the frame rate.
 class TickCounter {
 public:
-    explicit TickCounter(const Rational& frameRate)
+    explicit TickCounter(const gvx::Rational& frameRate)
         : m_step(static_cast<std::uint64_t>(kVideoClockHz) * frameRate.denominator), m_rate(frameRate.numerator) {}
 
     // Ticks that the next frame lasts.

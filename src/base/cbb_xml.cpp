@@ -1,8 +1,9 @@
 #include "base/cbb_xml.h"
 
-#include <tinyxml2.h>
+#include "base/whole_file.h"
 
 #include <openssl/crypto.h>
+#include <tinyxml2.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -10,8 +11,6 @@
 #include <cstring>
 #include <string_view>
 #include <utility>
-
-#include "base/whole_file.h"
 
 namespace CBB {
 namespace {

@@ -1,5 +1,7 @@
 #include "base/file_watcher.h"
 
+#include "base/log.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -12,8 +14,6 @@
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
-
-#include "base/log.h"
 
 namespace {
 

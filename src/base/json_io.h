@@ -1,9 +1,9 @@
 #pragma once
 
+#include <json/value.h>
+
 #include <cstddef>
 #include <string>
-
-#include <json/value.h>
 
 // The only way to read and write JSON here: bounded in size and depth, and never throwing.
 namespace gvx {

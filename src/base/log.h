@@ -1,11 +1,11 @@
 #pragma once
 
+#include "base/om_adapter.h"
+#include "base/zvs_error.h"
+
 #include <atomic>
 #include <cstdarg>
 #include <string>
-
-#include "base/om_adapter.h"
-#include "base/zvs_error.h"
 
 // How lines are written. Formats are literals, checked by the compiler; an argument is evaluated and
 // formatted only when its line will be written.

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "base/log_fault.h"
+
 #include <cstddef>
 #include <optional>
 #include <string>
-
-#include "base/log_fault.h"
 
 namespace gvx {
 

@@ -1,5 +1,13 @@
 #include "base/log_sftp_conf.h"
 
+#include "base/bounded_string.h"
+#include "base/json_io.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/random.h"
+#include "base/text_cipher.h"
+#include "base/whole_file.h"
+
 #include <json/value.h>
 #include <openssl/crypto.h>
 
@@ -12,14 +20,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "base/bounded_string.h"
-#include "base/json_io.h"
-#include "base/log.h"
-#include "base/paths.h"
-#include "base/random.h"
-#include "base/text_cipher.h"
-#include "base/whole_file.h"
 
 namespace {
 

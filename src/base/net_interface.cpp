@@ -1,5 +1,8 @@
 #include "base/net_interface.h"
 
+#include "base/bounded_string.h"
+#include "base/paths.h"
+
 #include <fstream>
 #include <memory>
 #include <string>
@@ -7,9 +10,6 @@
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <netinet/in.h>
-
-#include "base/bounded_string.h"
-#include "base/paths.h"
 
 namespace {
 

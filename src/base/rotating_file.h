@@ -1,11 +1,11 @@
 #pragma once
 
+#include "base/log_fault.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
-
-#include "base/log_fault.h"
 
 namespace gvx {
 

@@ -1,13 +1,13 @@
 #include "base/text_cipher.h"
 
+#include "base/base64.h"
+#include "base/random.h"
+
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <memory>
 #include <vector>
-
-#include "base/base64.h"
-#include "base/random.h"
 
 namespace gvx {
 namespace {

@@ -1,9 +1,9 @@
 #include "bp/cmd.h"
 
+#include <ace/Message_Block.h>
+
 #include <exception>
 #include <new>
-
-#include <ace/Message_Block.h>
 
 namespace BP {
 

@@ -1,15 +1,15 @@
 #include "bp/dispatcher.h"
 
-#include <exception>
-#include <new>
-#include <utility>
-
 #include "base/log.h"
 #include "bp/frame_head.h"
 #include "bp/link_thread.h"
 #include "bp/net_factory.h"
 #include "bp/published.h"
 #include "bp/transactions.h"
+
+#include <exception>
+#include <new>
+#include <utility>
 
 namespace BP {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "bp/cmd.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
-
-#include "bp/cmd.h"
 
 namespace BP {
 

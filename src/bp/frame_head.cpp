@@ -1,8 +1,8 @@
 #include "bp/frame_head.h"
 
-#include <cstring>
-
 #include "nss/nss_msg.h"
+
+#include <cstring>
 
 namespace BP {
 

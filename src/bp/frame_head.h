@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstdint>
-#include <string_view>
-
 #include "bp/message_block_ptr.h"
 #include "nss/nss_msg_header.h"
+
+#include <cstdint>
+#include <string_view>
 
 namespace BP {
 

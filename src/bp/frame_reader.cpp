@@ -1,10 +1,10 @@
 #include "bp/frame_reader.h"
 
+#include "nss/nss_msg.h"
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
-
-#include "nss/nss_msg.h"
 
 namespace BP {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-
 #include "bp/message_block_ptr.h"
 #include "nss/nss_msg_header.h"
+
+#include <cstddef>
+#include <cstdint>
 
 namespace BP {
 

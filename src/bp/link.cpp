@@ -1,19 +1,19 @@
 #include "bp/link.h"
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
+#include "base/clock.h"
+#include "base/log.h"
+#include "bp/errno_text.h"
+#include "bp/registration.h"
+
+#include <ace/Reactor.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <utility>
 
-#include <ace/Reactor.h>
-
-#include "base/clock.h"
-#include "base/log.h"
-#include "bp/errno_text.h"
-#include "bp/registration.h"
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 
 namespace BP {
 

@@ -1,18 +1,18 @@
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-#include <limits>
-#include <memory>
-#include <string>
-
-#include <ace/Event_Handler.h>
-
 #include "bp/frame_reader.h"
 #include "bp/message_block_ptr.h"
 #include "bp/net_address.h"
 #include "bp/net_factory.h"
 #include "bp/send_queue.h"
+
+#include <ace/Event_Handler.h>
+
+#include <atomic>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
 
 namespace BP {
 

@@ -1,15 +1,15 @@
 #include "bp/link_acceptor.h"
 
-#include <sys/socket.h>
+#include "base/clock.h"
+#include "base/log.h"
+#include "bp/errno_text.h"
+
+#include <ace/Reactor.h>
 
 #include <cerrno>
 #include <utility>
 
-#include <ace/Reactor.h>
-
-#include "base/clock.h"
-#include "base/log.h"
-#include "bp/errno_text.h"
+#include <sys/socket.h>
 
 namespace BP {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstdint>
+#include "bp/net_address.h"
 
 #include <ace/Event_Handler.h>
 
-#include "bp/net_address.h"
+#include <cstdint>
 
 namespace BP {
 

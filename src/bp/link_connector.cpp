@@ -1,9 +1,9 @@
 #include "bp/link_connector.h"
 
+#include "base/om_adapter.h"
+
 #include <algorithm>
 #include <cerrno>
-
-#include "base/om_adapter.h"
 
 namespace BP {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "bp/net_address.h"
+
 #include <cstdint>
 #include <string>
 #include <tuple>
-
-#include "bp/net_address.h"
 
 namespace BP {
 

@@ -1,21 +1,21 @@
 #include "bp/link_engine.h"
 
-#include <pthread.h>
+#include "base/clock.h"
+#include "base/log.h"
+#include "bp/errno_text.h"
+#include "bp/link_thread.h"
+#include "bp/poll_reactor.h"
+
+#include <ace/OS_NS_Thread.h>
+#include <ace/Reactor.h>
+#include <ace/Time_Value.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <utility>
 
-#include <ace/OS_NS_Thread.h>
-#include <ace/Reactor.h>
-#include <ace/Time_Value.h>
-
-#include "base/clock.h"
-#include "base/log.h"
-#include "bp/errno_text.h"
-#include "bp/link_thread.h"
-#include "bp/poll_reactor.h"
+#include <pthread.h>
 
 namespace BP {
 

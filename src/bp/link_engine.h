@@ -1,5 +1,11 @@
 #pragma once
 
+#include "bp/link.h"
+#include "bp/link_acceptor.h"
+#include "bp/link_connector.h"
+#include "bp/net_factory.h"
+#include "bp/wake_handler.h"
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -10,12 +16,6 @@
 #include <thread>
 #include <unordered_map>
 #include <vector>
-
-#include "bp/link.h"
-#include "bp/link_acceptor.h"
-#include "bp/link_connector.h"
-#include "bp/net_factory.h"
-#include "bp/wake_handler.h"
 
 class ACE_Reactor;
 

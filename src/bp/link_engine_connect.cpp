@@ -1,12 +1,12 @@
 #include "bp/link_engine.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <utility>
-
 #include "base/clock.h"
 #include "base/log.h"
 #include "bp/errno_text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
 
 namespace BP {
 

@@ -1,13 +1,13 @@
 #include "bp/link_engine.h"
 
-#include <exception>
-#include <utility>
-
 #include "base/clock.h"
 #include "base/log.h"
 #include "bp/dispatcher.h"
 #include "bp/element_type.h"
 #include "bp/transactions.h"
+
+#include <exception>
+#include <utility>
 
 namespace BP {
 

@@ -1,10 +1,5 @@
 #include "bp/link.h"
 
-#include <sys/socket.h>
-
-#include <array>
-#include <cerrno>
-
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
@@ -12,6 +7,11 @@
 #include "bp/frame_head.h"
 #include "bp/registration.h"
 #include "nss/nss_msg_type.h"
+
+#include <array>
+#include <cerrno>
+
+#include <sys/socket.h>
 
 namespace BP {
 

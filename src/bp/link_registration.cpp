@@ -1,17 +1,17 @@
 #include "bp/link.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <utility>
-
-#include <ace/Reactor.h>
-
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
 #include "bp/errno_text.h"
 #include "bp/registration.h"
 #include "nss/nss_msg_type.h"
+
+#include <ace/Reactor.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
 
 namespace BP {
 

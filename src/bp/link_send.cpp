@@ -1,14 +1,14 @@
 #include "bp/link.h"
 
-#include <sys/socket.h>
-
-#include <cerrno>
-
-#include <ace/Reactor.h>
-
 #include "base/clock.h"
 #include "base/log.h"
 #include "bp/errno_text.h"
+
+#include <ace/Reactor.h>
+
+#include <cerrno>
+
+#include <sys/socket.h>
 
 namespace BP {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <ace/Message_Block.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <memory>
 #include <new>
-
-#include <ace/Message_Block.h>
 
 namespace BP {
 

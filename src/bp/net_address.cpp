@@ -1,11 +1,11 @@
 #include "bp/net_address.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 
 namespace BP {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <sys/socket.h>
-
 #include <string>
+
+#include <sys/socket.h>
 
 namespace BP {
 

@@ -1,15 +1,15 @@
 #include "bp/net_factory.h"
 
-#include <cerrno>
-#include <mutex>
-#include <utility>
-
 #include "base/log.h"
 #include "bp/frame_head.h"
 #include "bp/link_engine.h"
 #include "bp/link_thread.h"
 #include "bp/published.h"
 #include "bp/registration.h"
+
+#include <cerrno>
+#include <mutex>
+#include <utility>
 
 namespace BP {
 

@@ -1,14 +1,14 @@
 #include "bp/poll_reactor.h"
 
-#include <fcntl.h>
+#include <ace/ACE.h>
+#include <ace/Dev_Poll_Reactor.h>
+#include <ace/Reactor.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
 
-#include <ace/ACE.h>
-#include <ace/Dev_Poll_Reactor.h>
-#include <ace/Reactor.h>
+#include <fcntl.h>
 
 namespace BP {
 

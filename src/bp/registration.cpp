@@ -1,16 +1,16 @@
 #include "bp/registration.h"
 
-#include <algorithm>
-#include <atomic>
-#include <new>
-
-#include <json/value.h>
-
 #include "base/json_io.h"
 #include "bp/cmd.h"
 #include "bp/frame_head.h"
 #include "nss/nss_msg.h"
 #include "nss/nss_msg_type.h"
+
+#include <json/value.h>
+
+#include <algorithm>
+#include <atomic>
+#include <new>
 
 namespace BP {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "bp/message_block_ptr.h"
+
 #include <cstdint>
 #include <string>
-
-#include "bp/message_block_ptr.h"
 
 // The frames that links exchange about themselves: docs/nss-link.md.
 namespace BP {

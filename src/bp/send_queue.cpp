@@ -1,11 +1,11 @@
 #include "bp/send_queue.h"
 
-#include <sys/socket.h>
-#include <sys/uio.h>
+#include "bp/registration.h"
 
 #include <cerrno>
 
-#include "bp/registration.h"
+#include <sys/socket.h>
+#include <sys/uio.h>
 
 namespace BP {
 

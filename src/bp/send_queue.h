@@ -1,11 +1,11 @@
 #pragma once
 
+#include "bp/message_block_ptr.h"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
-
-#include "bp/message_block_ptr.h"
 
 struct iovec;
 

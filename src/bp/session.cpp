@@ -1,13 +1,13 @@
 #include "bp/session.h"
 
-#include <exception>
-#include <memory>
-
 #include "base/log.h"
 #include "bp/dispatcher.h"
 #include "bp/frame_head.h"
 #include "bp/published.h"
 #include "bp/session_work.h"
+
+#include <exception>
+#include <memory>
 
 namespace BP {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "bp/cmd.h"
+
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <utility>
-
-#include "bp/cmd.h"
 
 class CGvxReactor;
 

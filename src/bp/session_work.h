@@ -1,9 +1,9 @@
 #pragma once
 
+#include "bp/session.h"
+
 #include <cstdint>
 #include <memory>
-
-#include "bp/session.h"
 
 namespace BP {
 

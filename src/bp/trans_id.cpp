@@ -1,10 +1,10 @@
 #include "bp/cmd.h"
 
-#include <atomic>
-
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/random.h"
+
+#include <atomic>
 
 namespace BP {
 

@@ -1,11 +1,11 @@
 #include "bp/transactions.h"
 
+#include "base/clock.h"
+#include "bp/dispatcher.h"
+
 #include <algorithm>
 #include <chrono>
 #include <utility>
-
-#include "base/clock.h"
-#include "bp/dispatcher.h"
 
 namespace BP {
 

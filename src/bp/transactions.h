@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bp/cmd.h"
+
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -8,8 +10,6 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-
-#include "bp/cmd.h"
 
 namespace BP {
 

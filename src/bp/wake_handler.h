@@ -1,10 +1,10 @@
 #pragma once
 
-#include <atomic>
+#include "bp/net_address.h"
 
 #include <ace/Event_Handler.h>
 
-#include "bp/net_address.h"
+#include <atomic>
 
 namespace BP {
 

@@ -1,5 +1,7 @@
 #include "nss/nss_msg.h"
 
+#include "base/bounded_string.h"
+
 #include <ace/Message_Block.h>
 
 #include <algorithm>
@@ -8,8 +10,6 @@
 #include <new>
 
 #include <arpa/inet.h>
-
-#include "base/bounded_string.h"
 
 namespace {
 

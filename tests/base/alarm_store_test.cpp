@@ -1,5 +1,10 @@
 #include "base/alarm_store.h"
 
+#include "base/bounded_string.h"
+#include "support/recording_logger.h"
+#include "support/temp_folder.h"
+#include "support/test_clock.h"
+
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -12,11 +17,6 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "base/bounded_string.h"
-#include "support/recording_logger.h"
-#include "support/temp_folder.h"
-#include "support/test_clock.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "base/cbb_xml.h"
 
+#include "support/temp_folder.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include <sys/stat.h>
-
-#include "support/temp_folder.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
+#include "base/base64.h"
+#include "base/http_digest.h"
+#include "base/random.h"
+#include "base/text_cipher.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 #include <string>
-
-#include "base/base64.h"
-#include "base/http_digest.h"
-#include "base/random.h"
-#include "base/text_cipher.h"
 
 namespace {
 

@@ -1,5 +1,9 @@
 #include "base/file_watcher.h"
 
+#include "support/recording_logger.h"
+#include "support/temp_folder.h"
+#include "support/wait_until.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -7,10 +11,6 @@
 #include <string>
 
 #include <unistd.h>
-
-#include "support/recording_logger.h"
-#include "support/temp_folder.h"
-#include "support/wait_until.h"
 
 namespace {
 

@@ -1,6 +1,9 @@
 #include "base/log_fault.h"
 
 #include "base/log.h"
+#include "support/recording_logger.h"
+#include "support/temp_folder.h"
+#include "support/wait_until.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,10 +15,6 @@
 #include <vector>
 
 #include <sys/resource.h>
-
-#include "support/recording_logger.h"
-#include "support/temp_folder.h"
-#include "support/wait_until.h"
 
 namespace {
 

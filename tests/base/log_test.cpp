@@ -1,5 +1,9 @@
 #include "base/log.h"
 
+#include "support/recording_logger.h"
+#include "support/temp_folder.h"
+#include "support/test_clock.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,10 +11,6 @@
 #include <atomic>
 #include <string>
 #include <thread>
-
-#include "support/recording_logger.h"
-#include "support/temp_folder.h"
-#include "support/test_clock.h"
 
 namespace {
 

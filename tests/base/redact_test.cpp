@@ -1,8 +1,8 @@
+#include "base/om_adapter.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
-
-#include "base/om_adapter.h"
 
 namespace {
 

@@ -1,15 +1,15 @@
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstring>
-#include <string>
-
 #include "base/clock.h"
 #include "base/net_interface.h"
 #include "base/paths.h"
 #include "base/zvs_error.h"
 #include "support/temp_folder.h"
 #include "support/test_clock.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <string>
 
 namespace {
 

@@ -1,18 +1,18 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <mutex>
-#include <string>
-#include <vector>
-
 #include "bp/dispatcher.h"
 #include "bp/frame_head.h"
 #include "bp/net_factory.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
 #include "support/wait_until.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
 
 // Links under test: events and frames are recorded, and everything is stopped at the end.
 class LinkFixture : public ::testing::Test {

@@ -44,7 +44,7 @@ def compile_by_pkg_config(prefix, folder):
     flags = run("pkg-config", "--define-variable=prefix=" + prefix, "--cflags", "--libs", "gvx_common", env=env).split()
     source = os.path.join(folder, "use.cpp")
     with open(source, "w") as out:
-        out.write('#include "nss/nss_msg_type.h"\n#include "gvx_common/media/gvx_rtp_packet.h"\n#include <cstdio>\n'
+        out.write('#include "nss/nss_msg_type.h"\n#include "gvx_common/rtp/gvx_rtp_packet.h"\n#include <cstdio>\n'
                   'int main() { CRtpPacket packet; char head[12]; packet.GeneratePacket(head, 12, false);\n'
                   '  std::puts(NssMsgTypeName(NSS_ADD_MAIN_DEV_REQ)); return packet.GetVersion() == 2 ? 0 : 1; }\n')
     program = os.path.join(folder, "use")

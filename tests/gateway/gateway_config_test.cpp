@@ -1,7 +1,7 @@
 #include "gateway/gateway_fixture.h"
 
 #include "base/zvs_error.h"
-#include "gateway/plugin_guard.h"
+#include "gateway/plugins/plugin_guard.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "nss/nss_msg_type.h"
 #include "support/test_clock.h"

@@ -114,6 +114,7 @@ TEST_F(GatewayTest, RequestThatNothingServesIsAnsweredUnsupported) {
 }
 
 TEST_F(GatewayTest, RefusalLeavesByTheMainServiceLink) {
+    AnswerPortReport();  // the main service is known from then on
     auto scu = FakePeer::Connect(gateway->Port());
     ASSERT_NE(scu, nullptr);
     ASSERT_EQ(scu->Register("SCU#900"), 0u);

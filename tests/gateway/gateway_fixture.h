@@ -1,17 +1,17 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <string>
-
-#include <gtest/gtest.h>
-#include <json/value.h>
-
-#include "gateway/gateway.h"
+#include "gateway/process/gateway.h"
 #include "plugins_bad/moody_plugin.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
 #include "support/temp_folder.h"
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include <functional>
+#include <memory>
+#include <string>
 
 // Where the build puts the plug-ins that misbehave.
 std::string BadPluginDir();

@@ -1,7 +1,7 @@
 #include "gateway/gateway_fixture.h"
 
-#include "gateway/intake.h"
-#include "gateway/plugin_guard.h"
+#include "gateway/intake/intake.h"
+#include "gateway/plugins/plugin_guard.h"
 #include "support/wait_until.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include "gateway/gateway_fixture.h"
 
 #include "base/log.h"
-#include "gateway/startup_log.h"
+#include "gateway/process/startup_log.h"
 
 #include <filesystem>
 

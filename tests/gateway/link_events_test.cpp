@@ -1,4 +1,4 @@
-#include "gateway/link_events.h"
+#include "gateway/links/link_events.h"
 
 #include "gateway/gateway_fixture.h"
 #include "gvx_common/link/gvx_connection_mgr.h"

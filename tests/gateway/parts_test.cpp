@@ -1,12 +1,12 @@
 #include "bp/dispatcher.h"
-#include "gateway/dev_reactor_binder.h"
-#include "gateway/device_table.h"
-#include "gateway/history_sweep.h"
-#include "gateway/plugin_guard.h"
-#include "gateway/request_target.h"
-#include "gateway/start_watch.h"
-#include "gateway/stop_deadline.h"
-#include "gateway/stream_gate.h"
+#include "gateway/devices/dev_reactor_binder.h"
+#include "gateway/devices/device_table.h"
+#include "gateway/devices/history_sweep.h"
+#include "gateway/messages/request_target.h"
+#include "gateway/plugins/plugin_guard.h"
+#include "gateway/process/start_watch.h"
+#include "gateway/process/stop_deadline.h"
+#include "gateway/streams/stream_gate.h"
 #include "gvx_common/event/gvx_reactor.h"
 #include "gvx_common/media/media_send_stream.h"
 #include "nss/nss_msg.h"
@@ -16,12 +16,12 @@
 #include "support/test_clock.h"
 #include "support/wait_until.h"
 
+#include <ace/Message_Block.h>
+#include <gtest/gtest.h>
+
 #include <set>
 #include <stdexcept>
 #include <thread>
-
-#include <ace/Message_Block.h>
-#include <gtest/gtest.h>
 
 TEST(PluginGuard, ExceptionsBecomeResultsAndOneLine) {
     const ScopedRecordingLogger log;

@@ -1,7 +1,7 @@
 #include "gateway/gateway_fixture.h"
 
 #include "bp/net_factory.h"
-#include "gateway/link_options.h"
+#include "gateway/links/link_options.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"

@@ -1,8 +1,8 @@
 #include "gvxctl/metadata_receiver.h"
 
-#include "gvx_common/adapter/gvx_metadata_records.h"
 #include "gvx_common/media_memory/MediaMemPool.h"
 #include "gvx_common/media_memory/MemHandler.h"
+#include "gvx_common/records/gvx_metadata_records.h"
 #include "support/temp_folder.h"
 #include "support/test_lens.h"
 

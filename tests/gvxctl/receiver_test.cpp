@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+
 #include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <fstream>
-#include <iterator>
 
 namespace gvxctl {
 namespace {

@@ -1,12 +1,12 @@
 #include "nss/nss_msg.h"
 
+#include "nss/nss_msg_type.h"
+
 #include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
-
-#include "nss/nss_msg_type.h"
 
 namespace {
 

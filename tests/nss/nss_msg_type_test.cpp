@@ -1,14 +1,14 @@
 #include "nss/nss_msg_type.h"
 
+#include "nss/nss_msg_header.h"
+#include "support/temp_folder.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <map>
 #include <set>
 #include <string>
-
-#include "nss/nss_msg_header.h"
-#include "support/temp_folder.h"
 
 namespace {
 
@@ -142,7 +142,7 @@ struct ListCase {
 TEST(NssMsgTypeGenerator, RefusesAListThatIsNotInOrder) {
     const TempFolder folder;
     const std::string script =
-        (std::filesystem::path(__FILE__).parent_path() / "../../src/nss/generate_msg_types.py").string();
+        (SourceTree() / "src/nss/generate_msg_types.py").string();
     const ListCase cases[] = {
         {"# a comment\n0x0001: A, B = C,\n    D!\n0x9001: A_RSP!\n", true},
         {"0x0001: A, A\n", false},

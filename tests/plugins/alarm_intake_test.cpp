@@ -2,8 +2,8 @@
 #include "gvx_common/adapter/gvx_adapter_interface.h"
 #include "gvx_common/adapter/gvx_plugin.h"
 #include "gvx_common/config/gvx_config_mgr.h"
-#include "plugins/stream_bytes.h"
 #include "support/recording_logger.h"
+#include "support/stream_bytes.h"
 #include "support/temp_folder.h"
 #include "support/test_clock.h"
 
@@ -30,7 +30,7 @@ void TakeAlarm(const char* device, const char* json) {
 class AlarmIntakeTest : public testing::Test {
 protected:
     AlarmIntakeTest() {
-        const auto conf = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "conf";
+        const auto conf = SourceTree() / "conf";
         GvxConfigMgr()->ClearAlarmInfoDesccription();
         EXPECT_EQ(0,
                   GvxConfigMgr()->LoadAlarmDescriptionConfig((conf / "alarm/gvx_nvt_alarm_description.xml").c_str()));

@@ -1,7 +1,7 @@
 // Files of real encoders, made by ffmpeg: what is read is held against what ffprobe counts.
-#include "file/access_unit_reader.h"
 #include "file/media_json.h"
-#include "plugins/stream_bytes.h"
+#include "gvx_common/codec/access_unit_reader.h"
+#include "support/stream_bytes.h"
 #include "support/temp_folder.h"
 
 #include <gtest/gtest.h>
@@ -12,11 +12,11 @@
 #include <sstream>
 #include <string>
 
-using gvxfile::AccessUnit;
-using gvxfile::AccessUnitReader;
-using gvxfile::Codec;
+using gvx::AccessUnit;
+using gvx::AccessUnitReader;
+using gvx::Codec;
 using gvxfile::MediaEntry;
-using gvxfile::ReadResult;
+using gvx::ReadResult;
 
 namespace {
 
@@ -106,7 +106,9 @@ TEST(EncoderFiles, AreReadPictureByPicture) {
         EXPECT_EQ(decoded.pictures, read.pictures);
         EXPECT_EQ(decoded.keys, read.keys);
 
-        MediaEntry entry = stream_bytes::Entry(path, gvxfile::Rational{});
+        MediaEntry entry;
+        entry.name = "test";
+        entry.videoPath = path;
         entry.codec = row.codec;
         std::string error;
         ASSERT_TRUE(ProbeMedia(entry, error)) << error;

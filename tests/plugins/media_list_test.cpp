@@ -1,6 +1,6 @@
 #include "file/media_list.h"
 
-#include "plugins/stream_bytes.h"
+#include "support/stream_bytes.h"
 #include "support/temp_folder.h"
 
 #include <gmock/gmock.h>
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-using gvxfile::Codec;
+using gvx::Codec;
 using gvxfile::MediaList;
 using gvxfile::MediaPtr;
 using testing::HasSubstr;

@@ -1,6 +1,6 @@
 #include "file/media_source.h"
 
-#include "plugins/stream_bytes.h"
+#include "support/stream_bytes.h"
 #include "support/temp_folder.h"
 
 #include <gtest/gtest.h>
@@ -12,11 +12,20 @@
 using gvxfile::MediaEntry;
 using gvxfile::MediaPacket;
 using gvxfile::MediaSource;
-using gvxfile::Rational;
-using gvxfile::ReadResult;
+using gvx::Rational;
+using gvx::ReadResult;
 using namespace stream_bytes;
 
 namespace {
+
+MediaEntry Entry(const std::string& videoPath, gvx::Rational rate, bool loop = false) {
+    MediaEntry entry;
+    entry.name = "test";
+    entry.videoPath = videoPath;
+    entry.frameRate = rate;
+    entry.loop = loop;
+    return entry;
+}
 
 struct Piece {
     bool video;

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "gvx_common/records/media_types.h"
+
 #include <cstdint>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "gvx_common/media/media_types.h"
 
 // What a lens sends, packet by packet: give Take as the send function and the recorder as the user info. Any thread.
 class PacketRecorder {

@@ -4,7 +4,9 @@
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 #include "gvx_common/adapter/gvx_plugin.h"
 #include "gvx_common/alarm/gvx_error_mgr.h"
-#include "gvx_common/media/stream_param.h"
+#include "gvx_common/records/stream_param.h"
+
+#include <ace/Message_Block.h>
 
 #include <atomic>
 #include <chrono>
@@ -14,8 +16,6 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
-
-#include <ace/Message_Block.h>
 
 // A camera that sends numbered packets, unless the device's extend text says otherwise: "operation=mood", parted by
 // blanks. Moods: throw, throw-int, error, report (an error with its words), hang, null; "StartStream=error-later": the

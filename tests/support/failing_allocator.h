@@ -1,9 +1,9 @@
 #pragma once
 
+#include <ace/Malloc_Allocator.h>
+
 #include <atomic>
 #include <cstddef>
-
-#include <ace/Malloc_Allocator.h>
 
 // For a scope, message blocks of that size and more get no memory for their data.
 class ScopedFailingAllocator {

@@ -1,19 +1,19 @@
 #include "support/fake_peer.h"
 
+#include "base/json_io.h"
+#include "nss/nss_msg.h"
+
+#include <json/value.h>
+
+#include <algorithm>
+#include <cstring>
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cstring>
-
-#include <json/value.h>
-
-#include "base/json_io.h"
-#include "nss/nss_msg.h"
 
 namespace {
 

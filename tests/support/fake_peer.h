@@ -1,12 +1,12 @@
 #pragma once
 
+#include "nss/nss_msg_header.h"
+
 #include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
-
-#include "nss/nss_msg_header.h"
 
 // A peer of a link, on blocking sockets with a time limit on every step. One thread at a time.
 class FakePeer {

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "base/om_adapter.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "base/om_adapter.h"
 
 // Keeps every line that is logged, so that tests can ask for them. Any thread.
 class RecordingLogger : public IOMLogger {

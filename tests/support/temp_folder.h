@@ -7,6 +7,9 @@
 
 #include <stdlib.h>
 
+// The top of the source tree, wherever the compiler was called from.
+std::filesystem::path SourceTree();
+
 // A folder of a test's own, removed with all that is in it.
 class TempFolder {
 public:

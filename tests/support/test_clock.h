@@ -1,10 +1,10 @@
 #pragma once
 
+#include "base/clock.h"
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-
-#include "base/clock.h"
 
 // A clock that stands still until a test moves it. Any thread.
 class TestClock : public gvx::Clock {

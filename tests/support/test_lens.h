@@ -1,10 +1,10 @@
 #pragma once
 
+#include "gvx_common/adapter/gvx_adapter_defaults.h"
+
 #include <cstddef>
 #include <ctime>
 #include <string>
-
-#include "gvx_common/adapter/gvx_adapter_defaults.h"
 
 // A device and a lens that supply nothing, with reach into the channels, for tests of the code around a plug-in.
 class TestDevice : public CAdapterDevDefaults {

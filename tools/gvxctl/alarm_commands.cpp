@@ -7,10 +7,10 @@
 #include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
 
-#include <sys/socket.h>
-
 #include <cstdio>
 #include <mutex>
+
+#include <sys/socket.h>
 
 namespace gvxctl {
 namespace {

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <string>
-#include <vector>
+#include "gvxctl/frame.h"
 
 #include <json/value.h>
 
-#include "gvxctl/frame.h"
+#include <string>
+#include <vector>
 
 // Alarm frames taken apart by the offsets of their wire records; docs/gvxctl.md lists the fields.
 namespace gvxctl {

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "gvxctl/frame.h"
+
 #include <cstdint>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "gvxctl/frame.h"
 
 namespace gvxctl {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "gvxctl/requests.h"
 #include "gvxctl/stream_recorder.h"
+
+#include <string>
 
 // One function for each command of the tool. Each prints to standard output, faults to standard error, and returns the
 // exit code: 0 for success, 1 when the gateway refused or something was wrong, 3 when no link could be made.

@@ -7,9 +7,9 @@
 #include "gvxctl/requests.h"
 #include "nss/nss_msg_type.h"
 
-#include <cstdio>
-
 #include <json/value.h>
+
+#include <cstdio>
 
 namespace gvxctl {
 namespace {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "gvxctl/commands.h"
+
+#include <string>
 
 namespace gvxctl {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "gvxctl/port_service.h"
+
 #include <functional>
 #include <string>
-
-#include "gvxctl/port_service.h"
 
 namespace gvxctl {
 

@@ -3,10 +3,11 @@
 #include "nss/nss_msg.h"
 
 #include <ace/Message_Block.h>
-#include <arpa/inet.h>
 
 #include <cstddef>
 #include <cstring>
+
+#include <arpa/inet.h>
 
 namespace gvxctl {
 namespace {

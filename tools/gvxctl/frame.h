@@ -1,10 +1,10 @@
 #pragma once
 
+#include "nss/nss_msg_header.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include "nss/nss_msg_header.h"
 
 namespace gvxctl {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <string>
-#include <vector>
+#include "gvxctl/member_reader.h"
 
 #include <json/value.h>
 
-#include "gvxctl/member_reader.h"
+#include <string>
+#include <vector>
 
 namespace gvxctl {
 

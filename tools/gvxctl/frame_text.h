@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "gvxctl/frame.h"
+
+#include <string>
 
 // Frames for people: names of types and codes, head fields, and bodies decoded by their form.
 namespace gvxctl {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "gvxctl/frame.h"
+
 #include <condition_variable>
 #include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
-
-#include "gvxctl/frame.h"
 
 namespace gvxctl {
 

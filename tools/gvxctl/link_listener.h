@@ -1,13 +1,13 @@
 #pragma once
 
+#include "gvxctl/peer_link.h"
+
 #include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
-
-#include "gvxctl/peer_link.h"
 
 namespace gvxctl {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <set>
-#include <string>
+#include "gvxctl/answer_rules.h"
 
 #include <json/value.h>
 
-#include "gvxctl/answer_rules.h"
+#include <set>
+#include <string>
 
 namespace gvxctl {
 

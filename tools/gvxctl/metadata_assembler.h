@@ -1,12 +1,12 @@
 #pragma once
 
+#include "gvxctl/rtp.h"
+#include "gvxctl/tlv_tree.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
-
-#include "gvxctl/rtp.h"
-#include "gvxctl/tlv_tree.h"
 
 namespace gvxctl {
 

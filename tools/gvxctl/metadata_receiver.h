@@ -1,14 +1,14 @@
 #pragma once
 
+#include "gvxctl/metadata_assembler.h"
+
+#include <json/value.h>
+
 #include <array>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
-
-#include <json/value.h>
-
-#include "gvxctl/metadata_assembler.h"
 
 namespace gvxctl {
 

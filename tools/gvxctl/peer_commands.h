@@ -1,10 +1,10 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "gvxctl/answer_rules.h"
 #include "gvxctl/commands.h"
+
+#include <string>
+#include <vector>
 
 namespace gvxctl {
 

@@ -6,12 +6,13 @@
 #include "nss/nss_msg_type.h"
 
 #include <json/value.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+
+#include <sys/socket.h>
 
 namespace gvxctl {
 namespace {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "gvxctl/frame.h"
+#include "gvxctl/socket_util.h"
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -7,9 +10,6 @@
 #include <mutex>
 #include <string>
 #include <thread>
-
-#include "gvxctl/frame.h"
-#include "gvxctl/socket_util.h"
 
 namespace gvxctl {
 

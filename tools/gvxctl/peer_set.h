@@ -1,17 +1,17 @@
 #pragma once
 
+#include "gvxctl/answer_rules.h"
+#include "gvxctl/default_answers.h"
+#include "gvxctl/later.h"
+#include "gvxctl/link_listener.h"
+#include "gvxctl/peer_link.h"
+
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-
-#include "gvxctl/answer_rules.h"
-#include "gvxctl/default_answers.h"
-#include "gvxctl/later.h"
-#include "gvxctl/link_listener.h"
-#include "gvxctl/peer_link.h"
 
 namespace gvxctl {
 

@@ -3,9 +3,9 @@
 #include "base/clock.h"
 #include "nss/nss_msg_type.h"
 
-#include <unistd.h>
-
 #include <chrono>
+
+#include <unistd.h>
 
 namespace gvxctl {
 namespace {

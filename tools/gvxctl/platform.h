@@ -1,5 +1,9 @@
 #pragma once
 
+#include "gvxctl/default_answers.h"
+#include "gvxctl/link_listener.h"
+#include "gvxctl/peer_link.h"
+
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -7,10 +11,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "gvxctl/default_answers.h"
-#include "gvxctl/link_listener.h"
-#include "gvxctl/peer_link.h"
 
 namespace gvxctl {
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "gvxctl/frame.h"
+
 #include <cstdint>
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
-
-#include "gvxctl/frame.h"
 
 namespace gvxctl {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <string>
+#include "gvxctl/stream_recorder.h"
 
 #include <json/value.h>
 
-#include "gvxctl/stream_recorder.h"
+#include <string>
 
 namespace gvxctl {
 

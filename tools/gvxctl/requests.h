@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
+#include "gvxctl/platform.h"
 
 #include <json/value.h>
 
-#include "gvxctl/platform.h"
+#include <cstdint>
+#include <string>
+#include <vector>
 
 // The requests that the tool sends, with their bodies (docs/nss-messages.md), and what their responses say.
 namespace gvxctl {

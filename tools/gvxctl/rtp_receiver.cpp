@@ -2,14 +2,14 @@
 
 #include "base/clock.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+
+#include <poll.h>
+#include <sys/socket.h>
 
 namespace gvxctl {
 namespace {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "gvxctl/socket_util.h"
+#include "gvxctl/stream_recorder.h"
+
 #include <atomic>
 #include <mutex>
 #include <string>
 #include <thread>
-
-#include "gvxctl/socket_util.h"
-#include "gvxctl/stream_recorder.h"
 
 namespace gvxctl {
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "gvxctl/frame_pattern.h"
+#include "gvxctl/port_service.h"
+
 #include <map>
 #include <string>
 #include <variant>
 #include <vector>
-
-#include "gvxctl/frame_pattern.h"
-#include "gvxctl/port_service.h"
 
 // What a scenario file says; docs/gvxctl.md describes its form.
 namespace gvxctl {

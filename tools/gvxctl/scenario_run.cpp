@@ -5,9 +5,9 @@
 #include "gvxctl/interrupt.h"
 #include "gvxctl/scenario_vars.h"
 
-#include <unistd.h>
-
 #include <cstring>
+
+#include <unistd.h>
 
 namespace gvxctl {
 namespace {

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "gvxctl/inbox.h"
 #include "gvxctl/log_tail.h"
 #include "gvxctl/peer_set.h"
 #include "gvxctl/scenario.h"
 #include "gvxctl/transcript.h"
+
+#include <memory>
+#include <string>
 
 namespace gvxctl {
 

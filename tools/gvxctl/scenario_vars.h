@@ -1,11 +1,11 @@
 #pragma once
 
-#include <functional>
-#include <string>
+#include "gvxctl/scenario.h"
 
 #include <json/value.h>
 
-#include "gvxctl/scenario.h"
+#include <functional>
+#include <string>
 
 namespace gvxctl {
 

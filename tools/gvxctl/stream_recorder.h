@@ -1,14 +1,14 @@
 #pragma once
 
+#include "gvxctl/depacketizer.h"
+#include "gvxctl/metadata_receiver.h"
+#include "gvxctl/rtp.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
-
-#include "gvxctl/depacketizer.h"
-#include "gvxctl/metadata_receiver.h"
-#include "gvxctl/rtp.h"
 
 namespace gvxctl {
 

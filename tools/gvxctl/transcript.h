@@ -1,10 +1,10 @@
 #pragma once
 
+#include "gvxctl/peer_set.h"
+
 #include <cstdint>
 #include <mutex>
 #include <string>
-
-#include "gvxctl/peer_set.h"
 
 namespace gvxctl {
 

@@ -1,7 +1,7 @@
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 
 #include "base/log.h"
-#include "gvx_common/media/stream_param.h"
+#include "gvx_common/records/stream_param.h"
 
 #include <ace/Message_Block.h>
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "gvx_common/adapter/gvx_adapter_interface.h"
+
 #include <list>
 #include <string>
-
-#include "gvx_common/adapter/gvx_adapter_interface.h"
 
 // Bases for a plug-in that supplies only what its device can: every operation that the contract leaves to the plug-in
 // answers ZVS_GVX_DEV_UN_SUPPORT here. Derive from these, override what there is.

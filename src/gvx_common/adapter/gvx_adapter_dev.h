@@ -1,18 +1,18 @@
 #pragma once
 
+#include "base/zvs_error.h"
+#include "base/zvs_types.h"
+#include "gvx_common/event/GvxNotifier.h"
+#include "gvx_common/records/gvx_adapter_records.h"
+
+#include <ace/Recursive_Thread_Mutex.h>
+#include <json/value.h>
+
 #include <cstdint>
 #include <ctime>
 #include <list>
 #include <string>
 #include <vector>
-
-#include <ace/Recursive_Thread_Mutex.h>
-#include <json/value.h>
-
-#include "base/zvs_error.h"
-#include "base/zvs_types.h"
-#include "gvx_common/adapter/gvx_adapter_records.h"
-#include "gvx_common/link/GvxNotifier.h"
 
 class CAdapterLensBase;
 class CGvxReactor;

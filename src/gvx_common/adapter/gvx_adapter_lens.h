@@ -1,19 +1,19 @@
 #pragma once
 
-#include <deque>
-#include <list>
-#include <string>
+#include "base/zvs_error.h"
+#include "base/zvs_types.h"
+#include "gvx_common/adapter/conf_item_mask.h"
+#include "gvx_common/records/gvx_adapter_records.h"
+#include "gvx_common/records/media_types.h"
+#include "gvx_common/rtp/media_channel.h"
 
 #include <ace/OS_NS_Thread.h>
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Thread_Semaphore.h>
 
-#include "base/zvs_error.h"
-#include "base/zvs_types.h"
-#include "gvx_common/adapter/conf_item_mask.h"
-#include "gvx_common/adapter/gvx_adapter_records.h"
-#include "gvx_common/media/media_channel.h"
-#include "gvx_common/media/media_types.h"
+#include <deque>
+#include <list>
+#include <string>
 
 class ACE_Message_Block;
 class CAdapterDevBase;

@@ -2,8 +2,8 @@
 
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
-#include "gvx_common/adapter/frame_packer.h"
-#include "gvx_common/adapter/start_code.h"
+#include "gvx_common/rtp/frame_packer.h"
+#include "gvx_common/rtp/start_code.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,9 +2,9 @@
 
 #include "base/log.h"
 
-#include <arpa/inet.h>
-
 #include <new>
+
+#include <arpa/inet.h>
 
 CAdapterSdkBase::CAdapterSdkBase() {
     m_pDiscDevInfo = new (std::nothrow) CDiscoveryDeviceInfo;

@@ -1,20 +1,20 @@
 #pragma once
 
+#include "base/zvs_error.h"
+#include "base/zvs_types.h"
+#include "gvx_common/records/gvx_adapter_records.h"
+#include "gvx_common/records/gvx_discovery_records.h"
+
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Task.h>
+#include <ace/Thread_Semaphore.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <list>
 #include <string>
 #include <unordered_map>
 #include <utility>
-
-#include <ace/Recursive_Thread_Mutex.h>
-#include <ace/Task.h>
-#include <ace/Thread_Semaphore.h>
-
-#include "base/zvs_error.h"
-#include "base/zvs_types.h"
-#include "gvx_common/adapter/gvx_adapter_records.h"
-#include "gvx_common/adapter/gvx_discovery_records.h"
 
 class CAdapterDevBase;
 

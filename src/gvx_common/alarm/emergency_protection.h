@@ -1,13 +1,13 @@
 #pragma once
 
+#include "gvx_common/records/gvx_alarm_records.h"
+
 #include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "gvx_common/alarm/gvx_alarm_records.h"
 
 struct Alarm_Item;
 namespace BP {

@@ -3,7 +3,9 @@
 #include "base/bounded_string.h"
 #include "base/log.h"
 #include "base/log_fault.h"
+#include "base/zvs_error.h"
 #include "bp/flux_control.h"
+#include "gvx_common/config/config_alarm.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 
 #include <cstddef>
@@ -12,6 +14,36 @@
 // What raises and clears the gateway's own alarms.
 
 namespace {
+
+// The way of the configuration's faults into the alarm state.
+class ConfigFaults : public gvx::ConfigAlarmSink {
+public:
+    void OnFileFault(const std::string& location, const std::string& description) override {
+        CEmergencyProtection::Instance()->OnConfigReadAlarm(location, description);
+    }
+    bool OnSideFileFault(const std::string& location, const std::string& description) override {
+        CEmergencyProtection* const alarms = CEmergencyProtection::Instance();
+        if (alarms->IsAlarmStatusItemExist(ALARM_GVX_CONFIG_READ_FAIL, "") == ZVS_SUCCEED) {
+            return false;
+        }
+        alarms->OnConfigReadAlarm(location, description);
+        alarms->AddAlarmStatusItem(ALARM_GVX_CONFIG_READ_FAIL, "");
+        return true;
+    }
+    void OnIllegalSetting(const std::string& location, const std::string& description) override {
+        CEmergencyProtection::Instance()->SetGvxBPAlarmRepMsg("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE,
+                                                              location, description, false);
+    }
+};
+
+[[maybe_unused]] const bool g_registered = [] {
+    static ConfigFaults faults;
+    gvx::SetConfigAlarmSink(&faults);
+    CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::HeldAlarms, [](const std::string& /*linkId*/) {
+        CEmergencyProtection::Instance()->SendAlarmCacheToGvx();
+    });
+    return true;
+}();
 
 constexpr std::size_t kLogTextBytes = 256;
 

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "gvx_common/alarm/gvx_dev_err.h"
+
+#include <ace/Thread_Mutex.h>
+
 #include <atomic>
 #include <condition_variable>
 #include <cstdarg>
@@ -11,10 +15,6 @@
 #include <mutex>
 #include <string>
 #include <thread>
-
-#include "gvx_common/alarm/gvx_dev_err.h"
-
-#include <ace/Thread_Mutex.h>
 
 // Tells the platform in words which device failed, when and why. A plug-in reports from the thread on which its
 // operation was called, and the answer to that request carries the report; or it reports from a thread of its own,

@@ -1,10 +1,10 @@
 #include "gvx_common/config/cloud_config_mgr.h"
 
-#include "gvx_common/config/gvx_config_mgr.h"
 #include "base/cbb_xml.h"
 #include "base/file_watcher.h"
 #include "base/log.h"
 #include "base/paths.h"
+#include "gvx_common/config/gvx_config_mgr.h"
 
 #include <cstring>
 #include <new>

@@ -1,8 +1,8 @@
 #include "gvx_common/config/gvx_config.h"
 
-#include "gvx_common/config/config_secret.h"
 #include "base/bounded_string.h"
 #include "base/log.h"
+#include "gvx_common/config/config_secret.h"
 
 #include <algorithm>
 #include <cerrno>

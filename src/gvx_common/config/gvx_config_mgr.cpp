@@ -1,8 +1,8 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "gvx_common/utility/gvx_utility.h"
 #include "base/log.h"
 #include "base/paths.h"
+#include "gvx_common/utility/gvx_utility.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,5 +1,11 @@
 #pragma once
 
+#include "gvx_common/config/published_text.h"
+#include "gvx_common/records/config_records.h"
+#include "gvx_common/records/device_alarm_records.h"
+
+#include <ace/Recursive_Thread_Mutex.h>
+
 #include <atomic>
 #include <cstdint>
 #include <istream>
@@ -10,12 +16,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <ace/Recursive_Thread_Mutex.h>
-
-#include "gvx_common/alarm/device_alarm.h"
-#include "gvx_common/config/config_records.h"
-#include "gvx_common/config/published_text.h"
 
 namespace CBB {
 class CXml;

@@ -1,11 +1,11 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "gvx_common/config/gvx_config.h"
-#include "gvx_common/utility/gvx_utility.h"
 #include "base/cbb_xml.h"
 #include "base/log.h"
 #include "base/net_interface.h"
 #include "base/paths.h"
+#include "gvx_common/config/gvx_config.h"
+#include "gvx_common/utility/gvx_utility.h"
 
 #include <algorithm>
 #include <cerrno>

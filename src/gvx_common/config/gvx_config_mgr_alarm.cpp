@@ -1,8 +1,8 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "gvx_common/adapter/gvx_adapter_records.h"
 #include "base/bounded_string.h"
 #include "base/log.h"
+#include "gvx_common/records/gvx_adapter_records.h"
 
 #include <algorithm>
 #include <cstring>

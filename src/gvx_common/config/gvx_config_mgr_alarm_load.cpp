@@ -1,11 +1,11 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "gvx_common/config/config_alarm.h"
-#include "gvx_common/utility/gvx_utility.h"
 #include "base/bounded_string.h"
 #include "base/cbb_xml.h"
 #include "base/log.h"
 #include "base/paths.h"
+#include "gvx_common/config/config_alarm.h"
+#include "gvx_common/utility/gvx_utility.h"
 
 #include <cerrno>
 #include <cstring>
@@ -50,12 +50,12 @@ constexpr LoaderTexts kDescriptionTexts = {
 };
 
 void ReportFault(const LoaderTexts& texts, const Fault& fault, const std::string& location) {
-    const bool raised = gvx::RaiseConfigAlarmOnce(location + ",ParaName=" + fault.paraName, "");
+    const bool raised = gvx::ConfigAlarms().OnSideFileFault(location + ",ParaName=" + fault.paraName, "");
     GVX_LOG_ERR(texts.title, "%s", raised ? fault.whenRaised : fault.whenOpen);
 }
 
 void ReportLoadFault(const LoaderTexts& texts, const char* path, const std::string& location) {
-    if (gvx::RaiseConfigAlarmOnce(location + ",ParaName=" + texts.load.paraName, "")) {
+    if (gvx::ConfigAlarms().OnSideFileFault(location + ",ParaName=" + texts.load.paraName, "")) {
         GVX_LOG_ERR(texts.title, "%s[%s]", texts.load.whenRaised, path);
     } else {
         GVX_LOG_ERR(texts.title, "%s", texts.load.whenOpen);
@@ -165,7 +165,7 @@ bool LoadMappingRow(CBB::CXml& xml, const std::string& location, std::string& co
         const char* value = xml.GetElemValue();
         if (value == nullptr || *value == '\0') {
             GVX_LOG_ERR(texts.title, "Alarm code is null.");
-            gvx::RaiseConfigAlarmOnce(location + ",ParaName=AlarmCode", "");
+            gvx::ConfigAlarms().OnSideFileFault(location + ",ParaName=AlarmCode", "");
             return true;
         }
         code = value;

@@ -1,15 +1,15 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "gvx_common/config/config_rules.h"
-#include "gvx_common/config/config_secret.h"
-#include "gvx_common/config/gvx_config.h"
-#include "gvx_common/utility/gvx_utility.h"
 #include "base/bounded_string.h"
 #include "base/cbb_xml.h"
 #include "base/json_io.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "bp/service.h"
+#include "gvx_common/config/config_rules.h"
+#include "gvx_common/config/config_secret.h"
+#include "gvx_common/config/gvx_config.h"
+#include "gvx_common/utility/gvx_utility.h"
 #include "nss/nss_msg.h"
 
 #include <ace/Message_Block.h>

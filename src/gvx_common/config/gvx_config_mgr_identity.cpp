@@ -1,10 +1,10 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "gvx_common/config/config_alarm.h"
-#include "gvx_common/utility/gvx_utility.h"
 #include "base/cbb_xml.h"
 #include "base/log.h"
 #include "base/paths.h"
+#include "gvx_common/config/config_alarm.h"
+#include "gvx_common/utility/gvx_utility.h"
 
 #include <cstring>
 
@@ -37,7 +37,7 @@ int CGvxConfigMgr::LoadLocalIPFromXml() {
     }
     CBB::CXml xml;
     if (!xml.Load(path.c_str())) {
-        if (gvx::RaiseConfigAlarmOnce("Location=" + path + ",ParaName=###", "")) {
+        if (gvx::ConfigAlarms().OnSideFileFault("Location=" + path + ",ParaName=###", "")) {
             GVX_LOG_ERR("LoadLocalIPFromXml", "can not load net.xml");
         } else {
             GVX_LOG_ERR("LoadLocalIPFromXml", "Can not load net.xml.");
@@ -60,7 +60,7 @@ void CGvxConfigMgr::ApplyNetElementID(const std::string& path, const std::string
         return;
     }
     m_strNetElementID.Set(kDefaultElementID);
-    gvx::RaiseConfigAlarmOnce("Location=" + path + ",ParaName=NetElementID",
+    gvx::ConfigAlarms().OnSideFileFault("Location=" + path + ",ParaName=NetElementID",
                               std::string("CurrentValue=,DefaultValue=") + kDefaultElementID);
 }
 
@@ -76,12 +76,12 @@ int CGvxConfigMgr::SetLocalIP(const char* ip) {
     }
     CBB::CXml xml;
     if (!xml.Load(path.c_str())) {
-        gvx::RaiseConfigAlarmOnce("Location=" + path + ",ParaName=###", "");
+        gvx::ConfigAlarms().OnSideFileFault("Location=" + path + ",ParaName=###", "");
         GVX_LOG_ERR("SetLocalIP", "Can not load net.xml.");
         return ZVS_FAIL;
     }
     if (!xml.FindElem(kNetElements)) {
-        gvx::RaiseConfigAlarmOnce("Location=" + path + ",ParaName=NetElements", "");
+        gvx::ConfigAlarms().OnSideFileFault("Location=" + path + ",ParaName=NetElements", "");
         GVX_LOG_ERR("SetLocalIP", "Can not find NetElements node");
         return ZVS_FAIL;
     }
@@ -90,7 +90,7 @@ int CGvxConfigMgr::SetLocalIP(const char* ip) {
         TraversingXMLToSetLocalIP(xml, ip, 0);
     }
     if (!xml.Save(path.c_str())) {
-        gvx::RaiseConfigAlarmOnce("Location=" + path + ",ParaName=LocalIP", "");
+        gvx::ConfigAlarms().OnSideFileFault("Location=" + path + ",ParaName=LocalIP", "");
         GVX_LOG_ERR("SetLocalIP", "Save net config xml to net.xml fail.");
         return ZVS_FAIL;
     }

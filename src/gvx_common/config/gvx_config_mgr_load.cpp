@@ -1,10 +1,10 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "gvx_common/alarm/emergency_protection.h"
-#include "gvx_common/config/config_rules.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/whole_file.h"
+#include "gvx_common/config/config_alarm.h"
+#include "gvx_common/config/config_rules.h"
 
 #include <sstream>
 
@@ -64,7 +64,7 @@ int CGvxConfigMgr::LoadZVSGvxConfig(const std::string& confFile) {
         return ZVS_FAIL;
     }
     if (file.fail()) {
-        CEmergencyProtection::Instance()->OnConfigReadAlarm("Location=" + confFile + ",ParaName=###", "");
+        gvx::ConfigAlarms().OnFileFault("Location=" + confFile + ",ParaName=###", "");
         return ZVS_FAIL;
     }
     const auto settings = ReadSettings(file);
@@ -91,8 +91,7 @@ void CGvxConfigMgr::CheckSetting(const std::string& key, const std::string& valu
     }
     description += ",DefaultValue=" + checked;
     const std::string location = "Location=" + confFile + ",ParaName=" + key;
-    CEmergencyProtection::Instance()->SetGvxBPAlarmRepMsg("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE, location,
-                                                          description, false);
+    gvx::ConfigAlarms().OnIllegalSetting(location, description);
     m_bCfgErr = true;
     const std::lock_guard<std::mutex> guard(m_mutexConf);
     m_strCfgName = key;
@@ -111,7 +110,7 @@ int CGvxConfigMgr::LoadNatConfig() {
     const std::string natFile = directory + "/zvs_gvx_nat.conf";
     std::string content;
     if (!gvx::ReadWholeFile(natFile, kMaxConfigBytes, content)) {
-        CEmergencyProtection::Instance()->OnConfigReadAlarm("Location=" + natFile, "");
+        gvx::ConfigAlarms().OnFileFault("Location=" + natFile, "");
         GVX_LOG_INFO("LoadZVSGvxConfig", "open file error");
         return ZVS_FAIL;
     }

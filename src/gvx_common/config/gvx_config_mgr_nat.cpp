@@ -1,8 +1,8 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
+#include "base/log.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/utility/gvx_utility.h"
-#include "base/log.h"
 
 #include <ace/Guard_T.h>
 

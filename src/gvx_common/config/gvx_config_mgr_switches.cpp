@@ -1,10 +1,10 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "gvx_common/utility/gvx_utility.h"
 #include "base/bounded_string.h"
 #include "base/log.h"
 #include "base/log_sftp_conf.h"
 #include "bp/service.h"
+#include "gvx_common/utility/gvx_utility.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,12 +1,12 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "gvx_common/config/gvx_config.h"
-#include "gvx_common/config/unified_config_table.h"
 #include "base/bounded_string.h"
 #include "base/cbb_xml.h"
 #include "base/log.h"
 #include "base/log_sftp_conf.h"
 #include "base/paths.h"
+#include "gvx_common/config/gvx_config.h"
+#include "gvx_common/config/unified_config_table.h"
 
 #include <cstdio>
 #include <vector>

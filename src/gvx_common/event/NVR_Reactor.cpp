@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <new>
+
 #include <sys/epoll.h>
 #include <unistd.h>
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <memory>
-
 #include <ace/Reactor.h>
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Timer_Heap.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
 
 class ACE_Reactor_Notify;
 struct epoll_event;

@@ -9,6 +9,7 @@
 #include <ace/Log_Msg.h>
 
 #include <cerrno>
+
 #include <fcntl.h>
 #include <sys/socket.h>
 

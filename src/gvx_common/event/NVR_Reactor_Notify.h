@@ -1,12 +1,12 @@
 #pragma once
 
-#include <atomic>
-
 #include <ace/Notification_Queue.h>
 #include <ace/Pipe.h>
 #include <ace/Reactor_Impl.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/Timer_Heap.h>
+
+#include <atomic>
 
 class NVR_Reactor;
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+
 #include <sys/epoll.h>
 
 namespace {

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include <ace/Lock.h>
 #include <ace/Reactor_Impl.h>
+
+#include <memory>
 
 class ACE_Sig_Handler;
 

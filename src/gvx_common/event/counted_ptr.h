@@ -1,10 +1,10 @@
 #pragma once
 
+#include "base/log.h"
+
 #include <memory>
 #include <new>
 #include <utility>
-
-#include "base/log.h"
 
 // Owners of objects that live long: each object is counted in g_bp_memstat from its making to its deletion.
 namespace gvx {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "gvx_common/event/counted_ptr.h"
+#include "gvx_common/event/gvx_reactor.h"
+
 #include <ctime>
 #include <map>
 #include <string>
 #include <vector>
-
-#include "gvx_common/event/counted_ptr.h"
-#include "gvx_common/event/gvx_reactor.h"
 
 // What is remembered of a device.
 struct ReactorTrack {

@@ -1,18 +1,18 @@
 #pragma once
 
-#include <atomic>
-#include <cstddef>
-#include <ctime>
-#include <deque>
-#include <memory>
-#include <string>
+#include "bp/cmd.h"
 
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Task.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/Thread_Semaphore.h>
 
-#include "bp/cmd.h"
+#include <atomic>
+#include <cstddef>
+#include <ctime>
+#include <deque>
+#include <memory>
+#include <string>
 
 class NVR_Reactor;
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <array>
-#include <cstddef>
+#include "gvx_common/event/counted_ptr.h"
+#include "gvx_common/event/gvx_reactor.h"
 
 #include <ace/Event_Handler.h>
 #include <ace/Time_Value.h>
 
-#include "gvx_common/event/counted_ptr.h"
-#include "gvx_common/event/gvx_reactor.h"
+#include <array>
+#include <cstddef>
 
 // The fixed reactors: one for timers and handlers of the gateway itself, twenty for snapshots. They are made, and
 // their threads run, as soon as the library is loaded. Any thread.

@@ -4,7 +4,7 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/event/NVR_Reactor.h"
 #include "gvx_common/event/gvx_internal_request.h"
-#include "gvx_common/link/adapter_common_message.h"
+#include "gvx_common/records/adapter_common_message.h"
 #include "gvx_common/utility/gvx_utility.h"
 #include "nss/nss_msg_type.h"
 

@@ -11,11 +11,11 @@
 
 #include <ace/Message_Block.h>
 
-#include <arpa/inet.h>
-
 #include <exception>
 #include <new>
 #include <utility>
+
+#include <arpa/inet.h>
 
 namespace {
 

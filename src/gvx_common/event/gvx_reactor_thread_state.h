@@ -2,11 +2,11 @@
 
 #include "gvx_common/event/gvx_reactor.h"
 
-#include <pthread.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+
+#include <pthread.h>
 
 // How far the thread of a reactor has come. Shared by the reactor and its thread, so it outlives both.
 class CGvxReactor::ThreadState {

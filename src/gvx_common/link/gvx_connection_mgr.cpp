@@ -6,14 +6,14 @@
 #include "bp/element_type.h"
 #include "bp/message_block_ptr.h"
 #include "bp/net_factory.h"
-#include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/config/gvx_config_mgr.h"
-#include "gvx_common/media/gvx_port_mgr.h"
 #include "nss/nss_msg.h"
 
 #include <ace/Guard_T.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstring>
 
 namespace {
@@ -21,6 +21,8 @@ namespace {
 constexpr std::size_t kPeerNameLength = 3;    // "SCU", "GVX"
 constexpr std::size_t kPeerPrefixLength = 4;  // "SCU#"
 constexpr unsigned short kAlarmControlSelf = 0xDC11;
+
+std::array<std::atomic<MainServiceObserver>, 2> g_mainServiceSteps{};  // by MainServiceStep
 
 std::string NodeText(const std::string& id) {
     return id.size() > kPeerPrefixLength ? id.substr(kPeerPrefixLength) : std::string();
@@ -244,9 +246,10 @@ void CGvxConnectionMgr::OnGVXMainServiceLinkOpened(const std::string& linkId, co
         m_gvxMainServiceConnection = MakeConnection(linkId, kElementOMU, ip, port);
     }
     BP::CPluginMgr::RegisterPlugin();
-    CEmergencyProtection::Instance()->SendAlarmCacheToGvx();
-    if (const int result = CGvxPortMgr::Instance()->SendUsedPortlist(); result != ZVS_SUCCEED) {
-        GVX_LOG_ERR_CODE("Plugin SendUsedPortlist failed.", result, "The link ID is[%s].", linkId.c_str());
+    for (const std::atomic<MainServiceObserver>& step : g_mainServiceSteps) {
+        if (const MainServiceObserver observer = step; observer != nullptr) {
+            observer(linkId);
+        }
     }
     FeedAlarmControl();
 }
@@ -335,6 +338,10 @@ void CGvxConnectionMgr::SetGvxService(BP::IService* pGvxService) {
     if (m_pGvxService == nullptr) {
         m_pGvxService = pGvxService;
     }
+}
+
+void CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep step, MainServiceObserver observer) {
+    g_mainServiceSteps[static_cast<std::size_t>(step)] = observer;
 }
 
 void CGvxConnectionMgr::SetException(GvxExceptionCallback pException) {

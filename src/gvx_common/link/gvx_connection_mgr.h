@@ -1,19 +1,19 @@
 #pragma once
 
+#include "bp/cmd.h"
+#include "bp/service.h"
+#include "gvx_common/link/gvx_connection.h"
+#include "gvx_common/records/adapter_common_message.h"
+#include "gvx_common/records/gvx_alarm_records.h"
+#include "nss/nss_msg_type.h"
+
+#include <ace/Recursive_Thread_Mutex.h>
+
 #include <cstdint>
 #include <list>
 #include <map>
 #include <mutex>
 #include <string>
-
-#include "bp/cmd.h"
-#include "bp/service.h"
-#include "gvx_common/alarm/gvx_alarm_records.h"
-#include "gvx_common/link/adapter_common_message.h"
-#include "gvx_common/link/gvx_connection.h"
-#include "nss/nss_msg_type.h"
-
-#include <ace/Recursive_Thread_Mutex.h>
 
 namespace CBB {
 class CXml;
@@ -36,6 +36,10 @@ enum enRunMode : int { RunMode_BOX = 0, RunMode_CLOUD = 1, RunMode_CLOUDEDGE = 2
 
 // The way to the device layer: called for link events, outside every lock of this class.
 using GvxExceptionCallback = void (*)(ADAPTER_COMMON_MESSAGE&);
+
+// What follows upon the opening of the main-service link, in this order, once the plug-ins have been announced.
+enum class MainServiceStep { HeldAlarms, UsedPorts };
+using MainServiceObserver = void (*)(const std::string& linkId);
 
 // The process-wide record of the platform peers that this gateway is linked to, and all sending to them. Every
 // outbound message leaves by the main-service link, whatever link its caller names; SyncSendReqMsg alone uses the
@@ -72,6 +76,10 @@ public:
     void SetGvxService(BP::IService* pGvxService);
     // Must be set before the first link event. A later non-null value replaces the earlier one.
     void SetException(GvxExceptionCallback pException);
+
+    // Who takes a step; set when the library is loaded, by the rooms above this one. Runs on the thread of the link
+    // events, outside every lock of this class.
+    static void SetMainServiceObserver(MainServiceStep step, MainServiceObserver observer);
 
     void SendQueryCGInfoToScu();
     void SendGet35114SevCfgParamReqToOMU();
@@ -132,7 +140,7 @@ public:
 private:
     using NetConnectionMap = std::map<std::string, CGvxConnection>;
 
-    CGvxConnectionMgr();
+    CGvxConnectionMgr() = default;
 
     void OnSCULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port);
     void OnSCULinkClosed(const std::string& linkId, const std::string& ip, unsigned int port);

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "nss/nss_msg_header.h"
+
 #include <cstddef>
 #include <cstdint>
 
 #include <arpa/inet.h>
-
-#include "nss/nss_msg_header.h"
 
 namespace gvx {
 

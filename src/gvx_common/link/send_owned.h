@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "bp/message_block_ptr.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
+
+#include <string>
 
 namespace gvx {
 

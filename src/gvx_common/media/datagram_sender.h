@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstddef>
+#include "gvx_common/media/socket_info.h"
 
 #include <ace/Time_Value.h>
 
-#include <sys/uio.h>
+#include <cstddef>
 
-#include "gvx_common/media/socket_info.h"
+#include <sys/uio.h>
 
 namespace gvx {
 

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <array>
-#include <atomic>
-#include <cstddef>
-#include <memory>
-#include <vector>
+#include "gvx_common/media/interleaved_sender.h"
+#include "gvx_common/media/packet_batch.h"
+#include "gvx_common/media/socket_info.h"
+#include "gvx_common/media/stream_queue.h"
 
 #include <ace/Condition_Thread_Mutex.h>
 #include <ace/Message_Queue.h>
@@ -12,10 +11,11 @@
 #include <ace/Task.h>
 #include <ace/Thread_Semaphore.h>
 
-#include "gvx_common/media/interleaved_sender.h"
-#include "gvx_common/media/packet_batch.h"
-#include "gvx_common/media/socket_info.h"
-#include "gvx_common/media/stream_queue.h"
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <vector>
 
 class CMediaBlockBuffer;
 

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "gvx_common/media/socket_info.h"
+
+#include <ace/Time_Value.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-#include <ace/Time_Value.h>
-
 #include <sys/uio.h>
-
-#include "gvx_common/media/socket_info.h"
 
 namespace gvx {
 

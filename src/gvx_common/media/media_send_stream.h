@@ -1,15 +1,15 @@
 #pragma once
 
+#include "base/zvs_error.h"
+#include "gvx_common/media/gvx_stream_transmission.h"
+#include "gvx_common/records/media_types.h"
+
+#include <ace/INET_Addr.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include <ace/INET_Addr.h>
-
-#include "base/zvs_error.h"
-#include "gvx_common/media/gvx_stream_transmission.h"
-#include "gvx_common/media/media_types.h"
 
 // What a stream needs to know to be opened.
 struct MediaSendParams {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "gvx_common/media/socket_info.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
 #include <sys/uio.h>
-
-#include "gvx_common/media/socket_info.h"
 
 namespace gvx {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <ace/Time_Value.h>
+
 #include <chrono>
 #include <ctime>
-
-#include <ace/Time_Value.h>
 
 #include <poll.h>
 

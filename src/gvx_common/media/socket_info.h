@@ -1,10 +1,6 @@
 #pragma once
 
-#include <array>
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
-#include <queue>
+#include "gvx_common/records/media_types.h"
 
 #include <ace/INET_Addr.h>
 #include <ace/Recursive_Thread_Mutex.h>
@@ -13,7 +9,11 @@
 #include <ace/SOCK_Dgram.h>
 #include <ace/SOCK_Stream.h>
 
-#include "gvx_common/media/media_types.h"
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <queue>
 
 // The record of one open stream: where its packets go. It comes from CSocketInfoMgr and must stay valid while
 // packets that carry its address are queued; hold counts see to that for the streams that use them. The stated fields

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cerrno>
-#include <cstddef>
-
 #include <ace/Condition_Thread_Mutex.h>
 #include <ace/Guard_T.h>
 #include <ace/Message_Queue.h>
 #include <ace/Time_Value.h>
+
+#include <cerrno>
+#include <cstddef>
 
 // The queue of one transmission thread, its only reader, which takes what is there under one lock: with a lock for each
 // packet, senders and reader would pass the lock back and forth all the time. It waits only while the queue is empty,

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "gvx_common/media_memory/MediaMemPool_slots.h"
+#include "gvx_common/media_memory/spinlock.h"
+
 #include <array>
 #include <atomic>
 #include <memory>
-
-#include "gvx_common/media_memory/MediaMemPool_slots.h"
-#include "gvx_common/media_memory/spinlock.h"
 
 class ACE_Message_Block;
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "gvx_common/media_memory/spinlock.h"
+
 #include <map>
 #include <string>
-
-#include "gvx_common/media_memory/spinlock.h"
 
 // What has been taken from the pool and not returned: the block's address, and where it was taken. Filled only while
 // losses are tracked. Guarded by g_lock.

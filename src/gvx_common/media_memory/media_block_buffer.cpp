@@ -1,8 +1,8 @@
 #include "gvx_common/media_memory/media_block_buffer.h"
 
+#include "base/log.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
-#include "base/log.h"
 
 #include <ace/Message_Block.h>
 #include <ace/OS_NS_errno.h>

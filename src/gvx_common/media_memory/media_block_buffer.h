@@ -1,11 +1,11 @@
 #pragma once
 
+#include <ace/Condition_Thread_Mutex.h>
+#include <ace/Message_Queue.h>
+
 #include <atomic>
 #include <cstddef>
 #include <memory>
-
-#include <ace/Condition_Thread_Mutex.h>
-#include <ace/Message_Queue.h>
 
 class ACE_Message_Block;
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "gvx_common/tlv/tlv.h"
+
 #include <map>
 #include <memory>
-
-#include "gvx_common/tlv/tlv.h"
 
 // Items by type, and their flat image. A message is items one after another, without a head or an end.
 class TLV_Codec {

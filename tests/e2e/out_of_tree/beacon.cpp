@@ -2,7 +2,7 @@
 #include "base/zvs_error.h"
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 #include "gvx_common/adapter/gvx_plugin.h"
-#include "gvx_common/media/stream_param.h"
+#include "gvx_common/records/stream_param.h"
 
 #include <ace/Message_Block.h>
 

@@ -1,14 +1,13 @@
 #include "gvx_common/adapter/gvx_adapter_interface.h"
 
 #include "base/log.h"
-#include "gvx_common/media/stream_param.h"
+#include "gvx_common/records/stream_param.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
 #include "support/test_lens.h"
 
-#include <gtest/gtest.h>
-
 #include <ace/Message_Block.h>
+#include <gtest/gtest.h>
 
 #include <cstring>
 #include <limits>

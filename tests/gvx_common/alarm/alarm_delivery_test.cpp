@@ -1,21 +1,20 @@
-#include "gvx_common/alarm/alarm_fixture.h"
-#include "gvx_common/alarm/alarm_manual.h"
-
 #include "bp/dispatcher.h"
 #include "bp/net_factory.h"
-#include "gvx_common/adapter/gvx_adapter_records.h"
+#include "gvx_common/alarm/alarm_fixture.h"
+#include "gvx_common/alarm/alarm_manual.h"
+#include "gvx_common/records/gvx_adapter_records.h"
 #include "support/fake_peer.h"
 #include "support/test_clock.h"
 #include "support/wait_until.h"
 
-#include <endian.h>
+#include <ace/Message_Block.h>
 
 #include <cstring>
 #include <optional>
 #include <sstream>
 #include <vector>
 
-#include <ace/Message_Block.h>
+#include <endian.h>
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include "support/recording_logger.h"
 #include "support/temp_folder.h"
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 #include <string>
-
-#include <gtest/gtest.h>
 
 // A text field of a record, by its place on the wire.
 inline std::string TextAt(const std::string& bytes, std::size_t offset, std::size_t size) {

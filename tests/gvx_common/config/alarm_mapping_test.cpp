@@ -1,8 +1,8 @@
-#include "gvx_common/config/config_folder.h"
-#include "gvx_common/adapter/gvx_adapter_records.h"
-#include "gvx_common/alarm/emergency_protection.h"
-#include "gvx_common/config/gvx_config_mgr.h"
 #include "base/log.h"
+#include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/config/config_folder.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/records/gvx_adapter_records.h"
 #include "support/recording_logger.h"
 
 #include <gtest/gtest.h>

@@ -1,13 +1,14 @@
-#include "gvx_common/config/config_folder.h"
-#include "gvx_common/config/gvx_config_mgr.h"
 #include "base/cbb_xml.h"
 #include "base/log_sftp_conf.h"
 #include "base/zvs_error.h"
 #include "bp/service.h"
+#include "gvx_common/config/config_folder.h"
+#include "gvx_common/config/gvx_config_mgr.h"
 #include "nss/nss_msg.h"
 #include "support/recording_logger.h"
 
 #include <ace/Message_Block.h>
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
@@ -15,8 +16,6 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 

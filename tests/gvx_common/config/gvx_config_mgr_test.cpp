@@ -4,11 +4,11 @@
 #include "gvx_common/alarm/emergency_protection.h"
 #include "support/recording_logger.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -3,11 +3,11 @@
 #include "config_folder.h"
 #include "support/recording_logger.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 
 #include <sys/stat.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,7 +1,7 @@
-#include "gvx_common/config/config_folder.h"
-#include "gvx_common/config/cloud_config_mgr.h"
-#include "gvx_common/config/gvx_config_mgr.h"
 #include "base/zvs_error.h"
+#include "gvx_common/config/cloud_config_mgr.h"
+#include "gvx_common/config/config_folder.h"
+#include "gvx_common/config/gvx_config_mgr.h"
 #include "support/recording_logger.h"
 #include "support/wait_until.h"
 

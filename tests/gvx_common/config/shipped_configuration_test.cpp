@@ -1,19 +1,20 @@
-#include "gvx_common/config/config_folder.h"
 #include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/config/config_folder.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/config/unified_config_table.h"
 #include "support/recording_logger.h"
+#include "support/temp_folder.h"
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <sstream>
 
-#include <gtest/gtest.h>
-
 namespace {
 
 std::filesystem::path ShippedFolder() {
-    return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path().parent_path() / "conf";
+    return SourceTree() / "conf";
 }
 
 // A start removes side files, so the tests work on a copy.

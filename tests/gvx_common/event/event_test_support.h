@@ -13,10 +13,6 @@
 #include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <cstdlib>
@@ -29,6 +25,10 @@
 #include <new>
 #include <string>
 #include <vector>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 // Payload of a frame that is counted as long as it or a clone of it lives.
 class CountedData : public ACE_Data_Block {

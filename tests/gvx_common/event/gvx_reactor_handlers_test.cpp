@@ -1,15 +1,15 @@
 #include "gvx_common/event/gvx_reactor.h"
-#include "gvx_common/event/gvx_reactor_mgr.h"
 
 #include "event_test_support.h"
+#include "gvx_common/event/gvx_reactor_mgr.h"
 #include "support/recording_logger.h"
-
-#include <pthread.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+
+#include <pthread.h>
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include "gvx_common/event/gvx_reactor.h"
 
-#include "bp/service.h"
 #include "base/log.h"
+#include "bp/service.h"
 #include "event_test_support.h"
 #include "gvx_common/event/gvx_internal_request.h"
-#include "gvx_common/link/adapter_common_message.h"
+#include "gvx_common/records/adapter_common_message.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
 

@@ -8,8 +8,6 @@
 #include "gvx_common/event/gvx_reactor_session_table.h"
 #include "support/recording_logger.h"
 
-#include <pthread.h>
-
 #include <array>
 #include <atomic>
 #include <map>
@@ -19,6 +17,8 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include <pthread.h>
 
 namespace {
 

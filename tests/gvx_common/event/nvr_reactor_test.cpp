@@ -4,15 +4,15 @@
 #include "gvx_common/event/QcnReactor.h"
 #include "support/recording_logger.h"
 
-#include <fcntl.h>
-#include <sys/epoll.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-
 #include <atomic>
 #include <fstream>
 #include <iterator>
 #include <thread>
+
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 
 namespace {
 

@@ -1,9 +1,8 @@
-#include "gvx_common/adapter/start_code.h"
-#include "gvx_common/media/media_send_stream.h"
-
-#include "gvx_common/media/media_service.h"
 #include "gvx_common/media/datagram_sender.h"
 #include "gvx_common/media/interleaved_sender.h"
+#include "gvx_common/media/media_send_stream.h"
+#include "gvx_common/media/media_service.h"
+#include "gvx_common/rtp/start_code.h"
 #include "media_test_support.h"
 #include "support/recording_logger.h"
 #include "support/wait_until.h"

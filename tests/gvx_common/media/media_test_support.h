@@ -1,5 +1,15 @@
 #pragma once
 
+#include "base/clock.h"
+#include "gvx_common/config/config_folder.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/media/gvx_stream_transmission.h"
+#include "gvx_common/media_memory/media_block_buffer.h"
+#include "support/recording_logger.h"
+
+#include <ace/INET_Addr.h>
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -9,20 +19,10 @@
 #include <string>
 #include <vector>
 
-#include <ace/INET_Addr.h>
-#include <gtest/gtest.h>
-
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
-
-#include "gvx_common/config/config_folder.h"
-#include "base/clock.h"
-#include "gvx_common/config/gvx_config_mgr.h"
-#include "gvx_common/media/gvx_stream_transmission.h"
-#include "gvx_common/media_memory/media_block_buffer.h"
-#include "support/recording_logger.h"
 
 // Settings for the scope of one test; none are left behind.
 class ScopedSettings {

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "gvx_common/media_memory/MediaMemPool.h"
+#include "support/recording_logger.h"
+
 #include <array>
 #include <cstdio>
 #include <string>
-
-#include "gvx_common/media_memory/MediaMemPool.h"
-#include "support/recording_logger.h"
 
 // What a pool tells of itself.
 struct PoolState {

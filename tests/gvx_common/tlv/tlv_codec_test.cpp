@@ -1,8 +1,7 @@
-#include "gvx_common/tlv/tlv_decoder.h"
-#include "gvx_common/tlv/tlv_encoder.h"
-
 #include "gvx_common/media_memory/MediaMemPool.h"
 #include "gvx_common/tlv/metadata_tags.h"
+#include "gvx_common/tlv/tlv_decoder.h"
+#include "gvx_common/tlv/tlv_encoder.h"
 #include "support/recording_logger.h"
 
 #include <gtest/gtest.h>

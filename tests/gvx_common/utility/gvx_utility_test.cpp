@@ -5,6 +5,7 @@
 #include "support/temp_folder.h"
 #include "support/test_clock.h"
 
+#include <gtest/gtest.h>
 #include <tinyxml2.h>
 
 #include <climits>
@@ -13,8 +14,6 @@
 #include <thread>
 
 #include <pthread.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 

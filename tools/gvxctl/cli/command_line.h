@@ -1,14 +1,14 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
-#include <functional>
-#include <string>
-
 #include "gvxctl/alarm_commands.h"
 #include "gvxctl/commands.h"
 #include "gvxctl/config_commands.h"
 #include "gvxctl/peer_commands.h"
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <string>
 
 namespace gvxctl {
 

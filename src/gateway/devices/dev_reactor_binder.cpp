@@ -1,0 +1,141 @@
+#include "gateway/devices/dev_reactor_binder.h"
+
+#include "bp/cmd.h"
+#include "gateway/messages/request_body.h"
+#include "gateway/settings/number_setting.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/event/gvx_dev_reactor_mgr.h"
+
+#include <iterator>
+#include <limits>
+
+namespace gvx {
+
+namespace {
+
+// How long CGvxDevReactorMgr keeps the history of a key.
+long long HistorySeconds() {
+    long long seconds = 1800;
+    ReadNumber(CGvxConfigMgr::Instance()->GetConfValue("HISTORY_TRACK_EXPIRED_TIME", ""), 0,
+               std::numeric_limits<int>::max(), seconds);
+    return seconds;
+}
+
+}  // namespace
+
+int DevReactorBinder::InitPool(unsigned int count) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return CGvxDevReactorMgr::Instance()->ReactorPoolInit(count);
+}
+
+CGvxReactor* DevReactorBinder::Bind(const std::string& key) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ActOnNotesLocked();
+    return CGvxDevReactorMgr::Instance()->ScheduleReactor(key);
+}
+
+CGvxReactor* DevReactorBinder::Find(const std::string& key) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ActOnNotesLocked();
+    return CGvxDevReactorMgr::Instance()->FindReactor(key);
+}
+
+void DevReactorBinder::SetMaxDevices(std::size_t count) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_maxDevices = count;
+}
+
+CGvxReactor* DevReactorBinder::BindForAddition(const std::string& key, std::string& reason) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ActOnNotesLocked();
+    if (!HasPlaceLocked(key, reason)) {
+        return nullptr;
+    }
+    CGvxReactor* reactor = BindLocked(key);
+    if (reactor == nullptr) {
+        reason = "There is no device reactor.";
+        return nullptr;
+    }
+    ++m_waitingAdditions[key];
+    return reactor;
+}
+
+bool DevReactorBinder::HasPlaceLocked(const std::string& key, std::string& reason) const {
+    if (m_bound.count(key) != 0) {
+        return true;
+    }
+    if (m_bound.size() >= m_maxDevices) {
+        reason = "The gateway has " + std::to_string(m_maxDevices) + " devices, the most that MAX_DEVICE_NUM allows.";
+        return false;
+    }
+    if (m_gone.count(key) == 0 && m_gone.size() >= m_maxDevices) {
+        reason = "More devices have gone or failed of late than MAX_DEVICE_NUM allows for; a new one has to wait.";
+        return false;
+    }
+    return true;
+}
+
+CGvxReactor* DevReactorBinder::BindLocked(const std::string& key) {
+    CGvxReactor* reactor = CGvxDevReactorMgr::Instance()->ScheduleReactor(key);
+    if (reactor != nullptr) {
+        m_gone.erase(key);
+        m_bound.insert(key);
+    }
+    return reactor;
+}
+
+void DevReactorBinder::ReleaseLocked(const std::string& key) {
+    CGvxDevReactorMgr::Instance()->FindAndReleaseReactor(key);
+    if (m_bound.erase(key) != 0) {
+        m_gone[key] = BP::OSTime::Time();
+    }
+}
+
+void DevReactorBinder::Sweep() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ActOnNotesLocked();
+    CGvxDevReactorMgr::Instance()->DelExpiredHistoryTrack();
+    const std::time_t now = BP::OSTime::Time();
+    const long long limit = HistorySeconds();
+    for (auto gone = m_gone.begin(); gone != m_gone.end();) {
+        gone = now - gone->second > limit ? m_gone.erase(gone) : std::next(gone);
+    }
+}
+
+void DevReactorBinder::SettleAddition(const std::string& key, bool deviceExists) {
+    Leave({key, true, deviceExists});
+}
+
+void DevReactorBinder::SettleDeletion(const std::string& key) {
+    Leave({key, false, false});
+}
+
+void DevReactorBinder::Leave(Note note) {
+    const std::lock_guard<std::mutex> lock(m_notesMutex);
+    m_notes.push_back(std::move(note));
+}
+
+void DevReactorBinder::ActOnNotesLocked() {
+    std::vector<Note> notes;
+    {
+        const std::lock_guard<std::mutex> lock(m_notesMutex);
+        notes.swap(m_notes);
+    }
+    for (const Note& note : notes) {
+        SettleLocked(note);
+    }
+}
+
+void DevReactorBinder::SettleLocked(const Note& note) {
+    const auto waiting = m_waitingAdditions.find(note.key);
+    if (note.addition && waiting != m_waitingAdditions.end() && --waiting->second == 0) {
+        m_waitingAdditions.erase(waiting);
+    }
+    if (note.deviceExists) {
+        BindLocked(note.key);
+    } else if (m_waitingAdditions.count(note.key) == 0) {
+        ReleaseLocked(note.key);
+    }
+}
+
+}  // namespace gvx

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "gateway/devices/device_request.h"
+#include "gateway/streams/live_stream.h"
+#include "gvx_common/records/gvx_adapter_records.h"
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+class CAdapterDevBase;
+class CAdapterLensBase;
+class CGvxReactor;
+
+namespace gvx {
+
+class LoadedPlugin;
+
+// One device of a plug-in with its lenses and streams. Every operation but Code, Address, Reactor and IsHere runs on
+// the thread of the device's reactor, which is the one that makes it.
+class Device {
+public:
+    struct Lens {
+        std::string code;
+        short channel = 0;
+        CAdapterLensBase* adapter = nullptr;  // made by the plug-in, owned by the device
+        GVX_CHANNEL_ABILITY_INFO ability;
+        bool initialised = false;
+    };
+    // Where the device hangs in the gateway.
+    struct Place {
+        std::string scuLinkID;
+        CGvxReactor* reactor = nullptr;  // not owned
+    };
+
+    // Makes the device and its lenses; a failed step undoes those before it. 0 and the device, or a code with a
+    // sentence for the sender.
+    static int Create(LoadedPlugin& plugin, const DeviceRequest& request, const Place& place,
+                      std::unique_ptr<Device>& device, std::string& reason);
+    // Stops what runs, in reverse order of its making: streams, lenses, the device itself. A plug-in's errors are
+    // logged and end nothing.
+    ~Device();
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+
+    const std::string& Code() const { return m_code; }
+    const std::string& Address() const { return m_address; }  // as the addition gave it; may be empty
+    const std::string& PluginName() const;
+    // The reactor that serves the device; not owned. Any thread.
+    CGvxReactor* Reactor() const { return m_reactor; }
+    // True on the thread that made the device.
+    bool IsHere() const { return m_thread == std::this_thread::get_id(); }
+
+    const std::vector<Lens>& Lenses() const { return m_lenses; }
+    // The lens of that code, the first one for an empty code; null when there is none.
+    const Lens* FindLens(const std::string& code) const;
+
+    // Sends an alarm that the plug-in has reported for the device (device_alarm.h).
+    int SendAlarm(const std::string& report);
+
+    // Starts a stream of a lens. 0 and the stream, which stays the device's; or a code with a sentence.
+    int StartStream(const StreamRequest& request, LiveStream*& stream, std::string& reason);
+    // Null when the device has no such stream.
+    LiveStream* FindStream(const std::string& serviceID) const;
+    // Stops a stream: the plug-in's answer, and what was sent. Not for a stream that does not exist.
+    int StopStream(const std::string& serviceID, StreamStatistics& statistics);
+    std::vector<std::string> StreamIDs() const;
+
+private:
+    Device(LoadedPlugin& plugin, const MainDeviceInfo& info, CGvxReactor* reactor);
+
+    int CreateAdapter(const DeviceRequest& request, const Place& place, std::string& reason);
+    int ReadAbility(std::vector<LensRequest>& lenses, std::string& reason);
+    int CreateLens(const LensRequest& request, std::string& reason);
+    int InitLens(Lens& lens, std::string& reason);
+    bool IsChannelBusy(const Lens& lens, const StreamRequest& request) const;
+    void DeleteLens(Lens& lens);
+    void DeleteAdapter();
+
+    LoadedPlugin& m_plugin;
+    const std::string m_code;
+    const std::string m_address;
+    CGvxReactor* const m_reactor;
+    const std::thread::id m_thread = std::this_thread::get_id();
+    CAdapterDevBase* m_adapter = nullptr;  // made by the plug-in, owned
+    GVX_DEVICE_ABILITY_INFO m_ability;
+    std::vector<Lens> m_lenses;
+    std::vector<std::unique_ptr<LiveStream>> m_streams;
+    bool m_leftBehind = false;  // the plug-in may still use its objects
+};
+
+}  // namespace gvx

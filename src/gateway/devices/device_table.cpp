@@ -1,0 +1,143 @@
+#include "gateway/devices/device_table.h"
+
+#include "base/log.h"
+#include "gvx_common/records/adapter_common_message.h"
+
+#include <ace/Message_Block.h>
+
+#include <cstring>
+
+namespace gvx {
+
+bool DeviceTable::Insert(std::unique_ptr<Device>& device) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_closed || m_devices.count(device->Code()) != 0) {
+        return false;
+    }
+    m_devices.emplace(device->Code(), std::move(device));
+    return true;
+}
+
+Device* DeviceTable::FindHere(const std::string& code) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_devices.find(code);
+    return found != m_devices.end() && found->second->IsHere() ? found->second.get() : nullptr;
+}
+
+std::unique_ptr<Device> DeviceTable::TakeHere(const std::string& code) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_devices.find(code);
+    if (found == m_devices.end() || !found->second->IsHere()) {
+        return nullptr;
+    }
+    std::unique_ptr<Device> device = std::move(found->second);
+    m_devices.erase(found);
+    m_emptied.notify_all();
+    return device;
+}
+
+bool DeviceTable::Contains(const std::string& code) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_devices.count(code) != 0;
+}
+
+CGvxReactor* DeviceTable::ReactorOf(const std::string& code) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_devices.find(code);
+    return found == m_devices.end() ? nullptr : found->second->Reactor();
+}
+
+std::vector<std::string> DeviceTable::Codes() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> codes;
+    for (const auto& entry : m_devices) {
+        codes.push_back(entry.first);
+    }
+    return codes;
+}
+
+void DeviceTable::Close() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_closed = true;
+}
+
+bool DeviceTable::WaitEmpty(std::chrono::milliseconds limit) const {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_emptied.wait_for(lock, limit, [this] { return m_devices.empty(); });
+}
+
+bool DeviceTable::ReserveStream(const std::string& serviceID, const std::string& device) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_streamDevices.emplace(serviceID, device).second;
+}
+
+void DeviceTable::ReleaseStream(const std::string& serviceID) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_streamDevices.erase(serviceID);
+}
+
+bool DeviceTable::HasStream(const std::string& serviceID) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_streamDevices.count(serviceID) != 0;
+}
+
+void DeviceTable::RememberRequest(std::uint32_t seqID, const std::string& device) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_requestDevices.insert_or_assign(seqID, device).second) {
+        return;
+    }
+    if (m_requestRing.size() < kMaxRequests) {
+        m_requestRing.push_back(seqID);
+        return;
+    }
+    m_requestDevices.erase(m_requestRing[m_requestNext]);
+    m_requestRing[m_requestNext] = seqID;
+    m_requestNext = (m_requestNext + 1) % kMaxRequests;
+}
+
+std::string DeviceTable::GetReqDevID(std::uint32_t seqID) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_requestDevices.find(seqID);
+    return found == m_requestDevices.end() ? std::string() : found->second;
+}
+
+int DeviceTable::ProcessSdkException(const ACE_Message_Block* block) {
+    ADAPTER_COMMON_MESSAGE message{};
+    if (block == nullptr || block->length() < sizeof(message)) {
+        GVX_LOG_ERR("Device report", "A report of %zu bytes is none.", block == nullptr ? 0 : block->length());
+        return 1;
+    }
+    std::memcpy(&message, block->rd_ptr(), sizeof(message));
+    const std::string device(message.chDevId, strnlen(message.chDevId, sizeof(message.chDevId)));
+    Device* const known = FindHere(device);
+    if (known == nullptr) {
+        GVX_LOG_WARN("Device report", "type %u of a device that is gone. [dev:%s]", message.ExceptionType,
+                     device.c_str());
+        return 1;
+    }
+    if (block->length() > sizeof(message)) {
+        return known->SendAlarm(std::string(block->rd_ptr() + sizeof(message), block->length() - sizeof(message)));
+    }
+    GVX_LOG_WARN("Device report", "plug-in %s reports an exception of type %u. [dev:%s]",
+                 known->PluginName().c_str(), message.ExceptionType, device.c_str());
+    return 0;
+}
+
+bool DeviceTable::FindMainDevice(const std::string& devCode, std::string& address) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_devices.find(devCode);
+    if (found == m_devices.end()) {
+        return false;
+    }
+    address = found->second->Address();
+    return true;
+}
+
+// This node has the tasks of its own devices alone; they go on while the main service is away.
+int DeviceTable::HandleClusterTaskShiftIn(int reason, const std::string& nodeCode) {
+    GVX_LOG_INFO("Cluster", "The main service is away, %zu devices go on. reason[%d] node[%s]", Codes().size(), reason,
+                 nodeCode.c_str());
+    return 0;
+}
+
+}  // namespace gvx

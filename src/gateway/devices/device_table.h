@@ -1,0 +1,62 @@
+#pragma once
+
+#include "bp/service.h"
+#include "gateway/devices/device.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace gvx {
+
+// The devices of this process and the identifiers of their streams. Any thread; a device itself is given out on its
+// own thread alone.
+class DeviceTable : public BP::IDeviceMgr {
+public:
+    // False when there is such a device or the table is closed; device then stays the caller's.
+    bool Insert(std::unique_ptr<Device>& device);
+    // The device of that code when it lives on this thread; null otherwise. Valid until this thread takes it out.
+    Device* FindHere(const std::string& code) const;
+    // The same, taken out of the table. The identifiers of its streams stay reserved.
+    std::unique_ptr<Device> TakeHere(const std::string& code);
+    bool Contains(const std::string& code) const;
+    // The reactor of a device; null when there is no such device.
+    CGvxReactor* ReactorOf(const std::string& code) const;
+    std::vector<std::string> Codes() const;
+
+    // Refuses further devices, for the stop.
+    void Close();
+    // Waits until no device is left, for limit at most; true when that is so.
+    bool WaitEmpty(std::chrono::milliseconds limit) const;
+
+    // Stream identifiers are unique in the gateway. False when the identifier is taken.
+    bool ReserveStream(const std::string& serviceID, const std::string& device);
+    void ReleaseStream(const std::string& serviceID);
+    bool HasStream(const std::string& serviceID) const;
+
+    // Remembers for which device a request was sent; the last kMaxRequests are kept.
+    static constexpr std::size_t kMaxRequests = 4096;
+    void RememberRequest(std::uint32_t seqID, const std::string& device);
+
+    int ProcessSdkException(const ACE_Message_Block* block) override;
+    std::string GetReqDevID(std::uint32_t seqID) override;
+    int HandleClusterTaskShiftIn(int reason, const std::string& nodeCode) override;
+    bool FindMainDevice(const std::string& devCode, std::string& address) override;
+
+private:
+    mutable std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
+    mutable std::condition_variable m_emptied;
+    std::map<std::string, std::unique_ptr<Device>> m_devices;
+    std::map<std::string, std::string> m_streamDevices;  // by stream identifier
+    std::map<std::uint32_t, std::string> m_requestDevices;
+    std::vector<std::uint32_t> m_requestRing;  // sequence numbers of m_requestDevices, oldest at m_requestNext
+    std::size_t m_requestNext = 0;
+    bool m_closed = false;
+};
+
+}  // namespace gvx

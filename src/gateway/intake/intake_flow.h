@@ -1,0 +1,51 @@
+#pragma once
+
+#include "bp/message_block_ptr.h"
+#include "gateway/intake/intake_settings.h"
+#include "gvx_common/intake/gvx_qfc.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace gvx {
+
+class LoadedPlugin;
+
+// The queue between the intake's connections and the plug-ins that asked for what devices push. One thread serves it,
+// since blocks of one connection are pieces of one text; a plug-in that takes its time holds up the intake alone, which
+// then sheds load. Never destroyed, as its thread is never stopped.
+class IntakeFlow : public CQueueFlowControl {
+public:
+    static IntakeFlow& Instance();
+
+    // The plug-ins must stay until WaitIdle has answered true. False when threads or timer could not be started.
+    bool Open(const IntakeLimits& limits, std::vector<const LoadedPlugin*> takers);
+    // Nothing more is given to plug-ins, but for the one block that may be with one now.
+    void Close();
+    // After Close: waits until nothing is queued and no plug-in is at work; true when that is so.
+    bool WaitIdle(std::chrono::milliseconds limit);
+
+    // A block as CGVXReceiver posts it. One that is refused is released. Any thread.
+    void Take(BP::MessageBlockPtr block);
+
+    int QFC_MsgProc(void* block) override;
+    void QFC_MsgFree(void* block) override;
+
+private:
+    using Takers = std::vector<const LoadedPlugin*>;
+
+    IntakeFlow();
+
+    void CountDown();
+
+    std::mutex m_mutex;
+    std::condition_variable m_emptied;
+    std::shared_ptr<const Takers> m_takers;  // Guarded by m_mutex; null while closed.
+    std::size_t m_pending = 0;               // Guarded by m_mutex; blocks queued or at work.
+};
+
+}  // namespace gvx

@@ -1,0 +1,168 @@
+#include "gateway/links/link_events.h"
+
+#include "base/log.h"
+#include "base/zvs_error.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+
+#include <ace/Message_Block.h>
+
+#include <exception>
+#include <utility>
+
+#include <pthread.h>
+
+namespace gvx {
+
+namespace {
+
+constexpr std::size_t kBytesBesideAFrame = 512;
+
+std::size_t BytesOf(const BP::CCmd& cmd) {
+    const ACE_Message_Block* block = cmd.GetMsgBlock();
+    return kBytesBesideAFrame + (block != nullptr ? block->length() : 0);
+}
+
+}  // namespace
+
+LinkEventThread::~LinkEventThread() {
+    Stop();
+}
+
+bool LinkEventThread::Start(BP::LinkEvents handlers, FrameTaker takeFrame) {
+    m_handlers = std::move(handlers);
+    m_takeFrame = std::move(takeFrame);
+    m_stopping = false;
+    try {
+        m_thread = std::thread(&LinkEventThread::Run, this);
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR("Link events", "Their thread could not be started: %s", fault.what());
+        return false;
+    }
+    return true;
+}
+
+void LinkEventThread::Stop() {
+    if (!m_thread.joinable()) {
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stopping = true;
+    }
+    m_changed.notify_one();
+    m_thread.join();
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_entrances.clear();
+}
+
+BP::LinkEvents LinkEventThread::Callbacks() {
+    const auto callback = [this](bool opened) {
+        return [this, opened](const std::string& devName, int elementType, const std::string& linkID,
+                              const std::string& ip, unsigned int port) {
+            Queue({opened, devName, elementType, linkID, ip, port});
+        };
+    };
+    return {callback(true), callback(false)};
+}
+
+void LinkEventThread::Queue(Event event) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (event.opened && event.elementType == kElementGVX) {
+            ++m_entrances[event.linkID].openings;
+        }
+        m_events.push_back(std::move(event));
+    }
+    m_changed.notify_one();
+}
+
+bool LinkEventThread::Hold(std::unique_ptr<BP::CCmd>& cmd, int& result) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_entrances.find(cmd->GetNetLinkID());
+        if (found == m_entrances.end()) {
+            return false;
+        }
+        Entrance& entrance = found->second;
+        const std::size_t bytes = BytesOf(*cmd);
+        result = entrance.bytes + bytes > kMaxHeldBytes ? ZVS_FAIL : ZVS_SUCCEED;
+        if (result == ZVS_SUCCEED) {
+            entrance.bytes += bytes;
+            entrance.frames.push_back(std::move(cmd));
+            return true;
+        }
+    }
+    // Nothing can be answered yet, so this line is all that tells of it.
+    GVX_LOG_ERR_CODE("Link events", result, "cmd[0x%04x] is refused, too much waits for the link's opening. [link:%s]",
+                     cmd->GetReqID(), cmd->GetNetLinkID().c_str());
+    return true;
+}
+
+void LinkEventThread::Run() {
+    ::pthread_setname_np(::pthread_self(), "LinkEvents");
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (true) {
+        m_changed.wait(lock, [this] { return m_stopping || !m_events.empty(); });
+        if (m_events.empty()) {
+            return;
+        }
+        const Event event = std::move(m_events.front());
+        m_events.pop_front();
+        lock.unlock();
+        Serve(event);
+        lock.lock();
+    }
+}
+
+void LinkEventThread::Serve(const Event& event) {
+    m_opening = event.opened && event.elementType == kElementGVX ? &event : nullptr;
+    try {
+        const BP::LinkEvents::Event& handler = event.opened ? m_handlers.opened : m_handlers.closed;
+        handler(event.devName, event.elementType, event.linkID, event.ip, event.port);
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR("Link events", "An event of link[%s] threw: %s", event.linkID.c_str(), fault.what());
+    }
+    LetFramesIn();
+}
+
+void LinkEventThread::LetFramesIn() {
+    const Event* const opening = std::exchange(m_opening, nullptr);
+    if (opening == nullptr) {
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_entrances.find(opening->linkID);
+        if (found == m_entrances.end() || --found->second.openings != 0) {
+            return;  // the link has opened anew meanwhile, and that opening makes it known again
+        }
+    }
+    FeedHeldFrames(opening->linkID);
+}
+
+// The entrance stays until it is empty: a frame that comes meanwhile joins the others, and none overtakes them.
+void LinkEventThread::FeedHeldFrames(const std::string& linkID) {
+    std::vector<std::unique_ptr<BP::CCmd>> frames;
+    while (TakeHeldFrames(linkID, frames)) {
+        for (const std::unique_ptr<BP::CCmd>& frame : frames) {
+            m_takeFrame(*frame);
+        }
+        frames.clear();
+    }
+}
+
+bool LinkEventThread::TakeHeldFrames(const std::string& linkID, std::vector<std::unique_ptr<BP::CCmd>>& frames) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_entrances.find(linkID);
+    if (found == m_entrances.end() || found->second.openings != 0) {
+        return false;
+    }
+    found->second.frames.swap(frames);
+    found->second.bytes = 0;
+    if (frames.empty()) {
+        m_entrances.erase(found);
+    }
+    return !frames.empty();
+}
+
+}  // namespace gvx

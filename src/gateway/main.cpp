@@ -1,5 +1,0 @@
-#include "gateway/gateway_main.h"
-
-int main(int argc, char** argv) {
-    return gvx::GatewayMain(argc, argv);
-}

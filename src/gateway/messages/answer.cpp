@@ -1,0 +1,85 @@
+#include "gateway/messages/answer.h"
+
+#include "base/cbb_xml.h"
+#include "base/zvs_error.h"
+#include "gvx_common/alarm/gvx_error_mgr.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "nss/nss_msg_header.h"
+
+#include <json/value.h>
+
+namespace gvx {
+
+namespace {
+
+// Moves what plug-ins have reported on this thread into a document, <Content><InfoType/><DevErrorInfo/></Content>, with
+// the answer's code. False when nothing was reported or the code is no failure; xml is then unchanged.
+bool TakeErrorReport(int code, CBB::CXml& xml) {
+    if (code == ZVS_SUCCEED) {
+        return false;
+    }
+    GVXErrorMgr* const reports = GVXErrorMgr::getInstance();
+    return reports != nullptr && reports->getXmlInfoByTidWithDestory(xml, code) == ZVS_SUCCEED;
+}
+
+bool IsResponse(const BP::CCmd& cmd) {
+    return cmd.GetReqID() >= kNssResponseOffset;
+}
+
+// The send operations take the command by a plain pointer and only read it.
+BP::CCmd* Plain(const BP::CCmd& cmd) {
+    return const_cast<BP::CCmd*>(&cmd);
+}
+
+}  // namespace
+
+void AnswerBare(const BP::CCmd& cmd, int code) {
+    CBB::CXml report;
+    CBB::CXml* const body = TakeErrorReport(code, report) ? &report : nullptr;
+    if (!IsResponse(cmd)) {
+        CGvxConnectionMgr::Instance()->SendRespMsgWithXml(Plain(cmd), body, static_cast<unsigned int>(code), false);
+    }
+}
+
+void AnswerXml(const BP::CCmd& cmd, CBB::CXml& body, int code) {
+    if (!IsResponse(cmd)) {
+        CGvxConnectionMgr::Instance()->SendRespMsgWithXml(Plain(cmd), &body, static_cast<unsigned int>(code), false);
+    }
+}
+
+void AnswerJson(const BP::CCmd& cmd, const Json::Value& body, int code) {
+    if (!IsResponse(cmd)) {
+        CGvxConnectionMgr::Instance()->SendRespMsgWithJson(Plain(cmd), body, static_cast<unsigned int>(code));
+    }
+}
+
+void RefuseXml(const BP::CCmd& cmd, const std::string& device, int code, const std::string& reason) {
+    CBB::CXml body;
+    if (TakeErrorReport(code, body)) {
+        body.Rewind();
+        body.FindElem("Content");
+    } else {
+        body.AddDeclaration("1.0", "UTF-8");
+        body.AddElem("Content");
+    }
+    body.IntoElem();
+    body.AddElem("DevCode", device.c_str());
+    body.AddElem("Reason", reason.c_str());
+    AnswerXml(cmd, body, code);
+}
+
+void RefuseJson(const BP::CCmd& cmd, Json::Value body, int code, const std::string& reason) {
+    body["Reason"] = reason;
+    CBB::CXml report;
+    if (TakeErrorReport(code, report)) {
+        body["ErrorReport"] = report.ToString();
+    }
+    AnswerJson(cmd, body, code);
+}
+
+std::string ReasonOf(int code) {
+    const char* text = ZvsErrorText(code);
+    return text == nullptr || *text == '\0' ? "Code " + std::to_string(code) + "." : text;
+}
+
+}  // namespace gvx

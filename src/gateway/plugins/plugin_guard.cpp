@@ -1,0 +1,111 @@
+#include "gateway/plugins/plugin_guard.h"
+
+#include "base/clock.h"
+#include "base/log.h"
+
+#include <chrono>
+
+namespace gvx {
+
+namespace {
+
+constexpr std::chrono::milliseconds kWatchPeriod(500);
+
+void NameCall(const PluginCallWatch::Call& call, std::int64_t nowMs) {
+    GVX_LOG_ERR("Plug-in does not return", "plug-in %s: %s of device %s has not returned for %lld s",
+                call.plugin.c_str(), call.operation, call.device.c_str(),
+                static_cast<long long>((nowMs - call.sinceMs) / 1000));
+}
+
+}  // namespace
+
+PluginCallWatch& PluginCallWatch::Instance() {
+    static PluginCallWatch instance;
+    return instance;
+}
+
+void PluginCallWatch::Start(std::int64_t limitMs) {
+    Stop();
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = false;
+    }
+    m_thread = std::thread([this, limitMs] { Run(limitMs); });
+}
+
+void PluginCallWatch::Stop() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void PluginCallWatch::Run(std::int64_t limitMs) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_wake.wait_for(lock, kWatchPeriod, [this] { return m_stop; })) {
+        lock.unlock();
+        NameOverdue(limitMs);
+        lock.lock();
+    }
+}
+
+std::list<PluginCallWatch::Call>::iterator PluginCallWatch::Enter(const std::string& plugin, const char* operation,
+                                                                  const std::string& device) {
+    Call call{plugin, operation, device.empty() ? "-" : device, MonotonicMilliseconds()};
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_calls.insert(m_calls.end(), std::move(call));
+}
+
+void PluginCallWatch::Leave(std::list<Call>::iterator call) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_calls.erase(call);
+}
+
+std::size_t PluginCallWatch::NameOverdue(std::int64_t limitMs) {
+    const std::int64_t nowMs = MonotonicMilliseconds();
+    std::vector<Call> overdue;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (Call& call : m_calls) {
+            if (!call.named && nowMs - call.sinceMs >= limitMs) {
+                call.named = true;
+                overdue.push_back(call);
+            }
+        }
+    }
+    for (const Call& call : overdue) {
+        NameCall(call, nowMs);
+    }
+    return overdue.size();
+}
+
+std::size_t PluginCallWatch::NameOpen() {
+    const std::vector<Call> open = OpenCalls();
+    for (const Call& call : open) {
+        NameCall(call, MonotonicMilliseconds());
+    }
+    return open.size();
+}
+
+std::vector<PluginCallWatch::Call> PluginCallWatch::OpenCalls() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return {m_calls.begin(), m_calls.end()};
+}
+
+void LogPluginException(const std::string& plugin, const char* operation, const std::string& device,
+                        const char* what) noexcept {
+    GVX_LOG_ERR_CODE("Plug-in exception", ZVS_GVX_PLUGIN_EXCEPTION, "plug-in %s: %s of device %s threw: %s",
+                     plugin.c_str(), operation, device.empty() ? "-" : device.c_str(),
+                     what == nullptr ? "not a std::exception" : what);
+}
+
+void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code) {
+    GVX_LOG_ERR_CODE("Plug-in error", code, "plug-in %s: %s of device %s failed.", plugin.c_str(), operation,
+                     device.empty() ? "-" : device.c_str());
+}
+
+}  // namespace gvx

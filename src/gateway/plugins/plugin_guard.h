@@ -1,0 +1,106 @@
+#pragma once
+
+#include "base/zvs_error.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <list>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace gvx {
+
+// Every call into a plug-in that has not returned yet. A thread of its own looks through them and names each call
+// that takes too long, once. Any thread.
+class PluginCallWatch {
+public:
+    struct Call {
+        std::string plugin;
+        const char* operation;  // static text
+        std::string device;     // "-" where the call concerns no device
+        std::int64_t sinceMs;   // monotonic
+        bool named = false;
+    };
+
+    static PluginCallWatch& Instance();
+
+    // Starts the thread; a call is named when it has not returned for limitMs. Stop ends it.
+    void Start(std::int64_t limitMs);
+    void Stop();
+
+    std::list<Call>::iterator Enter(const std::string& plugin, const char* operation, const std::string& device);
+    void Leave(std::list<Call>::iterator call);
+
+    // Names every call that is older than the limit and was not named before; returns how many.
+    std::size_t NameOverdue(std::int64_t limitMs);
+    // Names every open call whatever its age, for a stop that leaves them behind; returns how many.
+    std::size_t NameOpen();
+    std::vector<Call> OpenCalls() const;
+
+private:
+    void Run(std::int64_t limitMs);
+
+    mutable std::mutex m_mutex;
+    std::list<Call> m_calls;        // Guarded by m_mutex.
+    bool m_stop = false;            // Guarded by m_mutex.
+    std::condition_variable m_wake;
+    std::thread m_thread;
+};
+
+// An open call for as long as it lives.
+class PluginCallScope {
+public:
+    PluginCallScope(const std::string& plugin, const char* operation, const std::string& device)
+        : m_call(PluginCallWatch::Instance().Enter(plugin, operation, device)) {}
+    ~PluginCallScope() { PluginCallWatch::Instance().Leave(m_call); }
+    PluginCallScope(const PluginCallScope&) = delete;
+    PluginCallScope& operator=(const PluginCallScope&) = delete;
+
+private:
+    std::list<PluginCallWatch::Call>::iterator m_call;
+};
+
+// Writes the one line about an exception that left a plug-in; what may be null.
+void LogPluginException(const std::string& plugin, const char* operation, const std::string& device,
+                        const char* what) noexcept;
+// The one line about an error that a plug-in answers.
+void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code);
+
+// Calls into a plug-in. An exception becomes the failure value and a log line; so the caller sees results only.
+template <typename Result, typename Function>
+Result GuardPluginCall(const std::string& plugin, const char* operation, const std::string& device, Result failure,
+                       Function&& function) {
+    const PluginCallScope scope(plugin, operation, device);
+    try {
+        return std::forward<Function>(function)();
+    } catch (const std::exception& error) {
+        LogPluginException(plugin, operation, device, error.what());
+    } catch (...) {
+        LogPluginException(plugin, operation, device, nullptr);
+    }
+    return failure;
+}
+
+// The same for operations that answer 0 or an error code: an exception is ZVS_GVX_PLUGIN_EXCEPTION, and an error is
+// logged with the plug-in's name.
+template <typename Function>
+int CallPlugin(const std::string& plugin, const char* operation, const std::string& device, Function&& function) {
+    bool returned = false;
+    const int code = GuardPluginCall<int>(plugin, operation, device, ZVS_GVX_PLUGIN_EXCEPTION, [&] {
+        const int result = function();
+        returned = true;
+        return result;
+    });
+    if (returned && code != 0) {
+        LogPluginError(plugin, operation, device, code);
+    }
+    return code;
+}
+
+}  // namespace gvx

@@ -1,0 +1,238 @@
+#include "gateway/plugins/plugin_host.h"
+
+#include "base/json_io.h"
+#include "base/log.h"
+#include "gateway/alarms/device_reports.h"
+#include "gateway/plugins/plugin_guard.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace gvx {
+
+namespace {
+
+constexpr std::size_t kMaxNameLength = 32;
+
+template <typename Function>
+Function Symbol(void* handle, const char* name) {
+    return reinterpret_cast<Function>(dlsym(handle, name));
+}
+
+// Names come from the configuration and become part of a path.
+bool IsPluginName(const std::string& name) {
+    return !name.empty() && name.size() <= kMaxNameLength && std::all_of(name.begin(), name.end(), [](unsigned char c) {
+        return (c >= 'a' && c <= 'z') || std::isdigit(c) != 0 || c == '_' || c == '-';
+    });
+}
+
+StartResult Missing(const std::string& name, const std::string& path, const std::string& why) {
+    return StartFailure(ExitCode::PluginMissing, "plug-in " + name + " (" + path + "): " + why);
+}
+
+std::string LastError(const std::string& plugin, void* handle) {
+    const auto lastError = Symbol<GvxPluginLastErrorFunc>(handle, GVX_PLUGIN_LAST_ERROR_SYMBOL);
+    const char* text = lastError == nullptr ? nullptr
+                                            : GuardPluginCall<const char*>(plugin, GVX_PLUGIN_LAST_ERROR_SYMBOL, "",
+                                                                           nullptr, lastError);
+    return text == nullptr || *text == '\0' ? "it gives no reason" : text;
+}
+
+std::string TextOf(const char* text) {
+    return text == nullptr ? std::string() : std::string(text);
+}
+
+}  // namespace
+
+std::unique_ptr<LoadedPlugin> LoadedPlugin::Load(const std::string& name, const std::string& path,
+                                                 const std::string& configFile, StartResult& failure) {
+    std::unique_ptr<LoadedPlugin> plugin(new LoadedPlugin);
+    failure = plugin->Open(name, path);
+    if (!failure.Failed()) {
+        failure = plugin->Start(configFile);
+    }
+    if (failure.Failed()) {
+        return nullptr;
+    }
+    return plugin;
+}
+
+StartResult LoadedPlugin::Open(const std::string& name, const std::string& path) {
+    m_info.m_strName = name;
+    m_info.m_strPath = path;
+    if (access(path.c_str(), R_OK) != 0) {
+        return Missing(name, path, "there is no such file, or it cannot be read");
+    }
+    const PluginCallScope loading(name, "loading", "");  // a constructor of the object may take its time
+    m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (m_handle == nullptr) {
+        return Missing(name, path, TextOf(dlerror()));
+    }
+    const auto describe = Symbol<GvxDescribePluginFunc>(m_handle, GVX_PLUGIN_DESCRIBE_SYMBOL);
+    const GvxPluginDescription* description = 
+        describe == nullptr ? nullptr
+                            : GuardPluginCall<const GvxPluginDescription*>(name, GVX_PLUGIN_DESCRIBE_SYMBOL, "",
+                                                                           nullptr, describe);
+    if (description == nullptr) {
+        return Missing(name, path, "it does not describe itself");
+    }
+    if (description->uiAbiVersion != GVX_PLUGIN_ABI_VERSION) {
+        return Missing(name, path,
+                       "it was built for plug-in interface " + std::to_string(description->uiAbiVersion) +
+                           ", this gateway has " + std::to_string(GVX_PLUGIN_ABI_VERSION));
+    }
+    if (TextOf(description->pName) != name) {
+        return Missing(name, path, "it calls itself " + TextOf(description->pName));
+    }
+    m_info.m_strVersion = TextOf(description->pVersion);
+    m_info.m_strMaker = TextOf(description->pMaker);
+    m_destroy = Symbol<GvxDestroyAdapterFunc>(m_handle, GVX_PLUGIN_DESTROY_SYMBOL);
+    if (m_destroy == nullptr || Symbol<void*>(m_handle, GVX_PLUGIN_CREATE_SYMBOL) == nullptr) {
+        return Missing(name, path, "it exports no functions that make and destroy its adapter");
+    }
+    m_takeIntake = Symbol<GvxTakeIntakeBlockFunc>(m_handle, GVX_PLUGIN_TAKE_INTAKE_BLOCK_SYMBOL);
+    return {};
+}
+
+StartResult LoadedPlugin::Start(const std::string& configFile) {
+    const auto create = Symbol<GvxCreateAdapterFunc>(m_handle, GVX_PLUGIN_CREATE_SYMBOL);
+    m_sdk = GuardPluginCall<CAdapterSdkBase*>(Name(), GVX_PLUGIN_CREATE_SYMBOL, "", nullptr, create);
+    if (m_sdk == nullptr) {
+        return StartFailure(ExitCode::PluginRefused, "plug-in " + Name() + ": it made no adapter");
+    }
+    bool threw = true;
+    const bool started = GuardPluginCall<bool>(Name(), "Init", "", false, [&] {
+        const bool result = m_sdk->Init(configFile.c_str());
+        threw = false;
+        return result;
+    });
+    if (!started) {
+        return StartFailure(ExitCode::PluginRefused,
+                            "plug-in " + Name() + " refuses to start: " +
+                                (threw ? std::string("it threw an exception") : LastError(Name(), m_handle)));
+    }
+    CallPlugin(Name(), "SetCommonMessageCallback", "", [&] {
+        m_sdk->SetCommonMessageCallback(&OnPluginReport);
+        return 0;
+    });
+    CallPlugin(Name(), "SetAlarmMessageCallback", "", [&] {
+        m_sdk->SetAlarmMessageCallback(&OnPluginAlarm);
+        return 0;
+    });
+    GVX_LOG_INFO("Plug-in", "plug-in %s %s of %s started from %s", Name().c_str(), m_info.m_strVersion.c_str(),
+                 m_info.m_strMaker.c_str(), m_info.m_strPath.c_str());
+    return {};
+}
+
+int LoadedPlugin::TakeIntakeBlock(const GvxIntakeBlock& block) const {
+    return CallPlugin(Name(), GVX_PLUGIN_TAKE_INTAKE_BLOCK_SYMBOL, "", [&] { return m_takeIntake(m_sdk, &block); });
+}
+
+LoadedPlugin::~LoadedPlugin() {
+    if (m_sdk == nullptr) {
+        return;
+    }
+    CallPlugin(Name(), GVX_PLUGIN_DESTROY_SYMBOL, "", [&] {
+        m_destroy(m_sdk);
+        return 0;
+    });
+}
+
+StartResult PluginHost::LoadAll(const std::string& dir, const std::vector<std::string>& names,
+                                const std::string& configDir) {
+    for (const std::string& name : names) {
+        const std::string path = dir + "/gvx_plugin_" + name + ".so";
+        if (!IsPluginName(name)) {
+            return Missing(name, dir, "a plug-in's name has 1 to 32 of a-z, 0-9, '_' and '-'");
+        }
+        if (Find(name) != nullptr) {
+            continue;  // named twice
+        }
+        StartResult failure;
+        auto plugin = LoadedPlugin::Load(name, path, configDir + "/plugins/" + name + ".json", failure);
+        if (plugin == nullptr) {
+            return failure;
+        }
+        m_plugins.push_back(std::move(plugin));
+    }
+    return {};
+}
+
+void PluginHost::UnloadAll() {
+    while (!m_plugins.empty()) {
+        m_plugins.pop_back();
+    }
+}
+
+LoadedPlugin* PluginHost::Find(const std::string& name) const {
+    for (const auto& plugin : m_plugins) {
+        if (plugin->Name() == name) {
+            return plugin.get();
+        }
+    }
+    return nullptr;
+}
+
+std::vector<const LoadedPlugin*> PluginHost::TakersOfIntake() const {
+    std::vector<const LoadedPlugin*> takers;
+    for (const auto& plugin : m_plugins) {
+        if (plugin->TakesIntake()) {
+            takers.push_back(plugin.get());
+        }
+    }
+    return takers;
+}
+
+std::string PluginHost::NameList() const {
+    std::string text;
+    for (const auto& plugin : m_plugins) {
+        text += (text.empty() ? "" : ", ") + plugin->Name();
+    }
+    return text.empty() ? "none" : text;
+}
+
+int PluginHost::RegisterPlugin() {
+    Json::Value body(Json::objectValue);
+    Json::Value& list = body["PluginList"] = Json::Value(Json::arrayValue);
+    for (const auto& plugin : m_plugins) {
+        Json::Value row(Json::objectValue);
+        row["PluginName"] = plugin->Name();
+        row["Version"] = plugin->Info().m_strVersion;
+        row["Maker"] = plugin->Info().m_strMaker;
+        list.append(row);
+    }
+    const int result = CGvxConnectionMgr::Instance()->SendRetMsgWithJson(
+        NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ, WriteJson(body), kElementGVX, std::string(), std::string());
+    if (m_onRegistered) {
+        m_onRegistered();
+    }
+    return result;
+}
+
+bool PluginHost::FindPlugin(const std::string& name, BP::CPluginInfo& info) {
+    const LoadedPlugin* plugin = Find(name);
+    if (plugin == nullptr) {
+        return false;
+    }
+    info = plugin->Info();
+    return true;
+}
+
+std::vector<std::string> SplitNames(const std::string& list) {
+    std::vector<std::string> names;
+    std::string name;
+    for (const char c : list + ",") {
+        if (c != ',' && c != ' ' && c != '\t') {
+            name += c;
+        } else if (!name.empty()) {
+            names.push_back(std::exchange(name, std::string()));
+        }
+    }
+    return names;
+}
+
+}  // namespace gvx

@@ -1,0 +1,265 @@
+#include "gateway/process/gateway.h"
+
+#include "base/cbb_xml.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/zvs_error.h"
+#include "bp/dispatcher.h"
+#include "bp/net_factory.h"
+#include "bp/session.h"
+#include "gateway/alarms/device_reports.h"
+#include "gateway/alarms/gateway_alarms.h"
+#include "gateway/devices/history_sweep.h"
+#include "gateway/links/link_options.h"
+#include "gateway/messages/request_body.h"
+#include "gateway/plugins/left_behind.h"
+#include "gateway/plugins/plugin_guard.h"
+#include "gateway/requests/frame_sink.h"
+#include "gateway/requests/gateway_work.h"
+#include "gateway/settings/number_setting.h"
+#include "gvx_common/config/cloud_config_mgr.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "gvx_common/media/media_service.h"
+#include "gvx_common/media_memory/MediaMemPool.h"
+#include "gvx_common/ports/gvx_port_mgr.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include <unistd.h>
+
+#ifndef GVX_LIBRARY_FOLDER
+#define GVX_LIBRARY_FOLDER "lib"
+#endif
+
+namespace gvx {
+
+namespace {
+
+constexpr unsigned int kPoolSize = 8;
+constexpr const char* kDefaultListenPort = "9600";
+constexpr const char* kPluginSubfolder = "/gvx/plugins";
+constexpr const char* kDefaultPluginList = "file";
+
+constexpr NumberSetting kCallLimitSeconds{"GVX_PLUGIN_CALL_LIMIT", 10, 1, 3600};
+constexpr NumberSetting kSweepPeriodSeconds{"HISTORY_SWEEP_PERIOD", 60, 1, 86400};
+constexpr NumberSetting kMaxDevices{"MAX_DEVICE_NUM", DevReactorBinder::kDefaultMaxDevices, 1, 1000000};
+
+std::string Setting(const char* key, const std::string& fallback) {
+    return CGvxConfigMgr::Instance()->GetConfValue(key, fallback);
+}
+
+// Where an installed gvxd has its plug-ins: found from its own place, so that any prefix works.
+std::string InstalledPluginDir() {
+    std::error_code ignored;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
+    return (program.parent_path() / "..").string() + "/" + GVX_LIBRARY_FOLDER + kPluginSubfolder;
+}
+
+constexpr const char* kAlarmDescriptions = "/alarm/gvx_nvt_alarm_description.xml";
+
+// Which file of the configuration is at fault, and why.
+std::string FaultOfConfiguration(const std::string& dir) {
+    for (const char* name : {kAlarmDescriptions, "/zvs_gvx.conf", "/zvs_gvx_nat.conf"}) {
+        if (access((dir + name).c_str(), R_OK) != 0) {
+            return dir + name + ": " + std::strerror(errno);
+        }
+    }
+    CBB::CXml descriptions;
+    if (!descriptions.Load((dir + kAlarmDescriptions).c_str())) {
+        return dir + kAlarmDescriptions + " is no well-formed XML";
+    }
+    return dir + ", a file is empty or breaks its rules; the log says which";
+}
+
+void OpenLink(const std::string& name, int type, const std::string& link, const std::string& ip, unsigned int port) {
+    CGvxConnectionMgr::Instance()->OnLinkOpened(name, type, link, ip, port);
+}
+
+void CloseLink(const std::string& name, int type, const std::string& link, const std::string& ip, unsigned int port) {
+    CGvxConnectionMgr::Instance()->OnLinkClosed(name, type, link, ip, port);
+}
+
+bool ListenPort(const GatewayOptions& options, std::uint16_t& port, std::string& text) {
+    if (options.listenPort.has_value()) {
+        port = *options.listenPort;
+        text = std::to_string(port);
+        return true;
+    }
+    text = Setting("GVX_LISTEN_PORT", kDefaultListenPort);
+    long long number = 0;
+    const bool ok = ReadNumber(text, 0, 65535, number);
+    port = static_cast<std::uint16_t>(number);
+    return ok;
+}
+
+}  // namespace
+
+GatewayService& GatewayService::Instance() {
+    static GatewayService service;
+    return service;
+}
+
+StartResult Gateway::Start(const GatewayOptions& options) {
+    m_leftBehindBefore = LeftBehindCount();
+    StartResult result = StartCore();
+    if (!result.Failed()) {
+        StartAlarmStore();
+        StartLogFaultAlarms();
+        result = StartPlugins(options);
+    }
+    if (!result.Failed()) {
+        result = StartServing();
+    }
+    if (!result.Failed()) {
+        result = StartLinks(options);
+    }
+    if (!result.Failed()) {
+        result = StartIntake();
+    }
+    if (result.Failed()) {
+        Release();
+        return result;
+    }
+    GVX_LOG_INFO("gvxd", "gvxd ready, listening on %s:%u, plug-ins: %s", m_listenIp.c_str(), m_port,
+                 m_context->plugins.NameList().c_str());
+    return result;
+}
+
+StartResult Gateway::LoadConfiguration(const GatewayOptions& options) {
+    if (!options.configDir.empty()) {
+        setenv("GVX_CONFIG_DIR", options.configDir.c_str(), 1);
+    }
+    if (get_config_directory(m_configDir) != 0) {
+        return StartFailure(ExitCode::ConfigFolder,
+                            "configuration folder " + m_configDir + " does not exist or cannot be read");
+    }
+    if (CGvxConfigMgr::Instance()->Init() != 0) {
+        return StartFailure(ExitCode::ConfigRefused, "configuration refused: " + FaultOfConfiguration(m_configDir));
+    }
+    // Without its file the gateway is one that the cloud has not taken over, and runs all the same.
+    CCloudConfigMgr::Instance()->Init();
+    // The core can live without its identifier; a gateway that peers are to link to cannot.
+    if (CGvxConfigMgr::Instance()->GetGvxNetElementID().empty()) {
+        return StartFailure(ExitCode::ConfigRefused,
+                            "configuration refused: " + m_configDir + "/net.xml gives no NetElementID");
+    }
+    return {};
+}
+
+StartResult Gateway::StartCore() {
+    long long maxDevices = 0;
+    const StartResult read = ReadSetting(kMaxDevices, maxDevices);
+    if (read.Failed()) {
+        return read;
+    }
+    m_context->binder.SetMaxDevices(static_cast<std::size_t>(maxDevices));
+    if (m_context->binder.InitPool(kPoolSize) != 0) {
+        return StartFailure(ExitCode::StartFailed, "the device reactors could not be started");
+    }
+    m_context->gatewayReactor = m_context->binder.Bind(kGatewayKey);
+    if (m_context->gatewayReactor == nullptr) {
+        return StartFailure(ExitCode::StartFailed, "the gateway has no reactor of its own");
+    }
+    if (!g_mediaPool.Init() || StartMediaService() != 0) {
+        g_mediaPool.UnInit();
+        return StartFailure(ExitCode::StartFailed, "the media service could not be started");
+    }
+    m_mediaRuns = true;
+    if (!CGvxPortMgr::Instance()->Init()) {
+        return StartFailure(ExitCode::StartFailed, "the port manager could not be started");
+    }
+    CGvxConnectionMgr::Instance()->SetGvxService(&GatewayService::Instance());
+    CGvxConnectionMgr::Instance()->SetException(&OnLinkReport);
+    StartErrorReports();
+    return {};
+}
+
+StartResult Gateway::StartPlugins(const GatewayOptions& options) {
+    long long limitSeconds = 0;
+    const StartResult read = ReadSetting(kCallLimitSeconds, limitSeconds);
+    if (read.Failed()) {
+        return read;
+    }
+    PluginCallWatch::Instance().Start(limitSeconds * 1000);
+    std::string dir = options.pluginDir.empty() ? Setting("GVX_PLUGIN_DIR", "") : options.pluginDir;
+    if (dir.empty()) {
+        dir = InstalledPluginDir();
+    }
+    return m_context->plugins.LoadAll(dir, SplitNames(Setting("GVX_PLUGIN_LIST", kDefaultPluginList)), m_configDir);
+}
+
+StartResult Gateway::StartServing() {
+    BP::CPluginMgr::SetImplementation(&m_context->plugins);
+    BP::CDeviceMgr::SetImplementation(&m_context->devices);
+    SetReportReactors([devices = &m_context->devices](const std::string& device) {
+        return devices->ReactorOf(device);
+    });
+    RegisterGatewayWork(m_context);
+    BP::CTransactionMgr::Resume();
+    BP::CDispatcher::SetSink([context = m_context](std::unique_ptr<BP::CCmd> cmd) {
+        int result = 0;
+        return context->linkEvents.Hold(cmd, result) ? result : FrameSink(*context).Take(*cmd);
+    });
+    m_context->plugins.OnRegistered([&links = m_context->linkEvents] { links.LetFramesIn(); });
+    m_serves = true;
+    long long period = 0;
+    const StartResult read = ReadSetting(kSweepPeriodSeconds, period);
+    if (read.Failed()) {
+        return read;
+    }
+    if (!HistorySweep::Instance().Start(m_context->binder, static_cast<int>(period))) {
+        return StartFailure(ExitCode::StartFailed, "the history sweep has no timer");
+    }
+    return {};
+}
+
+StartResult Gateway::StartLinks(const GatewayOptions& options) {
+    std::string portText;
+    m_listenIp = Setting("GVX_LISTEN_IP", "0.0.0.0");
+    std::uint16_t port = 0;
+    if (!ListenPort(options, port, portText)) {
+        return StartFailure(ExitCode::CannotListen, "GVX_LISTEN_PORT is no port: " + portText);
+    }
+    BP::LinkOptions links;
+    links.localID = CGvxConfigMgr::Instance()->GetGvxNetElementID();
+    const StartResult read = ReadLinkOptions(links);
+    if (read.Failed()) {
+        return read;
+    }
+    GatewayContext& context = *m_context;
+    if (!context.linkEvents.Start({&OpenLink, &CloseLink},
+                                  [&context](const BP::CCmd& cmd) { return FrameSink(context).Take(cmd); })) {
+        return StartFailure(ExitCode::StartFailed, "the thread of link events could not be started");
+    }
+    const int started = BP::CNetFactory::Start(links, context.linkEvents.Callbacks());
+    if (started == ZVS_PARA_INVALID) {
+        return StartFailure(ExitCode::ConfigRefused, m_configDir + "/net.xml: its NetElementID [" + links.localID +
+                                                         "] is no link identifier such as GVX#001");
+    }
+    if (started != 0) {
+        return StartFailure(ExitCode::StartFailed, "the link layer could not be started");
+    }
+    errno = 0;
+    if (BP::CNetFactory::Listen(m_listenIp.c_str(), port, &m_port) != 0) {
+        const int fault = errno;
+        return StartFailure(ExitCode::CannotListen, "cannot listen on " + m_listenIp + ":" + portText + ": " +
+                                                        (fault != 0 ? std::strerror(fault) : "no such address"));
+    }
+    return {};
+}
+
+StartResult Gateway::StartIntake() {
+    IntakeSettings settings;
+    StartResult result = ReadIntakeSettings(settings);
+    if (result.Failed() || settings.port == 0) {
+        return result;
+    }
+    m_intake = std::make_unique<Intake>();
+    return m_intake->Start(settings, m_context->plugins.TakersOfIntake());
+}
+
+}  // namespace gvx

@@ -1,0 +1,222 @@
+#include "gateway/requests/gateway_work.h"
+
+#include "base/bounded_string.h"
+#include "base/cbb_xml.h"
+#include "base/json_io.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "bp/session.h"
+#include "gateway/messages/answer.h"
+#include "gateway/messages/request_body.h"
+#include "gateway/settings/number_setting.h"
+#include "gvx_common/config/config_rules.h"
+#include "gvx_common/config/gvx_config.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+
+#include <json/value.h>
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+namespace gvx {
+
+namespace {
+
+// Settings of the command spine, which the platform's own list does not name: an operator may edit them, too.
+struct SpineRow {
+    std::string_view key;
+    long long least;
+    long long most;
+};
+constexpr SpineRow kSpineKeys[] = {
+    {"MU_NSS_TIMEOUT", 0, 86400},
+    {"OTHERS_NSS_TIMEOUT", 0, 86400},
+    {"HISTORY_TRACK_EXPIRED_TIME", 0, 31536000},
+};
+
+constexpr std::string_view kLogUploadNames[] = {"WorkSpace", "ServerAddr", "ServerPort", "Username", "Password"};
+
+struct Edit {
+    std::string section;
+    std::string key;
+    std::string value;
+};
+
+bool IsLogUpload(const Edit& edit) {
+    return edit.section == "LOG_CFG" &&
+           std::find(std::begin(kLogUploadNames), std::end(kLogUploadNames), edit.key) != std::end(kLogUploadNames);
+}
+
+const SpineRow* FindSpineRow(const std::string& key) {
+    const auto* row = std::find_if(std::begin(kSpineKeys), std::end(kSpineKeys),
+                                   [&key](const SpineRow& candidate) { return candidate.key == key; });
+    return row != std::end(kSpineKeys) ? row : nullptr;
+}
+
+bool StandsInSection(const Edit& edit) {
+    std::string directory;
+    char value[GVX_Config::kValueBytes];
+    return get_config_directory(directory) == 0 &&
+           GVX_Config((directory + "/zvs_gvx.conf").c_str())
+                   .get(edit.section.c_str(), edit.key.c_str(), value, sizeof(value)) == 0;
+}
+
+// Why a legal value could not be set.
+std::string WriteFault(const Edit& edit) {
+    if (edit.key == "GVX_SIP_LOG_SWITCH") {
+        return "A plug-in with a SIP stack is missing or refuses the switch.";
+    }
+    if (edit.key == "GVX_PLUGIN_DEBUG_LOG_SWITCH") {
+        return "log.xml could not be changed.";
+    }
+    if (edit.key == "SUBNET_NAT_IP_LIST") {
+        return "The list holds what is no <ip>/<mask>, or zvs_gvx_nat.conf could not be changed.";
+    }
+    if (GvxConfigMgr()->GetMapCfgKeyValue().count(edit.key) == 0) {
+        return edit.key + " does not stand in zvs_gvx.conf.";
+    }
+    if (!ReadsBackEqual(edit.value)) {
+        return "A value with ';' or with blanks around it would be another after a restart.";
+    }
+    if (!StandsInSection(edit)) {
+        return edit.key + " does not stand in the section [" + edit.section + "].";
+    }
+    return "zvs_gvx.conf could not be written; the log says why.";
+}
+
+// A record with its value for a scope: it may be a password.
+struct ScopedRecord {
+    CONFIG_INFO info{};
+    ScopedRecord() = default;
+    ~ScopedRecord() { memset_s(&info, sizeof(info), 0, sizeof(info)); }
+    ScopedRecord(const ScopedRecord&) = delete;
+    ScopedRecord& operator=(const ScopedRecord&) = delete;
+};
+
+bool FillRecord(const Edit& edit, CONFIG_INFO& info) {
+    return strncpy_s(info.chConfigName, sizeof(info.chConfigName), edit.key.c_str(), edit.key.size()) == 0 &&
+           strncpy_s(info.chConfigType, sizeof(info.chConfigType), edit.section.c_str(), edit.section.size()) == 0 &&
+           strncpy_s(info.chConfigValue, sizeof(info.chConfigValue), edit.value.c_str(), edit.value.size()) == 0;
+}
+
+int ApplyLogUpload(const Edit& edit, std::string& reason) {
+    const int code = GvxConfigMgr()->SetLogSFTPConf(edit.key.c_str(), edit.value.c_str());
+    if (code != ZVS_SUCCEED) {
+        reason = code == ZVS_FAIL ? "The value of " + edit.key + " is too long." : ReasonOf(code);
+    }
+    return code;
+}
+
+int ApplySpine(const SpineRow& row, const Edit& edit, std::string& reason) {
+    long long number = 0;
+    if (!ReadNumber(edit.value, row.least, row.most, number)) {
+        reason = edit.key + " is a number from " + std::to_string(row.least) + " to " + std::to_string(row.most) + ".";
+        return ZVS_PARA_INVALID;
+    }
+    const int code = GvxConfigMgr()->SetGVXConfigValue(edit.section, edit.key, edit.value);
+    reason = code != ZVS_SUCCEED ? WriteFault(edit) : std::string();
+    return code;
+}
+
+// Does the edit; reason says why not.
+int Apply(const Edit& edit, std::string& reason) {
+    if (edit.key.empty()) {
+        reason = "ConfigName is missing.";
+        return ZVS_PARA_INVALID;
+    }
+    if (IsLogUpload(edit)) {
+        return ApplyLogUpload(edit, reason);
+    }
+    if (const SpineRow* row = FindSpineRow(edit.key)) {
+        return ApplySpine(*row, edit, reason);
+    }
+    ScopedRecord record;
+    CONFIG_INFO& info = record.info;
+    if (!FillRecord(edit, info)) {
+        reason = "A key has 63 characters at most, a section and a value have 31.";
+        return ZVS_PARA_INVALID;
+    }
+    const int code = GvxConfigMgr()->SetGvxConfigEdit(info);
+    if (code == ZVS_SUCCEED) {
+        return code;
+    }
+    if (!IsEditable(edit.key)) {
+        reason = edit.key + " can not be edited at run time.";
+    } else if (!CheckEdit(edit.key, edit.value)) {
+        reason = edit.value + " is no value for " + edit.key + ".";
+    } else {
+        reason = WriteFault(edit);
+    }
+    return code;
+}
+
+bool ReadXmlEdit(const BP::CCmd& cmd, Edit& edit) {
+    CBB::CXml xml;
+    if (!ReadXmlContent(cmd, xml) || !xml.FindElem("ConfigInfo") || !xml.IntoElem()) {
+        return false;
+    }
+    edit.section = XmlText(xml, "ConfigType");
+    edit.key = XmlText(xml, "ConfigName");
+    if (xml.FindFirstElem("ConfigValue")) {
+        edit.value = xml.GetElemValue();  // copied in place: it may be a password
+    }
+    return true;
+}
+
+}  // namespace
+
+int QueryConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
+    CBB::CXml request;
+    const std::string section = ReadXmlContent(cmd, request) ? XmlText(request, "ConfigType") : std::string();
+    CBB::CXml document;
+    const int code = GvxConfigMgr()->GetGvxConfig(document, section.c_str());
+    if (code != ZVS_SUCCEED) {
+        AnswerBare(cmd, code);
+        return code;
+    }
+    AnswerXml(cmd, document, ZVS_SUCCEED);
+    return ZVS_SUCCEED;
+}
+
+int EditConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
+    Edit edit;
+    std::string reason = "The body holds no ConfigInfo.";
+    const int code = ReadXmlEdit(cmd, edit) ? Apply(edit, reason) : static_cast<int>(ZVS_PARA_INVALID);
+    memset_s(edit.value.data(), edit.value.size() + 1, 0, edit.value.size());  // it may be a password
+    CBB::CXml body;
+    body.AddDeclaration("1.0", "UTF-8");
+    body.AddElem("Content");
+    body.IntoElem();
+    body.AddElem("ConfigName", edit.key.c_str());
+    if (code != ZVS_SUCCEED) {
+        GVX_LOG_WARN_CODE("Edit of a setting", code, "%s", reason.c_str());
+        body.AddElem("Reason", reason.c_str());
+    }
+    AnswerXml(cmd, body, code);
+    return code;
+}
+
+int TakeChangedConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
+    Json::Value request;
+    Json::Value body(Json::objectValue);
+    bool isText = true;
+    if (ReadJsonObject(cmd, request)) {
+        body["ConfigName"] = JsonText(request, "ConfigName");
+        isText = !request.isMember("ConfigValue") || request["ConfigValue"].isString();
+    }
+    WipeJson(request);
+    // The core takes what is no text for an empty value, and that switches some settings off.
+    const int code = isText ? GvxConfigMgr()->SetEditConfigFromFrame(cmd.GetMsgBlock()) : int{ZVS_PARA_INVALID};
+    if (code != ZVS_SUCCEED) {
+        const std::string key = JsonText(body, "ConfigName");
+        body["Reason"] = !isText           ? "ConfigValue is no text."
+                         : key.empty()     ? "The body names no setting."
+                         : IsEditable(key) ? "The value is not allowed or could not be written; the log says why."
+                                           : key + " can not be edited at run time.";
+    }
+    AnswerJson(cmd, body, code);
+    return code;
+}
+
+}  // namespace gvx

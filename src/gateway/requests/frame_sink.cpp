@@ -1,0 +1,141 @@
+#include "gateway/requests/frame_sink.h"
+
+#include "base/log.h"
+#include "bp/dispatcher.h"
+#include "bp/message_block_ptr.h"
+#include "gateway/devices/device_addition.h"
+#include "gateway/messages/answer.h"
+#include "gateway/requests/gateway_context.h"
+#include "gvx_common/event/gvx_reactor.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "gvx_common/ports/gvx_port_mgr.h"
+#include "nss/nss_msg.h"
+#include "nss/nss_msg_type.h"
+
+#include <ace/Message_Block.h>
+
+namespace gvx {
+
+int FrameSink::Take(const BP::CCmd& cmd) {
+    if (m_context.stopping) {
+        return ZVS_FAIL;
+    }
+    // What the core feeds in for the operation and maintenance unit leaves by that unit's link. The mark of such a
+    // command keeps a frame that a link brought from being reflected.
+    if (cmd.IsFedIn() && cmd.GetNetElemType() == kElementOMU) {
+        return ForwardToOmu(cmd);
+    }
+    if (ConsumeOwnAnswer(cmd)) {
+        return ZVS_SUCCEED;
+    }
+    const RequestTarget target = TargetOf(cmd);
+    if (target.malformed) {
+        return RefuseMalformed(cmd, target);
+    }
+    if (cmd.GetReqID() == NSS_ADD_MAIN_DEV_REQ) {
+        return PushAddition(cmd, target.device);
+    }
+    CGvxReactor* reactor = target.device.empty() ? nullptr : m_context.binder.Find(target.device);
+    Push(cmd, target.device, reactor != nullptr ? reactor : m_context.gatewayReactor);
+    return ZVS_SUCCEED;
+}
+
+// The answer to the list of plug-ins belongs to no session, and neither do those of the port exchange that come when
+// nobody waits for them any more.
+bool FrameSink::ConsumeOwnAnswer(const BP::CCmd& cmd) const {
+    if (cmd.GetReqID() == NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP) {
+        if (cmd.GetNetElemType() != kElementGVX) {
+            GVX_LOG_WARN("Port answer", "Only the main service hands out ports. [link:%s]", cmd.GetNetLinkID().c_str());
+            return true;
+        }
+        CGvxPortMgr::Instance()->TakeLateReply(cmd.GetMsgBlock());
+        return true;
+    }
+    if (cmd.GetReqID() == NSS_PLUGIN_SEND_PORTLIST_DATA_RSP) {
+        return true;
+    }
+    if (cmd.GetReqID() != NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_RSP) {
+        return false;
+    }
+    CNssMsgBase head;
+    if (cmd.GetMsgBlock() != nullptr && head.decode(cmd.GetMsgBlock()) == 0 && head.GetHeader().uiRspCode != 0) {
+        GVX_LOG_WARN_CODE("Register plug-ins", head.GetHeader().uiRspCode, "The main service refuses the list.");
+    }
+    return true;
+}
+
+// The command is not ours to empty, hence the copy.
+int FrameSink::ForwardToOmu(const BP::CCmd& cmd) {
+    BP::MessageBlockPtr copy(cmd.GetMsgBlock() != nullptr ? cmd.GetMsgBlock()->clone() : nullptr);
+    ACE_Message_Block* handed = copy.release();
+    const int result = BP::CDispatcher::dispatcherOutWithoutTransaction(
+        kElementOMU, cmd.GetNetLinkID().c_str(), cmd.GetTransID().c_str(), cmd.GetReqID(), handed, false, 0);
+    copy.reset(handed);
+    if (result != ZVS_SUCCEED) {
+        GVX_LOG_ERR_CODE("Forward to OMU", result, "cmd[0x%04x] did not leave. [link:%s]", cmd.GetReqID(),
+                         cmd.GetNetLinkID().c_str());
+    }
+    return result;
+}
+
+RequestTarget FrameSink::TargetOf(const BP::CCmd& cmd) const {
+    const ACE_Message_Block* block = cmd.GetMsgBlock();
+    if (block == nullptr || block->length() < kNssHeaderBytes) {
+        return {};  // fed in by ourselves: a link lets whole frames through only
+    }
+    RequestTarget target = ReadRequestTarget(*block);
+    CNssMsgBase head;
+    if (cmd.GetReqID() >= kNssResponseOffset && head.decode(block) == 0) {
+        const std::string device = m_context.devices.GetReqDevID(head.GetHeader().uiSeqID);
+        target.device = device.empty() ? target.device : device;
+    }
+    return target;
+}
+
+int FrameSink::RefuseMalformed(const BP::CCmd& cmd, const RequestTarget& target) const {
+    GVX_LOG_ERR_CODE("Malformed request", ZVS_PARA_INVALID, "cmd[0x%04x] %s [link:%s]", cmd.GetReqID(),
+                     target.reason.c_str(), cmd.GetNetLinkID().c_str());
+    AnswerBare(cmd, ZVS_PARA_INVALID);
+    return ZVS_SUCCEED;
+}
+
+// A key is bound by an addition alone, and not by one that cannot succeed, so that requests for devices that do not
+// exist cost no memory; the gateway's own reactor answers those.
+int FrameSink::PushAddition(const BP::CCmd& cmd, const std::string& device) {
+    DeviceRequest request;
+    LoadedPlugin* plugin = nullptr;
+    std::string reason;
+    int code = ReadAddition(m_context.plugins, cmd, request, plugin, reason);
+    CGvxReactor* reactor = nullptr;
+    if (code == ZVS_SUCCEED) {
+        reactor = m_context.binder.BindForAddition(device, reason);
+        code = reactor == nullptr ? ZVS_FAIL : ZVS_SUCCEED;
+    }
+    if (code != ZVS_SUCCEED) {
+        GVX_LOG_ERR_CODE("Add device", code, "%s [dev:%s, link:%s]", reason.c_str(), device.c_str(),
+                         cmd.GetNetLinkID().c_str());
+        RefuseXml(cmd, device, code, reason);
+        return ZVS_SUCCEED;
+    }
+    if (Push(cmd, device, reactor) != ZVS_SUCCEED) {
+        m_context.binder.SettleAddition(device, m_context.devices.Contains(device));
+    }
+    return ZVS_SUCCEED;
+}
+
+// Nonzero when the queue refuses it; it is then answered.
+int FrameSink::Push(const BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor) {
+    CGvxNssCmd entry;
+    entry.m_pCmd = const_cast<BP::CCmd*>(&cmd);  // the queue takes a clone
+    entry.m_tRecvTime = BP::OSTime::Time();
+    entry.m_devID = device;
+    if (reactor != nullptr && reactor->PushMessage(entry) == 0) {
+        return ZVS_SUCCEED;
+    }
+    GVX_LOG_ERR_CODE("Request refused", ZVS_FAIL, "cmd[0x%04x] finds no room. [dev:%s, link:%s]", cmd.GetReqID(),
+                     device.c_str(), cmd.GetNetLinkID().c_str());
+    AnswerBare(cmd, ZVS_FAIL);
+    return ZVS_FAIL;
+}
+
+}  // namespace gvx

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "bp/cmd.h"
+#include "gateway/messages/request_target.h"
+
+#include <memory>
+#include <string>
+
+class CGvxReactor;
+
+namespace gvx {
+
+struct GatewayContext;
+
+// Takes every frame that comes in to the reactor that serves it: that of its device, else the gateway's own. Runs on
+// the link I/O thread and on threads that feed frames in; waits for nobody.
+class FrameSink {
+public:
+    explicit FrameSink(GatewayContext& context) : m_context(context) {}
+
+    // 0 when the frame was taken, answered or not; the code of the link when a frame of ours could not leave. A request
+    // that cannot be understood, an addition that cannot succeed and what a reactor's full queue refuses are answered
+    // at once.
+    int Take(const BP::CCmd& cmd);
+
+private:
+    RequestTarget TargetOf(const BP::CCmd& cmd) const;
+    int RefuseMalformed(const BP::CCmd& cmd, const RequestTarget& target) const;
+    int PushAddition(const BP::CCmd& cmd, const std::string& device);
+    int Push(const BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor);
+    bool ConsumeOwnAnswer(const BP::CCmd& cmd) const;
+    static int ForwardToOmu(const BP::CCmd& cmd);
+
+    GatewayContext& m_context;
+};
+
+}  // namespace gvx

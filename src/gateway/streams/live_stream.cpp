@@ -1,0 +1,273 @@
+#include "gateway/streams/live_stream.h"
+
+#include "base/log.h"
+#include "gateway/messages/answer.h"
+#include "gateway/plugins/left_behind.h"
+#include "gateway/plugins/plugin_guard.h"
+#include "gvx_common/adapter/gvx_adapter_lens.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+
+namespace gvx {
+
+namespace {
+
+constexpr int kGateLimitMs = 500;
+// A stop of the gateway waits for a connect that is under way, within the time that devices get of it.
+constexpr unsigned int kConnectLimitMs = 1000;
+constexpr const char* kAnyAddress = "0.0.0.0";
+
+std::string MediaAddress() {
+    const std::string address = CGvxConfigMgr::Instance()->GetConfValue("GVX_MEDIA_IP", "");
+    return address == kAnyAddress ? std::string() : address;
+}
+
+}  // namespace
+
+LiveStream::LiveStream(StreamLens lens, StreamRequest request)
+    : m_lens(std::move(lens)), m_request(std::move(request)) {}
+
+LiveStream::~LiveStream() {
+    if (m_running) {
+        Stop(true);
+    }
+}
+
+int LiveStream::Start(std::string& reason) {
+    if (!m_gate.IsUsable()) {
+        reason = "There are too many streams.";
+        return ZVS_GVX_OPEN_SOCKET_ERROR;
+    }
+    using Step = int (LiveStream::*)(std::string&);
+    int code = MakeParam(reason);
+    for (const Step step :
+         {&LiveStream::Negotiate, &LiveStream::TakePorts, &LiveStream::OpenMedia, &LiveStream::StartPlugin}) {
+        if (code == 0) {
+            code = (this->*step)(reason);
+        }
+    }
+    if (code != 0) {
+        CloseSendPath();
+        DeleteParam();
+    }
+    m_running = code == 0;
+    return code;
+}
+
+int LiveStream::MakeParam(std::string& reason) {
+    m_param = GuardPluginCall<CStreamParam*>(m_lens.plugin, "CreateStreamParam", m_lens.device, nullptr, [this] {
+        return m_lens.adapter->CreateStreamParam(m_request.serviceID);
+    });
+    if (m_param == nullptr) {
+        reason = "The plug-in made no stream parameters.";
+        return ZVS_ALLOC_MEMORY_ERROR;
+    }
+    FillParam();
+    return 0;
+}
+
+void LiveStream::FillParam() {
+    const bool overTcp = m_request.protocol == RTP_OVER_TCP;
+    m_param->m_strServiceID = m_request.serviceID;
+    m_param->m_strSrcCode = m_lens.lensCode;
+    m_param->m_nStreamID = static_cast<std::uint32_t>(m_request.streamType);
+    m_param->m_nSrcTransProtocol = static_cast<std::uint32_t>(m_request.protocol);
+    m_param->m_nDstTransProtocol = static_cast<std::uint32_t>(m_request.protocol);
+    m_param->m_nDstVideoIP = m_request.dstIp;
+    m_param->m_nDstVideoPort = m_request.dstVideoPort;
+    m_param->m_nDstAudioIP = m_request.dstIp;
+    m_param->m_nDstAudioPort = overTcp ? m_request.dstVideoPort : m_request.dstAudioPort;
+    if (!m_request.audio) {
+        m_param->m_nDstAudioPort = 0;
+    }
+    m_param->m_nVedioAnalyseIP = m_request.metadata ? m_request.dstIp : 0;
+    m_param->m_nVedioAnalysePort =
+        !m_request.metadata ? 0 : overTcp ? m_request.dstVideoPort : m_request.dstMetadataPort;
+    m_param->m_nMediaTransMode = MU_MEDIA_DIRECT_TRANS;
+    m_param->m_nMediaSecurityEnable = MEDIA_SECURITY_DISABLE;
+}
+
+int LiveStream::Call(const char* operation, int (*call)(LiveStream&)) {
+    return CallPlugin(m_lens.plugin, operation, m_lens.device, [this, call] { return call(*this); });
+}
+
+int LiveStream::Negotiate(std::string& reason) {
+    int code = Call("NegotiateStreamParam",
+                    [](LiveStream& self) { return self.m_lens.adapter->NegotiateStreamParam(self.m_param); });
+    if (code != 0) {
+        reason = "The plug-in refused the stream's parameters. " + ReasonOf(code);
+        return code;
+    }
+    code = Call("CheckSpecialCase",
+                [](LiveStream& self) { return self.m_lens.adapter->CheckSpecialCase(self.m_param); });
+    if (code != 0) {
+        reason = "The plug-in refused the stream. " + ReasonOf(code);
+    }
+    return code;
+}
+
+MediaSendParams LiveStream::SendParams() const {
+    MediaSendParams params;
+    params.strServiceID = m_request.serviceID;
+    params.enStreamType = m_request.streamType;
+    params.eProtocol = m_request.protocol;
+    params.videoDstAddr.set(m_request.dstVideoPort, m_request.dstIp);
+    params.strLocalIp = MediaAddress();
+    params.nConnectTimeoutMs = kConnectLimitMs;
+    return params;
+}
+
+int LiveStream::TakePorts(std::string& reason) {
+    if (m_request.protocol != RTP_OVER_UDP || !StreamPorts::AreManaged() ||
+        m_ports.Take(SendsAudio(), SendsMetadata())) {
+        return 0;
+    }
+    reason = "There is no local port for the stream.";
+    return ZVS_GVX_OPEN_SOCKET_ERROR;
+}
+
+int LiveStream::OpenMedia(std::string& reason) {
+    MediaSendParams params = SendParams();
+    params.nVideoLocalPort = m_ports.Video();
+    params.nAudioLocalPort = m_ports.Audio();
+    params.audioDstAddr.set(m_request.audio ? m_request.dstAudioPort : std::uint16_t{0}, m_request.dstIp);
+    int code = m_media->Open(params);
+    if (code == 0 && SendsMetadata()) {
+        code = OpenMetadata();
+    }
+    if (code != 0) {
+        reason = "The sockets of the stream could not be opened. " + ReasonOf(code);
+        return code;
+    }
+    m_gate.SetTarget(m_media.get(), SendsAudio());
+    m_param->m_nSrcRtpVideoIp = m_media->GetVideoLocalAddr().get_ip_address();
+    m_param->m_nSrcRtpVideoPort = SourceVideoPort();
+    m_param->m_nSrcRtpAudioIp = m_media->GetAudioLocalAddr().get_ip_address();
+    m_param->m_nSrcRtpAudioPort = SourceAudioPort();
+    return 0;
+}
+
+int LiveStream::OpenMetadata() {
+    if (m_request.protocol == RTP_OVER_TCP) {
+        m_gate.SetMetadataTarget(m_media.get());
+        return 0;
+    }
+    MediaSendParams params = SendParams();
+    params.enStreamType = STREAM_TYPE_METADATA;
+    params.nVideoLocalPort = m_ports.Metadata();
+    params.videoDstAddr.set(m_request.dstMetadataPort, m_request.dstIp);
+    m_metadata = std::make_shared<CMediaSendStream>();
+    m_gate.SetMetadataTarget(m_metadata.get());
+    return m_metadata->Open(params);
+}
+
+int LiveStream::StartPlugin(std::string& reason) {
+    const int code = Call("StartStream", [](LiveStream& self) {
+        return self.m_lens.adapter->StartStream(self.m_gate.UserInfo(), &StreamGate::Send, self.m_param,
+                                                self.m_request.extension);
+    });
+    if (code == ZVS_GVX_PLUGIN_EXCEPTION) {
+        LeaveObjectsBehind();  // whether it has started a thread is not known
+    }
+    if (code != 0) {
+        reason = "The plug-in did not start the stream. " + ReasonOf(code);
+    }
+    return code;
+}
+
+void LiveStream::LetFlow() {
+    m_gate.Open();
+}
+
+int LiveStream::RequestKeyframe() {
+    return Call("RequestKeyframe",
+                [](LiveStream& self) { return self.m_lens.adapter->RequestKeyframe(self.m_param); });
+}
+
+int LiveStream::Stop(bool force) {
+    const int code = CallPlugin(m_lens.plugin, "StopStream", m_lens.device,
+                                [this, force] { return m_lens.adapter->StopStream(m_param, force); });
+    m_running = false;
+    if (code == ZVS_GVX_PLUGIN_EXCEPTION) {
+        LeaveObjectsBehind();  // whether its thread has ended is not known
+    }
+    CloseSendPath();
+    DeleteParam();
+    return code;
+}
+
+// A call that is inside still uses the socket, and its thread perhaps more.
+void LiveStream::CloseSendPath() {
+    m_gate.Close();
+    m_media->Close();
+    if (m_metadata != nullptr) {
+        m_metadata->Close();
+    }
+    if (!m_gate.WaitEmpty(kGateLimitMs)) {
+        LeaveObjectsBehind();
+    }
+}
+
+void LiveStream::DeleteParam() {
+    if (m_param == nullptr || m_leftBehind) {
+        return;
+    }
+    m_ports.GiveBack(*m_param);
+    CallPlugin(m_lens.plugin, "~CStreamParam", m_lens.device, [this] {
+        delete m_param;
+        return 0;
+    });
+    m_param = nullptr;
+}
+
+void LiveStream::LeaveObjectsBehind() {
+    if (m_leftBehind) {
+        return;
+    }
+    m_leftBehind = true;
+    GVX_LOG_WARN("Stream left behind",
+                 "plug-in %s: what it did with stream %s is not known, its objects are kept. [dev:%s]",
+                 m_lens.plugin.c_str(), m_request.serviceID.c_str(), m_lens.device.c_str());
+    LeaveBehind(m_media);
+    if (m_metadata != nullptr) {
+        LeaveBehind(m_metadata);
+    }
+    LeaveBehind(std::shared_ptr<void>(m_param, [](void*) {}));
+}
+
+StreamStatistics LiveStream::Statistics() const {
+    StreamStatistics statistics{m_media->GetStatistics(), m_gate.MetadataPackets()};
+    if (m_metadata != nullptr) {
+        const MediaSendStatistics metadata = m_metadata->GetStatistics();
+        statistics.ullDroppedPackets += metadata.ullDroppedPackets;
+        statistics.ullBytes += metadata.ullBytes;
+    }
+    return statistics;
+}
+
+bool LiveStream::SendsAudio() const {
+    return m_request.audio && m_param->m_nAudioFormat != 0 &&
+           (m_request.protocol == RTP_OVER_TCP || m_request.dstAudioPort != 0);
+}
+
+std::string LiveStream::SourceIp() const {
+    char text[64] = {};
+    const char* address = m_media->GetVideoLocalAddr().get_host_addr(text, sizeof(text));
+    if (address != nullptr && std::string(address) != kAnyAddress) {
+        return address;
+    }
+    return CGvxConfigMgr::Instance()->GetLocalIP();
+}
+
+std::uint16_t LiveStream::SourceMetadataPort() const {
+    if (!SendsMetadata()) {
+        return 0;
+    }
+    const CMediaSendStream& sender = m_metadata != nullptr ? *m_metadata : *m_media;
+    return sender.GetVideoLocalAddr().get_port_number();
+}
+
+std::uint16_t LiveStream::SourceAudioPort() const {
+    return SendsAudio() ? m_media->GetAudioLocalAddr().get_port_number() : std::uint16_t{0};
+}
+
+}  // namespace gvx

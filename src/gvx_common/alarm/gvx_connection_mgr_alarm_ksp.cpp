@@ -1,0 +1,189 @@
+#include "gvx_common/link/gvx_connection_mgr.h"
+
+#include "base/bounded_string.h"
+#include "base/log.h"
+#include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/alarm/gvx_alarm_dictionary.h"
+#include "gvx_common/alarm/gvx_alarm_texts.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/records/gvx_adapter_records.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <unordered_map>
+
+// The report of alarms to the cloud platform.
+
+namespace {
+
+constexpr const char* kFailedTitle = "Alarm manager, send gvx device alarm failed";
+constexpr const char* kChannelOfDevice = "0000";
+constexpr std::size_t kChannelDigits = 4;
+
+using AlarmTypeMap = std::unordered_map<std::string, std::string>;
+
+AlarmTypeMap buildGvxAlarmTypeMap() {
+    AlarmTypeMap map;
+    for (const GVX_ALARM_TYPE_ID& row : gvxAlarmTypeAndID) {
+        map.emplace(row.strAlarmType, row.strALarmID);
+    }
+    return map;
+}
+
+// From alarm type to identifier; read-only once it is built. Never destroyed, as alarms may come until the process is
+// gone.
+const AlarmTypeMap& gvxAlarmTypeMap() {
+    static const AlarmTypeMap& map = *new AlarmTypeMap(buildGvxAlarmTypeMap());
+    return map;
+}
+
+std::uint64_t getKSPAlarmID(const std::string& id) {
+    return std::strtoull(id.c_str(), nullptr, 10);
+}
+
+// Texts of a record may fill their field without a terminator.
+template <std::size_t N>
+std::string TextOf(const char (&field)[N]) {
+    return std::string(field, strnlen(field, N));
+}
+
+// A text that does not fit leaves its field empty; the report is worth sending all the same.
+template <std::size_t N>
+void PutText(char (&field)[N], const std::string& text, const char* name) {
+    if (strncpy_s(field, N, text.c_str(), text.size()) != 0) {
+        GVX_LOG_ERR(kFailedTitle, "%s", name);
+    }
+}
+
+// Null when the type is not in the dictionary.
+const std::string* FindAlarmID(const std::string& type) {
+    const auto found = gvxAlarmTypeMap().find(type);
+    return found == gvxAlarmTypeMap().end() ? nullptr : &found->second;
+}
+
+bool FillNodeCode(GVX_DEVICE_ALARM_REPORT_INFO& stDeviceAlarmReportInfo) {
+    std::string nodeCode;
+    if (getNodeCodeFromLogXml(nodeCode) != ZVS_SUCCEED) {
+        GVX_LOG_ERR(kFailedTitle, "get NodeCode From log.xml failed!");
+        return false;
+    }
+    PutText(stDeviceAlarmReportInfo.cNodeCode, nodeCode, "stDeviceAlarmReportInfo.cNodeCode");
+    return true;
+}
+
+void FillFromReport(GVX_DEVICE_ALARM_REPORT_INFO& stDeviceAlarmReportInfo, const GVX_ALARM_REPORT& report) {
+    PutText(stDeviceAlarmReportInfo.cFac, TextOf(report.cFac), "stDeviceAlarmReportInfo.cFac");
+    PutText(stDeviceAlarmReportInfo.cDomainCode, TextOf(report.cDomainCode), "stDeviceAlarmReportInfo.cDomainCode");
+    PutText(stDeviceAlarmReportInfo.cNetElemName, TextOf(report.cNetEleName), "stDeviceAlarmReportInfo.cNetElemName");
+    PutText(stDeviceAlarmReportInfo.cNetElemId, TextOf(report.cNetEleID), "stDeviceAlarmReportInfo.cNetElemId");
+    PutText(stDeviceAlarmReportInfo.cAlarmInCode, TextOf(report.cAlarmInCode), "stDeviceAlarmReportInfo.cAlarmInCode");
+    PutText(stDeviceAlarmReportInfo.cAlarmInName, TextOf(report.cAlarmInName), "stDeviceAlarmReportInfo.cAlarmInName");
+    PutText(stDeviceAlarmReportInfo.cAlarmType, TextOf(report.cAlarmType), "stDeviceAlarmReportInfo.cAlarmType");
+    PutText(stDeviceAlarmReportInfo.cAlarmInType, TextOf(report.cAlarmInType), "stDeviceAlarmReportInfo.cAlarmInType");
+}
+
+// False, with a log line, when the location cannot be told.
+bool LocationOfGvxAlarm(const std::string& id, const GVX_ALARM_REPORT& report, std::string& location) {
+    location = TextOf(report.cLocationInfo);
+    if (id == ALARM_GVX_ALARM_RECORD_FAIL) {
+        location = "HostIP=" + GvxConfigMgr()->GetLocalIP() + ",LocalDesc=Alarm from GVX";
+        return true;
+    }
+    if (id == ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL &&
+        setLocationInfo(id, "", TextOf(report.cAlarmDesc), location) != ZVS_SUCCEED) {
+        GVX_LOG_ERR(kFailedTitle, "The location is not known, AlarmType is[%s]", TextOf(report.cAlarmType).c_str());
+        return false;
+    }
+    return true;
+}
+
+// Value 2 is the DVS in the form's enumeration and the DVR in this word, value 3 the other way round: the platform
+// knows the devices by these words.
+const char* FormWord(_PU_DEV_FORM_TYPE form) {
+    static constexpr const char* kWords[] = {"QCN_IPC", "QCN_DVR", "QCN_DVS", "QCN_eNVR"};
+    const auto at = static_cast<std::size_t>(form) - PU_IPC;
+    if (form < PU_IPC || at >= std::size(kWords)) {
+        GVX_LOG_WARN("Alarm manager, send gvx device alarm", "ePuDevFormType is default: %d", static_cast<int>(form));
+        return kWords[0];
+    }
+    return kWords[at];
+}
+
+// The device that owns the channel: the same code for channel 0. False, with a log line, for a code that has no
+// channel.
+bool FrontDeviceOf(const std::string& strDevCode, std::string& device) {
+    if (strDevCode.size() <= kChannelDigits) {
+        GVX_LOG_ERR(kFailedTitle, "the length of strDevCode[%d] must be longer than strDeviceIDTemp[%d]",
+                    static_cast<int>(strDevCode.size()), static_cast<int>(kChannelDigits));
+        return false;
+    }
+    device = strDevCode.substr(0, strDevCode.size() - kChannelDigits) + kChannelOfDevice;
+    return true;
+}
+
+}  // namespace
+
+int CGvxConnectionMgr::SendAlarmReportToKSP(const GVX_DEVICE_ALARM_REPORT_INFO& info) {
+    return static_cast<int>(SendReqMsgWithStruct(BP::SUBSYS_SCU, kElementSCU, NSS_GVX_PLUGIN_ALARM_REPORT_REQ,
+                                                 reinterpret_cast<const char*>(&info), sizeof(info),
+                                                 "KSP#" + TextOf(info.cNetElemId)));
+}
+
+int CGvxConnectionMgr::sendGVXAlarmReportToKSP(const _ZVS_GVX_DEV_ALARM_REPORT& report) {
+    if (!AlarmsMayLeave()) {
+        return ZVS_FAIL;
+    }
+    const std::string type = TextOf(report.cAlarmType);
+    const std::string* const id = FindAlarmID(type);
+    if (id == nullptr) {
+        GVX_LOG_INFO("Alarm manager, send gvx device end, no matching alarmID", "AlarmType is[%s]", type.c_str());
+        return ZVS_FAIL;
+    }
+    GVX_DEVICE_ALARM_REPORT_INFO stDeviceAlarmReportInfo{};
+    stDeviceAlarmReportInfo.ulAlarmID = getKSPAlarmID(*id);
+    if (!FillNodeCode(stDeviceAlarmReportInfo)) {
+        return ZVS_FAIL;
+    }
+    FillFromReport(stDeviceAlarmReportInfo, report);
+    std::string location;
+    if (!LocationOfGvxAlarm(*id, report, location)) {
+        return ZVS_FAIL;
+    }
+    PutText(stDeviceAlarmReportInfo.cLocationInfo, location, "stDeviceAlarmReportInfo.cLocationInfo");
+    PutText(stDeviceAlarmReportInfo.cAlarmDesc, TextOf(report.cAlarmDesc), "stDeviceAlarmReportInfo.cAlarmDesc");
+    return SendAlarmReportToKSP(stDeviceAlarmReportInfo);
+}
+
+int CGvxConnectionMgr::sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& report, const _PU_DEV_FORM_TYPE& form) {
+    if (!AlarmsMayLeave()) {
+        return ZVS_FAIL;
+    }
+    const std::string type = TextOf(report.cAlarmType);
+    const std::string* const id = FindAlarmID(type);
+    if (id == nullptr) {
+        GVX_LOG_INFO("Alarm manager", "Alarm manager, send gvx device end, no matching alarmID, AlarmType is[%s]",
+                     type.c_str());
+        return ZVS_FAIL;
+    }
+    GVX_DEVICE_ALARM_REPORT_INFO stDeviceAlarmReportInfo{};
+    stDeviceAlarmReportInfo.ulAlarmID = getKSPAlarmID(*id);
+    const std::string code = TextOf(report.cAlarmInCode);
+    std::string device;
+    std::string location;
+    if (!FillNodeCode(stDeviceAlarmReportInfo) || !FrontDeviceOf(code, device)) {
+        return ZVS_FAIL;
+    }
+    if (setLocationInfo(*id, device, code, location) != ZVS_SUCCEED) {
+        GVX_LOG_ERR(kFailedTitle, "The location is not known, AlarmType is[%s]", type.c_str());
+        return ZVS_FAIL;
+    }
+    PutText(stDeviceAlarmReportInfo.cFrontDeviceCode, device, "stDeviceAlarmReportInfo.cFrontDeviceCode");
+    PutText(stDeviceAlarmReportInfo.cDomainCode, TextOf(report.cDevDomainCode), "stDeviceAlarmReportInfo.cDomainCode");
+    PutText(stDeviceAlarmReportInfo.cAlarmInCode, code, "stDeviceAlarmReportInfo.cAlarmInCode");
+    PutText(stDeviceAlarmReportInfo.cAlarmInName, FormWord(form), "stDeviceAlarmReportInfo.cAlarmInName");
+    PutText(stDeviceAlarmReportInfo.cAlarmType, type, "stDeviceAlarmReportInfo.cAlarmType");
+    PutText(stDeviceAlarmReportInfo.cLocationInfo, location, "stDeviceAlarmReportInfo.cLocationInfo");
+    PutText(stDeviceAlarmReportInfo.cAlarmDesc, TextOf(report.cAlarmDesc), "stDeviceAlarmReportInfo.cAlarmDesc");
+    return SendAlarmReportToKSP(stDeviceAlarmReportInfo);
+}

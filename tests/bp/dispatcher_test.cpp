@@ -1,0 +1,259 @@
+#include "base/zvs_error.h"
+#include "bp/dispatcher.h"
+#include "bp/link_thread.h"
+#include "support/fake_peer.h"
+#include "support/recording_logger.h"
+#include "support/test_clock.h"
+#include "support/wait_until.h"
+
+#include <ace/Message_Block.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <set>
+#include <thread>
+
+namespace {
+
+constexpr std::uint16_t kRequest = 0x0BAA;
+constexpr std::uint16_t kResponse = 0x9BAA;
+
+ACE_Message_Block* Block(std::uint16_t type, const std::string& transID) {
+    const std::string bytes = FakePeer::MakeFrame(type, 1, transID);
+    auto* block = new ACE_Message_Block(bytes.size());
+    block->copy(bytes.data(), bytes.size());
+    return block;
+}
+
+class Dispatcher : public ::testing::Test {
+protected:
+    void SetUp() override {
+        BP::CDispatcher::SetSink([this](std::unique_ptr<BP::CCmd> cmd) {
+            std::lock_guard<std::mutex> guard(m_mutex);
+            m_sunk.push_back(cmd->GetTransID());
+            return m_sinkResult.load();
+        });
+        BP::CDispatcher::SetWriter([this](const std::string& link, ACE_Message_Block* block) {
+            if (link != "GVX#1") {
+                return static_cast<int>(ZVS_NET_SEND_ERROR);
+            }
+            block->release();
+            ++m_written;
+            return 0;
+        });
+    }
+    void TearDown() override {
+        BP::CDispatcher::SetSink(nullptr);
+        BP::CDispatcher::SetWriter(nullptr);
+        BP::CTransactionMgr::Resume();
+    }
+    static std::unique_ptr<BP::CCmd> SendAndWait(const std::string& trans, unsigned int seconds) {
+        return std::unique_ptr<BP::CCmd>(BP::CDispatcher::dispatcherSyncMsgOut(9, 40105, "GVX#1", trans, kRequest,
+                                                                               Block(kRequest, trans), false, seconds));
+    }
+    bool Written() const {
+        return WaitUntil([this] { return m_written > 0; });
+    }
+    std::vector<std::string> Sunk() {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        return m_sunk;
+    }
+
+    ScopedRecordingLogger m_log{OM_LOG_INFO};
+    std::atomic<int> m_written{0};
+    std::atomic<int> m_sinkResult{0};
+
+private:
+    std::mutex m_mutex;
+    std::vector<std::string> m_sunk;  // Guarded by m_mutex.
+};
+
+TEST_F(Dispatcher, OutTakesTheBlockOnSuccessAndLeavesItOnFailure) {
+    ACE_Message_Block* none = nullptr;
+    EXPECT_EQ(ZVS_NULL_POINTER, BP::CDispatcher::dispatcherOutWithoutTransaction(0, "GVX#1", "t", 1, none, false, 0));
+    ACE_Message_Block* block = Block(kRequest, "t");
+    EXPECT_EQ(ZVS_PARA_INVALID, BP::CDispatcher::dispatcherOutWithoutTransaction(0, "GVX#1", "t", 1, block, true, 0));
+    EXPECT_EQ(ZVS_NET_SEND_ERROR, BP::CDispatcher::dispatcherOutWithoutTransaction(0, "", "t", 1, block, false, 0));
+    EXPECT_EQ(ZVS_NET_SEND_ERROR,
+              BP::CDispatcher::dispatcherOutWithTransaction(9, 0, nullptr, "t", 1, block, false, 0));
+    EXPECT_EQ(0u, BP::CTransactionMgr::OpenTransactions());
+    block->wr_ptr(block->wr_ptr() - 1);
+    EXPECT_EQ(ZVS_PARA_INVALID, BP::CDispatcher::dispatcherOutWithoutTransaction(0, "GVX#1", "t", 1, block, false, 0));
+    block->wr_ptr(1);
+    EXPECT_EQ(0, BP::CDispatcher::dispatcherOutWithTransaction(9, 0, "GVX#1", "t", 1, block, false, 0));
+    EXPECT_EQ(nullptr, block);
+    EXPECT_EQ(1u, BP::CTransactionMgr::OpenTransactions());
+    BP::CTransactionMgr::RemoveTransaction("t");
+    EXPECT_EQ(0u, BP::CTransactionMgr::OpenTransactions());
+}
+
+TEST_F(Dispatcher, OpenTransactionsEndByTheirAnswerOrByTheirAge) {
+    ScopedTestClock clock;
+    for (const char* trans : {"a", "b", "c", ""}) {
+        ACE_Message_Block* block = Block(kRequest, trans);
+        ASSERT_EQ(0, BP::CDispatcher::dispatcherOutWithTransaction(9, 0, "GVX#1", trans, 1, block, false, 0));
+        clock->AdvanceSeconds(20);
+    }
+    EXPECT_EQ(3u, BP::CTransactionMgr::OpenTransactions());
+    EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, "b")));
+    EXPECT_EQ(std::vector<std::string>{"b"}, Sunk());
+    EXPECT_EQ(1u, BP::CTransactionMgr::ExpireTransactions());
+    EXPECT_EQ(1u, BP::CTransactionMgr::OpenTransactions());
+    clock->AdvanceSeconds(60);
+    EXPECT_EQ(1u, BP::CTransactionMgr::ExpireTransactions());
+}
+
+TEST_F(Dispatcher, InKeepsTheCallersBlockWhenRefusedAndTakesItOtherwise) {
+    // As the core does on the opening of the main-service link: storage, but nothing written to it.
+    auto* block = new ACE_Message_Block(kNssHeaderBytes);
+    m_sinkResult = 5;
+    EXPECT_EQ(5, BP::CDispatcher::dispatcherInWithoutTransaction(40105, "", 0xDC11, "", block, 0));
+    ASSERT_NE(nullptr, block);
+    EXPECT_EQ(kNssHeaderBytes, block->space());
+    m_sinkResult = 0;
+    EXPECT_EQ(0, BP::CDispatcher::dispatcherInWithoutTransaction(40105, "", 0xDC11, "one", block, 0));
+    EXPECT_EQ(nullptr, block);
+    EXPECT_EQ(0, BP::CDispatcher::dispatcherInWithoutTransaction(40105, nullptr, 0x0DA9, nullptr, block, 0));
+    BP::CDispatcher::SetSink(nullptr);
+    EXPECT_NE(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kRequest, "t")));
+    BP::CDispatcher::SetSink([](std::unique_ptr<BP::CCmd>) -> int { throw std::runtime_error("sink fault"); });
+    EXPECT_EQ(ZVS_FAIL, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kRequest, "t")));
+    EXPECT_TRUE(m_log->Contains("sink fault"));
+    EXPECT_EQ(ZVS_PARA_INVALID, BP::CDispatcher::FrameArrived(40105, "GVX#1", new ACE_Message_Block(10)));
+}
+
+TEST_F(Dispatcher, SynchronousSendGetsItsAnswerAndAllElseReachesTheSink) {
+    std::unique_ptr<BP::CCmd> answer;
+    std::thread waiting([&] { answer = SendAndWait("mine", 60); });
+    ASSERT_TRUE(Written());
+    EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kRequest, "mine")));    // no response
+    EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, "other")));  // another's
+    EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, "mine")));
+    EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, "mine")));  // twice
+    waiting.join();
+    ASSERT_NE(nullptr, answer);
+    EXPECT_EQ(kResponse, answer->GetReqID());
+    EXPECT_EQ("mine", answer->GetTransID());
+    EXPECT_EQ(9u, answer->GetServiceID());
+    const std::vector<std::string> expected{"mine", "other", "mine"};
+    EXPECT_EQ(expected, Sunk());
+}
+
+TEST_F(Dispatcher, SynchronousSendEndsByTimeAndALateAnswerReachesTheSink) {
+    ScopedTestClock clock;
+    for (const unsigned int limit : {0u, 30u}) {  // none given: the dispatcher's own
+        std::atomic<bool> ended{false};
+        std::thread waiting([&] {
+            EXPECT_EQ(nullptr, SendAndWait("late", limit));
+            ended = true;
+        });
+        EXPECT_TRUE(WaitUntil([&] {
+            clock->AdvanceSeconds(1);
+            return ended.load();
+        }));
+        waiting.join();
+    }
+    EXPECT_TRUE(m_log->Contains("No answer within 5 s."));
+    EXPECT_TRUE(m_log->Contains("No answer within 30 s."));
+    EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, "late")));
+    EXPECT_EQ(std::vector<std::string>{"late"}, Sunk());
+}
+
+TEST_F(Dispatcher, StopEndsEveryWaitNowAndFromNowOn) {
+    std::thread waiting([] { EXPECT_EQ(nullptr, SendAndWait("stopped", 3600)); });
+    ASSERT_TRUE(Written());
+    BP::CTransactionMgr::StopWaiting();
+    waiting.join();
+    EXPECT_EQ(nullptr, SendAndWait("after", 3600));
+    EXPECT_EQ(1, m_written);
+    BP::CTransactionMgr::Resume();
+    EXPECT_EQ(nullptr, SendAndWait("resumed", 1));
+    EXPECT_EQ(2, m_written);
+}
+
+TEST_F(Dispatcher, SynchronousSendIsRefusedWhereItCouldNeverBeAnswered) {
+    EXPECT_EQ(nullptr, SendAndWait("", 3600));
+    std::unique_ptr<BP::CCmd> none(
+        BP::CDispatcher::dispatcherSyncMsgOut(9, 40105, "gone", "t", kRequest, Block(kRequest, "t"), false, 3600));
+    EXPECT_EQ(nullptr, none);
+    const BP::LinkThreadMark mark;
+    EXPECT_EQ(nullptr, SendAndWait("t", 3600));
+    EXPECT_EQ(0, m_written);
+}
+
+TEST_F(Dispatcher, ManySynchronousSendsAtOnceEachGetTheirOwnAnswer) {
+    BP::CDispatcher::SetWriter([](const std::string&, ACE_Message_Block* block) {
+        const std::string trans(block->rd_ptr() + offsetof(NssMsgHeader, szTransactionNo));
+        block->release();
+        return BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, trans));
+    });
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([] {
+            for (int count = 0; count < 200; ++count) {
+                const std::string trans = BP::CMKTransID::GenerateTransID();
+                const auto answer = SendAndWait(trans, 60);
+                ASSERT_NE(nullptr, answer);
+                EXPECT_EQ(trans, answer->GetTransID());
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(Sunk().empty());
+}
+
+TEST(TransID, IsUniqueOverThreadsAndFitsItsField) {
+    std::mutex mutex;
+    std::set<std::string> all;
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&] {
+            std::vector<std::string> mine;
+            for (int count = 0; count < 5000; ++count) {
+                mine.push_back(BP::CMKTransID::GenerateTransID());
+            }
+            std::lock_guard<std::mutex> guard(mutex);
+            all.insert(mine.begin(), mine.end());
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(20000u, all.size());
+    EXPECT_LE(all.begin()->size(), 40u);
+    EXPECT_GE(all.begin()->size(), 16u);
+}
+
+TEST(Cmd, CloneIsDeepAndOwnsItsBlock) {
+    BP::CCmd cmd;
+    cmd.SetReqID(kRequest);
+    cmd.SetTimestamp(12);
+    cmd.SetNetElemType(10105);
+    cmd.SetNetLinkID("SCU#1");
+    cmd.SetTransID("trans");
+    cmd.SetServiceID(9);
+    cmd.SetMsgBlock(Block(kRequest, "first"));
+    cmd.SetMsgBlock(Block(kRequest, "trans"));
+    const std::unique_ptr<BP::CCmd> clone(cmd.NewClone());
+    ASSERT_NE(nullptr, clone);
+    cmd.GetMsgBlock()->base()[0] = 'X';
+    EXPECT_NE('X', clone->GetMsgBlock()->base()[0]);
+    EXPECT_EQ(kNssHeaderBytes, clone->GetMsgBlock()->length());
+    EXPECT_EQ(kRequest, clone->GetReqID());
+    EXPECT_EQ(12, clone->GetTimestamp());
+    EXPECT_EQ(10105, clone->GetNetElemType());
+    EXPECT_EQ("SCU#1", clone->GetNetLinkID());
+    EXPECT_EQ("trans", clone->GetTransID());
+    EXPECT_EQ(9u, clone->GetServiceID());
+    ACE_Message_Block* released = cmd.ReleaseMsgBlock();
+    EXPECT_EQ(nullptr, cmd.GetMsgBlock());
+    released->release();
+    const std::unique_ptr<BP::CCmd> empty(cmd.NewClone());
+    ASSERT_NE(nullptr, empty);
+    EXPECT_EQ(nullptr, empty->GetMsgBlock());
+}
+
+}  // namespace

@@ -1,0 +1,191 @@
+#include "bp/link_fixture.h"
+
+#include "nss/nss_msg_type.h"
+
+#include <cstring>
+#include <thread>
+
+#include <arpa/inet.h>
+
+namespace {
+
+std::string WithVersion(std::string frame, std::uint16_t version) {
+    const std::uint16_t wire = htons(version);
+    std::memcpy(&frame[0], &wire, sizeof(wire));
+    return frame;
+}
+
+std::string WithLength(std::string frame, std::uint32_t length) {
+    const std::uint32_t wire = htonl(length);
+    std::memcpy(&frame[offsetof(NssMsgHeader, uiPacketLength)], &wire, sizeof(wire));
+    return frame;
+}
+
+std::string Registration(const std::string& json) {
+    return FakePeer::MakeFrame(NSS_BP_REGISTER_REQ, 1, "", 0, FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, json));
+}
+
+struct FaultRow {
+    const char* name;
+    bool registered;    // before the bytes are sent
+    std::string bytes;  // what the peer then sends, and nothing after it
+    const char* logged;
+};
+
+std::vector<FaultRow> FaultRows() {
+    const std::string frame = FakePeer::MakeFrame(0x0501, 1, "fault");
+    return {
+        {"garbage", true, std::string(300, 'G'), "bad frame: protocol version 0x4747"},
+        {"garbage before registration", false, "GET / HTTP/1.1\r\n" + std::string(200, 'x'), "protocol version 0x4745"},
+        {"version 0x0200", true, WithVersion(frame, 0x0200), "bad frame: protocol version 0x0200"},
+        {"length 0", true, WithLength(frame, 0), "bad frame: length 0 is outside 116 to 65536"},
+        {"length 115", true, WithLength(frame, 115), "bad frame: length 115 is outside"},
+        {"length one beyond the maximum", true, WithLength(frame, 65537), "bad frame: length 65537 is outside"},
+        {"length 4 GiB less 1", true, WithLength(frame, 0xFFFFFFFFu), "bad frame: length 4294967295 is outside"},
+        {"half a head", true, frame.substr(0, 50), "half a frame, and its rest did not come in time"},
+        {"half a body", true, FakePeer::MakeFrame(0x0501, 1, "", 0, std::string(900, 'b')).substr(0, 500),
+         "half a frame, and its rest did not come in time"},
+        {"never registers", false, "", "never registered: silence"},
+        {"half a registration", false, frame.substr(0, 60), "never registered: half a frame"},
+        {"long frame before registration", false, WithLength(frame, 5000), "length 5000 is outside 116 to 4096"},
+        {"another frame first", false, frame, "the first frame is no registration but 0x0501"},
+        {"answer instead of a request", false, FakePeer::MakeFrame(0x9000), "no registration but 0x9000"},
+        {"registration without a body", false, FakePeer::MakeFrame(0), "no JSON item in the registration"},
+        {"registration without JSON", false, Registration("<LinkID/>"), "the registration is no JSON text"},
+        {"registration of no object", false, Registration("[1]"), "names no identifier"},
+        {"identifier without #", false, Registration("{\"LinkID\":\"SCU\"}"), "names no identifier"},
+        {"identifier of 41 characters", false, Registration("{\"LinkID\":\"#" + std::string(40, 'x') + "\"}"),
+         "names no identifier"},
+        {"identifier with a line feed", false, Registration("{\"LinkID\":\"SCU#\\n\"}"), "names no identifier"},
+        {"item that leads outside", false,
+         FakePeer::MakeFrame(0, 1, "", 0, FakePeer::MakeItem(7, "{}").substr(0, 5) + "\x7f"), "no JSON item"},
+        {"second registration", true, Registration("{\"LinkID\":\"SCU#9\"}"), "a registration on a link that is open"},
+    };
+}
+
+using LinkFaults = LinkFixture;
+
+TEST_F(LinkFaults, EachClosesOnlyItsOwnLinkWithOneLine) {
+    BP::LinkOptions options;
+    options.maxFrameBytes = 65536;
+    options.registerTimeoutMs = 1500;
+    options.frameTimeoutMs = 1000;
+    StartListening(options);
+    auto healthy = RegisteredPeer("OMU#001");
+    for (const FaultRow& row : FaultRows()) {
+        SCOPED_TRACE(row.name);
+        m_log->Clear();
+        auto bad = row.registered ? RegisteredPeer("SCU#BAD") : FakePeer::Connect(m_port);
+        ASSERT_NE(nullptr, bad);
+        const std::string address = "127.0.0.1:" + std::to_string(bad->LocalPort());
+        ASSERT_TRUE(bad->SendRaw(row.bytes));
+        EXPECT_TRUE(Exchanges(*healthy, "OMU#001"));
+        EXPECT_TRUE(bad->ReadUntilClosed());
+        ASSERT_TRUE(WaitUntil([&] { return m_log->Contains(address, "Link closed"); }));
+        const auto lines = m_log->Find(address, "Link closed");
+        ASSERT_EQ(1u, lines.size()) << m_log->Dump();
+        EXPECT_EQ(OM_LOG_WARNING, lines[0].level);
+        EXPECT_NE(std::string::npos, lines[0].text.find(row.logged)) << lines[0].text;
+        EXPECT_EQ(row.registered, lines[0].text.find("link:SCU#BAD") != std::string::npos) << lines[0].text;
+        EXPECT_TRUE(WaitUntil([] { return OpenLinks() == 1; }));
+    }
+    EXPECT_TRUE(Exchanges(*healthy, "OMU#001"));
+}
+
+TEST_F(LinkFaults, BadIdentifierIsAnsweredBeforeTheClose) {
+    StartListening();
+    auto peer = FakePeer::Connect(m_port);
+    const auto code = peer->Register("SCU 1#");
+    ASSERT_TRUE(code.has_value());
+    EXPECT_NE(0u, *code);
+    EXPECT_TRUE(peer->ReadUntilClosed());
+    EXPECT_TRUE(Events().empty());
+}
+
+TEST_F(LinkFaults, FrameOfTheGreatestLengthInSmallPiecesArrives) {
+    BP::LinkOptions options;
+    options.maxFrameBytes = 65536;
+    StartListening(options);
+    auto peer = RegisteredPeer("SCU#001");
+    const std::string frame = FakePeer::MakeFrame(kType, 1, "whole", 0, std::string(65536 - kNssHeaderBytes, 'x'));
+    for (std::size_t at = 0; at < frame.size(); at += 777) {
+        ASSERT_TRUE(peer->SendRaw(frame.substr(at, 777)));
+    }
+    EXPECT_TRUE(WaitUntil([&] {
+        return Has([](const Arrived& arrived) { return arrived.transID == "whole" && arrived.bytes == 65536; });
+    }));
+}
+
+TEST_F(LinkFaults, PeerBeyondTheLimitIsClosedAndAPlaceThatIsFreedServesAgain) {
+    BP::LinkOptions options;
+    options.maxLinks = 2;
+    StartListening(options);
+    auto first = RegisteredPeer("SCU#001");
+    auto second = RegisteredPeer("OMU#001");
+    auto third = FakePeer::Connect(m_port);
+    ASSERT_NE(nullptr, third);
+    EXPECT_TRUE(third->ReadUntilClosed());
+    EXPECT_EQ(1u, m_log->Count("too many links, the limit is 2", "Link closed"));
+    EXPECT_TRUE(Exchanges(*first, "SCU#001"));
+    second->Close();
+    ASSERT_TRUE(WaitUntil([] { return OpenLinks() == 1; }));
+    auto fourth = RegisteredPeer("MU#001");
+    EXPECT_TRUE(Exchanges(*fourth, "MU#001"));
+}
+
+TEST_F(LinkFaults, BusyPeerKeepsNobodyWaitingAndLosesNothing) {
+    StartListening();
+    auto busy = RegisteredPeer("SCU#001");
+    auto other = RegisteredPeer("OMU#001");
+    constexpr int kFrames = 20000;
+    std::thread sending([&busy] {
+        const std::string frame = FakePeer::MakeFrame(kType, 1, "busy");
+        std::string burst;
+        for (int count = 0; count < 100; ++count) {
+            burst += frame;
+        }
+        for (int count = 0; count < kFrames; count += 100) {
+            EXPECT_TRUE(busy->SendRaw(burst));
+        }
+    });
+    for (int count = 0; count < 10; ++count) {
+        EXPECT_TRUE(Exchanges(*other, "OMU#001"));
+    }
+    sending.join();
+    EXPECT_TRUE(WaitUntil([] { return BP::CNetFactory::Links().at(1).framesIn == kFrames; }));
+}
+
+TEST_F(LinkFaults, SilentPeerIsAskedAndThenClosedWhileOneThatAnswersStays) {
+    BP::LinkOptions options;
+    options.keepAliveMs = 50;
+    options.silenceTimeoutMs = 2000;
+    StartListening(options);
+    auto silent = RegisteredPeer("SCU#001");
+    auto alive = RegisteredPeer("OMU#001");
+    const auto asked = silent->ReadFrame(true);
+    ASSERT_TRUE(asked.has_value());
+    EXPECT_EQ(NSS_KEEPALIVE_REQ, asked->head.usiMsgType);
+    EXPECT_EQ(kNssHeaderBytes, asked->head.uiPacketLength);
+    // Answers keep-alives until the silent one has been closed.
+    while (!m_log->Contains("link:SCU#001] silence of the peer", "Link closed")) {
+        const auto frame = alive->ReadFrame(true);
+        ASSERT_TRUE(frame.has_value()) << m_log->Dump();
+        ASSERT_TRUE(alive->SendFrame(NSS_KEEPALIVE_RSP, frame->head.uiSeqID));
+    }
+    EXPECT_TRUE(silent->ReadUntilClosed());
+    EXPECT_TRUE(Exchanges(*alive, "OMU#001"));
+    // Neither requests nor answers of this kind are for the one who takes frames.
+    EXPECT_FALSE(Has([](const Arrived& frame) { return frame.reqID != kType; }));
+}
+
+TEST_F(LinkFaults, KeepAliveOfThePeerIsAnswered) {
+    StartListening();
+    auto peer = RegisteredPeer("SCU#001");
+    ASSERT_TRUE(peer->SendFrame(NSS_KEEPALIVE_REQ, 4711));
+    const auto answer = peer->ReadFrame(true);
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(NSS_KEEPALIVE_RSP, answer->head.usiMsgType);
+    EXPECT_EQ(4711u, answer->head.uiSeqID);
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+#include "bp/link_fixture.h"
+
+#include "base/zvs_error.h"
+#include "bp/net_address.h"
+#include "bp/send_queue.h"
+
+#include <atomic>
+#include <thread>
+
+#include <sys/socket.h>
+
+namespace {
+
+using LinkQueue = LinkFixture;
+
+BP::LinkInfo InfoOf(const std::string& id) {
+    for (const BP::LinkInfo& info : BP::CNetFactory::Links()) {
+        if (info.linkID == id) {
+            return info;
+        }
+    }
+    return BP::LinkInfo();
+}
+
+TEST_F(LinkQueue, PeerThatStopsReadingIsBoundedCountedAndLoggedOnceAnEpisode) {
+    BP::LinkOptions options;
+    options.maxQueuedBytes = 256 * 1024;
+    StartListening(options);
+    auto slow = RegisteredPeer("SCU#001", 4096);
+    auto other = RegisteredPeer("OMU#001");
+    constexpr std::size_t kBody = 32 * 1024;
+    // The kernel's own buffers take some megabytes first; while they fill, the queue may be full and drain again.
+    std::uint64_t refused = 0;
+    std::uint64_t taken = 0;
+    for (int count = 0; count < 20000 && refused < 1000; ++count) {
+        ACE_Message_Block* block = Frame(kType, "bulk", kBody);
+        if (BP::CNetFactory::Send("SCU#001", block) != 0) {
+            block->release();
+            ++refused;
+        } else {
+            ++taken;
+        }
+        ASSERT_LE(InfoOf("SCU#001").queuedBytes, options.maxQueuedBytes);
+    }
+    ASSERT_EQ(1000u, refused);
+    EXPECT_EQ(refused, InfoOf("SCU#001").framesRefused);
+    EXPECT_TRUE(Exchanges(*other, "OMU#001"));
+    for (std::uint64_t count = 0; count < taken; ++count) {
+        const auto frame = slow->ReadFrame();
+        ASSERT_TRUE(frame.has_value());
+        ASSERT_EQ(std::string(kBody, 'b'), frame->body);
+    }
+    EXPECT_TRUE(Exchanges(*slow, "SCU#001"));
+    // One line as an episode begins and one as it ends, which together account for every refusal.
+    EXPECT_TRUE(WaitUntil([&] {
+        return m_log->Count("link:SCU#001]", "Link queue full") == m_log->Count("link:SCU#001]", "Link queue drained");
+    }));
+    std::uint64_t accounted = 0;
+    for (const auto& line : m_log->Find("link:SCU#001]", "Link queue drained")) {
+        accounted += std::stoull(line.text.substr(line.text.find("] ") + 2));
+    }
+    EXPECT_EQ(refused, accounted);
+    EXPECT_LT(m_log->Count("link:SCU#001]", "Link queue full"), refused / 2);
+}
+
+TEST(SendQueue, RefusalsFormOneEpisodeUntilTheQueueIsWrittenOut) {
+    int ends[2];
+    ASSERT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
+    const BP::UniqueFd near(ends[0]);
+    const BP::UniqueFd far(ends[1]);
+    BP::SendQueue queue(2 * kNssHeaderBytes);
+    const auto push = [&queue] {
+        BP::MessageBlockPtr block = BP::MakeBareFrame(NssMsgHeader{});
+        const BP::SendQueue::PushResult result = queue.Push(block.get());
+        if (result == BP::SendQueue::PushResult::Queued) {
+            block.release();
+        }
+        return result;
+    };
+    using Push = BP::SendQueue::PushResult;
+    for (int episode = 0; episode < 2; ++episode) {
+        for (const Push expected : {Push::Queued, Push::Queued, Push::FirstFull, Push::Full, Push::Full}) {
+            EXPECT_EQ(expected, push());
+        }
+        const BP::SendQueue::WriteResult written = queue.WriteTo(near.Get(), 1u << 20);
+        EXPECT_EQ(BP::SendQueue::WriteState::Drained, written.state);
+        EXPECT_EQ(2 * kNssHeaderBytes, written.bytes);
+        EXPECT_EQ(3u, written.refusedInEpisode);
+        EXPECT_EQ(0u, queue.Bytes());
+    }
+    EXPECT_EQ(6u, queue.FramesRefused());
+    EXPECT_EQ(4u, queue.FramesOut());
+    EXPECT_EQ(Push::Queued, push());
+    queue.Close();
+    EXPECT_EQ(0u, queue.Bytes());
+    EXPECT_EQ(Push::Closed, push());
+}
+
+TEST_F(LinkQueue, FramesOfOneSenderKeepTheirOrderAndFramesOfManyStayWhole) {
+    StartListening();
+    auto peer = RegisteredPeer("SCU#001");
+    constexpr int kThreads = 4;
+    constexpr int kFrames = 500;
+    std::atomic<int> failures{0};
+    std::vector<std::thread> senders;
+    for (int sender = 0; sender < kThreads; ++sender) {
+        senders.emplace_back([sender, &failures] {
+            for (int number = 0; number < kFrames; ++number) {
+                const std::string trans = std::to_string(sender) + "/" + std::to_string(number);
+                ACE_Message_Block* block = Frame(kType, trans, static_cast<std::size_t>(number) % 300);
+                if (BP::CNetFactory::Send("SCU#001", block) != 0) {
+                    block->release();
+                    ++failures;
+                }
+            }
+        });
+    }
+    std::vector<int> next(kThreads, 0);
+    for (int count = 0; count < kThreads * kFrames; ++count) {
+        const auto frame = peer->ReadFrame();
+        if (!frame) {
+            ADD_FAILURE() << "frame " << count << " is missing";
+            break;
+        }
+        const std::string trans = frame->Transaction();
+        const std::size_t sender = static_cast<std::size_t>(trans[0] - '0');
+        EXPECT_EQ(std::to_string(sender) + "/" + std::to_string(next[sender]), trans);
+        EXPECT_EQ(static_cast<std::size_t>(next[sender]++) % 300, frame->body.size());
+    }
+    for (std::thread& sender : senders) {
+        sender.join();
+    }
+    EXPECT_EQ(0, failures);
+}
+
+TEST_F(LinkQueue, FrameInAChainOfBlocksLeavesWhole) {
+    StartListening();
+    auto peer = RegisteredPeer("SCU#001");
+    const std::string bytes = FakePeer::MakeFrame(kType, 1, "chain", 0, "tail");
+    auto* block = new ACE_Message_Block(kNssHeaderBytes);
+    block->copy(bytes.data(), kNssHeaderBytes);
+    auto* tail = new ACE_Message_Block(4);
+    tail->copy("tail", 4);
+    block->cont(tail);
+    ASSERT_EQ(0, BP::CNetFactory::Send("SCU#001", block));
+    const auto frame = peer->ReadFrame();
+    ASSERT_TRUE(frame.has_value());
+    EXPECT_EQ("tail", frame->body);
+}
+
+TEST_F(LinkQueue, SendersSurviveLinksThatComeAndGo) {
+    StartListening();
+    std::atomic<bool> stop{false};
+    std::thread sender([&stop] {
+        while (!stop) {
+            ACE_Message_Block* block = Frame(kType, "t", 100);
+            if (BP::CNetFactory::Send("SCU#001", block) != 0) {
+                block->release();
+                std::this_thread::yield();
+            }
+        }
+    });
+    for (int round = 0; round < 20; ++round) {
+        auto peer = RegisteredPeer("SCU#001");
+        EXPECT_TRUE(peer->ReadFrame().has_value());
+    }
+    auto peer = RegisteredPeer("SCU#001");
+    BP::CNetFactory::Stop();
+    stop = true;
+    sender.join();
+    const auto events = Events();
+    ASSERT_EQ(42u, events.size());
+    for (std::size_t at = 0; at < events.size(); ++at) {
+        EXPECT_EQ(at % 2 == 0 ? "opened SCU#001 10105" : "closed SCU#001 10105", events[at]);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,236 @@
+#include "bp/link_fixture.h"
+
+#include "base/zvs_error.h"
+#include "bp/element_type.h"
+#include "nss/nss_msg_type.h"
+
+#include <atomic>
+#include <cerrno>
+#include <ctime>
+#include <map>
+
+#include <fcntl.h>
+
+namespace {
+
+using Registration = LinkFixture;
+
+TEST_F(Registration, IncomingLinkTakesThePeersIdentifierAndCarriesFramesBothWays) {
+    StartListening();
+    auto peer = FakePeer::Connect(m_port);
+    ASSERT_NE(nullptr, peer);
+    std::string answered;
+    EXPECT_EQ(0u, peer->Register("SCU#001", &answered));
+    EXPECT_EQ("GVX#001", answered);
+    ASSERT_TRUE(WaitForEvents(1));
+    EXPECT_EQ(std::vector<std::string>{"opened SCU#001 10105"}, Events());
+    EXPECT_TRUE(Exchanges(*peer, "SCU#001"));
+    EXPECT_TRUE(Has([](const Arrived& frame) {
+        return frame.reqID == kType && frame.netElemType == 10105 && frame.bytes == kNssHeaderBytes &&
+               frame.timestamp > 0 && frame.timestamp <= std::time(nullptr);
+    }));
+    // The frame is counted when the system has taken it, which may be after the peer has read it.
+    EXPECT_TRUE(WaitUntil([] { return BP::CNetFactory::Links().at(0).framesOut == 1; }));
+    const auto links = BP::CNetFactory::Links();
+    ASSERT_EQ(1u, links.size());
+    EXPECT_EQ("127.0.0.1", links[0].ip);
+    EXPECT_EQ(peer->LocalPort(), links[0].port);
+    EXPECT_FALSE(links[0].outgoing);
+    EXPECT_EQ(1u, links[0].framesIn);
+    peer->Close();
+    ASSERT_TRUE(WaitForEvents(2));
+    EXPECT_EQ("closed SCU#001 10105", Events()[1]);
+    EXPECT_EQ(0u, OpenLinks());
+}
+
+TEST_F(Registration, OutgoingLinkTakesTheIdentifierOfTheAnswer) {
+    StartListening();
+    FakeListener mediaUnit;
+    ASSERT_EQ(0, BP::CNetFactory::CreateClientLink("GVX#001", 30105, "127.0.0.1", mediaUnit.Port(), nullptr, true, 0));
+    EXPECT_EQ(ZVS_FAIL,
+              BP::CNetFactory::CreateClientLink("GVX#001", 30105, "127.0.0.1", mediaUnit.Port(), "127.0.0.1", true, 0));
+    auto peer = mediaUnit.Accept();
+    ASSERT_NE(nullptr, peer);
+    EXPECT_EQ("GVX#001", peer->AnswerRegistration("MU#001"));
+    ASSERT_TRUE(WaitForEvents(1));
+    EXPECT_EQ("opened MU#001 30105", Events()[0]);
+    EXPECT_TRUE(Exchanges(*peer, "MU#001"));
+    EXPECT_EQ(0, BP::CNetFactory::DeleteClientLinkByAddr("127.0.0.1", mediaUnit.Port(), 30105));
+    EXPECT_TRUE(peer->ReadUntilClosed());
+    ASSERT_TRUE(WaitForEvents(2));
+    EXPECT_EQ("closed MU#001 30105", Events()[1]);
+    EXPECT_EQ(ZVS_FAIL, BP::CNetFactory::DeleteClientLinkByAddr("127.0.0.1", mediaUnit.Port(), 30105));
+}
+
+TEST_F(Registration, FramesBehindTheRegistrationInOneWriteAreKept) {
+    StartListening();
+    auto peer = FakePeer::Connect(m_port);
+    const std::string body = FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, "{\"LinkID\":\"OMU#7\"}");
+    ASSERT_TRUE(peer->SendRaw(FakePeer::MakeFrame(NSS_BP_REGISTER_REQ, 5, "t", 0, body) +
+                              FakePeer::MakeFrame(kType, 1, "first") + FakePeer::MakeFrame(kType, 2, "second")));
+    const auto answer = peer->ReadFrame();
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(5u, answer->head.uiSeqID);
+    EXPECT_EQ("t", answer->Transaction());
+    EXPECT_TRUE(WaitUntil([&] {
+        return Has([](const Arrived& frame) { return frame.transID == "second" && frame.netElemType == 60105; });
+    }));
+    EXPECT_TRUE(Has([](const Arrived& frame) { return frame.transID == "first"; }));
+}
+
+TEST_F(Registration, SecondRegistrationOfAnIdentifierReplacesTheOlderLink) {
+    StartListening();
+    auto older = RegisteredPeer("SCU#001");
+    auto newer = RegisteredPeer("SCU#001");
+    EXPECT_TRUE(older->ReadUntilClosed());
+    ASSERT_TRUE(WaitForEvents(3));
+    const std::vector<std::string> expected{"opened SCU#001 10105", "closed SCU#001 10105", "opened SCU#001 10105"};
+    EXPECT_EQ(expected, Events());
+    EXPECT_EQ(1u, m_log->Count("replaced: the identifier registered anew", "Link closed"));
+    EXPECT_TRUE(Exchanges(*newer, "SCU#001"));
+    EXPECT_EQ(1u, OpenLinks());
+}
+
+TEST_F(Registration, RefusedAnswerClosesTheOutgoingLinkOnce) {
+    StartListening();
+    FakeListener mediaUnit;
+    ASSERT_EQ(0, BP::CNetFactory::CreateClientLink("GVX#001", 30105, "127.0.0.1", mediaUnit.Port(), nullptr, false, 0));
+    auto peer = mediaUnit.Accept();
+    ASSERT_NE(nullptr, peer);
+    peer->AnswerRegistration("MU#001", 77);
+    EXPECT_TRUE(peer->ReadUntilClosed());
+    EXPECT_TRUE(m_log->WaitFor("the peer refused the registration with code 77"));
+    EXPECT_TRUE(Events().empty());
+    // Made once only, so the place is free again.
+    EXPECT_TRUE(WaitUntil([&] {
+        return BP::CNetFactory::CreateClientLink("GVX#001", 30105, "127.0.0.1", mediaUnit.Port(), nullptr, false, 0) ==
+               0;
+    }));
+}
+
+TEST_F(Registration, EventsMayUseTheLinks) {
+    BP::LinkOptions options;
+    options.localID = "GVX#001";
+    FakeListener mediaUnit;
+    std::atomic<int> sent{-1};
+    std::atomic<int> created{-1};
+    BP::LinkEvents events = Recorder();
+    const auto note = events.opened;
+    events.opened = [&](const std::string& name, int type, const std::string& link, const std::string& ip,
+                        unsigned int port) {
+        note(name, type, link, ip, port);
+        if (type == 10105) {
+            ACE_Message_Block* greeting = Frame(kType, "greeting", 0);
+            sent = BP::CNetFactory::Send(link, greeting);
+            created =
+                BP::CNetFactory::CreateClientLink("GVX#001", 30105, "127.0.0.1", mediaUnit.Port(), nullptr, true, 0);
+        }
+    };
+    ASSERT_EQ(0, BP::CNetFactory::Start(options, events));
+    ASSERT_EQ(0, BP::CNetFactory::Listen("127.0.0.1", 0, &m_port));
+    auto peer = RegisteredPeer("SCU#001");
+    const auto greeting = peer->ReadFrame();
+    ASSERT_TRUE(greeting.has_value());
+    EXPECT_EQ("greeting", greeting->Transaction());
+    auto unit = mediaUnit.Accept();
+    ASSERT_NE(nullptr, unit);
+    EXPECT_EQ("GVX#001", unit->AnswerRegistration("MU#001"));
+    EXPECT_TRUE(WaitForEvents(2));
+    EXPECT_EQ(0, sent);
+    EXPECT_EQ(0, created);
+    BP::CNetFactory::Stop();
+}
+
+TEST_F(Registration, StopClosesOpenLinksWithEventsAndAllowsAnotherStart) {
+    for (int round = 0; round < 2; ++round) {
+        StartListening();
+        EXPECT_EQ(ZVS_FAIL, BP::CNetFactory::Start(BP::LinkOptions{"GVX#001"}, BP::LinkEvents()));
+        auto scu = RegisteredPeer("SCU#001");
+        auto omu = RegisteredPeer("OMU#001");
+        auto silent = FakePeer::Connect(m_port);
+        ASSERT_TRUE(WaitUntil([] { return OpenLinks() == 2; }));
+        BP::CNetFactory::Stop();
+        EXPECT_EQ(4u * (static_cast<std::size_t>(round) + 1), Events().size());
+        EXPECT_TRUE(scu->ReadUntilClosed());
+        EXPECT_TRUE(omu->ReadUntilClosed());
+        EXPECT_TRUE(silent->ReadUntilClosed());
+        EXPECT_EQ(nullptr, FakePeer::Connect(m_port));
+        ACE_Message_Block* late = Frame(kType, "late", 0);
+        EXPECT_EQ(ZVS_NET_SEND_ERROR, BP::CNetFactory::Send("SCU#001", late));
+        late->release();
+    }
+}
+
+// Descriptor numbers from 3 on, each with its flags.
+std::map<int, int> Descriptors() {
+    std::map<int, int> found;
+    for (int fd = 3; fd < 1024; ++fd) {
+        const int flags = ::fcntl(fd, F_GETFD);
+        if (flags != -1) {
+            found[fd] = flags;
+        }
+    }
+    return found;
+}
+
+TEST_F(Registration, DescriptorsAreCloseOnExecAndAllAreGivenBack) {
+    const std::map<int, int> before = Descriptors();
+    StartListening();
+    FakeListener mediaUnit;
+    ASSERT_EQ(0, BP::CNetFactory::CreateClientLink("GVX#001", 30105, "127.0.0.1", mediaUnit.Port(), nullptr, true, 0));
+    auto unit = mediaUnit.Accept();
+    ASSERT_NE(nullptr, unit);
+    unit->AnswerRegistration("MU#001");
+    auto peer = RegisteredPeer("SCU#001");
+    ASSERT_TRUE(WaitForEvents(2));
+    std::size_t made = 0;
+    for (const auto& descriptor : Descriptors()) {
+        if (before.count(descriptor.first) == 0) {
+            EXPECT_TRUE((descriptor.second & FD_CLOEXEC) != 0) << "descriptor " << descriptor.first;
+            ++made;
+        }
+    }
+    EXPECT_EQ(8u, made);  // epoll, wake, listener, two links, and three of the peers
+    BP::CNetFactory::Stop();
+    EXPECT_EQ(before.size() + 3, Descriptors().size());
+}
+
+TEST_F(Registration, BadArgumentsAreRefusedWithTheirCode) {
+    EXPECT_EQ(ZVS_PARA_INVALID, BP::CNetFactory::Start(BP::LinkOptions{"no separator"}, BP::LinkEvents()));
+    EXPECT_EQ(ZVS_NET_BIND_ERROR, BP::CNetFactory::Listen("127.0.0.1", 0, nullptr));
+    StartListening();
+    errno = 0;
+    EXPECT_EQ(ZVS_NET_BIND_ERROR, BP::CNetFactory::Listen("127.0.0.1", m_port, nullptr));
+    EXPECT_EQ(EADDRINUSE, errno);
+    EXPECT_EQ(ZVS_NET_BIND_ERROR, BP::CNetFactory::Listen("nowhere", 0, nullptr));
+    EXPECT_EQ(EINVAL, errno);
+    struct Row {
+        const char* ip;
+        int port;
+        const char* local;
+    };
+    const Row rows[] = {{"", 1, nullptr},          {nullptr, 1, nullptr},         {"host.name", 1, nullptr},
+                        {"127.0.0.1", 0, nullptr}, {"127.0.0.1", 70000, nullptr}, {"127.0.0.1", 1, "x"}};
+    for (const Row& row : rows) {
+        EXPECT_EQ(ZVS_PARA_INVALID,
+                  BP::CNetFactory::CreateClientLink("GVX#001", 1, row.ip, row.port, row.local, true, 0));
+    }
+    EXPECT_EQ(ZVS_PARA_INVALID, BP::CNetFactory::CreateClientLink("nobody", 1, "127.0.0.1", 1, nullptr, true, 0));
+    EXPECT_EQ(ZVS_NULL_POINTER, BP::CNetFactory::Send("SCU#001", nullptr));
+    auto peer = RegisteredPeer("SCU#001");
+    ACE_Message_Block* broken = Frame(kType, "t", 10);
+    broken->wr_ptr(broken->wr_ptr() - 1);
+    EXPECT_EQ(ZVS_PARA_INVALID, BP::CNetFactory::Send("SCU#001", broken));
+    broken->release();
+}
+
+TEST(ElementType, FirstNameInOrderDecides) {
+    EXPECT_EQ(60105, BP::ElementTypeOf("OMU#1"));
+    EXPECT_EQ(10105, BP::ElementTypeOf("MU#1SCU"));
+    EXPECT_EQ(30105, BP::ElementTypeOf("MU#1"));
+    EXPECT_EQ(240105, BP::ElementTypeOf("IMGU#1"));
+    EXPECT_EQ(40105, BP::ElementTypeOf("GVX#1"));
+    EXPECT_EQ(80105, BP::ElementTypeOf("KSP#1"));
+}
+
+}  // namespace

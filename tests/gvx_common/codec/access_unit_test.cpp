@@ -1,0 +1,161 @@
+#include "gvx_common/codec/access_unit_reader.h"
+
+#include "support/stream_bytes.h"
+#include "support/temp_folder.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using gvx::AccessUnit;
+using gvx::AccessUnitReader;
+using gvx::Codec;
+using gvx::ReadResult;
+using gvx::SequenceInfo;
+using namespace stream_bytes;
+
+namespace {
+
+struct Picture {
+    std::string bytes;
+    bool key;
+};
+
+std::vector<Picture> Pictures(Codec codec, const std::string& stream) {
+    const TempFolder folder;
+    AccessUnitReader reader(codec);
+    std::string error;
+    EXPECT_TRUE(reader.Open(folder.Write("stream", stream), error)) << error;
+    std::vector<Picture> pictures;
+    AccessUnit unit;
+    while (reader.Next(unit) == ReadResult::Ok) {
+        pictures.push_back({std::string(unit.bytes.begin(), unit.bytes.end()), unit.key});
+    }
+    EXPECT_EQ("", reader.Error());
+    return pictures;
+}
+
+}  // namespace
+
+TEST(AccessUnitReader, KeepsTheSlicesOfAPictureTogether) {
+    const std::string head = Nal(H264Sps(320, 240)) + Nal(H264Pps());
+    const std::string key = Nal(H264Slice(true, true)) + Nal(H264Slice(true, false)) + Nal(H264Slice(true, false));
+    const std::string next = Nal(H264Slice(false, true)) + Nal(H264Slice(false, false));
+    const auto pictures = Pictures(Codec::H264, head + key + next + next);
+    ASSERT_EQ(3u, pictures.size());
+    EXPECT_EQ(head + key, pictures[0].bytes);
+    EXPECT_TRUE(pictures[0].key);
+    EXPECT_EQ(next, pictures[1].bytes);
+    EXPECT_FALSE(pictures[1].key);
+    EXPECT_EQ(next, pictures[2].bytes);
+}
+
+TEST(AccessUnitReader, TurnsShortStartCodesIntoLongOnes) {
+    const auto pictures = Pictures(Codec::H264, Nal(H264Slice(true, true), false) + Nal(H264Slice(true, false), false));
+    ASSERT_EQ(1u, pictures.size());
+    EXPECT_EQ(Nal(H264Slice(true, true)) + Nal(H264Slice(true, false)), pictures[0].bytes);
+}
+
+TEST(AccessUnitReader, WhatStandsInFrontOfAPictureBelongsToIt) {
+    // Each of these opens the next access unit when it follows a slice: delimiter, parameter sets, SEI, prefix.
+    for (const std::string& opener :
+         {H264Delimiter(), H264Sps(320, 240), H264Pps(), std::string("\x06\x01\x01\x80"), std::string("\x6E\x40")}) {
+        const std::string slice = Nal(H264Slice(false, true));
+        const auto pictures = Pictures(Codec::H264, slice + Nal(opener) + slice);
+        ASSERT_EQ(2u, pictures.size());
+        EXPECT_EQ(slice, pictures[0].bytes);
+        EXPECT_EQ(Nal(opener) + slice, pictures[1].bytes);
+    }
+    // Filler and the end of a sequence belong to the picture before them, data partitions to the slice that they part.
+    for (const char* follower : {"\x0C\xFF", "\x0A", "\x03\xFF", "\x04\xFF"}) {
+        const std::string slice = Nal(H264Slice(false, true));
+        const auto pictures = Pictures(Codec::H264, slice + Nal(follower) + slice);
+        ASSERT_EQ(2u, pictures.size());
+        EXPECT_EQ(slice + Nal(follower), pictures[0].bytes);
+    }
+}
+
+TEST(AccessUnitReader, H265PicturesAndTheirFollowers) {
+    constexpr unsigned kTrailing = 1;
+    constexpr unsigned kIdr = 19;
+    constexpr unsigned kCra = 21;
+    constexpr unsigned kSuffixSei = 40;
+    const std::string head = Nal(H265Nal(32)) + Nal(H265Nal(33)) + Nal(H265Nal(34)) + Nal(H265Nal(39));
+    const std::string key = Nal(H265Slice(kIdr, true)) + Nal(H265Slice(kIdr, false)) + Nal(H265Nal(kSuffixSei));
+    const std::string trailing = Nal(H265Slice(kTrailing, true)) + Nal(H265Slice(kTrailing, false));
+    const std::string random = Nal(H265Nal(35)) + Nal(H265Slice(kCra, true));
+    const auto pictures = Pictures(Codec::H265, head + key + trailing + random + trailing);
+    ASSERT_EQ(4u, pictures.size());
+    EXPECT_EQ(head + key, pictures[0].bytes);
+    EXPECT_EQ(trailing, pictures[1].bytes);
+    EXPECT_EQ(random, pictures[2].bytes);
+    EXPECT_EQ((std::vector<bool>{true, false, true, false}),
+              (std::vector<bool>{pictures[0].key, pictures[1].key, pictures[2].key, pictures[3].key}));
+}
+
+TEST(AccessUnitReader, StreamWithoutAPictureHasNone) {
+    EXPECT_TRUE(Pictures(Codec::H264, Nal(H264Sps(320, 240)) + Nal(H264Pps())).empty());
+    EXPECT_TRUE(Pictures(Codec::H264, "").empty());
+}
+
+TEST(AccessUnitReader, ParameterSetsGoBehindTheDelimiter) {
+    const TempFolder folder;
+    const std::string sets = Nal(H264Sps(320, 240)) + Nal(H264Pps());
+    const std::string key = Nal(H264Slice(true, true));
+    AccessUnitReader reader(Codec::H264);
+    std::string error;
+    ASSERT_TRUE(reader.Open(folder.Write("s", sets + key + Nal(H264Delimiter()) + key), error));
+    AccessUnit unit;
+    ASSERT_EQ(ReadResult::Ok, reader.Next(unit));
+    EXPECT_TRUE(unit.hasParameterSets);
+    ASSERT_EQ(ReadResult::Ok, reader.Next(unit));
+    EXPECT_FALSE(unit.hasParameterSets);
+    reader.InsertParameterSets(unit);
+    EXPECT_EQ(Nal(H264Delimiter()) + sets + key, std::string(unit.bytes.begin(), unit.bytes.end()));
+}
+
+TEST(AccessUnitReader, RefusesAPictureBeyondItsBound) {
+    const TempFolder folder;
+    AccessUnitReader reader(Codec::H264, 1000);
+    std::string error;
+    ASSERT_TRUE(
+        reader.Open(folder.Write("s", Nal(H264Slice(true, true, 600)) + Nal(H264Slice(true, false, 600))), error));
+    AccessUnit unit;
+    EXPECT_EQ(ReadResult::Failed, reader.Next(unit));
+    EXPECT_EQ("a picture is longer than 1000 bytes", reader.Error());
+}
+
+TEST(SequenceParameterSet, GivesThePictureSize) {
+    const std::string sps = H264Sps(1280, 720);
+    SequenceInfo info;
+    ASSERT_TRUE(
+        ParseSequenceParameterSet(Codec::H264, reinterpret_cast<const std::uint8_t*>(sps.data()), sps.size(), info));
+    EXPECT_EQ(1280u, info.width);
+    EXPECT_EQ(720u, info.height);
+    EXPECT_FALSE(info.frameRate.Known());
+}
+
+TEST(SequenceParameterSet, CutOrDamagedSetsAreRefusedWithoutHarm) {
+    const std::string sps = H264Sps(1280, 720);
+    for (std::size_t length = 0; length < sps.size() - 2; ++length) {
+        const std::vector<std::uint8_t> cut(sps.begin(), sps.begin() + static_cast<std::ptrdiff_t>(length));
+        SequenceInfo info;
+        EXPECT_FALSE(ParseSequenceParameterSet(Codec::H264, cut.data(), cut.size(), info)) << length;
+    }
+    // Any bytes at all: nothing may be read beyond them, and a set that is taken has a size that a picture can have.
+    std::uint32_t state = 1;
+    for (unsigned round = 0; round < 20000; ++round) {
+        std::vector<std::uint8_t> bytes(round % 64 + 1);
+        for (std::uint8_t& byte : bytes) {
+            state = state * 1664525u + 1013904223u;
+            byte = static_cast<std::uint8_t>(state >> 24);
+        }
+        for (const Codec codec : {Codec::H264, Codec::H265}) {
+            SequenceInfo info;
+            if (ParseSequenceParameterSet(codec, bytes.data(), bytes.size(), info)) {
+                EXPECT_TRUE(info.width > 0 && info.width <= 16384 && info.height > 0 && info.height <= 32768);
+            }
+        }
+    }
+}

@@ -1,0 +1,193 @@
+#include "gvx_common/intake/gvx_acceptor.h"
+
+#include "base/log.h"
+#include "bp/message_block_ptr.h"
+#include "bp/net_address.h"
+#include "bp/poll_reactor.h"
+#include "support/recording_logger.h"
+#include "support/test_clock.h"
+#include "support/wait_until.h"
+
+#include <ace/Event_Handler_Handle_Timeout_Upcall.h>
+#include <ace/INET_Addr.h>
+#include <ace/Reactor_Impl.h>
+#include <ace/Timer_Heap_T.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+namespace {
+
+// Timers that follow the clock of the test.
+using TestTimers = ACE_Timer_Heap_T<ACE_Event_Handler*, ACE_Event_Handler_Handle_Timeout_Upcall,
+                                    ACE_SYNCH_RECURSIVE_MUTEX, ACE_FPointer_Time_Policy>;
+
+ACE_Time_Value TestNow() {
+    const std::int64_t now = gvx::CurrentClock().WallMicroseconds();
+    return ACE_Time_Value(static_cast<time_t>(now / 1000000), static_cast<suseconds_t>(now % 1000000));
+}
+
+std::string TextOf(const char* text, std::size_t size) {
+    return std::string(text, strnlen(text, size));
+}
+
+// The test's own thread serves the reactor.
+class AcceptorTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_NE(nullptr, m_reactor);
+        m_timers.gettimeofday(&TestNow);
+        m_reactor->implementation()->timer_queue(&m_timers);
+        m_acceptor.SetMsgQueue(&m_queue);
+        ASSERT_EQ(0, m_acceptor.start(ACE_INET_Addr(static_cast<u_short>(0), "127.0.0.1"), m_reactor.get()));
+        ACE_INET_Addr bound;
+        ASSERT_EQ(0, m_acceptor.acceptor().get_local_addr(bound));
+        m_port = bound.get_port_number();
+    }
+    void TearDown() override {
+        m_clients.clear();
+        EXPECT_TRUE(WaitUntil([this] { return Serve(), m_log->Count("GVX Close fd[") == m_opened; }));
+        m_acceptor.stop();
+        EXPECT_EQ(m_memstatBefore, g_bp_memstat);
+        m_reactor.reset();
+    }
+
+    void Serve() {
+        const ACE_Time_Value moment(0, 1000);  // with nothing left of it, the reactor passes over its timers
+        ACE_Time_Value wait = moment;
+        while (m_reactor->handle_events(wait) > 0) {
+            wait = moment;
+        }
+    }
+    void Connect(std::size_t count) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(m_port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        for (std::size_t i = 0; i < count; ++i) {
+            BP::UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+            ASSERT_EQ(0, ::connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+            m_clients.push_back(std::move(fd));
+            ACE_Time_Value limit(20);
+            ASSERT_EQ(1, m_reactor->handle_events(limit));
+            ++m_opened;
+        }
+    }
+    void Send(std::size_t client, const std::string& bytes) {
+        ASSERT_EQ(static_cast<ssize_t>(bytes.size()),
+                  ::send(m_clients[client].Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
+    }
+    BP::MessageBlockPtr Next() {
+        EXPECT_TRUE(WaitUntil([this] { return Serve(), !m_queue.is_empty(); }));
+        ACE_Message_Block* block = nullptr;
+        m_queue.dequeue_head(block);
+        return BP::MessageBlockPtr(block);
+    }
+    bool IsClosed(std::size_t client) const {
+        char byte = 0;
+        return ::recv(m_clients[client].Get(), &byte, 1, MSG_DONTWAIT) == 0;
+    }
+    std::size_t ClosedAmong(std::size_t first, std::size_t last) const {
+        std::size_t closed = 0;
+        for (std::size_t client = first; client < last; ++client) {
+            closed += IsClosed(client) ? 1 : 0;
+        }
+        return closed;
+    }
+
+    ScopedRecordingLogger m_log{OM_LOG_INFO};
+    ScopedTestClock m_clock;
+    const long m_memstatBefore = g_bp_memstat;
+    TestTimers m_timers;
+    GvxReceiverQueue m_queue{std::size_t{1} << 24, std::size_t{1} << 24};
+    std::unique_ptr<ACE_Reactor> m_reactor = BP::MakePollReactor();
+    CGVXAcceptor m_acceptor;
+    std::uint16_t m_port = 0;
+    std::vector<BP::UniqueFd> m_clients;
+    std::size_t m_opened = 0;
+};
+
+TEST_F(AcceptorTest, PostsWhatItReadsBehindTheHead) {
+    Connect(1);
+    Send(0, std::string(1500, 'a'));
+    const BP::MessageBlockPtr block = Next();
+    ASSERT_NE(nullptr, block);
+    ASSERT_EQ(1064u, block->length());
+    std::int32_t length = 0;
+    std::memcpy(&length, block->rd_ptr() + 36, sizeof(length));
+    EXPECT_EQ(1024, length);
+    EXPECT_EQ("127.0.0.1", TextOf(block->rd_ptr(), 16));
+    EXPECT_EQ("20260102030405", TextOf(block->rd_ptr() + 16, 20));
+    EXPECT_EQ(std::string(1024, 'a'), std::string(block->rd_ptr() + 40, 1024));
+    sockaddr_in own{};
+    socklen_t size = sizeof(own);
+    ASSERT_EQ(0, ::getsockname(m_clients[0].Get(), reinterpret_cast<sockaddr*>(&own), &size));
+    EXPECT_EQ(ntohs(own.sin_port), block->msg_priority());
+    EXPECT_EQ(40u + 476, Next()->length());
+    EXPECT_TRUE(::fcntl(m_acceptor.get_handle(), F_GETFD) & FD_CLOEXEC);
+}
+
+TEST_F(AcceptorTest, ClosesForWantOfAQueueAndOutlivesOneThatRefuses) {
+    Connect(2);
+    m_queue.deactivate();
+    Send(0, "lost");
+    ASSERT_TRUE(WaitUntil([this] { return Serve(), m_log->Contains("handle_input enqueue_tail failed!"); }));
+    m_queue.activate();
+    Send(0, "taken");
+    EXPECT_EQ(45u, Next()->length());
+
+    m_acceptor.SetMsgQueue(nullptr);
+    Connect(1);
+    Send(2, "x");
+    EXPECT_TRUE(WaitUntil([this] { return Serve(), IsClosed(2); }));
+    EXPECT_TRUE(m_log->Contains("handle_input msg queue is NULL!"));
+    EXPECT_FALSE(IsClosed(0) || IsClosed(1));
+}
+
+TEST_F(AcceptorTest, APortInUseIsRefusedAndAnotherTaken) {
+    const long before = g_bp_memstat;
+    CGVXAcceptor other;
+    EXPECT_EQ(1, other.start(ACE_INET_Addr(m_port, "127.0.0.1"), m_reactor.get()));
+    EXPECT_EQ(before, g_bp_memstat);
+    EXPECT_EQ(0, other.start(ACE_INET_Addr(static_cast<u_short>(0), "127.0.0.1"), m_reactor.get()));
+    const ACE_HANDLE handle = other.get_handle();
+    other.stop();
+    other.stop();
+    EXPECT_EQ(nullptr, m_reactor->find_handler(handle));
+}
+
+// Half of them silent, half of them sending at the same moment, ten seconds after they have connected.
+TEST_F(AcceptorTest, TwoThousandConnectionsGoAsTheyFallSilent) {
+    constexpr std::size_t kAll = 2000;
+    constexpr std::size_t kSilent = 1000;
+    rlimit limit{};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &limit));
+    limit.rlim_cur = limit.rlim_max;
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &limit));
+    if (limit.rlim_max < 2 * kAll + 200) {
+        GTEST_SKIP() << "the process may open only " << limit.rlim_max << " descriptors";
+    }
+    Connect(kAll);
+    m_clock->AdvanceSeconds(10);
+    for (std::size_t client = kSilent; client < kAll; ++client) {
+        Send(client, "alarm " + std::to_string(client) + "\n");
+    }
+    ASSERT_TRUE(WaitUntil([&] { return Serve(), m_queue.message_count() == kAll - kSilent; }));
+    EXPECT_EQ(0u, m_log->Count("socket timeout"));
+
+    m_clock->AdvanceSeconds(20);
+    ASSERT_TRUE(WaitUntil([&] { return Serve(), ClosedAmong(0, kSilent) == kSilent; }));
+    EXPECT_EQ(0u, ClosedAmong(kSilent, kAll)) << "they have been silent for 20 s";
+    m_clock->AdvanceSeconds(30);
+    ASSERT_TRUE(WaitUntil([&] { return Serve(), ClosedAmong(kSilent, kAll) == kAll - kSilent; }));
+    EXPECT_EQ(kAll, m_log->Count("socket timeout, will close the connection"));
+}
+
+}  // namespace

@@ -1,0 +1,346 @@
+#include "gvx_common/ports/gvx_port_mgr.h"
+
+#include "base/zvs_error.h"
+#include "bp/dispatcher.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "gvx_common/records/media_types.h"
+#include "gvx_common/records/stream_param.h"
+#include "nss/nss_msg_header.h"
+#include "nss/nss_msg_type.h"
+#include "support/fake_peer.h"
+#include "support/recording_logger.h"
+#include "support/test_clock.h"
+
+#include <ace/Message_Block.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+// A UDP socket on that port; -1 when somebody has it.
+int BindUdp(unsigned int port) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) {
+        return fd;
+    }
+    close(fd);
+    return -1;
+}
+
+// Ports that nobody has, below those of the system's choice.
+std::vector<unsigned int> FreePorts(std::size_t count) {
+    std::vector<unsigned int> ports;
+    for (unsigned int port = 21000; ports.size() < count && port < 32000; port += 2) {
+        if (const int fd = BindUdp(port); fd >= 0) {
+            close(fd);
+            ports.push_back(port);
+        }
+    }
+    EXPECT_EQ(ports.size(), count);
+    return ports;
+}
+
+std::string ReplyText(const std::vector<unsigned int>& ports, int type = 1) {
+    std::string list;
+    for (const unsigned int port : ports) {
+        list += (list.empty() ? "" : ",") + std::to_string(port);
+    }
+    return R"({"ApplyPortReturnList":[)" + list + R"(],"ApplyPortReturnType":)" + std::to_string(type) + "}";
+}
+
+void Deliver(std::uint16_t type, const std::string& trans, const std::string& text) {
+    const std::string bytes = FakePeer::MakeFrame(type, 1, trans, 0, text);
+    auto* block = new ACE_Message_Block(bytes.size());
+    block->copy(bytes.data(), bytes.size());
+    BP::CDispatcher::FrameArrived(kElementGVX, "GVX#000", block);
+}
+
+// The main service's side of the exchange, where frames would enter its link.
+class PortManagerTest : public testing::Test {
+protected:
+    void SetUp() override {
+        BP::CDispatcher::SetWriter([this](const std::string&, ACE_Message_Block* block) {
+            NssMsgHeader head;
+            std::memcpy(&head, block->rd_ptr(), sizeof(head));
+            const std::string text(block->rd_ptr() + kNssHeaderBytes, block->length() - kNssHeaderBytes);
+            block->release();
+            Serve(ntohs(head.usiMsgType), head.szTransactionNo, text);
+            return 0;
+        });
+        // A late answer finds nobody who waits, and goes where the gateway takes frames in.
+        BP::CDispatcher::SetSink([](std::unique_ptr<BP::CCmd> cmd) {
+            CGvxPortMgr::Instance()->TakeLateReply(cmd->GetMsgBlock());
+            return 0;
+        });
+        ASSERT_TRUE(Mgr().Init());
+    }
+    void TearDown() override {
+        Mgr().UnInit();
+        BP::CDispatcher::SetWriter({});
+        BP::CDispatcher::SetSink({});
+    }
+
+    static CGvxPortMgr& Mgr() { return *CGvxPortMgr::Instance(); }
+    static unsigned int Make() {
+        unsigned int port = 0;
+        const int result = Mgr().MakePort(GVX_MEDIA_SEND_UDP, port, UDP_PROCOTOL);
+        EXPECT_EQ(result == 1, port != 0);
+        return port;
+    }
+    static void Free(unsigned int port) {
+        EXPECT_EQ(Mgr().FreePort(GVX_MEDIA_SEND_UDP, port), 1);
+        EXPECT_EQ(port, 0u);
+    }
+
+    virtual void Serve(unsigned int type, const std::string& trans, const std::string& text) {
+        requests.push_back(text);
+        Deliver(static_cast<std::uint16_t>(type + kNssResponseOffset), trans, reply);
+    }
+
+    ScopedRecordingLogger log;
+    std::string reply;
+    std::vector<std::string> requests;
+};
+
+TEST(PortElement, RangesBecomeLists) {
+    struct Row {
+        const char* text;
+        std::list<std::uint32_t> udp;
+        std::list<std::uint32_t> tcp;
+    };
+    const Row rows[] = {
+        {"10000-10001", {}, {10000, 10001}},
+        {"10000-10002", {10000}, {10000, 10001, 10002}},
+        {"10000-10000", {}, {10000}},
+        {" 10005 - 10002 ", {10002, 10004}, {10002, 10003, 10004, 10005}},
+        {"a-b,100-102", {100}, {100, 101, 102}},
+        {"0000100-000000102", {100}, {100, 101, 102}},
+        {"-5,5-,1--9,1-2-9,0-9,5-65536,5-99999999999,", {}, {}},
+        {"20-22,10-12", {20, 10}, {20, 21, 22, 10, 11, 12}},
+    };
+    const ScopedRecordingLogger log;
+    for (const Row& row : rows) {
+        CUDPPortElement udp;
+        CTCPPortElement tcp;
+        std::list<std::uint32_t> ports;
+        EXPECT_EQ(udp.ParsePortRange(row.text), !row.udp.empty()) << row.text;
+        udp.StortPortInfo();
+        udp.RecyclePort(ports);
+        EXPECT_EQ(ports, row.udp) << row.text;
+        EXPECT_EQ(tcp.ParsePortRange(row.text), !row.tcp.empty()) << row.text;
+        tcp.StortPortInfo();
+        tcp.RecyclePort(ports);
+        EXPECT_EQ(ports, row.tcp) << row.text;
+    }
+    EXPECT_TRUE(log->Contains("fail to get legal port range maxPort[10001],minPort[10000]"));
+}
+
+TEST(PortElement, ReleasedPortsGoToTheBackAndAMergeSortsAndDropsDuplicates) {
+    const ScopedRecordingLogger log;
+    CUDPPortElement element;
+    element.UpdatePort({30, 10, 10}, false);
+    std::uint32_t first = 0;
+    ASSERT_TRUE(element.AssignPort(first));
+    EXPECT_EQ(first, 10u);
+    EXPECT_EQ(element.GetUsedPortlist(), std::list<std::uint32_t>{10});
+    for (std::uint32_t again : {10u, 10u}) {
+        EXPECT_TRUE(element.FreePort(again));
+    }
+    std::list<std::uint32_t> free;
+    element.RecyclePort(free);
+    EXPECT_EQ(free, (std::list<std::uint32_t>{30, 10, 10}));
+    element.UpdatePort({20}, false);
+    element.RecyclePort(free);
+    EXPECT_EQ(free, (std::list<std::uint32_t>{10, 20, 30}));
+    EXPECT_TRUE(element.GetUsedPortlist().empty());
+    element.UpdatePort({}, true);
+    EXPECT_FALSE(element.AssignPort(first));
+    EXPECT_EQ(first, 0u);
+}
+
+TEST_F(PortManagerTest, AnEmptyPoolAppliesForTenAndAPortInUseIsPassedOver) {
+    const std::vector<unsigned int> ports = FreePorts(3);
+    const int foreign = BindUdp(ports[0]);
+    ASSERT_GE(foreign, 0);
+    reply = ReplyText(ports);
+    EXPECT_EQ(Make(), ports[1]);
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0], "{\"ApplyPortNumber\":10,\"ApplyPortType\":1}\n");
+    EXPECT_EQ(log->Count("errorno is ", "Make port. bind socket failed."), 1u);
+    EXPECT_TRUE(log->Contains("CPortElement::AssignPort[GVX_MEDIA_SEND_UDP],[2] ports left."));
+    EXPECT_EQ(Make(), ports[2]);
+    EXPECT_EQ(Make(), 0u) << "the one that is left is not free";
+    close(foreign);
+    EXPECT_EQ(Make(), ports[0]);
+
+    reply = "{}";
+    EXPECT_EQ(Mgr().SendUsedPortlist(), 0);
+    EXPECT_EQ(requests.back(), R"({"TCPUsedPortlist":[],"UDPUsedPortlist":[)" + std::to_string(ports[1]) + "," +
+                                   std::to_string(ports[2]) + "," + std::to_string(ports[0]) + "]}\n");
+    // The same ports once more: whoever holds them keeps them.
+    reply = ReplyText(ports);
+    EXPECT_EQ(Make(), 0u);
+    unsigned int none = 7;
+    EXPECT_EQ(Mgr().MakePort("no such pool", none, UDP_PROCOTOL), 0);
+    EXPECT_EQ(Mgr().FreePort("no such pool", none), 0);
+}
+
+TEST_F(PortManagerTest, AnswersThatCannotBeUsedGiveNoPort) {
+    const std::string wrong[] = {"", "{", "null", "[]", R"({"ApplyPortReturnList":7})",
+                                 R"({"ApplyPortReturnList":["x",-1,0,65536,1e9,null,{}],"ApplyPortReturnType":"9"})"};
+    for (const std::string& text : wrong) {
+        reply = text;
+        EXPECT_EQ(Make(), 0u) << text;
+    }
+    EXPECT_TRUE(log->Contains("the return Json data is NULL."));
+    EXPECT_EQ(log->Count("parse json faild."), 3u);
+    EXPECT_TRUE(log->Contains("7 of 7 entries are no ports."));
+    BP::CDispatcher::SetWriter([](const std::string&, ACE_Message_Block*) { return ZVS_NET_SEND_ERROR; });
+    EXPECT_EQ(Make(), 0u);
+    EXPECT_EQ(Mgr().SendUsedPortlist(), 1);
+    EXPECT_TRUE(log->Contains("[NSS_PLUGIN_SEND_PORTLIST_DATA_REQ]the cmdReturnData is null"));
+}
+
+TEST_F(PortManagerTest, PortsOfAStreamComeBackWithItsParametersAndNoOthersDo) {
+    const std::vector<unsigned int> ports = FreePorts(2);
+    reply = ReplyText(ports);
+    {
+        CStreamParam param;
+        param.m_nSrcTransProtocol = RTP_OVER_UDP;
+        param.m_nSrcRtpVideoPort = Make();
+        param.m_nSrcRtpAudioPort = 40001;  // of the system's choice
+        { const CStreamParam copy(param); }
+        EXPECT_TRUE(Mgr().IsPortUsed(GVX_MEDIA_SEND_UDP, ports[0])) << "a copy gives nothing back";
+    }
+    EXPECT_FALSE(Mgr().IsPortUsed(GVX_MEDIA_SEND_UDP, ports[0]));
+    EXPECT_EQ(log->Count("Success to release port"), 1u);
+    EXPECT_EQ(Make(), ports[1]);
+    EXPECT_EQ(Make(), ports[0]);
+}
+
+// A main service that cannot be relied on: of its answers, some come when nobody waits any more, some are garbage, some
+// name ports twice, or such that are held, or such that others have bound.
+class UnreliableServiceTest : public PortManagerTest {
+protected:
+    void Offer(std::size_t count, std::vector<unsigned int>& list) {
+        for (; count > 0 && m_next < ports.size(); --count) {
+            list.push_back(ports[m_next++]);
+        }
+    }
+
+    // Runs in one thread at a time: the manager's lock is held.
+    void Serve(unsigned int type, const std::string& trans, const std::string&) override {
+        const auto answer = static_cast<std::uint16_t>(type + kNssResponseOffset);
+        if (!m_late.first.empty()) {
+            Deliver(answer, m_late.first, m_late.second);
+            m_late = {};
+        }
+        std::vector<unsigned int> list;
+        switch (m_turn++ % 5) {
+            case 0:
+                Offer(10, list);
+                m_late = {trans, ReplyText(list)};
+                return;
+            case 1:
+                return Deliver(answer, trans, "{\"ApplyPortReturnList\":[1,");
+            case 2:
+                Offer(5, list);
+                list.insert(list.end(), list.begin(), list.end());
+                break;
+            case 3:
+                Offer(5, list);
+                list.insert(list.end(), ports.begin(), ports.begin() + static_cast<std::ptrdiff_t>(m_next));
+                break;
+            default:
+                Offer(10, list);
+                BindForeign(list);
+        }
+        Deliver(answer, trans, ReplyText(list));
+        Deliver(answer, trans, ReplyText(list));  // and once more, as a late one
+    }
+
+    void BindForeign(const std::vector<unsigned int>& list) {
+        const std::lock_guard<std::mutex> lock(m_mutexForeign);
+        for (std::size_t i = 0; i < list.size() / 2; ++i) {
+            m_foreign.push_back(BindUdp(list[i]));
+        }
+    }
+    void LetForeignGo() {
+        const std::lock_guard<std::mutex> lock(m_mutexForeign);
+        for (const int fd : m_foreign) {
+            close(fd);
+        }
+        m_foreign.clear();
+    }
+
+    std::vector<unsigned int> ports = FreePorts(600);
+
+private:
+    std::size_t m_next = 0;
+    unsigned int m_turn = 0;
+    std::pair<std::string, std::string> m_late;  // transaction and text
+    std::mutex m_mutexForeign;
+    std::vector<int> m_foreign;  // Guarded by m_mutexForeign.
+};
+
+TEST_F(UnreliableServiceTest, TwoHundredThreadsNeverShareAPortAndNoneIsLost) {
+    constexpr int kThreads = 200;
+    constexpr int kPortsEach = 3;
+    ScopedTestClock clock;
+    std::atomic<bool> over{false};
+    std::thread time([&] {
+        while (!over) {
+            clock->AdvanceSeconds(1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    std::mutex mutex;
+    std::set<unsigned int> held;
+    const auto hold = [&] {
+        unsigned int port = 0;
+        while ((port = Make()) == 0) {
+            LetForeignGo();
+        }
+        const std::lock_guard<std::mutex> lock(mutex);
+        EXPECT_TRUE(held.insert(port).second) << port << " was handed out twice";
+        return port;
+    };
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < kPortsEach; ++i) {
+                hold();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    over = true;
+    time.join();
+    // Just as many as there are: had one been lost, the last thread would still ask for it.
+    EXPECT_EQ(held, std::set<unsigned int>(ports.begin(), ports.end()));
+    for (const unsigned int port : held) {
+        Free(port);
+    }
+    for (const unsigned int port : held) {
+        EXPECT_EQ(Make(), port);
+    }
+}
+
+}  // namespace
