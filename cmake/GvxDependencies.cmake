@@ -2,6 +2,7 @@ find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(OpenSSL REQUIRED)
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
+find_package(Boost REQUIRED)  # Boost.Lockfree, headers alone
 pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
 pkg_check_modules(TINYXML2 REQUIRED IMPORTED_TARGET tinyxml2)
 pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)

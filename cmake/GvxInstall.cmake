@@ -5,14 +5,12 @@ include(CMakePackageConfigHelpers)
 set(GVX_PLUGIN_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/gvx/plugins)
 
 install(TARGETS gvx_base gvx_nss gvx_bp gvx_common EXPORT gvx_commonTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gvx
+  FILE_SET tables DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gvx)
 install(TARGETS gvxd gvxctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS gvx_plugin_file LIBRARY DESTINATION ${GVX_PLUGIN_INSTALL_DIR})
 
-install(DIRECTORY src/base src/nss src/bp src/gvx_common DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gvx
-  FILES_MATCHING PATTERN "*.h" PATTERN "*.inc")
-install(FILES ${PROJECT_BINARY_DIR}/generated/nss/nss_msg_type_enumerators.inc
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gvx/nss)
 install(DIRECTORY conf/ DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/gvx)
 
 install(EXPORT gvx_commonTargets NAMESPACE gvx:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/gvx_common)
@@ -23,5 +21,7 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/gvx_common-config-version.c
 install(FILES ${CMAKE_BINARY_DIR}/gvx_common-config.cmake ${CMAKE_BINARY_DIR}/gvx_common-config-version.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/gvx_common)
 
+# The prefix may be another at install time, so the file finds it from where it lies.
+file(RELATIVE_PATH GVX_PREFIX_FROM_PKGCONFIG /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/gvx_common.pc.in ${CMAKE_BINARY_DIR}/gvx_common.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/gvx_common.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

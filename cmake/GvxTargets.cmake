@@ -19,16 +19,18 @@ if(GVX_SANITIZE)
   set_property(TARGET gvx_flags PROPERTY INTERFACE_LINK_OPTIONS "")
 endif()
 
-# gvx_library(<target> <links...>): a shared library made of the folder's sources.
+# gvx_library(<target> PUBLIC_HEADERS <files below src...>): a shared library made of the folder's sources. Its public
+# headers are what plug-in authors need; they alone are installed, and each is compiled alone by all_verify_interface_header_sets.
 function(gvx_library target)
+  cmake_parse_arguments(arg "" "" "PUBLIC_HEADERS" ${ARGN})
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   add_library(${target} SHARED ${sources})
   add_library(gvx::${target} ALIAS ${target})
   set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-  target_include_directories(${target} PUBLIC
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>
-    $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/generated>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/gvx>)
+  list(TRANSFORM arg_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/src/ OUTPUT_VARIABLE public_headers)
+  target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/src FILES ${public_headers})
+  set_target_properties(${target} PROPERTIES INTERFACE_HEADER_SETS_TO_VERIFY HEADERS)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/generated>)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:gvx_flags>)
 endfunction()
 

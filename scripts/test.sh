@@ -13,13 +13,15 @@ step() {
   echo "== $1"
 }
 
-# run_preset PRESET TARGET [CTEST ARGUMENTS]
+# run_preset PRESET "TARGETS" [CTEST ARGUMENTS]
 run_preset() {
-  local preset=$1 target=$2
+  local preset=$1
+  local -a targets
+  read -ra targets <<<"$2"
   shift 2
   step "build ($preset)"
   cmake --preset "$preset" "${launcher[@]}" -DGVX_BUILD_BENCH=OFF >/dev/null
-  cmake --build --preset "$preset" --target "$target" -j "$jobs" -- --quiet
+  cmake --build --preset "$preset" --target "${targets[@]}" -j "$jobs" -- --quiet
   step "tests ($preset)"
   ctest --test-dir "build/$preset" --output-on-failure -j "$jobs" "$@"
 }
@@ -38,7 +40,7 @@ if ((${#suites[@]} == 0)); then
 fi
 for suite in "${suites[@]}"; do
   case $suite in
-    plain) run_preset debug all ;;
+    plain) run_preset debug "all all_verify_interface_header_sets" ;;
     asan) run_preset asan all ;;
     tsan) run_preset tsan gvx_threaded_tests -L threads ;;
     *)

@@ -5,6 +5,7 @@ usage: installed_package.py BUILD_DIR PLUGIN_SOURCE_DIR
 """
 import json
 import os
+import re
 import shutil
 import signal
 import socket
@@ -37,21 +38,32 @@ def build_outside(prefix, source, build):
 
 
 def compile_by_pkg_config(prefix, folder):
-    """The same package as seen by pkg-config: one small program, compiled, linked and run."""
+    """The same package as seen by pkg-config: the header that includes every public one, compiled, linked and run."""
     libdirs = [root for root, _, files in os.walk(prefix) if "gvx_common.pc" in files]
     assert len(libdirs) == 1, libdirs
     env = dict(os.environ, PKG_CONFIG_PATH=libdirs[0])
-    flags = run("pkg-config", "--define-variable=prefix=" + prefix, "--cflags", "--libs", "gvx_common", env=env).split()
+    flags = run("pkg-config", "--cflags", "--libs", "gvx_common", env=env).split()
     source = os.path.join(folder, "use.cpp")
     with open(source, "w") as out:
-        out.write('#include "nss/nss_msg_type.h"\n#include "gvx_common/rtp/gvx_rtp_packet.h"\n#include <cstdio>\n'
+        out.write('#include "gvx_common/gvx_common.h"\n#include "base/json_io.h"\n#include <json/value.h>\n'
                   'int main() { CRtpPacket packet; char head[12]; packet.GeneratePacket(head, 12, false);\n'
-                  '  std::puts(NssMsgTypeName(NSS_ADD_MAIN_DEV_REQ)); return packet.GetVersion() == 2 ? 0 : 1; }\n')
+                  '  return packet.GetVersion() == 2 && gvx::JsonText(Json::Value(Json::objectValue), "a", "x") == "x" ? 0 : 1; }\n')
     program = os.path.join(folder, "use")
     libdir = os.path.dirname(libdirs[0])
     run("g++", source, "-o", program, *flags, "-Wl,-rpath," + libdir)
-    out = run(program, env=dict(env, LD_LIBRARY_PATH=libdir))
-    assert "NSS_ADD_MAIN_DEV_REQ" in out, out
+    run(program, env=dict(env, LD_LIBRARY_PATH=libdir))
+
+
+def check_umbrella(prefix):
+    """Every public header of the core stands in the one that includes them all, and no other is installed."""
+    include = os.path.join(prefix, "include", "gvx")
+    installed = {os.path.relpath(os.path.join(root, name), include)
+                 for root, _, names in os.walk(include) for name in names}
+    with open(os.path.join(include, "gvx_common", "gvx_common.h")) as text:
+        named = set(re.findall(r'#include "([^"]+)"', text.read()))
+    core = {name for name in installed if name.startswith("gvx_common/")} - {"gvx_common/gvx_common.h"}
+    if core != named:
+        sys.exit("gvx_common.h and the installed headers differ: %s" % sorted(core ^ named))
 
 
 def write_config(prefix, folder, port, plugins):
@@ -105,6 +117,7 @@ def main():
     with tempfile.TemporaryDirectory(prefix="gvx-install-") as folder:
         prefix = os.path.join(folder, "prefix")
         run("cmake", "--install", build, "--prefix", prefix)
+        check_umbrella(prefix)
         plugins = os.path.join(folder, "plugin")
         build_outside(prefix, source, plugins)
         if "--no-pkg-config" not in sys.argv:
