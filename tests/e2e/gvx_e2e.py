@@ -274,6 +274,7 @@ class Gateway:
             (self.conf / "plugins").mkdir(exist_ok=True)
             (self.conf / "plugins" / "file.json").write_text(json.dumps({"media": media}))
         self.process = None
+        self.environment = {}
 
     def _write_settings(self, settings):
         path = self.conf / "zvs_gvx.conf"
@@ -286,7 +287,7 @@ class Gateway:
 
     def start(self):
         self.port = self.port or free_port()
-        environment = {**os.environ, "GVX_ROOT": str(self.folder / "root")}
+        environment = {**os.environ, "GVX_ROOT": str(self.folder / "root"), **self.environment}
         with open(self.folder / "gvxd_console.log", "ab") as console:
             self.process = subprocess.Popen(
                 [self.options.gvxd, "--config-dir", str(self.conf), "--plugin-dir", self.options.plugin_dir,
@@ -361,6 +362,8 @@ def parse_options():
     parser = argparse.ArgumentParser()
     for name in ("gvxd", "gvxctl", "plugin-dir", "conf"):
         parser.add_argument(f"--{name}", required=True)
+    parser.add_argument("--recorder", default=os.environ.get("GVX_LOCK_RECORDER"), help="the library of lock_order.py")
+    parser.add_argument("--print", action="store_true", help="lock_order.py: print what was recorded, check nothing")
     parser.add_argument("--slow", type=float, default=1, help="factor of every limit")
     return parser.parse_args()
 

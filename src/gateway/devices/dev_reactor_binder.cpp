@@ -8,6 +8,7 @@
 
 #include <iterator>
 #include <limits>
+#include <utility>
 
 namespace gvx {
 
@@ -24,11 +25,37 @@ long long HistorySeconds() {
 }  // namespace
 
 int DevReactorBinder::InitPool(unsigned int count) {
+    MakeReactors(0, count);
     const std::lock_guard<std::mutex> lock(m_mutex);
     return CGvxDevReactorMgr::Instance()->ReactorPoolInit(count);
 }
 
+// What is not made here, the pool makes, or says that it cannot.
+void DevReactorBinder::MakeReactors(std::size_t index, unsigned int count) {
+    for (; count > 0; --count, ++index) {
+        auto reactor = CGvxDevReactorMgr::MakeReactor(index);
+        if (reactor == nullptr) {
+            return;
+        }
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        CGvxDevReactorMgr::Instance()->AddSpare(std::move(reactor));
+    }
+}
+
+// Makes what the next binding would make.
+void DevReactorBinder::PrepareReactors() {
+    unsigned int needed = 0;
+    std::size_t index = 0;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        needed = CGvxDevReactorMgr::Instance()->ReactorsNeeded();
+        index = CGvxDevReactorMgr::Instance()->NextIndex();
+    }
+    MakeReactors(index, needed);
+}
+
 CGvxReactor* DevReactorBinder::Bind(const std::string& key) {
+    PrepareReactors();
     const std::lock_guard<std::mutex> lock(m_mutex);
     ActOnNotesLocked();
     return CGvxDevReactorMgr::Instance()->ScheduleReactor(key);
@@ -46,6 +73,7 @@ void DevReactorBinder::SetMaxDevices(std::size_t count) {
 }
 
 CGvxReactor* DevReactorBinder::BindForAddition(const std::string& key, std::string& reason) {
+    PrepareReactors();
     const std::lock_guard<std::mutex> lock(m_mutex);
     ActOnNotesLocked();
     if (!HasPlaceLocked(key, reason)) {

@@ -16,10 +16,10 @@ namespace gvx {
 // serialised by m_mutex. Reactors live until the process ends, so a result stays valid. Nothing is pushed, and no
 // session work runs, while the mutex is held.
 //
-// Session work runs with its reactor's own mutex held, and binding a key may make reactors, which takes theirs. So work
-// calls the Settle operations alone: they leave a note, and the next of the other operations acts on it first. Those
-// may be called by any thread that serves no reactor's upcall: the link I/O thread, timers, the one that starts and
-// stops.
+// Session work calls the Settle operations alone: they leave a note, and the next of the other operations acts on it
+// first, so that no work waits here. Those may be called by any thread that serves no reactor's upcall: the link I/O
+// thread, timers, the one that starts and stops. A new reactor waits for its thread, so reactors are made before the
+// mutex is taken.
 class DevReactorBinder {
 public:
     static constexpr std::size_t kDefaultMaxDevices = 10000;
@@ -55,6 +55,8 @@ private:
         bool deviceExists;
     };
 
+    void MakeReactors(std::size_t index, unsigned int count);
+    void PrepareReactors();
     CGvxReactor* BindLocked(const std::string& key);
     void ReleaseLocked(const std::string& key);
     bool HasPlaceLocked(const std::string& key, std::string& reason) const;

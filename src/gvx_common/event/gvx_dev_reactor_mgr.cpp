@@ -6,6 +6,7 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace {
@@ -43,6 +44,7 @@ CGvxDevReactorMgr::CGvxDevReactorMgr() = default;
 
 CGvxDevReactorMgr::~CGvxDevReactorMgr() {
     m_devReactorVector.clear();
+    m_spareReactors.clear();
     m_devIDReactorMap.clear();
     m_devReactorHistoryTrack.clear();
 }
@@ -160,11 +162,22 @@ bool CGvxDevReactorMgr::IsNeedExpandReactorPool() {
         GVX_LOG_INFO("Expand reactor pool.", "ReactorPool,current size[%lu], cannot expand", size);
         return false;
     }
+    return BoundDevices() >= static_cast<long>(size) - 1;
+}
+
+long CGvxDevReactorMgr::BoundDevices() const {
     long bound = 0;
     for (const auto& reactor : m_devReactorVector) {
         bound += reactor->GetEventHandleNum();
     }
-    return bound >= static_cast<long>(size) - 1;
+    return bound;
+}
+
+unsigned int CGvxDevReactorMgr::ReactorsNeeded() const {
+    const long size = static_cast<long>(m_devReactorVector.size());
+    const long room = std::min<long>(kPoolStep, MaxPoolSize() - size);
+    const bool grows = room > 0 && BoundDevices() + 1 >= size - 1;
+    return grows ? static_cast<unsigned int>(std::max<long>(0, room - static_cast<long>(m_spareReactors.size()))) : 0;
 }
 
 void CGvxDevReactorMgr::ExpandReactorPool(unsigned int count) {
@@ -181,16 +194,29 @@ void CGvxDevReactorMgr::ExpandReactorPool(unsigned int count) {
 int CGvxDevReactorMgr::ReactorPoolInit(unsigned int count) {
     GVX_LOG_INFO("Init reactor pool.", "int :ReactorPool,size[%u]", count);
     for (unsigned int i = 0; i < count; ++i) {
-        char name[16] = {};
-        snprintf_s(name, sizeof(name), sizeof(name) - 1, "Device%u",
-                   static_cast<unsigned int>(m_devReactorVector.size()));
-        gvx::CountedPtr<CGvxReactor> reactor = gvx::MakeCounted<CGvxReactor>(kDeviceStackBytes, name);
-        // A reactor without event loop or thread would take devices and serve none of them.
-        if (reactor == nullptr || !reactor->IsRunning()) {
-            GVX_LOG_ERR("Init reactor pool.", "Apply for reactor resources failed.");
+        gvx::CountedPtr<CGvxReactor> reactor;
+        if (m_spareReactors.empty()) {
+            reactor = MakeReactor(m_devReactorVector.size());
+        } else {
+            reactor = std::move(m_spareReactors.front());
+            m_spareReactors.pop_front();
+        }
+        if (reactor == nullptr) {
             return 1;
         }
         m_devReactorVector.push_back(std::move(reactor));
     }
     return 0;
+}
+
+gvx::CountedPtr<CGvxReactor> CGvxDevReactorMgr::MakeReactor(std::size_t index) {
+    char name[16] = {};
+    snprintf_s(name, sizeof(name), sizeof(name) - 1, "Device%u", static_cast<unsigned int>(index));
+    gvx::CountedPtr<CGvxReactor> reactor = gvx::MakeCounted<CGvxReactor>(kDeviceStackBytes, name);
+    // A reactor without event loop or thread would take devices and serve none of them.
+    if (reactor == nullptr || !reactor->IsRunning()) {
+        GVX_LOG_ERR("Init reactor pool.", "Apply for reactor resources failed.");
+        return nullptr;
+    }
+    return reactor;
 }

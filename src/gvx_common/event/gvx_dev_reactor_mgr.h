@@ -3,9 +3,12 @@
 #include "gvx_common/event/counted_ptr.h"
 #include "gvx_common/event/gvx_reactor.h"
 
+#include <cstddef>
 #include <ctime>
+#include <deque>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 // What is remembered of a device.
@@ -39,6 +42,14 @@ public:
     // Adds reactors to the pool; to be called once before the first device is bound. 0, or 1 when a reactor cannot
     // be made; those made before stay.
     int ReactorPoolInit(unsigned int count);
+    // A caller that serialises by a lock makes reactors outside it, since a new one waits for its thread: how many the
+    // next binding will make, one of them, and the handing over of it. The pool takes what was handed over before it
+    // makes any itself, and names threads by their place in it.
+    unsigned int ReactorsNeeded() const;
+    std::size_t NextIndex() const { return m_devReactorVector.size() + m_spareReactors.size(); }
+    static gvx::CountedPtr<CGvxReactor> MakeReactor(std::size_t index);  // null, with a log line; needs no lock
+    void AddSpare(gvx::CountedPtr<CGvxReactor> reactor) { m_spareReactors.push_back(std::move(reactor)); }
+
     // Forgets devices that are not bound and have not been seen for HISTORY_TRACK_EXPIRED_TIME seconds (1800
     // unless configured). To be called from time to time.
     void DelExpiredHistoryTrack();
@@ -49,11 +60,13 @@ private:
     CGvxReactor* LeastLoadedReactor() const;
     void UpdateReactorUnbindTime(const std::string& key);
     bool IsNeedExpandReactorPool();
+    long BoundDevices() const;
     void ExpandReactorPool(unsigned int count);
 
     static CGvxDevReactorMgr m_instance;
 
     std::vector<gvx::CountedPtr<CGvxReactor>> m_devReactorVector;  // only grows
+    std::deque<gvx::CountedPtr<CGvxReactor>> m_spareReactors;      // made ahead of their place in the pool
     std::map<std::string, CGvxReactor*> m_devIDReactorMap;         // the devices bound now
     std::map<std::string, ReactorTrack> m_devReactorHistoryTrack;  // every device placed and not yet expired
 };
