@@ -1,6 +1,6 @@
 #include "base/log_sftp_conf.h"
 
-#include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/json_io.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <string>
 
@@ -88,11 +87,6 @@ struct CipherScope {
     ~CipherScope() { OPENSSL_thread_stop(); }
 };
 
-bool TakeText(const Json::Value& file, const char* name, char* field, std::size_t size) {
-    const std::string text = gvx::JsonText(file, name);
-    return strncpy_s(field, size, text.c_str(), text.size()) == 0;
-}
-
 bool TakePassword(const Json::Value& file, LOG_SFTP_CONF& conf) {
     const std::string stored = gvx::JsonText(file, "Password");
     FileKey key;
@@ -107,18 +101,13 @@ bool Take(const std::string& content, LOG_SFTP_CONF& conf) {
     }
     const long long port = gvx::JsonInt(file, "ServerPort");
     conf.ServerPort = static_cast<std::uint16_t>(port);
-    return port >= 0 && port <= 65535 && TakeText(file, "WorkSpace", conf.WorkSpace, sizeof(conf.WorkSpace)) &&
-           TakeText(file, "ServerAddr", conf.ServerAddr, sizeof(conf.ServerAddr)) &&
-           TakeText(file, "Username", conf.Username, sizeof(conf.Username)) && TakePassword(file, conf);
-}
-
-template <std::size_t N>
-std::string FieldText(const char (&field)[N]) {
-    return std::string(field, strnlen(field, N));
+    return port >= 0 && port <= 65535 && gvx::PutText(conf.WorkSpace, gvx::JsonText(file, "WorkSpace")) &&
+           gvx::PutText(conf.ServerAddr, gvx::JsonText(file, "ServerAddr")) &&
+           gvx::PutText(conf.Username, gvx::JsonText(file, "Username")) && TakePassword(file, conf);
 }
 
 bool EncipherPassword(const LOG_SFTP_CONF& conf, std::string& stored) {
-    std::string clear = FieldText(conf.Password);
+    std::string clear = gvx::TextOf(conf.Password);
     FileKey key;
     const bool done = clear.empty() || (key.Load(true) && gvx::EncryptText(key.Get(), clear, stored));
     memset_s(clear.data(), clear.capacity(), 0, clear.capacity());
@@ -162,10 +151,10 @@ int write_log_sftp_conf(const LOG_SFTP_CONF* conf) {
         return 1;
     }
     Json::Value file(Json::objectValue);
-    file["WorkSpace"] = FieldText(conf->WorkSpace);
-    file["ServerAddr"] = FieldText(conf->ServerAddr);
+    file["WorkSpace"] = gvx::TextOf(conf->WorkSpace);
+    file["ServerAddr"] = gvx::TextOf(conf->ServerAddr);
     file["ServerPort"] = conf->ServerPort;
-    file["Username"] = FieldText(conf->Username);
+    file["Username"] = gvx::TextOf(conf->Username);
     file["Password"] = stored;
     return WritePrivate(path, gvx::WriteJson(file)) ? 0 : 1;
 }

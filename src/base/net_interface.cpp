@@ -1,6 +1,6 @@
 #include "base/net_interface.h"
 
-#include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/paths.h"
 
 #include <fstream>
@@ -75,5 +75,5 @@ int ZVS_GetNetworkMode(char* buffer, std::size_t size) {
     }
     buffer[0] = '\0';
     const std::string mode = NetworkSetting(kModeKey);
-    return !mode.empty() && strncpy_s(buffer, size, mode.c_str(), mode.size()) == 0 ? 0 : 1;
+    return !mode.empty() && gvx::PutText(buffer, size, mode) ? 0 : 1;
 }
