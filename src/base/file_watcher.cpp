@@ -1,6 +1,7 @@
 #include "base/file_watcher.h"
 
 #include "base/log.h"
+#include "base/unique_fd.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,22 +20,6 @@ namespace {
 
 constexpr std::uint32_t kEvents = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
 constexpr const char* kTitle = "File watcher";
-
-class Descriptor {
-public:
-    explicit Descriptor(int value) : m_value(value) {}
-    ~Descriptor() {
-        if (m_value >= 0) {
-            close(m_value);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return m_value; }
-
-private:
-    const int m_value;
-};
 
 struct Watch {
     int folder;        // inotify's number of the folder
@@ -57,7 +42,7 @@ public:
         }
     }
 
-    bool IsOpen() const { return m_inotify.Get() >= 0 && m_stop.Get() >= 0; }
+    bool IsOpen() const { return m_inotify.Valid() && m_stop.Valid(); }
 
     int Add(const InotifyConfigHandler& handler) {
         const std::string& path = handler.GetFullFilePath();
@@ -149,8 +134,8 @@ private:
         }
     }
 
-    const Descriptor m_inotify;
-    const Descriptor m_stop;
+    const gvx::UniqueFd m_inotify;
+    const gvx::UniqueFd m_stop;
     std::mutex m_mutex;
     std::vector<Watch> m_watches;  // Guarded by m_mutex.
     std::thread m_thread;          // Started under m_mutex, joined by the destructor.

@@ -26,7 +26,7 @@ void SendSmallFramesAtOnce(int fd) {
 
 }  // namespace
 
-Link::Link(LinkOwner& owner, const LinkOptions& options, UniqueFd socket, const NetAddress& peer)
+Link::Link(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket, const NetAddress& peer)
     : m_owner(owner),
       m_options(options),
       m_socket(std::move(socket)),
@@ -39,14 +39,14 @@ Link::Link(LinkOwner& owner, const LinkOptions& options, UniqueFd socket, const 
     SendSmallFramesAtOnce(m_socket.Get());
 }
 
-std::shared_ptr<Link> Link::Accepted(LinkOwner& owner, const LinkOptions& options, UniqueFd socket,
+std::shared_ptr<Link> Link::Accepted(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket,
                                      const NetAddress& peer) {
     std::shared_ptr<Link> link(new Link(owner, options, std::move(socket), peer));
     link->m_setupDeadlineMs = link->m_lastHeardMs + options.registerTimeoutMs;
     return link;
 }
 
-std::shared_ptr<Link> Link::Connecting(LinkOwner& owner, const LinkOptions& options, UniqueFd socket,
+std::shared_ptr<Link> Link::Connecting(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket,
                                        const NetAddress& peer, const std::string& localID,
                                        std::int64_t connectDeadlineMs, int connectLogLevel) {
     std::shared_ptr<Link> link(new Link(owner, options, std::move(socket), peer));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/unique_fd.h"
 #include "bp/frame_reader.h"
 #include "bp/message_block_ptr.h"
 #include "bp/net_address.h"
@@ -40,11 +41,11 @@ public:
 class Link : public ACE_Event_Handler, public std::enable_shared_from_this<Link> {
 public:
     // For a peer that connected to us. options and owner outlive the link.
-    static std::shared_ptr<Link> Accepted(LinkOwner& owner, const LinkOptions& options, UniqueFd socket,
+    static std::shared_ptr<Link> Accepted(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket,
                                           const NetAddress& peer);
     // For a socket whose connect is under way; localID registers there, and the connect must succeed by the deadline.
     // Its failure is logged at the level given, since an attempt is often one of many.
-    static std::shared_ptr<Link> Connecting(LinkOwner& owner, const LinkOptions& options, UniqueFd socket,
+    static std::shared_ptr<Link> Connecting(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket,
                                             const NetAddress& peer, const std::string& localID,
                                             std::int64_t connectDeadlineMs, int connectLogLevel);
 
@@ -75,7 +76,7 @@ public:
 private:
     enum class State { Connecting, Registering, Open, Closed };
 
-    Link(LinkOwner& owner, const LinkOptions& options, UniqueFd socket, const NetAddress& peer);
+    Link(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket, const NetAddress& peer);
 
     void Connected();
     bool Consume(const char* data, std::size_t length);
@@ -91,7 +92,7 @@ private:
 
     LinkOwner& m_owner;
     const LinkOptions& m_options;
-    UniqueFd m_socket;
+    gvx::UniqueFd m_socket;
     const NetAddress m_peer;
     std::string m_localID;
     bool m_outgoing = false;

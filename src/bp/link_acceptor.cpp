@@ -21,8 +21,8 @@ constexpr std::int64_t kPauseMs = 1000;
 
 }  // namespace
 
-UniqueFd OpenListener(const NetAddress& local, NetAddress& bound) {
-    UniqueFd socket(::socket(local.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+gvx::UniqueFd OpenListener(const NetAddress& local, NetAddress& bound) {
+    gvx::UniqueFd socket(::socket(local.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const int on = 1;
     struct sockaddr_storage name = {};
     socklen_t length = sizeof(name);
@@ -30,7 +30,7 @@ UniqueFd OpenListener(const NetAddress& local, NetAddress& bound) {
         ::bind(socket.Get(), local.Get(), local.length) != 0 || ::listen(socket.Get(), kBacklog) != 0 ||
         ::getsockname(socket.Get(), reinterpret_cast<struct sockaddr*>(&name), &length) != 0 ||
         !NetAddress::FromSystem(name, length, bound)) {
-        return UniqueFd();
+        return gvx::UniqueFd();
     }
     return socket;
 }
@@ -55,8 +55,8 @@ int LinkAcceptor::handle_input(ACE_HANDLE) {
     for (int count = 0; count < kAcceptsPerWake; ++count) {
         struct sockaddr_storage name = {};
         socklen_t length = sizeof(name);
-        UniqueFd socket(::accept4(m_socket.Get(), reinterpret_cast<struct sockaddr*>(&name), &length,
-                                  SOCK_NONBLOCK | SOCK_CLOEXEC));
+        gvx::UniqueFd socket(::accept4(m_socket.Get(), reinterpret_cast<struct sockaddr*>(&name), &length,
+                                       SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!socket.Valid()) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 Pause(errno);

@@ -7,16 +7,16 @@
 
 namespace BP {
 
-UniqueFd LinkConnector::BeginConnect() const {
-    UniqueFd socket(::socket(m_options.peer.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+gvx::UniqueFd LinkConnector::BeginConnect() const {
+    gvx::UniqueFd socket(::socket(m_options.peer.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!socket.Valid()) {
         return socket;
     }
     if (m_options.local.length != 0 && ::bind(socket.Get(), m_options.local.Get(), m_options.local.length) != 0) {
-        return UniqueFd();
+        return gvx::UniqueFd();
     }
     if (::connect(socket.Get(), m_options.peer.Get(), m_options.peer.length) != 0 && errno != EINPROGRESS) {
-        return UniqueFd();
+        return gvx::UniqueFd();
     }
     return socket;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/unique_fd.h"
 #include "bp/net_address.h"
 
 #include <cstdint>
@@ -39,7 +40,7 @@ public:
     const ConnectorOptions& Options() const { return m_options; }
 
     // A socket whose connect is under way; not valid on failure, with errno kept.
-    UniqueFd BeginConnect() const;
+    gvx::UniqueFd BeginConnect() const;
 
     // The moment from which the next attempt may be made. Not while an attempt or a link is under way.
     std::int64_t NextAttemptMs() const { return m_nextAttemptMs; }

@@ -50,7 +50,7 @@ public:
     void LinkClosed(Link& link, bool wasOpen) override;
     void WakeBy(std::int64_t deadlineMs) override;
     void RequestFlush(std::shared_ptr<Link> link) override;
-    void PeerArrived(UniqueFd socket, const NetAddress& peer) override;
+    void PeerArrived(gvx::UniqueFd socket, const NetAddress& peer) override;
 
 private:
     struct LiveLink {

@@ -13,7 +13,7 @@ namespace BP {
 int LinkEngine::Listen(const char* ip, std::uint16_t port, std::uint16_t* boundPort) {
     NetAddress local;
     NetAddress bound;
-    UniqueFd socket;
+    gvx::UniqueFd socket;
     if (NetAddress::Parse(ip, port, local)) {
         socket = OpenListener(local, bound);
     } else {
@@ -30,7 +30,7 @@ int LinkEngine::Listen(const char* ip, std::uint16_t port, std::uint16_t* boundP
         *boundPort = static_cast<std::uint16_t>(bound.port);
     }
     GVX_LOG_INFO("Link listener", "[%s:%u] listening", bound.ip.c_str(), bound.port);
-    Post([this, bound, held = std::make_shared<UniqueFd>(std::move(socket))] {
+    Post([this, bound, held = std::make_shared<gvx::UniqueFd>(std::move(socket))] {
         auto acceptor = std::make_unique<LinkAcceptor>(*this, std::move(*held), bound);
         if (acceptor->Begin(*m_reactor)) {
             m_acceptors.push_back(std::move(acceptor));
@@ -82,7 +82,7 @@ void LinkEngine::Attempt(const std::shared_ptr<LinkConnector>& connector, std::i
     }
     connector->AttemptBegins();
     const ConnectorOptions& options = connector->Options();
-    UniqueFd socket = connector->BeginConnect();
+    gvx::UniqueFd socket = connector->BeginConnect();
     if (!socket.Valid()) {
         GVX_LOG(connector->FailureLogLevel(), "Link closed", "[peer:%s:%u, link:] %s", options.peer.ip.c_str(),
                 options.peer.port, ErrnoText("connect failed", errno).c_str());

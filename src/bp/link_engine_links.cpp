@@ -17,7 +17,7 @@ void LinkEngine::Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkCo
     link->Begin(*m_reactor);
 }
 
-void LinkEngine::PeerArrived(UniqueFd socket, const NetAddress& peer) {
+void LinkEngine::PeerArrived(gvx::UniqueFd socket, const NetAddress& peer) {
     if (m_incoming >= m_options.maxLinks) {
         GVX_LOG_WARN("Link closed", "[peer:%s:%u, link:] too many links, the limit is %zu", peer.ip.c_str(), peer.port,
                      m_options.maxLinks);

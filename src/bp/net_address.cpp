@@ -1,11 +1,9 @@
 #include "bp/net_address.h"
 
-#include <cerrno>
 #include <cstring>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <unistd.h>
 
 namespace BP {
 
@@ -50,15 +48,6 @@ bool NetAddress::FromSystem(const struct sockaddr_storage& storage, socklen_t le
     address.length = length;
     address.ip = text;
     return true;
-}
-
-void UniqueFd::Reset(int fd) {
-    if (m_fd >= 0) {
-        const int kept = errno;
-        ::close(m_fd);
-        errno = kept;
-    }
-    m_fd = fd;
 }
 
 }  // namespace BP

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bp/net_address.h"
+#include "base/unique_fd.h"
 
 #include <ace/Event_Handler.h>
 
@@ -24,7 +24,7 @@ public:
     int handle_input(ACE_HANDLE) override;
 
 private:
-    UniqueFd m_fd;
+    gvx::UniqueFd m_fd;
     std::atomic<bool> m_rung{false};
 };
 

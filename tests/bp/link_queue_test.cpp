@@ -1,7 +1,7 @@
 #include "bp/link_fixture.h"
 
+#include "base/unique_fd.h"
 #include "base/zvs_error.h"
-#include "bp/net_address.h"
 #include "bp/send_queue.h"
 
 #include <atomic>
@@ -66,8 +66,8 @@ TEST_F(LinkQueue, PeerThatStopsReadingIsBoundedCountedAndLoggedOnceAnEpisode) {
 TEST(SendQueue, RefusalsFormOneEpisodeUntilTheQueueIsWrittenOut) {
     int ends[2];
     ASSERT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
-    const BP::UniqueFd near(ends[0]);
-    const BP::UniqueFd far(ends[1]);
+    const gvx::UniqueFd near(ends[0]);
+    const gvx::UniqueFd far(ends[1]);
     BP::SendQueue queue(2 * kNssHeaderBytes);
     const auto push = [&queue] {
         BP::MessageBlockPtr block = BP::MakeBareFrame(NssMsgHeader{});

@@ -2,7 +2,7 @@
 
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
-#include "bp/net_address.h"
+#include "base/unique_fd.h"
 #include "bp/poll_reactor.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
@@ -72,7 +72,7 @@ protected:
         address.sin_port = htons(m_port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         for (std::size_t i = 0; i < count; ++i) {
-            BP::UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+            gvx::UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
             ASSERT_EQ(0, ::connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
             m_clients.push_back(std::move(fd));
             ACE_Time_Value limit(20);
@@ -110,7 +110,7 @@ protected:
     std::unique_ptr<ACE_Reactor> m_reactor = BP::MakePollReactor();
     CGVXAcceptor m_acceptor;
     std::uint16_t m_port = 0;
-    std::vector<BP::UniqueFd> m_clients;
+    std::vector<gvx::UniqueFd> m_clients;
     std::size_t m_opened = 0;
 };
 
