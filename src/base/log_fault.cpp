@@ -5,8 +5,6 @@
 #include <chrono>
 #include <system_error>
 
-#include <pthread.h>
-
 namespace gvx {
 
 namespace {
@@ -17,34 +15,12 @@ constexpr std::chrono::milliseconds kPeriod(250);
 
 bool LogFaultWatch::Start() {
     try {
-        m_thread = std::thread([this] { Run(); });
+        m_thread.Start("LogWatch", kPeriod, [this] { Look(); });
     } catch (const std::system_error& fault) {
         GVX_LOG_ERR("Log watch", "The thread cannot be made: %s", fault.what());
         return false;
     }
-    pthread_setname_np(m_thread.native_handle(), "LogWatch");
     return true;
-}
-
-void LogFaultWatch::Stop() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stop = true;
-    }
-    m_wake.notify_all();
-    if (m_thread.joinable()) {
-        m_thread.join();
-    }
-}
-
-void LogFaultWatch::Run() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    while (!m_stop) {
-        lock.unlock();
-        Look();
-        lock.lock();
-        m_wake.wait_for(lock, kPeriod, [this] { return m_stop; });
-    }
 }
 
 void LogFaultWatch::Look() {

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <condition_variable>
+#include "base/periodic_thread.h"
+
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
-#include <thread>
 
 class IOMLogger;
 
@@ -66,7 +65,7 @@ public:
 
     // Makes the thread; false, with a log line, when that fails. Stop returns when no callback runs any more.
     bool Start();
-    void Stop();
+    void Stop() { m_thread.Stop(); }
 
     // One look; for owners that make no thread.
     void Look();
@@ -77,16 +76,12 @@ private:
         LogFaultSet open;
     };
 
-    void Run();
     void Look(IOMLogger& logger);
     void Tell(Told& told, const LogFileState& state) const;
 
     const Callback m_callback;
     std::map<const IOMLogger*, Told> m_told;  // of the thread alone; loggers live until the process ends
-    std::mutex m_mutex;
-    std::condition_variable m_wake;
-    bool m_stop = false;  // Guarded by m_mutex.
-    std::thread m_thread;
+    PeriodicThread m_thread;
 };
 
 }  // namespace gvx

@@ -1,0 +1,37 @@
+#include "base/periodic_thread.h"
+
+#include <utility>
+
+#include <pthread.h>
+
+namespace gvx {
+
+void PeriodicThread::Start(const char* name, std::chrono::milliseconds period, Turn turn) {
+    Stop();
+    m_stop = false;
+    m_thread = std::thread([this, period, turn = std::move(turn)] { Run(period, turn); });
+    pthread_setname_np(m_thread.native_handle(), name);
+}
+
+void PeriodicThread::Stop() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void PeriodicThread::Run(std::chrono::milliseconds period, const Turn& turn) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_stop) {
+        lock.unlock();
+        turn();
+        lock.lock();
+        m_wake.wait_for(lock, period, [this] { return m_stop; });
+    }
+}
+
+}  // namespace gvx
