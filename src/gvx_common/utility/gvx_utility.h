@@ -65,7 +65,6 @@ public:
     // element without text gives the empty text.
     static int GetXmlElementText(const tinyxml2::XMLElement* parent, const char* path, std::string& value);
     static int GetXmlElementInt(const tinyxml2::XMLElement* parent, const char* path, int& value);
-    static int GetXmlAttribute(const tinyxml2::XMLElement* element, const char* name, std::string& value);
     // Sets the text of the child of that name, which is made when it is missing. 0, or 1 for null.
     static int SetXmlElementText(tinyxml2::XMLElement* parent, const char* name, const std::string& value);
     // The device that a request for a device's log names: the first DevCode of its XML text. Empty when there is none.
