@@ -1,7 +1,8 @@
-#include "base/om_adapter.h"
+#include "base/default_logger.h"
 
 #include "base/clock.h"
 #include "base/log_fault.h"
+#include "base/redact.h"
 #include "base/rotating_file.h"
 
 #include <spdlog/sinks/base_sink.h>

@@ -21,8 +21,8 @@ void OMWriteLog(int level, const char* title, const OMLogPlace& place, const cha
 
 // The same at error level or another, with the error code put in front (two steps: ZVS_LogFormatErrCode into
 // 512 bytes, then the line). A format too long for the 512 bytes is written without the code.
-void OMWriteLogErrCode(int level, const char* title, int errorCode, const OMLogPlace& place, const char* format,
-                       ...) __attribute__((format(printf, 5, 6)));
+void OMWriteLogErrCode(int level, const char* title, int errorCode, const OMLogPlace& place, const char* format, ...)
+    __attribute__((format(printf, 5, 6)));
 
 // One line of the operation log: the message, our own identifier, the link, the transaction, what was done and how it
 // ended. Called by GVX_LOG_OPERATION.
@@ -36,62 +36,63 @@ bool OMLogEnabled(int level) noexcept;
 // Objects that live long are counted here as they are made and deleted.
 extern std::atomic<long> g_bp_memstat;
 
-#define GVX_LOG_PLACE \
-    OMLogPlace { __FILE__, __LINE__, __func__ }
+#define GVX_LOG_PLACE                \
+    OMLogPlace {                     \
+        __FILE__, __LINE__, __func__ \
+    }
 
 // GVX_LOG(OM_LOG_INFO, "title", "format %d", value)
-#define GVX_LOG(level, title, ...)                                  \
-    do {                                                            \
-        if (OMLogEnabled(level)) {                                  \
+#define GVX_LOG(level, title, ...)                                    \
+    do {                                                              \
+        if (OMLogEnabled(level)) {                                    \
             OMWriteLog((level), (title), GVX_LOG_PLACE, __VA_ARGS__); \
-        }                                                           \
+        }                                                             \
     } while (false)
 
-#define GVX_LOG_CRIT(title, ...) GVX_LOG(OM_LOG_CRIT, title, __VA_ARGS__)
 #define GVX_LOG_ERR(title, ...) GVX_LOG(OM_LOG_ERR, title, __VA_ARGS__)
 #define GVX_LOG_WARN(title, ...) GVX_LOG(OM_LOG_WARNING, title, __VA_ARGS__)
 #define GVX_LOG_INFO(title, ...) GVX_LOG(OM_LOG_INFO, title, __VA_ARGS__)
 
 // An error line that carries an error code: GVX_LOG_ERR_CODE("title", ZVS_NULL_POINTER, "key[%s]", key)
-#define GVX_LOG_ERR_CODE(title, code, ...)                                                             \
-    do {                                                                                               \
-        if (OMLogEnabled(OM_LOG_ERR)) {                                                                \
+#define GVX_LOG_ERR_CODE(title, code, ...)                                                              \
+    do {                                                                                                \
+        if (OMLogEnabled(OM_LOG_ERR)) {                                                                 \
             OMWriteLogErrCode(OM_LOG_ERR, (title), static_cast<int>(code), GVX_LOG_PLACE, __VA_ARGS__); \
-        }                                                                                              \
+        }                                                                                               \
     } while (false)
 
-#define GVX_LOG_WARN_CODE(title, code, ...)                                                                \
-    do {                                                                                                   \
-        if (OMLogEnabled(OM_LOG_WARNING)) {                                                                \
+#define GVX_LOG_WARN_CODE(title, code, ...)                                                                 \
+    do {                                                                                                    \
+        if (OMLogEnabled(OM_LOG_WARNING)) {                                                                 \
             OMWriteLogErrCode(OM_LOG_WARNING, (title), static_cast<int>(code), GVX_LOG_PLACE, __VA_ARGS__); \
-        }                                                                                                  \
+        }                                                                                                   \
     } while (false)
 
 #define GVX_LOG_OPERATION(message, element, link, transaction, text, result) \
     OMWriteOperation(GVX_LOG_PLACE, (message), (element), (link), (transaction), (text), (result))
 
-#define GVX_DEBUG(...)                                  \
-    do {                                                \
-        if (OMLogEnabled(OM_LOG_DEBUG)) {               \
-            OMWriteDebug(GVX_LOG_PLACE, __VA_ARGS__);   \
-        }                                               \
+#define GVX_DEBUG(...)                                \
+    do {                                              \
+        if (OMLogEnabled(OM_LOG_DEBUG)) {             \
+            OMWriteDebug(GVX_LOG_PLACE, __VA_ARGS__); \
+        }                                             \
     } while (false)
 
 // Null checks of internal pointers: one error line with a fixed text, then the failure value of the function.
-#define GVX_CHECK_NULL_RETURN(pointer, result)                                                     \
-    do {                                                                                           \
-        if ((pointer) == nullptr) {                                                                \
-            GVX_LOG_ERR("Point " #pointer " is null.", "Make sure there is something wrong");      \
-            return result;                                                                         \
-        }                                                                                          \
+#define GVX_CHECK_NULL_RETURN(pointer, result)                                                \
+    do {                                                                                      \
+        if ((pointer) == nullptr) {                                                           \
+            GVX_LOG_ERR("Point " #pointer " is null.", "Make sure there is something wrong"); \
+            return result;                                                                    \
+        }                                                                                     \
     } while (false)
 
-#define GVX_CHECK_NULL_RETURN_VOID(pointer)                                                        \
-    do {                                                                                           \
-        if ((pointer) == nullptr) {                                                                \
-            GVX_LOG_ERR("Point " #pointer " is null.", "Make sure there is something wrong");      \
-            return;                                                                                \
-        }                                                                                          \
+#define GVX_CHECK_NULL_RETURN_VOID(pointer)                                                   \
+    do {                                                                                      \
+        if ((pointer) == nullptr) {                                                           \
+            GVX_LOG_ERR("Point " #pointer " is null.", "Make sure there is something wrong"); \
+            return;                                                                           \
+        }                                                                                     \
     } while (false)
 
 // Writes the debug line "Begin %s" when it is made and "End %s, The extend info is %s" when it goes out of

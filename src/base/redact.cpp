@@ -1,4 +1,4 @@
-#include "base/om_adapter.h"
+#include "base/redact.h"
 
 #include <algorithm>
 #include <string_view>

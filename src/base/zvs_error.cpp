@@ -1,5 +1,7 @@
 #include "base/zvs_error.h"
 
+#include <cstring>
+
 namespace {
 
 struct ErrorRow {
@@ -34,3 +36,12 @@ const char* ZvsErrorText(int code) {
     const ErrorRow* row = FindRow(code);
     return row == nullptr ? "" : row->text;
 }
+
+namespace gvx {
+
+std::string ErrnoText(const char* activity, int error) {
+    char text[128] = {0};
+    return std::string(activity) + ": " + ::strerror_r(error, text, sizeof(text));
+}
+
+}  // namespace gvx

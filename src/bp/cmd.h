@@ -7,6 +7,15 @@
 
 class ACE_Message_Block;
 
+// Request types that never travel on a link: the layers inside the gateway give them to each other.
+enum enGvxInternalRequest : std::uint32_t {
+    GVX_INTERNAL_REQ_ALARM_CONTROL = 0xDC11,  // fed in by this process itself when the main service's link opens
+    GVX_INTERNAL_REQ_FFFA = 0xFFFA,           // served by BP::CDeviceManageSession
+    GVX_INTERNAL_REQ_DELETE = 0xFFFB,         // treated like the deletion of a device
+    GVX_INTERNAL_REQ_FFFC = 0xFFFC,           // never expires
+    GVX_INTERNAL_REQ_SDK_EXCEPTION = 0xFFFF,  // its block holds an ADAPTER_COMMON_MESSAGE
+};
+
 namespace BP {
 
 // One command: a frame and where it came from. The object owns its message block (the whole frame, head
@@ -18,7 +27,7 @@ public:
     CCmd(const CCmd&) = delete;
     CCmd& operator=(const CCmd&) = delete;
 
-    // A message type, or an internal request type (0xFFFA to 0xFFFF).
+    // A message type, or an enGvxInternalRequest.
     std::uint32_t GetReqID() const { return m_uiReqID; }
     void SetReqID(std::uint32_t reqID) { m_uiReqID = reqID; }
 

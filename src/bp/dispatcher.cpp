@@ -1,8 +1,8 @@
 #include "bp/dispatcher.h"
 
 #include "base/log.h"
-#include "bp/frame_head.h"
-#include "bp/link_thread.h"
+#include "bp/frame_reader.h"
+#include "bp/link_engine.h"
 #include "bp/net_factory.h"
 #include "bp/published.h"
 #include "bp/transactions.h"

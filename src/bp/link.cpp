@@ -1,13 +1,15 @@
 #include "bp/link.h"
 
+#include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
-#include "bp/errno_text.h"
 #include "bp/registration.h"
+#include "nss/nss_msg_type.h"
 
 #include <ace/Reactor.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <utility>
 
@@ -23,6 +25,13 @@ void SendSmallFramesAtOnce(int fd) {
     const int on = 1;
     ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
 }
+
+// A wake serves one link for this much at most, so that a busy peer cannot keep the others waiting.
+constexpr std::size_t kReadChunkBytes = 64u * 1024u;
+constexpr int kReadsPerWake = 2;
+
+// As for reading: no link has the thread to itself.
+constexpr std::size_t kWriteBytesPerWake = 256u * 1024u;
 
 }  // namespace
 
@@ -62,7 +71,7 @@ bool Link::Begin(ACE_Reactor& reactor) {
     m_writeWatched = m_state == State::Connecting;
     const ACE_Reactor_Mask mask = m_writeWatched ? ACE_Event_Handler::WRITE_MASK : ACE_Event_Handler::READ_MASK;
     if (reactor.register_handler(this, mask) != 0) {
-        Close(OM_LOG_WARNING, ErrnoText("the descriptor is beyond what this process can watch", errno));
+        Close(OM_LOG_WARNING, gvx::ErrnoText("the descriptor is beyond what this process can watch", errno));
         return false;
     }
     this->reactor(&reactor);
@@ -140,6 +149,238 @@ LinkInfo Link::Describe() const {
     info.framesOut = m_queue.FramesOut();
     info.framesRefused = m_queue.FramesRefused();
     return info;
+}
+
+void Link::Connected() {
+    m_state = State::Registering;
+    reactor()->cancel_wakeup(this, ACE_Event_Handler::WRITE_MASK);
+    m_writeWatched = false;
+    if (reactor()->schedule_wakeup(this, ACE_Event_Handler::READ_MASK) == -1) {
+        Close(OM_LOG_WARNING, gvx::ErrnoText("the connection cannot be watched", errno));
+        return;
+    }
+    m_lastHeardMs = m_lastSaidMs = gvx::MonotonicMilliseconds();
+    m_setupDeadlineMs = m_lastHeardMs + m_options.registerTimeoutMs;
+    m_owner.WakeBy(m_setupDeadlineMs);
+    SendControl(MakeRegisterRequest(m_localID));
+}
+
+void Link::RegistrationArrived(MessageBlockPtr frame, std::uint16_t type, std::uint32_t rspCode) {
+    const std::uint16_t wanted = static_cast<std::uint16_t>(m_outgoing ? NSS_BP_REGISTER_RSP : NSS_BP_REGISTER_REQ);
+    char text[96] = {0};
+    if (type != wanted) {
+        sprintf_s(text, sizeof(text), "the first frame is no registration but 0x%04x", type);
+        Close(OM_LOG_WARNING, text);
+        return;
+    }
+    if (m_outgoing && rspCode != 0) {
+        sprintf_s(text, sizeof(text), "the peer refused the registration with code %u", rspCode);
+        Close(OM_LOG_WARNING, text);
+        return;
+    }
+    std::string fault;
+    if (!ReadRegistration(frame.get(), m_linkID, &fault)) {
+        RefuseRegistration(frame.get(), fault);
+        return;
+    }
+    if (!m_outgoing && !SendControl(MakeRegisterResponse(frame.get(), m_localID, ZVS_SUCCEED))) {
+        Close(OM_LOG_WARNING, "the registration could not be answered");
+        return;
+    }
+    if (m_state == State::Registering) {
+        BecomeOpen();
+    }
+}
+
+void Link::RefuseRegistration(const ACE_Message_Block* frame, const std::string& fault) {
+    m_linkID.clear();
+    if (!m_outgoing) {
+        SendControl(MakeRegisterResponse(frame, m_localID, ZVS_PARA_INVALID));
+        Flush();
+    }
+    Close(OM_LOG_WARNING, fault);
+}
+
+void Link::BecomeOpen() {
+    m_state = State::Open;
+    m_setupDeadlineMs = kNoDeadline;
+    m_reader.SetMaxFrameBytes(m_options.maxFrameBytes);
+    m_owner.WakeBy(std::min(m_lastSaidMs + m_options.keepAliveMs, m_lastHeardMs + m_options.silenceTimeoutMs));
+    GVX_LOG_INFO("Link opened", "[peer:%s:%u, link:%s] %s", m_peer.ip.c_str(), m_peer.port, m_linkID.c_str(),
+                 m_outgoing ? "outgoing" : "incoming");
+    m_owner.LinkRegistered(*this);
+}
+
+int Link::handle_input(ACE_HANDLE) {
+    // One buffer serves all links: there is one I/O thread, and what is read is used up before the next read.
+    static thread_local std::array<char, kReadChunkBytes> buffer;
+    for (int reads = 0; reads < kReadsPerWake && m_state != State::Closed; ++reads) {
+        const ssize_t got = ::recv(m_socket.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+        if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
+            break;
+        }
+        if (got <= 0) {
+            PeerEnded(got < 0 ? errno : 0);
+            break;
+        }
+        m_lastHeardMs = gvx::MonotonicMilliseconds();
+        if (!Consume(buffer.data(), static_cast<std::size_t>(got)) || static_cast<std::size_t>(got) < buffer.size()) {
+            break;
+        }
+    }
+    return 0;
+}
+
+bool Link::Consume(const char* data, std::size_t length) {
+    bool frameEnded = false;
+    while (length > 0) {
+        const std::size_t used = m_reader.Feed(data, length);
+        data += used;
+        length -= used;
+        if (m_reader.GetFault() != FrameReader::Fault::None) {
+            CloseForReaderFault();
+            return false;
+        }
+        if (m_reader.Complete()) {
+            frameEnded = true;
+            FrameArrived(m_reader.Take());
+            if (m_state == State::Closed) {
+                return false;
+            }
+        }
+    }
+    if (!m_reader.Partial()) {
+        m_frameDeadlineMs = kNoDeadline;
+    } else if (frameEnded || m_frameDeadlineMs == kNoDeadline) {
+        m_frameDeadlineMs = m_lastHeardMs + m_options.frameTimeoutMs;
+        m_owner.WakeBy(m_frameDeadlineMs);
+    }
+    return true;
+}
+
+void Link::CloseForReaderFault() {
+    char text[96] = {0};
+    switch (m_reader.GetFault()) {
+        case FrameReader::Fault::Version:
+            sprintf_s(text, sizeof(text), "bad frame: protocol version 0x%04x", m_reader.HeadVersion());
+            break;
+        case FrameReader::Fault::Length:
+            sprintf_s(text, sizeof(text), "bad frame: length %u is outside %zu to %zu", m_reader.HeadLength(),
+                      kNssHeaderBytes, m_reader.MaxFrameBytes());
+            break;
+        default:
+            sprintf_s(text, sizeof(text), "no memory for a frame of %u bytes", m_reader.HeadLength());
+            break;
+    }
+    Close(OM_LOG_WARNING, text);
+}
+
+void Link::PeerEnded(int error) {
+    if (m_state == State::Connecting) {
+        Close(m_connectLogLevel, gvx::ErrnoText("connect failed", error));
+    } else if (error != 0) {
+        Close(OM_LOG_WARNING, gvx::ErrnoText("the connection broke", error));
+    } else if (m_reader.Partial()) {
+        Close(OM_LOG_WARNING, "the peer ended the connection inside a frame");
+    } else if (m_state == State::Registering) {
+        Close(OM_LOG_WARNING, "the peer ended the connection without a registration");
+    } else {
+        Close(OM_LOG_INFO, "the peer ended the connection");
+    }
+}
+
+void Link::FrameArrived(MessageBlockPtr frame) {
+    NssMsgHeader head;
+    ReadFrameHead(frame.get(), head);
+    const std::uint16_t type = head.usiMsgType;
+    const bool registration = type == NSS_BP_REGISTER_REQ || type == static_cast<std::uint16_t>(NSS_BP_REGISTER_RSP);
+    if (m_state == State::Registering) {
+        RegistrationArrived(std::move(frame), type, head.uiRspCode);
+    } else if (registration) {
+        Close(OM_LOG_WARNING, "a registration on a link that is open already");
+    } else if (type == NSS_KEEPALIVE_REQ) {
+        // Dropped when the queue is full: the bytes that wait there tell the peer as much.
+        SendControl(MakeKeepAliveResponse(frame.get()));
+    } else if (type != static_cast<std::uint16_t>(NSS_KEEPALIVE_RSP)) {
+        ++m_framesIn;
+        m_owner.FrameReceived(*this, std::move(frame));
+    }
+}
+
+int Link::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
+    int error = 0;
+    socklen_t length = sizeof(error);
+    ::getsockopt(m_socket.Get(), SOL_SOCKET, SO_ERROR, &error, &length);
+    PeerEnded(error);
+    return 0;
+}
+
+bool Link::SendControl(MessageBlockPtr frame) {
+    return frame != nullptr && Send(frame.get()) == ZVS_SUCCEED && frame.release() != nullptr;
+}
+
+int Link::Send(ACE_Message_Block* block) {
+    switch (m_queue.Push(block)) {
+        case SendQueue::PushResult::Queued:
+            if (!m_flushWanted.exchange(true)) {
+                m_owner.RequestFlush(shared_from_this());
+            }
+            return ZVS_SUCCEED;
+        case SendQueue::PushResult::FirstFull:
+            GVX_LOG_WARN("Link queue full", "[peer:%s:%u, link:%s] %zu bytes wait, frames are refused until they left",
+                         m_peer.ip.c_str(), m_peer.port, m_linkID.c_str(), m_queue.Bytes());
+            return ZVS_NET_SEND_ERROR;
+        default:
+            return ZVS_NET_SEND_ERROR;
+    }
+}
+
+void Link::Flush() {
+    if (m_state == State::Closed || m_state == State::Connecting) {
+        return;
+    }
+    // Cleared before the queue is looked at: a frame pushed behind our back then asks for another flush.
+    m_flushWanted = false;
+    const SendQueue::WriteResult written = m_queue.WriteTo(m_socket.Get(), kWriteBytesPerWake);
+    if (written.bytes > 0) {
+        m_lastSaidMs = gvx::MonotonicMilliseconds();
+    }
+    if (written.refusedInEpisode > 0) {
+        GVX_LOG_INFO("Link queue drained", "[peer:%s:%u, link:%s] %llu frames were refused", m_peer.ip.c_str(),
+                     m_peer.port, m_linkID.c_str(), static_cast<unsigned long long>(written.refusedInEpisode));
+    }
+    if (written.state == SendQueue::WriteState::Failed) {
+        Close(OM_LOG_WARNING, gvx::ErrnoText("the connection broke", written.error));
+        return;
+    }
+    const bool watch = written.state != SendQueue::WriteState::Drained;
+    if (watch) {
+        m_flushWanted = true;  // the socket asks for the next flush, so a push need not
+    }
+    if (watch && !m_writeWatched) {
+        reactor()->schedule_wakeup(this, ACE_Event_Handler::WRITE_MASK);
+    } else if (!watch && m_writeWatched) {
+        reactor()->cancel_wakeup(this, ACE_Event_Handler::WRITE_MASK);
+    }
+    m_writeWatched = watch;
+}
+
+int Link::handle_output(ACE_HANDLE) {
+    if (m_state != State::Connecting) {
+        Flush();
+        return 0;
+    }
+    int error = 0;
+    socklen_t length = sizeof(error);
+    if (::getsockopt(m_socket.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        PeerEnded(error);
+    } else {
+        Connected();
+    }
+    return 0;
 }
 
 }  // namespace BP

@@ -2,7 +2,6 @@
 
 #include "base/clock.h"
 #include "base/log.h"
-#include "bp/errno_text.h"
 
 #include <ace/Reactor.h>
 
@@ -44,7 +43,7 @@ LinkAcceptor::~LinkAcceptor() {
 bool LinkAcceptor::Begin(ACE_Reactor& reactor) {
     if (reactor.register_handler(this, ACE_Event_Handler::ACCEPT_MASK) != 0) {
         GVX_LOG_ERR("Link listener", "[%s:%u] %s", m_local.ip.c_str(), m_local.port,
-                    ErrnoText("the socket cannot be watched", errno).c_str());
+                    gvx::ErrnoText("the socket cannot be watched", errno).c_str());
         return false;
     }
     this->reactor(&reactor);
@@ -77,7 +76,7 @@ void LinkAcceptor::Pause(int error) {
     if (!m_pauseLogged) {
         m_pauseLogged = true;
         GVX_LOG_ERR("Link listener", "[%s:%u] %s", m_local.ip.c_str(), m_local.port,
-                    ErrnoText("peers have to wait", error).c_str());
+                    gvx::ErrnoText("peers have to wait", error).c_str());
     }
     reactor()->cancel_wakeup(this, ACE_Event_Handler::ACCEPT_MASK);
     m_pausedUntilMs = gvx::MonotonicMilliseconds() + kPauseMs;

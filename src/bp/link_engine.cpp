@@ -2,9 +2,9 @@
 
 #include "base/clock.h"
 #include "base/log.h"
-#include "bp/errno_text.h"
-#include "bp/link_thread.h"
-#include "bp/poll_reactor.h"
+#include "bp/dispatcher.h"
+#include "bp/registration.h"
+#include "bp/transactions.h"
 
 #include <ace/OS_NS_Thread.h>
 #include <ace/Reactor.h>
@@ -21,6 +21,8 @@ namespace BP {
 
 namespace {
 
+thread_local bool t_onLinkThread = false;
+
 // The longest sleep: a clock that is set does not end a wait.
 constexpr std::int64_t kLongestWaitMs = 500;
 // Deadlines are looked at no more often than this, however many links there are.
@@ -28,6 +30,18 @@ constexpr std::int64_t kCheckGapMs = 10;
 constexpr int kPauseAfterFaultMs = 100;
 
 }  // namespace
+
+bool OnLinkThread() noexcept {
+    return t_onLinkThread;
+}
+
+LinkThreadMark::LinkThreadMark() noexcept {
+    t_onLinkThread = true;
+}
+
+LinkThreadMark::~LinkThreadMark() {
+    t_onLinkThread = false;
+}
 
 LinkEngine::LinkEngine(const LinkOptions& options, LinkEvents events)
     : m_options(options), m_events(std::move(events)) {}
@@ -40,7 +54,7 @@ int LinkEngine::Start() {
     m_reactor = MakePollReactor();
     if (m_reactor == nullptr || !m_wake.Valid() ||
         m_reactor->register_handler(&m_wake, ACE_Event_Handler::READ_MASK) != 0) {
-        GVX_LOG_ERR("Link engine", "%s", ErrnoText("the links have no reactor", errno).c_str());
+        GVX_LOG_ERR("Link engine", "%s", gvx::ErrnoText("the links have no reactor", errno).c_str());
         return ZVS_FAIL;
     }
     try {
@@ -96,7 +110,7 @@ void LinkEngine::WaitForEvents() {
     const std::int64_t waitMs = std::clamp<std::int64_t>(untilCheck, 0, kLongestWaitMs);
     ACE_Time_Value wait(0, static_cast<suseconds_t>(waitMs * 1000));
     if (m_reactor->handle_events(wait) < 0 && errno != EINTR) {
-        GVX_LOG_ERR("Link engine", "%s", ErrnoText("waiting for the links failed", errno).c_str());
+        GVX_LOG_ERR("Link engine", "%s", gvx::ErrnoText("waiting for the links failed", errno).c_str());
         m_wake.WaitAside(kPauseAfterFaultMs);
     }
 }
@@ -165,6 +179,211 @@ void LinkEngine::Shutdown() {
     std::lock_guard<std::mutex> guard(m_mutexWork);
     m_work.clear();
     m_flushes.clear();
+}
+
+int LinkEngine::Listen(const char* ip, std::uint16_t port, std::uint16_t* boundPort) {
+    NetAddress local;
+    NetAddress bound;
+    gvx::UniqueFd socket;
+    if (NetAddress::Parse(ip, port, local)) {
+        socket = OpenListener(local, bound);
+    } else {
+        errno = EINVAL;
+    }
+    if (!socket.Valid()) {
+        const int kept = errno;
+        GVX_LOG_ERR_CODE("Link listener", ZVS_NET_BIND_ERROR, "[%s:%u] %s", ip != nullptr ? ip : "", port,
+                         gvx::ErrnoText("cannot listen", kept).c_str());
+        errno = kept;
+        return ZVS_NET_BIND_ERROR;
+    }
+    if (boundPort != nullptr) {
+        *boundPort = static_cast<std::uint16_t>(bound.port);
+    }
+    GVX_LOG_INFO("Link listener", "[%s:%u] listening", bound.ip.c_str(), bound.port);
+    Post([this, bound, held = std::make_shared<gvx::UniqueFd>(std::move(socket))] {
+        auto acceptor = std::make_unique<LinkAcceptor>(*this, std::move(*held), bound);
+        if (acceptor->Begin(*m_reactor)) {
+            m_acceptors.push_back(std::move(acceptor));
+        }
+    });
+    return ZVS_SUCCEED;
+}
+
+int LinkEngine::AddConnector(const ConnectorKey& key, ConnectorOptions options) {
+    options.backoffMinMs = m_options.backoffMinMs;
+    options.backoffMaxMs = std::max(m_options.backoffMinMs, m_options.backoffMaxMs);
+    const auto connector = std::make_shared<LinkConnector>(key, options);
+    std::unique_lock<std::mutex> lock(m_mutexConnectors);
+    if (m_stopping || !m_connectors.emplace(key, connector).second) {
+        return ZVS_FAIL;
+    }
+    lock.unlock();
+    Post([this, connector] { Attempt(connector, gvx::MonotonicMilliseconds()); });
+    return ZVS_SUCCEED;
+}
+
+int LinkEngine::RemoveConnector(const ConnectorKey& key) {
+    std::unique_lock<std::mutex> lock(m_mutexConnectors);
+    const auto found = m_connectors.find(key);
+    if (found == m_connectors.end()) {
+        return ZVS_FAIL;
+    }
+    const std::shared_ptr<LinkConnector> connector = found->second;
+    m_connectors.erase(found);
+    lock.unlock();
+    Post([this, connector] { EndConnector(connector); });
+    return ZVS_SUCCEED;
+}
+
+void LinkEngine::EndConnector(const std::shared_ptr<LinkConnector>& connector) {
+    connector->End();
+    for (const auto& entry : m_links) {
+        if (entry.second.connector == connector) {
+            const std::shared_ptr<Link> link = entry.second.link;
+            link->Close(OM_LOG_INFO, "this side gives the link up");
+            return;
+        }
+    }
+}
+
+void LinkEngine::Attempt(const std::shared_ptr<LinkConnector>& connector, std::int64_t nowMs) {
+    if (m_stopping || !connector->Idle()) {
+        return;
+    }
+    connector->AttemptBegins();
+    const ConnectorOptions& options = connector->Options();
+    gvx::UniqueFd socket = connector->BeginConnect();
+    if (!socket.Valid()) {
+        GVX_LOG(connector->FailureLogLevel(), "Link closed", "[peer:%s:%u, link:] %s", options.peer.ip.c_str(),
+                options.peer.port, gvx::ErrnoText("connect failed", errno).c_str());
+        AttemptEnded(connector);
+        return;
+    }
+    Adopt(Link::Connecting(*this, m_options, std::move(socket), options.peer, options.localID,
+                           nowMs + options.connectTimeoutMs, connector->FailureLogLevel()),
+          connector);
+}
+
+void LinkEngine::AttemptEnded(const std::shared_ptr<LinkConnector>& connector) {
+    connector->AttemptEnded(gvx::MonotonicMilliseconds());
+    if (connector->Options().retry) {
+        WakeBy(connector->NextAttemptMs());
+        return;
+    }
+    connector->End();
+    std::lock_guard<std::mutex> guard(m_mutexConnectors);
+    const auto found = m_connectors.find(connector->Key());
+    if (found != m_connectors.end() && found->second == connector) {
+        m_connectors.erase(found);
+    }
+}
+
+std::vector<std::shared_ptr<LinkConnector>> LinkEngine::Connectors() const {
+    std::vector<std::shared_ptr<LinkConnector>> connectors;
+    std::lock_guard<std::mutex> guard(m_mutexConnectors);
+    connectors.reserve(m_connectors.size());
+    for (const auto& entry : m_connectors) {
+        connectors.push_back(entry.second);
+    }
+    return connectors;
+}
+
+void LinkEngine::Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkConnector> connector) {
+    m_incoming += link->Outgoing() ? 0 : 1;
+    m_links.emplace(link.get(), LiveLink{link, std::move(connector)});
+    link->Begin(*m_reactor);
+}
+
+void LinkEngine::PeerArrived(gvx::UniqueFd socket, const NetAddress& peer) {
+    if (m_incoming >= m_options.maxLinks) {
+        GVX_LOG_WARN("Link closed", "[peer:%s:%u, link:] too many links, the limit is %zu", peer.ip.c_str(), peer.port,
+                     m_options.maxLinks);
+        return;
+    }
+    Adopt(Link::Accepted(*this, m_options, std::move(socket), peer), nullptr);
+}
+
+void LinkEngine::LinkRegistered(Link& link) {
+    const std::shared_ptr<Link> older = FindOpen(link.ID());
+    if (older != nullptr) {
+        older->Close(OM_LOG_WARNING, "replaced: the identifier registered anew from " + link.Peer().ip + ":" +
+                                         std::to_string(link.Peer().port));
+    }
+    const LiveLink& live = m_links.at(&link);
+    if (live.connector != nullptr) {
+        live.connector->LinkOpened(gvx::MonotonicMilliseconds());
+    }
+    std::unique_lock<std::mutex> lock(m_mutexOpen);
+    m_open[link.ID()] = live.link;
+    lock.unlock();
+    Report(m_events.opened, "opened", link);
+}
+
+void LinkEngine::FrameReceived(Link& link, MessageBlockPtr frame) {
+    CDispatcher::FrameArrived(ElementTypeOf(link.ID()), link.ID(), frame.release());
+}
+
+void LinkEngine::LinkClosed(Link& link, bool wasOpen) {
+    const auto found = m_links.find(&link);
+    if (found == m_links.end()) {
+        return;
+    }
+    const LiveLink live = std::move(found->second);
+    m_links.erase(found);
+    m_dead.push_back(live.link);
+    m_incoming -= link.Outgoing() ? 0 : 1;
+    if (live.connector != nullptr) {
+        AttemptEnded(live.connector);
+    }
+    if (wasOpen) {
+        std::unique_lock<std::mutex> lock(m_mutexOpen);
+        m_open.erase(link.ID());
+        lock.unlock();
+        TransactionTable::Instance().LinkClosed(link.ID());
+        Report(m_events.closed, "closed", link);
+    }
+}
+
+void LinkEngine::Report(const LinkEvents::Event& event, const char* name, const Link& link) {
+    if (!event) {
+        return;
+    }
+    try {
+        event(link.ID(), ElementTypeOf(link.ID()), link.ID(), link.Peer().ip, link.Peer().port);
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR("Link event", "The event \"%s\" of link[%s] threw: %s", name, link.ID().c_str(), fault.what());
+    } catch (...) {
+        GVX_LOG_ERR("Link event", "The event \"%s\" of link[%s] threw something unknown.", name, link.ID().c_str());
+    }
+}
+
+std::shared_ptr<Link> LinkEngine::FindOpen(const std::string& linkID) const {
+    std::lock_guard<std::mutex> guard(m_mutexOpen);
+    const auto found = m_open.find(linkID);
+    return found != m_open.end() ? found->second : nullptr;
+}
+
+int LinkEngine::Send(const std::string& linkID, ACE_Message_Block* block) {
+    const std::shared_ptr<Link> link = FindOpen(linkID);
+    return link != nullptr ? link->Send(block) : ZVS_NET_SEND_ERROR;
+}
+
+void LinkEngine::RequestFlush(std::shared_ptr<Link> link) {
+    std::unique_lock<std::mutex> lock(m_mutexWork);
+    m_flushes.push_back(std::move(link));
+    lock.unlock();
+    m_wake.Ring();
+}
+
+std::vector<LinkInfo> LinkEngine::Links() const {
+    std::vector<LinkInfo> infos;
+    std::lock_guard<std::mutex> guard(m_mutexOpen);
+    infos.reserve(m_open.size());
+    for (const auto& entry : m_open) {
+        infos.push_back(entry.second->Describe());
+    }
+    return infos;
 }
 
 }  // namespace BP

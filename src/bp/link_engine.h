@@ -4,7 +4,7 @@
 #include "bp/link_acceptor.h"
 #include "bp/link_connector.h"
 #include "bp/net_factory.h"
-#include "bp/wake_handler.h"
+#include "bp/poll_reactor.h"
 
 #include <atomic>
 #include <cstdint>
@@ -20,6 +20,18 @@
 class ACE_Reactor;
 
 namespace BP {
+
+// Whether the calling thread is one that serves links, and so must not wait for a peer. Any thread.
+bool OnLinkThread() noexcept;
+
+// Marks the calling thread as one that serves links for as long as the object lives.
+class LinkThreadMark {
+public:
+    LinkThreadMark() noexcept;
+    ~LinkThreadMark();
+    LinkThreadMark(const LinkThreadMark&) = delete;
+    LinkThreadMark& operator=(const LinkThreadMark&) = delete;
+};
 
 // All links of the process and the one thread that serves them. What other threads want done is queued as work and
 // the thread is woken; events and the dispatcher's sink are called on it with no lock held.

@@ -1,9 +1,8 @@
 #include "bp/net_factory.h"
 
 #include "base/log.h"
-#include "bp/frame_head.h"
+#include "bp/frame_reader.h"
 #include "bp/link_engine.h"
-#include "bp/link_thread.h"
 #include "bp/published.h"
 #include "bp/registration.h"
 

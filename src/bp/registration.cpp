@@ -2,7 +2,7 @@
 
 #include "base/json_io.h"
 #include "bp/cmd.h"
-#include "bp/frame_head.h"
+#include "bp/frame_reader.h"
 #include "nss/nss_msg.h"
 #include "nss/nss_msg_type.h"
 
@@ -15,6 +15,16 @@
 namespace BP {
 
 namespace {
+
+struct ElementRow {
+    const char* name;
+    int code;
+};
+
+constexpr ElementRow kElements[] = {
+    {"SCU", 10105}, {"OMU", 60105}, {"MU", 30105}, {"IMGU", 240105}, {"GVX", 40105},
+};
+constexpr int kUnidentified = 80105;
 
 constexpr std::size_t kMaxIdentifierChars = 40;
 
@@ -51,6 +61,15 @@ bool IsLinkIdentifier(const std::string& text) {
     const auto printable = [](char c) { return c > ' ' && c <= '~'; };
     return !text.empty() && text.size() <= kMaxIdentifierChars && text.find('#') != std::string::npos &&
            std::all_of(text.begin(), text.end(), printable);
+}
+
+int ElementTypeOf(const std::string& linkID) {
+    for (const ElementRow& element : kElements) {
+        if (linkID.find(element.name) != std::string::npos) {
+            return element.code;
+        }
+    }
+    return kUnidentified;
 }
 
 MessageBlockPtr MakeRegisterRequest(const std::string& localID) {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-// The frames that links exchange about themselves: docs/nss-link.md.
+// How links name themselves, and the frames that they exchange about themselves: docs/nss-link.md. Any thread.
 namespace BP {
 
 // A registration is never longer than this, so an unknown peer cannot make us hold more.
@@ -13,6 +13,10 @@ constexpr std::size_t kMaxRegistrationBytes = 4096;
 
 // 1 to 40 printable ASCII characters without blanks, '#' among them.
 bool IsLinkIdentifier(const std::string& text);
+
+// The net element code of a peer from its link identifier: 10105 SCU, 60105 OMU, 30105 MU, 240105 IMGU, 40105 GVX,
+// otherwise 80105. The first name that is found in this order decides, since "OMU" contains "MU".
+int ElementTypeOf(const std::string& linkID);
 
 // Control frames are marked by their block's type and not counted among a link's frames. Null when there is no memory.
 MessageBlockPtr MakeRegisterRequest(const std::string& localID);

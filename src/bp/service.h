@@ -47,6 +47,16 @@ struct CDeviceMgr {
     static bool FindMainDevice(const std::string& devCode, std::string& address);
 };
 
+// What the command layer's flow control tells about one of its threads. Numbers in host order.
+struct fluxControlWarnInfo {
+    std::uint32_t uiThreadID;
+    bool bIsFluxControlWarn;
+    std::uint32_t uiLevel;
+    std::uint32_t uiNameLength;  // bytes at pThreadName, a terminator included or not
+    char pThreadName[1];         // of variable length
+};
+using FLUX_CONTROL_WARN_INFO = fluxControlWarnInfo;
+
 // Device protocols by their number.
 enum enDevProtocolType : int {
     DEV_PROTOCOL_TYPE_ONVIF = 1,
@@ -58,9 +68,9 @@ enum enDevProtocolType : int {
 
 // One loaded plug-in, as the registry tells about it.
 struct CPluginInfo {
-    std::string m_strName;     // such as "file"
+    std::string m_strName;  // such as "file"
     std::string m_strVersion;
-    std::string m_strPath;     // of the shared object
+    std::string m_strPath;  // of the shared object
     std::string m_strMaker;
 
     // Switches of the plug-in; empty where it has none.

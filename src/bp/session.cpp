@@ -2,16 +2,41 @@
 
 #include "base/log.h"
 #include "bp/dispatcher.h"
-#include "bp/frame_head.h"
+#include "bp/frame_reader.h"
 #include "bp/published.h"
-#include "bp/session_work.h"
 
 #include <exception>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <utility>
 
 namespace BP {
 
 namespace {
+
+using WorkTable = std::map<std::uint32_t, std::shared_ptr<const SessionWork>>;
+
+struct WorkRegistry {
+    std::shared_mutex mutex;
+    WorkTable table;  // Guarded by mutex.
+};
+
+// Never destroyed: reactors serve until late in the end of the process.
+WorkRegistry& Registry() {
+    static WorkRegistry& registry = *new WorkRegistry;
+    return registry;
+}
+
+// The work for a request type; null when there is none. The work stays alive while the pointer is held, also when it
+// is removed meanwhile. Allocates nothing.
+std::shared_ptr<const SessionWork> FindSessionWork(std::uint32_t reqID) {
+    WorkRegistry& registry = Registry();
+    std::shared_lock<std::shared_mutex> guard(registry.mutex);
+    const auto found = registry.table.find(reqID);
+    return found != registry.table.end() ? found->second : nullptr;
+}
 
 // Answers a request with a bare head. A response is never answered, nor is a command without a frame: nobody waits
 // for either.
@@ -52,6 +77,33 @@ void Refuse(const CCmd& cmd) {
 }
 
 }  // namespace
+
+void RegisterSessionWork(std::uint32_t reqID, SessionWork work) {
+    std::shared_ptr<const SessionWork> entry;
+    if (work) {
+        entry = std::make_shared<const SessionWork>(std::move(work));
+    }
+    WorkRegistry& registry = Registry();
+    std::unique_lock<std::shared_mutex> guard(registry.mutex);
+    if (entry == nullptr) {
+        const auto found = registry.table.find(reqID);
+        if (found != registry.table.end()) {
+            entry.swap(found->second);
+            registry.table.erase(found);
+        }
+    } else {
+        entry.swap(registry.table[reqID]);
+    }
+    guard.unlock();  // what the former work has captured is destroyed outside the lock
+}
+
+void ClearSessionWork() {
+    WorkRegistry& registry = Registry();
+    std::unique_lock<std::shared_mutex> guard(registry.mutex);
+    const WorkTable removed = std::move(registry.table);
+    registry.table.clear();
+    guard.unlock();  // what the work has captured is destroyed outside the lock
+}
 
 void SetRefusalAnswer(RefusalAnswer answer) {
     CurrentRefusal().Exchange(answer ? std::make_shared<const RefusalAnswer>(std::move(answer)) : nullptr);

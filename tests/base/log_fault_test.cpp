@@ -1,5 +1,6 @@
 #include "base/log_fault.h"
 
+#include "base/default_logger.h"
 #include "base/log.h"
 #include "support/recording_logger.h"
 #include "support/temp_folder.h"

@@ -1,5 +1,6 @@
 #include "base/log.h"
 
+#include "base/default_logger.h"
 #include "support/recording_logger.h"
 #include "support/temp_folder.h"
 #include "support/test_clock.h"

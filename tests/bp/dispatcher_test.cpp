@@ -1,18 +1,18 @@
 #include "base/zvs_error.h"
 #include "bp/dispatcher.h"
-#include "bp/link_thread.h"
+#include "bp/link_engine.h"
+#include "support/caught_frames.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
 #include "support/wait_until.h"
 
-#include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <mutex>
-#include <set>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -20,10 +20,7 @@ constexpr std::uint16_t kRequest = 0x0BAA;
 constexpr std::uint16_t kResponse = 0x9BAA;
 
 ACE_Message_Block* Block(std::uint16_t type, const std::string& transID) {
-    const std::string bytes = FakePeer::MakeFrame(type, 1, transID);
-    auto* block = new ACE_Message_Block(bytes.size());
-    block->copy(bytes.data(), bytes.size());
-    return block;
+    return BlockOf(FakePeer::MakeFrame(type, 1, transID));
 }
 
 class Dispatcher : public ::testing::Test {
@@ -34,18 +31,9 @@ protected:
             m_sunk.push_back(cmd->GetTransID());
             return m_sinkResult.load();
         });
-        BP::CDispatcher::SetWriter([this](const std::string& link, ACE_Message_Block* block) {
-            if (link != "GVX#1") {
-                return static_cast<int>(ZVS_NET_SEND_ERROR);
-            }
-            block->release();
-            ++m_written;
-            return 0;
-        });
     }
     void TearDown() override {
         BP::CDispatcher::SetSink(nullptr);
-        BP::CDispatcher::SetWriter(nullptr);
         BP::CTransactionMgr::Resume();
     }
     static std::unique_ptr<BP::CCmd> SendAndWait(const std::string& trans, unsigned int seconds) {
@@ -53,7 +41,7 @@ protected:
                                                                                Block(kRequest, trans), false, seconds));
     }
     bool Written() const {
-        return WaitUntil([this] { return m_written > 0; });
+        return WaitUntil([this] { return m_frames.Count() > 0; });
     }
     std::vector<std::string> Sunk() {
         std::lock_guard<std::mutex> guard(m_mutex);
@@ -61,7 +49,7 @@ protected:
     }
 
     ScopedRecordingLogger m_log{OM_LOG_INFO};
-    std::atomic<int> m_written{0};
+    CaughtFrames m_frames;
     std::atomic<int> m_sinkResult{0};
 
 private:
@@ -74,10 +62,12 @@ TEST_F(Dispatcher, OutTakesTheBlockOnSuccessAndLeavesItOnFailure) {
     EXPECT_EQ(ZVS_NULL_POINTER, BP::CDispatcher::dispatcherOutWithoutTransaction(0, "GVX#1", "t", 1, none, false, 0));
     ACE_Message_Block* block = Block(kRequest, "t");
     EXPECT_EQ(ZVS_PARA_INVALID, BP::CDispatcher::dispatcherOutWithoutTransaction(0, "GVX#1", "t", 1, block, true, 0));
+    m_frames.AnswerWith(ZVS_NET_SEND_ERROR);
     EXPECT_EQ(ZVS_NET_SEND_ERROR, BP::CDispatcher::dispatcherOutWithoutTransaction(0, "", "t", 1, block, false, 0));
     EXPECT_EQ(ZVS_NET_SEND_ERROR,
               BP::CDispatcher::dispatcherOutWithTransaction(9, 0, nullptr, "t", 1, block, false, 0));
     EXPECT_EQ(0u, BP::CTransactionMgr::OpenTransactions());
+    m_frames.AnswerWith(0);
     block->wr_ptr(block->wr_ptr() - 1);
     EXPECT_EQ(ZVS_PARA_INVALID, BP::CDispatcher::dispatcherOutWithoutTransaction(0, "GVX#1", "t", 1, block, false, 0));
     block->wr_ptr(1);
@@ -166,33 +156,33 @@ TEST_F(Dispatcher, StopEndsEveryWaitNowAndFromNowOn) {
     BP::CTransactionMgr::StopWaiting();
     waiting.join();
     EXPECT_EQ(nullptr, SendAndWait("after", 3600));
-    EXPECT_EQ(1, m_written);
+    EXPECT_EQ(1u, m_frames.Count());
     BP::CTransactionMgr::Resume();
     EXPECT_EQ(nullptr, SendAndWait("resumed", 1));
-    EXPECT_EQ(2, m_written);
+    EXPECT_EQ(2u, m_frames.Count());
 }
 
 TEST_F(Dispatcher, SynchronousSendIsRefusedWhereItCouldNeverBeAnswered) {
     EXPECT_EQ(nullptr, SendAndWait("", 3600));
-    std::unique_ptr<BP::CCmd> none(
-        BP::CDispatcher::dispatcherSyncMsgOut(9, 40105, "gone", "t", kRequest, Block(kRequest, "t"), false, 3600));
-    EXPECT_EQ(nullptr, none);
-    const BP::LinkThreadMark mark;
+    {
+        const BP::LinkThreadMark mark;
+        EXPECT_EQ(nullptr, SendAndWait("t", 3600));
+    }
+    m_frames.AnswerWith(ZVS_NET_SEND_ERROR);
     EXPECT_EQ(nullptr, SendAndWait("t", 3600));
-    EXPECT_EQ(0, m_written);
+    EXPECT_EQ(0u, m_frames.Count());
 }
 
 TEST_F(Dispatcher, ManySynchronousSendsAtOnceEachGetTheirOwnAnswer) {
-    BP::CDispatcher::SetWriter([](const std::string&, ACE_Message_Block* block) {
-        const std::string trans(block->rd_ptr() + offsetof(NssMsgHeader, szTransactionNo));
-        block->release();
-        return BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, trans));
+    const CaughtFrames answered([](const CaughtFrame& frame) {
+        BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, frame.Transaction()));
     });
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([] {
             for (int count = 0; count < 200; ++count) {
                 const std::string trans = BP::CMKTransID::GenerateTransID();
+                EXPECT_LE(trans.size(), 40u);
                 const auto answer = SendAndWait(trans, 60);
                 ASSERT_NE(nullptr, answer);
                 EXPECT_EQ(trans, answer->GetTransID());
@@ -203,28 +193,6 @@ TEST_F(Dispatcher, ManySynchronousSendsAtOnceEachGetTheirOwnAnswer) {
         thread.join();
     }
     EXPECT_TRUE(Sunk().empty());
-}
-
-TEST(TransID, IsUniqueOverThreadsAndFitsItsField) {
-    std::mutex mutex;
-    std::set<std::string> all;
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([&] {
-            std::vector<std::string> mine;
-            for (int count = 0; count < 5000; ++count) {
-                mine.push_back(BP::CMKTransID::GenerateTransID());
-            }
-            std::lock_guard<std::mutex> guard(mutex);
-            all.insert(mine.begin(), mine.end());
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(20000u, all.size());
-    EXPECT_LE(all.begin()->size(), 40u);
-    EXPECT_GE(all.begin()->size(), 16u);
 }
 
 TEST(Cmd, CloneIsDeepAndOwnsItsBlock) {
@@ -242,15 +210,13 @@ TEST(Cmd, CloneIsDeepAndOwnsItsBlock) {
     cmd.GetMsgBlock()->base()[0] = 'X';
     EXPECT_NE('X', clone->GetMsgBlock()->base()[0]);
     EXPECT_EQ(kNssHeaderBytes, clone->GetMsgBlock()->length());
-    EXPECT_EQ(kRequest, clone->GetReqID());
-    EXPECT_EQ(12, clone->GetTimestamp());
-    EXPECT_EQ(10105, clone->GetNetElemType());
-    EXPECT_EQ("SCU#1", clone->GetNetLinkID());
-    EXPECT_EQ("trans", clone->GetTransID());
-    EXPECT_EQ(9u, clone->GetServiceID());
-    ACE_Message_Block* released = cmd.ReleaseMsgBlock();
+    const auto fields = [](const BP::CCmd& of) {
+        return std::make_tuple(of.GetReqID(), of.GetTimestamp(), of.GetNetElemType(), of.GetNetLinkID(),
+                               of.GetTransID(), of.GetServiceID());
+    };
+    EXPECT_EQ(fields(cmd), fields(*clone));
+    cmd.ReleaseMsgBlock()->release();
     EXPECT_EQ(nullptr, cmd.GetMsgBlock());
-    released->release();
     const std::unique_ptr<BP::CCmd> empty(cmd.NewClone());
     ASSERT_NE(nullptr, empty);
     EXPECT_EQ(nullptr, empty->GetMsgBlock());

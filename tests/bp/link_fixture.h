@@ -1,8 +1,9 @@
 #pragma once
 
 #include "bp/dispatcher.h"
-#include "bp/frame_head.h"
+#include "bp/frame_reader.h"
 #include "bp/net_factory.h"
+#include "support/caught_frames.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
 #include "support/wait_until.h"
@@ -98,10 +99,7 @@ protected:
     }
 
     static ACE_Message_Block* Frame(std::uint16_t type, const std::string& transID, std::size_t bodyBytes) {
-        const std::string bytes = FakePeer::MakeFrame(type, 1, transID, 0, std::string(bodyBytes, 'b'));
-        auto* block = new ACE_Message_Block(bytes.size());
-        block->copy(bytes.data(), bytes.size());
-        return block;
+        return BlockOf(FakePeer::MakeFrame(type, 1, transID, 0, std::string(bodyBytes, 'b')));
     }
 
     void Note(const std::string& event) {

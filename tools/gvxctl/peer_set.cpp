@@ -1,6 +1,6 @@
 #include "gvxctl/peer_set.h"
 
-#include "bp/element_type.h"
+#include "bp/registration.h"
 #include "nss/nss_msg_type.h"
 
 #include <algorithm>

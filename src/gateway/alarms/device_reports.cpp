@@ -4,7 +4,6 @@
 #include "base/log.h"
 #include "bp/cmd.h"
 #include "bp/message_block_ptr.h"
-#include "gvx_common/event/gvx_internal_request.h"
 #include "gvx_common/event/gvx_reactor.h"
 
 #include <cstring>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bp/wake_handler.h"
+#include "bp/poll_reactor.h"
 #include "gateway/intake/intake_acceptor.h"
 #include "gateway/intake/intake_settings.h"
 

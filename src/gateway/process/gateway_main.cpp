@@ -1,5 +1,6 @@
 #include "gateway/process/gateway_main.h"
 
+#include "base/default_logger.h"
 #include "base/log.h"
 #include "gateway/messages/request_body.h"
 #include "gateway/plugins/plugin_guard.h"

@@ -10,7 +10,7 @@
 #include "gateway/plugins/plugin_guard.h"
 #include "gateway/requests/gateway_work.h"
 #include "gvx_common/config/cloud_config_mgr.h"
-#include "gvx_common/event/gvx_internal_request.h"
+#include "bp/cmd.h"
 #include "gvx_common/event/gvx_reactor.h"
 #include "gvx_common/media/media_service.h"
 #include "gvx_common/media_memory/MediaMemPool.h"

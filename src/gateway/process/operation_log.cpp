@@ -1,5 +1,6 @@
 #include "gateway/process/operation_log.h"
 
+#include "base/default_logger.h"
 #include "base/om_adapter.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 

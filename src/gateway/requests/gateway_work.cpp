@@ -4,7 +4,6 @@
 #include "bp/session.h"
 #include "gateway/messages/answer.h"
 #include "gateway/requests/gateway_context.h"
-#include "gvx_common/event/gvx_internal_request.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_type.h"
 
@@ -20,7 +19,6 @@ struct WorkRow {
 };
 
 // What the main-service link's opening feeds in about ourselves; it has no name of its own.
-constexpr std::uint32_t kAlarmControlSelf = 0xDC11;
 
 constexpr WorkRow kWorkRows[] = {
     {NSS_ADD_MAIN_DEV_REQ, &AddMainDevice},
@@ -33,7 +31,7 @@ constexpr WorkRow kWorkRows[] = {
     {NSS_CONFIG_EDIT_REQ, &EditConfig},
     {NSS_SET_GVX_PLUGIN_CONFIG_REQ, &TakeChangedConfig},
     {NSS_NOTIFY_LINK_PORT_TO_GVX_RSP, &ConnectMediaUnit},
-    {kAlarmControlSelf, &TellHeldAlarms},
+    {GVX_INTERNAL_REQ_ALARM_CONTROL, &TellHeldAlarms},
     {NSS_ALARM_CONTRON_REQ, &TellHeldAlarms},
 };
 

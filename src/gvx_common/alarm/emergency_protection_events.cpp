@@ -4,7 +4,7 @@
 #include "base/log.h"
 #include "base/log_fault.h"
 #include "base/zvs_error.h"
-#include "bp/flux_control.h"
+#include "bp/service.h"
 #include "gvx_common/config/config_alarm.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 

@@ -6,8 +6,7 @@
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/alarm/gvx_alarm_texts.h"
 #include "gvx_common/config/cloud_config_mgr.h"
-#include "gvx_common/link/nss_request_head.h"
-#include "gvx_common/link/send_owned.h"
+#include "gvx_common/link/gvx_connection_send.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <cstddef>

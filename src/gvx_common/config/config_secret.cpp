@@ -1,6 +1,7 @@
 #include "gvx_common/config/config_secret.h"
 
 #include "base/log.h"
+#include "base/redact.h"
 
 namespace gvx {
 

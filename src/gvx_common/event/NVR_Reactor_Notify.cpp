@@ -1,7 +1,6 @@
 #include "gvx_common/event/NVR_Reactor_Notify.h"
 
 #include "base/log.h"
-#include "bp/errno_text.h"
 #include "gvx_common/event/NVR_Reactor.h"
 
 #include <ace/Flag_Manip.h>
@@ -46,7 +45,7 @@ int NVR_Reactor_Notify::openEx(NVR_Reactor* reactor, ACE_Timer_Heap*, int disabl
     m_reactor = reactor;
     if (OpenPipe() != 0) {
         const int error = errno;
-        GVX_LOG_ERR(BP::ErrnoText("open notification", error).c_str(),
+        GVX_LOG_ERR(gvx::ErrnoText("open notification", error).c_str(),
                     "failed to open m_notificationPipe.read handle %d,write handle %d",
                     m_notificationPipe.read_handle(), m_notificationPipe.write_handle());
         return -1;
@@ -57,7 +56,7 @@ int NVR_Reactor_Notify::openEx(NVR_Reactor* reactor, ACE_Timer_Heap*, int disabl
     }
     if (ACE::set_flags(m_notificationPipe.read_handle(), O_NONBLOCK) == -1) {
         const int error = errno;
-        GVX_LOG_ERR(BP::ErrnoText("open notification", error).c_str(),
+        GVX_LOG_ERR(gvx::ErrnoText("open notification", error).c_str(),
                     "failed to open set_flags. m_notificationPipe.read_handle ()");
         return -1;
     }
@@ -108,7 +107,7 @@ int NVR_Reactor_Notify::notify(ACE_Event_Handler* handler, ACE_Reactor_Mask mask
     const int error = errno;
     m_bellBroken.store(rung != 0, std::memory_order_relaxed);
     if (rung != 0) {
-        GVX_LOG_ERR(BP::ErrnoText("notify", error).c_str(),
+        GVX_LOG_ERR(gvx::ErrnoText("notify", error).c_str(),
                     "failed to write notification buffer            [eventHandler %p, eventMask %lu] into pipe.",
                     static_cast<void*>(handler), mask);
         return -1;

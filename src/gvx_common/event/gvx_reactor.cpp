@@ -4,7 +4,6 @@
 #include "base/log.h"
 #include "gvx_common/event/NVR_Reactor.h"
 #include "gvx_common/event/QcnReactor.h"
-#include "gvx_common/event/gvx_reactor_thread_state.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <ace/Guard_T.h>
@@ -21,6 +20,7 @@ constexpr std::size_t kDefaultStackBytes = 524288;
 constexpr unsigned int kMaxQueuedCmds = 512;
 constexpr int kSemaphoreMax = 2147483647;
 constexpr unsigned int kLoopErrorPauseSeconds = 1;
+constexpr long kNotifyPauseMicroseconds = 100000;
 
 // An NVR_Reactor and the QcnReactor that it deletes.
 constexpr long kObjectsOfReactor = 2;
@@ -51,6 +51,9 @@ CGvxReactor::CGvxReactor(unsigned long stackSize, const char* threadName) {
 CGvxReactor::~CGvxReactor() {
     if (UnInit() != 0) {
         // The thread could not be told to end. It still uses this object, so nothing of it may go yet.
+        while (m_pReactor->notify(nullptr, ACE_Event_Handler::EXCEPT_MASK) != 0) {
+            ACE_OS::sleep(ACE_Time_Value(0, kNotifyPauseMicroseconds));
+        }
         WaitForThreadEnd();
     }
     FreeSemaphore();
@@ -102,39 +105,32 @@ int CGvxReactor::createResources() {
 }
 
 int CGvxReactor::createServiceThreads() {
-    try {
-        m_threadState = std::make_shared<ThreadState>();
-    } catch (const std::bad_alloc&) {
-        GVX_LOG_ERR("Create gvxReactor service threads fail.", "error code[%d].", ENOMEM);
-        return 1;
-    }
     ACE_thread_t threadID = 0;
     std::size_t stackSize = m_unStackSize;
     const int result = activate(THR_NEW_LWP | THR_DETACHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr,
                                 nullptr, &stackSize, &threadID);
     if (result == -1) {
         const int error = errno;
-        m_threadState.reset();
         GVX_LOG_ERR("Create gvxReactor service threads fail.", "error code[%d].", error);
         return 1;
     }
     CGvxUtility::pthreadSetThreadname(threadID, m_aucThreadName);
     // UnInit looks at what the thread makes first, so the thread has to have come so far.
-    m_threadState->WaitStarted();
+    m_threadStarted.acquire();
     return 0;
 }
 
 int CGvxReactor::svc() {
     if (m_pReactor == nullptr) {
         GVX_LOG_ERR("reactor thread", "reactor  thread exit, resource not created.");
-        m_threadState->Started();
+        m_threadStarted.release();
         return 1;
     }
     m_pReactor->owner(ACE_Thread::self());
     m_pReactor->restart(false);
     m_pReactorEventThreadSemaphore = new (std::nothrow) ACE_Thread_Semaphore(0, nullptr, nullptr, kSemaphoreMax);
     g_bp_memstat += m_pReactorEventThreadSemaphore != nullptr ? 1 : 0;
-    m_threadState->Started();
+    m_threadStarted.release();
     GVX_CHECK_NULL_RETURN(m_pReactorEventThreadSemaphore, 1);
     while (m_bRunFlag) {
         if (m_pReactor->handle_events(nullptr) < 0) {
@@ -149,12 +145,7 @@ int CGvxReactor::svc() {
 }
 
 int CGvxReactor::close(unsigned long) {
-    // The owner may delete this object as soon as it hears of the thread's end.
-    const std::shared_ptr<ThreadState> state = m_threadState;
     GVX_LOG_INFO("reactor thread", "ace task has closed.");
-    if (state != nullptr) {
-        state->EndedIfOwnThread();
-    }
     return 0;
 }
 
@@ -166,9 +157,6 @@ int CGvxReactor::UnInit() {
     if (m_pReactor->notify(nullptr, ACE_Event_Handler::EXCEPT_MASK) != 0) {
         GVX_LOG_ERR("uninit reactor", "Failed to notify reactor, EXCEPT_MASK");
         return 1;
-    }
-    if (m_pReactorEventThreadSemaphore != nullptr) {
-        m_pReactorEventThreadSemaphore->acquire();
     }
     WaitForThreadEnd();
     FreeSemaphore();
@@ -191,19 +179,15 @@ void CGvxReactor::FreeSemaphore() {
     }
 }
 
-// The semaphore tells that the loop has ended; the thread then still leaves through the base class, which uses this
-// object and the thread manager's list.
+// The semaphore tells that the loop has ended. The thread then leaves through the base class, which calls this object
+// once more and takes the thread off the manager's list last.
 void CGvxReactor::WaitForThreadEnd() {
-    if (m_threadState == nullptr) {
-        return;
-    }
-    while (!m_threadState->WaitEnded()) {
-        m_pReactor->notify(nullptr, ACE_Event_Handler::EXCEPT_MASK);
+    if (m_pReactorEventThreadSemaphore != nullptr) {
+        m_pReactorEventThreadSemaphore->acquire();
     }
     while (thr_mgr() != nullptr && thr_mgr()->num_threads_in_task(this) > 0) {
         ACE_Thread::yield();
     }
-    m_threadState.reset();
 }
 
 void CGvxReactor::DropQueue() {
@@ -231,4 +215,72 @@ void CGvxReactor::IncreaseHistoryTrackNum() {
 void CGvxReactor::DecreaseHistoryTrackNum() {
     ACE_Guard<ACE_Thread_Mutex> guard(m_EventHdMutex);
     --m_historyTrackNum;
+}
+
+int CGvxReactor::RegistHandle(ACE_Event_Handler* handler, unsigned long mask) {
+    if (handler == nullptr || m_pReactor == nullptr) {
+        return 1;
+    }
+    if (m_pReactor->register_handler(handler, mask) != 0) {
+        const int error = errno;
+        GVX_LOG_ERR("Register handler fail, ", "handle[%p], mask[%d], error code[%d]", static_cast<void*>(handler),
+                    static_cast<int>(mask), error);
+        return 1;
+    }
+    handler->reactor(m_pReactor);
+    GVX_LOG_INFO("register handler", "Register handler success, handle[%p], mask[%lu].", static_cast<void*>(handler),
+                 mask);
+    return 0;
+}
+
+int CGvxReactor::UnRegistHandle(const ACE_Event_Handler* handler, unsigned long mask) {
+    if (handler == nullptr || m_pReactor == nullptr) {
+        GVX_LOG_ERR_CODE("Unregister handler fail, ", ZVS_NULL_POINTER, "handle[%p], reactor[%p]",
+                         static_cast<const void*>(handler), static_cast<void*>(m_pReactor));
+        return 1;
+    }
+    // remove_handler of the base type would reach the inert implementation.
+    auto* reactor = dynamic_cast<NVR_Reactor*>(handler->reactor());
+    if (reactor == nullptr) {
+        GVX_LOG_ERR("Unregister handler fail, ", "can't find reactor from the handle[%p], mask[%d]",
+                    static_cast<const void*>(handler), static_cast<int>(mask));
+        return 1;
+    }
+    if (reactor->remove_handler(handler->get_handle(), mask) != 0) {
+        const int error = errno;
+        GVX_LOG_WARN("Unregister handler fail, ", "handle[%p] mask[%lu], error code[%d]",
+                     static_cast<const void*>(handler), mask, error);
+    }
+    return 0;
+}
+
+long CGvxReactor::RegistTimer(ACE_Event_Handler* handler, const void* arg, const ACE_Time_Value& delay,
+                              const ACE_Time_Value& interval) {
+    if (handler == nullptr || m_pReactor == nullptr) {
+        GVX_LOG_ERR_CODE("Register timer fail, ", ZVS_NULL_POINTER, "handle[%p], reactor[%p]",
+                         static_cast<void*>(handler), static_cast<void*>(m_pReactor));
+        return -1;
+    }
+    const long timerId = m_pReactor->schedule_timer(handler, arg, delay, interval);
+    handler->reactor(m_pReactor);
+    GVX_LOG_INFO("register timer", "Register timer, handle[%p] timerID[%ld].", static_cast<void*>(handler), timerId);
+    return timerId;
+}
+
+int CGvxReactor::UnRegistTimer(long timerId, int dontCall) {
+    if (timerId == -1 || m_pReactor == nullptr) {
+        GVX_LOG_ERR("cancel timer fail, ", "timerId[%ld].", timerId);
+        return 1;
+    }
+    if (m_pReactor->cancel_timer(timerId, nullptr, dontCall) == 0) {
+        const int error = errno;
+        GVX_LOG_ERR("cancel timer fail, ", "timerId[%ld], errno[%d].", timerId, error);
+        return 1;
+    }
+    GVX_LOG_INFO("cancel timer", "Cancel timer success, timerID[%ld].", timerId);
+    return 0;
+}
+
+int CGvxReactor::notify(ACE_Event_Handler* handler, unsigned long mask) {
+    return m_pReactor != nullptr ? m_pReactor->notify(handler, mask, nullptr) : 1;
 }

@@ -83,9 +83,6 @@ public:
     int svc() override;
 
 private:
-    // Lets the owner wait for the thread, which outlives its use of the reactor by a few instructions.
-    class ThreadState;
-
     void classMemberInit();
     int createResources();
     int createServiceThreads();
@@ -116,5 +113,5 @@ private:
     CCmdQueue m_queueCmd;                   // Guarded by m_mutexCmd.
     ACE_Recursive_Thread_Mutex m_mutexCmd;  // Never held across notify or a session.
     unsigned int m_iMaxCmdCnt = 0;
-    std::shared_ptr<ThreadState> m_threadState;  // shared with the thread
+    ACE_Thread_Semaphore m_threadStarted{0};  // given when the thread has made all that UnInit looks at
 };

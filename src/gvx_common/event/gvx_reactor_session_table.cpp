@@ -1,6 +1,6 @@
 #include "gvx_common/event/gvx_reactor_session_table.h"
 
-#include "gvx_common/event/gvx_internal_request.h"
+#include "bp/cmd.h"
 #include "nss/nss_msg_type.h"
 
 #include <algorithm>
@@ -115,7 +115,7 @@ constexpr std::uint32_t kDeviceAlarm[] = {
     NSS_SET_ALARM_OUT_STATE_REQ,
     NSS_SET_PU_CAMERA_RULE_REQ,
     NSS_GET_PU_CAMERA_RULE_REQ,
-    0xDC11,  // a number without a name
+    GVX_INTERNAL_REQ_ALARM_CONTROL,
     NSS_ADD_GVX_ALARM_TYPE_REPORT_RSP,
     NSS_SET_AUDIO_ALARM_PARA_REQ,
     NSS_GET_AUDIO_ALARM_PARA_REQ,

@@ -1,11 +1,12 @@
 #include "gvx_common/link/gvx_connection_mgr.h"
 
-#include "base/bounded_string.h"
+#include "base/cbb_xml.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "base/net_interface.h"
-#include "bp/element_type.h"
 #include "bp/message_block_ptr.h"
 #include "bp/net_factory.h"
+#include "bp/registration.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "nss/nss_msg.h"
 
@@ -19,8 +20,8 @@
 namespace {
 
 constexpr std::size_t kPeerNameLength = 3;    // "SCU", "GVX"
-constexpr std::size_t kPeerPrefixLength = 4;  // "SCU#"
-constexpr unsigned short kAlarmControlSelf = 0xDC11;
+constexpr std::size_t kPeerPrefixLength = 4;  // "SCU#", "GVX#"
+constexpr unsigned short kAlarmControlSelf = GVX_INTERNAL_REQ_ALARM_CONTROL;
 
 std::array<std::atomic<MainServiceObserver>, 2> g_mainServiceSteps{};  // by MainServiceStep
 
@@ -40,6 +41,12 @@ CGvxConnection MakeConnection(const std::string& linkId, int elementType, const 
     connection.SetElementIP(ip);
     connection.SetElementPort(port);
     return connection;
+}
+
+void BeginContent(CBB::CXml& xml) {
+    xml.AddDeclaration("1.0", "UTF-8");
+    xml.AddElem("Content");
+    xml.IntoElem();
 }
 
 }  // namespace
@@ -287,7 +294,7 @@ void CGvxConnectionMgr::OnGVXMainServiceLinkClosed(const std::string& /*linkId*/
 
 void CGvxConnectionMgr::ReportLinkEvent(const std::string& linkId, LINKCLOSE_NET_ELE_E event) {
     ADAPTER_COMMON_MESSAGE SdkParms{};
-    if (strncpy_s(SdkParms.chNetEleLinkId, sizeof(SdkParms.chNetEleLinkId), linkId.c_str(), linkId.size()) != 0) {
+    if (!gvx::PutText(SdkParms.chNetEleLinkId, linkId)) {
         GVX_LOG_ERR("Report link event", "strncpy_s SdkParms.chNetEleLinkId failed!");
         return;
     }
@@ -350,4 +357,55 @@ void CGvxConnectionMgr::SetException(GvxExceptionCallback pException) {
         return;
     }
     m_pException = pException;
+}
+
+void CGvxConnectionMgr::SendQueryLinkPortToScu(const std::string& linkId) {
+    CBB::CXml xml;
+    xml.AddDeclaration("1.0", "UTF-8");
+    xml.AddElem("Content", "query");
+    SendReqMsgWithXml(BP::SUBSYS_SCU, kElementSCU, NSS_NOTIFY_LINK_PORT_TO_GVX_REQ, xml, linkId, std::string());
+    GVX_LOG_INFO("Query link port", "msg type[0x02D4][NSS_NOTIFY_LINK_PORT_TO_GVX_REQ]. linkID=%s", linkId.c_str());
+}
+
+bool CGvxConnectionMgr::OwnNodeText(std::string& ownId, std::string& nodeText) {
+    ownId = GvxConfigMgr()->GetGvxNetElementID();
+    if (ownId.size() < kPeerPrefixLength) {
+        GVX_LOG_ERR_CODE("Own network element identifier", ZVS_BP_ERROR,
+                         "substr start index[%d] > strGvxNetElementID.length[%d]", static_cast<int>(kPeerPrefixLength),
+                         static_cast<int>(ownId.size()));
+        return false;
+    }
+    nodeText = ownId.substr(kPeerPrefixLength);
+    return true;
+}
+
+void CGvxConnectionMgr::SendQueryCGInfoToScu() {
+    std::string id;
+    std::string node;
+    CBB::CXml xml;
+    if (!OwnNodeText(id, node)) {
+        return;
+    }
+    BeginContent(xml);
+    xml.AddElem("ClusterHeader");
+    xml.IntoElem();
+    xml.AddElem("MsyType", "");
+    xml.AddElem("SrcNodeID", node.c_str());
+    xml.AddElem("SrcContainerType", "");
+    xml.AddElem("DstNodeID", node.c_str());
+    xml.AddElem("DstContainerType", "");
+    SendReqMsgWithXml(BP::SUBSYS_SCU, kElementSCU, NSS_QUERY_GVX_TYPE_REQ, xml, id.replace(0, 3, "SCU"), std::string());
+}
+
+void CGvxConnectionMgr::SendGet35114SevCfgParamReqToOMU() {
+    std::string id;
+    std::string node;
+    CBB::CXml xml;
+    if (!OwnNodeText(id, node)) {
+        return;
+    }
+    BeginContent(xml);
+    xml.AddElem("NodeCode", node.c_str());
+    xml.AddElem("ConfigType", "GB35114_CFG");
+    SendReqMsgWithXml(BP::SUBSYS_OMU, kElementOMU, NSS_GET_GB35114_CONF_REQ, xml, GetOmuLinkId(), std::string());
 }

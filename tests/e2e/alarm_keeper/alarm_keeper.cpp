@@ -1,7 +1,7 @@
 #include "base/alarm_store.h"
 #include "base/log.h"
 #include "bp/dispatcher.h"
-#include "bp/flux_control.h"
+#include "bp/service.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/config/cloud_config_mgr.h"
 #include "gvx_common/link/gvx_connection_mgr.h"

@@ -2,7 +2,7 @@
 
 #include "base/bounded_string.h"
 #include "bp/dispatcher.h"
-#include "bp/flux_control.h"
+#include "bp/service.h"
 
 #include <ace/Message_Block.h>
 

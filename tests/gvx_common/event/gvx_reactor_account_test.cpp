@@ -1,7 +1,7 @@
 #include "gvx_common/event/gvx_reactor.h"
 
 #include "event_test_support.h"
-#include "gvx_common/event/gvx_internal_request.h"
+#include "bp/cmd.h"
 #include "support/recording_logger.h"
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 #include "base/log.h"
 #include "bp/service.h"
 #include "event_test_support.h"
-#include "gvx_common/event/gvx_internal_request.h"
+#include "bp/cmd.h"
 #include "gvx_common/records/adapter_common_message.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"

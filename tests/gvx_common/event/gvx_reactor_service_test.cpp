@@ -4,7 +4,7 @@
 #include "bp/service.h"
 #include "event_test_support.h"
 #include "gvx_common/event/gvx_dev_reactor_mgr.h"
-#include "gvx_common/event/gvx_internal_request.h"
+#include "bp/cmd.h"
 #include "gvx_common/event/gvx_reactor_session_table.h"
 #include "support/recording_logger.h"
 
