@@ -2,10 +2,11 @@
 
 #include "bp/cmd.h"
 #include "bp/session.h"
-#include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/event/gvx_reactor.h"
 #include "nss/nss_msg_header.h"
 #include "nss/nss_msg_type.h"
+#include "support/caught_frames.h"
+#include "support/settings_folder.h"
 #include "support/wait_until.h"
 
 #include <ace/Event_Handler.h>
@@ -15,14 +16,9 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -62,9 +58,7 @@ public:
         return *this;
     }
     TestCmd& Block(const void* bytes, std::size_t size) {
-        auto* block = new ACE_Message_Block(size);
-        block->copy(static_cast<const char*>(bytes), size);
-        m_cmd.SetMsgBlock(block);
+        m_cmd.SetMsgBlock(BlockOf(std::string(static_cast<const char*>(bytes), size)));
         return *this;
     }
     // Counts this command and its clones in live.
@@ -169,40 +163,9 @@ private:
     std::shared_ptr<State> m_state = std::make_shared<State>();
 };
 
-// One setting for a scope; none at its end. Reads from a folder of its own.
-class ScopedSetting {
-public:
-    ScopedSetting(const std::string& key, const std::string& value) {
-        char pattern[] = "/tmp/gvx_event_XXXXXX";
-        m_folder = ::mkdtemp(pattern);
-        const char* former = std::getenv("GVX_CONFIG_DIR");
-        m_former = former != nullptr ? former : "/etc/gvx";
-        ::setenv("GVX_CONFIG_DIR", m_folder.c_str(), 1);
-        std::filesystem::create_directory(m_folder + "/alarm");
-        std::ofstream(m_folder + "/alarm/gvx_nvt_alarm_description.xml")
-            << "<AlarmInfoList><AlarmInfo><AlarmType>ALARM_DISK_FULL</AlarmType></AlarmInfo></AlarmInfoList>";
-        Load(key + " = " + value + "\n");
-        EXPECT_EQ(value, CGvxConfigMgr::Instance()->GetConfValue(key, "absent"));
-    }
-    ~ScopedSetting() {
-        Load("");
-        ::setenv("GVX_CONFIG_DIR", m_former.c_str(), 1);
-        std::error_code ignored;
-        std::filesystem::remove_all(m_folder, ignored);
-    }
-
-private:
-    void Load(const std::string& settings) {
-        std::ofstream(m_folder + "/zvs_gvx.conf") << "[GVX]\n" << settings;
-        CGvxConfigMgr::Instance()->Init();
-    }
-    std::string m_folder;
-    std::string m_former;
-};
-
 // Two connected stream sockets that close themselves.
 struct SocketPair {
-    SocketPair() { EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends)); }
+    SocketPair() { EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends)); }
     ~SocketPair() {
         CloseOurs();
         ClosePeer();

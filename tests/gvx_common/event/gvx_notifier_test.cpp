@@ -71,13 +71,4 @@ TEST_F(GvxNotifierTest, ObjectDoesNotObserveItself) {
     EXPECT_EQ("aself", g_calls) << "but others";
 }
 
-TEST_F(GvxNotifierTest, MessageLivesAsLongAsItsLastHolder) {
-    m_notifier.Attach(&m_a);
-    m_notifier.Notify(Message());
-    ASSERT_NE(nullptr, m_a.m_kept);
-    EXPECT_EQ(EN_GVX_MESSAGE_TYPE_MAIN_DEVICE_ONLINE, m_a.m_kept->GetMessageType());
-    EXPECT_EQ(1, m_a.m_kept.use_count());
-    EXPECT_EQ(EN_GVX_MESSAGE_TYPE_MAX, GvxMessage().GetMessageType());
-}
-
 }  // namespace

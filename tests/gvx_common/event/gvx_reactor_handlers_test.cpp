@@ -4,10 +4,9 @@
 #include "gvx_common/event/gvx_reactor_mgr.h"
 #include "support/recording_logger.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <set>
 
 #include <pthread.h>
 
@@ -34,11 +33,8 @@ TEST(GvxReactorHandlers, RegisteredHandlerIsServedAndUnregisteredThroughAnyReact
 TEST(GvxReactorHandlers, UnregisteringWhatNoReactorKnows) {
     CGvxReactor reactor;
     RecordingHandler handler(0);
-    ScopedRecordingLogger log;
     EXPECT_EQ(1, reactor.UnRegistHandle(&handler, kRead));
-    EXPECT_TRUE(log->Contains("can't find reactor from the handle["));
     EXPECT_EQ(1, reactor.UnRegistHandle(nullptr, kRead));
-    EXPECT_TRUE(log->Contains("ZVS_NULL_POINTER"));
     RecordingHandler unusable(-1);
     EXPECT_EQ(1, reactor.RegistHandle(&unusable, kRead));
     EXPECT_EQ(nullptr, unusable.reactor());
@@ -71,12 +67,7 @@ TEST(GvxReactorHandlers, TimersRunOnTheReactorsThreadAndEnd) {
     EXPECT_EQ(-1, reactor.RegistTimer(nullptr, nullptr, ACE_Time_Value::zero, ACE_Time_Value::zero));
     reactor.UnInit();  // a call that was on its way is over
     EXPECT_EQ("Timers", handler.m_threadName);
-    const std::string number = std::to_string(id);
-    EXPECT_TRUE(log->Contains("] timerID[" + number + "].", "register timer"));
-    EXPECT_TRUE(log->Contains("Cancel timer success, timerID[" + number + "]."));
-    EXPECT_TRUE(log->Contains("timerId[" + number + "], errno[", "cancel timer fail, "));
-    EXPECT_TRUE(log->Contains("timerId[-1].", "cancel timer fail, "));
-    EXPECT_TRUE(log->Contains("reactor[", "Register timer fail, "));
+    EXPECT_TRUE(log->Contains("Cancel timer success, timerID[" + std::to_string(id) + "]."));
 }
 
 TEST(GvxReactorHandlers, NotifyCallsTheHandler) {
@@ -103,43 +94,29 @@ int ThreadsNamed(const std::string& wanted) {
 TEST(GvxReactorManagerTest, TwentyOneThreadsOneOfEachReactor) {
     EXPECT_TRUE(WaitUntil([] { return ThreadsNamed("gvx") == 21; })) << ThreadsNamed("gvx");
     CGvxReactorManager* manager = CGvxReactorManager::Instance();
-    std::vector<pthread_t> threads;
-    const auto runOne = [&](const std::function<long(ThreadNoting&)>& regist) {
+    std::set<pthread_t> threads;
+    for (int index = -1; index < CGvxReactorManager::kSnapshotReactors; ++index) {  // -1: the general one
         ThreadNoting handler;
-        EXPECT_NE(-1, regist(handler));
+        const auto regist = [&](const ACE_Time_Value& delay) {
+            return index < 0 ? manager->RegistTimer(&handler, nullptr, delay, ACE_Time_Value::zero)
+                             : manager->RegistSnapshotTimer(&handler, nullptr, delay, ACE_Time_Value::zero, index);
+        };
+        const long never = regist(ACE_Time_Value(3600));
+        EXPECT_EQ(0, index < 0 ? manager->UnRegistTimer(never, 1) : manager->UnRegistSnapshotTimer(index, never, 1));
+        EXPECT_NE(-1, regist(ACE_Time_Value::zero));
         ASSERT_TRUE(WaitUntil([&] { return handler.WasCalled(); }));
         EXPECT_EQ("gvx", handler.m_threadName);
-        threads.push_back(handler.m_thread);
-    };
-    runOne([&](ThreadNoting& handler) {
-        return manager->RegistTimer(&handler, nullptr, ACE_Time_Value::zero, ACE_Time_Value::zero);
-    });
-    for (int index = 0; index < CGvxReactorManager::kSnapshotReactors; ++index) {
-        runOne([&](ThreadNoting& handler) {
-            return manager->RegistSnapshotTimer(&handler, nullptr, ACE_Time_Value::zero, ACE_Time_Value::zero, index);
-        });
+        threads.insert(handler.m_thread);
     }
-    std::sort(threads.begin(), threads.end());
-    EXPECT_EQ(threads.end(), std::unique(threads.begin(), threads.end()));
     EXPECT_EQ(21u, threads.size());
-}
-
-TEST(GvxReactorManagerTest, FixedReactorsRunFromTheStart) {
-    CGvxReactorManager* manager = CGvxReactorManager::Instance();
-    EXPECT_EQ(manager, GvxReactorManager());
-    RecordingHandler handler;
-    for (int index = 0; index < CGvxReactorManager::kSnapshotReactors; ++index) {
-        const long id =
-            manager->RegistSnapshotTimer(&handler, nullptr, ACE_Time_Value(3600), ACE_Time_Value::zero, index);
-        ASSERT_NE(-1, id);
-        EXPECT_EQ(0, manager->UnRegistSnapshotTimer(index, id, 1));
-        EXPECT_EQ(1, manager->UnRegistSnapshotTimer(index, id, 1));
-    }
     ScopedRecordingLogger log;
     EXPECT_EQ(-1, manager->UnRegistSnapshotTimer(20, 5, 1));
     EXPECT_EQ(-1, manager->UnRegistSnapshotTimer(-1, 5, 1));
     EXPECT_TRUE(log->Contains("timerId[5], reactor index[20].", "cancel Snapshot timer fail, "));
+}
 
+TEST(GvxReactorManagerTest, HandlersGoToTheGeneralReactor) {
+    CGvxReactorManager* manager = CGvxReactorManager::Instance();
     SocketPair pair;
     RecordingHandler reader(pair.ends[0]);
     reader.Answer({-2});
@@ -147,9 +124,6 @@ TEST(GvxReactorManagerTest, FixedReactorsRunFromTheStart) {
     pair.Send("x");
     EXPECT_TRUE(WaitUntil([&] { return reader.WasCalled(); }));
     EXPECT_EQ(0, manager->UnRegistHandle(&reader, kRead));
-    EXPECT_EQ(0, manager->notify(nullptr, ACE_Event_Handler::EXCEPT_MASK));
-    const long id = manager->RegistTimer(&handler, nullptr, ACE_Time_Value(3600), ACE_Time_Value::zero);
-    EXPECT_EQ(0, manager->UnRegistTimer(id, 1));
 }
 
 }  // namespace

@@ -42,22 +42,16 @@ protected:
 
 TEST_F(NvrReactorTest, MaskTranslation) {
     EXPECT_EQ(EPOLLPRI, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::NULL_MASK));
-    EXPECT_EQ(EPOLLIN, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::ACCEPT_MASK));
     EXPECT_EQ(EPOLLIN | EPOLLOUT, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::CONNECT_MASK));
     EXPECT_EQ(EPOLLIN | EPOLLOUT | EPOLLPRI, m_reactor.reactor_mask_to_poll_event(kRead | kWrite | kExcept));
-    EXPECT_EQ(0, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::TIMER_MASK));
 }
 
 TEST_F(NvrReactorTest, RegistrationRefusesWhatCannotBeServed) {
-    ScopedRecordingLogger log;
     EXPECT_EQ(-1, m_reactor.register_handler(nullptr, kRead));
-    EXPECT_TRUE(log->Contains("handler is NULL."));
     EXPECT_EQ(-1, m_reactor.register_handler(-1, &m_handler, kRead));
     EXPECT_EQ(-1, m_reactor.register_handler(m_pair.ends[0], &m_handler, 0));
-    EXPECT_EQ(2u, log->Count("invalid handle["));
     EXPECT_EQ(-1, m_reactor.remove_handler(nullptr, kRead));
     EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kRead));
-    EXPECT_TRUE(log->Contains("cannot find handle["));
 }
 
 TEST_F(NvrReactorTest, SecondRegistrationFailsAndLeavesTheFirst) {
@@ -70,18 +64,12 @@ TEST_F(NvrReactorTest, SecondRegistrationFailsAndLeavesTheFirst) {
     EXPECT_EQ("", other.Calls());
 }
 
-TEST_F(NvrReactorTest, InputThatAnswersZeroIsArmedAgain) {
-    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
-    m_pair.Send("x");
-    Passes(2);
-    EXPECT_EQ("input input", m_handler.Calls());
-}
-
 TEST_F(NvrReactorTest, OutputThatAnswersZeroStaysSilentUntilRegisteredAnew) {
-    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kWrite));
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead | kWrite));
+    m_pair.Send("x");
     Passes(3);
-    EXPECT_EQ("output", m_handler.Calls());
-    ASSERT_EQ(0, m_reactor.remove_handler(&m_handler, kWrite));
+    EXPECT_EQ("output", m_handler.Calls()) << "one of several ready events is served";
+    ASSERT_EQ(0, m_reactor.remove_handler(&m_handler, kRead | kWrite));
     ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kWrite));
     Pass();
     EXPECT_EQ("output", m_handler.Calls());
@@ -90,6 +78,8 @@ TEST_F(NvrReactorTest, OutputThatAnswersZeroStaysSilentUntilRegisteredAnew) {
 TEST_F(NvrReactorTest, AnswerOfTheHandlerDecides) {
     ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
     m_pair.Send("x");
+    Passes(2);
+    EXPECT_EQ("input input", m_handler.Calls()) << "0: armed again";
     m_handler.Answer({1, 1, 0});
     Pass();
     EXPECT_EQ("input input input", m_handler.Calls()) << "above 0: again on the same pass";
@@ -103,13 +93,6 @@ TEST_F(NvrReactorTest, AnswerOfTheHandlerDecides) {
     m_handler.Answer({-2});
     Passes(2);
     EXPECT_EQ("input", m_handler.Calls()) << "below -1: neither closed nor armed";
-}
-
-TEST_F(NvrReactorTest, OneOfSeveralReadyEventsIsServed) {
-    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead | kWrite));
-    m_pair.Send("x");
-    Passes(2);
-    EXPECT_EQ("output", m_handler.Calls());
 }
 
 TEST_F(NvrReactorTest, DataOutranksHangUpAndBareHangUpRemoves) {
@@ -140,30 +123,25 @@ TEST_F(NvrReactorTest, RemovalAnswersEpollsRefusalAndForgetsAnyway) {
     const int handle = m_pair.ends[0];
     m_pair.CloseOurs();
     EXPECT_EQ(-1, m_reactor.remove_handler(handle, kRead));
-    ScopedRecordingLogger log;
+    const ScopedRecordingLogger log;
     EXPECT_EQ(-1, m_reactor.remove_handler(handle, kRead));
     EXPECT_TRUE(log->Contains("cannot find handle["));
 }
 
-class SelfRemovingHandler : public RecordingHandler {
-public:
-    SelfRemovingHandler(NVR_Reactor& owner, int handle) : RecordingHandler(handle), m_owner(owner) {}
-    int handle_input(ACE_HANDLE) override {
-        ++m_inputs;
-        return m_owner.remove_handler(this, kRead);
-    }
-    int m_inputs = 0;
-
-private:
-    NVR_Reactor& m_owner;
-};
-
 TEST_F(NvrReactorTest, HandlerMayRemoveItselfWhileItRuns) {
-    SelfRemovingHandler handler(m_reactor, m_pair.ends[0]);
+    class SelfRemovingHandler : public RecordingHandler {
+    public:
+        using RecordingHandler::RecordingHandler;
+        int handle_input(ACE_HANDLE handle) override {
+            RecordingHandler::handle_input(handle);
+            return static_cast<NVR_Reactor*>(reactor())->remove_handler(this, kRead);
+        }
+    } handler(m_pair.ends[0]);
     ASSERT_EQ(0, m_reactor.register_handler(&handler, kRead));
+    handler.reactor(&m_reactor);
     m_pair.Send("x");
     Passes(2);
-    EXPECT_EQ(1, handler.m_inputs);
+    EXPECT_EQ("input", handler.Calls());
 }
 
 TEST_F(NvrReactorTest, EventTakenTogetherWithATimerIsNotDispatched) {
@@ -187,17 +165,7 @@ TEST_F(NvrReactorTest, EventTakenTogetherWithATimerIsNotDispatched) {
     reactor.close();
 }
 
-TEST_F(NvrReactorTest, OneTimerAPass) {
-    RecordingHandler timer;
-    ASSERT_NE(-1, m_reactor.schedule_timer(&timer, nullptr, ACE_Time_Value::zero));
-    ASSERT_NE(-1, m_reactor.schedule_timer(&timer, nullptr, ACE_Time_Value::zero));
-    EXPECT_EQ(1, Pass());
-    EXPECT_EQ("timeout", timer.Calls());
-    EXPECT_EQ(1, Pass());
-    EXPECT_EQ("timeout", timer.Calls());
-}
-
-TEST_F(NvrReactorTest, TimersAreCancelledByIdAlone) {
+TEST_F(NvrReactorTest, OneTimerAPassAndCancelledByIdAlone) {
     RecordingHandler byId;
     RecordingHandler byHandler;
     const long id = m_reactor.schedule_timer(&byId, nullptr, ACE_Time_Value::zero);
@@ -205,9 +173,13 @@ TEST_F(NvrReactorTest, TimersAreCancelledByIdAlone) {
     EXPECT_EQ(0, m_reactor.cancel_timer(&byHandler));
     EXPECT_EQ(1, m_reactor.cancel_timer(id));
     EXPECT_EQ(0, m_reactor.cancel_timer(id));
-    Passes(3);
+    ASSERT_NE(-1, m_reactor.schedule_timer(&byHandler, nullptr, ACE_Time_Value::zero));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(1, Pass());
+        EXPECT_EQ("timeout", byHandler.Calls());
+    }
+    Pass();
     EXPECT_EQ("", byId.Calls());
-    EXPECT_EQ("timeout", byHandler.Calls());
 }
 
 // "S" for a thread of this process that waits in the kernel; empty for one that is not there.
@@ -237,18 +209,6 @@ TEST_F(NvrReactorTest, ScheduleFromAnotherThreadShortensAnEndlessWait) {
     EXPECT_EQ("timeout", timer.Calls());
 }
 
-TEST_F(NvrReactorTest, EachPassServesOneNotification) {
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(0, m_reactor.notify(&m_handler, kExcept));
-    }
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(1, Pass());
-        EXPECT_EQ("exception", m_handler.Calls());
-    }
-    EXPECT_EQ(0, Pass()) << "and the bell is silent then";
-    EXPECT_EQ("", m_handler.Calls());
-}
-
 // Rings while the loop takes the last item of the queue must not be emptied out with the pipe.
 TEST_F(NvrReactorTest, NotificationsOfManyThreadsAllArrive) {
     class Counter : public ACE_Event_Handler {
@@ -257,14 +217,10 @@ TEST_F(NvrReactorTest, NotificationsOfManyThreadsAllArrive) {
             ++m_calls;
             return 0;
         }
-        std::atomic<int> m_calls{0};
+        int m_calls = 0;  // of the loop's thread
     } counter;
     constexpr int kThreads = 3;
     constexpr int kRings = 5000;
-    std::thread loop([&] {
-        while (counter.m_calls < kThreads * kRings && m_reactor.handle_events(nullptr) >= 0) {
-        }
-    });
     std::vector<std::thread> ringers;
     for (int i = 0; i < kThreads; ++i) {
         ringers.emplace_back([&] {
@@ -276,13 +232,14 @@ TEST_F(NvrReactorTest, NotificationsOfManyThreadsAllArrive) {
             }
         });
     }
+    for (int idle = 0; counter.m_calls < kThreads * kRings && idle < 3;) {
+        ACE_Time_Value wait(10);
+        idle = m_reactor.handle_events(&wait) > 0 ? 0 : idle + 1;
+    }
+    EXPECT_EQ(kThreads * kRings, counter.m_calls);
     for (std::thread& ringer : ringers) {
         ringer.join();
     }
-    EXPECT_TRUE(WaitUntil([&] { return counter.m_calls == kThreads * kRings; }));
-    counter.m_calls = kThreads * kRings;
-    m_reactor.notify(nullptr, kExcept);
-    loop.join();
 }
 
 TEST_F(NvrReactorTest, NotificationCallsWhatItsMaskNames) {
@@ -315,11 +272,12 @@ TEST_F(NvrReactorTest, DoorbellNeverBlocksAndLosesNothing) {
     for (int i = 0; i < kRings; ++i) {
         ASSERT_EQ(0, m_reactor.notify(&m_handler, kExcept));
     }
-    int served = 0;
-    while (Pass() == 1 && !m_handler.Calls().empty()) {
-        ++served;
+    for (int i = 0; i < kRings; ++i) {
+        ASSERT_EQ(1, Pass());
+        ASSERT_EQ("exception", m_handler.Calls()) << "each pass serves one";
     }
-    EXPECT_EQ(kRings, served);
+    EXPECT_EQ(0, Pass()) << "and the bell is silent then";
+    EXPECT_EQ("", m_handler.Calls());
 }
 
 TEST_F(NvrReactorTest, PurgedNotificationsAreNotServed) {
@@ -337,13 +295,11 @@ TEST_F(NvrReactorTest, HandleMapIsClosedWithTheReactor) {
     EXPECT_TRUE(log->Contains(":ClearHandleMap begin to clear handlemap,size[2]")) << "the handler and the bell";
     EXPECT_FALSE(m_reactor.IsUsable());
     EXPECT_EQ(-1, m_reactor.handle_events(nullptr));
-    EXPECT_TRUE(log->Contains("m_timerQueue is NULL."));
     EXPECT_EQ(1, m_reactor.notify(&m_handler, kExcept));
-    EXPECT_TRUE(log->Contains(" failed to notify:m_notifyHandler is NULL."));
     EXPECT_EQ(-1, m_reactor.WakeUpTimer());
-    EXPECT_TRUE(log->Contains("failed to excute WakeUpTimer.[") && log->Lines().back().text.back() == '.');
     EXPECT_EQ(-1, m_reactor.schedule_timer(&m_handler, nullptr, ACE_Time_Value::zero));
     EXPECT_EQ(0, m_reactor.cancel_timer(1L));
+    EXPECT_EQ(-1, m_reactor.DispatchIoEvent(nullptr, 1));
 }
 
 TEST_F(NvrReactorTest, BaseTypeReachesTheInertImplementation) {
@@ -354,10 +310,6 @@ TEST_F(NvrReactorTest, BaseTypeReachesTheInertImplementation) {
     EXPECT_TRUE(base.restart());
     EXPECT_TRUE(base.uses_event_associations());
     EXPECT_EQ(0, base.lock().acquire());
-}
-
-TEST_F(NvrReactorTest, NullEventArrayIsRefused) {
-    EXPECT_EQ(-1, m_reactor.DispatchIoEvent(nullptr, 1));
 }
 
 TEST(NvrReactorDescriptors, AreClosedOnExec) {
