@@ -8,15 +8,10 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -142,52 +137,6 @@ TEST_F(AlarmStore, TakesItemsFromManyThreads) {
         thread.join();
     }
     EXPECT_EQ(Stored().size(), 40u);
-}
-
-// Adds items for ever, telling each success through the pipe.
-[[noreturn]] void AddUntilKilled(const std::string& path, int pipeEnd) {
-    if (ZVS_AlarmInit(path.c_str()) != 0) {
-        _exit(1);
-    }
-    for (int i = 0;; ++i) {
-        Alarm_Item item{};
-        snprintf_s(item.AlarmInfo, sizeof(item.AlarmInfo), sizeof(item.AlarmInfo), "%d", i);
-        if (ZVS_AddAlarmItem(&item) != 0 || write(pipeEnd, "x", 1) != 1) {
-            _exit(1);
-        }
-    }
-}
-
-TEST_F(AlarmStore, HasEveryAnsweredItemAfterAKill) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        AddUntilKilled(m_path, ends[1]);
-    }
-    close(ends[1]);
-    std::size_t answered = 0;
-    char mark = 0;
-    while (answered < 50 && read(ends[0], &mark, 1) == 1) {
-        ++answered;
-    }
-    kill(child, SIGKILL);
-    while (read(ends[0], &mark, 1) == 1) {
-        ++answered;
-    }
-    close(ends[0]);
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFSIGNALED(status));
-    ASSERT_GE(answered, 50u);
-
-    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
-    const std::vector<std::string> stored = Stored();
-    ASSERT_GE(stored.size(), answered);
-    for (std::size_t i = 0; i < stored.size(); ++i) {
-        ASSERT_EQ(stored[i], ":" + std::to_string(i));
-    }
 }
 
 }  // namespace

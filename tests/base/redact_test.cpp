@@ -1,4 +1,3 @@
-#include "base/om_adapter.h"
 #include "base/redact.h"
 
 #include <gtest/gtest.h>

@@ -58,79 +58,35 @@ TEST_F(NssMsgTypeTable, PutsAResponse0x9000AboveItsRequestUnlessItIsListedElsewh
         }
     }
     EXPECT_EQ(elsewhere, (std::set<std::string>{"NSS_BA_STOP_AREA_COVERAGE_LEARNING_RSP", "NSS_DEL_MAP_INFO_RSP"}));
-    EXPECT_EQ(NSS_BA_STOP_AREA_COVERAGE_LEARNING_REQ, 0x0903);
     EXPECT_EQ(NSS_BA_STOP_AREA_COVERAGE_LEARNING_RSP, 0x9904);
-    EXPECT_EQ(NSS_DEL_MAP_INFO_REQ, 0x0D93);
     EXPECT_EQ(NSS_DEL_MAP_INFO_RSP, 0x9D94);
-}
-
-TEST(NssMsgType, HasTheValuesThatTheGatewaySpeaks) {
-    EXPECT_EQ(NSS_BP_REGISTER_REQ, 0x0000);
-    EXPECT_EQ(NSS_KEEPALIVE_REQ, 0x0002);
-    EXPECT_EQ(NSS_ADD_MAIN_DEV_REQ, 0x0109);
-    EXPECT_EQ(NSS_DEL_MAIN_DEV_REQ, 0x0110);
-    EXPECT_EQ(NSS_DEV_STATUS_REPORT_REQ, 0x012D);
-    EXPECT_EQ(NSS_DEV_STATUS_REPORT_RSP, 0x912D);
-    EXPECT_EQ(NSS_COMMON_INFO_REQ, 0x01B1);
-    EXPECT_EQ(NSS_NOTIFY_LINK_PORT_TO_GVX_REQ, 0x02D4);
-    EXPECT_EQ(NSS_START_STREAM_REQ, 0x0501);
-    EXPECT_EQ(NSS_START_STREAM_ACK, 0x0502);
-    EXPECT_EQ(NSS_STOP_STREAM_REQ, 0x0503);
-    EXPECT_EQ(NSS_GET_IFRAME_REQ, 0x0504);
-    EXPECT_EQ(NSS_GET_GB35114_CONF_REQ, 0x0AD5);
-    EXPECT_EQ(NSS_ALARM_REPORT_REQ, 0x0C00);
-    EXPECT_EQ(NSS_GVX_PLUGIN_ALARM_REPORT_REQ, 0x0C76);
-    EXPECT_EQ(NSS_ALARM_CONTRON_REQ, 0x0DA9);
-    EXPECT_EQ(NSS_CG_TYPE_REPORT_REQ, 0x0E29);
-    EXPECT_EQ(NSS_QUERY_GVX_TYPE_REQ, 0x0E30);
-    EXPECT_EQ(NSS_DEV_ALARM_REPORT_REQ, 0x1008);
-    EXPECT_EQ(NSS_IMGU_LINK_CLOSE, 0xDC01);
-}
-
-TEST(NssMsgType, KeepsBothNamesOfASharedValue) {
-    EXPECT_EQ(static_cast<unsigned>(NSS_GET_COLLECTION_DEVICE_INFO_REQ), 0x0BAAu);
-    EXPECT_EQ(static_cast<unsigned>(NSS_PLUGIN_SEND_PORTLIST_DATA_REQ), 0x0BAAu);
-    EXPECT_EQ(static_cast<unsigned>(NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ), 2987u);
-    EXPECT_STREQ(NssMsgTypeName(0x0BAA), "NSS_GET_COLLECTION_DEVICE_INFO_REQ");
-    EXPECT_EQ(static_cast<unsigned>(NSS_CLUSTER_GET_ZK_CLUSTER_STATUS_REQ), 0x0FB4u);
-    EXPECT_EQ(static_cast<unsigned>(NSS_CMU_ZK_LICENSE_NOTIFY_UPDATE_REQ), 0x0FB4u);
-    EXPECT_STREQ(NssMsgTypeName(0x9904), "NSS_BA_PEOPLE_STAGE_1_LEARNING_RSP");
-}
-
-TEST(NssMsgType, GivesNamesThatStandAloneNeitherEndingNorResponse) {
-    std::uint16_t value = 0;
-    EXPECT_TRUE(NssMsgTypeFromName("NSS_CLUSTER_NOTIFY_CMU_SHIFTIN_NOT_IN_RECORD", value));
-    EXPECT_EQ(value, 0x0FBD);
-    EXPECT_STREQ(NssMsgTypeName(0x0FBD), "NSS_CLUSTER_NOTIFY_CMU_SHIFTIN_NOT_IN_RECORD");
-    EXPECT_STREQ(NssMsgTypeName(0x9FBD), "NSS_UNKNOWN");
-    EXPECT_STREQ(NssMsgTypeName(0x9502), "NSS_UNKNOWN");
-    EXPECT_STREQ(NssMsgTypeName(0x9AAD), "NSS_LOGIN_RSP_V2");
 }
 
 TEST(NssMsgType, FindsNamesAndValues) {
     std::uint16_t value = 0;
-    EXPECT_TRUE(NssMsgTypeFromName("NSS_START_STREAM_RSP", value));
-    EXPECT_EQ(value, 0x9501);
-    EXPECT_TRUE(NssMsgTypeFromName("START_STREAM_REQ", value));
-    EXPECT_EQ(value, 0x0501);
+    const std::pair<const char*, int> rows[] = {{"NSS_BP_REGISTER_REQ", 0x0000},
+                                                {"NSS_ADD_MAIN_DEV_REQ", 0x0109},
+                                                {"START_STREAM_REQ", 0x0501},
+                                                {"NSS_START_STREAM_RSP", 0x9501},
+                                                {"NSS_DEV_ALARM_REPORT_REQ", 0x1008},
+                                                {"NSS_IMGU_LINK_CLOSE", 0xDC01},
+                                                {"NSS_GET_COLLECTION_DEVICE_INFO_REQ", 0x0BAA},
+                                                {"NSS_PLUGIN_SEND_PORTLIST_DATA_REQ", 0x0BAA},
+                                                {"NSS_CLUSTER_NOTIFY_CMU_SHIFTIN_NOT_IN_RECORD", 0x0FBD}};
+    for (const auto& [name, number] : rows) {
+        EXPECT_TRUE(NssMsgTypeFromName(name, value)) << name;
+        EXPECT_EQ(value, number) << name;
+    }
     value = 7;
     for (const char* wrong : {"", "NSS_", "NSS_START_STREAM", "start_stream_req", "NSS_NSS_START_STREAM_REQ", "ZZZ"}) {
         EXPECT_FALSE(NssMsgTypeFromName(wrong, value)) << wrong;
     }
     EXPECT_EQ(value, 7);
-    for (const std::uint32_t unknown : {0x0003u, 0xFFFFu, 0x10501u, 0xFFFFFFFFu}) {
+    EXPECT_STREQ(NssMsgTypeName(0x0BAA), "NSS_GET_COLLECTION_DEVICE_INFO_REQ") << "the first of a shared value";
+    EXPECT_STREQ(NssMsgTypeName(0x9AAD), "NSS_LOGIN_RSP_V2");
+    // 0x9FBD and 0x9502 would answer names that stand alone.
+    for (const std::uint32_t unknown : {0x0003u, 0x9FBDu, 0x9502u, 0x10501u, 0xFFFFFFFFu}) {
         EXPECT_STREQ(NssMsgTypeName(unknown), "NSS_UNKNOWN") << unknown;
-    }
-}
-
-TEST(NssMsgType, EveryNameIsFoundUnderItsValue) {
-    std::size_t count = 0;
-    const NssMsgTypeRow* rows = NssMsgTypeRows(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        std::uint16_t value = 0;
-        ASSERT_TRUE(NssMsgTypeFromName(rows[i].name, value)) << rows[i].name;
-        ASSERT_EQ(value, rows[i].value) << rows[i].name;
-        ASSERT_STRNE(NssMsgTypeName(value), "NSS_UNKNOWN") << rows[i].name;
     }
 }
 
@@ -141,8 +97,7 @@ struct ListCase {
 
 TEST(NssMsgTypeGenerator, RefusesAListThatIsNotInOrder) {
     const TempFolder folder;
-    const std::string script =
-        (SourceTree() / "src/nss/generate_msg_types.py").string();
+    const std::string script = (SourceTree() / "src/nss/generate_msg_types.py").string();
     const ListCase cases[] = {
         {"# a comment\n0x0001: A, B = C,\n    D!\n0x9001: A_RSP!\n", true},
         {"0x0001: A, A\n", false},
