@@ -4,7 +4,6 @@ stored is there once, what was told to be cleared is not, and the next start tak
 full disk and with a store that becomes read-only; those need rights that are not given everywhere, and are passed over
 with a line that says so."""
 
-import argparse
 import collections
 import contextlib
 import pathlib
@@ -17,20 +16,14 @@ import sys
 import tempfile
 import time
 
+import kill_test
+from kill_test import check
+
 RECORD_FAIL, FLOW = "308521803", "308521806"
 ON, OFF, FLOW_OFF = "ALARM_GVX_LOG_RECORD_FAIL_ON", "ALARM_GVX_LOG_RECORD_FAIL_OFF", "ALARM_GVX_FLOW_CONTROL_ERROR_OFF"
 STORE_ON, STORE_OFF = "ALARM_GVX_ALARM_RECORD_FAIL_ON", "ALARM_GVX_ALARM_RECORD_FAIL_OFF"
 THREADS = 4
 KILLS_MEANWHILE = 20
-
-
-class Failure(Exception):
-    pass
-
-
-def check(condition, text):
-    if not condition:
-        raise Failure(text)
 
 
 def rows(store):
@@ -193,7 +186,7 @@ class Keeper:
                 return sent if word == "done" else int(words[1])
             if words[0] == "sent":
                 sent.append(words[1])
-        raise Failure(f"the keeper ended with {self.process.poll()}")
+        raise kill_test.Failure(f"the keeper ended with {self.process.poll()}")
 
     def kill(self):
         self.process.kill()
@@ -259,22 +252,13 @@ def kill_once_meanwhile(options, store, text, break_it, mend_it):
 def full_disk(options, folder):
     at = folder / "small"
     at.mkdir()
-    if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "tmpfs", str(at)], capture_output=True,
-                      check=False).returncode != 0:
-        print("full disk: passed over, mount is not permitted")
-        return
-    filler = at / "filler"
-
-    def fill():
-        with contextlib.suppress(OSError), open(filler, "wb", buffering=0) as file:
-            while True:
-                file.write(b"x" * 4096)
-
-    try:
+    with kill_test.mounted("-t", "tmpfs", "-o", "size=256k", "tmpfs", at=at) as is_mounted:
+        if not is_mounted:
+            print("full disk: passed over, mount is not permitted")
+            return
+        filler = at / "filler"
         for test in (killed_meanwhile, failing_store):
-            test(options, at / f"{test.__name__}.db", "full disk", fill, filler.unlink)
-    finally:
-        subprocess.run(["umount", str(at)], check=False)
+            test(options, at / f"{test.__name__}.db", "full disk", lambda: kill_test.fill(filler), filler.unlink)
 
 
 def read_only_store(options, folder):
@@ -314,20 +298,5 @@ def holds_open_files(protect, probe):
             protect("-i", probe)
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--keeper", required=True)
-    parser.add_argument("--kills", type=int, default=200)
-    options = parser.parse_args()
-    with tempfile.TemporaryDirectory(prefix="gvx_alarms_") as folder:
-        try:
-            for test in (full_disk, read_only_store, kill_keepers):
-                test(options, pathlib.Path(folder))
-        except Failure as failure:
-            print(f"FAILED: {failure}", file=sys.stderr)
-            return 1
-    return 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(kill_test.main(__doc__, ["keeper"], 200, (full_disk, read_only_store, kill_keepers)))

@@ -3,8 +3,6 @@
 and a next start that removes the side file. The same with a full file system, a read-only folder and a rename that
 fails; those need the right to mount and are passed over, with a line that says so, where it is not given."""
 
-import argparse
-import contextlib
 import os
 import pathlib
 import random
@@ -12,19 +10,12 @@ import re
 import shutil
 import subprocess
 import sys
-import tempfile
 import time
 
+import kill_test
+from kill_test import check
+
 LINE = re.compile(rb"^MAX_CAPS=(\d+)$", re.M)
-
-
-class Failure(Exception):
-    pass
-
-
-def check(condition, text):
-    if not condition:
-        raise Failure(text)
 
 
 class Saver:
@@ -107,29 +98,16 @@ def take_edit(saver, text):
     check(not saver.side.exists(), f"{text}: a side file is left")
 
 
-@contextlib.contextmanager
-def mounted(*arguments, at):
-    done = subprocess.run(["mount", *arguments, str(at)], capture_output=True, check=False)
-    try:
-        yield done.returncode == 0
-    finally:
-        if done.returncode == 0:
-            subprocess.run(["umount", str(at)], check=False)
-
-
 def full_file_system(options, folder):
     at = folder / "small"
     at.mkdir()
-    with mounted("-t", "tmpfs", "-o", "size=512k", "tmpfs", at=at) as is_mounted:
+    with kill_test.mounted("-t", "tmpfs", "-o", "size=512k", "tmpfs", at=at) as is_mounted:
         if not is_mounted:
             print("full file system and read-only folder: passed over, mount is not permitted")
             return
         saver = Saver(options.saver, options.conf, at / "conf", padding=4000)
         filler = at / "filler"
-        with contextlib.suppress(OSError), open(filler, "wb") as file:
-            while True:
-                file.write(b"x" * 4096)
-                file.flush()
+        kill_test.fill(filler)
         refuse_edit(saver, "full file system")
         filler.unlink()
         take_edit(saver, "room again")
@@ -144,7 +122,7 @@ def full_file_system(options, folder):
 def failing_rename(options, folder):
     saver = Saver(options.saver, options.conf, folder / "rename")
     # A file that is a mount point cannot be renamed over.
-    with mounted("--bind", str(saver.file), at=saver.file) as is_mounted:
+    with kill_test.mounted("--bind", str(saver.file), at=saver.file) as is_mounted:
         if not is_mounted:
             print("failing rename: passed over, mount is not permitted")
             return
@@ -155,21 +133,5 @@ def failing_rename(options, folder):
     print("failing rename: old file whole, side file removed at the next start")
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--saver", required=True)
-    parser.add_argument("--conf", required=True)
-    parser.add_argument("--kills", type=int, default=300)
-    options = parser.parse_args()
-    with tempfile.TemporaryDirectory(prefix="gvx_kill_") as folder:
-        try:
-            for test in (kill_savers, full_file_system, failing_rename):
-                test(options, pathlib.Path(folder))
-        except Failure as failure:
-            print(f"FAILED: {failure}", file=sys.stderr)
-            return 1
-    return 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(kill_test.main(__doc__, ["saver", "conf"], 300, (kill_savers, full_file_system, failing_rename)))
