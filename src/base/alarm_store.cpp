@@ -1,7 +1,7 @@
 #include "base/alarm_store.h"
 
 #include "base/alarm_store_file.h"
-#include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 
 #include <sqlite3.h>
@@ -110,7 +110,7 @@ int CountItems(const Store& store, int* count) {
 
 bool CopyColumn(sqlite3_stmt* statement, int column, char* target, std::size_t size) {
     const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-    return text != nullptr && strncpy_s(target, size, text, size) == 0;
+    return text != nullptr && gvx::PutText(target, size, text);
 }
 
 int ReadItems(const Store& store, Alarm_Item* items, int* count) {

@@ -6,7 +6,7 @@
 struct sqlite3;
 struct sqlite3_stmt;
 
-// The data base file behind the alarm store; for the store alone.
+// The data base file behind the alarm store; for the store alone, which calls it under its lock.
 
 namespace gvx {
 

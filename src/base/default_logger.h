@@ -16,5 +16,5 @@ struct OMLoggerOptions {
 
 // Makes the logger that gvxd and the tools use: console and rotating file, secrets removed from every line. Lines that
 // the file cannot take are counted, and a line tells of them when it can take lines again; see base/log_fault.h.
-// Null when the file cannot be opened; *error then says why.
+// Null when the file cannot be opened; *error then says why. Any thread.
 std::shared_ptr<IOMLogger> MakeDefaultLogger(const OMLoggerOptions& options, std::string* error);

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string>
 
-// The only way to read and write JSON here: bounded in size and depth, and never throwing.
+// The only way to read and write JSON here: bounded in size and depth, and never throwing. Any thread.
 namespace gvx {
 
 constexpr std::size_t kMaxJsonBytes = 4u * 1024u * 1024u;  // a frame is never longer

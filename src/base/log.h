@@ -8,7 +8,7 @@
 #include <string>
 
 // How lines are written. Formats are literals, checked by the compiler; an argument is evaluated and
-// formatted only when its line will be written.
+// formatted only when its line will be written. Any thread.
 
 // Writes `format`, led by the error code and its name, into buffer (at most size bytes, terminated).
 // Returns the length without the terminator, -1 when it does not fit (the buffer then holds an empty text).

@@ -5,7 +5,7 @@
 
 namespace gvx {
 
-// Reads a regular file of at most maxBytes. False when it cannot be read whole.
+// Reads a regular file of at most maxBytes. False when it cannot be read whole. This and the next: any thread.
 bool ReadWholeFile(const std::string& path, std::size_t maxBytes, std::string& content);
 
 // Writes "<path>.bak" to the disk and renames it over path, so that readers see the old text or the new one whole.

@@ -112,7 +112,7 @@ int CDispatcher::dispatcherOutWithTransaction(std::uint32_t serviceID, int, cons
     if (fault != ZVS_SUCCEED) {
         return fault;
     }
-    // Before the frame leaves: its answer may be faster than this thread.
+    // The transaction is opened before the frame leaves, because the answer may be faster than this thread.
     TransactionTable::Instance().Open(TextOf(transID), serviceID);
     const int result = WriteFrame(linkID, reqID, block);
     if (result != ZVS_SUCCEED) {
@@ -161,8 +161,8 @@ CCmd* CDispatcher::dispatcherSyncMsgOut(std::uint32_t serviceID, int, const char
     return answer.release();
 }
 
-// The command gets a copy of the block: the one who takes commands may destroy a command that it refuses, and the
-// caller's block must survive that.
+// The command gets a copy of the block: the sink may destroy a command that it refuses, and the caller's block must
+// survive that.
 int CDispatcher::dispatcherInWithoutTransaction(int netElemType, const char* linkID, std::uint16_t msgType,
                                                 const char* transID, ACE_Message_Block*& block, unsigned int) {
     MessageBlockPtr copy(block != nullptr ? block->clone() : nullptr);

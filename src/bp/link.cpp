@@ -30,7 +30,7 @@ void SendSmallFramesAtOnce(int fd) {
 constexpr std::size_t kReadChunkBytes = 64u * 1024u;
 constexpr int kReadsPerWake = 2;
 
-// As for reading: no link has the thread to itself.
+// A wake writes this much to one link at most, so that no link has the thread to itself.
 constexpr std::size_t kWriteBytesPerWake = 256u * 1024u;
 
 }  // namespace
@@ -79,7 +79,7 @@ bool Link::Begin(ACE_Reactor& reactor) {
     return true;
 }
 
-// After a pause of the whole process, such as a stopped virtual machine, peers that did speak must not be lost.
+// The whole process may have been paused, as in a stopped virtual machine. Unread bytes then show that the peer lives.
 bool Link::BytesWaitUnread() const {
     char byte;
     return ::recv(m_socket.Get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
@@ -299,7 +299,7 @@ void Link::FrameArrived(MessageBlockPtr frame) {
     } else if (registration) {
         Close(OM_LOG_WARNING, "a registration on a link that is open already");
     } else if (type == NSS_KEEPALIVE_REQ) {
-        // Dropped when the queue is full: the bytes that wait there tell the peer as much.
+        // The answer is dropped when the queue is full: the bytes that wait there also show the peer that we live.
         SendControl(MakeKeepAliveResponse(frame.get()));
     } else if (type != static_cast<std::uint16_t>(NSS_KEEPALIVE_RSP)) {
         ++m_framesIn;
@@ -339,7 +339,7 @@ void Link::Flush() {
     if (m_state == State::Closed || m_state == State::Connecting) {
         return;
     }
-    // Cleared before the queue is looked at: a frame pushed behind our back then asks for another flush.
+    // The mark is cleared before the queue is looked at, so that a frame pushed meanwhile asks for another flush.
     m_flushWanted = false;
     const SendQueue::WriteResult written = m_queue.WriteTo(m_socket.Get(), kWriteBytesPerWake);
     if (written.bytes > 0) {

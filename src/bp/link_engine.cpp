@@ -23,7 +23,7 @@ namespace {
 
 thread_local bool t_onLinkThread = false;
 
-// The longest sleep: a clock that is set does not end a wait.
+// No sleep is longer, because a sleep does not end when the clock is set.
 constexpr std::int64_t kLongestWaitMs = 500;
 // Deadlines are looked at no more often than this, however many links there are.
 constexpr std::int64_t kCheckGapMs = 10;

@@ -13,7 +13,7 @@ struct ReleaseBlock {
     void operator()(ACE_Message_Block* block) const noexcept { block->release(); }
 };
 
-// A message block that is released at the end of its scope, its continuation chain included.
+// A message block that is released at the end of its scope, its continuation chain included. One thread at a time.
 using MessageBlockPtr = std::unique_ptr<ACE_Message_Block, ReleaseBlock>;
 
 // An empty block with room for size bytes; null with errno ENOMEM when there is no memory. A block whose data could

@@ -6,7 +6,7 @@
 
 namespace BP {
 
-// An IP address and port, as the system and as text.
+// An IP address and port, as the system and as text. A plain value.
 struct NetAddress {
     struct sockaddr_storage storage = {};
     socklen_t length = 0;

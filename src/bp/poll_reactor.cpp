@@ -16,7 +16,7 @@ namespace BP {
 
 namespace {
 
-// The reactor keeps a row for each descriptor number, so an unlimited process must not be taken at its word.
+// The reactor keeps a row for each descriptor number, so the limit of an unlimited process would take all memory.
 constexpr int kMaxDescriptors = 65536;
 
 class PollReactor : public ACE_Dev_Poll_Reactor {

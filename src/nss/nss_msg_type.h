@@ -8,7 +8,7 @@
 // response is NSS_<stem>_RSP, the request's value plus 0x9000. Several values carry two names; both are valid.
 //
 // There is one source of the numbering, nss_msg_type.list, in a notation as compact as a printed table; the
-// build turns it into the enumerators below and into the name tables behind the lookups.
+// build turns it into the enumerators below and into the name tables behind the lookups. Any thread.
 enum enNssMsgType : std::uint32_t {
 #include "nss/nss_msg_type_enumerators.inc"
 };

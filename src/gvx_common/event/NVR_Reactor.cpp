@@ -206,7 +206,7 @@ int NVR_Reactor::register_handler(int handle, ACE_Event_Handler* handler, ACE_Re
     if (handler != m_notifyHandler) {
         event.events |= EPOLLONESHOT;
     }
-    // Before epoll knows the handle, so that a lack of memory leaves nothing armed that has no record.
+    // The record is made before epoll arms the handle: without memory nothing is armed that has no record.
     HandleMap record = MakeRecord(handle, handler, mask);
     if (record.empty()) {
         return RefuseRegistration(ENOMEM, handle, handler);

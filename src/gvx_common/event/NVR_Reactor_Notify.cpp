@@ -98,8 +98,8 @@ int NVR_Reactor_Notify::notify(ACE_Event_Handler* handler, ACE_Reactor_Mask mask
                     static_cast<void*>(handler), mask);
         return -1;
     }
-    // Behind other items no ring is needed: the one for the first of them is in the pipe, or the pass that takes it
-    // sees this one and leaves that byte there.
+    // An item behind others needs no ring. The byte for the first of them is in the pipe; the pass that takes the first
+    // sees this item and leaves the byte there.
     if (pushed == 0 && !m_bellBroken.load(std::memory_order_relaxed)) {
         return 0;
     }
@@ -142,7 +142,7 @@ int NVR_Reactor_Notify::dispatch_notify(ACE_Notification_Buffer& buffer) {
         return 1;
     }
     CallHandler(buffer);
-    // Behind the handler, which is what somebody waits for; emptying the pipe is not.
+    // The handler runs first, because somebody waits for it and nobody waits for an empty pipe.
     if (m_emptyAfterService) {
         m_emptyAfterService = false;
         EmptyPipeUnlessPushed();
@@ -200,15 +200,16 @@ int NVR_Reactor_Notify::read_notify_pipe(ACE_HANDLE, ACE_Notification_Buffer& bu
     return 1;
 }
 
-// For a queue that was empty behind the last pop. What was pushed since then needs the byte that is in the pipe.
+// To be called when the last pop has left the queue empty. An item that was pushed since then needs the byte in the
+// pipe, so the byte stays.
 void NVR_Reactor_Notify::EmptyPipeUnlessPushed() {
     if (m_pushes.load() != m_pushesBeforePop) {
         return;
     }
     char drained[kDrainBytes];
-    // What the bytes say does not matter, and neither does finding none: the queue decides.
+    // The queue decides. It does not matter what the bytes say, or whether there are any.
     [[maybe_unused]] const ssize_t bytes = ::recv(notify_handle(), drained, sizeof(drained), MSG_DONTWAIT);
-    // The ring of an item that came in meanwhile may just have been taken out.
+    // An item may have come in while the pipe was emptied, and its byte may have been taken out: it is rung for anew.
     if (m_pushes.load() != m_pushesBeforePop) {
         Ring();
     }

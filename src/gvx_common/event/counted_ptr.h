@@ -6,7 +6,7 @@
 #include <new>
 #include <utility>
 
-// Owners of objects that live long: each object is counted in g_bp_memstat from its making to its deletion.
+// Owners of objects that live long: each object is counted in g_bp_memstat from its making to its deletion. Any thread.
 namespace gvx {
 
 struct CountedDelete {

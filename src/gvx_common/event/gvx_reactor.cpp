@@ -115,7 +115,7 @@ int CGvxReactor::createServiceThreads() {
         return 1;
     }
     CGvxUtility::pthreadSetThreadname(threadID, m_aucThreadName);
-    // UnInit looks at what the thread makes first, so the thread has to have come so far.
+    // UnInit needs the semaphore, which is the first thing that the thread makes.
     m_threadStarted.acquire();
     return 0;
 }

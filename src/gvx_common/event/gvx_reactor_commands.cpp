@@ -189,7 +189,7 @@ bool CGvxReactor::QueueClone(const BP::CGvxNssCmd_& cmd) {
     }
     try {
         BP::CGvxNssCmd_ entry{clone.get(), cmd.m_tRecvTime, cmd.m_devID};
-        // A deletion overtakes what it makes moot, which is then purged unserved.
+        // A deletion goes to the front: what it makes moot is then purged unserved.
         if (IsDeviceDeletion(clone->GetReqID())) {
             m_queueCmd.push_front(std::move(entry));
         } else {
@@ -203,7 +203,8 @@ bool CGvxReactor::QueueClone(const BP::CGvxNssCmd_& cmd) {
     return true;
 }
 
-// Takes the command at the back, even when the one that nobody was told of stands at the front.
+// Drops the command at the back of the queue. A deletion stands at the front, so the command that nobody was told of
+// may be another one.
 void CGvxReactor::TakeBackLastCmd() {
     ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_mutexCmd);
     if (guard.locked() && !m_queueCmd.empty()) {
@@ -253,7 +254,7 @@ int CGvxReactor::PopMessage(BP::CGvxNssCmd_& out) {
     return 0;
 }
 
-// The survivors close up in their order. Nothing is allocated, so no command is lost half way.
+// Moves the survivors together in their order. It allocates nothing, so it cannot fail half way and lose a command.
 void CGvxReactor::DiscardCmdAfterDelDev(const BP::CGvxNssCmd_& entry) {
     if (!IsDeviceDeletion(entry.m_pCmd->GetReqID())) {
         return;
@@ -287,7 +288,7 @@ bool CGvxReactor::DiscardTimeoutCmd(std::unique_ptr<BP::CCmd>& cmd) {
     return true;
 }
 
-// Nothing that serving lets out may end the process: it costs the one command.
+// An exception that serving lets out costs the one command and not the process.
 int CGvxReactor::handle_exception(ACE_HANDLE) {
     BP::CGvxNssCmd_ entry;
     std::unique_ptr<BP::CCmd> cmd;

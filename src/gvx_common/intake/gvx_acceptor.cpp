@@ -69,7 +69,8 @@ void CGVXAcceptor::stop() {
     DeleteStrategy();
 }
 
-// The base closes the socket before it takes it out of the reactor, which epoll then no longer knows by its number.
+// Takes the socket out of the reactor here, because the base closes it first, and epoll does not know the number of a
+// socket that is closed.
 void CGVXAcceptor::StopListening() {
     if (reactor() != nullptr && accept_strategy_ != nullptr) {
         reactor()->remove_handler(get_handle(), ACE_Event_Handler::ACCEPT_MASK | ACE_Event_Handler::DONT_CALL);

@@ -24,7 +24,8 @@ using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
 const ACE_Time_Value kTimerPeriod(30);
 constexpr std::int64_t kMicroseconds = 1000000;
 
-// The process's own manager forgets detached threads as it ends, and with them what it keeps for each.
+// A manager of our own, which is never destroyed: the threads never end, and the process's manager would lose its
+// records of them when the process ends.
 ACE_Thread_Manager* ThreadsWithoutEnd() {
     static ACE_Thread_Manager* const manager = new ACE_Thread_Manager;
     return manager;
@@ -259,7 +260,7 @@ void CQueueFlowControl::sendFlowContolAlarm(EN_QFC_ALARM_TYPE type) {
     if (!m_szbAlarmQueStatus[type]) {
         CEmergencyProtection::Instance()->OnFluxControlWarn(m_strProtocal, m_strQueName,
                                                             szFlowControlDescription[type]);
-        // The time first: the flag is what the clearing side looks at.
+        // The time is set before the flag, because the clearing side looks at the flag first.
         m_szLastAlarmTime[type] = gvx::CurrentClock().WallMicroseconds();
         m_szbAlarmQueStatus[type] = true;
         return;

@@ -1,7 +1,7 @@
 #include "gvx_common/intake/gvx_receiver.h"
 
-#include "base/bounded_string.h"
 #include "base/clock.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
 #include "gvx_common/utility/gvx_utility.h"
@@ -57,7 +57,7 @@ CGVXReceiver::CGVXReceiver(GvxReceiverQueue* queue, ACE_Reactor* reactor)
 }
 
 CGVXReceiver::~CGVXReceiver() {
-    // Whoever closes a connection because of an error still wants to see it.
+    // Keeps errno for the caller, who may close the connection because of it.
     const int error = errno;
     const ACE_HANDLE handle = get_handle();
     ::shutdown(handle, SHUT_RDWR);
@@ -85,7 +85,7 @@ void CGVXReceiver::ReadPeerAddress() {
     ACE_INET_Addr address;
     char text[64] = {};
     if (peer().get_remote_addr(address) != 0 || address.get_host_addr(text, sizeof(text)) == nullptr ||
-        strncpy_s(m_peerAddr, sizeof(m_peerAddr), text, sizeof(text)) != 0) {
+        !gvx::PutText(m_peerAddr, text)) {
         GVX_LOG_WARN("open", "The peer of fd[%d] has no address to name.", get_handle());
         return;
     }
@@ -119,7 +119,7 @@ int CGVXReceiver::PostData(const char* data, std::size_t length) {
         GVX_LOG_ERR("handle_input", "handle_input msg queue is NULL!");
         return -1;
     }
-    // The queue waits by the system's own time of day.
+    // The queue compares the deadline with the system's time of day.
     ACE_Time_Value deadline = ACE_OS::gettimeofday() + kPostLimit;
     if (m_queue->enqueue_tail(block.get(), &deadline) < 0) {
         GVX_LOG_ERR("handle_input", "handle_input enqueue_tail failed!");
@@ -134,8 +134,7 @@ bool CGVXReceiver::FillBlock(ACE_Message_Block& block, const char* data, std::si
     head.length = static_cast<std::int32_t>(length);
     std::string now;
     CGvxUtility::GetCurrentUtcTime(now, "YYYYMMDDhhmmss");
-    if (strncpy_s(head.peerAddr, sizeof(head.peerAddr), m_peerAddr, sizeof(m_peerAddr)) != 0 ||
-        strncpy_s(head.recvTime, sizeof(head.recvTime), now.c_str(), now.size()) != 0) {
+    if (!gvx::PutText(head.peerAddr, gvx::TextOf(m_peerAddr)) || !gvx::PutText(head.recvTime, now)) {
         GVX_LOG_ERR("handle_input", "strncpy_s failed!");
         return false;
     }

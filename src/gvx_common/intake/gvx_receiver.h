@@ -44,8 +44,8 @@ public:
     CGVXReceiver& operator=(const CGVXReceiver&) = delete;
     ~CGVXReceiver() override;
 
-    // The base's own, which note for its destroy that the object is on the heap; out of line, where the compiler does
-    // not take their pairing for a mismatch.
+    // They call those of the base, which note that the object is on the heap; the base's destroy asks for that. They
+    // are not inline, because the compiler would then take new and delete for a pair that does not match.
     static void* operator new(std::size_t size);
     static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
     static void operator delete(void* memory);
