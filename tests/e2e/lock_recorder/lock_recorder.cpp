@@ -1,5 +1,5 @@
 // Preloaded into a process: notes which locks a thread holds while it takes another one, or while it waits. At the end
-// each pair is written once to the file of GVX_LOCK_RECORD, as places of the code; lock_order.py turns them into names.
+// each pair is appended to the file of GVX_LOCK_RECORD, as places of the code; lock_order.py turns them into names.
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -134,7 +134,7 @@ struct Recorder {
     ~Recorder() {
         const char* const path = std::getenv("GVX_LOCK_RECORD");
         g_on = false;
-        std::FILE* const out = path == nullptr ? nullptr : std::fopen(path, "we");
+        std::FILE* const out = path == nullptr ? nullptr : std::fopen(path, "ae");
         if (out == nullptr) {
             return;
         }
