@@ -1,9 +1,9 @@
 #include "base/log.h"
 #include "gvx_common/alarm/emergency_protection.h"
-#include "gvx_common/config/config_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/records/gvx_adapter_records.h"
 #include "support/recording_logger.h"
+#include "support/settings_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -47,7 +47,7 @@ protected:
     }
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
     CGvxConfigMgr m_mgr;
     DEVICE_ALARM_INFO_MAPPINGS_MAP m_map;
 };

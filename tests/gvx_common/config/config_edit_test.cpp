@@ -2,10 +2,10 @@
 #include "base/log_sftp_conf.h"
 #include "base/zvs_error.h"
 #include "bp/service.h"
-#include "gvx_common/config/config_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "nss/nss_msg.h"
 #include "support/recording_logger.h"
+#include "support/settings_folder.h"
 
 #include <ace/Message_Block.h>
 #include <gtest/gtest.h>
@@ -87,7 +87,7 @@ protected:
         "[MESSAGE]\nGVX_MESSAGE_IP=10.0.0.1\n";
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
     CGvxConfigMgr m_mgr;
     FakeRegistry m_plugins;
 };

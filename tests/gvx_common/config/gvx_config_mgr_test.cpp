@@ -1,8 +1,8 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "config_folder.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "support/recording_logger.h"
+#include "support/settings_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ protected:
     std::string Value(const std::string& key) const { return m_mgr.GetConfValue(key, "absent"); }
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
     CGvxConfigMgr m_mgr;
     const std::size_t m_former = CEmergencyProtection::Instance()->GetHeldAlarms().size();
 };
@@ -110,6 +110,7 @@ TEST_F(ConfigMgrTest, StaleSideFileIsDeletedUnread) {
 }
 
 TEST_F(ConfigMgrTest, MainFileMissingEmptyOrZeroFails) {
+    std::filesystem::remove(m_folder.Path("zvs_gvx.conf"));
     EXPECT_EQ(1, m_mgr.Init());
     m_folder.Write("zvs_gvx.conf", "");
     EXPECT_EQ(1, m_mgr.Init());
@@ -141,7 +142,7 @@ TEST_F(ConfigMgrTest, NatFileKnowsNoComments) {
 }
 
 TEST_F(ConfigMgrTest, MissingFolderFails) {
-    setenv("GVX_CONFIG_DIR", m_folder.Path("none").c_str(), 1);
+    const ScopedEnvironment none("GVX_CONFIG_DIR", m_folder.Path("none"));
     EXPECT_EQ(1, m_mgr.Init());
     EXPECT_TRUE(m_log->Contains("CGvxConfigMgr get config directory failed"));
 }
@@ -213,7 +214,7 @@ TEST_F(ConfigMgrTest, ElementIdComesFromServerThenClient) {
 TEST_F(ConfigMgrTest, BadNetXmlRaisesOneAlarmAndDoesNotStopInit) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto raisesOnce = [this] {
-        m_folder.Write("net.xml", ConfigFolder::NetXml(""));
+        m_folder.Write("net.xml", SettingsFolder::NetXml(""));
         if (InitWith("k=v\n") != 0 || m_mgr.GetGvxNetElementID() != "GVX#001" || Alarms().size() != 1 ||
             Alarms()[0].location != "Location=" + m_folder.Path("net.xml") + ",ParaName=NetElementID" ||
             Alarms()[0].description != "CurrentValue=,DefaultValue=GVX#001") {

@@ -1,7 +1,7 @@
 #include "gvx_common/config/gvx_config.h"
 
-#include "config_folder.h"
 #include "support/recording_logger.h"
+#include "support/settings_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,7 @@ protected:
     }
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
     std::unique_ptr<GVX_Config> m_store;
 };
 

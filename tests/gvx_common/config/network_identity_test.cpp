@@ -1,8 +1,8 @@
 #include "base/zvs_error.h"
 #include "gvx_common/config/cloud_config_mgr.h"
-#include "gvx_common/config/config_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "support/recording_logger.h"
+#include "support/settings_folder.h"
 #include "support/wait_until.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ protected:
     std::string Media() const { return m_mgr.GetConfValue("GVX_MEDIA_IP", "absent"); }
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
     CGvxConfigMgr m_mgr;
 };
 
@@ -182,7 +182,7 @@ protected:
     std::string File() const { return m_folder.Path("root/home/zvs_common/cloudconfig.xml"); }
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
 };
 
 TEST_F(CloudConfigTest, FlagFollowsTheFile) {

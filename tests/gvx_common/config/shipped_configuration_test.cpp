@@ -1,9 +1,9 @@
 #include "gvx_common/alarm/emergency_protection.h"
-#include "gvx_common/config/config_folder.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/config/unified_config_table.h"
 #include "support/recording_logger.h"
+#include "support/settings_folder.h"
 #include "support/temp_folder.h"
 
 #include <gtest/gtest.h>
@@ -25,11 +25,11 @@ protected:
         const auto recursive = std::filesystem::copy_options::recursive;
         std::filesystem::copy(ShippedFolder(), m_folder.Path("conf"), recursive);
         std::filesystem::copy(ShippedFolder() / "root", m_folder.Path("root"), recursive);
-        setenv("GVX_CONFIG_DIR", m_folder.Path("conf").c_str(), 1);
     }
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
+    const ScopedEnvironment m_shipped{"GVX_CONFIG_DIR", m_folder.Path("conf")};
     CGvxConfigMgr m_mgr;
 };
 

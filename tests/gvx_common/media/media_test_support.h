@@ -1,11 +1,11 @@
 #pragma once
 
 #include "base/clock.h"
-#include "gvx_common/config/config_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/media/gvx_stream_transmission.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 #include "support/recording_logger.h"
+#include "support/settings_folder.h"
 
 #include <ace/INET_Addr.h>
 #include <gtest/gtest.h>
@@ -23,24 +23,6 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
-
-// Settings for the scope of one test; none are left behind.
-class ScopedSettings {
-public:
-    explicit ScopedSettings(const std::string& settings) {
-        m_folder.WriteConf(settings);
-        GvxConfigMgr()->Init();
-    }
-    ~ScopedSettings() {
-        m_folder.WriteConf("");
-        GvxConfigMgr()->Init();
-    }
-    ScopedSettings(const ScopedSettings&) = delete;
-    ScopedSettings& operator=(const ScopedSettings&) = delete;
-
-private:
-    ConfigFolder m_folder;
-};
 
 // For a scope, a clock fifty times slower than the system's: limits of seconds still exist, but no machine is so slow
 // as to run into one.
