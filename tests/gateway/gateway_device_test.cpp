@@ -1,6 +1,7 @@
 #include "gateway/gateway_fixture.h"
 
 #include "base/zvs_error.h"
+#include "gateway/messages/request_target.h"
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
 
@@ -182,4 +183,12 @@ TEST_F(GatewayTest, PortOfTheMediaUnitOpensItsLink) {
     const auto mu = mediaUnit.Accept();
     ASSERT_NE(mu, nullptr) << log->Dump();
     EXPECT_EQ(mu->AnswerRegistration("MU#900").substr(0, 4), "GVX#");
+}
+
+TEST(RequestTarget, IdentifiersAreShortAndPrintable) {
+    EXPECT_TRUE(gvx::IsCode(std::string(32, 'a')));
+    EXPECT_TRUE(gvx::IsCode("\xE5\xAE\xB6"));
+    for (const std::string& bad : {std::string(), std::string(33, 'a'), std::string("a b"), std::string("a\n")}) {
+        EXPECT_FALSE(gvx::IsCode(bad)) << bad;
+    }
 }

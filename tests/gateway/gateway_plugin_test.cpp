@@ -1,7 +1,9 @@
 #include "gateway/gateway_fixture.h"
 
 #include "base/zvs_error.h"
+#include "gateway/plugins/plugin_guard.h"
 #include "nss/nss_msg_type.h"
+#include "support/test_clock.h"
 #include "support/wait_until.h"
 
 namespace {
@@ -174,4 +176,19 @@ TEST_F(GatewayTest, ARefusalCarriesWhatThePluginReportedOnce) {
               std::string::npos)
         << started.text;
     EXPECT_FALSE(Stop("CAM1", "s").json.isMember("ErrorReport"));
+}
+
+TEST(PluginGuard, CallThatDoesNotReturnIsNamedOnce) {
+    const ScopedRecordingLogger log;
+    ScopedTestClock clock;
+    auto& watch = gvx::PluginCallWatch::Instance();
+    const gvx::PluginCallScope call("p", "StopStream", "DEV");
+    clock->AdvanceMs(9999);
+    EXPECT_EQ(watch.NameOverdue(10000), 0u);
+    clock->AdvanceMs(1);
+    EXPECT_EQ(watch.NameOverdue(10000), 1u);
+    EXPECT_TRUE(log->Contains("plug-in p: StopStream of device DEV has not returned for 10 s"));
+    clock->AdvanceSeconds(100);
+    EXPECT_EQ(watch.NameOverdue(10000), 0u);
+    EXPECT_EQ(watch.NameOpen(), 1u);
 }

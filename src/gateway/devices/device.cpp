@@ -3,7 +3,6 @@
 #include "base/log.h"
 #include "gateway/devices/device_alarm.h"
 #include "gateway/messages/answer.h"
-#include "gateway/plugins/left_behind.h"
 #include "gateway/plugins/plugin_guard.h"
 #include "gateway/plugins/plugin_host.h"
 #include "gvx_common/adapter/gvx_adapter_dev.h"

@@ -11,6 +11,17 @@ namespace {
 
 constexpr std::chrono::milliseconds kWatchPeriod(500);
 
+struct Keep {
+    std::mutex mutex;
+    std::vector<std::shared_ptr<void>> objects;  // Guarded by mutex.
+};
+
+// Never destroyed: a thread that runs on may outlive every static object.
+Keep& KeptObjects() {
+    static Keep* keep = new Keep;
+    return *keep;
+}
+
 void NameCall(const PluginCallWatch::Call& call, std::int64_t nowMs) {
     GVX_LOG_ERR("Plug-in does not return", "plug-in %s: %s of device %s has not returned for %lld s",
                 call.plugin.c_str(), call.operation, call.device.c_str(),
@@ -106,6 +117,18 @@ void LogPluginException(const std::string& plugin, const char* operation, const 
 void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code) {
     GVX_LOG_ERR_CODE("Plug-in error", code, "plug-in %s: %s of device %s failed.", plugin.c_str(), operation,
                      device.empty() ? "-" : device.c_str());
+}
+
+void LeaveBehind(std::shared_ptr<void> object) {
+    Keep& keep = KeptObjects();
+    const std::lock_guard<std::mutex> lock(keep.mutex);
+    keep.objects.push_back(std::move(object));
+}
+
+std::size_t LeftBehindCount() {
+    Keep& keep = KeptObjects();
+    const std::lock_guard<std::mutex> lock(keep.mutex);
+    return keep.objects.size();
 }
 
 }  // namespace gvx

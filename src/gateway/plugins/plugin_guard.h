@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <exception>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -47,8 +48,8 @@ private:
     void Run(std::int64_t limitMs);
 
     mutable std::mutex m_mutex;
-    std::list<Call> m_calls;        // Guarded by m_mutex.
-    bool m_stop = false;            // Guarded by m_mutex.
+    std::list<Call> m_calls;  // Guarded by m_mutex.
+    bool m_stop = false;      // Guarded by m_mutex.
     std::condition_variable m_wake;
     std::thread m_thread;
 };
@@ -102,5 +103,11 @@ int CallPlugin(const std::string& plugin, const char* operation, const std::stri
     }
     return code;
 }
+
+// Objects that a misbehaving plug-in may still use, although their time is over: a thread of it may run on. They are
+// kept for the life of the process rather than pulled from under it. Any thread.
+void LeaveBehind(std::shared_ptr<void> object);
+// Number of objects kept; non-zero means that the process must not end through destructors. Any thread.
+std::size_t LeftBehindCount();
 
 }  // namespace gvx

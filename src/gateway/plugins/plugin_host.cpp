@@ -18,6 +18,16 @@ namespace {
 
 constexpr std::size_t kMaxNameLength = 32;
 
+struct ProtocolRow {
+    int protocol;
+    const char* plugin;
+};
+constexpr ProtocolRow kProtocols[] = {
+    {BP::DEV_PROTOCOL_TYPE_ONVIF, "onvif"},   {BP::DEV_PROTOCOL_TYPE_T28181, "t28181"},
+    {BP::DEV_PROTOCOL_TYPE_HIKSDK, "hiksdk"}, {BP::DEV_PROTOCOL_TYPE_TEYES, "teyes"},
+    {BP::DEV_PROTOCOL_TYPE_DHSDK, "dhsdk"},
+};
+
 template <typename Function>
 Function Symbol(void* handle, const char* name) {
     return reinterpret_cast<Function>(dlsym(handle, name));
@@ -36,9 +46,9 @@ StartResult Missing(const std::string& name, const std::string& path, const std:
 
 std::string LastError(const std::string& plugin, void* handle) {
     const auto lastError = Symbol<GvxPluginLastErrorFunc>(handle, GVX_PLUGIN_LAST_ERROR_SYMBOL);
-    const char* text = lastError == nullptr ? nullptr
-                                            : GuardPluginCall<const char*>(plugin, GVX_PLUGIN_LAST_ERROR_SYMBOL, "",
-                                                                           nullptr, lastError);
+    const char* text = lastError == nullptr
+                           ? nullptr
+                           : GuardPluginCall<const char*>(plugin, GVX_PLUGIN_LAST_ERROR_SYMBOL, "", nullptr, lastError);
     return text == nullptr || *text == '\0' ? "it gives no reason" : text;
 }
 
@@ -73,10 +83,10 @@ StartResult LoadedPlugin::Open(const std::string& name, const std::string& path)
         return Missing(name, path, TextOf(dlerror()));
     }
     const auto describe = Symbol<GvxDescribePluginFunc>(m_handle, GVX_PLUGIN_DESCRIBE_SYMBOL);
-    const GvxPluginDescription* description = 
-        describe == nullptr ? nullptr
-                            : GuardPluginCall<const GvxPluginDescription*>(name, GVX_PLUGIN_DESCRIBE_SYMBOL, "",
-                                                                           nullptr, describe);
+    const GvxPluginDescription* description =
+        describe == nullptr
+            ? nullptr
+            : GuardPluginCall<const GvxPluginDescription*>(name, GVX_PLUGIN_DESCRIBE_SYMBOL, "", nullptr, describe);
     if (description == nullptr) {
         return Missing(name, path, "it does not describe itself");
     }
@@ -220,6 +230,26 @@ bool PluginHost::FindPlugin(const std::string& name, BP::CPluginInfo& info) {
     }
     info = plugin->Info();
     return true;
+}
+
+// All plug-ins are loaded at start, so that none is loaded here.
+bool PluginHost::InstallPlugin(int protocol, BP::CPluginInfo& info) {
+    for (const ProtocolRow& row : kProtocols) {
+        LoadedPlugin* const plugin = row.protocol == protocol ? Find(row.plugin) : nullptr;
+        if (plugin == nullptr) {
+            continue;
+        }
+        info = plugin->Info();
+        info.m_sdkLogSwitch = [plugin](std::uint32_t on) {
+            return CallPlugin(plugin->Name(), "SetSDKLogSwitch", "", [&] { return plugin->Sdk().SetSDKLogSwitch(on); });
+        };
+        info.m_sipStackLogSwitch = [plugin](std::uint32_t on) {
+            return CallPlugin(plugin->Name(), "setSipStackLogSwitch", "",
+                              [&] { return plugin->Sdk().setSipStackLogSwitch(on); });
+        };
+        return true;
+    }
+    return false;
 }
 
 std::vector<std::string> SplitNames(const std::string& list) {

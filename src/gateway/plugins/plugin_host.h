@@ -66,7 +66,7 @@ public:
     // What follows upon each RegisterPlugin, on its thread. To be set before the first.
     void OnRegistered(std::function<void()> followUp) { m_onRegistered = std::move(followUp); }
     bool FindPlugin(const std::string& name, BP::CPluginInfo& info) override;
-    // By the name that a protocol's plug-in has, such as "onvif"; plugin_protocols.cpp.
+    // By the name that a protocol's plug-in has, such as "onvif".
     bool InstallPlugin(int protocol, BP::CPluginInfo& info) override;
 
 private:

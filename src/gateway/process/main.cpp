@@ -1,5 +1,204 @@
-#include "gateway/process/gateway_main.h"
+#include "base/default_logger.h"
+#include "base/log.h"
+#include "base/om_adapter.h"
+#include "gateway/plugins/plugin_guard.h"
+#include "gateway/process/gateway.h"
+#include "gateway/process/overdue_watch.h"
+#include "gateway/process/startup_log.h"
+#include "gateway/process/stop_signal.h"
+#include "gateway/settings/number_setting.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include <unistd.h>
+
+namespace gvx {
+
+namespace {
+
+// A stop is over within 2 s; the tenths between are for the last lines of the log.
+constexpr std::chrono::milliseconds kStopLimit(1800);
+// A start that is stopped gets the greater part of them.
+constexpr std::chrono::milliseconds kStartLimit(1500);
+constexpr const char* kDefaultLogLevel = "6";
+
+int Number(ExitCode code) {
+    return static_cast<int>(code);
+}
+
+void FlushLog() {
+    if (IOMLogger* logger = OMAdapter::getInstance()->getLogger()) {
+        logger->Flush();
+    }
+}
+
+int RefuseStart(const StartResult& result) {
+    GVX_LOG_ERR("gvxd", "gvxd does not start, exit code %d: %s", Number(result.code), result.reason.c_str());
+    FlushLog();
+    std::fprintf(stderr, "gvxd: %s\n", result.reason.c_str());
+    return Number(result.code);
+}
+
+// Ends the process as it stands: a thread that a plug-in holds up cannot be joined.
+[[noreturn]] void LeaveBehindAndExit(ExitCode code) {
+    GVX_LOG_WARN("gvxd", "gvxd stops and leaves behind what does not return");
+    FlushLog();
+    _exit(Number(code));
+}
+
+// The same for a start that a signal has ended; the thread that starts is still at it.
+[[noreturn]] void AbandonStart(int signal) {
+    std::string reason = "stopped by signal " + std::to_string(signal) + " during its start";
+    for (const PluginCallWatch::Call& call : PluginCallWatch::Instance().OpenCalls()) {
+        reason += ", plug-in " + call.plugin + ": " + call.operation + " does not return";
+    }
+    _exit(RefuseStart(StartFailure(ExitCode::StartAbandoned, std::move(reason))));
+}
+
+// With a log file the log goes there as soon as the file is known. Without one it goes to standard error, but not
+// before the start has succeeded: a failed start writes its one line and nothing else.
+class StartLogging {
+public:
+    StartResult Begin(const GatewayOptions& options) {
+        m_options.file = options.logFile;
+        m_options.level = options.logLevel.value_or(OM_LOG_INFO);
+        OMAdapter::getInstance()->setLogger(m_startup);
+        return m_options.file.empty() ? StartResult{} : Install();
+    }
+
+    // The configuration stands behind the command line.
+    StartResult Configured(const GatewayOptions& options) {
+        const std::string levelText = CGvxConfigMgr::Instance()->GetConfValue("GVX_LOG_LEVEL", kDefaultLogLevel);
+        long long level = OM_LOG_INFO;
+        if (!ReadNumber(levelText, OM_LOG_EMERG, OM_LOG_DEBUG, level)) {
+            return StartFailure(ExitCode::ConfigRefused, "GVX_LOG_LEVEL is not one of 0 to 7: " + levelText);
+        }
+        m_options.level = options.logLevel.value_or(static_cast<int>(level));
+        if (m_options.file.empty()) {
+            m_options.file = CGvxConfigMgr::Instance()->GetConfValue("GVX_LOG_FILE", "");
+        }
+        return m_options.file.empty() ? StartResult{} : Install();
+    }
+
+    StartResult Succeeded() { return m_options.file.empty() ? Install() : StartResult{}; }
+
+private:
+    StartResult Install() {
+        if (m_installed && m_installedLevel == m_options.level) {
+            return {};
+        }
+        std::string error;
+        m_options.console = m_options.file.empty();
+        auto logger = MakeDefaultLogger(m_options, &error);
+        if (logger == nullptr) {
+            return StartFailure(ExitCode::StartFailed, "log file " + m_options.file + ": " + error);
+        }
+        m_startup->HandOver(std::move(logger));
+        m_installed = true;
+        m_installedLevel = m_options.level;
+        return {};
+    }
+
+    OMLoggerOptions m_options;
+    const std::shared_ptr<StartupLog> m_startup = std::make_shared<StartupLog>(OM_LOG_DEBUG);
+    bool m_installed = false;
+    int m_installedLevel = OM_LOG_INFO;
+};
+
+// Begins the operation log in the file of GVX_OPERATION_LOG_FILE, if there is one.
+StartResult StartOperationLog() {
+    OMLoggerOptions options;
+    options.console = false;
+    options.file = CGvxConfigMgr::Instance()->GetConfValue("GVX_OPERATION_LOG_FILE", "");
+    if (options.file.empty()) {
+        return {};
+    }
+    std::string error;
+    auto logger = MakeDefaultLogger(options, &error);
+    if (logger == nullptr) {
+        return StartFailure(ExitCode::StartFailed, "operation log file " + options.file + ": " + error);
+    }
+    OMAdapter::getInstance()->setOperationLogger(std::move(logger));
+    return {};
+}
+
+StartResult StartAll(Gateway& gateway, StartLogging& logging, const GatewayOptions& options) {
+    RaiseDescriptorLimit();
+    StartResult result = gateway.LoadConfiguration(options);
+    if (!result.Failed()) {
+        result = logging.Configured(options);
+    }
+    if (!result.Failed()) {
+        result = StartOperationLog();
+    }
+    if (!result.Failed()) {
+        result = gateway.Start(options);
+    }
+    return result;
+}
+
+// Comes back only when nothing is left behind.
+void StopInTime(Gateway& gateway, std::chrono::milliseconds limit, ExitCode code) {
+    const OverdueWatch watch([] { return true; }, limit,
+                             [code] {
+                                 PluginCallWatch::Instance().NameOpen();
+                                 LeaveBehindAndExit(code);
+                             });
+    if (!gateway.Stop()) {
+        LeaveBehindAndExit(code);
+    }
+}
+
+int StopOnSignal(Gateway& gateway, int signal, std::chrono::milliseconds limit) {
+    GVX_LOG_INFO("gvxd", "gvxd stops on signal %d (%s)", signal, strsignal(signal));
+    StopInTime(gateway, limit, ExitCode::Ok);
+    GVX_LOG_INFO("gvxd", "gvxd stopped");
+    FlushLog();
+    return Number(ExitCode::Ok);
+}
+
+// The whole of gvxd: reads the command line, starts, waits for a stop signal, stops. The result is the exit code.
+int Run(int argc, const char* const* argv) {
+    GatewayOptions options;
+    if (const auto end = ParseOptions(argc, argv, options)) {
+        return Number(*end);
+    }
+    StopSignal stopSignal;
+    StartLogging logging;
+    StartResult result = logging.Begin(options);
+    if (!result.Failed() && !stopSignal.Ok()) {
+        result = StartFailure(ExitCode::StartFailed, "the stop signals could not be taken over");
+    }
+    if (result.Failed()) {
+        return RefuseStart(result);
+    }
+    Gateway gateway;
+    std::chrono::milliseconds stopLimit = kStopLimit;
+    {
+        const OverdueWatch watch([&stopSignal] { return stopSignal.First() != 0; }, kStartLimit,
+                                 [&stopSignal] { AbandonStart(stopSignal.First()); });
+        result = StartAll(gateway, logging, options);
+        stopLimit -= std::min(watch.SinceBegun(), kStartLimit);
+    }
+    if (result.Failed()) {
+        return RefuseStart(result);
+    }
+    result = logging.Succeeded();
+    if (result.Failed()) {
+        const int code = RefuseStart(result);
+        StopInTime(gateway, stopLimit, result.code);
+        return code;
+    }
+    return StopOnSignal(gateway, stopSignal.Wait(), stopLimit);
+}
+
+}  // namespace
+
+}  // namespace gvx
 
 int main(int argc, char** argv) {
-    return gvx::GatewayMain(argc, argv);
+    return gvx::Run(argc, argv);
 }

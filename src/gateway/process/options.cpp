@@ -1,7 +1,5 @@
 #include "gateway/process/options.h"
 
-#include "gateway/process/version.h"
-
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -16,6 +14,17 @@ const std::map<std::string, int> kLogLevels = {
     {"notice", OM_LOG_NOTICE}, {"info", OM_LOG_INFO}, {"debug", OM_LOG_DEBUG},
 };
 
+// One line a code.
+std::string ExitCodeTable() {
+    std::string text = "Exit codes:\n";
+    for (const ExitCodeRow& row : kExitCodeRows) {
+        std::string number = std::to_string(static_cast<int>(row.code));
+        number.insert(0, number.size() < 2 ? 1 : 0, ' ');
+        text += "  " + number + "  " + row.meaning + "\n";
+    }
+    return text;
+}
+
 void Declare(CLI::App& app, GatewayOptions& options, std::string& levelName) {
     app.add_option("--config-dir", options.configDir, "configuration folder (default: GVX_CONFIG_DIR, else /etc/gvx)");
     app.add_option("--log-file", options.logFile,
@@ -25,7 +34,7 @@ void Declare(CLI::App& app, GatewayOptions& options, std::string& levelName) {
     app.add_option("--listen-port", options.listenPort,
                    "TCP port for platform links, 0 for any free one (default: key GVX_LISTEN_PORT)");
     app.add_flag("--foreground", "run in the foreground, the only mode there is");
-    app.set_version_flag("--version", std::string("gvxd ") + kGatewayVersion);
+    app.set_version_flag("--version", std::string("gvxd ") + GVX_VERSION);
     app.footer(ExitCodeTable());
 }
 

@@ -34,9 +34,6 @@ constexpr ExitCodeRow kExitCodeRows[] = {
     {ExitCode::StartAbandoned, "stopped by a signal while a start did not come to its end"},
 };
 
-// The table as text for --help, one line a code.
-std::string ExitCodeTable();
-
 // Why a start ends: one line for the operator that names what is at fault. Code Ok means that nothing is.
 struct StartResult {
     ExitCode code = ExitCode::Ok;

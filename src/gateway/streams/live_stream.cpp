@@ -2,7 +2,6 @@
 
 #include "base/log.h"
 #include "gateway/messages/answer.h"
-#include "gateway/plugins/left_behind.h"
 #include "gateway/plugins/plugin_guard.h"
 #include "gvx_common/adapter/gvx_adapter_lens.h"
 #include "gvx_common/config/gvx_config_mgr.h"

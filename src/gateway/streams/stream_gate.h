@@ -9,8 +9,6 @@ class CMediaSendStream;
 
 namespace gvx {
 
-class StreamGateSlot;
-
 // Stands between a plug-in and the send function of its stream. It is made held: packets of the plug-in's threads wait
 // until the answer to the platform has left, so that media never overtakes it. Once closed it lets nothing through,
 // whatever a plug-in's thread still sends, and it counts the calls that are inside.
@@ -50,7 +48,9 @@ public:
     static int Send(MEDIA_DATA* data, STREAM_TYPE_EX* streamType);
 
 private:
-    StreamGateSlot* const m_slot;  // never destroyed
+    class Slot;  // what is behind a gate; never destroyed
+
+    Slot* const m_slot;
 };
 
 }  // namespace gvx

@@ -1,0 +1,82 @@
+#include "gateway/streams/stream_gate.h"
+
+#include "base/zvs_error.h"
+#include "gvx_common/media/media_send_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <set>
+#include <thread>
+#include <vector>
+
+TEST(StreamGateTest, ClosedGateLetsNothingThroughAndCountsWhoIsInside) {
+    auto media = std::make_shared<CMediaSendStream>();
+    gvx::StreamGate gate;
+    gate.SetTarget(media.get(), true);
+    std::atomic<bool> sent{false};
+    std::atomic<int> result{0};
+    std::thread sender([&] {
+        char packet[20] = {};
+        MEDIA_DATA data{};
+        data.pUserInfo = gate.UserInfo();
+        data.pDataBuf = packet;
+        data.nVideoSize = sizeof(packet);
+        STREAM_TYPE_EX type = STREAM_TYPE_REAL_MAIN;
+        result = gvx::StreamGate::Send(&data, &type);  // waits: the gate is held
+        sent = data.pUserInfo == gate.UserInfo();
+    });
+    gate.Close();
+    EXPECT_TRUE(gate.WaitEmpty(20000));
+    sender.join();
+    EXPECT_TRUE(sent);
+    EXPECT_EQ(result, ZVS_GVX_OPEN_SOCKET_ERROR);
+    EXPECT_EQ(gvx::StreamGate::Send(nullptr, nullptr), ZVS_FAIL);
+}
+
+TEST(StreamGateTest, MetadataGoesToItsOwnTargetOrNowhere) {
+    CMediaSendStream media;
+    CMediaSendStream closed;
+    gvx::StreamGate gate;
+    gate.SetTarget(&media, true);
+    gate.Open();
+    char packet[20] = {};
+    MEDIA_DATA data{};
+    data.pUserInfo = gate.UserInfo();
+    data.pDataBuf = packet;
+    data.nMetaDataSize = sizeof(packet);
+    STREAM_TYPE_EX type = STREAM_TYPE_METADATA;
+    EXPECT_EQ(gvx::StreamGate::Send(&data, &type), ZVS_SUCCEED) << "nobody asked for it";
+    gate.SetMetadataTarget(&closed);
+    EXPECT_EQ(gvx::StreamGate::Send(&data, &type), ZVS_GVX_OPEN_SOCKET_ERROR);
+    EXPECT_EQ(gate.MetadataPackets(), 0u);
+}
+
+TEST(StreamGateTest, UserInformationOfAGateThatIsGoneFitsNoOther) {
+    auto former = std::make_unique<gvx::StreamGate>();
+    void* const late = former->UserInfo();
+    former = nullptr;
+    std::vector<std::unique_ptr<gvx::StreamGate>> gates;
+    for (int i = 0; i < 100; ++i) {
+        gates.push_back(std::make_unique<gvx::StreamGate>());
+        gates.back()->Open();
+        ASSERT_NE(gates.back()->UserInfo(), late);
+    }
+    for (void* userInfo : {late, reinterpret_cast<void*>(~std::uintptr_t{0}), reinterpret_cast<void*>(1)}) {
+        MEDIA_DATA data{};
+        data.pUserInfo = userInfo;
+        data.nVideoSize = 1;
+        EXPECT_EQ(gvx::StreamGate::Send(&data, nullptr), ZVS_GVX_OPEN_SOCKET_ERROR);
+    }
+}
+
+TEST(StreamGateTest, PlacesAreUsedAgain) {
+    std::set<std::uintptr_t> places;
+    for (int i = 0; i < 1000; ++i) {
+        const gvx::StreamGate gate;
+        ASSERT_TRUE(gate.IsUsable());
+        places.insert(reinterpret_cast<std::uintptr_t>(gate.UserInfo()) % gvx::StreamGate::kMaxGates);
+    }
+    EXPECT_LE(places.size(), 101u) << "as many as stood at a time, whatever test came before";
+}
