@@ -44,17 +44,4 @@ struct WatchOptions {
 };
 int RunWatch(const CommonOptions& common, const WatchOptions& options);
 
-struct DemoOptions {
-    Endpoint mu{"127.0.0.1", 9700};  // a running gateway goes on looking for a media unit where it once was
-    DeviceSpec device;
-    std::string outDir = ".";
-    std::string codec = "h264";      // ending of the recorded files' names
-    std::string summary;             // JSON file; empty: none
-    std::uint64_t expectFrames = 0;  // of each transport; the clip's own count
-    int timeoutSeconds = 60;         // for each transport
-    bool metadata = false;           // ask for it as well; pictures go to metadata_udp and metadata_tcp of outDir
-    bool keep = false;               // one stream over UDP until interrupted, instead of the two that end
-};
-int RunDemo(const CommonOptions& common, const DemoOptions& options);
-
 }  // namespace gvxctl

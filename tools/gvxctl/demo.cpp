@@ -1,4 +1,4 @@
-#include "gvxctl/commands.h"
+#include "gvxctl/demo.h"
 
 #include "base/zvs_error.h"
 #include "gvxctl/interrupt.h"

@@ -3,6 +3,7 @@
 #include "gvxctl/frame_pattern.h"
 #include "gvxctl/port_service.h"
 
+#include <functional>
 #include <map>
 #include <string>
 #include <variant>
@@ -84,5 +85,10 @@ constexpr std::size_t kMaxScenarioSteps = 20000;  // with every repetition count
 // reason that names the step.
 bool ParseScenario(const std::string& text, const ScenarioVars& given, Scenario& scenario, std::string& error);
 bool LoadScenario(const std::string& path, const ScenarioVars& given, Scenario& scenario, std::string& error);
+
+// Puts values for ${name} into a text, in one pass: a value that holds such a name is not looked into. `valueOf`
+// answers false for a name that has no value. That is a fault, which names it; a name that begins with `later` stays.
+using VarLookup = std::function<bool(const std::string& name, std::string& value)>;
+bool FillText(std::string& text, const VarLookup& valueOf, const std::string& later, std::string& error);
 
 }  // namespace gvxctl

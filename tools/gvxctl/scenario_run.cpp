@@ -3,7 +3,6 @@
 #include "base/clock.h"
 #include "gvxctl/frame_text.h"
 #include "gvxctl/interrupt.h"
-#include "gvxctl/scenario_vars.h"
 
 #include <cstring>
 

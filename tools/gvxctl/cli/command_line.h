@@ -3,6 +3,7 @@
 #include "gvxctl/alarm_commands.h"
 #include "gvxctl/commands.h"
 #include "gvxctl/config_commands.h"
+#include "gvxctl/demo.h"
 #include "gvxctl/peer_commands.h"
 
 #include <CLI/CLI.hpp>
