@@ -118,7 +118,7 @@ public:
     std::uint16_t Port() const { return m_port; }
     void WaitOpened() { m_opened.Wait(); }
     std::int64_t LinkThreadCpuNs() const { return ClockNs(m_linkClock); }
-    int Take(const BP::CCmd& cmd) { return m_sink.Take(cmd); }
+    int Take(BP::CCmd& cmd) { return m_sink.Take(cmd); }
 
 private:
     gvx::GatewayContext m_context;

@@ -7,7 +7,6 @@
 #include "bp/cmd.h"
 #include "bp/message_block_ptr.h"
 #include "gateway/messages/request_body.h"
-#include "gateway/messages/request_target.h"
 #include "gateway/settings/number_setting.h"
 #include "nss/nss_msg.h"
 
@@ -92,18 +91,17 @@ void ReadItems(const ACE_Message_Block& frame, std::uint8_t form, const std::str
     }
 }
 
-void ReadAsGateway(const BP::CCmd& cmd) {
+void ReadAsGateway(BP::CCmd& cmd) {
     const gvx::RequestTarget target = gvx::ReadRequestTarget(*cmd.GetMsgBlock());
     Require(target.malformed == !target.reason.empty());
     Require(target.device.empty() || gvx::IsCode(target.device));
-    CBB::CXml xml;
-    if (gvx::ReadXmlContent(cmd, xml)) {
+    if (const std::unique_ptr<CBB::CXml> xml = gvx::ReadXmlContent(cmd)) {
         // What the target names and what the work reads must be one device.
-        const std::string device = gvx::XmlText(xml, "DevCode");
+        const std::string device = gvx::XmlText(*xml, "DevCode");
         Require(target.malformed || target.device == device);
         for (const char* name : {"PluginName", "Extend", "LensList", "ServiceID"}) {
             long long number = 0;
-            gvx::ReadNumber(gvx::XmlText(xml, name), -1, 65535, number);
+            gvx::ReadNumber(gvx::XmlText(*xml, name), -1, 65535, number);
             Require(number >= -1 && number <= 65535);
         }
     }
@@ -112,6 +110,10 @@ void ReadAsGateway(const BP::CCmd& cmd) {
     Json::Value again;
     // Readers are kept from text to text: what one left behind must not change the next.
     Require(gvx::ReadJsonObject(cmd, again) == good && (!good || again == json));
+    // The work reads the same whether the target's tree came with the command or not.
+    cmd.SetAttachment(target.body);
+    const bool isXml = target.body != nullptr && target.body->xml != nullptr;
+    Require(target.malformed || isXml || (gvx::ReadJsonObject(cmd, again) == good && (!good || again == json)));
     if (good) {
         gvx::JsonText(json, "DevCode");
         gvx::JsonInt(json, "StreamType");

@@ -64,6 +64,7 @@ CCmd* CCmd::NewClone() const noexcept {
         copy->m_timestamp = m_timestamp;
         copy->m_strNetLinkID = m_strNetLinkID;
         copy->m_strTransID = m_strTransID;
+        copy->m_pAttachment = m_pAttachment;
         if (m_pMsgBlock != nullptr) {
             copy->m_pMsgBlock = m_pMsgBlock->clone();
             if (copy->m_pMsgBlock == nullptr) {

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <memory>
 #include <string>
+#include <utility>
 
 class ACE_Message_Block;
 
@@ -17,6 +18,12 @@ enum enGvxInternalRequest : std::uint32_t {
 };
 
 namespace BP {
+
+// What whoever takes a command in has read from its frame already, for whoever serves it.
+class CmdAttachment {
+public:
+    virtual ~CmdAttachment() = default;
+};
 
 // One command: a frame and where it came from. The object owns its message block (the whole frame, head
 // included) and releases it. Not shared between threads: it is handed on.
@@ -58,6 +65,10 @@ public:
     bool IsFedIn() const { return m_bFedIn; }
     void SetFedIn(bool fedIn) { m_bFedIn = fedIn; }
 
+    // Null unless one was set. Clones share it.
+    const std::shared_ptr<CmdAttachment>& GetAttachment() const { return m_pAttachment; }
+    void SetAttachment(std::shared_ptr<CmdAttachment> attachment) { m_pAttachment = std::move(attachment); }
+
     // A deep copy, message block and its data included; null when there is no memory. The caller owns it.
     CCmd* NewClone() const noexcept;
 
@@ -70,6 +81,7 @@ private:
     ACE_Message_Block* m_pMsgBlock = nullptr;  // owned
     std::string m_strNetLinkID;
     std::string m_strTransID;
+    std::shared_ptr<CmdAttachment> m_pAttachment;
 };
 
 // A queue entry. Copying it copies the pointer only, and its destructor does not free the command: whoever

@@ -1,7 +1,6 @@
 #include "gateway/devices/dev_reactor_binder.h"
 
 #include "bp/cmd.h"
-#include "gateway/messages/request_body.h"
 #include "gateway/settings/number_setting.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/event/gvx_dev_reactor_mgr.h"

@@ -32,24 +32,23 @@ void SetIdentity(CAdapterDevBase& adapter, const MainDeviceInfo& info, const Dev
 Device::Device(LoadedPlugin& plugin, const MainDeviceInfo& info, CGvxReactor* reactor)
     : m_plugin(plugin), m_code(info.strDevCode), m_address(info.strIP), m_reactor(reactor) {}
 
-int Device::Create(LoadedPlugin& plugin, const DeviceRequest& request, const Place& place,
-                   std::unique_ptr<Device>& device, std::string& reason) {
-    std::unique_ptr<Device> made(new Device(plugin, request.info, place.reactor));
-    int code = made->CreateAdapter(request, place, reason);
+Result Device::Create(const DeviceRequest& request, const Place& place, std::unique_ptr<Device>& device) {
+    std::unique_ptr<Device> made(new Device(*request.plugin, request.info, place.reactor));
+    Result result = made->CreateAdapter(request, place);
     std::vector<LensRequest> lenses = request.lenses;
-    if (code == 0) {
-        code = made->ReadAbility(lenses, reason);
+    if (!result.Failed()) {
+        result = made->ReadAbility(lenses);
     }
-    for (auto lens = lenses.begin(); code == 0 && lens != lenses.end(); ++lens) {
-        code = made->CreateLens(*lens, reason);
+    for (auto lens = lenses.begin(); !result.Failed() && lens != lenses.end(); ++lens) {
+        result = made->CreateLens(*lens);
     }
-    if (code == 0) {
+    if (!result.Failed()) {
         device = std::move(made);
     }
-    return code;
+    return result;
 }
 
-int Device::CreateAdapter(const DeviceRequest& request, const Place& place, std::string& reason) {
+Result Device::CreateAdapter(const DeviceRequest& request, const Place& place) {
     int code = CallPlugin(m_plugin.Name(), "CreateDevice", m_code,
                           [&] { return m_plugin.Sdk().CreateDevice(request.info, m_adapter); });
     if (code == 0 && m_adapter == nullptr) {
@@ -58,24 +57,19 @@ int Device::CreateAdapter(const DeviceRequest& request, const Place& place, std:
     }
     if (code != 0) {
         m_adapter = nullptr;
-        reason = "The plug-in made no device. " + ReasonOf(code);
-        return code;
+        return Failure(code, "The plug-in made no device.");
     }
     SetIdentity(*m_adapter, request.info, place);
     code = CallPlugin(m_plugin.Name(), "Init", m_code, [&] { return m_adapter->Init(); });
-    if (code != 0) {
-        reason = "The device could not be initialised. " + ReasonOf(code);
-    }
-    return code;
+    return code == 0 ? Result{} : Failure(code, "The device could not be initialised.");
 }
 
 // A plug-in that tells nothing of its channels serves the lenses that the request names.
-int Device::ReadAbility(std::vector<LensRequest>& lenses, std::string& reason) {
-    const int code = CallPlugin(m_plugin.Name(), "GetDeviceAbility", m_code,
-                                [&] { return m_adapter->GetDeviceAbility(m_ability); });
+Result Device::ReadAbility(std::vector<LensRequest>& lenses) {
+    const int code =
+        CallPlugin(m_plugin.Name(), "GetDeviceAbility", m_code, [&] { return m_adapter->GetDeviceAbility(m_ability); });
     if (code != 0 && (code != ZVS_GVX_DEV_UN_SUPPORT || lenses.empty())) {
-        reason = "The device's channels could not be read. " + ReasonOf(code);
-        return code;
+        return Failure(code, "The device's channels could not be read.");
     }
     if (lenses.empty()) {
         for (const GVX_CHANNEL_ABILITY_INFO& channel : m_ability.channels) {
@@ -83,41 +77,34 @@ int Device::ReadAbility(std::vector<LensRequest>& lenses, std::string& reason) {
             lenses.push_back({m_code + "_" + std::to_string(number), number});
         }
     }
-    return 0;
+    return {};
 }
 
-int Device::CreateLens(const LensRequest& request, std::string& reason) {
-    Lens lens;
-    lens.code = request.code;
-    lens.channel = request.channel;
+Result Device::CreateLens(const LensRequest& request) {
+    Lens made;
+    made.code = request.code;
+    made.channel = request.channel;
     int code = CallPlugin(m_plugin.Name(), "CreateLens", m_code, [&] {
         CAdapterDevBase* parent = m_adapter;
-        return m_adapter->CreateLens(lens.code.c_str(), lens.channel, parent, lens.adapter);
+        return m_adapter->CreateLens(made.code.c_str(), made.channel, parent, made.adapter);
     });
-    if (code == 0 && lens.adapter == nullptr) {
+    if (code == 0 && made.adapter == nullptr) {
         LogPluginError(m_plugin.Name(), "CreateLens (which gave no object)", m_code, ZVS_NULL_POINTER);
         code = ZVS_NULL_POINTER;
     }
     if (code != 0) {
-        reason = "Lens " + lens.code + " could not be made. " + ReasonOf(code);
-        return code;
+        return Failure(code, "Lens " + made.code + " could not be made.");
     }
     for (const GVX_CHANNEL_ABILITY_INFO& channel : m_ability.channels) {
-        if (channel.nChannelId == lens.channel) {
-            lens.ability = channel;
+        if (channel.nChannelId == made.channel) {
+            made.ability = channel;
         }
     }
-    m_lenses.push_back(std::move(lens));
-    return InitLens(m_lenses.back(), reason);
-}
-
-int Device::InitLens(Lens& lens, std::string& reason) {
-    const int code = CallPlugin(m_plugin.Name(), "Init of a lens", m_code, [&] { return lens.adapter->Init(); });
+    m_lenses.push_back(std::move(made));  // from here on it is undone with the device
+    Lens& lens = m_lenses.back();
+    code = CallPlugin(m_plugin.Name(), "Init of a lens", m_code, [&] { return lens.adapter->Init(); });
     lens.initialised = code == 0;
-    if (code != 0) {
-        reason = "Lens " + lens.code + " could not be initialised. " + ReasonOf(code);
-    }
-    return code;
+    return code == 0 ? Result{} : Failure(code, "Lens " + lens.code + " could not be initialised.");
 }
 
 const std::string& Device::PluginName() const {
@@ -143,24 +130,23 @@ bool Device::IsChannelBusy(const Lens& lens, const StreamRequest& request) const
     });
 }
 
-int Device::StartStream(const StreamRequest& request, LiveStream*& stream, std::string& reason) {
+Result Device::StartStream(const StreamRequest& request, LiveStream*& stream) {
     const Lens* lens = FindLens(request.lensCode);
     if (lens == nullptr) {
-        reason = ReasonOf(ZVS_GVX_LENS_NOT_EXIST);
-        return ZVS_GVX_LENS_NOT_EXIST;
+        return Failure(ZVS_GVX_LENS_NOT_EXIST);
     }
     if (IsChannelBusy(*lens, request)) {
-        reason = ReasonOf(ZVS_GVX_STREAM_EXIST);
-        return ZVS_GVX_STREAM_EXIST;
+        return Failure(ZVS_GVX_STREAM_EXIST);
     }
     auto made = std::make_unique<LiveStream>(StreamLens{m_plugin.Name(), m_code, lens->code, lens->adapter}, request);
-    const int code = made->Start(reason);
+    Result result;
+    result.code = made->Start(result.reason);
     m_leftBehind = m_leftBehind || made->IsLeftBehind();
-    if (code == 0) {
+    if (!result.Failed()) {
         stream = made.get();
         m_streams.push_back(std::move(made));
     }
-    return code;
+    return result;
 }
 
 LiveStream* Device::FindStream(const std::string& serviceID) const {

@@ -34,10 +34,8 @@ public:
         CGvxReactor* reactor = nullptr;  // not owned
     };
 
-    // Makes the device and its lenses; a failed step undoes those before it. 0 and the device, or a code with a
-    // sentence for the sender.
-    static int Create(LoadedPlugin& plugin, const DeviceRequest& request, const Place& place,
-                      std::unique_ptr<Device>& device, std::string& reason);
+    // Makes the device and its lenses; a failed step undoes those before it, and device stays null.
+    static Result Create(const DeviceRequest& request, const Place& place, std::unique_ptr<Device>& device);
     // Stops what runs, in reverse order of its making: streams, lenses, the device itself. A plug-in's errors are
     // logged and end nothing.
     ~Device();
@@ -59,8 +57,8 @@ public:
     // Sends an alarm that the plug-in has reported for the device (device_alarm.h).
     int SendAlarm(const std::string& report);
 
-    // Starts a stream of a lens. 0 and the stream, which stays the device's; or a code with a sentence.
-    int StartStream(const StreamRequest& request, LiveStream*& stream, std::string& reason);
+    // Starts a stream of a lens; the stream stays the device's.
+    Result StartStream(const StreamRequest& request, LiveStream*& stream);
     // Null when the device has no such stream.
     LiveStream* FindStream(const std::string& serviceID) const;
     // Stops a stream: the plug-in's answer, and what was sent. Not for a stream that does not exist.
@@ -70,10 +68,9 @@ public:
 private:
     Device(LoadedPlugin& plugin, const MainDeviceInfo& info, CGvxReactor* reactor);
 
-    int CreateAdapter(const DeviceRequest& request, const Place& place, std::string& reason);
-    int ReadAbility(std::vector<LensRequest>& lenses, std::string& reason);
-    int CreateLens(const LensRequest& request, std::string& reason);
-    int InitLens(Lens& lens, std::string& reason);
+    Result CreateAdapter(const DeviceRequest& request, const Place& place);
+    Result ReadAbility(std::vector<LensRequest>& lenses);
+    Result CreateLens(const LensRequest& request);
     bool IsChannelBusy(const Lens& lens, const StreamRequest& request) const;
     void DeleteLens(Lens& lens);
     void DeleteAdapter();

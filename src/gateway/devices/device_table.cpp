@@ -76,29 +76,8 @@ void DeviceTable::ReleaseStream(const std::string& serviceID) {
     m_streamDevices.erase(serviceID);
 }
 
-bool DeviceTable::HasStream(const std::string& serviceID) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_streamDevices.count(serviceID) != 0;
-}
-
-void DeviceTable::RememberRequest(std::uint32_t seqID, const std::string& device) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_requestDevices.insert_or_assign(seqID, device).second) {
-        return;
-    }
-    if (m_requestRing.size() < kMaxRequests) {
-        m_requestRing.push_back(seqID);
-        return;
-    }
-    m_requestDevices.erase(m_requestRing[m_requestNext]);
-    m_requestRing[m_requestNext] = seqID;
-    m_requestNext = (m_requestNext + 1) % kMaxRequests;
-}
-
-std::string DeviceTable::GetReqDevID(std::uint32_t seqID) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto found = m_requestDevices.find(seqID);
-    return found == m_requestDevices.end() ? std::string() : found->second;
+std::string DeviceTable::GetReqDevID(std::uint32_t /*seqID*/) {
+    return std::string();
 }
 
 int DeviceTable::ProcessSdkException(const ACE_Message_Block* block) {
@@ -118,8 +97,8 @@ int DeviceTable::ProcessSdkException(const ACE_Message_Block* block) {
     if (block->length() > sizeof(message)) {
         return known->SendAlarm(std::string(block->rd_ptr() + sizeof(message), block->length() - sizeof(message)));
     }
-    GVX_LOG_WARN("Device report", "plug-in %s reports an exception of type %u. [dev:%s]",
-                 known->PluginName().c_str(), message.ExceptionType, device.c_str());
+    GVX_LOG_WARN("Device report", "plug-in %s reports an exception of type %u. [dev:%s]", known->PluginName().c_str(),
+                 message.ExceptionType, device.c_str());
     return 0;
 }
 

@@ -37,13 +37,9 @@ public:
     // Stream identifiers are unique in the gateway. False when the identifier is taken.
     bool ReserveStream(const std::string& serviceID, const std::string& device);
     void ReleaseStream(const std::string& serviceID);
-    bool HasStream(const std::string& serviceID) const;
-
-    // Remembers for which device a request was sent; the last kMaxRequests are kept.
-    static constexpr std::size_t kMaxRequests = 4096;
-    void RememberRequest(std::uint32_t seqID, const std::string& device);
 
     int ProcessSdkException(const ACE_Message_Block* block) override;
+    // Empty: no request of the gateway waits in a device's name, so that an answer belongs to whom its body names.
     std::string GetReqDevID(std::uint32_t seqID) override;
     int HandleClusterTaskShiftIn(int reason, const std::string& nodeCode) override;
     bool FindMainDevice(const std::string& devCode, std::string& address) override;
@@ -53,9 +49,6 @@ private:
     mutable std::condition_variable m_emptied;
     std::map<std::string, std::unique_ptr<Device>> m_devices;
     std::map<std::string, std::string> m_streamDevices;  // by stream identifier
-    std::map<std::uint32_t, std::string> m_requestDevices;
-    std::vector<std::uint32_t> m_requestRing;  // sequence numbers of m_requestDevices, oldest at m_requestNext
-    std::size_t m_requestNext = 0;
     bool m_closed = false;
 };
 

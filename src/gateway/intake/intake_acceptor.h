@@ -5,7 +5,7 @@
 namespace gvx {
 
 // The acceptor of the intake. Without free descriptors a device stays in the backlog and the socket readable, so that
-// going on at once would only spin: it then pauses for a second.
+// going on at once would only spin: it then pauses for a second. After its start it belongs to the reactor's thread.
 class IntakeAcceptor : public CGVXAcceptor {
 public:
     // Makes room for many devices that connect at the same moment. After start.

@@ -22,7 +22,8 @@ struct IntakeSettings {
     IntakeLimits limits;
 };
 
-// Reads the keys GVX_INTAKE_* of the configuration. A value that is not allowed refuses the start.
+// Reads the keys GVX_INTAKE_* of the configuration. A value that is not allowed refuses the start. Of the
+// thread that starts the gateway.
 StartResult ReadIntakeSettings(IntakeSettings& settings);
 
 }  // namespace gvx

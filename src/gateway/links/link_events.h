@@ -25,7 +25,7 @@ namespace gvx {
 class LinkEventThread {
 public:
     // What a frame that was held back is handed to.
-    using FrameTaker = std::function<int(const BP::CCmd& cmd)>;
+    using FrameTaker = std::function<int(BP::CCmd& cmd)>;
 
     // What is held back for one link at most; a frame beyond is refused.
     static constexpr std::size_t kMaxHeldBytes = 8u << 20;

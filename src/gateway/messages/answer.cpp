@@ -53,9 +53,9 @@ void AnswerJson(const BP::CCmd& cmd, const Json::Value& body, int code) {
     }
 }
 
-void RefuseXml(const BP::CCmd& cmd, const std::string& device, int code, const std::string& reason) {
+void RefuseXml(const BP::CCmd& cmd, const std::string& device, const Result& result) {
     CBB::CXml body;
-    if (TakeErrorReport(code, body)) {
+    if (TakeErrorReport(result.code, body)) {
         body.Rewind();
         body.FindElem("Content");
     } else {
@@ -64,22 +64,26 @@ void RefuseXml(const BP::CCmd& cmd, const std::string& device, int code, const s
     }
     body.IntoElem();
     body.AddElem("DevCode", device.c_str());
-    body.AddElem("Reason", reason.c_str());
-    AnswerXml(cmd, body, code);
+    body.AddElem("Reason", result.reason.c_str());
+    AnswerXml(cmd, body, result.code);
 }
 
-void RefuseJson(const BP::CCmd& cmd, Json::Value body, int code, const std::string& reason) {
-    body["Reason"] = reason;
+void RefuseJson(const BP::CCmd& cmd, Json::Value body, const Result& result) {
+    body["Reason"] = result.reason;
     CBB::CXml report;
-    if (TakeErrorReport(code, report)) {
+    if (TakeErrorReport(result.code, report)) {
         body["ErrorReport"] = report.ToString();
     }
-    AnswerJson(cmd, body, code);
+    AnswerJson(cmd, body, result.code);
 }
 
 std::string ReasonOf(int code) {
     const char* text = ZvsErrorText(code);
     return text == nullptr || *text == '\0' ? "Code " + std::to_string(code) + "." : text;
+}
+
+Result Failure(int code, const std::string& what) {
+    return {code, what.empty() ? ReasonOf(code) : what + " " + ReasonOf(code)};
 }
 
 }  // namespace gvx

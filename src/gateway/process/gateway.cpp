@@ -12,7 +12,6 @@
 #include "gateway/alarms/gateway_alarms.h"
 #include "gateway/devices/history_sweep.h"
 #include "gateway/links/link_options.h"
-#include "gateway/messages/request_body.h"
 #include "gateway/plugins/plugin_guard.h"
 #include "gateway/requests/frame_sink.h"
 #include "gateway/requests/gateway_work.h"
@@ -240,7 +239,7 @@ StartResult Gateway::StartLinks(const GatewayOptions& options) {
     }
     GatewayContext& context = *m_context;
     if (!context.linkEvents.Start({&OpenLink, &CloseLink},
-                                  [&context](const BP::CCmd& cmd) { return FrameSink(context).Take(cmd); })) {
+                                  [&context](BP::CCmd& cmd) { return FrameSink(context).Take(cmd); })) {
         return StartFailure(ExitCode::StartFailed, "the thread of link events could not be started");
     }
     const int started = BP::CNetFactory::Start(links, context.linkEvents.Callbacks());

@@ -19,7 +19,7 @@ struct GatewayOptions {
 };
 
 // Reads the command line. No value: go on with options. Otherwise the process ends with that code; --help and
-// --version have written their text to standard output, a wrong use its one line to standard error.
+// --version have written their text to standard output, a wrong use its one line to standard error. Of main's thread.
 std::optional<ExitCode> ParseOptions(int argc, const char* const* argv, GatewayOptions& options);
 
 }  // namespace gvx

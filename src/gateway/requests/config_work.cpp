@@ -1,4 +1,4 @@
-#include "gateway/requests/gateway_work.h"
+#include "gateway/requests/config_work.h"
 
 #include "base/bounded_string.h"
 #include "base/cbb_xml.h"
@@ -100,66 +100,52 @@ bool FillRecord(const Edit& edit, CONFIG_INFO& info) {
            strncpy_s(info.chConfigValue, sizeof(info.chConfigValue), edit.value.c_str(), edit.value.size()) == 0;
 }
 
-int ApplyLogUpload(const Edit& edit, std::string& reason) {
-    const int code = GvxConfigMgr()->SetLogSFTPConf(edit.key.c_str(), edit.value.c_str());
-    if (code != ZVS_SUCCEED) {
-        reason = code == ZVS_FAIL ? "The value of " + edit.key + " is too long." : ReasonOf(code);
-    }
-    return code;
-}
-
-int ApplySpine(const SpineRow& row, const Edit& edit, std::string& reason) {
-    long long number = 0;
-    if (!ReadNumber(edit.value, row.least, row.most, number)) {
-        reason = edit.key + " is a number from " + std::to_string(row.least) + " to " + std::to_string(row.most) + ".";
-        return ZVS_PARA_INVALID;
-    }
-    const int code = GvxConfigMgr()->SetGVXConfigValue(edit.section, edit.key, edit.value);
-    reason = code != ZVS_SUCCEED ? WriteFault(edit) : std::string();
-    return code;
-}
-
-// Does the edit; reason says why not.
-int Apply(const Edit& edit, std::string& reason) {
+// Does the edit. A failure says why.
+Result Apply(const Edit& edit) {
     if (edit.key.empty()) {
-        reason = "ConfigName is missing.";
-        return ZVS_PARA_INVALID;
+        return {ZVS_PARA_INVALID, "ConfigName is missing."};
     }
     if (IsLogUpload(edit)) {
-        return ApplyLogUpload(edit, reason);
+        const int code = GvxConfigMgr()->SetLogSFTPConf(edit.key.c_str(), edit.value.c_str());
+        return code == ZVS_FAIL      ? Result{code, "The value of " + edit.key + " is too long."}
+               : code != ZVS_SUCCEED ? Failure(code)
+                                     : Result{};
     }
     if (const SpineRow* row = FindSpineRow(edit.key)) {
-        return ApplySpine(*row, edit, reason);
+        long long number = 0;
+        if (!ReadNumber(edit.value, row->least, row->most, number)) {
+            return {ZVS_PARA_INVALID, edit.key + " is a number from " + std::to_string(row->least) + " to " +
+                                          std::to_string(row->most) + "."};
+        }
+        const int code = GvxConfigMgr()->SetGVXConfigValue(edit.section, edit.key, edit.value);
+        return code == ZVS_SUCCEED ? Result{} : Result{code, WriteFault(edit)};
     }
     ScopedRecord record;
-    CONFIG_INFO& info = record.info;
-    if (!FillRecord(edit, info)) {
-        reason = "A key has 63 characters at most, a section and a value have 31.";
-        return ZVS_PARA_INVALID;
+    if (!FillRecord(edit, record.info)) {
+        return {ZVS_PARA_INVALID, "A key has 63 characters at most, a section and a value have 31."};
     }
-    const int code = GvxConfigMgr()->SetGvxConfigEdit(info);
+    const int code = GvxConfigMgr()->SetGvxConfigEdit(record.info);
     if (code == ZVS_SUCCEED) {
-        return code;
+        return {};
     }
     if (!IsEditable(edit.key)) {
-        reason = edit.key + " can not be edited at run time.";
-    } else if (!CheckEdit(edit.key, edit.value)) {
-        reason = edit.value + " is no value for " + edit.key + ".";
-    } else {
-        reason = WriteFault(edit);
+        return {code, edit.key + " can not be edited at run time."};
     }
-    return code;
+    if (!CheckEdit(edit.key, edit.value)) {
+        return {code, edit.value + " is no value for " + edit.key + "."};
+    }
+    return {code, WriteFault(edit)};
 }
 
 bool ReadXmlEdit(const BP::CCmd& cmd, Edit& edit) {
-    CBB::CXml xml;
-    if (!ReadXmlContent(cmd, xml) || !xml.FindElem("ConfigInfo") || !xml.IntoElem()) {
+    const std::unique_ptr<CBB::CXml> xml = ReadXmlContent(cmd);
+    if (xml == nullptr || !xml->FindElem("ConfigInfo") || !xml->IntoElem()) {
         return false;
     }
-    edit.section = XmlText(xml, "ConfigType");
-    edit.key = XmlText(xml, "ConfigName");
-    if (xml.FindFirstElem("ConfigValue")) {
-        edit.value = xml.GetElemValue();  // copied in place: it may be a password
+    edit.section = XmlText(*xml, "ConfigType");
+    edit.key = XmlText(*xml, "ConfigName");
+    if (xml->FindFirstElem("ConfigValue")) {
+        edit.value = xml->GetElemValue();  // copied in place: it may be a password
     }
     return true;
 }
@@ -167,8 +153,8 @@ bool ReadXmlEdit(const BP::CCmd& cmd, Edit& edit) {
 }  // namespace
 
 int QueryConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
-    CBB::CXml request;
-    const std::string section = ReadXmlContent(cmd, request) ? XmlText(request, "ConfigType") : std::string();
+    const std::unique_ptr<CBB::CXml> request = ReadXmlContent(cmd);
+    const std::string section = request != nullptr ? XmlText(*request, "ConfigType") : std::string();
     CBB::CXml document;
     const int code = GvxConfigMgr()->GetGvxConfig(document, section.c_str());
     if (code != ZVS_SUCCEED) {
@@ -181,20 +167,20 @@ int QueryConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, c
 
 int EditConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
     Edit edit;
-    std::string reason = "The body holds no ConfigInfo.";
-    const int code = ReadXmlEdit(cmd, edit) ? Apply(edit, reason) : static_cast<int>(ZVS_PARA_INVALID);
+    const Result result =
+        ReadXmlEdit(cmd, edit) ? Apply(edit) : Result{ZVS_PARA_INVALID, "The body holds no ConfigInfo."};
     memset_s(edit.value.data(), edit.value.size() + 1, 0, edit.value.size());  // it may be a password
     CBB::CXml body;
     body.AddDeclaration("1.0", "UTF-8");
     body.AddElem("Content");
     body.IntoElem();
     body.AddElem("ConfigName", edit.key.c_str());
-    if (code != ZVS_SUCCEED) {
-        GVX_LOG_WARN_CODE("Edit of a setting", code, "%s", reason.c_str());
-        body.AddElem("Reason", reason.c_str());
+    if (result.Failed()) {
+        GVX_LOG_WARN_CODE("Edit of a setting", result.code, "%s", result.reason.c_str());
+        body.AddElem("Reason", result.reason.c_str());
     }
-    AnswerXml(cmd, body, code);
-    return code;
+    AnswerXml(cmd, body, result.code);
+    return result.code;
 }
 
 int TakeChangedConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {

@@ -1,9 +1,9 @@
-#include "gateway/requests/gateway_work.h"
+#include "gateway/requests/device_work.h"
 
 #include "base/cbb_xml.h"
 #include "base/log.h"
 #include "bp/session.h"
-#include "gateway/devices/device_addition.h"
+#include "gateway/devices/device_request.h"
 #include "gateway/messages/answer.h"
 #include "gateway/requests/gateway_context.h"
 
@@ -33,23 +33,6 @@ void AnswerAdded(const BP::CCmd& cmd, const std::string& code, const std::vector
     AnswerXml(cmd, body, ZVS_SUCCEED);
 }
 
-// 0 and the device, not yet in the table; or a code with a sentence.
-int MakeDevice(GatewayContext& context, const BP::CGvxSessionBase& session, const BP::CCmd& cmd,
-               std::unique_ptr<Device>& device, std::string& reason) {
-    DeviceRequest request;
-    LoadedPlugin* plugin = nullptr;
-    const int code = ReadAddition(context.plugins, cmd, request, plugin, reason);
-    if (code != ZVS_SUCCEED) {
-        return code;
-    }
-    if (context.devices.Contains(request.info.strDevCode)) {
-        reason = ReasonOf(ZVS_GVX_DEV_EXIST);
-        return ZVS_GVX_DEV_EXIST;
-    }
-    const Device::Place place{cmd.GetNetLinkID(), session.GetReactor()};
-    return Device::Create(*plugin, request, place, device, reason);
-}
-
 // Settles an addition however its work ends: the key would stay bound for ever otherwise.
 class AdditionSettler {
 public:
@@ -69,20 +52,25 @@ struct Added {
     std::vector<Device::Lens> lenses;
 };
 
-// Puts the device into the table. 0, or a code with a sentence.
-int AddDevice(GatewayContext& context, const BP::CGvxSessionBase& session, const BP::CCmd& cmd, Added& added,
-              std::string& reason) {
+// Makes the device and puts it into the table.
+Result AddDevice(GatewayContext& context, const BP::CGvxSessionBase& session, const BP::CCmd& cmd, Added& added) {
+    const auto request = std::dynamic_pointer_cast<const DeviceRequest>(cmd.GetAttachment());
+    if (request == nullptr) {
+        return Failure(ZVS_PARA_INVALID);
+    }
+    if (context.devices.Contains(request->info.strDevCode)) {
+        return Failure(ZVS_GVX_DEV_EXIST);
+    }
     std::unique_ptr<Device> device;
-    const int code = MakeDevice(context, session, cmd, device, reason);
-    if (code != ZVS_SUCCEED) {
-        return code;
+    Result result = Device::Create(*request, {cmd.GetNetLinkID(), session.GetReactor()}, device);
+    if (result.Failed()) {
+        return result;
     }
     added = {device->PluginName(), device->Lenses()};
     if (context.devices.Insert(device)) {
-        return ZVS_SUCCEED;
+        return {};
     }
-    reason = "The gateway stops.";  // the table closed while the device was made
-    return ZVS_FAIL;
+    return {ZVS_FAIL, "The gateway stops."};  // the table closed while the device was made
 }
 
 void DestroyDevice(GatewayContext& context, std::unique_ptr<Device> device) {
@@ -98,28 +86,27 @@ void DestroyDevice(GatewayContext& context, std::unique_ptr<Device> device) {
 int AddMainDevice(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     const std::string code = session.GetRespDevID();
     Added added;
-    std::string reason;
-    int result = ZVS_FAIL;
+    Result result;
     {
         const AdditionSettler settler(context, code);  // before the answer: the platform may go on at once
-        result = AddDevice(context, session, cmd, added, reason);
+        result = AddDevice(context, session, cmd, added);
     }
-    if (result != ZVS_SUCCEED) {
-        GVX_LOG_ERR_CODE("Add device", result, "%s [dev:%s]", reason.c_str(), code.c_str());
-        RefuseXml(cmd, code, result, reason);
-        return result;
+    if (result.Failed()) {
+        GVX_LOG_ERR_CODE("Add device", result.code, "%s [dev:%s]", result.reason.c_str(), code.c_str());
+        RefuseXml(cmd, code, result);
+        return result.code;
     }
     GVX_LOG_INFO("Add device", "plug-in %s, %zu lenses. [dev:%s]", added.plugin.c_str(), added.lenses.size(),
                  code.c_str());
     AnswerAdded(cmd, code, added.lenses);
-    return result;
+    return ZVS_SUCCEED;
 }
 
 int DeleteMainDevice(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     const std::string code = session.GetRespDevID();
     std::unique_ptr<Device> device = context.devices.TakeHere(code);
     if (device == nullptr) {
-        RefuseXml(cmd, code, ZVS_GVX_DEV_NOT_EXIST, ReasonOf(ZVS_GVX_DEV_NOT_EXIST));
+        RefuseXml(cmd, code, Failure(ZVS_GVX_DEV_NOT_EXIST));
         return ZVS_GVX_DEV_NOT_EXIST;
     }
     DestroyDevice(context, std::move(device));

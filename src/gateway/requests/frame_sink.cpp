@@ -3,20 +3,20 @@
 #include "base/log.h"
 #include "bp/dispatcher.h"
 #include "bp/message_block_ptr.h"
-#include "gateway/devices/device_addition.h"
+#include "gateway/devices/device_request.h"
 #include "gateway/messages/answer.h"
 #include "gateway/requests/gateway_context.h"
 #include "gvx_common/event/gvx_reactor.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "gvx_common/ports/gvx_port_mgr.h"
-#include "nss/nss_msg.h"
+#include "nss/nss_msg_header.h"
 #include "nss/nss_msg_type.h"
 
 #include <ace/Message_Block.h>
 
 namespace gvx {
 
-int FrameSink::Take(const BP::CCmd& cmd) {
+int FrameSink::Take(BP::CCmd& cmd) {
     if (m_context.stopping) {
         return ZVS_FAIL;
     }
@@ -28,12 +28,22 @@ int FrameSink::Take(const BP::CCmd& cmd) {
     if (ConsumeOwnAnswer(cmd)) {
         return ZVS_SUCCEED;
     }
-    const RequestTarget target = TargetOf(cmd);
+    // A block without a head is fed in by ourselves: a link lets whole frames through only.
+    const ACE_Message_Block* const block = cmd.GetMsgBlock();
+    const bool hasFrame = block != nullptr && block->length() >= kNssHeaderBytes;
+    RequestTarget target = hasFrame ? ReadRequestTarget(*block) : RequestTarget{};
     if (target.malformed) {
-        return RefuseMalformed(cmd, target);
+        GVX_LOG_ERR_CODE("Malformed request", ZVS_PARA_INVALID, "cmd[0x%04x] %s [link:%s]", cmd.GetReqID(),
+                         target.reason.c_str(), cmd.GetNetLinkID().c_str());
+        AnswerBare(cmd, ZVS_PARA_INVALID);
+        return ZVS_SUCCEED;
     }
-    if (cmd.GetReqID() == NSS_ADD_MAIN_DEV_REQ) {
-        return PushAddition(cmd, target.device);
+    const bool mayWait = target.body != nullptr && target.body->textBytes <= ParsedBody::kMaxWaitingBytes;
+    const bool isAddition = cmd.GetReqID() == NSS_ADD_MAIN_DEV_REQ;
+    cmd.SetAttachment(mayWait || isAddition ? std::move(target.body) : nullptr);
+    if (isAddition) {
+        PushAddition(cmd, target.device);
+        return ZVS_SUCCEED;
     }
     CGvxReactor* reactor = target.device.empty() ? nullptr : m_context.binder.Find(target.device);
     Push(cmd, target.device, reactor != nullptr ? reactor : m_context.gatewayReactor);
@@ -42,7 +52,7 @@ int FrameSink::Take(const BP::CCmd& cmd) {
 
 // The answer to the list of plug-ins belongs to no session, and neither do those of the port exchange that come when
 // nobody waits for them any more.
-bool FrameSink::ConsumeOwnAnswer(const BP::CCmd& cmd) const {
+bool FrameSink::ConsumeOwnAnswer(const BP::CCmd& cmd) {
     if (cmd.GetReqID() == NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP) {
         if (cmd.GetNetElemType() != kElementGVX) {
             GVX_LOG_WARN("Port answer", "Only the main service hands out ports. [link:%s]", cmd.GetNetLinkID().c_str());
@@ -57,9 +67,8 @@ bool FrameSink::ConsumeOwnAnswer(const BP::CCmd& cmd) const {
     if (cmd.GetReqID() != NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_RSP) {
         return false;
     }
-    CNssMsgBase head;
-    if (cmd.GetMsgBlock() != nullptr && head.decode(cmd.GetMsgBlock()) == 0 && head.GetHeader().uiRspCode != 0) {
-        GVX_LOG_WARN_CODE("Register plug-ins", head.GetHeader().uiRspCode, "The main service refuses the list.");
+    if (const std::uint32_t code = ResponseCode(cmd).value_or(0); code != 0) {
+        GVX_LOG_WARN_CODE("Register plug-ins", code, "The main service refuses the list.");
     }
     return true;
 }
@@ -78,64 +87,41 @@ int FrameSink::ForwardToOmu(const BP::CCmd& cmd) {
     return result;
 }
 
-RequestTarget FrameSink::TargetOf(const BP::CCmd& cmd) const {
-    const ACE_Message_Block* block = cmd.GetMsgBlock();
-    if (block == nullptr || block->length() < kNssHeaderBytes) {
-        return {};  // fed in by ourselves: a link lets whole frames through only
-    }
-    RequestTarget target = ReadRequestTarget(*block);
-    CNssMsgBase head;
-    if (cmd.GetReqID() >= kNssResponseOffset && head.decode(block) == 0) {
-        const std::string device = m_context.devices.GetReqDevID(head.GetHeader().uiSeqID);
-        target.device = device.empty() ? target.device : device;
-    }
-    return target;
-}
-
-int FrameSink::RefuseMalformed(const BP::CCmd& cmd, const RequestTarget& target) const {
-    GVX_LOG_ERR_CODE("Malformed request", ZVS_PARA_INVALID, "cmd[0x%04x] %s [link:%s]", cmd.GetReqID(),
-                     target.reason.c_str(), cmd.GetNetLinkID().c_str());
-    AnswerBare(cmd, ZVS_PARA_INVALID);
-    return ZVS_SUCCEED;
-}
-
 // A key is bound by an addition alone, and not by one that cannot succeed, so that requests for devices that do not
 // exist cost no memory; the gateway's own reactor answers those.
-int FrameSink::PushAddition(const BP::CCmd& cmd, const std::string& device) {
-    DeviceRequest request;
-    LoadedPlugin* plugin = nullptr;
-    std::string reason;
-    int code = ReadAddition(m_context.plugins, cmd, request, plugin, reason);
+void FrameSink::PushAddition(BP::CCmd& cmd, const std::string& device) {
+    const auto request = std::make_shared<DeviceRequest>();
+    Result result = ReadDeviceRequest(m_context.plugins, cmd, *request);
     CGvxReactor* reactor = nullptr;
-    if (code == ZVS_SUCCEED) {
-        reactor = m_context.binder.BindForAddition(device, reason);
-        code = reactor == nullptr ? ZVS_FAIL : ZVS_SUCCEED;
+    if (!result.Failed()) {
+        reactor = m_context.binder.BindForAddition(device, result.reason);
+        result.code = reactor == nullptr ? ZVS_FAIL : ZVS_SUCCEED;
     }
-    if (code != ZVS_SUCCEED) {
-        GVX_LOG_ERR_CODE("Add device", code, "%s [dev:%s, link:%s]", reason.c_str(), device.c_str(),
+    if (result.Failed()) {
+        GVX_LOG_ERR_CODE("Add device", result.code, "%s [dev:%s, link:%s]", result.reason.c_str(), device.c_str(),
                          cmd.GetNetLinkID().c_str());
-        RefuseXml(cmd, device, code, reason);
-        return ZVS_SUCCEED;
+        RefuseXml(cmd, device, result);
+        return;
     }
-    if (Push(cmd, device, reactor) != ZVS_SUCCEED) {
+    cmd.SetAttachment(request);
+    if (!Push(cmd, device, reactor)) {
         m_context.binder.SettleAddition(device, m_context.devices.Contains(device));
     }
-    return ZVS_SUCCEED;
 }
 
-// Nonzero when the queue refuses it; it is then answered.
-int FrameSink::Push(const BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor) {
+// False when the queue refuses it; it is then answered.
+bool FrameSink::Push(BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor) {
     CGvxNssCmd entry;
-    entry.m_pCmd = const_cast<BP::CCmd*>(&cmd);  // the queue takes a clone
+    entry.m_pCmd = &cmd;  // the queue takes a clone
     entry.m_tRecvTime = BP::OSTime::Time();
     entry.m_devID = device;
     if (reactor != nullptr && reactor->PushMessage(entry) == 0) {
-        return ZVS_SUCCEED;
+        return true;
     }
     GVX_LOG_ERR_CODE("Request refused", ZVS_FAIL, "cmd[0x%04x] finds no room. [dev:%s, link:%s]", cmd.GetReqID(),
                      device.c_str(), cmd.GetNetLinkID().c_str());
     AnswerBare(cmd, ZVS_FAIL);
-    return ZVS_FAIL;
+    return false;
 }
 
 }  // namespace gvx

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "bp/cmd.h"
-#include "gateway/messages/request_target.h"
+#include "gateway/messages/request_body.h"
 
 #include <memory>
 #include <string>
@@ -21,14 +21,13 @@ public:
     // 0 when the frame was taken, answered or not; the code of the link when a frame of ours could not leave. A request
     // that cannot be understood, an addition that cannot succeed and what a reactor's full queue refuses are answered
     // at once.
-    int Take(const BP::CCmd& cmd);
+    // What is read of the command goes with it, as its attachment.
+    int Take(BP::CCmd& cmd);
 
 private:
-    RequestTarget TargetOf(const BP::CCmd& cmd) const;
-    int RefuseMalformed(const BP::CCmd& cmd, const RequestTarget& target) const;
-    int PushAddition(const BP::CCmd& cmd, const std::string& device);
-    int Push(const BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor);
-    bool ConsumeOwnAnswer(const BP::CCmd& cmd) const;
+    void PushAddition(BP::CCmd& cmd, const std::string& device);
+    bool Push(BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor);
+    static bool ConsumeOwnAnswer(const BP::CCmd& cmd);
     static int ForwardToOmu(const BP::CCmd& cmd);
 
     GatewayContext& m_context;

@@ -1,9 +1,18 @@
 #include "gateway/requests/gateway_work.h"
 
+#include "base/cbb_xml.h"
+#include "base/log.h"
 #include "base/zvs_error.h"
+#include "bp/cmd.h"
 #include "bp/session.h"
 #include "gateway/messages/answer.h"
+#include "gateway/messages/request_body.h"
+#include "gateway/requests/config_work.h"
+#include "gateway/requests/device_work.h"
 #include "gateway/requests/gateway_context.h"
+#include "gateway/requests/stream_work.h"
+#include "gateway/settings/number_setting.h"
+#include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_type.h"
 
@@ -18,7 +27,36 @@ struct WorkRow {
     Work work;
 };
 
-// What the main-service link's opening feeds in about ourselves; it has no name of its own.
+// The SCU answers with the port of its media unit, and the unit's link is opened.
+int ConnectMediaUnit(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
+    const std::optional<std::uint32_t> code = ResponseCode(cmd);
+    if (!code) {
+        return ZVS_PARA_INVALID;
+    }
+    if (*code != ZVS_SUCCEED) {
+        GVX_LOG_WARN_CODE("Media unit's port", *code, "The SCU does not tell it.");
+        return ZVS_FAIL;
+    }
+    long long port = 0;
+    const std::unique_ptr<CBB::CXml> xml = ReadXmlContent(cmd);
+    const std::string linkID = xml != nullptr ? XmlText(*xml, "LinkID") : std::string();
+    if (linkID.empty() || !ReadNumber(XmlText(*xml, "MUPort"), 1, 65535, port)) {
+        GVX_LOG_ERR_CODE("Media unit's port", ZVS_PARA_INVALID, "The answer names no LinkID or no MUPort.");
+        return ZVS_PARA_INVALID;
+    }
+    CGvxConnectionMgr::Instance()->NotifyConnectMU(linkID, static_cast<unsigned int>(port));
+    return ZVS_SUCCEED;
+}
+
+// Says how many alarms of the gateway wait for their delivery. Fed in when the main-service link opens.
+int TellHeldAlarms(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
+    GVX_LOG_INFO("Alarm control", "cmd[0x%04x], %zu alarms wait for their delivery.", cmd.GetReqID(),
+                 CEmergencyProtection::Instance()->GetHeldAlarms().size());
+    if (cmd.GetMsgBlock() != nullptr) {
+        AnswerBare(cmd, ZVS_SUCCEED);
+    }
+    return ZVS_SUCCEED;
+}
 
 constexpr WorkRow kWorkRows[] = {
     {NSS_ADD_MAIN_DEV_REQ, &AddMainDevice},

@@ -1,4 +1,4 @@
-#include "gateway/requests/gateway_work.h"
+#include "gateway/requests/stream_work.h"
 
 #include "base/json_io.h"
 #include "base/log.h"
@@ -14,15 +14,14 @@ namespace {
 constexpr unsigned int kVideoClockRate = 90000;
 constexpr int kMetadataPayload = 107;
 
-int Refuse(const BP::CCmd& cmd, const std::string& device, const std::string& serviceID, int code,
-           const std::string& reason) {
-    GVX_LOG_ERR_CODE("Stream", code, "cmd[0x%04x] %s [dev:%s, stream:%s]", cmd.GetReqID(), reason.c_str(),
+int Refuse(const BP::CCmd& cmd, const std::string& device, const std::string& serviceID, const Result& result) {
+    GVX_LOG_ERR_CODE("Stream", result.code, "cmd[0x%04x] %s [dev:%s, stream:%s]", cmd.GetReqID(), result.reason.c_str(),
                      device.c_str(), serviceID.c_str());
     Json::Value body(Json::objectValue);
     body["DevCode"] = device;
     body["ServiceID"] = serviceID;
-    RefuseJson(cmd, std::move(body), code, reason);
-    return code;
+    RefuseJson(cmd, std::move(body), result);
+    return result.code;
 }
 
 Json::Value Identity(const std::string& device, const LiveStream& stream) {
@@ -62,17 +61,6 @@ void AddStatistics(Json::Value& body, const StreamStatistics& statistics) {
     body["Bytes"] = Json::UInt64(statistics.ullBytes);
 }
 
-// The device and the stream that a request names. 0, or the code to refuse with.
-int FindStream(GatewayContext& context, const std::string& code, const std::string& serviceID, Device*& device,
-               LiveStream*& stream) {
-    device = context.devices.FindHere(code);
-    if (device == nullptr) {
-        return ZVS_GVX_DEV_NOT_EXIST;
-    }
-    stream = device->FindStream(serviceID);
-    return stream == nullptr ? ZVS_GVX_STREAM_NOT_EXIST : ZVS_SUCCEED;
-}
-
 // Frees a stream's identifier when it goes, unless the stream keeps it.
 class StreamReservation {
 public:
@@ -94,47 +82,44 @@ private:
     bool m_kept = false;
 };
 
-// Reserves the identifier in the whole gateway, then starts the stream. 0, or a code with a sentence.
-int OpenStream(GatewayContext& context, Device& device, const StreamRequest& request, LiveStream*& stream,
-               std::string& reason) {
+// Reserves the identifier in the whole gateway, then starts the stream.
+Result OpenStream(GatewayContext& context, Device& device, const StreamRequest& request, LiveStream*& stream) {
     if (!context.devices.ReserveStream(request.serviceID, device.Code())) {
-        reason = ReasonOf(ZVS_GVX_STREAM_EXIST);
-        return ZVS_GVX_STREAM_EXIST;
+        return Failure(ZVS_GVX_STREAM_EXIST);
     }
     StreamReservation reservation(context.devices, request.serviceID);
-    const int code = device.StartStream(request, stream, reason);
-    if (code == ZVS_SUCCEED) {
+    Result result = device.StartStream(request, stream);
+    if (!result.Failed()) {
         reservation.Keep();
     }
-    return code;
+    return result;
 }
 
-int CloseStream(GatewayContext& context, Device& device, const std::string& serviceID,
-                StreamStatistics& statistics) {
-    const StreamReservation ending(context.devices, serviceID);
-    return device.StopStream(serviceID, statistics);
-}
-
-// The stream that a request names by its ServiceID.
+// The stream that a request names by its ServiceID, and its device; stream is null when the request was refused with
+// the code.
 struct NamedStream {
     std::string serviceID;
     Device* device = nullptr;
     LiveStream* stream = nullptr;
+    int code = ZVS_SUCCEED;
 };
 
-int ReadNamedStream(GatewayContext& context, const std::string& code, const BP::CCmd& cmd, NamedStream& named,
-                    std::string& reason) {
+NamedStream FindStreamOrRefuse(GatewayContext& context, const std::string& device, const BP::CCmd& cmd) {
+    NamedStream named;
+    Result result;
     Json::Value body;
     if (!ReadJsonObject(cmd, body)) {
-        reason = "There is no JSON body.";
-        return ZVS_PARA_INVALID;
+        result = {ZVS_PARA_INVALID, "There is no JSON body."};
+    } else {
+        named.serviceID = JsonText(body, "ServiceID");
+        named.device = context.devices.FindHere(device);
+        named.stream = named.device == nullptr ? nullptr : named.device->FindStream(named.serviceID);
+        if (named.stream == nullptr) {
+            result = Failure(named.device == nullptr ? ZVS_GVX_DEV_NOT_EXIST : ZVS_GVX_STREAM_NOT_EXIST);
+        }
     }
-    named.serviceID = JsonText(body, "ServiceID");
-    const int result = FindStream(context, code, named.serviceID, named.device, named.stream);
-    if (result != ZVS_SUCCEED) {
-        reason = ReasonOf(result);
-    }
-    return result;
+    named.code = result.Failed() ? Refuse(cmd, device, named.serviceID, result) : result.code;
+    return named;
 }
 
 }  // namespace
@@ -143,18 +128,15 @@ int StartStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP:
     const std::string code = session.GetRespDevID();
     Json::Value body;
     StreamRequest request;
-    std::string reason = "There is no JSON body.";
-    if (!ReadJsonObject(cmd, body) || !ReadStreamRequest(body, request, reason)) {
-        return Refuse(cmd, code, request.serviceID, ZVS_PARA_INVALID, reason);
-    }
-    Device* device = context.devices.FindHere(code);
-    if (device == nullptr) {
-        return Refuse(cmd, code, request.serviceID, ZVS_GVX_DEV_NOT_EXIST, ReasonOf(ZVS_GVX_DEV_NOT_EXIST));
-    }
+    Result result = ReadJsonObject(cmd, body) ? ReadStreamRequest(body, request)
+                                              : Result{ZVS_PARA_INVALID, "There is no JSON body."};
+    Device* const device = result.Failed() ? nullptr : context.devices.FindHere(code);
     LiveStream* stream = nullptr;
-    const int result = OpenStream(context, *device, request, stream, reason);
-    if (result != ZVS_SUCCEED) {
-        return Refuse(cmd, code, request.serviceID, result, reason);
+    if (!result.Failed()) {
+        result = device == nullptr ? Failure(ZVS_GVX_DEV_NOT_EXIST) : OpenStream(context, *device, request, stream);
+    }
+    if (result.Failed()) {
+        return Refuse(cmd, code, request.serviceID, result);
     }
     AnswerJson(cmd, StartedBody(*device, *stream), ZVS_SUCCEED);
     stream->LetFlow();
@@ -165,38 +147,36 @@ int StartStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP:
 
 int StopStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     const std::string code = session.GetRespDevID();
-    NamedStream named;
-    std::string reason;
-    int result = ReadNamedStream(context, code, cmd, named, reason);
-    if (result != ZVS_SUCCEED) {
-        return Refuse(cmd, code, named.serviceID, result, reason);
+    const NamedStream named = FindStreamOrRefuse(context, code, cmd);
+    if (named.stream == nullptr) {
+        return named.code;
     }
     Json::Value answer = Identity(code, *named.stream);
     StreamStatistics statistics;
-    result = CloseStream(context, *named.device, named.serviceID, statistics);
+    int result = ZVS_SUCCEED;
+    {
+        const StreamReservation ending(context.devices, named.serviceID);
+        result = named.device->StopStream(named.serviceID, statistics);
+    }
     AddStatistics(answer, statistics);
     if (result != ZVS_SUCCEED) {
-        RefuseJson(cmd, std::move(answer), result,
-                   "The plug-in did not stop the stream cleanly. " + ReasonOf(result));
+        RefuseJson(cmd, std::move(answer), Failure(result, "The plug-in did not stop the stream cleanly."));
     } else {
         AnswerJson(cmd, answer, result);
     }
-    GVX_LOG_INFO("Stop stream", "result %d. [dev:%s, stream:%s]", result, code.c_str(),
-                 named.serviceID.c_str());
+    GVX_LOG_INFO("Stop stream", "result %d. [dev:%s, stream:%s]", result, code.c_str(), named.serviceID.c_str());
     return result;
 }
 
 int GetKeyFrame(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     const std::string code = session.GetRespDevID();
-    NamedStream named;
-    std::string reason;
-    int result = ReadNamedStream(context, code, cmd, named, reason);
-    if (result != ZVS_SUCCEED) {
-        return Refuse(cmd, code, named.serviceID, result, reason);
+    const NamedStream named = FindStreamOrRefuse(context, code, cmd);
+    if (named.stream == nullptr) {
+        return named.code;
     }
-    result = named.stream->RequestKeyframe();
+    const int result = named.stream->RequestKeyframe();
     if (result != ZVS_SUCCEED) {
-        return Refuse(cmd, code, named.serviceID, result, ReasonOf(result));
+        return Refuse(cmd, code, named.serviceID, Failure(result));
     }
     AnswerJson(cmd, Identity(code, *named.stream), ZVS_SUCCEED);
     return ZVS_SUCCEED;

@@ -14,10 +14,11 @@ struct NumberSetting {
     long long most;
 };
 
-// Decimal text within the bounds, both included.
+// Decimal text within the bounds, both included. Any thread.
 bool ReadNumber(const std::string& text, long long least, long long most, long long& value);
 
-// The value of a setting. A value outside its range refuses the start, and the result names key, range and value.
+// The value of a setting. A value outside its range refuses the start, and the result names key, range and value. Any
+// thread.
 StartResult ReadSetting(const NumberSetting& setting, long long& value);
 
 }  // namespace gvx

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gateway/messages/answer.h"
 #include "gvx_common/records/media_types.h"
 
 #include <cstdint>
@@ -26,7 +27,7 @@ struct StreamRequest {
     bool extension = false;
 };
 
-// Reads the request (docs/nss-messages.md). False, with a sentence for the sender, for one that is not allowed.
-bool ReadStreamRequest(const Json::Value& body, StreamRequest& request, std::string& reason);
+// Reads the request (docs/nss-messages.md). ZVS_PARA_INVALID for one that is not allowed. Any thread.
+Result ReadStreamRequest(const Json::Value& body, StreamRequest& request);
 
 }  // namespace gvx

@@ -1,0 +1,25 @@
+#pragma once
+
+namespace BP {
+class CCmd;
+class CGvxSessionBase;
+}  // namespace BP
+
+namespace gvx {
+
+struct GatewayContext;
+
+// The work of requests about devices, on the thread of the device's reactor (gateway_work.h). Refusals carry DevCode
+// and Reason.
+
+// NSS_ADD_MAIN_DEV_REQ: makes the device and its lenses, which the answer lists. The sink has read the request and attached
+// it to the command. ZVS_GVX_DEV_EXIST where the device is there already, else the code of the plug-in's step that failed.
+int AddMainDevice(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
+// NSS_DEL_MAIN_DEV_REQ: stops the device's streams and deletes it, whatever its plug-in answers. ZVS_GVX_DEV_NOT_EXIST
+// where there is none.
+int DeleteMainDevice(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
+// GVX_INTERNAL_REQ_DELETE, which goes ahead of all waiting commands of its device and purges them. It comes from
+// ourselves alone, when the process stops, and is not answered.
+int TearDownDevice(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
+
+}  // namespace gvx
