@@ -89,9 +89,9 @@ TEST(HistorySweepTest, ForgetsTransactionsThatNobodyAnswered) {
     const std::string frame = FakePeer::MakeFrame(NSS_ALARM_REPORT_REQ, 1, "nobody");
     auto* block = new ACE_Message_Block(frame.size());
     block->copy(frame.data(), frame.size());
-    ASSERT_EQ(BP::CDispatcher::dispatcherOutWithTransaction(1, 0, "GVX#900", "nobody", NSS_ALARM_REPORT_REQ, block,
-                                                            false, 0),
-              0);
+    ASSERT_EQ(
+        BP::CDispatcher::dispatcherOutWithTransaction(1, 0, "GVX#900", "nobody", NSS_ALARM_REPORT_REQ, block, false, 0),
+        0);
     clock->AdvanceSeconds(61);
     sweep.handle_timeout(ACE_Time_Value::zero, nullptr);
     EXPECT_EQ(BP::CTransactionMgr::OpenTransactions(), 0u);

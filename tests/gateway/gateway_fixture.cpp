@@ -20,22 +20,9 @@ std::string BadPluginDir() {
     return (std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "plugins_bad").string();
 }
 
-GatewayFolder::GatewayFolder(const std::string& settings)
-    : m_root("GVX_ROOT", m_folder.Path()), m_configDir("GVX_CONFIG_DIR", m_folder.Path()) {
-    m_folder.Write("zvs_gvx.conf", "; settings of a test\nGVX_LISTEN_IP=127.0.0.1\n" + settings);
-    m_folder.Write("zvs_gvx_nat.conf", "; none\n");
-    std::filesystem::create_directory(m_folder.Path("alarm"));
-    m_folder.Write("alarm/gvx_nvt_alarm_description.xml",
-                   "<AlarmInfoList><AlarmInfo><AlarmType>ALARM_TEST</AlarmType><AlarmMode>Business</AlarmMode>"
-                   "<AlarmDetailEn>A test.</AlarmDetailEn><ExtParam></ExtParam></AlarmInfo></AlarmInfoList>");
-    m_folder.Write("net.xml",
-                   "<Net><NetElements><NetElement><Server><NetElementID>GVX#007</NetElementID></Server></NetElement>"
-                   "</NetElements></Net>");
-}
-
 gvx::GatewayOptions GatewayFolder::Options() const {
     gvx::GatewayOptions options;
-    options.configDir = m_folder.Path();
+    options.configDir = Path();
     options.pluginDir = BadPluginDir();
     options.listenPort = 0;
     return options;
@@ -128,8 +115,8 @@ Answer GatewayTest::AskJson(std::uint16_t type, const std::string& json) {
 }
 
 Answer GatewayTest::AddDevice(const std::string& device, const std::string& moods) {
-    return AskXml(NSS_ADD_MAIN_DEV_REQ, "<DevCode>" + device + "</DevCode><PluginName>moody</PluginName><Extend>" +
-                                            moods + "</Extend>");
+    return AskXml(NSS_ADD_MAIN_DEV_REQ,
+                  "<DevCode>" + device + "</DevCode><PluginName>moody</PluginName><Extend>" + moods + "</Extend>");
 }
 
 Answer GatewayTest::DeleteDevice(const std::string& device) {

@@ -4,7 +4,7 @@
 #include "plugins_bad/moody_plugin.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
-#include "support/temp_folder.h"
+#include "support/settings_folder.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -16,19 +16,13 @@
 // Where the build puts the plug-ins that misbehave.
 std::string BadPluginDir();
 
-// A configuration folder, and the options that name it.
-class GatewayFolder {
+// A configuration folder of a gateway that listens on the loopback, and the options that name it.
+class GatewayFolder : public SettingsFolder {
 public:
-    explicit GatewayFolder(const std::string& settings = std::string());
+    explicit GatewayFolder(const std::string& settings = std::string()) { Settings(settings); }
 
+    void Settings(const std::string& settings) const { WriteConf("GVX_LISTEN_IP=127.0.0.1\n" + settings); }
     gvx::GatewayOptions Options() const;
-    std::string Path() const { return m_folder.Path(); }
-    const TempFolder& Folder() const { return m_folder; }
-
-private:
-    TempFolder m_folder;
-    ScopedEnvironment m_root;
-    ScopedEnvironment m_configDir;
 };
 
 // The plug-in "moody" of this process, once a gateway has loaded it.
@@ -82,7 +76,7 @@ protected:
     std::unique_ptr<gvx::Gateway> gateway;
     std::unique_ptr<FakePeer> peer;
     Moody moody;
-    bool stopped = false;  // the test has stopped the gateway itself
+    bool stopped = false;                                      // the test has stopped the gateway itself
     std::function<void(const FakePeer::Frame&)> onOtherFrame;  // called by WaitAnswer for what it passes over
 
 private:

@@ -11,11 +11,9 @@ class GatewayIntakeTest : public GatewayTest {
 protected:
     GatewayIntakeTest() {
         intakePort = FakeListener().Port();
-        folder.Folder().Write("zvs_gvx.conf",
-                              "; intake\nGVX_LISTEN_IP=127.0.0.1\nGVX_PLUGIN_LIST=moody\n"
-                              "GVX_PLUGIN_CALL_LIMIT=1\nGVX_INTAKE_MAX_WAIT_MS=3600000\n"
-                              "GVX_INTAKE_PORT=" +
-                                  std::to_string(intakePort) + "\n");
+        folder.Settings(
+            "GVX_PLUGIN_LIST=moody\nGVX_PLUGIN_CALL_LIMIT=1\nGVX_INTAKE_MAX_WAIT_MS=3600000\nGVX_INTAKE_PORT=" +
+            std::to_string(intakePort) + "\n");
     }
     void Push(const std::string& bytes) {
         device = FakePeer::Connect(intakePort);

@@ -36,10 +36,14 @@ TEST_F(GatewayTest, StreamWhosePluginFailsWhileItStartsIsUndone) {
         unsigned code;
     };
     const Row rows[] = {
-        {"CreateStreamParam=throw", ZVS_ALLOC_MEMORY_ERROR}, {"CreateStreamParam=null", ZVS_ALLOC_MEMORY_ERROR},
-        {"NegotiateStreamParam=error", kError},              {"NegotiateStreamParam=throw", kThrew},
-        {"CheckSpecialCase=error", kError},                  {"CheckSpecialCase=throw", kThrew},
-        {"StartStream=error", kError},                       {"StartStream=error-later", kError},
+        {"CreateStreamParam=throw", ZVS_ALLOC_MEMORY_ERROR},
+        {"CreateStreamParam=null", ZVS_ALLOC_MEMORY_ERROR},
+        {"NegotiateStreamParam=error", kError},
+        {"NegotiateStreamParam=throw", kThrew},
+        {"CheckSpecialCase=error", kError},
+        {"CheckSpecialCase=throw", kThrew},
+        {"StartStream=error", kError},
+        {"StartStream=error-later", kError},
     };
     ASSERT_EQ(AddDevice("GOOD").code, 0u);
     for (const Row& row : rows) {
@@ -111,12 +115,15 @@ TEST_F(GatewayTest, StopNamesAndLeavesWhatHangs) {
     ASSERT_EQ(AddDevice("GOOD").code, 0u);
     ASSERT_EQ(Start("STUCK", "stuck").code, 0u);
     ASSERT_EQ(Start("GOOD", "live").code, 0u);
+    SendXml(NSS_ADD_MAIN_DEV_REQ, "<DevCode>LATE</DevCode><PluginName>moody</PluginName><Extend>Init=hang</Extend>");
+    ASSERT_TRUE(WaitUntil([] { return !gvx::PluginCallWatch::Instance().OpenCalls().empty(); }));
     EXPECT_FALSE(gateway->Stop());
     EXPECT_TRUE(log->Contains("plug-in moody: StopStream of device STUCK has not returned for"));
+    EXPECT_TRUE(log->Contains("of device LATE is left behind: it is still being served."));
     EXPECT_FALSE(gateway->Context().devices.Contains("GOOD")) << "the others are torn down";
     moody.Release(true);
     ASSERT_TRUE(gateway->Context().work.WaitIdle(std::chrono::seconds(20)));
-    EXPECT_TRUE(WaitUntil([this] { return moody.Alive() == 0; }));
+    EXPECT_TRUE(WaitUntil([this] { return moody.Alive() == 0; })) << "no device is taken in behind the stop";
     gateway->Release();
     stopped = true;
 }
@@ -138,24 +145,12 @@ TEST_F(GatewayTest, StopThatThrowsFindsItsObjectsStillThere) {
     stopped = true;
 }
 
-TEST_F(GatewayTest, StopNeverGoesOnWhileWorkRuns) {
-    {
-        const gvx::RunningWork::Scope running(gateway->Context().work, NSS_START_STREAM_REQ, "CAM1");
-        EXPECT_FALSE(gateway->Stop());
-        EXPECT_TRUE(log->Contains("cmd[0x0501] of device CAM1 is left behind: it is still being served."));
-    }
-    gateway->Release();
-    stopped = true;
-}
-
 TEST_F(GatewayTest, StopWithStreamsAndLinksOpenIsClean) {
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < 4; ++i) {
         const std::string device = "CAM" + std::to_string(i);
         ASSERT_EQ(AddDevice(device).code, 0u);
         ASSERT_EQ(Start(device, "live" + std::to_string(i)).code, 0u);
     }
-    const int before = moody.Alive();
-    EXPECT_GE(before, 12 * 3);
     EXPECT_TRUE(gateway->Stop()) << log->Dump();
     stopped = true;
     EXPECT_TRUE(peer->ReadUntilClosed());
@@ -172,8 +167,7 @@ TEST_F(GatewayTest, ARefusalCarriesWhatThePluginReportedOnce) {
     ASSERT_EQ(AddDevice("CAM1", "StartStream=report").code, 0u);
     const Answer started = Start("CAM1", "s");
     EXPECT_EQ(started.code, static_cast<unsigned>(ZVS_GVX_UNAUTHORIZED));
-    EXPECT_NE(started.json["ErrorReport"].asString().find("StartStream failed because of its mood."),
-              std::string::npos)
+    EXPECT_NE(started.json["ErrorReport"].asString().find("StartStream failed because of its mood."), std::string::npos)
         << started.text;
     EXPECT_FALSE(Stop("CAM1", "s").json.isMember("ErrorReport"));
 }

@@ -131,10 +131,8 @@ TEST_F(GatewayTest, StartThatIsNotAllowedIsRefusedWithAReason) {
     const Row rows[] = {
         {R"("ServiceID":"","DstIP":"127.0.0.1","DstVideoPort":9)", ZVS_PARA_INVALID, "ServiceID"},
         {R"("ServiceID":"s","DstIP":"localhost","DstVideoPort":9)", ZVS_PARA_INVALID, "DstIP"},
-        {R"("ServiceID":"s","DstIP":"127.0.0.1")", ZVS_PARA_INVALID, "DstVideoPort"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":65536)", ZVS_PARA_INVALID, "DstVideoPort"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"Protocol":3)", ZVS_PARA_INVALID, "Protocol"},
-        {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"StreamType":3)", ZVS_PARA_INVALID, "StreamType"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"Metadata":true)", ZVS_PARA_INVALID,
          "DstMetadataPort is not one of 1"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"LensCode":"X")", ZVS_GVX_LENS_NOT_EXIST, "lens"},

@@ -7,7 +7,7 @@
 #include "support/wait_until.h"
 
 #include <algorithm>
-#include <condition_variable>
+#include <future>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -37,25 +37,6 @@ private:
     std::vector<std::string> m_lines;  // Guarded by m_mutex.
 };
 
-// Keeps a thread until it is opened.
-class Gate {
-public:
-    void Pass() {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_open; });
-    }
-    void Open() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_open = true;
-        m_changed.notify_all();
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_open = false;  // Guarded by m_mutex.
-};
-
 using Strings = std::vector<std::string>;
 
 }  // namespace
@@ -63,18 +44,20 @@ using Strings = std::vector<std::string>;
 TEST(LinkEventThreadTest, ServesInOrderAndHoldsBackWhatCouldNotBeAnswered) {
     const ScopedRecordingLogger log;
     Diary diary;
-    Gate begin;
-    Gate waited;
+    std::promise<void> begin;
+    std::promise<void> waited;
+    const std::shared_future<void> mayBegin = begin.get_future().share();
+    const std::shared_future<void> hasWaited = waited.get_future().share();
     gvx::LinkEventThread thread;
     const auto note = [&](const char* what) {
         return [&, what](const std::string&, int, const std::string& link, const std::string&, unsigned int) {
             diary.Note(what + link);
             if (link == "SCU#1") {
-                begin.Pass();
+                mayBegin.wait();
             } else if (link == "GVX#1" && *what == 'o') {
                 thread.LetFramesIn();
                 diary.Note("waits");
-                waited.Pass();
+                hasWaited.wait();
             }
         };
     };
@@ -95,15 +78,15 @@ TEST(LinkEventThreadTest, ServesInOrderAndHoldsBackWhatCouldNotBeAnswered) {
     EXPECT_FALSE(hold("SCU#1", "x")) << "the main service's frames alone depend on its opening";
     EXPECT_TRUE(hold("GVX#1", "1"));
     EXPECT_TRUE(hold("GVX#1", "2"));
-    begin.Open();
+    begin.set_value();
     ASSERT_TRUE(diary.WaitFor("waits"));
     EXPECT_FALSE(hold("GVX#1", "3")) << "the opening that waits for an answer holds up no further frame";
     events.closed("", kElementGVX, "GVX#1", "127.0.0.1", 2);
     events.opened("", kElementGVX, "GVX#1", "127.0.0.1", 3);
     EXPECT_TRUE(hold("GVX#1", "4"));
-    waited.Open();
+    waited.set_value();
     thread.Stop();
-    const Strings expected{"opened SCU#1", "opened GVX#1", "frame 1",  "frame 2", "waits",
+    const Strings expected{"opened SCU#1", "opened GVX#1", "frame 1", "frame 2", "waits",
                            "closed GVX#1", "opened GVX#1", "frame 4", "waits"};
     EXPECT_EQ(diary.Lines(), expected) << "a stop serves what is queued";
 }
@@ -120,9 +103,7 @@ private:
 class PortGatewayTest : public GatewayTest {
 protected:
     void SetUp() override {
-        folder.Folder().Write("zvs_gvx.conf",
-                              "; settings of a test\nGVX_LISTEN_IP=127.0.0.1\nGVX_PLUGIN_LIST=moody\n"
-                              "GVX_MEDIA_PORT_EXCHANGE=1\n");
+        folder.Settings("GVX_PLUGIN_LIST=moody\nGVX_MEDIA_PORT_EXCHANGE=1\n");
         GatewayTest::SetUp();
     }
 };

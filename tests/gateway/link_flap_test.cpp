@@ -35,10 +35,8 @@ struct Kind {
     const char* closedLine;  // nullptr: the close of such a link is not reported
 };
 constexpr Kind kKinds[] = {
-    {"SCU#1", "SCU closed, link[SCU#1]"},
-    {"OMU#1", nullptr},
-    {"MU#1", "MU closed, link[MU#1]"},
-    {"IMGU#1", "IMGU closed, link[IMGU#1]"},
+    {"SCU#1", "SCU closed, link[SCU#1]"},  {"OMU#1", nullptr},
+    {"MU#1", "MU closed, link[MU#1]"},     {"IMGU#1", "IMGU closed, link[IMGU#1]"},
     {"GVX#1", "The main service is away"},
 };
 constexpr std::size_t kKindCount = std::size(kKinds);

@@ -35,22 +35,42 @@ TEST(StreamGateTest, ClosedGateLetsNothingThroughAndCountsWhoIsInside) {
     EXPECT_EQ(gvx::StreamGate::Send(nullptr, nullptr), ZVS_FAIL);
 }
 
-TEST(StreamGateTest, MetadataGoesToItsOwnTargetOrNowhere) {
-    CMediaSendStream media;
-    CMediaSendStream closed;
-    gvx::StreamGate gate;
-    gate.SetTarget(&media, true);
-    gate.Open();
+namespace {
+
+// The gate's answer to one packet of that many bytes of each medium.
+int SendThrough(void* userInfo, unsigned int audio, unsigned int metadata) {
     char packet[20] = {};
     MEDIA_DATA data{};
-    data.pUserInfo = gate.UserInfo();
+    data.pUserInfo = userInfo;
     data.pDataBuf = packet;
-    data.nMetaDataSize = sizeof(packet);
+    data.nAudioSize = audio;
+    data.nMetaDataSize = metadata;
     STREAM_TYPE_EX type = STREAM_TYPE_METADATA;
-    EXPECT_EQ(gvx::StreamGate::Send(&data, &type), ZVS_SUCCEED) << "nobody asked for it";
-    gate.SetMetadataTarget(&closed);
-    EXPECT_EQ(gvx::StreamGate::Send(&data, &type), ZVS_GVX_OPEN_SOCKET_ERROR);
-    EXPECT_EQ(gate.MetadataPackets(), 0u);
+    return gvx::StreamGate::Send(&data, &type);
+}
+
+}  // namespace
+
+TEST(StreamGateTest, WhatNobodyAskedForIsDroppedAndTheRestGoesToItsTarget) {
+    CMediaSendStream closed;
+    auto gate = std::make_unique<gvx::StreamGate>();
+    gate->SetTarget(&closed, false);
+    gate->Open();
+    EXPECT_EQ(SendThrough(gate->UserInfo(), 20, 0), ZVS_SUCCEED);
+    EXPECT_EQ(SendThrough(gate->UserInfo(), 0, 20), ZVS_SUCCEED);
+    gate->SetTarget(&closed, true);
+    gate->SetMetadataTarget(&closed);
+    EXPECT_EQ(SendThrough(gate->UserInfo(), 20, 0), ZVS_GVX_OPEN_SOCKET_ERROR);
+    EXPECT_EQ(SendThrough(gate->UserInfo(), 0, 20), ZVS_GVX_OPEN_SOCKET_ERROR);
+    EXPECT_EQ(gate->MetadataPackets(), 0u);
+    gate = nullptr;
+    // Whichever gate gets its place knows nothing of that target.
+    std::vector<std::unique_ptr<gvx::StreamGate>> gates;
+    for (int i = 0; i < 100; ++i) {
+        gates.push_back(std::make_unique<gvx::StreamGate>());
+        gates.back()->Open();
+        ASSERT_EQ(SendThrough(gates.back()->UserInfo(), 0, 20), ZVS_SUCCEED);
+    }
 }
 
 TEST(StreamGateTest, UserInformationOfAGateThatIsGoneFitsNoOther) {
