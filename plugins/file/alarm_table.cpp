@@ -1,6 +1,7 @@
 #include "file/alarm_table.h"
 
 #include "base/bounded_string.h"
+#include "base/json_io.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 
 #include <cerrno>
@@ -10,6 +11,17 @@
 
 namespace gvxfile {
 namespace {
+
+constexpr long long kMaxChannel = 32767;
+
+bool ReadChannel(const Json::Value& root, AlarmTrigger& trigger) {
+    if (!root.isMember("channel")) {
+        return true;
+    }
+    const long long channel = gvx::JsonInt(root, "channel", -1);
+    trigger.channel = static_cast<int>(channel);
+    return channel >= 0 && channel <= kMaxChannel;
+}
 
 // No direction: tells whether the table has set one.
 constexpr ZVS_BOOL kUnset = 2;
@@ -26,6 +38,29 @@ bool CopyIfEmpty(char (&target)[Size], const char* text) {
 }
 
 }  // namespace
+
+bool ReadAlarmTrigger(const std::string& line, AlarmTrigger& trigger, std::string& error) {
+    Json::Value root;
+    std::string reason;
+    if (!gvx::ParseJson(line.data(), line.size(), root, &reason) || !root.isObject()) {
+        error = "It is no JSON object" + (reason.empty() ? std::string(".") : ": " + reason);
+        return false;
+    }
+    trigger.device = gvx::JsonText(root, "device");
+    trigger.code = gvx::JsonText(root, "code");
+    trigger.hasAction = root.isMember("action");
+    trigger.action = gvx::JsonText(root, "action");
+    trigger.description = gvx::JsonText(root, "description");
+    if (trigger.device.empty() || trigger.code.empty()) {
+        error = trigger.device.empty() ? "It names no \"device\"." : "It names no \"code\".";
+        return false;
+    }
+    if (!ReadChannel(root, trigger)) {
+        error = "Its \"channel\" is not one of 0 to " + std::to_string(kMaxChannel) + ".";
+        return false;
+    }
+    return true;
+}
 
 AlarmTable::~AlarmTable() {
     CGvxConfigMgr::ClearAlarmMappings(m_mappings);

@@ -1,12 +1,26 @@
 #pragma once
 
-#include "file/alarm_trigger.h"
 #include "gvx_common/records/device_alarm_records.h"
 #include "gvx_common/records/gvx_adapter_records.h"
 
 #include <string>
 
 namespace gvxfile {
+
+// A device's word that an alarm has begun or ended, in the device's own terms.
+struct AlarmTrigger {
+    static constexpr int kNoChannel = -1;
+
+    std::string device;
+    int channel = kNoChannel;  // none: the alarm is the device's own
+    std::string code;          // of the mapping table
+    bool hasAction = false;    // without one the alarm has begun
+    std::string action;
+    std::string description;  // empty: that of the tables
+};
+
+// Reads one line; any thread. False with one sentence in error.
+bool ReadAlarmTrigger(const std::string& line, AlarmTrigger& trigger, std::string& error);
 
 // The alarm codes of the devices and what they mean to the platform: the mapping table of the plug-in, over which the
 // gateway's own description table gives the type of the device's form. Filled once, then read by any thread.

@@ -12,6 +12,7 @@ namespace gvxfile {
 
 // A lens that plays one medium. Each stream has a player of its own; there is one stream for each channel, that is for
 // each stream type and transport. The sub streams show the same medium. One stream at a time takes its metadata along.
+// Operations run on the thread of the device's reactor, one at a time; players have threads of their own.
 class FileLens : public CAdapterLensDefaults {
 public:
     FileLens(const char* lensId, short channel, CAdapterDevBase& parent, MediaPtr media);

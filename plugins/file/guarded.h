@@ -7,7 +7,8 @@
 
 namespace gvxfile {
 
-// Runs the work of an operation and turns an exception into a result: none may leave a plug-in.
+// Runs the work of an operation and turns an exception into a result: none may leave a plug-in. Any thread; the log
+// line names the operation.
 template <typename Work>
 int Guarded(const char* operation, Work work) noexcept {
     try {

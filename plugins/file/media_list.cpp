@@ -1,7 +1,6 @@
 #include "file/media_list.h"
 
 #include "base/json_io.h"
-#include "file/media_json.h"
 #include "gvx_common/codec/input_file.h"
 
 #include <cerrno>

@@ -14,7 +14,7 @@ namespace gvxfile {
 using MediaPtr = std::shared_ptr<const MediaEntry>;
 
 // The media that the plug-in can play: those that its configuration file names, and those that a device brings along.
-// Filled once, then only read.
+// Filled once, then only read, by any thread.
 class MediaList {
 public:
     // Reads the configuration file and looks into every file that it names. A configuration file that does not exist is

@@ -10,7 +10,7 @@
 
 namespace gvxfile {
 
-// Which message of a script is due next: by time, and for one time by the order of the script.
+// Which message of a script is due next: by time, and for one time by the order of the script. One thread.
 class MetadataSchedule {
 public:
     // script must outlive the schedule; null for none.

@@ -26,7 +26,7 @@ struct MetadataMessage {
     std::vector<Picture> pictures;
 };
 
-// What is sent as metadata beside a medium, with its pictures in memory.
+// What is sent as metadata beside a medium, with its pictures in memory. Read once, then only read, by any thread.
 struct MetadataScript {
     static constexpr std::size_t kMaxMessages = 1000;
     static constexpr std::size_t kMaxPictureBytes = 16u * 1024 * 1024;

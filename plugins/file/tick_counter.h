@@ -10,7 +10,7 @@ constexpr std::uint32_t kVideoClockHz = 90000;  // RTP clock of video (RFC 6184 
 constexpr std::uint32_t kAudioClockHz = 8000;   // RTP clock and sampling rate of G.711 (RFC 3551 section 4.5.14)
 
 // Ticks of the video clock from frame to frame. What a tick cannot express is carried over to the next frame, so that
-// the sum never drifts from the frame rate.
+// the sum never drifts from the frame rate. One thread.
 class TickCounter {
 public:
     explicit TickCounter(const gvx::Rational& frameRate)

@@ -95,7 +95,8 @@ TEST_F(AlarmIntakeTest, TranslatesCodeActionAndForm) {
          "ALARM_IPC_SHIELD_OFF", 0, "paint"},
         {R"({"device":"DVR001","code":"disk_full","action":"false"})", "DVR001", "ALARM_DVR_DISK_FULL_OFF", 0,
          "The storage of the device is full."},
-        {R"({"device":"CAM001","code":"disk_fault"})", "CAM001", "ALARM_IPC_SD_CARD_FAULT_ON", 1, nullptr},
+        {R"({"device":"CAM001","code":"disk_fault","description":"x"})", "CAM001", "ALARM_IPC_SD_CARD_FAULT_ON", 1,
+         "x"},
         {R"({"device":"CAM001","code":"hot","action":"stop"})", "CAM001", "ALARM_IPC_HIGH_TEMPERATURE_ON", 0,
          "The temperature of the camera is too high."},
     };
@@ -105,9 +106,7 @@ TEST_F(AlarmIntakeTest, TranslatesCodeActionAndForm) {
         EXPECT_EQ(row.type, alarm["AlarmType"].asString()) << row.line;
         EXPECT_EQ(row.action, alarm["Action"].asInt()) << row.line;
         EXPECT_EQ("20260102030405", alarm["OccurTime"].asString());
-        if (row.description != nullptr) {
-            EXPECT_EQ(row.description, alarm["AlarmDesc"].asString()) << row.line;
-        }
+        EXPECT_EQ(row.description, alarm["AlarmDesc"].asString()) << row.line;
     }
     EXPECT_EQ("DVR001", g_alarms[2].first);
 }
@@ -131,12 +130,8 @@ TEST_F(AlarmIntakeTest, LinesAreMadeOfPiecesOfTheirConnection) {
 TEST_F(AlarmIntakeTest, WhatCannotBeUsedIsDroppedAndNothingElse) {
     const std::pair<std::string, const char*> rows[] = {
         {"no JSON", "no JSON object"},
-        {"[1]", "no JSON object"},
         {std::string(2000, '['), "no JSON object"},
         {R"({"code":"shield"})", "names no \"device\""},
-        {R"({"device":"CAM001"})", "names no \"code\""},
-        {R"({"device":"CAM001","code":{}})", "names no \"code\""},
-        {R"({"device":"CAM001","code":"shield","channel":-1})", "\"channel\""},
         {R"({"device":"CAM001","code":"shield","channel":0})", "no lens of that channel"},
         {R"({"device":"CAM009","code":"shield"})", "no such device"},
         {R"({"device":"CAM001","code":"smoke"})", "not in the table"},
@@ -164,9 +159,6 @@ TEST_F(AlarmIntakeTest, PartsOfLinesAreKeptWithinBounds) {
     for (std::uint32_t port = 1; port <= 4097; ++port) {
         Push("half", static_cast<std::uint16_t>(port));
     }
-    EXPECT_EQ(1u, m_log->Count("too many connections have sent but a part"));
-    clock->AdvanceSeconds(61);
-    Push("half", 5000);
     EXPECT_EQ(1u, m_log->Count("too many connections have sent but a part"));
 }
 

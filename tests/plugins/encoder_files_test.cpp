@@ -1,5 +1,5 @@
 // Files of real encoders, made by ffmpeg: what is read is held against what ffprobe counts.
-#include "file/media_json.h"
+#include "file/media_entry.h"
 #include "gvx_common/codec/access_unit_reader.h"
 #include "support/stream_bytes.h"
 #include "support/temp_folder.h"
@@ -15,8 +15,8 @@
 using gvx::AccessUnit;
 using gvx::AccessUnitReader;
 using gvx::Codec;
-using gvxfile::MediaEntry;
 using gvx::ReadResult;
+using gvxfile::MediaEntry;
 
 namespace {
 

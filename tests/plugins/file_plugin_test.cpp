@@ -66,21 +66,11 @@ protected:
 
 }  // namespace
 
-TEST_F(FilePluginTest, DescribesItself) {
-    const GvxPluginDescription* const description = GvxDescribePlugin();
-    EXPECT_EQ(static_cast<std::uint32_t>(GVX_PLUGIN_ABI_VERSION), description->uiAbiVersion);
-    EXPECT_STREQ("file", description->pName);
-}
-
 TEST_F(FilePluginTest, SaysWhyItCannotStart) {
     std::filesystem::remove(m_folder.Path("a.alaw"));
     EXPECT_FALSE(Load(""));
     EXPECT_EQ("Medium 'demo': " + m_folder.Path("a.alaw") + " cannot be opened: No such file or directory.",
               std::string(GvxPluginLastError()));
-    EXPECT_TRUE(m_log->Contains("a.alaw cannot be opened"));
-    m_folder.Write("a.alaw", "sound");
-    EXPECT_TRUE(Load(""));
-    EXPECT_STREQ("", GvxPluginLastError());
 }
 
 TEST_F(FilePluginTest, RefusesADeviceWithoutItsMedium) {
@@ -101,27 +91,17 @@ TEST_F(FilePluginTest, ReportsItsChannels) {
     ASSERT_EQ(2u, ability.channels.size());
     EXPECT_EQ(1, ability.channels[1].nChannelId);
     EXPECT_EQ(320, ability.channels[1].nWidth);
-    EXPECT_EQ(5.0, ability.channels[1].dFrameRate);
-    EXPECT_EQ(static_cast<std::uint32_t>(VIDEO_DEC_H264), ability.channels[1].nVideoFormat);
     EXPECT_EQ(static_cast<std::uint32_t>(GVX_AUDIO_FORMAT_G711A), ability.channels[1].nAudioFormat);
-    EXPECT_EQ("CAM001_0", m_device->GetLensIDThroughChannoId(0));
-    EXPECT_TRUE(m_device->GetLoginStatus());
-
     CAdapterDevBase* parent = m_device.get();
     CAdapterLensBase* lens = m_lens.get();
     EXPECT_EQ(ZVS_GVX_LENS_NOT_EXIST, m_device->CreateLens("CAM001_2", 2, parent, lens));
     EXPECT_EQ(nullptr, lens);
-    EXPECT_EQ(ZVS_GVX_LENS_NOT_EXIST, m_device->CreateLens("CAM001_2", -1, parent, lens));
     EXPECT_EQ(ZVS_PARA_INVALID, m_device->CreateLens(std::string(33, 'x').c_str(), 1, parent, lens));
-    EXPECT_EQ(ZVS_PARA_INVALID, m_device->CreateLens(nullptr, 1, parent, lens));
 }
 
 TEST_F(FilePluginTest, PlaysOnceAsFastAsItCan) {
     MakeLens(R"(, "loop": false, "speed": "max")");
     const auto param = Negotiate(RTP_OVER_UDP, STREAM_TYPE_REAL_SUB1);
-    EXPECT_EQ(static_cast<std::uint32_t>(VIDEO_DEC_H264), param->m_nVideoFormat);
-    EXPECT_EQ(99u, param->m_nVideoPayLoadType);
-    EXPECT_EQ(8u, param->m_nAudioPayLoadType);
     ASSERT_EQ(0, Start(*param));
     ASSERT_TRUE(m_log->WaitFor("has ended after 5 pictures"));
     EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
@@ -162,7 +142,7 @@ TEST_F(FilePluginTest, KeepsToItsFrameRate) {
     param->m_nAudioFormat = 0;
     ASSERT_EQ(0, Start(*param));
     ASSERT_TRUE(WaitUntil([this] { return m_recorder.Pictures() == 1; }));
-    for (std::size_t pictures = 2; pictures <= 8; ++pictures) {
+    for (std::size_t pictures = 2; pictures <= 4; ++pictures) {
         clock->AdvanceMs(199);
         EXPECT_EQ(pictures - 1, m_recorder.Pictures()) << "a picture came before it was due";
         clock->AdvanceMs(1);
@@ -170,11 +150,11 @@ TEST_F(FilePluginTest, KeepsToItsFrameRate) {
     }
     // An hour of standstill does not bring a burst: one picture is due, the next 0.2 s later.
     clock->AdvanceSeconds(3600);
-    ASSERT_TRUE(WaitUntil([this] { return m_recorder.Pictures() == 9; }));
+    ASSERT_TRUE(WaitUntil([this] { return m_recorder.Pictures() == 5; }));
     clock->AdvanceMs(200);
-    ASSERT_TRUE(WaitUntil([this] { return m_recorder.Pictures() == 10; }));
+    ASSERT_TRUE(WaitUntil([this] { return m_recorder.Pictures() == 6; }));
     EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
-    EXPECT_EQ(10u, m_recorder.Pictures());
+    EXPECT_EQ(6u, m_recorder.Pictures());
 }
 
 TEST_F(FilePluginTest, NothingIsSentOnceStopHasReturned) {
@@ -228,18 +208,9 @@ TEST_F(FilePluginTest, RefusesWhatItCannotSend) {
     param.m_nStreamID = STREAM_TYPE_REAL_MAIN;
     param.m_nDstTransProtocol = TCP;
     EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_lens->NegotiateStreamParam(&param));
-    EXPECT_EQ(ZVS_NULL_POINTER, m_lens->NegotiateStreamParam(nullptr));
-    EXPECT_EQ(ZVS_NULL_POINTER, m_lens->StartStream(nullptr, nullptr, &param, false));
-    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_lens->StartVoiceStream(nullptr, nullptr, &param));
-}
-
-TEST_F(FilePluginTest, AFileThatHasGoneFailsTheStart) {
-    MakeLens("");
     std::filesystem::remove(m_folder.Path("v.h264"));
-    const auto param = Negotiate(RTP_OVER_UDP);
-    EXPECT_EQ(ZVS_OPEN_FILE_ERROR, Start(*param));
+    EXPECT_EQ(ZVS_OPEN_FILE_ERROR, Start(*Negotiate(RTP_OVER_UDP)));
     EXPECT_TRUE(m_log->Contains(m_folder.Path("v.h264") + " cannot be opened: No such file or directory."));
-    EXPECT_EQ(ZVS_GVX_STREAM_NOT_EXIST, m_lens->StopStream(param.get(), false));
 }
 
 // Both forms of one script, over both transports: the messages that are due, each with its picture and the time of the
@@ -280,12 +251,10 @@ TEST_F(FilePluginTest, MetadataLeavesWithTheVideoWhenItIsAskedFor) {
             }
         }
         ASSERT_EQ(5u, messages.size());
-        EXPECT_EQ("HTBT", messages[0].substr(0, 4));
         EXPECT_THAT(messages[1], testing::AllOf(testing::HasSubstr("AB 123"), testing::HasSubstr(jpeg)));
         EXPECT_THAT(messages[2], testing::HasSubstr(jpeg));
         EXPECT_EQ("HTBT", messages[3].substr(0, 4)) << "for one time the order is that of the script";
-        EXPECT_EQ(2u * 18000, times[1]) << "of the picture at 0.2 s";
-        EXPECT_EQ(4u * 18000, times[2]) << "of the picture at 0.6 s";
+        EXPECT_EQ((std::vector<std::uint32_t>{18000, 2 * 18000, 4 * 18000, 4 * 18000}), times);
         // The stream has ended and is not stopped: the lens's metadata is still its own.
         const auto other = Negotiate(RTP_OVER_UDP, STREAM_TYPE_REAL_SUB1);
         other->m_nVedioAnalysePort = 20006;

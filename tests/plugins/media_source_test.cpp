@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
+using gvx::Rational;
+using gvx::ReadResult;
 using gvxfile::MediaEntry;
 using gvxfile::MediaPacket;
 using gvxfile::MediaSource;
-using gvx::Rational;
-using gvx::ReadResult;
 using namespace stream_bytes;
 
 namespace {
@@ -32,19 +32,17 @@ struct Piece {
     std::size_t length;
     std::uint32_t ticks;
     std::int64_t time;
-    std::string bytes;
 };
 
 // At most `limit` pieces of the entry's stream.
-std::vector<Piece> Play(const MediaEntry& entry, std::size_t limit, bool withAudio = true) {
+std::vector<Piece> Play(const MediaEntry& entry, std::size_t limit) {
     MediaSource source(entry);
     std::string error;
-    EXPECT_TRUE(source.Open(withAudio, error)) << error;
+    EXPECT_TRUE(source.Open(true, error)) << error;
     std::vector<Piece> pieces;
     MediaPacket packet;
     while (pieces.size() < limit && source.Next(packet) == ReadResult::Ok) {
-        pieces.push_back({packet.video, packet.length, packet.ticks, packet.timeMicroseconds,
-                          std::string(reinterpret_cast<const char*>(packet.data), packet.length)});
+        pieces.push_back({packet.video, packet.length, packet.ticks, packet.timeMicroseconds});
     }
     EXPECT_EQ("", source.Error());
     return pieces;
@@ -86,11 +84,7 @@ TEST_F(MediaSourceTest, TicksNeverDriftFromTheFrameRate) {
         unsigned pictures;
         std::uint64_t ticks;
     };
-    const Row rows[] = {{{25, 1}, 100, 360000},
-                        {{30000, 1001}, 3000, 9009000},
-                        {{24000, 1001}, 48, 180180},
-                        {{7, 1}, 7, 90000},
-                        {{29970, 1000}, 2997, 9000000}};
+    const Row rows[] = {{{25, 1}, 100, 360000}, {{30000, 1001}, 3000, 9009000}, {{29970, 1000}, 2997, 9000000}};
     for (const Row& row : rows) {
         const auto pieces = Play(Make(row.pictures, row.rate, 0, false), row.pictures + 10);
         EXPECT_EQ(row.pictures, pieces.size());
@@ -103,9 +97,6 @@ TEST_F(MediaSourceTest, AudioAndVideoComeInTheOrderOfTheirTimes) {
     const auto pieces = Play(Make(3, {25, 1}, 160 * 9 + 80, false), 100);
     EXPECT_EQ("VaaVaaVaaaaaa", Order(pieces));
     EXPECT_EQ(80u, pieces.back().length);
-    for (std::size_t i = 1; i < pieces.size(); ++i) {
-        EXPECT_GE(pieces[i].time, pieces[i - 1].time);
-    }
     // The clocks start together: the first picture lasts 40 ms, which is 320 samples.
     EXPECT_EQ(3600u, pieces[0].ticks);
     EXPECT_EQ(320u, pieces[1].ticks);
@@ -119,6 +110,12 @@ TEST_F(MediaSourceTest, LongerAudioIsCutWhereTheLoopBeginsAnew) {
     EXPECT_EQ(120000, pieces[9].time);
     EXPECT_EQ(6u * 3600, Ticks(pieces, true));
     EXPECT_EQ(12u * 160 + 160, Ticks(pieces, false));
+    // 10 ms a picture: 3 pictures are 240 samples, and the second piece of audio is shortened.
+    std::size_t samples = 0;
+    for (const Piece& piece : Play(Make(3, {100, 1}, 8000, true), 12)) {
+        samples += !piece.video && piece.time < 30000 ? piece.length : 0;
+    }
+    EXPECT_EQ(240u, samples);
 }
 
 TEST_F(MediaSourceTest, ShorterAudioIsFollowedBySilenceThatItsClockCounts) {
@@ -128,20 +125,6 @@ TEST_F(MediaSourceTest, ShorterAudioIsFollowedBySilenceThatItsClockCounts) {
     EXPECT_EQ(80u, pieces[2].length);
     EXPECT_EQ(120000, pieces[6].time);
     EXPECT_EQ(320u + 160 + 800 + 160, Ticks(pieces, false));
-}
-
-TEST_F(MediaSourceTest, APieceOfAudioThatTheVideosEndCutsIsShortened) {
-    // 10 ms a picture: 3 pictures are 240 samples.
-    const auto pieces = Play(Make(3, {100, 1}, 8000, true), 12);
-    std::size_t samples = 0;
-    for (const Piece& piece : pieces) {
-        samples += !piece.video && piece.time < 30000 ? piece.length : 0;
-    }
-    EXPECT_EQ(240u, samples);
-}
-
-TEST_F(MediaSourceTest, AudioStaysAwayWhenItIsNotWanted) {
-    EXPECT_EQ("VVV", Order(Play(Make(3, {25, 1}, 8000, false), 100, false)));
 }
 
 TEST_F(MediaSourceTest, AKeyFrameRequestBringsParameterSetsAndSkipsNothing) {
