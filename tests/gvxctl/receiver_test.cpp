@@ -90,27 +90,6 @@ TEST_F(ReceiverTest, RecordsWhatComesOverUdp) {
     EXPECT_EQ(receiver.Stats().otherPayloads, 1u);
 }
 
-TEST_F(ReceiverTest, RecordsWhatComesInterleaved) {
-    RtpReceiver receiver;
-    ASSERT_TRUE(receiver.StartTcp(Endpoint{}, m_files, m_error)) << m_error;
-    Fd peer = ConnectTcp(Endpoint{"127.0.0.1", receiver.VideoPort()}, 5000, m_error);
-    ASSERT_TRUE(peer) << m_error;
-    std::string stream;
-    const auto add = [&stream](char channel, const std::string& packet) {
-        stream += {'$', channel, 0, static_cast<char>(packet.size())};
-        stream += packet;
-    };
-    add(0, kVideo[0]);
-    add(2, kAudio[0]);
-    add(0, kVideo[1]);
-    add(2, kAudio[1]);
-    add(0, kVideo[2]);
-    for (const char& byte : stream) {
-        ASSERT_TRUE(SendAll(peer.Get(), &byte, 1, 5000));
-    }
-    ExpectClip(receiver);
-}
-
 TEST_F(ReceiverTest, ForeignBytesEndAnInterleavedStream) {
     RtpReceiver receiver;
     ASSERT_TRUE(receiver.StartTcp(Endpoint{}, m_files, m_error)) << m_error;
@@ -119,17 +98,6 @@ TEST_F(ReceiverTest, ForeignBytesEndAnInterleavedStream) {
     const std::atomic<bool> stop{false};
     EXPECT_FALSE(receiver.WaitForFrames(1, 0, 20000, stop));
     EXPECT_EQ(receiver.Stats().error, "the interleaved stream has lost its framing");
-}
-
-TEST_F(ReceiverTest, SaysWhichPortOrFileFails) {
-    RtpReceiver first;
-    ASSERT_TRUE(first.StartUdp("127.0.0.1", 0, 0, {}, m_error)) << m_error;
-    RtpReceiver second;
-    EXPECT_FALSE(second.StartUdp("127.0.0.1", first.VideoPort(), 0, {}, m_error));
-    EXPECT_EQ(m_error, "cannot bind 127.0.0.1:" + std::to_string(first.VideoPort()) + ": Address already in use");
-    RtpReceiver third;
-    EXPECT_FALSE(third.StartTcp(Endpoint{}, RecordFiles{m_folder + "/none/v", ""}, m_error));
-    EXPECT_EQ(m_error, "cannot write " + m_folder + "/none/v: No such file or directory");
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// Alarm frames taken apart by the offsets of their wire records; docs/gvxctl.md lists the fields.
+// Alarm frames taken apart by the offsets of their wire records; docs/gvxctl.md lists the fields. Any thread.
 namespace gvxctl {
 
 struct AlarmField {

@@ -40,7 +40,7 @@ std::string EncodeFrame(const FrameSpec& spec);
 // A response to that request, with its numbers repeated.
 FrameSpec ResponseTo(const Frame& request, std::uint32_t code);
 
-// Cuts a byte stream into frames by their length field. Holds at most one frame and one read more.
+// Cuts a byte stream into frames by their length field. Holds at most one frame and one read more. One thread.
 class FrameCutter {
 public:
     enum class Result { NeedMore, Ready, Broken };

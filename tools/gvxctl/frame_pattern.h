@@ -10,6 +10,7 @@
 namespace gvxctl {
 
 // What an expected frame looks like. Everything that is given must hold; a '*' in a text stands for any text.
+// Read by one thread; a pattern that does not change may be matched by any.
 struct FramePattern {
     bool anyType = true;
     std::uint16_t type = 0;

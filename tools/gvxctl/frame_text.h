@@ -4,7 +4,7 @@
 
 #include <string>
 
-// Frames for people: names of types and codes, head fields, and bodies decoded by their form.
+// Frames for people: names of types and codes, head fields, and bodies decoded by their form. Any thread.
 namespace gvxctl {
 
 // Bytes that are no text show as dots, a long text is cut.

@@ -8,6 +8,8 @@
 
 namespace gvxctl {
 
+// Any thread.
+
 // What was received as a JSON object with the members "video", "audio", "malformed", "otherPayloads", "seconds", and
 // if there are, "metadata" and "error".
 Json::Value StatsToJson(const StreamStats& stats);

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-// Reading of RTP from outside: nothing is read beyond what arrived.
+// Reading of RTP from outside: nothing is read beyond what arrived. One thread an object.
 namespace gvxctl {
 
 // Payload types of the gateway.

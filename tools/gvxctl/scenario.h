@@ -9,7 +9,7 @@
 #include <variant>
 #include <vector>
 
-// What a scenario file says; docs/gvxctl.md describes its form.
+// What a scenario file says; docs/gvxctl.md describes its form. Any thread.
 namespace gvxctl {
 
 struct SayStep {

@@ -5,7 +5,8 @@
 #include <string>
 #include <utility>
 
-// Sockets of the tool: IPv4, close-on-exec, non-blocking, every wait bounded.
+// Sockets of the tool: IPv4, close-on-exec, non-blocking, every wait bounded. Any thread; one at a time for a
+// descriptor.
 namespace gvxctl {
 
 // Owns a file descriptor.

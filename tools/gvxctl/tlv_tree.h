@@ -6,7 +6,7 @@
 #include <vector>
 
 // Metadata messages from outside: items of a 4-byte type, a 4-byte length and a value, little-endian, in three layers.
-// A message is one item of layer one. Nothing is read beyond what arrived.
+// A message is one item of layer one. Nothing is read beyond what arrived. Any thread.
 namespace gvxctl {
 
 constexpr std::size_t kTlvHeadBytes = 8;
