@@ -1,6 +1,6 @@
 #include "file/alarm_table.h"
 
-#include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/json_io.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 
@@ -26,15 +26,10 @@ bool ReadChannel(const Json::Value& root, AlarmTrigger& trigger) {
 // No direction: tells whether the table has set one.
 constexpr ZVS_BOOL kUnset = 2;
 
-template <std::size_t Size>
-bool Copy(char (&target)[Size], const char* text) {
-    return strncpy_s(target, Size, text, std::strlen(text)) == 0;
-}
-
 // What a table has not said, its row does.
 template <std::size_t Size>
 bool CopyIfEmpty(char (&target)[Size], const char* text) {
-    return target[0] != '\0' || Copy(target, text);
+    return target[0] != '\0' || gvx::PutText(target, text);
 }
 
 }  // namespace
@@ -94,12 +89,12 @@ bool AlarmTable::Translate(const AlarmTrigger& trigger, enPuDevFormType form, ZV
     }
     // A report with extension text keeps it, so the row's goes first. Types that the gateway does not describe are sent
     // as the row has them.
-    if (!Copy(report.cExtParam, row->chExtParam)) {
+    if (!gvx::PutText(report.cExtParam, row->chExtParam)) {
         error = "Its extension text is too long.";
         return false;
     }
     config.BuildAlarmInfoForNVT(report, form);
-    const bool described = trigger.description.empty() || Copy(report.cAlarmDesc, trigger.description.c_str());
+    const bool described = trigger.description.empty() || gvx::PutText(report.cAlarmDesc, trigger.description.c_str());
     if (!described || !CopyIfEmpty(report.cAlarmDesc, row->chAlarmDesc)) {
         error = "Its description is too long.";
         return false;

@@ -69,7 +69,7 @@ protected:
 
     std::string m_folder;
     RecordFiles m_files;
-    Fd m_sender{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    gvx::UniqueFd m_sender{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
     std::string m_error;
 };
 
@@ -93,8 +93,8 @@ TEST_F(ReceiverTest, RecordsWhatComesOverUdp) {
 TEST_F(ReceiverTest, ForeignBytesEndAnInterleavedStream) {
     RtpReceiver receiver;
     ASSERT_TRUE(receiver.StartTcp(Endpoint{}, m_files, m_error)) << m_error;
-    Fd peer = ConnectTcp(Endpoint{"127.0.0.1", receiver.VideoPort()}, 5000, m_error);
-    ASSERT_TRUE(peer && SendAll(peer.Get(), "HTTP/1.1", 8, 5000)) << m_error;
+    gvx::UniqueFd peer = ConnectTcp(Endpoint{"127.0.0.1", receiver.VideoPort()}, 5000, m_error);
+    ASSERT_TRUE(peer.Valid() && SendAll(peer.Get(), "HTTP/1.1", 8, 5000)) << m_error;
     const std::atomic<bool> stop{false};
     EXPECT_FALSE(receiver.WaitForFrames(1, 0, 20000, stop));
     EXPECT_EQ(receiver.Stats().error, "the interleaved stream has lost its framing");

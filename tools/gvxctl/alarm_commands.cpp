@@ -125,8 +125,8 @@ std::string TriggerLine(const TriggerOptions& options) {
 
 int RunAlarmTrigger(const TriggerOptions& options) {
     std::string error;
-    const Fd intake = ConnectTcp(options.intake, kConnectTimeoutMs, error);
-    if (!intake) {
+    const gvx::UniqueFd intake = ConnectTcp(options.intake, kConnectTimeoutMs, error);
+    if (!intake.Valid()) {
         return Fail(kExitNoLink, error);
     }
     const std::string line = TriggerLine(options);

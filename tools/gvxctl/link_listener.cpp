@@ -22,7 +22,7 @@ LinkListener::~LinkListener() {
 
 bool LinkListener::Start(const Endpoint& local, std::string& error) {
     m_listener = ListenTcp(local, error);
-    if (!m_listener) {
+    if (!m_listener.Valid()) {
         return false;
     }
     m_port = LocalPort(m_listener.Get());
@@ -69,9 +69,9 @@ std::string LinkListener::LastError() const {
 void LinkListener::Run() {
     while (m_running) {
         std::string error;
-        Fd connection = AcceptTcp(m_listener.Get(), kPollMs, error);
+        gvx::UniqueFd connection = AcceptTcp(m_listener.Get(), kPollMs, error);
         std::shared_ptr<PeerLink> link;
-        if (connection) {
+        if (connection.Valid()) {
             link = PeerLink::Accept(std::move(connection), m_linkId, m_handler, kRegisterTimeoutMs, error);
         }
         const std::lock_guard<std::mutex> guard(m_mutex);

@@ -39,7 +39,7 @@ private:
 
     std::string m_linkId;
     PeerLink::Handler m_handler;
-    Fd m_listener;
+    gvx::UniqueFd m_listener;
     std::uint16_t m_port = 0;
     std::atomic<bool> m_running{false};
     mutable std::mutex m_mutex;  // guards m_link and m_lastError

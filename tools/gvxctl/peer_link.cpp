@@ -38,13 +38,13 @@ std::string LinkIdOf(const Frame& frame) {
 
 }  // namespace
 
-PeerLink::PeerLink(Fd fd, std::string localId, Handler handler)
+PeerLink::PeerLink(gvx::UniqueFd fd, std::string localId, Handler handler)
     : m_fd(std::move(fd)), m_localId(std::move(localId)), m_handler(std::move(handler)) {}
 
 std::unique_ptr<PeerLink> PeerLink::Connect(const Endpoint& gateway, const std::string& linkId, Handler handler,
                                             int timeoutMs, std::string& error) {
-    Fd fd = ConnectTcp(gateway, timeoutMs, error);
-    if (!fd) {
+    gvx::UniqueFd fd = ConnectTcp(gateway, timeoutMs, error);
+    if (!fd.Valid()) {
         return nullptr;
     }
     std::unique_ptr<PeerLink> link(new PeerLink(std::move(fd), linkId, std::move(handler)));
@@ -56,8 +56,8 @@ std::unique_ptr<PeerLink> PeerLink::Connect(const Endpoint& gateway, const std::
     return link;
 }
 
-std::unique_ptr<PeerLink> PeerLink::Accept(Fd connection, const std::string& linkId, Handler handler, int timeoutMs,
-                                           std::string& error) {
+std::unique_ptr<PeerLink> PeerLink::Accept(gvx::UniqueFd connection, const std::string& linkId, Handler handler,
+                                           int timeoutMs, std::string& error) {
     std::unique_ptr<PeerLink> link(new PeerLink(std::move(connection), linkId, std::move(handler)));
     if (!link->RegisterIn(timeoutMs, error)) {
         error = linkId + ": " + error;

@@ -23,8 +23,8 @@ public:
     static std::unique_ptr<PeerLink> Connect(const Endpoint& gateway, const std::string& linkId, Handler handler,
                                              int timeoutMs, std::string& error);
     // Takes a connection that the other side made, waits for its registration and answers it as linkId.
-    static std::unique_ptr<PeerLink> Accept(Fd connection, const std::string& linkId, Handler handler, int timeoutMs,
-                                            std::string& error);
+    static std::unique_ptr<PeerLink> Accept(gvx::UniqueFd connection, const std::string& linkId, Handler handler,
+                                            int timeoutMs, std::string& error);
     // Closes the link and waits for its thread. Not on that thread.
     ~PeerLink();
     PeerLink(const PeerLink&) = delete;
@@ -42,7 +42,7 @@ public:
     std::string CloseReason() const;
 
 private:
-    PeerLink(Fd fd, std::string localId, Handler handler);
+    PeerLink(gvx::UniqueFd fd, std::string localId, Handler handler);
     bool RegisterOut(int timeoutMs, std::string& error);
     bool RegisterIn(int timeoutMs, std::string& error);
     bool ReadFrame(Frame& frame, std::int64_t deadlineMs, std::string& error);
@@ -53,7 +53,7 @@ private:
     void KeepAlive();
     void Close(const std::string& reason);
 
-    Fd m_fd;
+    gvx::UniqueFd m_fd;
     std::string m_localId;
     std::string m_remoteId;
     Handler m_handler;

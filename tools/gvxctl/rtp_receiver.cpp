@@ -31,15 +31,15 @@ bool RtpReceiver::OpenRecorder(const RecordFiles& files, std::string& error) {
 bool RtpReceiver::StartUdp(const std::string& ip, std::uint16_t videoPort, std::uint16_t audioPort,
                            const RecordFiles& files, std::string& error) {
     m_video = BindUdp(Endpoint{ip, videoPort}, error);
-    m_audio = m_video ? BindUdp(Endpoint{ip, audioPort}, error) : Fd();
-    if (m_audio && m_metadataOptions.wanted) {
+    m_audio = m_video.Valid() ? BindUdp(Endpoint{ip, audioPort}, error) : gvx::UniqueFd();
+    if (m_audio.Valid() && m_metadataOptions.wanted) {
         m_metadata = BindUdp(Endpoint{ip, m_metadataOptions.port}, error);
     }
-    if (!m_audio || (m_metadataOptions.wanted && !m_metadata) || !OpenRecorder(files, error)) {
+    if (!m_audio.Valid() || (m_metadataOptions.wanted && !m_metadata.Valid()) || !OpenRecorder(files, error)) {
         return false;
     }
-    for (const Fd* socket : {&m_video, &m_audio, &m_metadata}) {
-        if (*socket) {
+    for (const gvx::UniqueFd* socket : {&m_video, &m_audio, &m_metadata}) {
+        if (socket->Valid()) {
             SetReceiveBuffer(socket->Get(), kReceiveBufferBytes);
         }
     }
@@ -50,7 +50,7 @@ bool RtpReceiver::StartUdp(const std::string& ip, std::uint16_t videoPort, std::
 
 bool RtpReceiver::StartTcp(const Endpoint& local, const RecordFiles& files, std::string& error) {
     m_video = ListenTcp(local, error);
-    if (!m_video || !OpenRecorder(files, error)) {
+    if (!m_video.Valid() || !OpenRecorder(files, error)) {
         return false;
     }
     m_running = true;
@@ -129,15 +129,15 @@ void RtpReceiver::DrainUdp(int fd) {
 }
 
 void RtpReceiver::RunTcp() {
-    Fd connection;
+    gvx::UniqueFd connection;
     std::string error;
-    while (m_running && !connection && error.empty()) {
+    while (m_running && !connection.Valid() && error.empty()) {
         connection = AcceptTcp(m_video.Get(), kPollMs, error);
     }
-    if (connection) {
+    if (connection.Valid()) {
         SetReceiveBuffer(connection.Get(), kReceiveBufferBytes);
     }
-    while (m_running && connection) {
+    while (m_running && connection.Valid()) {
         if (WaitReadable(connection.Get(), kPollMs) && !ReadTcp(connection.Get())) {
             connection.Reset();
         }

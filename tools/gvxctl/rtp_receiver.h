@@ -47,9 +47,9 @@ private:
     // False when the connection has ended.
     bool ReadTcp(int fd);
 
-    Fd m_video;  // over TCP the listener
-    Fd m_audio;
-    Fd m_metadata;  // UDP only
+    gvx::UniqueFd m_video;  // over TCP the listener
+    gvx::UniqueFd m_audio;
+    gvx::UniqueFd m_metadata;  // UDP only
     MetadataOptions m_metadataOptions;
     InterleaveCutter m_cutter;
     mutable std::mutex m_mutex;  // guards m_recorder and m_error, taken once for each batch of packets

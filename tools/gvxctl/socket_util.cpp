@@ -12,7 +12,6 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace gvxctl {
 namespace {
@@ -34,14 +33,14 @@ const sockaddr* Generic(const sockaddr_in& address) {
     return static_cast<const sockaddr*>(static_cast<const void*>(&address));
 }
 
-Fd BindSocket(int type, const Endpoint& local, std::string& error) {
-    Fd fd(::socket(AF_INET, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+gvx::UniqueFd BindSocket(int type, const Endpoint& local, std::string& error) {
+    gvx::UniqueFd fd(::socket(AF_INET, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
     const sockaddr_in address = ToAddress(local);
-    if (!fd || (type == SOCK_STREAM && ::setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) ||
+    if (!fd.Valid() || (type == SOCK_STREAM && ::setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) ||
         ::bind(fd.Get(), Generic(address), sizeof address) != 0) {
         error = Failure("cannot bind", local, errno);
-        return Fd();
+        return gvx::UniqueFd();
     }
     return fd;
 }
@@ -59,20 +58,6 @@ int WaitFor(int fd, short events, int timeoutMs) {
 }
 
 }  // namespace
-
-Fd& Fd::operator=(Fd&& other) noexcept {
-    if (this != &other) {
-        Reset();
-        m_fd = std::exchange(other.m_fd, -1);
-    }
-    return *this;
-}
-
-void Fd::Reset() {
-    if (m_fd >= 0) {
-        ::close(std::exchange(m_fd, -1));
-    }
-}
 
 bool ParseEndpoint(const std::string& text, Endpoint& endpoint) {
     const std::size_t colon = text.rfind(':');
@@ -95,47 +80,47 @@ std::string EndpointText(const Endpoint& endpoint) {
     return endpoint.ip + ":" + std::to_string(endpoint.port);
 }
 
-Fd ConnectTcp(const Endpoint& peer, int timeoutMs, std::string& error) {
-    Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+gvx::UniqueFd ConnectTcp(const Endpoint& peer, int timeoutMs, std::string& error) {
+    gvx::UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const sockaddr_in address = ToAddress(peer);
-    if (!fd || (::connect(fd.Get(), Generic(address), sizeof address) != 0 && errno != EINPROGRESS)) {
+    if (!fd.Valid() || (::connect(fd.Get(), Generic(address), sizeof address) != 0 && errno != EINPROGRESS)) {
         error = Failure("cannot connect to", peer, errno);
-        return Fd();
+        return gvx::UniqueFd();
     }
     if (WaitFor(fd.Get(), POLLOUT, timeoutMs) <= 0) {
         error = Failure("cannot connect to", peer, ETIMEDOUT);
-        return Fd();
+        return gvx::UniqueFd();
     }
     int code = 0;
     socklen_t length = sizeof code;
     if (::getsockopt(fd.Get(), SOL_SOCKET, SO_ERROR, &code, &length) != 0 || code != 0) {
         error = Failure("cannot connect to", peer, code != 0 ? code : errno);
-        return Fd();
+        return gvx::UniqueFd();
     }
     const int on = 1;
     ::setsockopt(fd.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     return fd;
 }
 
-Fd ListenTcp(const Endpoint& local, std::string& error) {
-    Fd fd = BindSocket(SOCK_STREAM, local, error);
+gvx::UniqueFd ListenTcp(const Endpoint& local, std::string& error) {
+    gvx::UniqueFd fd = BindSocket(SOCK_STREAM, local, error);
     if (fd && ::listen(fd.Get(), 16) != 0) {
         error = Failure("cannot listen on", local, errno);
-        return Fd();
+        return gvx::UniqueFd();
     }
     return fd;
 }
 
-Fd BindUdp(const Endpoint& local, std::string& error) {
+gvx::UniqueFd BindUdp(const Endpoint& local, std::string& error) {
     return BindSocket(SOCK_DGRAM, local, error);
 }
 
-Fd AcceptTcp(int listener, int timeoutMs, std::string& error) {
+gvx::UniqueFd AcceptTcp(int listener, int timeoutMs, std::string& error) {
     if (!WaitReadable(listener, timeoutMs)) {
-        return Fd();
+        return gvx::UniqueFd();
     }
-    Fd fd(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!fd && errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
+    gvx::UniqueFd fd(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!fd.Valid() && errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
         error = std::string("cannot accept: ") + std::strerror(errno);
     }
     return fd;

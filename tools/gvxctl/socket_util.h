@@ -1,30 +1,14 @@
 #pragma once
 
+#include "base/unique_fd.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <utility>
 
 // Sockets of the tool: IPv4, close-on-exec, non-blocking, every wait bounded. Any thread; one at a time for a
 // descriptor.
 namespace gvxctl {
-
-// Owns a file descriptor.
-class Fd {
-public:
-    Fd() = default;
-    explicit Fd(int fd) : m_fd(fd) {}
-    Fd(Fd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    Fd& operator=(Fd&& other) noexcept;
-    ~Fd() { Reset(); }
-
-    int Get() const { return m_fd; }
-    explicit operator bool() const { return m_fd >= 0; }
-    void Reset();
-
-private:
-    int m_fd = -1;
-};
 
 struct Endpoint {
     std::string ip = "127.0.0.1";
@@ -35,13 +19,13 @@ struct Endpoint {
 bool ParseEndpoint(const std::string& text, Endpoint& endpoint);
 std::string EndpointText(const Endpoint& endpoint);
 
-// An empty Fd for a failure; error then says what failed, with the system's reason.
-Fd ConnectTcp(const Endpoint& peer, int timeoutMs, std::string& error);
+// No descriptor for a failure; error then says what failed, with the system's reason.
+gvx::UniqueFd ConnectTcp(const Endpoint& peer, int timeoutMs, std::string& error);
 // Port 0 takes any free one; LocalPort tells which.
-Fd ListenTcp(const Endpoint& local, std::string& error);
-Fd BindUdp(const Endpoint& local, std::string& error);
-// An empty Fd without an error text: nobody called within the time.
-Fd AcceptTcp(int listener, int timeoutMs, std::string& error);
+gvx::UniqueFd ListenTcp(const Endpoint& local, std::string& error);
+gvx::UniqueFd BindUdp(const Endpoint& local, std::string& error);
+// No descriptor without an error text: nobody called within the time.
+gvx::UniqueFd AcceptTcp(int listener, int timeoutMs, std::string& error);
 
 std::uint16_t LocalPort(int fd);
 // The remote end of a connected socket; empty when there is none.

@@ -1,6 +1,6 @@
 #include "gateway/alarms/device_reports.h"
 
-#include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "bp/cmd.h"
 #include "bp/message_block_ptr.h"
@@ -49,7 +49,7 @@ void SetReportReactors(std::function<CGvxReactor*(const std::string&)> reactorOf
 }
 
 bool PushReport(const ADAPTER_COMMON_MESSAGE& message, const std::string& text) {
-    const std::string device(message.chDevId, strnlen(message.chDevId, sizeof(message.chDevId)));
+    const std::string device = TextOf(message.chDevId);
     CGvxReactor* reactor = ReactorOf(device);
     BP::MessageBlockPtr block = reactor == nullptr ? nullptr : BP::MakeMessageBlock(sizeof(message) + text.size());
     if (block == nullptr || block->copy(reinterpret_cast<const char*>(&message), sizeof(message)) != 0 ||
@@ -81,7 +81,7 @@ void OnPluginAlarm(const char* devID, const char* json) {
     GVX_CHECK_NULL_RETURN_VOID(json);
     ADAPTER_COMMON_MESSAGE message{};
     const std::size_t length = strnlen(json, kMaxReportBytes + 1);
-    const bool fits = strncpy_s(message.chDevId, sizeof(message.chDevId), devID, std::strlen(devID)) == 0;
+    const bool fits = PutText(message.chDevId, devID);
     if (!fits || length == 0 || length > kMaxReportBytes || !PushReport(message, std::string(json, length))) {
         GVX_LOG_ERR("Device alarm", "[dev:%.40s] an alarm of %zu bytes is lost.", devID, length);
     }

@@ -1,6 +1,6 @@
 #include "gateway/devices/device_alarm.h"
 
-#include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/json_io.h"
 #include "base/log.h"
 #include "gateway/plugins/plugin_guard.h"
@@ -24,11 +24,6 @@ struct TextField {
     std::size_t size;
     std::string fallback;
 };
-
-bool FillText(const Json::Value& report, const TextField& field) {
-    const std::string text = JsonText(report, field.name, field.fallback);
-    return strncpy_s(field.target, field.size, text.c_str(), text.size()) == 0;
-}
 
 // The recorder code of an alarm is that of the SCU which owns the device, without its prefix.
 std::string RecorderCode(const CAdapterDevBase& adapter) {
@@ -56,7 +51,7 @@ bool FillReport(const Json::Value& source, const std::string& device, const CAda
         {"ExtParam", report.cExtParam, sizeof(report.cExtParam), ""},
     };
     for (const TextField& field : fields) {
-        if (!FillText(source, field)) {
+        if (!PutText(field.target, field.size, JsonText(source, field.name, field.fallback))) {
             fault = field.name;
             return false;
         }
@@ -70,8 +65,7 @@ bool FillReport(const Json::Value& source, const std::string& device, const CAda
     }
     report.bAction = static_cast<ZVS_BOOL>(action);
     report.uiOccurNumber = 1;
-    if (strncpy_s(report.cReportTime, sizeof(report.cReportTime), now.c_str(), now.size()) != 0 ||
-        strncpy_s(report.cNvrCode, sizeof(report.cNvrCode), recorder.c_str(), recorder.size()) != 0) {
+    if (!PutText(report.cReportTime, now) || !PutText(report.cNvrCode, recorder)) {
         fault = "cNvrCode";
         return false;
     }

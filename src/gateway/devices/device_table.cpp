@@ -1,5 +1,6 @@
 #include "gateway/devices/device_table.h"
 
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "gvx_common/records/adapter_common_message.h"
 
@@ -87,7 +88,7 @@ int DeviceTable::ProcessSdkException(const ACE_Message_Block* block) {
         return 1;
     }
     std::memcpy(&message, block->rd_ptr(), sizeof(message));
-    const std::string device(message.chDevId, strnlen(message.chDevId, sizeof(message.chDevId)));
+    const std::string device = TextOf(message.chDevId);
     Device* const known = FindHere(device);
     if (known == nullptr) {
         GVX_LOG_WARN("Device report", "type %u of a device that is gone. [dev:%s]", message.ExceptionType,

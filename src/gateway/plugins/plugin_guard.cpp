@@ -36,32 +36,11 @@ PluginCallWatch& PluginCallWatch::Instance() {
 }
 
 void PluginCallWatch::Start(std::int64_t limitMs) {
-    Stop();
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stop = false;
-    }
-    m_thread = std::thread([this, limitMs] { Run(limitMs); });
+    m_thread.Start("PluginWatch", kWatchPeriod, [this, limitMs] { NameOverdue(limitMs); });
 }
 
 void PluginCallWatch::Stop() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stop = true;
-    }
-    m_wake.notify_all();
-    if (m_thread.joinable()) {
-        m_thread.join();
-    }
-}
-
-void PluginCallWatch::Run(std::int64_t limitMs) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    while (!m_wake.wait_for(lock, kWatchPeriod, [this] { return m_stop; })) {
-        lock.unlock();
-        NameOverdue(limitMs);
-        lock.lock();
-    }
+    m_thread.Stop();
 }
 
 std::list<PluginCallWatch::Call>::iterator PluginCallWatch::Enter(const std::string& plugin, const char* operation,

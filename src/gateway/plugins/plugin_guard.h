@@ -1,9 +1,8 @@
 #pragma once
 
+#include "base/periodic_thread.h"
 #include "base/zvs_error.h"
 
-#include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -11,7 +10,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -31,7 +29,7 @@ public:
 
     static PluginCallWatch& Instance();
 
-    // Starts the thread; a call is named when it has not returned for limitMs. Stop ends it.
+    // Starts the thread "PluginWatch"; a call is named when it has not returned for limitMs. Stop ends it.
     void Start(std::int64_t limitMs);
     void Stop();
 
@@ -45,13 +43,9 @@ public:
     std::vector<Call> OpenCalls() const;
 
 private:
-    void Run(std::int64_t limitMs);
-
     mutable std::mutex m_mutex;
     std::list<Call> m_calls;  // Guarded by m_mutex.
-    bool m_stop = false;      // Guarded by m_mutex.
-    std::condition_variable m_wake;
-    std::thread m_thread;
+    PeriodicThread m_thread;
 };
 
 // An open call for as long as it lives.

@@ -2,6 +2,7 @@
 
 #include "base/bounded_string.h"
 #include "base/cbb_xml.h"
+#include "base/fixed_text.h"
 #include "base/json_io.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -95,9 +96,8 @@ struct ScopedRecord {
 };
 
 bool FillRecord(const Edit& edit, CONFIG_INFO& info) {
-    return strncpy_s(info.chConfigName, sizeof(info.chConfigName), edit.key.c_str(), edit.key.size()) == 0 &&
-           strncpy_s(info.chConfigType, sizeof(info.chConfigType), edit.section.c_str(), edit.section.size()) == 0 &&
-           strncpy_s(info.chConfigValue, sizeof(info.chConfigValue), edit.value.c_str(), edit.value.size()) == 0;
+    return PutText(info.chConfigName, edit.key) && PutText(info.chConfigType, edit.section) &&
+           PutText(info.chConfigValue, edit.value);
 }
 
 // Does the edit. A failure says why.
