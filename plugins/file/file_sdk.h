@@ -10,8 +10,8 @@
 
 namespace gvxfile {
 
-// The plug-in as a whole: its media, and the devices that play them. Init comes first; then any thread may make devices,
-// and one thread at a time gives blocks of the intake.
+// The plug-in as a whole: its media, and the devices that play them. Init comes first; then any thread may make
+// devices, and one thread at a time gives blocks of the intake.
 class FileSdk : public CAdapterSdkBase {
 public:
     bool Init(const char* configFile) override;

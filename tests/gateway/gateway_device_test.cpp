@@ -150,22 +150,6 @@ TEST_F(GatewayTest, ReportOfAPluginIsHandledInItsDevicesQueue) {
     EXPECT_TRUE(log->Contains("[dev:NOBODY] report of type 4 is lost."));
 }
 
-TEST_F(GatewayTest, PortOfTheMediaUnitOpensItsLink) {
-    FakeListener mediaUnit;
-    AnswerPortReport();
-    auto scu = FakePeer::Connect(gateway->Port());
-    ASSERT_NE(scu, nullptr);
-    ASSERT_EQ(scu->Register("SCU#900"), 0u);
-    ASSERT_TRUE(log->WaitFor("SCU link id is SCU#900"));
-    const std::string answer =
-        "<Content><LinkID>SCU#900</LinkID><MUPort>" + std::to_string(mediaUnit.Port()) + "</MUPort></Content>";
-    ASSERT_TRUE(
-        peer->SendFrame(NSS_NOTIFY_LINK_PORT_TO_GVX_RSP, 5, "t", 0, FakePeer::MakeItem(NSS_TAG_XML_CONTENT, answer)));
-    const auto mu = mediaUnit.Accept();
-    ASSERT_NE(mu, nullptr) << log->Dump();
-    EXPECT_EQ(mu->AnswerRegistration("MU#900").substr(0, 4), "GVX#");
-}
-
 TEST(RequestBody, WhatWasParsedForTheTargetGoesWithTheCommandOnce) {
     const std::string json = FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, R"({"DevCode":"C","ServiceID":"s"})");
     const std::string xml = FakePeer::MakeItem(NSS_TAG_XML_CONTENT, "<Content><DevCode>C</DevCode><A>x</A></Content>");

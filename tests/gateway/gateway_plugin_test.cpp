@@ -145,17 +145,6 @@ TEST_F(GatewayTest, StopThatThrowsFindsItsObjectsStillThere) {
     stopped = true;
 }
 
-TEST_F(GatewayTest, StopWithStreamsAndLinksOpenIsClean) {
-    for (int i = 0; i < 4; ++i) {
-        const std::string device = "CAM" + std::to_string(i);
-        ASSERT_EQ(AddDevice(device).code, 0u);
-        ASSERT_EQ(Start(device, "live" + std::to_string(i)).code, 0u);
-    }
-    EXPECT_TRUE(gateway->Stop()) << log->Dump();
-    stopped = true;
-    EXPECT_TRUE(peer->ReadUntilClosed());
-}
-
 TEST_F(GatewayTest, ARefusalCarriesWhatThePluginReportedOnce) {
     const std::string report = "<DevInfo><DevCode>CAM1</DevCode><ChannelCode>3</ChannelCode></DevInfo>";
     const Answer added = AddDevice("CAM1", "Init=report");

@@ -4,46 +4,17 @@
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_type.h"
 #include "support/test_clock.h"
-#include "support/wait_until.h"
 
 #include <algorithm>
+#include <chrono>
 #include <future>
-#include <mutex>
 #include <string>
 #include <vector>
 
-namespace {
-
-// What happened, in order. Any thread.
-class Diary {
-public:
-    void Note(const std::string& line) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_lines.push_back(line);
-    }
-    std::vector<std::string> Lines() const {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_lines;
-    }
-    bool WaitFor(const std::string& line) const {
-        return WaitUntil([&] {
-            const std::vector<std::string> lines = Lines();
-            return std::find(lines.begin(), lines.end(), line) != lines.end();
-        });
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::vector<std::string> m_lines;  // Guarded by m_mutex.
-};
-
-using Strings = std::vector<std::string>;
-
-}  // namespace
-
 TEST(LinkEventThreadTest, ServesInOrderAndHoldsBackWhatCouldNotBeAnswered) {
     const ScopedRecordingLogger log;
-    Diary diary;
+    std::vector<std::string> diary;  // written on the thread of link events, read when it has ended
+    std::promise<void> waits;
     std::promise<void> begin;
     std::promise<void> waited;
     const std::shared_future<void> mayBegin = begin.get_future().share();
@@ -51,12 +22,15 @@ TEST(LinkEventThreadTest, ServesInOrderAndHoldsBackWhatCouldNotBeAnswered) {
     gvx::LinkEventThread thread;
     const auto note = [&](const char* what) {
         return [&, what](const std::string&, int, const std::string& link, const std::string&, unsigned int) {
-            diary.Note(what + link);
+            diary.push_back(what + link);
             if (link == "SCU#1") {
                 mayBegin.wait();
             } else if (link == "GVX#1" && *what == 'o') {
                 thread.LetFramesIn();
-                diary.Note("waits");
+                diary.emplace_back("waits");
+                if (std::count(diary.begin(), diary.end(), "waits") == 1) {
+                    waits.set_value();
+                }
                 hasWaited.wait();
             }
         };
@@ -69,7 +43,7 @@ TEST(LinkEventThreadTest, ServesInOrderAndHoldsBackWhatCouldNotBeAnswered) {
         return thread.Hold(cmd, result) && result == 0 && cmd == nullptr;
     };
     ASSERT_TRUE(thread.Start({note("opened "), note("closed ")}, [&](const BP::CCmd& cmd) {
-        diary.Note("frame " + cmd.GetTransID());
+        diary.push_back("frame " + cmd.GetTransID());
         return 0;
     }));
     const BP::LinkEvents events = thread.Callbacks();
@@ -79,16 +53,16 @@ TEST(LinkEventThreadTest, ServesInOrderAndHoldsBackWhatCouldNotBeAnswered) {
     EXPECT_TRUE(hold("GVX#1", "1"));
     EXPECT_TRUE(hold("GVX#1", "2"));
     begin.set_value();
-    ASSERT_TRUE(diary.WaitFor("waits"));
+    EXPECT_EQ(waits.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
     EXPECT_FALSE(hold("GVX#1", "3")) << "the opening that waits for an answer holds up no further frame";
     events.closed("", kElementGVX, "GVX#1", "127.0.0.1", 2);
     events.opened("", kElementGVX, "GVX#1", "127.0.0.1", 3);
     EXPECT_TRUE(hold("GVX#1", "4"));
     waited.set_value();
     thread.Stop();
-    const Strings expected{"opened SCU#1", "opened GVX#1", "frame 1", "frame 2", "waits",
-                           "closed GVX#1", "opened GVX#1", "frame 4", "waits"};
-    EXPECT_EQ(diary.Lines(), expected) << "a stop serves what is queued";
+    const std::vector<std::string> expected{"opened SCU#1", "opened GVX#1", "frame 1", "frame 2", "waits",
+                                            "closed GVX#1", "opened GVX#1", "frame 4", "waits"};
+    EXPECT_EQ(diary, expected) << "a stop serves what is queued";
 }
 
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 
 // One function for each command of the tool. Each prints to standard output, faults to standard error, and returns the
-// exit code: 0 for success, 1 when the gateway refused or something was wrong, 3 when no link could be made. Commands run
-// on main's thread; the same holds for those of alarm_commands.h, config_commands.h, peer_commands.h and demo.h.
+// exit code: 0 for success, 1 when the gateway refused or something was wrong, 3 when no link could be made. Commands
+// run on main's thread; the same holds for those of alarm_commands.h, config_commands.h, peer_commands.h and demo.h.
 namespace gvxctl {
 
 constexpr int kExitOk = 0;

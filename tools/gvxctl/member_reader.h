@@ -10,8 +10,8 @@
 namespace gvxctl {
 
 // Reads the members of one JSON object and remembers the first fault: a member of the wrong type, one that must be
-// there and is not, and, at Finish, one that nobody has asked for. After a fault every reading leaves its target alone. One
-// thread.
+// there and is not, and, at Finish, one that nobody has asked for. After a fault every reading leaves its target alone.
+// One thread.
 class MemberReader {
 public:
     explicit MemberReader(const Json::Value& object);

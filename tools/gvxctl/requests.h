@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-// The requests that the tool sends, with their bodies (docs/nss-messages.md), and what their responses say. Any thread but a link's: a request
-// waits for its response.
+// The requests that the tool sends, with their bodies (docs/nss-messages.md), and what their responses say. Any thread
+// but a link's: a request waits for its response.
 namespace gvxctl {
 
 struct DeviceSpec {

@@ -142,7 +142,7 @@ void RtpReceiver::RunTcp() {
             connection.Reset();
         }
     }
-    while (connection && WaitReadable(connection.Get(), 0) && ReadTcp(connection.Get())) {
+    while (connection.Valid() && WaitReadable(connection.Get(), 0) && ReadTcp(connection.Get())) {
         // what was sent before the stop belongs to the stream
     }
     const std::lock_guard<std::mutex> guard(m_mutex);

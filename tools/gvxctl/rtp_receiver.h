@@ -28,11 +28,10 @@ public:
     // Takes in what the kernel still holds, ends the thread and closes the files.
     void Stop();
 
-    std::uint16_t VideoPort() const { return m_video ? LocalPort(m_video.Get()) : static_cast<std::uint16_t>(0); }
-    std::uint16_t AudioPort() const { return m_audio ? LocalPort(m_audio.Get()) : static_cast<std::uint16_t>(0); }
-    std::uint16_t MetadataPort() const {
-        return m_metadata ? LocalPort(m_metadata.Get()) : static_cast<std::uint16_t>(0);
-    }
+    // 0 for what is not received.
+    std::uint16_t VideoPort() const { return LocalPort(m_video.Get()); }
+    std::uint16_t AudioPort() const { return LocalPort(m_audio.Get()); }
+    std::uint16_t MetadataPort() const { return LocalPort(m_metadata.Get()); }
     // Any thread.
     StreamStats Stats() const;
     // Waits until that many video frames have begun and no packet has come for idleMs. False when the time ran out,

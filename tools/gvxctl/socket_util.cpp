@@ -104,7 +104,7 @@ gvx::UniqueFd ConnectTcp(const Endpoint& peer, int timeoutMs, std::string& error
 
 gvx::UniqueFd ListenTcp(const Endpoint& local, std::string& error) {
     gvx::UniqueFd fd = BindSocket(SOCK_STREAM, local, error);
-    if (fd && ::listen(fd.Get(), 16) != 0) {
+    if (fd.Valid() && ::listen(fd.Get(), 16) != 0) {
         error = Failure("cannot listen on", local, errno);
         return gvx::UniqueFd();
     }

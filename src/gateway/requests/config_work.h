@@ -9,8 +9,8 @@ namespace gvx {
 
 struct GatewayContext;
 
-// The work of requests about settings, on the thread of the reactor that serves the command (gateway_work.h). Values may be passwords: what
-// was read of them is wiped.
+// The work of requests about settings, on the thread of the reactor that serves the command (gateway_work.h). Values
+// may be passwords: what was read of them is wiped.
 
 // NSS_CONFIG_QUERY_REQ: answers with the unified document, whole or one section of it.
 int QueryConfig(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);

@@ -12,8 +12,9 @@ struct GatewayContext;
 // The work of requests about devices, on the thread of the device's reactor (gateway_work.h). Refusals carry DevCode
 // and Reason.
 
-// NSS_ADD_MAIN_DEV_REQ: makes the device and its lenses, which the answer lists. The sink has read the request and attached
-// it to the command. ZVS_GVX_DEV_EXIST where the device is there already, else the code of the plug-in's step that failed.
+// NSS_ADD_MAIN_DEV_REQ: makes the device and its lenses, which the answer lists. The sink has read the request and
+// attached it to the command. ZVS_GVX_DEV_EXIST where the device is there already, else the code of the plug-in's step
+// that failed.
 int AddMainDevice(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
 // NSS_DEL_MAIN_DEV_REQ: stops the device's streams and deletes it, whatever its plug-in answers. ZVS_GVX_DEV_NOT_EXIST
 // where there is none.
