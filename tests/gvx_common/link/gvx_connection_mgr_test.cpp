@@ -32,6 +32,15 @@ LINKCLOSE_NET_ELE_E LastEvent() {
     return g_events.back().eLinkCloseNetEle;
 }
 
+// The opening of the main-service link waits for this answer.
+void AnswerPortReport(const CaughtFrame& frame) {
+    if (frame.Type() == NSS_PLUGIN_SEND_PORTLIST_DATA_REQ) {
+        BP::CDispatcher::FrameArrived(
+            kElementGVX, frame.linkID,
+            BlockOf(FakePeer::MakeFrame(NSS_PLUGIN_SEND_PORTLIST_DATA_RSP, 1, frame.Transaction())));
+    }
+}
+
 // Everything above the links is the real thing. tests/golden holds the bytes of every form of request and response.
 class ConnectionMgrTest : public testing::Test {
 protected:
@@ -63,7 +72,7 @@ protected:
 
     ScopedRecordingLogger m_log;
     TestRegistry m_registry;
-    CaughtFrames m_frames;
+    CaughtFrames m_frames{&AnswerPortReport};
     std::vector<std::unique_ptr<BP::CCmd>> m_fedIn;
 };
 
