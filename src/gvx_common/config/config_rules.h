@@ -16,8 +16,14 @@ bool CheckEdit(const std::string& key, const std::string& value);
 // Whether CheckEdit allows any value for key.
 bool IsEditable(const std::string& key);
 
-// Whether zvs_gvx.conf gives the value back as it is: the loader takes a ';' for a comment and drops outer blanks. Pure;
-// any thread.
+// Whether zvs_gvx.conf gives the value back as it is: the loader takes a ';' for a comment and drops outer blanks.
+// Pure; any thread.
 bool ReadsBackEqual(const std::string& value);
+
+// Whether the value of a setting of this name may not be shown: the names that a log line hides, too. Pure; any thread.
+bool IsSecretName(const std::string& name);
+
+// What a log line shows of a setting's value: value itself, or "***" when the name is a secret's. Any thread.
+const char* LoggableValue(const std::string& name, const char* value);
 
 }  // namespace gvx

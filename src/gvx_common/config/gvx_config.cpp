@@ -2,7 +2,7 @@
 
 #include "base/bounded_string.h"
 #include "base/log.h"
-#include "gvx_common/config/config_secret.h"
+#include "gvx_common/config/config_rules.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -135,11 +135,8 @@ void CGvxConfigMgr::ReadSyncTime() {
     if (FindConfValue("GVX_SDK_SYNC_TIME_SWITCH", value)) {
         m_uiSyncTimeSwitch = static_cast<unsigned int>(CGvxUtility::toInt(value));
     }
-    int seconds = kMinSyncSeconds;
-    if (FindConfValue("GVX_SDK_SYNC_TIME_INTERVAL", value)) {
-        seconds = std::clamp(CGvxUtility::toInt(value), kMinSyncSeconds, kMaxSyncSeconds);
-    }
-    m_uiSyncTimeInterval = static_cast<unsigned int>(seconds);
+    m_uiSyncTimeInterval = static_cast<unsigned int>(
+        GetConfNumber("GVX_SDK_SYNC_TIME_INTERVAL", kMinSyncSeconds, kMinSyncSeconds, kMaxSyncSeconds));
 }
 
 CGvxConfigMgr::Snapshot CGvxConfigMgr::TakeSnapshot() const {
@@ -196,6 +193,11 @@ std::string CGvxConfigMgr::GetConfValue(const std::string& key, const std::strin
 
 bool CGvxConfigMgr::GetBoolConfValue(const std::string& key, bool defaultValue) const {
     return GetConfValue(key, defaultValue ? "1" : "0") != "0";
+}
+
+int CGvxConfigMgr::GetConfNumber(const std::string& key, int defaultValue, int least, int most) const {
+    std::string value;
+    return std::clamp(FindConfValue(key, value) ? CGvxUtility::toInt(value) : defaultValue, least, most);
 }
 
 MapCfgKeyValue CGvxConfigMgr::GetMapCfgKeyValue() const {

@@ -7,6 +7,7 @@
 #include <ace/Recursive_Thread_Mutex.h>
 
 #include <atomic>
+#include <climits>
 #include <cstdint>
 #include <istream>
 #include <list>
@@ -59,7 +60,7 @@ public:
     // alarm offers as default (empty for digit strings; unchanged for addresses and identities).
     bool CheckConfValue(const std::string& key, std::string& value) const;
 
-    // ---- the gateway's place in the network (gvx_config_mgr_identity.cpp, gvx_config_mgr_address.cpp) ----
+    // ---- the gateway's place in the network (gvx_config_mgr_network.cpp) ----
 
     // Fills the net element identifier from net.xml; an empty one becomes "GVX#001", with an alarm.
     int LoadLocalIPFromXml();
@@ -95,7 +96,7 @@ public:
     // The address to listen on where there is no floating one; empty for all interfaces.
     std::string GetIPToLisetenWhenNoFloatIP() const;
 
-    // ---- edits at run time (gvx_config_mgr_edit.cpp, gvx_config_mgr_switches.cpp) ----
+    // ---- edits at run time (gvx_config_mgr_edit.cpp) ----
 
     // The entry for a changed setting: a frame with the JSON text {"ConfigSection", "ConfigName", "ConfigValue"}. 2
     // for null, the decoder's code for a bad frame, else the result of SetGvxConfigEdit. The block stays the caller's.
@@ -161,6 +162,10 @@ public:
     // True unless the value equals "0": "2", "yes" and the empty text count as true.
     bool GetBoolConfValue(const std::string& key, bool defaultValue) const;
 
+    // The value of key as a whole number, or defaultValue when the key is absent; a number outside least to most counts
+    // as the nearer of the two. A text without leading digits counts as 0.
+    int GetConfNumber(const std::string& key, int defaultValue, int least = INT_MIN, int most = INT_MAX) const;
+
     // A copy of all settings as they stand now, for plug-ins.
     MapCfgKeyValue GetMapCfgKeyValue() const;
 
@@ -168,7 +173,7 @@ public:
     const std::string& GetLocalIP() const noexcept { return m_strLocalIP.Get(); }
     const std::string& GetGvxNetElementID() const noexcept { return m_strNetElementID.Get(); }
 
-    // 0 for a box, 1 for the cloud, 2 for the cloud's edge.
+    // An enRunMode.
     int GetRunMode() const noexcept { return m_iRunMode; }
     bool IsOnline() const noexcept { return m_bIsOnline; }
 

@@ -1,6 +1,7 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
 #include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "gvx_common/records/gvx_adapter_records.h"
 
@@ -23,11 +24,6 @@ constexpr std::string_view kFinalTypes[] = {"ALARM_DEVICE_REMOVE", "ALARM_IPC_HI
 template <std::size_t N>
 bool IsOneOf(const std::string_view (&list)[N], const std::string& type) {
     return std::find(std::begin(list), std::end(list), type) != std::end(list);
-}
-
-template <std::size_t N>
-std::string FieldText(const char (&field)[N]) {
-    return std::string(field, strnlen(field, N));
 }
 
 // The number of characters written, or -1.
@@ -98,8 +94,7 @@ int CGvxConfigMgr::MatchAlarmTypeAndAction(const std::string& code, const std::s
         GVX_LOG_ERR(kTitle, "Alarm type is null.");
         return ZVS_FAIL;
     }
-    if (strncpy_s(report.cAlarmType, sizeof(report.cAlarmType), info->chAlarmType, std::strlen(info->chAlarmType)) !=
-        0) {
+    if (!gvx::PutText(report.cAlarmType, gvx::TextOf(info->chAlarmType))) {
         GVX_LOG_ERR(kTitle, "strncpy_s stAlarmReportInfo.cAlarmType failed!");
         return ZVS_SUCCEED;
     }
@@ -120,7 +115,7 @@ int CGvxConfigMgr::MatchAlarmTypeAndAction(const std::string& code, const std::s
 int CGvxConfigMgr::BuildAlarmInfoForNVT(ZVS_ALARM_REPORT& report, _PU_DEV_FORM_TYPE form) {
     constexpr const char* kTitle = "BuildAlarmInfoForNVT";
     report.uiOccurNumber = 1;
-    const std::string incoming = FieldText(report.cAlarmType);
+    const std::string incoming = gvx::TextOf(report.cAlarmType);
     if (incoming.size() == sizeof(report.cAlarmType)) {
         GVX_LOG_ERR(kTitle, "strncpy_s szAlarmTypeTmp, sizeof(szAlarmTypeTmp) failed!");
     }

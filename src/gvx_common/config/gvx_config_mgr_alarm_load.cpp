@@ -1,6 +1,6 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
-#include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/cbb_xml.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -70,7 +70,7 @@ bool TakeField(CBB::CXml& xml, const LoaderTexts& texts, const char* element, ch
         return true;
     }
     const char* value = xml.GetElemValue();
-    if (value != nullptr && strncpy_s(field, N, value, std::strlen(value)) == 0) {
+    if (value != nullptr && gvx::PutText(field, value)) {
         return true;
     }
     GVX_LOG_ERR(texts.title, "strncpy_s %s failed!", name);

@@ -4,6 +4,7 @@
 #include "bp/service.h"
 #include "gvx_common/link/gvx_connection.h"
 #include "gvx_common/records/adapter_common_message.h"
+#include "gvx_common/records/config_records.h"
 #include "gvx_common/records/gvx_alarm_records.h"
 #include "nss/nss_msg_type.h"
 
@@ -31,8 +32,6 @@ constexpr int kElementMU = 30105;
 constexpr int kElementIMGU = 240105;
 constexpr int kElementGVX = 40105;
 constexpr int kElementUnknown = 80105;
-
-enum enRunMode : int { RunMode_BOX = 0, RunMode_CLOUD = 1, RunMode_CLOUDEDGE = 2 };
 
 // The way to the device layer: called for link events, outside every lock of this class.
 using GvxExceptionCallback = void (*)(ADAPTER_COMMON_MESSAGE&);

@@ -3,6 +3,9 @@
 #include <string>
 #include <vector>
 
+// Where the gateway runs, by the number in the cloud's file.
+enum enRunMode : int { RunMode_BOX = 0, RunMode_CLOUD = 1, RunMode_CLOUDEDGE = 2 };
+
 // One edit of a setting at run time. The texts are terminated.
 struct ZVS_GVX_CONFIG_INFO {
     char chConfigName[64];  // the key
