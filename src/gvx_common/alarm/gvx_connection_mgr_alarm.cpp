@@ -1,6 +1,6 @@
 #include "gvx_common/link/gvx_connection_mgr.h"
 
-#include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
 #include "gvx_common/alarm/emergency_protection.h"
@@ -18,6 +18,8 @@
 namespace {
 
 constexpr unsigned int kNoServicePointer = 2;
+constexpr const char* kBuildTitle = "Build alarm message";
+constexpr const char* kWaitTitle = "Set gvx alarm";
 constexpr const char* kServersFailOn = "ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL_ON";
 constexpr const char* kServersFailOff = "ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL_OFF";
 
@@ -25,6 +27,15 @@ constexpr const char* kServersFailOff = "ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_F
 constexpr std::size_t kAlarmFrameExtraBytes =
     kNssHeaderBytes + offsetof(_ZVS_ALARM_REPORT_DEC, cAlarmDesc) + offsetof(_ZVS_ALARM_REPORT_EXT, cExtParam);
 static_assert(kAlarmFrameExtraBytes == 128, "what a frame has beyond body and texts");
+
+template <std::size_t N>
+bool Put(const char* title, char (&field)[N], std::string_view text, const char* message) {
+    if (!gvx::PutText(field, text)) {
+        GVX_LOG_ERR(title, "%s", message);
+        return false;
+    }
+    return true;
+}
 
 // The parts of an alarm's frame.
 struct AlarmFrame {
@@ -41,12 +52,9 @@ bool AppendDescription(ACE_Message_Block& block, const AlarmFrame& frame) {
     _ZVS_ALARM_REPORT_DEC stAlarmDesc{};
     stAlarmDesc.uiAlarmDescType = htons(NSS_TAG_ALARM_DESC);
     stAlarmDesc.uiAlarmDescLen = htonl(static_cast<std::uint32_t>(frame.descriptionBytes));
-    if (strncpy_s(stAlarmDesc.cAlarmDesc, sizeof(stAlarmDesc.cAlarmDesc), frame.description, frame.descriptionBytes) !=
-        0) {
-        GVX_LOG_ERR("Build alarm message", "strncpy_s stAlarmDesc.cAlarmDesc failed!");
-        return false;
-    }
-    return block.copy(reinterpret_cast<const char*>(&stAlarmDesc),
+    return Put(kBuildTitle, stAlarmDesc.cAlarmDesc, {frame.description, frame.descriptionBytes},
+               "strncpy_s stAlarmDesc.cAlarmDesc failed!") &&
+           block.copy(reinterpret_cast<const char*>(&stAlarmDesc),
                       offsetof(_ZVS_ALARM_REPORT_DEC, cAlarmDesc) + frame.descriptionBytes) == 0;
 }
 
@@ -54,22 +62,17 @@ bool AppendExtension(ACE_Message_Block& block, const AlarmFrame& frame) {
     _ZVS_ALARM_REPORT_EXT stAlarmExt{};
     stAlarmExt.uiAlarmExtType = htons(NSS_TAG_EXT_PARAM);
     stAlarmExt.uiAlarmExtLen = htonl(static_cast<std::uint32_t>(frame.extensionBytes));
-    if (strncpy_s(stAlarmExt.cExtParam, sizeof(stAlarmExt.cExtParam), frame.extension, frame.extensionBytes) != 0) {
-        GVX_LOG_ERR("Build alarm message", "strncpy_s stAlarmExt.cExtParam failed!");
-        return false;
-    }
-    return block.copy(reinterpret_cast<const char*>(&stAlarmExt),
+    return Put(kBuildTitle, stAlarmExt.cExtParam, {frame.extension, frame.extensionBytes},
+               "strncpy_s stAlarmExt.cExtParam failed!") &&
+           block.copy(reinterpret_cast<const char*>(&stAlarmExt),
                       offsetof(_ZVS_ALARM_REPORT_EXT, cExtParam) + frame.extensionBytes) == 0;
 }
 
 bool AppendHead(ACE_Message_Block& block, const AlarmFrame& frame, unsigned int seq, const std::string& trans) {
     NssMsgHeader aMsgHeader{};
     gvx::FillRequestHead(aMsgHeader, frame.msgType, seq, block.size() - kNssHeaderBytes);
-    if (strncpy_s(aMsgHeader.szTransactionNo, sizeof(aMsgHeader.szTransactionNo), trans.c_str(), trans.size()) != 0) {
-        GVX_LOG_ERR("Build alarm message", "strncpy_s aMsgHeader.szTransactionNo failed!");
-        return false;
-    }
-    return block.copy(reinterpret_cast<const char*>(&aMsgHeader), kNssHeaderBytes) == 0;
+    return Put(kBuildTitle, aMsgHeader.szTransactionNo, trans, "strncpy_s aMsgHeader.szTransactionNo failed!") &&
+           block.copy(reinterpret_cast<const char*>(&aMsgHeader), kNssHeaderBytes) == 0;
 }
 
 // The whole frame; null, with a log line, when it cannot be made.
@@ -87,27 +90,6 @@ BP::MessageBlockPtr MakeAlarmFrame(const AlarmFrame& frame, unsigned int seq, co
     return pMsgBlock;
 }
 
-// The record of an alarm that waits; false, with a log line, when a text does not fit.
-bool FillWaitingAlarm(ZVS_REPORT_LIST& stGvxAlarmReport, const std::string& type, const std::string& inType,
-                      const std::string& location) {
-    if (snprintf_s(stGvxAlarmReport.cAlarmType, sizeof(stGvxAlarmReport.cAlarmType),
-                   sizeof(stGvxAlarmReport.cAlarmType) - 1, "%s", type.c_str()) < 0) {
-        GVX_LOG_ERR("Set gvx alarm", "snprintf_s cAlarmType failed");
-        return false;
-    }
-    if (snprintf_s(stGvxAlarmReport.cAlarmInType, sizeof(stGvxAlarmReport.cAlarmInType),
-                   sizeof(stGvxAlarmReport.cAlarmInType) - 1, "%s", inType.c_str()) < 0) {
-        GVX_LOG_ERR("Set gvx alarm", "snprintf_s cAlarmInType failed");
-        return false;
-    }
-    if (strncpy_s(stGvxAlarmReport.cLocationInfo, sizeof(stGvxAlarmReport.cLocationInfo), location.c_str(),
-                  location.size()) != 0) {
-        GVX_LOG_ERR("Set gvx alarm", "strncpy_s stGvxAlarmReport.cLocationInfo failed!");
-        return false;
-    }
-    return true;
-}
-
 }  // namespace
 
 bool CGvxConnectionMgr::AlarmsMayLeave() {
@@ -121,27 +103,28 @@ bool CGvxConnectionMgr::AlarmsMayLeave() {
 void CGvxConnectionMgr::SetGvxAlarmRepMsg(const std::string& type, const std::string& inType,
                                           const std::string& location, const std::string& description) {
     ZVS_REPORT_LIST stGvxAlarmReport{};
-    if (!AlarmsMayLeave() || !FillWaitingAlarm(stGvxAlarmReport, type, inType, location)) {
+    if (!AlarmsMayLeave() || !Put(kWaitTitle, stGvxAlarmReport.cAlarmType, type, "snprintf_s cAlarmType failed") ||
+        !Put(kWaitTitle, stGvxAlarmReport.cAlarmInType, inType, "snprintf_s cAlarmInType failed") ||
+        !Put(kWaitTitle, stGvxAlarmReport.cLocationInfo, location,
+             "strncpy_s stGvxAlarmReport.cLocationInfo failed!")) {
         return;
     }
     std::string text = description;
     if (type == kServersFailOn || type == kServersFailOff) {
         getGB35114AlarmDesc(description, text);
     }
-    if (snprintf_s(stGvxAlarmReport.cAlarmDesc, sizeof(stGvxAlarmReport.cAlarmDesc),
-                   sizeof(stGvxAlarmReport.cAlarmDesc) - 1, "%s", text.c_str()) < 0) {
-        GVX_LOG_ERR("Set gvx alarm", "snprintf_s cAlarmDesc failed");
+    if (!Put(kWaitTitle, stGvxAlarmReport.cAlarmDesc, text, "snprintf_s cAlarmDesc failed")) {
         return;
     }
     {
         const std::lock_guard<std::mutex> lock(m_sendMessageMutex);
         if (GetOmuLinkId().empty()) {
-            GVX_LOG_INFO("Set gvx alarm", "Push gvx alarm to msglist, alarm type is %s.", type.c_str());
+            GVX_LOG_INFO(kWaitTitle, "Push gvx alarm to msglist, alarm type is %s.", type.c_str());
             m_sendMessageList.push_back(stGvxAlarmReport);
             return;
         }
     }
-    GVX_LOG_INFO("Set gvx alarm", "Send gvx alarm to msglist, alarm type is [%s].", type.c_str());
+    GVX_LOG_INFO(kWaitTitle, "Send gvx alarm to msglist, alarm type is [%s].", type.c_str());
     CEmergencyProtection::Instance()->SetGvxBPAlarmRepMsg(type, inType, location, text, false);
 }
 
@@ -202,12 +185,7 @@ int CGvxConnectionMgr::SendDevAlarmReqMsgToSCU(ZVS_ALARM_REPORT& report) {
     if (owned == nullptr) {
         return ZVS_FAIL;
     }
-    char cNVRCode[sizeof(report.cNvrCode) + 1];
-    if (strncpy_s(cNVRCode, sizeof(cNVRCode), report.cNvrCode, sizeof(report.cNvrCode)) != 0) {
-        GVX_LOG_ERR("Send device alarm", "strncpy_s cNVRCode failed!");
-        return ZVS_FAIL;
-    }
-    std::string target = std::string("SCU#") + cNVRCode;
+    std::string target = "SCU#" + gvx::TextOf(report.cNvrCode);
     unsigned int elementType = kElementSCU;
     GetLinkInfoByType(BP::SUBSYS_SCU, elementType, target);  // the send tells whether there is a link
     const int result = gvx::SendOwned(*this, std::move(owned), kElementSCU, target, BP::CMKTransID::GenerateTransID(),

@@ -1,6 +1,6 @@
 #include "gvx_common/link/gvx_connection_mgr.h"
 
-#include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/alarm/gvx_alarm_dictionary.h"
@@ -42,16 +42,10 @@ std::uint64_t getKSPAlarmID(const std::string& id) {
     return std::strtoull(id.c_str(), nullptr, 10);
 }
 
-// Texts of a record may fill their field without a terminator.
-template <std::size_t N>
-std::string TextOf(const char (&field)[N]) {
-    return std::string(field, strnlen(field, N));
-}
-
 // A text that does not fit leaves its field empty; the report is worth sending all the same.
 template <std::size_t N>
-void PutText(char (&field)[N], const std::string& text, const char* name) {
-    if (strncpy_s(field, N, text.c_str(), text.size()) != 0) {
+void Put(char (&field)[N], const std::string& text, const char* name) {
+    if (!gvx::PutText(field, text)) {
         GVX_LOG_ERR(kFailedTitle, "%s", name);
     }
 }
@@ -68,31 +62,32 @@ bool FillNodeCode(GVX_DEVICE_ALARM_REPORT_INFO& stDeviceAlarmReportInfo) {
         GVX_LOG_ERR(kFailedTitle, "get NodeCode From log.xml failed!");
         return false;
     }
-    PutText(stDeviceAlarmReportInfo.cNodeCode, nodeCode, "stDeviceAlarmReportInfo.cNodeCode");
+    Put(stDeviceAlarmReportInfo.cNodeCode, nodeCode, "stDeviceAlarmReportInfo.cNodeCode");
     return true;
 }
 
 void FillFromReport(GVX_DEVICE_ALARM_REPORT_INFO& stDeviceAlarmReportInfo, const GVX_ALARM_REPORT& report) {
-    PutText(stDeviceAlarmReportInfo.cFac, TextOf(report.cFac), "stDeviceAlarmReportInfo.cFac");
-    PutText(stDeviceAlarmReportInfo.cDomainCode, TextOf(report.cDomainCode), "stDeviceAlarmReportInfo.cDomainCode");
-    PutText(stDeviceAlarmReportInfo.cNetElemName, TextOf(report.cNetEleName), "stDeviceAlarmReportInfo.cNetElemName");
-    PutText(stDeviceAlarmReportInfo.cNetElemId, TextOf(report.cNetEleID), "stDeviceAlarmReportInfo.cNetElemId");
-    PutText(stDeviceAlarmReportInfo.cAlarmInCode, TextOf(report.cAlarmInCode), "stDeviceAlarmReportInfo.cAlarmInCode");
-    PutText(stDeviceAlarmReportInfo.cAlarmInName, TextOf(report.cAlarmInName), "stDeviceAlarmReportInfo.cAlarmInName");
-    PutText(stDeviceAlarmReportInfo.cAlarmType, TextOf(report.cAlarmType), "stDeviceAlarmReportInfo.cAlarmType");
-    PutText(stDeviceAlarmReportInfo.cAlarmInType, TextOf(report.cAlarmInType), "stDeviceAlarmReportInfo.cAlarmInType");
+    Put(stDeviceAlarmReportInfo.cFac, gvx::TextOf(report.cFac), "stDeviceAlarmReportInfo.cFac");
+    Put(stDeviceAlarmReportInfo.cDomainCode, gvx::TextOf(report.cDomainCode), "stDeviceAlarmReportInfo.cDomainCode");
+    Put(stDeviceAlarmReportInfo.cNetElemName, gvx::TextOf(report.cNetEleName), "stDeviceAlarmReportInfo.cNetElemName");
+    Put(stDeviceAlarmReportInfo.cNetElemId, gvx::TextOf(report.cNetEleID), "stDeviceAlarmReportInfo.cNetElemId");
+    Put(stDeviceAlarmReportInfo.cAlarmInCode, gvx::TextOf(report.cAlarmInCode), "stDeviceAlarmReportInfo.cAlarmInCode");
+    Put(stDeviceAlarmReportInfo.cAlarmInName, gvx::TextOf(report.cAlarmInName), "stDeviceAlarmReportInfo.cAlarmInName");
+    Put(stDeviceAlarmReportInfo.cAlarmType, gvx::TextOf(report.cAlarmType), "stDeviceAlarmReportInfo.cAlarmType");
+    Put(stDeviceAlarmReportInfo.cAlarmInType, gvx::TextOf(report.cAlarmInType), "stDeviceAlarmReportInfo.cAlarmInType");
 }
 
 // False, with a log line, when the location cannot be told.
 bool LocationOfGvxAlarm(const std::string& id, const GVX_ALARM_REPORT& report, std::string& location) {
-    location = TextOf(report.cLocationInfo);
+    location = gvx::TextOf(report.cLocationInfo);
     if (id == ALARM_GVX_ALARM_RECORD_FAIL) {
         location = "HostIP=" + GvxConfigMgr()->GetLocalIP() + ",LocalDesc=Alarm from GVX";
         return true;
     }
     if (id == ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL &&
-        setLocationInfo(id, "", TextOf(report.cAlarmDesc), location) != ZVS_SUCCEED) {
-        GVX_LOG_ERR(kFailedTitle, "The location is not known, AlarmType is[%s]", TextOf(report.cAlarmType).c_str());
+        setLocationInfo(id, "", gvx::TextOf(report.cAlarmDesc), location) != ZVS_SUCCEED) {
+        GVX_LOG_ERR(kFailedTitle, "The location is not known, AlarmType is[%s]",
+                    gvx::TextOf(report.cAlarmType).c_str());
         return false;
     }
     return true;
@@ -127,14 +122,14 @@ bool FrontDeviceOf(const std::string& strDevCode, std::string& device) {
 int CGvxConnectionMgr::SendAlarmReportToKSP(const GVX_DEVICE_ALARM_REPORT_INFO& info) {
     return static_cast<int>(SendReqMsgWithStruct(BP::SUBSYS_SCU, kElementSCU, NSS_GVX_PLUGIN_ALARM_REPORT_REQ,
                                                  reinterpret_cast<const char*>(&info), sizeof(info),
-                                                 "KSP#" + TextOf(info.cNetElemId)));
+                                                 "KSP#" + gvx::TextOf(info.cNetElemId)));
 }
 
 int CGvxConnectionMgr::sendGVXAlarmReportToKSP(const _ZVS_GVX_DEV_ALARM_REPORT& report) {
     if (!AlarmsMayLeave()) {
         return ZVS_FAIL;
     }
-    const std::string type = TextOf(report.cAlarmType);
+    const std::string type = gvx::TextOf(report.cAlarmType);
     const std::string* const id = FindAlarmID(type);
     if (id == nullptr) {
         GVX_LOG_INFO("Alarm manager, send gvx device end, no matching alarmID", "AlarmType is[%s]", type.c_str());
@@ -150,8 +145,8 @@ int CGvxConnectionMgr::sendGVXAlarmReportToKSP(const _ZVS_GVX_DEV_ALARM_REPORT& 
     if (!LocationOfGvxAlarm(*id, report, location)) {
         return ZVS_FAIL;
     }
-    PutText(stDeviceAlarmReportInfo.cLocationInfo, location, "stDeviceAlarmReportInfo.cLocationInfo");
-    PutText(stDeviceAlarmReportInfo.cAlarmDesc, TextOf(report.cAlarmDesc), "stDeviceAlarmReportInfo.cAlarmDesc");
+    Put(stDeviceAlarmReportInfo.cLocationInfo, location, "stDeviceAlarmReportInfo.cLocationInfo");
+    Put(stDeviceAlarmReportInfo.cAlarmDesc, gvx::TextOf(report.cAlarmDesc), "stDeviceAlarmReportInfo.cAlarmDesc");
     return SendAlarmReportToKSP(stDeviceAlarmReportInfo);
 }
 
@@ -159,7 +154,7 @@ int CGvxConnectionMgr::sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& rep
     if (!AlarmsMayLeave()) {
         return ZVS_FAIL;
     }
-    const std::string type = TextOf(report.cAlarmType);
+    const std::string type = gvx::TextOf(report.cAlarmType);
     const std::string* const id = FindAlarmID(type);
     if (id == nullptr) {
         GVX_LOG_INFO("Alarm manager", "Alarm manager, send gvx device end, no matching alarmID, AlarmType is[%s]",
@@ -168,7 +163,7 @@ int CGvxConnectionMgr::sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& rep
     }
     GVX_DEVICE_ALARM_REPORT_INFO stDeviceAlarmReportInfo{};
     stDeviceAlarmReportInfo.ulAlarmID = getKSPAlarmID(*id);
-    const std::string code = TextOf(report.cAlarmInCode);
+    const std::string code = gvx::TextOf(report.cAlarmInCode);
     std::string device;
     std::string location;
     if (!FillNodeCode(stDeviceAlarmReportInfo) || !FrontDeviceOf(code, device)) {
@@ -178,12 +173,12 @@ int CGvxConnectionMgr::sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& rep
         GVX_LOG_ERR(kFailedTitle, "The location is not known, AlarmType is[%s]", type.c_str());
         return ZVS_FAIL;
     }
-    PutText(stDeviceAlarmReportInfo.cFrontDeviceCode, device, "stDeviceAlarmReportInfo.cFrontDeviceCode");
-    PutText(stDeviceAlarmReportInfo.cDomainCode, TextOf(report.cDevDomainCode), "stDeviceAlarmReportInfo.cDomainCode");
-    PutText(stDeviceAlarmReportInfo.cAlarmInCode, code, "stDeviceAlarmReportInfo.cAlarmInCode");
-    PutText(stDeviceAlarmReportInfo.cAlarmInName, FormWord(form), "stDeviceAlarmReportInfo.cAlarmInName");
-    PutText(stDeviceAlarmReportInfo.cAlarmType, type, "stDeviceAlarmReportInfo.cAlarmType");
-    PutText(stDeviceAlarmReportInfo.cLocationInfo, location, "stDeviceAlarmReportInfo.cLocationInfo");
-    PutText(stDeviceAlarmReportInfo.cAlarmDesc, TextOf(report.cAlarmDesc), "stDeviceAlarmReportInfo.cAlarmDesc");
+    Put(stDeviceAlarmReportInfo.cFrontDeviceCode, device, "stDeviceAlarmReportInfo.cFrontDeviceCode");
+    Put(stDeviceAlarmReportInfo.cDomainCode, gvx::TextOf(report.cDevDomainCode), "stDeviceAlarmReportInfo.cDomainCode");
+    Put(stDeviceAlarmReportInfo.cAlarmInCode, code, "stDeviceAlarmReportInfo.cAlarmInCode");
+    Put(stDeviceAlarmReportInfo.cAlarmInName, FormWord(form), "stDeviceAlarmReportInfo.cAlarmInName");
+    Put(stDeviceAlarmReportInfo.cAlarmType, type, "stDeviceAlarmReportInfo.cAlarmType");
+    Put(stDeviceAlarmReportInfo.cLocationInfo, location, "stDeviceAlarmReportInfo.cLocationInfo");
+    Put(stDeviceAlarmReportInfo.cAlarmDesc, gvx::TextOf(report.cAlarmDesc), "stDeviceAlarmReportInfo.cAlarmDesc");
     return SendAlarmReportToKSP(stDeviceAlarmReportInfo);
 }
