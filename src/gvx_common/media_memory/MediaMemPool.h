@@ -1,7 +1,7 @@
 #pragma once
 
-#include "gvx_common/media_memory/MediaMemPool_slots.h"
 #include "gvx_common/media_memory/spinlock.h"
+#include "gvx_common/media_memory/thread_cache.h"
 
 #include <array>
 #include <atomic>
@@ -66,10 +66,6 @@ public:
     }
 
 private:
-    struct Stack;
-    struct Batch;
-    struct Depot;
-
     bool CreateMem(unsigned int level);             // m_spinLock is held, or the process is starting
     void DestroyMem(unsigned int level);            // the same
     bool TryIncLevel();                             // m_spinLock is held
@@ -77,30 +73,10 @@ private:
     bool HighWaterLevel(unsigned int level) const;  // the same
     bool LowWaterLevel(unsigned int level) const;   // the same
     bool EmptyWaterLevel(unsigned int level) const;
-
-    // What one thread keeps of level 0. Used by the slot's thread alone, but for out, which others may read.
-    struct alignas(64) Slot {
-        std::atomic<int> out{0};  // blocks that it has taken less those that it has given back
-        unsigned int kept = 0;    // free blocks, the last given back behind the others
-        std::array<ACE_Message_Block*, gvx::kSlotBlocks> free;
-    };
-
-    bool MayTakeFromLevelZero() const;
-    ACE_Message_Block* TakeLevelZero();
-    bool GiveLevelZero(ACE_Message_Block* mb);
-    void CountIn(Slot& slot, int blocks);
-    void CountInTotals(int blocks);
-    void MoveToTotals(Slot& slot);  // takes m_spinLock
-    int OutInSlots() const;
-    bool Refill(Slot& slot);
-    bool Spill(Slot& slot);
-    ACE_Message_Block* TakeWithoutSlot();
-    bool HasBatches() const;
-    bool MakeDepot();
-    void DropDepot();  // with what the slots keep
     bool CertainlyNotAbove(float mark) const;
     bool CertainlyAbove(float mark) const;
 
+    bool MayTakeFromLevelZero() const;
     unsigned int ReserveLevel();
     ACE_Message_Block* TakeReserved();
     bool Push(unsigned int level, ACE_Message_Block* mb);
@@ -111,19 +87,18 @@ private:
     void DestroyIfLeft(unsigned int level);  // m_spinLock is held
     void FallBack(unsigned int level);       // behind the return of a block of a level above 0
 
-    // What every call reads, then what is written. The totals are without what stands in the slots.
+    // What every call reads, then what is written. The totals are without what stands in the threads' cache.
     alignas(64) std::array<std::unique_ptr<char[]>, kLevels> m_memory;    // arenas. Guarded by m_spinLock.
     std::array<std::unique_ptr<ACE_Message_Block[]>, kLevels> m_mbArray;  // block headers. Guarded by m_spinLock.
-    std::array<std::unique_ptr<Stack>, kLevels> m_memoryStack;            // free blocks, from Init to UnInit
-    std::unique_ptr<Depot> m_depot;                                       // free blocks of level 0 in batches
+    std::array<std::unique_ptr<gvx::BlockStack>, kLevels> m_memoryStack;  // free blocks, from Init to UnInit
     std::array<std::atomic<unsigned int>, kLevels> m_memStackSize;        // blocks out, of each level
     std::atomic<unsigned int> m_usedPacketSize;                           // blocks out, of all levels
     std::atomic<unsigned int> m_level;  // where Alloc takes from. Written under m_spinLock.
     bool m_timeToDecLevel;              // read by nobody
-    // Guards m_level, CreateMem and DestroyMem, and the moves from the slots. Innermost: only the log is called under
-    // it.
+    // Guards m_level, CreateMem and DestroyMem, and the moves from the cache's counts. Innermost: only the log is
+    // called under it.
     Spinlock m_spinLock;
-    std::array<Slot, gvx::kThreadSlots> m_slots;
+    gvx::ThreadCache m_cache;  // of level 0
 };
 
 // The pool of the process. Init is called once by whoever loads the library, before any media flows.

@@ -2,7 +2,6 @@
 
 #include "base/log.h"
 #include "gvx_common/config/gvx_config_mgr.h"
-#include "gvx_common/utility/gvx_utility.h"
 
 #include <ace/Message_Block.h>
 #include <ace/OS_NS_errno.h>
@@ -29,8 +28,7 @@ ACE_Time_Value DeadlineIn(suseconds_t microseconds) {
 unsigned int FirstBufferSize() {
     constexpr int kLeast = 64;
     constexpr int kMost = 1024 * 1024;
-    const int bytes = CGvxUtility::toInt(CGvxConfigMgr::Instance()->GetConfValue("MEDIA_BUFF_SIZE", "1500"));
-    return static_cast<unsigned int>(std::clamp(bytes, kLeast, kMost));
+    return static_cast<unsigned int>(CGvxConfigMgr::Instance()->GetConfNumber("MEDIA_BUFF_SIZE", 1500, kLeast, kMost));
 }
 
 }  // namespace

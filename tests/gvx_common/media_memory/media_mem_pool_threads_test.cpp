@@ -17,7 +17,7 @@ namespace {
 constexpr unsigned int kBlocksPerThread = 100000;
 constexpr int kRounds = 3;
 #else
-constexpr unsigned int kBlocksPerThread = 3000000;
+constexpr unsigned int kBlocksPerThread = 1000000;
 constexpr int kRounds = 10;
 #endif
 
