@@ -6,7 +6,8 @@
 #include <string>
 
 // Bases for a plug-in that supplies only what its device can: every operation that the contract leaves to the plug-in
-// answers ZVS_GVX_DEV_UN_SUPPORT here. Derive from these, override what there is.
+// answers ZVS_GVX_DEV_UN_SUPPORT here. Derive from these, override what there is. Called on the threads
+// of the classes behind them.
 
 class CAdapterDevDefaults : public CAdapterDevBase {
 public:

@@ -29,12 +29,6 @@ int QueueUnit(CMediaChannel& channel, const unsigned char* bytes, std::size_t si
     return ZVS_SUCCEED;
 }
 
-struct HeadExtension {
-    bool wanted;
-    unsigned short millisecond;
-    unsigned int second;
-};
-
 bool HasSendFunc(CMediaChannel* channel, int channelID) {
     if (channel != nullptr && channel->m_pSendStreamFunc != nullptr) {
         return true;
@@ -51,6 +45,20 @@ void LogGoneSocket(int result) {
     if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
         GVX_LOG_ERR("m_pSendStreamFunc(SendMediaOverSocket)", "Return ErrorCode[%d]", result);
     }
+}
+
+// The result of H264ToRtp for what became of a part of the frame, with its log line.
+int TellSent(int result, unsigned int videoLen, unsigned int audioLen) {
+    if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
+        GVX_LOG_ERR("H264 to rtp.", "Return ErrorCode[%d]", result);
+        return result;
+    }
+    if (result != ZVS_SUCCEED) {
+        GVX_LOG_ERR("H264 to rtp.", "SendFrame error, video len[%d], audio len[%d]", static_cast<int>(videoLen),
+                    static_cast<int>(audioLen));
+        return ZVS_FAIL;
+    }
+    return ZVS_SUCCEED;
 }
 
 // Calls send(unit, size) for each NAL unit of a frame until it answers nonzero; its last answer, 0 without a unit.
@@ -71,89 +79,6 @@ int ForEachUnit(const unsigned char* frame, std::size_t size, Send send) {
     }
     return result;
 }
-
-// One call of H264ToRtp: the frame's video and its audio, by way of the lens's own steps where units may have to wait
-// on the channel's list, else straight from the caller's memory.
-class FrameJob {
-public:
-    FrameJob(CAdapterLensBase& lens, CMediaChannel& channel, MEDIA_DATA& media, int channelID, bool overTcp,
-             const HeadExtension& extension, unsigned int videoLen, unsigned int audioLen)
-        : m_lens(lens),
-          m_channel(channel),
-          m_media(media),
-          m_channelID(channelID),
-          m_overTcp(overTcp),
-          m_extension(extension),
-          m_videoLen(videoLen),
-          m_audioLen(audioLen) {}
-
-    // Both with the results of H264ToRtp.
-    int SendVideo(unsigned char* data) {
-        if (CanSendDirect()) {
-            return Told(SendDirect([&](auto send) { return ForEachUnit(data, m_videoLen, send); }));
-        }
-        if (m_lens.SplitFrame2Nalu(data, m_videoLen, m_channelID) != ZVS_SUCCEED) {
-            m_channel.clearNaluList();  // the units found before memory ran out
-            return ZVS_FAIL;
-        }
-        return Told(SendQueued());
-    }
-    int SendAudio(const unsigned char* data) {
-        if (data != nullptr && CanSendDirect()) {
-            return Told(SendDirect([&](auto send) { return send(data, m_audioLen); }));
-        }
-        return QueueUnit(m_channel, data, m_audioLen) == ZVS_SUCCEED ? Told(SendQueued()) : int{ZVS_FAIL};
-    }
-
-private:
-    // When nothing waits on the list and no unit can stay behind there, as it does of a frame that is neither video nor
-    // audio.
-    bool CanSendDirect() const {
-        return m_channel.m_NaluList.empty() && (m_media.nVideoSize != 0 || m_media.nAudioSize != 0);
-    }
-
-    int SendQueued() {
-        return m_lens.SendFrame(m_media, m_channelID, m_overTcp, m_extension.wanted, m_extension.millisecond,
-                                m_extension.second);
-    }
-
-    // eachUnit calls what it is given for each unit. Results as SendFrame.
-    template <typename EachUnit>
-    int SendDirect(EachUnit eachUnit) {
-        if (!HasSendFunc(&m_channel, m_channelID)) {
-            return ZVS_FAIL;
-        }
-        gvx::FramePacker packer(m_channel, m_media, m_channelID, m_overTcp);
-        packer.BuildHead(m_extension.wanted, m_extension.millisecond, m_extension.second);
-        const int result = eachUnit([&packer](const unsigned char* unit, std::size_t size) {
-            return packer.SendUnit(reinterpret_cast<const char*>(unit), size);
-        });
-        LogGoneSocket(result);
-        return result;
-    }
-
-    int Told(int result) const {
-        if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
-            GVX_LOG_ERR("H264 to rtp.", "Return ErrorCode[%d]", result);
-            return result;
-        }
-        if (result != ZVS_SUCCEED) {
-            GVX_LOG_ERR("H264 to rtp.", "SendFrame error, video len[%d], audio len[%d]", static_cast<int>(m_videoLen),
-                        static_cast<int>(m_audioLen));
-            return ZVS_FAIL;
-        }
-        return ZVS_SUCCEED;
-    }
-
-    CAdapterLensBase& m_lens;
-    CMediaChannel& m_channel;
-    MEDIA_DATA& m_media;
-    const int m_channelID;
-    const bool m_overTcp;
-    const HeadExtension m_extension;
-    const unsigned int m_videoLen;
-    const unsigned int m_audioLen;
-};
 
 }  // namespace
 
@@ -178,10 +103,40 @@ int CAdapterLensBase::H264ToRtp(unsigned char* pFrameBuf, int iFrameLen, _MEDIA_
         HSPspkt2ESFrm(pFrameBuf, iFrameLen, videoData, videoLen, audioData, audioLen, iChannelID) != ZVS_SUCCEED) {
         return ZVS_FAIL;
     }
-    FrameJob job(*this, *channel, strMediaData, iChannelID, bIsSendOverTCP,
-                 {bNeedAddExternData, usGmtMillsecond, uiGmtSecond}, videoLen, audioLen);
-    const int result = videoLen == 0 ? int{ZVS_SUCCEED} : job.SendVideo(videoData);
-    return result != ZVS_SUCCEED || audioLen == 0 ? result : job.SendAudio(audioData);
+    // Units go straight from the caller's memory to the packets, unless some wait on the channel's list: those leave
+    // first. A frame that is neither video nor audio leaves its units there.
+    const bool direct = channel->m_NaluList.empty() && (strMediaData.nVideoSize != 0 || strMediaData.nAudioSize != 0);
+    const auto sendPart = [&](auto forEachUnit) {
+        if (!direct) {
+            if (forEachUnit([channel](const unsigned char* unit, std::size_t size) {
+                    return QueueUnit(*channel, unit, size);
+                }) != ZVS_SUCCEED) {
+                channel->clearNaluList();  // the units found before memory ran out
+                return int{ZVS_FAIL};
+            }
+            return TellSent(
+                SendFrame(strMediaData, iChannelID, bIsSendOverTCP, bNeedAddExternData, usGmtMillsecond, uiGmtSecond),
+                videoLen, audioLen);
+        }
+        if (!HasSendFunc(channel, iChannelID)) {
+            return TellSent(ZVS_FAIL, videoLen, audioLen);
+        }
+        gvx::FramePacker packer(*channel, strMediaData, iChannelID, bIsSendOverTCP);
+        packer.BuildHead(bNeedAddExternData, usGmtMillsecond, uiGmtSecond);
+        const int result = forEachUnit([&packer](const unsigned char* unit, std::size_t size) {
+            return packer.SendUnit(reinterpret_cast<const char*>(unit), size);
+        });
+        LogGoneSocket(result);
+        return TellSent(result, videoLen, audioLen);
+    };
+    if (videoLen != 0) {
+        const int result = sendPart([&](auto take) { return ForEachUnit(videoData, videoLen, take); });
+        if (result != ZVS_SUCCEED) {
+            return result;
+        }
+    }
+    return audioLen == 0 ? int{ZVS_SUCCEED}
+                         : sendPart([&](auto take) { return take(audioData, std::size_t{audioLen}); });
 }
 
 int CAdapterLensBase::SplitFrame2Nalu(unsigned char* pFrameBuf, unsigned int iFrameLen, int iChannelID) {

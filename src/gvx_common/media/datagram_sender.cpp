@@ -3,7 +3,6 @@
 #include "base/log.h"
 #include "gvx_common/media/packet_batch.h"
 #include "gvx_common/media/room_wait.h"
-#include "gvx_common/media/send_fault.h"
 
 #include <array>
 #include <cerrno>

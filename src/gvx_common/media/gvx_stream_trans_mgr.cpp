@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <new>
 #include <thread>
 
@@ -41,7 +40,7 @@ CStreamTransMgr::~CStreamTransMgr() {
 int CStreamTransMgr::Init() {
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, m_MutexQueueNum, ZVS_FAIL);
     if (m_StreamTransVct.empty()) {
-        const int wanted = std::atoi(GvxConfigMgr()->GetConfValue("TRANSMISSION_THREAD_NUM", "5").c_str());
+        const int wanted = GvxConfigMgr()->GetConfNumber("TRANSMISSION_THREAD_NUM", 5);
         m_unTransThreadNum = std::min(static_cast<unsigned int>(wanted), kMaxThreads);
     }
     while (m_StreamTransVct.size() < m_unTransThreadNum) {

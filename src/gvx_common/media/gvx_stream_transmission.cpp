@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -29,10 +28,6 @@ constexpr std::size_t kThreadStackSize = 8388608;
 constexpr const char* kThreadName = "StreamTrans";
 constexpr suseconds_t kDequeueWaitUs = 50000;
 constexpr unsigned int kMaxSendIntervalMs = 1000;  // the thread must notice that it is to end
-
-unsigned int ConfNumber(const char* key, const char* defaultValue) {
-    return static_cast<unsigned int>(std::atoi(GvxConfigMgr()->GetConfValue(key, defaultValue).c_str()));
-}
 
 // What a signal does is set for the whole process. SIGINT is ignored so that Ctrl-C in the terminal does not kill the
 // process in the midst of a packet; but a program that handles SIGINT, by a handler or by waiting for it blocked, does
@@ -75,9 +70,11 @@ int CStreamTransmission::Init() {
     }
     msg_queue(&m_StreamQueue);
     s_pMediaBlockBuff = CMediaBlockBuffer::instance();
-    m_ulBalanceCoeff = ConfNumber("STREAM_SMOOTH_COEFF", "0");
-    m_ulSendFixedNum = ConfNumber("MEDIA_SEND_FIXED_NUM", "10");
-    m_ulMediaSendInterval = std::min(ConfNumber("MEDIA_SEND_INTERVAL", "5"), kMaxSendIntervalMs);
+    // A negative number counts as a very large one.
+    m_ulBalanceCoeff = static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("STREAM_SMOOTH_COEFF", 0));
+    m_ulSendFixedNum = static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("MEDIA_SEND_FIXED_NUM", 10));
+    m_ulMediaSendInterval = std::min(static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("MEDIA_SEND_INTERVAL", 5)),
+                                     kMaxSendIntervalMs);
     // Made before the thread starts, so that whoever ends the thread always finds it.
     m_pStreamTransSmp.reset(new (std::nothrow) ACE_Thread_Semaphore(0));
     GVX_CHECK_NULL_RETURN(m_pStreamTransSmp, ZVS_FAIL);

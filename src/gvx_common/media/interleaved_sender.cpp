@@ -4,7 +4,6 @@
 #include "base/log.h"
 #include "gvx_common/media/packet_batch.h"
 #include "gvx_common/media/room_wait.h"
-#include "gvx_common/media/send_fault.h"
 
 #include <algorithm>
 #include <array>

@@ -4,6 +4,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
+#include "gvx_common/records/rtp_payload.h"
 
 #include <ace/Message_Block.h>
 
@@ -22,8 +23,7 @@ namespace {
 constexpr const char* kTitle = "Media send stream";
 constexpr int kUdpSendBuffer = 1 << 20;
 constexpr std::int64_t kDropEpisodePauseMs = 1000;  // without a drop, before the next one is news again
-constexpr std::size_t kInterleaveLen = 4;
-constexpr std::size_t kRtpTimeStampAt = 4;  // RFC 3550, 5.1
+constexpr std::size_t kRtpTimeStampAt = 4;          // RFC 3550, 5.1
 constexpr std::size_t kRtpTimeStampEnd = 8;
 
 // The address to send from, with a port of the system's choice. False for a text that is no numeric address.
@@ -59,8 +59,7 @@ int MakeSocket(const MediaSendParams& params, int type, int& handle, ACE_INET_Ad
 }
 
 // Opens and binds one socket; local becomes the address that it got.
-int OpenDatagram(ACE_SOCK_Dgram& socket, const MediaSendParams& params, std::uint16_t localPort,
-                 ACE_INET_Addr& local) {
+int OpenDatagram(ACE_SOCK_Dgram& socket, const MediaSendParams& params, std::uint16_t localPort, ACE_INET_Addr& local) {
     ACE_INET_Addr wanted;
     int handle = -1;
     if (const int result = MakeSocket(params, SOCK_DGRAM, handle, wanted); result != ZVS_SUCCEED) {
@@ -174,8 +173,7 @@ int CMediaSendStream::OpenSockets(const MediaSendParams& params) {
 }
 
 int CMediaSendStream::OpenUdp(const MediaSendParams& params) {
-    const int result =
-        OpenDatagram(m_pVideoRecord->videoSockDgram, params, params.nVideoLocalPort, m_videoLocalAddr);
+    const int result = OpenDatagram(m_pVideoRecord->videoSockDgram, params, params.nVideoLocalPort, m_videoLocalAddr);
     return result != ZVS_SUCCEED
                ? result
                : OpenDatagram(m_pVideoRecord->audioSockDgram, params, params.nAudioLocalPort, m_audioLocalAddr);
@@ -348,7 +346,7 @@ void CMediaSendStream::CountSent(const MEDIA_DATA& data, std::size_t size) {
         return;
     }
     m_ullVideoPackets.fetch_add(1, std::memory_order_relaxed);
-    const std::size_t ahead = m_eProtocol == RTP_OVER_TCP ? kInterleaveLen : 0;
+    const std::size_t ahead = m_eProtocol == RTP_OVER_TCP ? gvx::kInterleaveLen : 0;
     if (size < ahead + kRtpTimeStampEnd) {
         return;
     }

@@ -5,16 +5,13 @@
 #include "gvx_common/media/gvx_stream_transmission.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 
-#include <algorithm>
-#include <cstdlib>
-
 namespace gvx {
 
 int StartMediaService() {
     constexpr int kLeastBlocks = 64;
     constexpr int kMostBlocks = 1 << 20;
-    const int wanted = std::atoi(GvxConfigMgr()->GetConfValue("MEDIA_BLOCK_NUM", "8192").c_str());
-    const unsigned int blocks = static_cast<unsigned int>(std::clamp(wanted, kLeastBlocks, kMostBlocks));
+    const auto blocks =
+        static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("MEDIA_BLOCK_NUM", 8192, kLeastBlocks, kMostBlocks));
     if (CMediaBlockBuffer::instance()->init(GVX_MEDIA_BLOCK_SIZE, blocks, sizeof(SOCKET_INFO*)) != ZVS_SUCCEED) {
         return ZVS_FAIL;
     }

@@ -6,7 +6,6 @@
 
 #include <ace/Guard_T.h>
 
-#include <cstdlib>
 #include <new>
 
 namespace {
@@ -91,7 +90,7 @@ CSocketInfoMgr::~CSocketInfoMgr() {
 }
 
 int CSocketInfoMgr::Init() {
-    const int count = std::atoi(GvxConfigMgr()->GetConfValue("MAX_SOCKET_SIZE", "1000").c_str());
+    const int count = GvxConfigMgr()->GetConfNumber("MAX_SOCKET_SIZE", 1000);
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, m_MutexSocketInfo, ZVS_FAIL);
     while (m_nBuilt < count) {
         SOCKET_INFO* info = new (std::nothrow) SOCKET_INFO;
@@ -146,4 +145,8 @@ int CSocketInfoMgr::PushSocketQueue(SOCKET_INFO* info) {
 std::size_t CSocketInfoMgr::GetFreeNum() {
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, m_MutexSocketInfo, 0);
     return m_SocketQueue.size();
+}
+
+void gvx::LogSendFault(const SOCKET_INFO& info, int error) {
+    GVX_DEBUG("Send media over socket failed send error.Sservice id:[%s], errno: %d.", info.chServiceID, error);
 }

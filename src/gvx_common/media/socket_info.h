@@ -83,6 +83,13 @@ private:
     SOCKET_INFO* m_pHandleOwner = nullptr;  // held while set
 };
 
+namespace gvx {
+
+// A debug line for a packet of the stream that could not be sent. The thread that serves the record.
+void LogSendFault(const SOCKET_INFO& info, int error);
+
+}  // namespace gvx
+
 // Pool of pre-built records, so that opening a stream allocates nothing. Any thread.
 class CSocketInfoMgr {
 public:

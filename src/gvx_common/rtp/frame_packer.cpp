@@ -1,6 +1,8 @@
 #include "gvx_common/rtp/frame_packer.h"
 
 #include "base/log.h"
+#include "gvx_common/records/rtp_payload.h"
+#include "gvx_common/rtp/nal_fragment.h"
 
 #include <ace/Message_Block.h>
 
@@ -11,29 +13,23 @@ namespace gvx {
 
 namespace {
 
-constexpr std::size_t kInterleaveLen = 4;
-constexpr unsigned char kPayloadTypeH265 = 108;
-constexpr unsigned char kFuTypeH264 = 28;
-constexpr unsigned char kFuStart = 0x80;
-constexpr unsigned char kFuEnd = 0x40;
-
 unsigned char VideoPayloadType(ZVS_VIDEO_DEC_TYPE format) {
     switch (format) {
         case VIDEO_DEC_H264:
-            return 99;
+            return kPayloadH264;
         case VIDEO_DEC_MJPEG:
-            return 26;
+            return kPayloadMjpeg;
         case VIDEO_DEC_H265:
-            return kPayloadTypeH265;
+            return kPayloadH265;
         case VIDEO_DEC_HIK:
-            return 109;
+            return kPayloadPrivate;
         default:
             return 0;
     }
 }
 
 unsigned char AudioPayloadType(AUDIO_FORMAT_TYPE format) {
-    return format == GVX_AUDIO_FORMAT_G711A ? 8 : 0;
+    return format == GVX_AUDIO_FORMAT_G711A ? kPayloadG711A : kPayloadG711U;
 }
 
 }  // namespace
@@ -88,10 +84,6 @@ bool FramePacker::BeginPacket(bool marker, std::size_t payloadRoom) {
     return true;
 }
 
-void FramePacker::PutByte(unsigned char value) {
-    *m_pWrite++ = static_cast<char>(value);
-}
-
 void FramePacker::PutBytes(const char* bytes, std::size_t size) {
     std::memcpy(m_pWrite, bytes, size);
     m_pWrite += size;
@@ -107,20 +99,24 @@ int FramePacker::SendWhole(const char* unit, std::size_t size) {
     return FinishPacket();
 }
 
+template <typename Fragment>
 int FramePacker::SendFragments(const char* unit, std::size_t size) {
-    constexpr std::size_t kFuRoom = 3;
-    const char* const end = unit + size;
-    const std::size_t count = (size + GVX_RTP_MAX_PAYLOAD - 1) / GVX_RTP_MAX_PAYLOAD;
-    m_nalHead = static_cast<unsigned char>(*unit);
-    for (std::size_t i = 0; unit != end; ++i) {
-        const bool last = i == count - 1;
-        if (!BeginPacket(last, kFuRoom + GVX_RTP_MAX_PAYLOAD)) {
+    constexpr std::size_t kHeadRoom = 3;
+    static_assert(Fragment::kHeadBytes <= kHeadRoom, "one size of buffer for every codec");
+    unsigned char unitHead[Fragment::kUnitHeadBytes];
+    std::memcpy(unitHead, unit, sizeof(unitHead));
+    for (std::size_t at = 0; at < size;) {
+        const bool first = at == 0;
+        const std::size_t next = std::min(at + GVX_RTP_MAX_PAYLOAD, size);
+        const bool last = next == size;
+        if (!BeginPacket(last, kHeadRoom + GVX_RTP_MAX_PAYLOAD)) {
             return ZVS_SUCCEED;
         }
-        const char* const next = unit + std::min(static_cast<std::size_t>(end - unit), GVX_RTP_MAX_PAYLOAD);
-        unit += PutFragmentHead(i == 0, last);
-        PutBytes(unit, static_cast<std::size_t>(next - unit));
-        unit = next;
+        Fragment::PutHead(unitHead, first, last, m_pWrite);
+        m_pWrite += Fragment::kHeadBytes;
+        const std::size_t from = first ? Fragment::kUnitHeadBytes : at;
+        PutBytes(unit + from, next - from);
+        at = next;
         const int result = FinishPacket();
         if (result != ZVS_SUCCEED) {
             return result;
@@ -129,19 +125,12 @@ int FramePacker::SendFragments(const char* unit, std::size_t size) {
     return ZVS_SUCCEED;
 }
 
-// Writes what stands before the NAL bytes of a fragment. How many bytes of the unit it takes the place of: of the first
-// fragment, the NAL header.
-std::size_t FramePacker::PutFragmentHead(bool first, bool last) {
-    const unsigned char flags = static_cast<unsigned char>((first ? kFuStart : 0) | (last ? kFuEnd : 0));
-    if (m_payloadType == kPayloadTypeH265) {
-        PutByte(0x62);
-        PutByte(0x01);
-        PutByte(static_cast<unsigned char>(flags | ((m_nalHead >> 1) & 0x3F)));
-        return first ? 2 : 0;
+int FramePacker::SendUnit(const char* unit, std::size_t size) {
+    if (size <= GVX_RTP_MAX_PAYLOAD) {
+        return SendWhole(unit, size);
     }
-    PutByte(static_cast<unsigned char>((m_nalHead & 0xE0) | kFuTypeH264));
-    PutByte(static_cast<unsigned char>(flags | (m_nalHead & 0x1F)));
-    return first ? 1 : 0;
+    return m_payloadType == kPayloadH265 ? SendFragments<H265Fragment>(unit, size)
+                                         : SendFragments<H264Fragment>(unit, size);
 }
 
 int FramePacker::FinishPacket() {
@@ -160,12 +149,12 @@ int FramePacker::FinishPacket() {
         buffer.rd_ptr(kInterleaveLen);
     }
     if (m_media.nVideoSize != 0) {
-        m_pInterleave[1] = 0;
+        m_pInterleave[1] = kInterleaveVideo;
         m_media.nVideoSize = static_cast<std::uint32_t>(size);
     } else if (m_media.nAudioSize == 0) {
         return ZVS_FAIL;
     } else {
-        m_pInterleave[1] = 2;
+        m_pInterleave[1] = kInterleaveAudio;
         m_media.nAudioSize = static_cast<std::uint16_t>(size);
     }
     m_media.pDataBuf = buffer.rd_ptr();

@@ -23,18 +23,16 @@ public:
     // Sends a NAL unit, which is only read, whole or in fragments (RFC 6184, 5.8; RFC 7798, 4.4.3). 0, also for one
     // that found no usable packet buffer; ZVS_GVX_OPEN_SOCKET_ERROR when the send function returned that; 1 for a frame
     // that is neither video nor audio. A nonzero result ends the frame.
-    int SendUnit(const char* unit, std::size_t size) {
-        return size <= GVX_RTP_MAX_PAYLOAD ? SendWhole(unit, size) : SendFragments(unit, size);
-    }
+    // What is not H.265, audio and private formats included, is cut as H.264 is.
+    int SendUnit(const char* unit, std::size_t size);
 
 private:
     int SendWhole(const char* unit, std::size_t size);
+    template <typename Fragment>
     int SendFragments(const char* unit, std::size_t size);
     void PatchHead(bool marker);
     bool BeginPacket(bool marker, std::size_t payloadRoom);
-    std::size_t PutFragmentHead(bool first, bool last);
     int FinishPacket();
-    void PutByte(unsigned char value);
     void PutBytes(const char* bytes, std::size_t size);
 
     CMediaChannel& m_channel;
@@ -45,7 +43,6 @@ private:
     CRtpPacket m_packet;
     unsigned short* m_pSeqNo = nullptr;
     unsigned char m_payloadType = 0;
-    unsigned char m_nalHead = 0;
     std::size_t m_headLen = 0;
     char* m_pInterleave = nullptr;  // start of the packet that is being built
     char* m_pWrite = nullptr;       // its end

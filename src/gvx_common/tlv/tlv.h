@@ -7,7 +7,7 @@
 // is little-endian here.
 constexpr unsigned int GVX_TLV_HEAD_LEN = 8;
 
-// One item with its own copy of the value. The value is raw bytes in host byte order.
+// One item with its own copy of the value. The value is raw bytes in host byte order. One thread.
 class TLV {
 public:
     // An item of a bool or an integer: sizeof value bytes.

@@ -5,7 +5,8 @@
 #include <map>
 #include <memory>
 
-// Items by type, and their flat image. A message is items one after another, without a head or an end.
+// Items by type, and their flat image. A message is items one after another, without a head or an end. One
+// thread.
 class TLV_Codec {
 public:
     TLV_Codec() = default;

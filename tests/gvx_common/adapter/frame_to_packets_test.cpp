@@ -1,8 +1,8 @@
 #include "gvx_common/adapter/gvx_adapter_lens.h"
-#include "gvx_common/rtp/gvx_rtp_packet.h"
 #include "gvx_common/rtp/media_channel.h"
 #include "support/failing_allocator.h"
 #include "support/recording_logger.h"
+#include "support/sent_packets.h"
 #include "support/test_lens.h"
 
 #include <ace/Message_Block.h>
@@ -10,63 +10,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
 namespace {
-
-using Bytes = std::vector<unsigned char>;
-
-struct Packet {
-    Bytes bytes;
-    std::uint32_t videoSize;
-    std::uint16_t audioSize;
-    std::uint16_t metaSize;
-    TRANS_PROTOCOL protocol;
-    STREAM_TYPE_EX streamType;
-    void* userInfo;
-
-    std::size_t HeadAt() const { return protocol == RTP_OVER_TCP ? 4 : 0; }
-    unsigned int SeqNo() const { return bytes[HeadAt() + 2] * 256u + bytes[HeadAt() + 3]; }
-    unsigned int TimeStamp() const {
-        unsigned int value = 0;
-        for (std::size_t i = 4; i < 8; ++i) {
-            value = value << 8 | bytes[HeadAt() + i];
-        }
-        return value;
-    }
-    bool Marked() const { return (bytes[HeadAt() + 1] & 0x80) != 0; }
-    unsigned int PayloadType() const { return bytes[HeadAt() + 1] & 0x7Fu; }
-    Bytes Payload() const {
-        const std::size_t head = HeadAt() + ((bytes[HeadAt()] & 0x10) != 0 ? 36 : 12);
-        return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(head), bytes.end());
-    }
-};
-
-// What came out of the send function of the running test; it answers sendResult from packet failFrom on.
-std::vector<Packet> sentPackets;
-int sendResult = 0;
-std::size_t failFrom = 0;
-
-int TakePacket(MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
-    Packet packet;
-    const std::size_t size = data->nVideoSize != 0   ? data->nVideoSize
-                             : data->nAudioSize != 0 ? data->nAudioSize
-                                                     : data->nMetaDataSize;
-    const auto* begin = static_cast<const unsigned char*>(data->pDataBuf);
-    packet.bytes.assign(begin, begin + size);
-    packet.videoSize = data->nVideoSize;
-    packet.audioSize = data->nAudioSize;
-    packet.metaSize = data->nMetaDataSize;
-    packet.protocol = data->eTransProtocol;
-    packet.streamType = *streamType;
-    packet.userInfo = data->pUserInfo;
-    sentPackets.push_back(packet);
-    return sentPackets.size() > failFrom ? sendResult : 0;
-}
 
 Bytes Nal(unsigned char head, std::size_t size) {
     Bytes nal(size);
@@ -98,11 +46,8 @@ Bytes Joined(Bytes first, const Bytes& second) {
 class FrameToPackets : public ::testing::Test {
 protected:
     void SetUp() override {
-        sentPackets.clear();
-        sendResult = 0;
-        failFrom = 0;
         for (const int channel : {0, 1, 11}) {
-            m_on.lens.Prepare(channel, &TakePacket);
+            m_on.lens.Prepare(channel, &SentPackets::Take);
         }
     }
 
@@ -133,6 +78,8 @@ protected:
     }
     CMediaChannel& Channel(int index) { return m_on.lens.Channel(index); }
 
+    SentPackets m_sent;
+    std::vector<SentPacket>& sentPackets = m_sent.all;
     TestLensOnDevice m_on;
 };
 
@@ -147,8 +94,8 @@ TEST_F(FrameToPackets, AnIdrFrameBehindItsParameterSets) {
         EXPECT_EQ(sentPackets[i].SeqNo(), i + 1);
         EXPECT_EQ(sentPackets[i].TimeStamp(), i < 5 ? 3600u : 7200u);
         EXPECT_EQ(sentPackets[i].Marked(), marked[i]);
-        EXPECT_EQ(sentPackets[i].protocol, RTP_OVER_UDP);
-        EXPECT_EQ(sentPackets[i].videoSize, sentPackets[i].bytes.size());
+        EXPECT_EQ(sentPackets[i].media.eTransProtocol, RTP_OVER_UDP);
+        EXPECT_EQ(sentPackets[i].media.nVideoSize, sentPackets[i].bytes.size());
     }
     EXPECT_EQ(Slice(sentPackets[0].bytes, 0, 12), (Bytes{0x80, 0x80 | 99, 0, 1, 0, 0, 0x0E, 0x10, 0, 0, 0, 0}));
     EXPECT_EQ(sentPackets[0].Payload(), sps);
@@ -167,8 +114,9 @@ TEST_F(FrameToPackets, UnitsAreCutAt1390Bytes) {
     const std::vector<Row> rows = {
         {VIDEO_DEC_H264, 0x41, 1390, 0, {{}}},
         {VIDEO_DEC_H264, 0x41, 1391, 1, {{0x5C, 0x81}, {0x5C, 0x41}}},
-        {VIDEO_DEC_H264, 0x65, 3000, 1, {{0x7C, 0x85}, {0x7C, 0x05}, {0x7C, 0x45}}},
+        {VIDEO_DEC_H264, 0xE5, 3000, 1, {{0xFC, 0x85}, {0xFC, 0x05}, {0xFC, 0x45}}},  // F, a damaged unit
         {VIDEO_DEC_H265, 0x26, 1391, 2, {{0x62, 1, 0x80 | 19}, {0x62, 1, 0x40 | 19}}},
+        {VIDEO_DEC_H265, 0x4E, 1391, 2, {{0x62, 1, 0x80 | 39}, {0x62, 1, 0x40 | 39}}},  // SEI
         {VIDEO_DEC_H265, 0x26, 2880, 2, {{0x62, 1, 0x80 | 19}, {0x62, 1, 19}, {0x62, 1, 0x40 | 19}}},
     };
     for (const Row& row : rows) {
@@ -194,7 +142,7 @@ TEST_F(FrameToPackets, InterleaveOverTcpAndTheHeaderExtension) {
     EXPECT_EQ(Slice(sentPackets[0].bytes, 0, 6), (Bytes{'$', 0, 0x05, 0x7B, 0x80, 99}));  // 12 + 1391
     EXPECT_EQ(sentPackets[0].bytes.size(), 4u + 12u + 1391u);
     EXPECT_EQ(sentPackets[0].streamType, STREAM_TYPE_REAL_MAIN);
-    EXPECT_EQ(sentPackets[0].userInfo, this);
+    EXPECT_EQ(sentPackets[0].media.pUserInfo, this);
     EXPECT_EQ(media.nVideoSize, sentPackets[1].bytes.size());
     MEDIA_DATA audio = Audio(160, GVX_AUDIO_FORMAT_G711A);
     ASSERT_EQ(Send(Bytes(160, 0xD5), audio, true), 0);
@@ -230,50 +178,6 @@ TEST_F(FrameToPackets, OnlyFourByteStartCodesCount) {
     EXPECT_EQ(sentPackets[2].bytes.size(), 12u);
 }
 
-// The rule in its plainest form: step byte by byte, a unit from each start code to the next.
-std::vector<Bytes> PlainSplit(const Bytes& frame) {
-    std::vector<Bytes> units;
-    std::size_t at = 0;
-    while (at + 3 < frame.size()) {
-        if (frame[at] == 0 && frame[at + 1] == 0 && frame[at + 2] == 0 && frame[at + 3] == 1) {
-            units.emplace_back();
-            at += 4;
-        } else {
-            if (!units.empty()) {
-                units.back().push_back(frame[at]);
-            }
-            ++at;
-        }
-    }
-    for (; at < frame.size() && !units.empty(); ++at) {
-        units.back().push_back(frame[at]);
-    }
-    return units;
-}
-
-TEST_F(FrameToPackets, StartCodesAreFoundWhereverTheyStand) {
-    std::mt19937 random(7);
-    std::size_t found = 0;
-    for (int round = 0; round < 3000; ++round) {
-        Bytes frame(1 + random() % 700);
-        const unsigned int zerosInEight = random() % 8;
-        for (unsigned char& byte : frame) {
-            byte = static_cast<unsigned char>(random() % 8 < zerosInEight ? 0 : 1 + random() % 3);
-        }
-        std::unique_ptr<unsigned char[]> exact(new unsigned char[frame.size()]);
-        std::copy(frame.begin(), frame.end(), exact.get());
-        ASSERT_EQ(m_on.lens.SplitFrame2Nalu(exact.get(), static_cast<unsigned int>(frame.size()), 0), 0);
-        std::vector<Bytes> units;
-        for (const ACE_Message_Block* unit : Channel(0).m_NaluList) {
-            units.emplace_back(unit->rd_ptr(), unit->wr_ptr());
-        }
-        Channel(0).clearNaluList();
-        ASSERT_EQ(units, PlainSplit(frame));
-        found += units.size();
-    }
-    EXPECT_GT(found, 3000u);
-}
-
 TEST_F(FrameToPackets, SequenceNumbersWrap) {
     const auto sendVideo = [this](std::size_t units) { SendVideo(Frame(std::vector<Bytes>(units, Nal(0x41, 10)))); };
     const auto sendAudio = [this](std::size_t size) {
@@ -289,7 +193,7 @@ TEST_F(FrameToPackets, SequenceNumbersWrap) {
     Channel(0).m_usAudioSeqNo = 0xFFFE;
     sendAudio(1500);
     std::vector<unsigned int> numbers;
-    for (const Packet& packet : sentPackets) {
+    for (const SentPacket& packet : sentPackets) {
         numbers.push_back(packet.SeqNo());
     }
     EXPECT_EQ(numbers, (std::vector<unsigned int>{1, 0xFFFE, 0xFFFF, 0, 1, 1, 0xFFFF, 0}));
@@ -304,7 +208,7 @@ TEST_F(FrameToPackets, Audio) {
     EXPECT_EQ(sentPackets[0].PayloadType(), 8u);
     EXPECT_EQ(sentPackets[0].SeqNo(), 1u);
     EXPECT_EQ(sentPackets[0].TimeStamp(), 160u);
-    EXPECT_EQ(sentPackets[0].audioSize, 172u);
+    EXPECT_EQ(sentPackets[0].media.nAudioSize, 172u);
     EXPECT_EQ(sentPackets[0].Payload(), Bytes(160, 0xD5));
     EXPECT_EQ(sentPackets[1].PayloadType(), 0u);
     EXPECT_EQ(sentPackets[1].Payload(), Joined({0x1C, 0x91}, Bytes(1389, 0x11)));
@@ -321,6 +225,18 @@ TEST_F(FrameToPackets, Audio) {
     EXPECT_EQ(sentPackets[4].SeqNo(), 2u);
     EXPECT_EQ(sentPackets[4].TimeStamp(), 7200u);
     EXPECT_EQ(sentPackets[4].Payload(), (Bytes{0, 0, 0, 1}));
+}
+
+TEST_F(FrameToPackets, TheFormatTellsThePayloadType) {
+    for (const auto& [format, type] : {std::pair<ZVS_VIDEO_DEC_TYPE, unsigned int>{VIDEO_DEC_H264, 99},
+                                       {VIDEO_DEC_H265, 108},
+                                       {VIDEO_DEC_MJPEG, 26},
+                                       {VIDEO_DEC_HIK, 109},
+                                       {VIDEO_DEC_SVAC, 0}}) {
+        MEDIA_DATA media = Video(13, format);
+        ASSERT_EQ(Send(Frame({Nal(0x67, 9)}), media), 0);
+        EXPECT_EQ(sentPackets.back().PayloadType(), type);
+    }
 }
 
 TEST_F(FrameToPackets, ThePrivateFormatTravelsBehindAMadeUpHead) {
@@ -381,15 +297,21 @@ TEST_F(FrameToPackets, WithoutMemoryNothingIsSentOrKept) {
 
 TEST_F(FrameToPackets, AClosedSocketEndsTheFrame) {
     ScopedRecordingLogger log;
-    sendResult = ZVS_GVX_OPEN_SOCKET_ERROR;
-    failFrom = 1;
+    m_sent.result = ZVS_GVX_OPEN_SOCKET_ERROR;
+    m_sent.failFrom = 1;
     EXPECT_EQ(SendVideo(Frame({Nal(0x67, 9), Nal(0x68, 9), Nal(0x65, 5000)})), ZVS_GVX_OPEN_SOCKET_ERROR);
     EXPECT_EQ(sentPackets.size(), 2u);
     EXPECT_TRUE(Channel(0).m_NaluList.empty());
     EXPECT_TRUE(log->Contains("Return ErrorCode[189115004]", "m_pSendStreamFunc(SendMediaOverSocket)"));
-    sendResult = 1;  // any other result is nobody's concern
-    EXPECT_EQ(SendVideo(Frame({Nal(0x67, 9), Nal(0x68, 9)})), 0);
-    EXPECT_EQ(sentPackets.size(), 4u);
+    // So it does for units that wait on the list, which is emptied.
+    Bytes frame = Frame({Nal(0x67, 9), Nal(0x68, 9)});
+    MEDIA_DATA media = Video(frame.size());
+    ASSERT_EQ(m_on.lens.SplitFrame2Nalu(frame.data(), static_cast<unsigned int>(frame.size()), 0), 0);
+    EXPECT_EQ(m_on.lens.SendFrame(media, 0, false, false, 0, 0), ZVS_GVX_OPEN_SOCKET_ERROR);
+    EXPECT_TRUE(Channel(0).m_NaluList.empty());
+    m_sent.result = 1;  // any other result is nobody's concern
+    EXPECT_EQ(SendVideo(frame), 0);
+    EXPECT_EQ(sentPackets.size(), 5u);
 }
 
 TEST_F(FrameToPackets, BadArguments) {
@@ -421,7 +343,7 @@ TEST_F(FrameToPackets, WithoutABufferUnitsAreSkipped) {
     m_on.lens.DropBuffer(0);
     EXPECT_EQ(m_on.lens.SendHikStream(frame.data(), 2000, media, 0, false, false, 0, 0), 0);
     EXPECT_TRUE(log->Contains("m_pMediaBufWithRTP is invalid! StreamType[0].", "SendFrame:"));
-    m_on.lens.Prepare(0, &TakePacket, 100);
+    m_on.lens.Prepare(0, &SentPackets::Take, 100);
     EXPECT_EQ(m_on.lens.SendHikStream(frame.data(), 2000, media, 0, false, false, 0, 0), 0);
     EXPECT_TRUE(sentPackets.empty());
     EXPECT_TRUE(Channel(0).m_NaluList.empty());
@@ -432,7 +354,7 @@ TEST_F(FrameToPackets, DoSendVideoFramePassesThePacketOn) {
     MEDIA_DATA media = Video(6);
     media.pDataBuf = bytes;
     media.eTransProtocol = RTP_OVER_TCP;
-    sendResult = ZVS_GVX_OPEN_SOCKET_ERROR;
+    m_sent.result = ZVS_GVX_OPEN_SOCKET_ERROR;
     EXPECT_TRUE(m_on.lens.DoSendVideoFrame(media, STREAM_TYPE_REAL_MAIN));
     EXPECT_FALSE(m_on.lens.DoSendVideoFrame(media, STREAM_TYPE_BUTT));
     media.eTransProtocol = RTP_OVER_UDP;
@@ -440,33 +362,6 @@ TEST_F(FrameToPackets, DoSendVideoFramePassesThePacketOn) {
     ASSERT_EQ(sentPackets.size(), 2u);
     EXPECT_EQ(sentPackets[0].bytes, (Bytes{'p', 'a', 'c', 'k', 'e', 't'}));
     EXPECT_EQ(sentPackets[1].streamType, STREAM_TYPE_REAL_SUB1);
-}
-
-TEST_F(FrameToPackets, MetadataPackets) {
-    ScopedRecordingLogger log;
-    auto& lens = m_on.lens;
-    lens.Prepare(20, &TakePacket);
-    ACE_Message_Block* buffer = Channel(20).m_pMediaBufWithRTP;
-    lens.PackRtpHead(true, true, 20, 0x1122334455ull);
-    buffer->copy("tlv", 3);
-    lens.SetTcpInter(htons(static_cast<unsigned short>(buffer->length() - 4)), 20);
-    ASSERT_EQ(lens.SendMediaData(METADATE_TYPE_PLATE, this, true, 20), 0);
-    ASSERT_EQ(sentPackets.size(), 1u);
-    EXPECT_EQ(sentPackets[0].bytes,
-              (Bytes{'$', 4, 0, 16, 0x80, 0x80 | 107, 0, 1, 0x22, 0x33, 0x44, 0x55, 0, 0, 0, 0, 0xAA, 't', 'l', 'v'}));
-    EXPECT_EQ(sentPackets[0].metaSize, 20u);
-    sendResult = 1;
-    EXPECT_EQ(lens.SendMediaData(METADATE_TYPE_PLATE, this, false, 20), 0);  // nobody's concern
-    lens.PackRtpHead(true, true, 12, 1);                                     // has no buffer
-    EXPECT_TRUE(log->Contains("m_pMediaBufWithRTP is invalid! StreamType[1].", "PackRtpHead"));
-    EXPECT_EQ(lens.GetPts(METADATE_TYPE_FACE, nullptr), 0u);
-    EXPECT_EQ(lens.GetPts(METADATE_TYPE_PLATE, nullptr), 1u);
-    EXPECT_EQ(log->Count("Make sure there is something wrong", "Point metaData is null."), 2u);
-    ACE_Message_Block* heartBeat = lens.CreateMediaHeartBeatPkt();
-    ASSERT_NE(heartBeat, nullptr);
-    EXPECT_EQ(heartBeat->msg_type(), ACE_Message_Block::MB_PROTO);
-    EXPECT_EQ(heartBeat->length(), 0u);
-    heartBeat->release();
 }
 
 }  // namespace

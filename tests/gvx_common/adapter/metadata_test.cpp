@@ -9,6 +9,7 @@
 #include "gvx_common/tlv/tlv_decoder.h"
 #include "gvx_common/tlv/tlv_encoder.h"
 #include "support/recording_logger.h"
+#include "support/sent_packets.h"
 #include "support/test_clock.h"
 #include "support/test_lens.h"
 
@@ -26,33 +27,8 @@ namespace {
 constexpr int kUdp = STREAM_TYPE_METADATA;
 constexpr int kTcp = STREAM_TYPE_METADATA + GVX_MEDIA_CHANNEL_TCP_OFFSET;
 
-struct Packet {
-    std::string bytes;
-    TRANS_PROTOCOL protocol;
-
-    std::string Rtp() const { return protocol == RTP_OVER_TCP ? bytes.substr(4) : bytes; }
-    std::string Tlv() const { return Rtp().substr(13); }
-    bool Marked() const { return (Rtp()[1] & 0x80) != 0; }
-    unsigned int At(std::size_t at, std::size_t size) const {
-        unsigned int value = 0;
-        for (std::size_t i = 0; i < size; ++i) {
-            value = value << 8 | static_cast<unsigned char>(Rtp()[at + i]);
-        }
-        return value;
-    }
-};
-
-std::vector<Packet> g_packets;
-int g_failAt = -1;
-
-int Keep(MEDIA_DATA* media, STREAM_TYPE_EX* type) {
-    EXPECT_EQ(*type, STREAM_TYPE_METADATA);
-    if (g_failAt == static_cast<int>(g_packets.size())) {
-        return ZVS_GVX_OPEN_SOCKET_ERROR;
-    }
-    g_packets.push_back(
-        {std::string(static_cast<const char*>(media->pDataBuf), media->nMetaDataSize), media->eTransProtocol});
-    return 0;
+std::string Tlv(const SentPacket& packet) {
+    return std::string(packet.bytes.begin() + static_cast<std::ptrdiff_t>(packet.RtpAt() + 13), packet.bytes.end());
 }
 
 std::string Picture(std::size_t size, unsigned int seed) {
@@ -113,23 +89,22 @@ protected:
     static void TearDownTestSuite() { g_mediaPool.UnInit(); }
 
     void SetUp() override {
-        g_packets.clear();
-        g_failAt = -1;
-        lens.Prepare(kUdp, Keep);
-        lens.Prepare(kTcp, Keep);
+        lens.Prepare(kUdp, SentPackets::Take);
+        lens.Prepare(kTcp, SentPackets::Take);
     }
 
     // The TLV bytes of the packets, which must be whole, in order and marked at the end alone.
-    static std::string Joined() {
+    std::string Joined() const {
         std::string all;
-        for (std::size_t i = 0; i < g_packets.size(); ++i) {
-            const Packet& packet = g_packets[i];
-            EXPECT_EQ(packet.Marked(), i + 1 == g_packets.size());
-            EXPECT_EQ(packet.At(1, 1) & 0x7F, 107u);
-            EXPECT_EQ(packet.At(12, 1), 0xAAu);
-            EXPECT_EQ(packet.At(4, 4), g_packets[0].At(4, 4));
-            EXPECT_EQ(static_cast<unsigned short>(packet.At(2, 2) - g_packets[0].At(2, 2)), i);
-            all += packet.Tlv();
+        for (std::size_t i = 0; i < packets.size(); ++i) {
+            const SentPacket& packet = packets[i];
+            EXPECT_EQ(packet.Marked(), i + 1 == packets.size());
+            EXPECT_EQ(packet.streamType, STREAM_TYPE_METADATA);
+            EXPECT_EQ(packet.PayloadType(), 107u);
+            EXPECT_EQ(packet.Number(12, 1), 0xAAu);
+            EXPECT_EQ(packet.TimeStamp(), packets[0].TimeStamp());
+            EXPECT_EQ(static_cast<unsigned short>(packet.SeqNo() - packets[0].SeqNo()), i);
+            all += Tlv(packet);
         }
         return all;
     }
@@ -219,6 +194,8 @@ protected:
         return result;
     }
 
+    SentPackets m_sent;
+    std::vector<SentPacket>& packets = m_sent.all;
     TestLensOnDevice on;
     TestLens& lens = on.lens;
 };
@@ -227,9 +204,9 @@ TEST_F(MetadataTest, PicturesOfAnySizeArriveByteForByteInBothForms) {
     for (const std::size_t size : {1u, 2047u, 2048u, 2049u, 300u * 1024, 10u * 1024 * 1024}) {
         std::string plate = Picture(size, 1);
         std::string panorama = Picture(size / 2 + 1, 2);
-        g_packets.clear();
+        packets.clear();
         ASSERT_EQ(SendPlateEx(plate, panorama, size % 2 == 0), 0);
-        EXPECT_EQ(g_packets[0].At(4, 4), 0x55667788u);
+        EXPECT_EQ(packets[0].TimeStamp(), 0x55667788u);
         CheckPlates(Joined(), plate, panorama);
 
         ITSPlates plates{};
@@ -238,9 +215,9 @@ TEST_F(MetadataTest, PicturesOfAnySizeArriveByteForByteInBothForms) {
         plates.astPicInfos[0].ptrPicBuffer = Raw(plate);
         plates.astPicInfos[1].iPicLen = static_cast<int>(panorama.size());
         plates.astPicInfos[1].ptrPicBuffer = Raw(panorama);
-        g_packets.clear();
+        packets.clear();
         ASSERT_EQ(lens.MetaDataToRtpAndSend(METADATE_TYPE_PLATE, &plates, kUdp, this, false), 0);
-        EXPECT_EQ(g_packets[0].At(4, 4), 0x55667788u);
+        EXPECT_EQ(packets[0].TimeStamp(), 0x55667788u);
         CheckPlates(Joined(), plate, panorama);
     }
 }
@@ -256,7 +233,7 @@ TEST_F(MetadataTest, TheExFormKeepsTheOrderAndThePlainFormSorts) {
                                 PIC_SNAPSHOT_TIME, VEHICLE_SPEED, PLATE_PIC, PANORAMA_PIC, GLOBAL_OBJID}));
     ITSPlates plates{};
     FillPlates(plates);
-    g_packets.clear();
+    packets.clear();
     ASSERT_EQ(lens.MetaDataToRtpAndSend(METADATE_TYPE_PLATE, &plates, kUdp, this, false), 0);
     const std::vector<int> sorted = TypesOf(Joined().substr(8 + 8 + 16 + 8));
     EXPECT_TRUE(std::is_sorted(sorted.begin(), sorted.end()));
@@ -283,13 +260,21 @@ TEST_F(MetadataTest, FacesComeOneTargetEach) {
     ex->faces[0].facebufPos = AddPicture(mb, face);
 
     for (const bool plainForm : {true, false}) {
-        g_packets.clear();
+        packets.clear();
         ASSERT_EQ(plainForm ? lens.MetaDataToRtpAndSend(METADATE_TYPE_FACE, &plain, kUdp, this, false)
                             : lens.MetaDataToRtpAndSendEx(METADATE_TYPE_FACE, GetMemHandler(mb), kUdp, this, false),
                   0);
-        EXPECT_EQ(g_packets[0].At(4, 4), 9u);
+        EXPECT_EQ(packets[0].TimeStamp(), 9u);
+        const std::string message = Joined();
+        if (!plainForm) {
+            // Behind the heads of message, common part and panorama comes the first face, in the order of the calls.
+            const std::size_t face0 = 8 + (8 + 16) + (8 + 8 + panorama.size() + 16);
+            EXPECT_EQ(
+                TypesOf(message.substr(face0 + 8, 84 + 8 + 3000)),
+                (std::vector<int>{FACE_POS, FACE_SCORE, FACE_ANGLE, FACE_ID, GLOBAL_OBJID, FACE_PIC_TIME, FACE_PIC}));
+        }
         TLV_Decoder two;
-        Open(Joined(), two);
+        Open(message, two);
         TLV_Decoder common;
         TLV_Decoder targets[3];
         ASSERT_EQ(two.GetValue(COMMON, &common, 1), 0);
@@ -333,7 +318,7 @@ TEST_F(MetadataTest, ARecordThatPointsOutsideIsRefused) {
     EXPECT_EQ(lens.MetaDataToRtpAndSend(METADATE_TYPE_FACE, nullptr, kUdp, this, false), 1);
     EXPECT_EQ(lens.MetaDataToRtpAndSend(METADATE_TYPE_FACE, nullptr, kUdp, nullptr, false), 1);
     EXPECT_TRUE(log->Contains("", "Point pUserInfo is null."));
-    EXPECT_TRUE(g_packets.empty());
+    EXPECT_TRUE(packets.empty());
     ReleaseMemHandler(&mb);
 
     stFaceRects faces{};
@@ -351,12 +336,13 @@ TEST_F(MetadataTest, PacketsAreCutAt1390Bytes) {
         const std::string bytes = Picture(length, 9);
         ASSERT_EQ(memory.AddCharBuf(bytes.data(), length, pos), 0u);
         for (const bool tcp : {false, true}) {
-            g_packets.clear();
+            packets.clear();
             ASSERT_EQ(lens.SendMetaData(METADATE_TYPE_PLATE, this, tcp ? kTcp : kUdp, memory, length, tcp, 5), 0);
             EXPECT_EQ(Joined(), bytes);
-            ASSERT_EQ(g_packets.size(), (length + 1389) / 1390);
-            EXPECT_EQ(g_packets.front().Tlv().size(), std::min(length, 1390u));
-            const std::string& whole = g_packets.back().bytes;
+            ASSERT_EQ(packets.size(), (length + 1389) / 1390);
+            EXPECT_EQ(Tlv(packets.front()).size(), std::min(length, 1390u));
+            const Bytes& last = packets.back().bytes;
+            const std::string whole(last.begin(), last.end());
             const std::size_t rest = whole.size() - 4;
             EXPECT_TRUE(!tcp || whole.substr(0, 4) == (std::string{'$', 4, static_cast<char>(rest >> 8),
                                                                    static_cast<char>(rest & 0xFF)}));
@@ -364,35 +350,40 @@ TEST_F(MetadataTest, PacketsAreCutAt1390Bytes) {
         memory.FreeMem();
     }
     // A length that the memory does not hold ends with one packet.
-    g_packets.clear();
+    packets.clear();
     EXPECT_EQ(lens.SendMetaData(METADATE_TYPE_PLATE, this, kUdp, MemHandler(), 10, false, 5), 0);
-    ASSERT_EQ(g_packets.size(), 1u);
-    EXPECT_TRUE(g_packets[0].Tlv().empty());
+    ASSERT_EQ(packets.size(), 1u);
+    EXPECT_TRUE(Tlv(packets[0]).empty());
 }
 
 TEST_F(MetadataTest, AHeartbeatIsTwelveBytesWithTheTime) {
     const ScopedTestClock clock;
     for (const bool ex : {false, true}) {
-        g_packets.clear();
+        packets.clear();
         ASSERT_EQ(ex ? lens.MetaDataToRtpAndSendEx(METADATA_TYPE_HEART_BEAT, nullptr, kUdp, this, false)
                      : lens.MetaDataToRtpAndSend(METADATA_TYPE_HEART_BEAT, nullptr, kUdp, this, false),
                   0);
-        ASSERT_EQ(g_packets.size(), 1u);
+        ASSERT_EQ(packets.size(), 1u);
         EXPECT_EQ(Joined(), std::string("HTBT\x04\0\0\0HTBT", 12));
-        EXPECT_EQ(g_packets[0].At(4, 4), 1767323045u);
+        EXPECT_EQ(packets[0].TimeStamp(), 1767323045u);
     }
+    ACE_Message_Block* marker = lens.CreateMediaHeartBeatPkt();
+    ASSERT_NE(marker, nullptr);
+    EXPECT_EQ(marker->msg_type(), ACE_Message_Block::MB_PROTO);
+    marker->release();
 }
 
 TEST_F(MetadataTest, AFailedPacketEndsTheMessage) {
     const ScopedRecordingLogger log;
-    g_failAt = 2;
+    m_sent.result = ZVS_GVX_OPEN_SOCKET_ERROR;
+    m_sent.failFrom = 2;
     EXPECT_EQ(SendPlateEx(Picture(10000, 5), "p", false), ZVS_GVX_OPEN_SOCKET_ERROR);
-    EXPECT_EQ(g_packets.size(), 2u);
+    EXPECT_EQ(packets.size(), 3u);
     EXPECT_TRUE(log->Contains("Lens[LENS001] IP[127.0.0.1],Return ErrorCode[189115004]", "SendMetaData"));
     lens.DropBuffer(kUdp);
     EXPECT_EQ(SendPlateEx("a", "b", false), ZVS_GVX_MEDIA_BUF_WITH_RTP_INVALID);
     EXPECT_TRUE(log->Contains("m_pMediaBufWithRTP is invalid! StreamType[9].", "SendMetaData"));
-    lens.Prepare(kUdp, Keep, 100);  // too small for a packet
+    lens.Prepare(kUdp, SentPackets::Take, 100);  // too small for a packet
     EXPECT_EQ(SendPlateEx("a", "b", false), ZVS_GVX_MEDIA_BUF_WITH_RTP_INVALID);
     MemHandler empty;
     EXPECT_EQ(lens.SendMetaData(METADATE_TYPE_PLATE, this, 99, empty, 10, false, 5),
@@ -402,20 +393,12 @@ TEST_F(MetadataTest, AFailedPacketEndsTheMessage) {
 TEST_F(MetadataTest, SequenceNumbersWrapAtTheStartOfAMessage) {
     lens.SetMetaDataSeqNo(65535);
     ASSERT_EQ(SendPlateEx("a", "b", false), 0);
-    EXPECT_EQ(g_packets[0].At(2, 2), 1u);
+    EXPECT_EQ(packets[0].SeqNo(), 1u);
     lens.SetMetaDataSeqNo(65534);
-    g_packets.clear();
+    packets.clear();
     ASSERT_EQ(SendPlateEx(Picture(2000, 1), "b", false), 0);
-    EXPECT_EQ(g_packets[0].At(2, 2), 65535u);
-    EXPECT_EQ(g_packets[1].At(2, 2), 0u);
-}
-
-TEST_F(MetadataTest, ATimestampNeedsARecord) {
-    ACE_Message_Block* mb = nullptr;
-    ASSERT_EQ(CreateMemHandler(&mb), 0u);
-    EXPECT_EQ(lens.GetPts(METADATE_TYPE_FACE, GetMemHandler(mb)), 0u);
-    EXPECT_EQ(lens.GetPts(METADATE_TYPE_PLATE, GetMemHandler(mb)), 1u);
-    ReleaseMemHandler(&mb);
+    EXPECT_EQ(packets[0].SeqNo(), 65535u);
+    EXPECT_EQ(packets[1].SeqNo(), 0u);
 }
 
 TEST(PicCounterTest, CountsAndKeepsTheMean) {

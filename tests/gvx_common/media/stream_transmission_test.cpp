@@ -54,39 +54,14 @@ struct UdpRecord {
     SOCKET_INFO info;
 };
 
-TEST_F(StreamTransmission, SendsBlocksAndChainsInOrder) {
-    const TestSocket receiver(SOCK_DGRAM);
-    const TestSocket audio(SOCK_DGRAM);
-    UdpRecord record(receiver, audio);
-    CStreamTransmission transmission;
-    for (int i = 0; i < 60; i += 2) {
-        ACE_Message_Block* chain = Block(&record.info, std::to_string(i));
-        chain->cont(Block(&record.info, std::to_string(i + 1)));
-        ASSERT_NE(transmission.GetQueue()->enqueue_tail(chain), -1);
-    }
-    for (int i = 0; i < 60; ++i) {
-        EXPECT_EQ(receiver.Receive(), std::to_string(i));
-    }
-    EXPECT_TRUE(audio.IsQuiet());
-    record.info.bVideoStream = false;
-    SOCKET_INFO* info = &record.info;
-    EXPECT_EQ(transmission.DoSendVideoFrame(&info, "audio", 5), 0);
-    EXPECT_EQ(audio.Receive(), "audio");
-    EXPECT_TRUE(receiver.IsQuiet());
-}
-
 TEST_F(StreamTransmission, WhatCannotBeSentIsPassedOver) {
     const TestSocket video(SOCK_DGRAM);
     const TestSocket audio(SOCK_DGRAM);
     UdpRecord record(video, audio);
     CStreamTransmission transmission;
     SOCKET_INFO* info = &record.info;
-    ScopedRecordingLogger log;
-    SOCKET_INFO* none = nullptr;
     EXPECT_EQ(transmission.DoSendVideoFrame(nullptr, "x", 1), 1);
-    EXPECT_EQ(transmission.DoSendVideoFrame(&none, "x", 1), 1);
     EXPECT_EQ(transmission.DoSendVideoFrame(&info, nullptr, 1), 1);
-    EXPECT_EQ(log->Count("Socket info is null"), 3u);
     for (const TRANS_PROTOCOL protocol : {UDP, TCP, RTP_OVER_TCP, TRANS_PROTOCOL_BUTS}) {
         record.info.protocol = protocol;
         EXPECT_EQ(transmission.DoSendVideoFrame(&info, "x", 1), 0);
@@ -100,12 +75,10 @@ TEST_F(StreamTransmission, WhatCannotBeSentIsPassedOver) {
     const std::string tooLong(70000, 'x');  // no datagram is that long
     EXPECT_EQ(transmission.DoSendVideoFrame(&info, tooLong.data(), 70000), 0);
     EXPECT_EQ(record.info.ulDropped, 1u);
-    EXPECT_TRUE(log->Contains("Send media over socket failed send error.Sservice id:[], errno: "));
-    // A message without a record is dropped by the thread.
-    ACE_Message_Block* block = CMediaBlockBuffer::instance()->allocMediaBlock();
-    block->copy("abc", 3);
-    transmission.GetQueue()->enqueue_tail(block);
-    EXPECT_TRUE(WaitUntil([&] { return log->Count("Socket info is null") == 4; }));
+    record.info.bVideoStream = false;
+    EXPECT_EQ(transmission.DoSendVideoFrame(&info, "audio", 5), 0);
+    EXPECT_EQ(audio.Receive(), "audio");
+    EXPECT_TRUE(video.IsQuiet());
 }
 
 TEST_F(StreamTransmission, APacedThreadTakesAPartOfTheBacklogAndPauses) {
@@ -136,7 +109,6 @@ TEST_F(StreamTransmission, ThreadsEndAtOnceAndGiveQueuedBlocksBack) {
     const ScopedSettings settings("STREAM_SMOOTH_COEFF=100\nMEDIA_SEND_FIXED_NUM=1\nMEDIA_SEND_INTERVAL=20\n");
     const TestSocket receiver(SOCK_DGRAM);
     UdpRecord record(receiver, receiver);
-    ScopedRecordingLogger log;
     for (int round = 0; round < 200; ++round) {
         CStreamTransmission transmission;
         ASSERT_TRUE(transmission.IsRunning());
@@ -147,8 +119,6 @@ TEST_F(StreamTransmission, ThreadsEndAtOnceAndGiveQueuedBlocksBack) {
         EXPECT_FALSE(transmission.IsRunning());
         EXPECT_EQ(CMediaBlockBuffer::instance()->getRemainBlockNum(), 256u);
     }
-    EXPECT_EQ(log->Count("Begin to uninit...", "Stream transfer thread "), 200u);
-    EXPECT_EQ(log->Count("End...", "Stream transfer thread "), 200u);
 }
 
 TEST_F(StreamTransmission, AHandlerOfTheProgramForSigintStays) {
@@ -213,30 +183,6 @@ bool SendUntilRest(CStreamTransmission& transmission, SOCKET_INFO* info, const T
         }
     }
     return HasRest(*info);
-}
-
-TEST_F(StreamTransmission, WhatIsLeftOfAPacketGoesFirst) {
-    ScopedTestClock clock;
-    CStreamTransmission transmission;
-    TcpRecord record;
-    std::string wire;
-    std::string accepted;
-    SOCKET_INFO* info = &record.info;
-    ASSERT_TRUE(SendUntilRest(transmission, info, record.peer, wire, accepted));
-    const std::string next = "the next packet";
-    bool sent = false;
-    for (int i = 0; i < 1000 && !sent; ++i) {  // it is dropped until the rest has left
-        const std::uint64_t dropped = record.info.ulDropped;
-        transmission.DoSendVideoFrame(&info, next.data(), static_cast<unsigned int>(next.size()));
-        sent = record.info.ulDropped == dropped && !HasRest(record.info);
-        wire += sent ? std::string() : record.peer.Receive(700);
-    }
-    ASSERT_TRUE(sent);
-    EXPECT_FALSE(record.info.bGone);
-    accepted += next;
-    wire += record.peer.ReceiveExactly(accepted.size() - wire.size());
-    EXPECT_EQ(wire, accepted);
-    EXPECT_TRUE(record.peer.IsQuiet());
 }
 
 TEST_F(StreamTransmission, ARestLeavesAlsoWhenNoFurtherPacketComes) {
@@ -381,25 +327,6 @@ TEST_F(StreamTransManager, NewStreamsGoToTheLeastLoadedThread) {
     }
     manager->ReleaseMediaQueue(freed);  // one too many does no harm
     EXPECT_EQ(manager->GetStreamNums(), std::vector<unsigned int>(4, 0));
-}
-
-TEST(SocketInfoManager, RecordsAreTakenFromTheFrontAndPutAtTheEnd) {
-    const ScopedSettings settings("MAX_SOCKET_SIZE=2\n");
-    CSocketInfoMgr* manager = CSocketInfoMgr::Instance();
-    ASSERT_EQ(manager->Init(), 0);
-    SOCKET_INFO *first = nullptr, *second = nullptr, *third = nullptr;
-    ASSERT_EQ(manager->PopSocketQueue(first) + manager->PopSocketQueue(second), 0);
-    EXPECT_NE(first, second);
-    EXPECT_EQ(first->protocol, TRANS_PROTOCOL_BUTS);
-    EXPECT_EQ(first->videoSockDgram.get_handle(), ACE_INVALID_HANDLE);
-    EXPECT_NE(manager->PopSocketQueue(third), 0);
-    EXPECT_NE(manager->PushSocketQueue(nullptr), 0);
-    EXPECT_EQ(manager->PushSocketQueue(second) + manager->PushSocketQueue(first), 0);
-    ASSERT_EQ(manager->PopSocketQueue(third), 0);
-    EXPECT_EQ(third, second);
-    manager->PushSocketQueue(third);
-    manager->UnInit();
-    EXPECT_EQ(manager->GetFreeNum(), 0u);
 }
 
 }  // namespace

@@ -42,16 +42,6 @@ Bytes MemImage(TLV_Encoder& encoder) {
     return bytes;
 }
 
-std::string Text(const TLV_Decoder& decoder, int type) {
-    unsigned int length = 0;
-    EXPECT_EQ(decoder.GetValueLen(type, &length, 1), 0);
-    std::string text(length, '?');
-    char* const values[] = {text.data()};
-    unsigned long lengths[] = {length};
-    EXPECT_EQ(decoder.GetValue(type, values, lengths, 1), 0);
-    return text;
-}
-
 class TlvTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { ASSERT_TRUE(g_mediaPool.Init()); }
@@ -97,18 +87,11 @@ TEST_F(TlvTest, EveryValueTypeComesBack) {
     ExpectBack(0xF0000009u, 4);
     ExpectBack(0xF00000000000000AUL, 8);
     ExpectBack(0xF00000000000000BULL, 8);
-    const unsigned char raw[] = {1, 2, 3};
-    TLV_Encoder encoder;
-    ASSERT_EQ(encoder.PutValue(12, raw, sizeof(raw)) + encoder.Encode(), 0);
-    TLV_Decoder decoder;
-    ASSERT_EQ(decoder.Decode(encoder.GetTlvBuf(), encoder.GetTlvDataLen()), 0);
-    EXPECT_EQ(Text(decoder, 12), "\x01\x02\x03");
 }
 
 TEST_F(TlvTest, MessagesNest) {
     TLV_Encoder outer;
     TLV_Encoder inner;
-    const ScopedRecordingLogger log;
     inner.PutValue(5, 55);
     EXPECT_EQ(outer.PutValue(1, inner), 1);  // not encoded yet
     ASSERT_EQ(inner.Encode(), 0);
@@ -141,13 +124,9 @@ TEST_F(TlvTest, TheMemoryFormKeepsTheOrderOfTheCalls) {
     const Bytes nested = Join({Item(4, "\x01\x02"), Item(9, "text"), Item(1, picture)});
     EXPECT_EQ(MemImage(encoder), Join({Item(8, std::string(nested.begin(), nested.end())), Item(2, "HTBT")}));
 
-    const ScopedRecordingLogger log;
     EXPECT_EQ(encoder.EncodeMemBuf(0x0A000009, inner.GetMemBufLength() + 1, 5, *inner.GetMemHandler()), 1);
-    EXPECT_EQ(log->Count("AddPtrBuf failed.type:a000009,val Mem,len:5,currentLen:", "TLV_Encoder::EncodeMemBuf"), 1u);
     EXPECT_EQ((encoder.EncodePtrValue<char*>(9, nullptr, 4)), 1);
-    EXPECT_EQ(log->Count("AddPtrBuf failed.type:9,val Mem,len:4,currentLen:", "TLV_Encoder::EncodePtrValue"), 1u);
     EXPECT_EQ(encoder.EncodeValue<char>(3, 'x', 2), 1);  // no more than the value has
-    EXPECT_EQ(log->Count("AddCharBuf failed.type:3,val:120,len:2,currentLen:"), 1u);
     encoder.Clear();
     EXPECT_EQ(encoder.GetMemBufLength(), 0u);
     inner.Clear();
@@ -157,13 +136,10 @@ TEST_F(TlvTest, GettersRefuseWhatDoesNotFit) {
     const Bytes bytes = Join({Item(1, "abcd"), Item(1, "ef"), Item(2, "123456789")});
     TLV_Decoder decoder;
     ASSERT_EQ(decoder.Decode(bytes.data(), bytes.size()), 0);
-    const ScopedRecordingLogger log;
     int two[2] = {-1, -1};
     EXPECT_EQ(decoder.GetValue(1, two, 1), 1);
     EXPECT_EQ(decoder.GetValue(1, two, 0), 1);
-    EXPECT_EQ(log->Count("the result of m_TLVMap.count(nType) <= ulBufCnt is wrong."), 2u);
     EXPECT_EQ(decoder.GetValue(3, two, 2), 1);
-    EXPECT_EQ(log->Count("the result of iter_beg != iter_end is wrong."), 1u);
     ASSERT_EQ(decoder.GetValue(1, two, 2), 0);
     EXPECT_EQ(two[1], 'e' | 'f' << 8);  // the short one fills the low bytes
     unsigned long long one = 0;
@@ -172,12 +148,10 @@ TEST_F(TlvTest, GettersRefuseWhatDoesNotFit) {
     char* const values[] = {room};
     unsigned long lengths[] = {8};
     EXPECT_EQ(decoder.GetValue(2, values, lengths, 1), 1);
-    EXPECT_EQ(log->Count("the result of pulLength[i] >= iter_beg->second->m_uLength is wrong."), 1u);
     lengths[0] = 9;
     EXPECT_EQ(decoder.GetValue(2, values, lengths, 1), 0);
     EXPECT_EQ(std::string(room, 9), "123456789");
     EXPECT_EQ(decoder.Decode(nullptr, 4), 1);
-    EXPECT_TRUE(log->Contains("Make sure there is something wrong", "Point pucTlvBuf is null."));
 }
 
 struct HostileRow {
@@ -219,6 +193,7 @@ TEST_F(TlvTest, DecodeNeverLeavesTheBuffer) {
             unsigned int lengths[2] = {};
             EXPECT_EQ(decoder.GetValueLen(1, lengths, 2), 0);
             EXPECT_EQ(lengths[0], row.length) << row.situation;
+            EXPECT_LE(lengths[1], 4u) << row.situation;
         }
     }
 }

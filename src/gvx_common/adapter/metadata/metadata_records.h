@@ -6,7 +6,7 @@
 
 class MemHandler;
 
-// What both forms of the metadata encoders share.
+// What both forms of the metadata writers read from a record. Any thread.
 namespace gvx {
 
 // The record at the start of the first page; null with an error line when the buffer is too short for it.
@@ -21,6 +21,7 @@ const Record* RecordOf(const MemHandler* record, const char* title) {
 unsigned int FaceCount(const stFaceRects& faces);
 unsigned long long FacePts(const stFaceRects& faces);
 _META_RECT_S FacePos(const FaceRect& face);
+_META_RECT_S PlateRect(const stObjectRect& from);
 
 // Characters of the plate's text without its terminator.
 unsigned int PlateTextLength(const TV_ITS_PLATE_INFO& plate);
