@@ -7,7 +7,7 @@
 #include <list>
 #include <string>
 
-// The JSON texts of the port exchange (docs/nss-messages.md), which stand bare behind a frame's head.
+// The JSON texts of the port exchange (docs/nss-messages.md), which stand bare behind a frame's head. Any thread.
 
 struct PLUGIN_APPLY_PORT_REQ_DATA {
     std::uint32_t applyPortNumber;
