@@ -7,7 +7,8 @@
 namespace gvx {
 
 // Reads the bits of a NAL unit's payload, with the emulation prevention bytes taken out (ITU-T H.264 section 7.4.1,
-// H.265 section 7.4.2). Reading past the end gives zeroes and Ok() turns false, so that a parser checks once.
+// H.265 section 7.4.2). Reading past the end gives zeroes and Ok() turns false, so that a parser checks once. One
+// thread.
 class BitReader {
 public:
     // `skip` bytes of NAL header are left out. Looks at the first 4096 bytes at most: parameter sets are short.

@@ -9,7 +9,7 @@
 namespace gvx {
 
 // A regular file that is read from front to back. It is never mapped: a file that is cut short while it plays ends
-// early, and does no other harm.
+// early, and does no other harm. One thread.
 class InputFile {
 public:
     InputFile() = default;

@@ -19,7 +19,7 @@ struct NalKind {
     std::uint8_t type = 0;
 };
 
-// Looks at a NAL unit with its header, without start code. An empty or cut one is of no kind.
+// Looks at a NAL unit with its header, without start code. An empty or cut one is of no kind. Any thread.
 NalKind ClassifyNal(Codec codec, const std::uint8_t* nal, std::size_t length);
 
 }  // namespace gvx

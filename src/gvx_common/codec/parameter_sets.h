@@ -12,7 +12,7 @@
 
 namespace gvx {
 
-// The parameter sets that a stream has shown so far, the latest of each identifier.
+// The parameter sets that a stream has shown so far, the latest of each identifier. One thread.
 class ParameterSets {
 public:
     explicit ParameterSets(Codec codec) : m_codec(codec) {}

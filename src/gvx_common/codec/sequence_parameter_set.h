@@ -17,7 +17,7 @@ struct SequenceInfo {
 
 // Reads a sequence parameter set: the NAL unit with its header, without start code. False when it is cut short or holds
 // values that no picture can have; the frame rate alone may be missing. ITU-T H.264 section 7.3.2.1.1, H.265 section
-// 7.3.2.2.
+// 7.3.2.2. Any thread.
 bool ParseSequenceParameterSet(Codec codec, const std::uint8_t* nal, std::size_t length, SequenceInfo& info);
 
 }  // namespace gvx

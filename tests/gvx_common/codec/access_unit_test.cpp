@@ -1,5 +1,8 @@
 #include "gvx_common/codec/access_unit_reader.h"
 
+#include "gvx_common/codec/bit_reader.h"
+#include "gvx_common/codec/nal_unit.h"
+#include "gvx_common/codec/parameter_sets.h"
 #include "support/stream_bytes.h"
 #include "support/temp_folder.h"
 
@@ -74,6 +77,8 @@ TEST(AccessUnitReader, WhatStandsInFrontOfAPictureBelongsToIt) {
         ASSERT_EQ(2u, pictures.size());
         EXPECT_EQ(slice + Nal(follower), pictures[0].bytes);
     }
+    // Partition A of a first slice begins a picture of its own.
+    EXPECT_EQ(2u, Pictures(Codec::H264, Nal(H264Slice(false, true)) + Nal("\x42\xB8\xFF")).size());
 }
 
 TEST(AccessUnitReader, H265PicturesAndTheirFollowers) {
@@ -113,6 +118,25 @@ TEST(AccessUnitReader, ParameterSetsGoBehindTheDelimiter) {
     EXPECT_FALSE(unit.hasParameterSets);
     reader.InsertParameterSets(unit);
     EXPECT_EQ(Nal(H264Delimiter()) + sets + key, std::string(unit.bytes.begin(), unit.bytes.end()));
+}
+
+TEST(ParameterSets, ALaterSetReplacesTheOneOfItsIdentifierThoughEquallyLong) {
+    gvx::ParameterSets sets(Codec::H264);
+    for (const std::string pps : {"\x68\xCE\x38\x80", "\x68\xCE\x3C\x80"}) {
+        const auto* data = reinterpret_cast<const std::uint8_t*>(pps.data());
+        sets.Keep(gvx::ClassifyNal(Codec::H264, data, pps.size()), {data, pps.size()});
+    }
+    std::vector<std::uint8_t> bytes;
+    sets.AppendTo(bytes);
+    EXPECT_EQ(Nal("\x68\xCE\x3C\x80"), std::string(bytes.begin(), bytes.end()));
+}
+
+TEST(BitReader, SignedCodesAlternate) {
+    const std::uint8_t codes[] = {0xA6, 0x42, 0xC0};  // 1, 010, 011, 00100, 00101, and a stop bit
+    gvx::BitReader bits(codes, sizeof(codes), 0);
+    for (const std::int32_t value : {0, 1, -1, 2, -2}) {
+        EXPECT_EQ(value, bits.Se());
+    }
 }
 
 TEST(AccessUnitReader, RefusesAPictureBeyondItsBound) {
