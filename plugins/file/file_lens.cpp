@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
 #include "file/guarded.h"
+#include "gvx_common/records/rtp_payload.h"
 #include "gvx_common/records/stream_param.h"
 
 #include <utility>
@@ -12,12 +13,6 @@ namespace {
 
 constexpr const char* kTitle = "file plug-in";
 constexpr int kNoChannel = -1;
-
-// RTP payload types of the media path.
-constexpr std::uint32_t kPayloadH264 = 99;
-constexpr std::uint32_t kPayloadH265 = 108;
-constexpr std::uint32_t kPayloadG711A = 8;
-constexpr std::uint32_t kPayloadG711U = 0;
 
 // The channel of a live stream; none for other stream types and transports.
 int ChannelOf(const CStreamParam& param) {
@@ -59,9 +54,10 @@ int FileLens::NegotiateStreamParam(CStreamParam* param) {
     }
     const bool h264 = m_media->codec == gvx::Codec::H264;
     param->m_nVideoFormat = h264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
-    param->m_nVideoPayLoadType = h264 ? kPayloadH264 : kPayloadH265;
+    param->m_nVideoPayLoadType = h264 ? gvx::kPayloadH264 : gvx::kPayloadH265;
     param->m_nAudioFormat = m_media->HasAudio() ? static_cast<std::uint32_t>(m_media->audioFormat) : 0;
-    param->m_nAudioPayLoadType = m_media->audioFormat == GVX_AUDIO_FORMAT_G711A ? kPayloadG711A : kPayloadG711U;
+    param->m_nAudioPayLoadType =
+        m_media->audioFormat == GVX_AUDIO_FORMAT_G711A ? gvx::kPayloadG711A : gvx::kPayloadG711U;
     if (m_media->metadata == nullptr) {
         param->m_nVedioAnalysePort = 0;
     }

@@ -37,6 +37,7 @@
 #include "gvx_common/records/gvx_discovery_records.h"
 #include "gvx_common/records/gvx_metadata_records.h"
 #include "gvx_common/records/media_types.h"
+#include "gvx_common/records/rtp_payload.h"
 #include "gvx_common/records/stream_param.h"
 #include "gvx_common/rtp/gvx_rtp_packet.h"
 #include "gvx_common/rtp/media_channel.h"

@@ -6,13 +6,13 @@
 #include "gateway/messages/answer.h"
 #include "gateway/messages/request_body.h"
 #include "gateway/requests/gateway_context.h"
+#include "gvx_common/records/rtp_payload.h"
 
 namespace gvx {
 
 namespace {
 
 constexpr unsigned int kVideoClockRate = 90000;
-constexpr int kMetadataPayload = 107;
 
 int Refuse(const BP::CCmd& cmd, const std::string& device, const std::string& serviceID, const Result& result) {
     GVX_LOG_ERR_CODE("Stream", result.code, "cmd[0x%04x] %s [dev:%s, stream:%s]", cmd.GetReqID(), result.reason.c_str(),
@@ -44,7 +44,7 @@ Json::Value StartedBody(const Device& device, const LiveStream& stream) {
     body["AudioFormat"] = stream.AudioFormat();
     body["AudioPayload"] = stream.AudioPayload();
     body["SrcMetadataPort"] = stream.SourceMetadataPort();
-    body["MetadataPayload"] = stream.SendsMetadata() ? kMetadataPayload : 0;
+    body["MetadataPayload"] = stream.SendsMetadata() ? kPayloadMetadata : 0;
     body["ClockRate"] = kVideoClockRate;
     const Device::Lens* lens = device.FindLens(stream.Lens().lensCode);
     body["Width"] = lens == nullptr ? 0 : lens->ability.nWidth;
