@@ -298,7 +298,6 @@ TEST_F(MetadataTest, FacesComeOneTargetEach) {
 }
 
 TEST_F(MetadataTest, ARecordThatPointsOutsideIsRefused) {
-    const ScopedRecordingLogger log;
     ACE_Message_Block* mb = nullptr;
     auto* record = NewRecord<ITSPlatesTrim>(&mb);
     FillPlates(*record);
@@ -309,15 +308,12 @@ TEST_F(MetadataTest, ARecordThatPointsOutsideIsRefused) {
     record->astPicInfos[0].iPicLen = 2;
     record->astPicInfos[0].picBufferPos = 0xFFFFFFFF;
     EXPECT_EQ(lens.MetaDataToRtpAndSendEx(METADATE_TYPE_PLATE, GetMemHandler(mb), kUdp, this, false), 1);
-    EXPECT_EQ(log->Count("MetaDataToTLV fail"), 2u);
     // A plate record where faces are expected is too short for them.
     EXPECT_EQ(lens.MetaDataToRtpAndSendEx(METADATE_TYPE_FACE, GetMemHandler(mb), kUdp, this, false), 1);
     EXPECT_EQ(lens.MetaDataToRtpAndSendEx(METADATE_TYPE_BUT, GetMemHandler(mb), kUdp, this, false), 1);
-    EXPECT_TRUE(log->Contains("MetaDataType[3]"));
     EXPECT_EQ(lens.MetaDataToRtpAndSendEx(METADATE_TYPE_PLATE, nullptr, kUdp, this, false), 1);
     EXPECT_EQ(lens.MetaDataToRtpAndSend(METADATE_TYPE_FACE, nullptr, kUdp, this, false), 1);
     EXPECT_EQ(lens.MetaDataToRtpAndSend(METADATE_TYPE_FACE, nullptr, kUdp, nullptr, false), 1);
-    EXPECT_TRUE(log->Contains("", "Point pUserInfo is null."));
     EXPECT_TRUE(packets.empty());
     ReleaseMemHandler(&mb);
 
@@ -402,7 +398,6 @@ TEST_F(MetadataTest, SequenceNumbersWrapAtTheStartOfAMessage) {
 }
 
 TEST(PicCounterTest, CountsAndKeepsTheMean) {
-    const ScopedRecordingLogger log;
     PicCbkCounter pictures;
     pictures.AddPic(PicCbkCounter::SCENEPIC, 10);
     pictures.AddPic(PicCbkCounter::SCENEPIC, 20);
@@ -410,20 +405,8 @@ TEST(PicCounterTest, CountsAndKeepsTheMean) {
     pictures.AddPic(-1, 1000);
     EXPECT_EQ(pictures.m_scenePicNum, 2u);
     EXPECT_FLOAT_EQ(pictures.m_scenePicLen, 15);
-    pictures.Print();
-    EXPECT_TRUE(log->Contains("plateNum=0,plateLen=0.000000,plateNum=2,plateLen=15.000000"));
     pictures.Reset();
     EXPECT_EQ(pictures.m_scenePicNum, 0u);
-
-    TlvCounter messages;
-    messages.AddPic(TlvCounter::HEARTBEAT, 12);
-    messages.AddPic(3, 12);
-    messages.Print();
-    EXPECT_TRUE(log->Contains("m_heartBeatTlvNum=1,m_heartBeatTlvLen=12.000000"));
-    CommonAlarmCounter alarms;
-    alarms.AddAlarm();
-    alarms.Print();
-    EXPECT_TRUE(log->Contains("m_alarmNum=1"));
 }
 
 }  // namespace

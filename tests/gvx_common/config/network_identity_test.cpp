@@ -1,6 +1,7 @@
 #include "base/zvs_error.h"
 #include "gvx_common/config/cloud_config_mgr.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/utility/gvx_utility.h"
 #include "support/recording_logger.h"
 #include "support/settings_folder.h"
 #include "support/wait_until.h"
@@ -76,12 +77,7 @@ TEST_F(NetworkIdentityTest, EveryLocalIpOfNetXmlIsRewritten) {
         "</LocalIP></Deep></Client></ClientList></NetElement></NetElements><LocalIP/><Other>d</Other></Net>");
     EXPECT_EQ(0, m_mgr.SetLocalIP("10.1.2.3"));
     const std::string saved = m_folder.Read("net.xml");
-    std::size_t count = 0;
-    for (std::size_t at = saved.find("<LocalIP>10.1.2.3<"); at != std::string::npos;
-         at = saved.find("<LocalIP>10.1.2.3<", at + 1)) {
-        ++count;
-    }
-    EXPECT_EQ(4u, count) << saved;
+    EXPECT_EQ(4u, CGvxUtility::split(saved, "<LocalIP>10.1.2.3<").size() - 1) << saved;
     EXPECT_NE(std::string::npos, saved.find("<Other>d</Other>"));
     EXPECT_EQ("10.1.2.3", m_mgr.GetLocalIP());
     EXPECT_EQ(1, m_mgr.SetLocalIP("10.1.2"));
