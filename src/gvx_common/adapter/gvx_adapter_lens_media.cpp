@@ -15,17 +15,19 @@ bool IsChannel(int channelID) {
     return channelID >= 0 && channelID < GVX_MEDIA_CHANNEL_NUM;
 }
 
-// Appends a block with a copy of the bytes, which may be none, to the channel's NAL list. 0; 1 with errno ENOMEM.
-int QueueUnit(CMediaChannel& channel, const unsigned char* bytes, std::size_t size) {
-    ACE_Message_Block* block = BP::MakeMessageBlock(size).release();
-    if (block == nullptr) {
-        return ZVS_FAIL;
+// Appends a block with a copy of each unit to the channel's NAL list. 0; 1 with errno ENOMEM.
+int QueueUnits(CMediaChannel& channel, gvx::FrameUnits& units) {
+    while (units.Next()) {
+        ACE_Message_Block* block = BP::MakeMessageBlock(units.Size()).release();
+        if (block == nullptr) {
+            return ZVS_FAIL;
+        }
+        if (units.Size() != 0) {
+            std::memcpy(block->wr_ptr(), units.Data(), units.Size());
+        }
+        block->wr_ptr(units.Size());
+        channel.m_NaluList.push_back(block);
     }
-    if (bytes != nullptr && size != 0) {
-        std::memcpy(block->wr_ptr(), bytes, size);
-    }
-    block->wr_ptr(size);
-    channel.m_NaluList.push_back(block);
     return ZVS_SUCCEED;
 }
 
@@ -45,39 +47,6 @@ void LogGoneSocket(int result) {
     if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
         GVX_LOG_ERR("m_pSendStreamFunc(SendMediaOverSocket)", "Return ErrorCode[%d]", result);
     }
-}
-
-// The result of H264ToRtp for what became of a part of the frame, with its log line.
-int TellSent(int result, unsigned int videoLen, unsigned int audioLen) {
-    if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
-        GVX_LOG_ERR("H264 to rtp.", "Return ErrorCode[%d]", result);
-        return result;
-    }
-    if (result != ZVS_SUCCEED) {
-        GVX_LOG_ERR("H264 to rtp.", "SendFrame error, video len[%d], audio len[%d]", static_cast<int>(videoLen),
-                    static_cast<int>(audioLen));
-        return ZVS_FAIL;
-    }
-    return ZVS_SUCCEED;
-}
-
-// Calls send(unit, size) for each NAL unit of a frame until it answers nonzero; its last answer, 0 without a unit.
-template <typename Send>
-int ForEachUnit(const unsigned char* frame, std::size_t size, Send send) {
-    const unsigned char* const end = frame + size;
-    const unsigned char* unit = gvx::FindStartCode(frame, end);
-    if (unit == end) {
-        GVX_DEBUG("Lens Base SplitFrame2Nalu, NaluBegin Is NULL Can not found Nalu Head 00 00 00 01");
-        return ZVS_SUCCEED;
-    }
-    int result = ZVS_SUCCEED;
-    while (unit != end && result == ZVS_SUCCEED) {
-        unit += gvx::kStartCodeLen;
-        const unsigned char* const next = gvx::FindStartCode(unit, end);
-        result = send(unit, static_cast<std::size_t>(next - unit));
-        unit = next;
-    }
-    return result;
 }
 
 }  // namespace
@@ -106,37 +75,45 @@ int CAdapterLensBase::H264ToRtp(unsigned char* pFrameBuf, int iFrameLen, _MEDIA_
     // Units go straight from the caller's memory to the packets, unless some wait on the channel's list: those leave
     // first. A frame that is neither video nor audio leaves its units there.
     const bool direct = channel->m_NaluList.empty() && (strMediaData.nVideoSize != 0 || strMediaData.nAudioSize != 0);
-    const auto sendPart = [&](auto forEachUnit) {
-        if (!direct) {
-            if (forEachUnit([channel](const unsigned char* unit, std::size_t size) {
-                    return QueueUnit(*channel, unit, size);
-                }) != ZVS_SUCCEED) {
-                channel->clearNaluList();  // the units found before memory ran out
-                return int{ZVS_FAIL};
-            }
-            return TellSent(
-                SendFrame(strMediaData, iChannelID, bIsSendOverTCP, bNeedAddExternData, usGmtMillsecond, uiGmtSecond),
-                videoLen, audioLen);
-        }
-        if (!HasSendFunc(channel, iChannelID)) {
-            return TellSent(ZVS_FAIL, videoLen, audioLen);
-        }
-        gvx::FramePacker packer(*channel, strMediaData, iChannelID, bIsSendOverTCP);
-        packer.BuildHead(bNeedAddExternData, usGmtMillsecond, uiGmtSecond);
-        const int result = forEachUnit([&packer](const unsigned char* unit, std::size_t size) {
-            return packer.SendUnit(reinterpret_cast<const char*>(unit), size);
-        });
-        LogGoneSocket(result);
-        return TellSent(result, videoLen, audioLen);
+    struct Part {
+        const unsigned char* data;
+        unsigned int size;
+        bool hasStartCodes;
     };
-    if (videoLen != 0) {
-        const int result = sendPart([&](auto take) { return ForEachUnit(videoData, videoLen, take); });
-        if (result != ZVS_SUCCEED) {
+    for (const Part& part : {Part{videoData, videoLen, true}, Part{audioData, audioLen, false}}) {
+        if (part.size == 0) {
+            continue;
+        }
+        gvx::FrameUnits units(part.data, part.size, part.hasStartCodes);
+        int result = ZVS_SUCCEED;
+        if (!direct) {
+            if (QueueUnits(*channel, units) != ZVS_SUCCEED) {
+                channel->clearNaluList();  // the units found before memory ran out
+                return ZVS_FAIL;
+            }
+            result =
+                SendFrame(strMediaData, iChannelID, bIsSendOverTCP, bNeedAddExternData, usGmtMillsecond, uiGmtSecond);
+        } else if (HasSendFunc(channel, iChannelID)) {
+            gvx::FramePacker packer(*channel, strMediaData, iChannelID, bIsSendOverTCP);
+            packer.BuildHead(bNeedAddExternData, usGmtMillsecond, uiGmtSecond);
+            while (result == ZVS_SUCCEED && units.Next()) {
+                result = packer.SendUnit(reinterpret_cast<const char*>(units.Data()), units.Size());
+            }
+            LogGoneSocket(result);
+        } else {
+            result = ZVS_FAIL;
+        }
+        if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
+            GVX_LOG_ERR("H264 to rtp.", "Return ErrorCode[%d]", result);
             return result;
         }
+        if (result != ZVS_SUCCEED) {
+            GVX_LOG_ERR("H264 to rtp.", "SendFrame error, video len[%d], audio len[%d]", static_cast<int>(videoLen),
+                        static_cast<int>(audioLen));
+            return ZVS_FAIL;
+        }
     }
-    return audioLen == 0 ? int{ZVS_SUCCEED}
-                         : sendPart([&](auto take) { return take(audioData, std::size_t{audioLen}); });
+    return ZVS_SUCCEED;
 }
 
 int CAdapterLensBase::SplitFrame2Nalu(unsigned char* pFrameBuf, unsigned int iFrameLen, int iChannelID) {
@@ -145,9 +122,8 @@ int CAdapterLensBase::SplitFrame2Nalu(unsigned char* pFrameBuf, unsigned int iFr
         GVX_LOG_ERR("SplitFrame2Nalu", "Pointer is null.");
         return ZVS_FAIL;
     }
-    return ForEachUnit(pFrameBuf, iFrameLen, [channel](const unsigned char* unit, std::size_t size) {
-        return QueueUnit(*channel, unit, size);
-    });
+    gvx::FrameUnits units(pFrameBuf, iFrameLen, true);
+    return QueueUnits(*channel, units);
 }
 
 int CAdapterLensBase::SendFrame(_MEDIA_DATA& strMediaData, int iChannelID, bool bIsSendOverTCP, bool bHaveExternData,

@@ -1,5 +1,7 @@
 #include "gvx_common/rtp/start_code.h"
 
+#include "base/log.h"
+
 #include <cstdint>
 #include <cstring>
 
@@ -60,6 +62,32 @@ GVX_WIDE_VECTORS const unsigned char* FindStartCode(const unsigned char* from, c
     }
     const unsigned char* found = ScanStartCode(block == from ? from : block - 1, end, end);
     return found != nullptr ? found : end;
+}
+
+FrameUnits::FrameUnits(const unsigned char* frame, std::size_t size, bool hasStartCodes)
+    : m_end(frame + size), m_hasStartCodes(hasStartCodes), m_next(frame) {
+    if (!hasStartCodes) {
+        return;
+    }
+    m_next = FindStartCode(frame, m_end);
+    if (m_next == m_end) {
+        GVX_DEBUG("Lens Base SplitFrame2Nalu, NaluBegin Is NULL Can not found Nalu Head 00 00 00 01");
+        m_next = nullptr;
+    }
+}
+
+bool FrameUnits::Next() {
+    if (m_next == nullptr) {
+        return false;
+    }
+    m_unit = m_next;
+    m_unitEnd = m_end;
+    if (m_hasStartCodes) {
+        m_unit += kStartCodeLen;
+        m_unitEnd = FindStartCode(m_unit, m_end);
+    }
+    m_next = m_unitEnd == m_end ? nullptr : m_unitEnd;
+    return true;
 }
 
 }  // namespace gvx

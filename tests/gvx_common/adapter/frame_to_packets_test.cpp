@@ -286,7 +286,9 @@ TEST_F(FrameToPackets, WithoutMemoryNothingIsSentOrKept) {
     errno = 0;
     EXPECT_EQ(m_on.lens.SplitFrame2Nalu(frame.data(), static_cast<unsigned int>(frame.size()), 0), 1);
     EXPECT_EQ(errno, ENOMEM);
-    Channel(0).clearNaluList();
+    EXPECT_EQ(Channel(0).m_NaluList.size(), 1u);
+    EXPECT_EQ(Send(frame, video), 1);  // behind the unit that waits
+    EXPECT_TRUE(Channel(0).m_NaluList.empty());
     errno = 0;
     EXPECT_EQ(m_on.lens.SendHikStream(frame.data(), 3000, video, 0, false, false, 0, 0), 1);
     EXPECT_EQ(errno, ENOMEM);
