@@ -17,6 +17,7 @@ constexpr std::string_view kMarks = "=:<[";
 constexpr std::string_view kSecretParts[] = {"password", "passwd",     "passphrase", "pwd",
                                              "secret",   "credential", "token",      "authorization"};
 constexpr std::string_view kSecretNames[] = {"pass", "pw"};
+constexpr std::string_view kMediaKey = "inline";  // an SDP's a=crypto line (RFC 4568, section 9.2)
 constexpr std::string_view kKeyEnding = "key";
 
 char Lower(char c) {
@@ -49,7 +50,7 @@ bool IsPlainSecret(std::string_view name) {
 }
 
 bool IsSecret(std::string_view name) {
-    return IsPlainSecret(name) || (name.size() >= kKeyEnding.size() &&
+    return IsPlainSecret(name) || EqualsIgnoringCase(name, kMediaKey) || (name.size() >= kKeyEnding.size() &&
                                    EqualsIgnoringCase(name.substr(name.size() - kKeyEnding.size()), kKeyEnding));
 }
 
@@ -110,7 +111,8 @@ private:
             return;
         }
         const bool bare = IsNameChar(m_line[mark - 1]);
-        if (m_line[mark] == ':' && bare && Holds(NameBefore(mark), "authorization")) {
+        const std::string_view name = NameBefore(mark);
+        if (m_line[mark] == ':' && bare && (Holds(name, "authorization") || EqualsIgnoringCase(name, kMediaKey))) {
             Hide(begin, std::min(m_line.find_first_of("\r\n", begin), m_line.size()));
         } else if (m_line[begin] == '[') {
             Hide(begin + 1, ClosingBracket(begin + 1));

@@ -50,6 +50,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(RedactCase{"Host: a\r\nAuthorization: Digest username=\"u\", response=\"r\"\r\nAccept: b",
                                "Host: a\r\nAuthorization: ***\r\nAccept: b"},
                     RedactCase{"Proxy-Authorization: Basic abc=", "Proxy-Authorization: ***"},
+                    RedactCase{"m=video 0\r\na=crypto:1 SIMPLE inline:a;b, \"c\r\na=x",
+                               "m=video 0\r\na=crypto:1 SIMPLE inline:***\r\na=x"},
                     RedactCase{"rtsp://admin:p@ss@10.0.0.1:554/a?b", "rtsp://***@10.0.0.1:554/a?b"},
                     RedactCase{"rtsp://admin:a/b#c@host/x", "rtsp://***@host/x"},
                     RedactCase{"http://host:80/mail?to=a@b", "http://host:80/mail?to=a@b"},

@@ -117,7 +117,7 @@ MediaSendParams LiveStream::SendParams() const {
 
 int LiveStream::TakePorts(std::string& reason) {
     if (m_request.protocol != RTP_OVER_UDP || !StreamPorts::AreManaged() ||
-        m_ports.Take(SendsAudio(), SendsMetadata())) {
+        m_ports.Take(SendsAudio(), SendsMetadata(), *m_param)) {
         return 0;
     }
     reason = "There is no local port for the stream.";
@@ -138,9 +138,10 @@ int LiveStream::OpenMedia(std::string& reason) {
         return code;
     }
     m_gate.SetTarget(m_media.get(), SendsAudio());
-    m_param->m_nSrcRtpVideoIp = m_media->GetVideoLocalAddr().get_ip_address();
+    const std::uint32_t source = inet_addr(SourceIp().c_str());
+    m_param->m_nSrcRtpVideoIp = source;
     m_param->m_nSrcRtpVideoPort = SourceVideoPort();
-    m_param->m_nSrcRtpAudioIp = m_media->GetAudioLocalAddr().get_ip_address();
+    m_param->m_nSrcRtpAudioIp = source;
     m_param->m_nSrcRtpAudioPort = SourceAudioPort();
     return 0;
 }
@@ -210,7 +211,6 @@ void LiveStream::DeleteParam() {
     if (m_param == nullptr || m_leftBehind) {
         return;
     }
-    m_ports.GiveBack(*m_param);
     CallPlugin(m_lens.plugin, "~CStreamParam", m_lens.device, [this] {
         delete m_param;
         return 0;

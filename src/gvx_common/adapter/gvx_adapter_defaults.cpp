@@ -8,12 +8,10 @@
 #include <new>
 
 CStreamParam* CAdapterLensDefaults::CreateStreamParam(const std::string& serviceID) {
-    auto* param = new (std::nothrow) CStreamParam;
+    auto* param = new (std::nothrow) CStreamParam(serviceID);
     if (param == nullptr) {
         GVX_LOG_ERR_CODE("CreateStreamParam", ZVS_ALLOC_MEMORY_ERROR, "[stream:%s]", serviceID.c_str());
-        return nullptr;
     }
-    param->m_strServiceID = serviceID;
     return param;
 }
 

@@ -3,7 +3,6 @@
 #include "base/log.h"
 #include "bp/cmd.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
-#include "gvx_common/records/stream_param.h"
 #include "nss/nss_msg_header.h"
 #include "nss/nss_msg_type.h"
 
@@ -77,17 +76,8 @@ void ReportUsedPorts(const std::string& linkId) {
     }
 }
 
-// A port of the system's choice is none of the manager's, which would take it for one all the same.
-void TakePortBack(bool overTcp, unsigned int port) {
-    const char* const pool = overTcp ? GVX_MEDIA_SEND_TCP : GVX_MEDIA_SEND_UDP;
-    if (CGvxPortMgr::Instance()->IsPortUsed(pool, port)) {
-        CGvxPortMgr::Instance()->FreePort(pool, port);
-    }
-}
-
 [[maybe_unused]] const bool g_registered = [] {
     CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::UsedPorts, &ReportUsedPorts);
-    CStreamParam::SetPortReturner(&TakePortBack);
     return true;
 }();
 
@@ -316,6 +306,19 @@ int CGvxPortMgr::MakePort(const std::string& strPortElement, unsigned int& uiAss
         return 0;
     }
     return 1;
+}
+
+gvx::PoolPort CGvxPortMgr::TakePort(const std::string& strPortElement, const std::string& strProtocol) {
+    unsigned int port = 0;
+    if (MakePort(strPortElement, port, strProtocol) == 0) {
+        return {};
+    }
+    // By the end of the record the pools may have been made anew, and know nothing of the port.
+    return gvx::PoolPort(port, [strPortElement](unsigned int taken) {
+        if (Instance()->IsPortUsed(strPortElement, taken)) {
+            Instance()->FreePort(strPortElement, taken);
+        }
+    });
 }
 
 int CGvxPortMgr::FreePort(const std::string& strPortElement, unsigned int& uiAssginedPort) {

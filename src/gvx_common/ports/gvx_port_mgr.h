@@ -2,6 +2,7 @@
 
 #include "gvx_common/ports/port_element.h"
 #include "gvx_common/ports/port_list_json.h"
+#include "gvx_common/records/pool_port.h"
 
 #include <ace/Recursive_Thread_Mutex.h>
 
@@ -44,6 +45,9 @@ public:
     // host byte order, or 0 with 0. A port that proves taken goes back behind the free ones at the end of the call. May
     // wait for the main service for 5 s.
     int MakePort(const std::string& strPortElement, unsigned int& uiAssginedPort, const std::string& strProtocol);
+    // The same as a record that gives the port back when it ends; without a port when there is none. Keep it in the
+    // parameters of the stream (CStreamParam::KeepPort).
+    gvx::PoolPort TakePort(const std::string& strPortElement, const std::string& strProtocol);
     // Puts a port back into a pool and sets it to 0. 1 when there is such a pool, else 0. The port is not checked.
     int FreePort(const std::string& strPortElement, unsigned int& uiAssginedPort);
     // Whether that pool has handed the port out.

@@ -2,15 +2,13 @@
 
 #include "base/bounded_string.h"
 #include "base/log.h"
-#include "gvx_common/records/media_types.h"
 
 #include <array>
-#include <atomic>
 #include <cstdio>
 
-namespace {
+#include <arpa/inet.h>
 
-std::atomic<CStreamParam::PortReturner> g_portReturner{nullptr};
+namespace {
 
 // Dotted form of an address in host byte order.
 std::array<char, 16> DottedAddress(std::uint32_t address) {
@@ -22,8 +20,9 @@ std::array<char, 16> DottedAddress(std::uint32_t address) {
 
 }  // namespace
 
-CStreamParam::CStreamParam()
-    : m_securityKeyOfMedia{},
+CStreamParam::CStreamParam(const std::string& strServiceID)
+    : m_strServiceID(strServiceID),
+      m_securityKeyOfMedia{},
       m_securityKeyOfAudio{},
       m_CBCSecurityAlgorithmIV{},
       m_nBusinessType(0),
@@ -63,24 +62,9 @@ CStreamParam::CStreamParam()
       m_nPlayBackStreamType(0) {}
 
 CStreamParam::~CStreamParam() {
-    ReleasePorts();
     memset_s(m_securityKeyOfMedia, sizeof(m_securityKeyOfMedia), 0, sizeof(m_securityKeyOfMedia));
     memset_s(m_securityKeyOfAudio, sizeof(m_securityKeyOfAudio), 0, sizeof(m_securityKeyOfAudio));
     memset_s(m_CBCSecurityAlgorithmIV, sizeof(m_CBCSecurityAlgorithmIV), 0, sizeof(m_CBCSecurityAlgorithmIV));
-}
-
-void CStreamParam::SetPortReturner(PortReturner returner) {
-    g_portReturner = returner;
-}
-
-void CStreamParam::ReleasePorts() const {
-    const PortReturner returner = g_portReturner;
-    const bool overTcp = m_nSrcTransProtocol == RTP_OVER_TCP || m_nSrcTransProtocol == TCP;
-    for (unsigned int port : {m_nSrcRtpVideoPort, m_nSrcRtpAudioPort}) {
-        if (m_portDuty.IsOwn() && port != 0 && returner != nullptr) {
-            returner(overTcp, port);
-        }
-    }
 }
 
 void CStreamParam::print() const {
@@ -97,8 +81,8 @@ void CStreamParam::print() const {
                  m_nDstTransProtocol, m_nMediaTransMode);
     GVX_LOG_INFO("Stream param", "destination video[%s:%u] audio[%s:%u] NAT[%s] source video[%s:%u] audio[%s:%u]",
                  DottedAddress(m_nDstVideoIP).data(), m_nDstVideoPort, DottedAddress(m_nDstAudioIP).data(),
-                 m_nDstAudioPort, DottedAddress(m_nDstNatIP).data(), DottedAddress(m_nSrcRtpVideoIp).data(),
-                 m_nSrcRtpVideoPort, DottedAddress(m_nSrcRtpAudioIp).data(), m_nSrcRtpAudioPort);
+                 m_nDstAudioPort, DottedAddress(m_nDstNatIP).data(), DottedAddress(ntohl(m_nSrcRtpVideoIp)).data(),
+                 m_nSrcRtpVideoPort, DottedAddress(ntohl(m_nSrcRtpAudioIp)).data(), m_nSrcRtpAudioPort);
     GVX_LOG_INFO("Stream param", "analysis[%s:%u] NAT video[%s:%u] audio[%s:%u] intelligence[%s:%u] NAT URL[%s]",
                  DottedAddress(m_nVedioAnalyseIP).data(), m_nVedioAnalysePort, DottedAddress(m_nNatVideoIP).data(),
                  m_nNatVideoPort, DottedAddress(m_nNatAudioIP).data(), m_nNatAudioPort,

@@ -1,15 +1,27 @@
 #pragma once
 
 #include "base/zvs_types.h"
+#include "gvx_common/records/pool_port.h"
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 struct SOCKET_INFO;
 
 enum _MU_MEDIA_TRANS_MODE : int {
     MU_MEDIA_DIRECT_TRANS = 1,
     MU_MEDIA_INDIRECT_TRANS = 2,
+};
+
+// What a stream is for; every other value counts as live view.
+enum ZVS_SERVICE_TYPE : int {
+    SERVICE_TYPE_AUDIO_CALL = 5,
+    SERVICE_TYPE_AUDIO_BROADCAST = 6,
+    SERVICE_TYPE_PU_DOWNLOAD = 7,
+    SERVICE_TYPE_PU_PLAYBACK = 8,
+    SERVICE_TYPE_PU_UPLOAD = 27,
 };
 
 enum _MEDIA_SECURITY_ENABLE_E : int {
@@ -25,19 +37,23 @@ enum _MEDIA_SECURITY_ALGORITHM_E : int {
 };
 
 // One media stream as the platform asked for it and as negotiation settled it. A session fills it, the lens
-// completes it; it lives as long as the stream. Addresses are IPv4 and, like ports, in host byte order. No lock: the
-// session that owns it hands it on from step to step. When it is destroyed, the keys are wiped, and source ports that
-// CGvxPortMgr has handed out go back to it: to the pool of the source transport. A copy gives nothing back.
+// completes it; it lives as long as the stream. No lock: the session that owns it hands it on from step to step. When it
+// is destroyed, the keys are wiped.
+//
+// Addresses are IPv4. Those of the source (m_nSrcRtpVideoIp, m_nSrcRtpAudioIp) are in network byte order, as session
+// descriptions are read into them; all others and the ports are in host byte order. What a peer has described is stored
+// as it came: whoever opens a socket refuses a port outside 1 to 65535.
 class CStreamParam {
 public:
-    CStreamParam();
+    CStreamParam() : CStreamParam(std::string()) {}
+    explicit CStreamParam(const std::string& strServiceID);
     CStreamParam(const CStreamParam&) = default;
     CStreamParam& operator=(const CStreamParam&) = default;
     virtual ~CStreamParam();
 
-    // Who takes the ports back; set when the library is loaded, by the port manager.
-    using PortReturner = void (*)(bool overTcp, unsigned int port);
-    static void SetPortReturner(PortReturner returner);
+    // Keeps a port of a pool for this stream; it goes back when these parameters are destroyed, after the sockets. The
+    // port fields are no such claim, since they may hold those of a peer: nothing goes back because of them.
+    void KeepPort(gvx::PoolPort port) { m_keptPorts.list.push_back(std::move(port)); }
 
     // Writes the fields to the log at information level, in a few lines; keys never appear.
     void print() const;
@@ -53,7 +69,7 @@ public:
     char m_securityKeyOfMedia[200];
     char m_securityKeyOfAudio[200];
     char m_CBCSecurityAlgorithmIV[16];
-    std::uint32_t m_nBusinessType;
+    std::uint32_t m_nBusinessType;  // a ZVS_SERVICE_TYPE
     std::uint32_t m_nRecvStreamMode;
     std::uint32_t m_nDstCast;  // unicast or multicast
     std::uint32_t m_nStreamID;  // an _STREAM_TYPE_EX
@@ -68,8 +84,8 @@ public:
     std::uint32_t m_nMediaTransMode;  // an _MU_MEDIA_TRANS_MODE
     std::uint32_t m_nSrcRtpVideoPort;
     std::uint32_t m_nSrcRtpAudioPort;
-    std::uint32_t m_nSrcRtpVideoIp;
-    std::uint32_t m_nSrcRtpAudioIp;
+    std::uint32_t m_nSrcRtpVideoIp;  // network byte order
+    std::uint32_t m_nSrcRtpAudioIp;  // network byte order
     std::uint32_t m_nVedioAnalyseIP;  // receiver of the analysis stream
     std::uint32_t m_nVedioAnalysePort;
     std::uint32_t m_nVideoPayLoadType;  // negotiated RTP payload types
@@ -91,22 +107,13 @@ public:
     ZVS_UINT32 m_nPlayBackStreamType;
 
 private:
-    // Whether this object gives its ports back: the one that was filled does, what was made or assigned from it not.
-    class PortDuty {
-    public:
-        PortDuty() = default;
-        PortDuty(const PortDuty&) : m_own(false) {}
-        PortDuty& operator=(const PortDuty& other) {
-            m_own = m_own && &other == this;
-            return *this;
-        }
-        bool IsOwn() const { return m_own; }
-
-    private:
-        bool m_own = true;
+    // A copy keeps no ports, and what is assigned to keeps its own: each port goes back once.
+    struct KeptPorts {
+        KeptPorts() = default;
+        KeptPorts(const KeptPorts&) {}
+        KeptPorts& operator=(const KeptPorts&) { return *this; }
+        std::vector<gvx::PoolPort> list;
     };
 
-    void ReleasePorts() const;
-
-    PortDuty m_portDuty;
+    KeptPorts m_keptPorts;
 };

@@ -5,6 +5,7 @@
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "gvx_common/records/media_types.h"
 #include "gvx_common/records/stream_param.h"
+#include "gvx_common/sdp/gvx_sip_sdp.h"
 #include "nss/nss_msg_header.h"
 #include "nss/nss_msg_type.h"
 #include "support/fake_peer.h"
@@ -222,16 +223,47 @@ TEST_F(PortManagerTest, PortsOfAStreamComeBackWithItsParametersAndNoOthersDo) {
     reply = ReplyText(ports);
     {
         CStreamParam param;
-        param.m_nSrcTransProtocol = RTP_OVER_UDP;
-        param.m_nSrcRtpVideoPort = Make();
-        param.m_nSrcRtpAudioPort = 40001;  // of the system's choice
-        { const CStreamParam copy(param); }
+        gvx::PoolPort port = Mgr().TakePort(GVX_MEDIA_SEND_UDP, UDP_PROCOTOL);
+        EXPECT_EQ(port.Number(), ports[0]);
+        param.KeepPort(std::move(port));
+        param.KeepPort({});
+        CStreamParam other;
+        {
+            const CStreamParam copy(param);
+            other = param;
+            other = CStreamParam();
+        }
         EXPECT_TRUE(Mgr().IsPortUsed(GVX_MEDIA_SEND_UDP, ports[0])) << "a copy gives nothing back";
     }
     EXPECT_FALSE(Mgr().IsPortUsed(GVX_MEDIA_SEND_UDP, ports[0]));
     EXPECT_EQ(log->Count("Success to release port"), 1u);
     EXPECT_EQ(Make(), ports[1]);
     EXPECT_EQ(Make(), ports[0]);
+}
+
+TEST_F(PortManagerTest, APeersPortThatIsOneOfOursIsNotHandedOutTwice) {
+    const std::vector<unsigned int> ports = FreePorts(3);
+    reply = ReplyText(ports);
+    CStreamParam first;
+    first.KeepPort(Mgr().TakePort(GVX_MEDIA_SEND_UDP, UDP_PROCOTOL));
+    {
+        CStreamParam second;
+        second.KeepPort(Mgr().TakePort(GVX_MEDIA_SEND_UDP, UDP_PROCOTOL));
+        second.m_nSrcRtpVideoPort = ports[1];
+        const std::string peers = "m=audio " + std::to_string(ports[0]) + " RTP/AVP 8\r\n";
+        CServiceSDP codec;
+        EXPECT_EQ(codec.DecodeSDP(peers + "m=application " + std::to_string(ports[0]) + " TCP x\r\n", &second), 0);
+        EXPECT_EQ(second.m_nSrcRtpVideoPort, ports[0]);
+        second.m_nSrcTransProtocol = RTP_OVER_UDP;
+        CStreamParam talk;
+        EXPECT_EQ(codec.DecodeT28181TalkSDP(peers, &talk), 0);
+        EXPECT_EQ(talk.m_nSrcRtpAudioPort, ports[0]);
+    }
+    EXPECT_TRUE(Mgr().IsPortUsed(GVX_MEDIA_SEND_UDP, ports[0])) << "the first stream's";
+    EXPECT_FALSE(Mgr().IsPortUsed(GVX_MEDIA_SEND_UDP, ports[1])) << "the second's own, over which the peer's was read";
+    EXPECT_EQ(Make(), ports[2]);
+    EXPECT_EQ(Make(), ports[1]);
+    EXPECT_EQ(log->Count("Success to release port"), 1u);
 }
 
 // A main service that cannot be relied on: of its answers, some come when nobody waits any more, some are garbage, some

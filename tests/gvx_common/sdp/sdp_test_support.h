@@ -1,0 +1,39 @@
+#pragma once
+
+#include "gvx_common/records/media_types.h"
+#include "gvx_common/sdp/gvx_sip_sdp.h"
+#include "gvx_common/utility/gvx_utility.h"
+
+#include <cstring>
+#include <string>
+
+#include <arpa/inet.h>
+
+// A live stream of H.264 and G.711 over UDP from 10.0.0.9 to 192.0.2.10, and audio to 192.0.2.11. Its keys are
+// not in use.
+inline CStreamParam UsualStream() {
+    CStreamParam param("svc");
+    param.m_strSessionID = "7001";
+    param.m_nBusinessType = 1;
+    param.m_nVideoFormat = VIDEO_DEC_H264;
+    param.m_nAudioFormat = GVX_AUDIO_FORMAT_G711A;
+    param.m_nSrcTransProtocol = param.m_nDstTransProtocol = RTP_OVER_UDP;
+    param.m_nSrcRtpVideoIp = param.m_nSrcRtpAudioIp = inet_addr("10.0.0.9");
+    param.m_nSrcRtpVideoPort = 6000;
+    param.m_nSrcRtpAudioPort = 6002;
+    CGvxUtility::convertIpv4ToNum("192.0.2.10", param.m_nDstVideoIP);
+    CGvxUtility::convertIpv4ToNum("192.0.2.11", param.m_nDstAudioIP);
+    param.m_nDstVideoPort = 5000;
+    param.m_nDstAudioPort = 5002;
+    CGvxUtility::convertIpv4ToNum("198.51.100.7", param.m_nDstNatIP);
+    param.m_nNatVideoPort = 7000;
+    param.m_nNatAudioPort = 7002;
+    std::strcpy(param.m_securityKeyOfMedia, "video,key");
+    std::strcpy(param.m_securityKeyOfAudio, "audio,key");
+    return param;
+}
+
+// Tests write a text with "|" for each end of line.
+inline std::string Lines(const std::string& text, const std::string& end = "\r\n") {
+    return CGvxUtility::replaceAll(text, "|", end);
+}
