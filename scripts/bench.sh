@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the benchmarks and prints their tables, each value beside its floor in the same run.
-#   scripts/bench.sh [spine] [media] [config] [memory] [links] [alarms]   default: all
+#   scripts/bench.sh [spine] [media] [config] [memory] [links] [alarms] [sdp]   default: all
 # Exits 1 when a goal in a table is not met. Clips made by ffmpeg are kept in build/bench-clips.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -40,7 +40,7 @@ cmake --preset release "${launcher[@]}" -DGVX_BUILD_BENCH=ON >/dev/null
 cmake --build --preset release -- --quiet
 
 wanted=("$@")
-((${#wanted[@]} > 0)) || wanted=(spine media config memory links alarms)
+((${#wanted[@]} > 0)) || wanted=(spine media config memory links alarms sdp)
 failed=0
 for bench in "${wanted[@]}"; do
   case $bench in
@@ -53,8 +53,9 @@ for bench in "${wanted[@]}"; do
     memory) run_bench bench_media_memory ;;
     links) run_bench bench_link_frames ;;
     alarms) run_bench bench_alarm_store ;;
+    sdp) run_bench bench_sip_sdp ;;
     *)
-      echo "unknown benchmark: $bench (spine, media, config, memory, links or alarms)" >&2
+      echo "unknown benchmark: $bench (spine, media, config, memory, links, alarms or sdp)" >&2
       exit 2
       ;;
   esac

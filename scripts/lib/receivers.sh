@@ -1,30 +1,27 @@
-# Receivers that are not ours: ffmpeg from an SDP text, GStreamer from the same port and caps.
-
-write_sdp() {
-  cat >"$out/stream.sdp" <<SDP
-v=0
-o=- 0 0 IN IP4 127.0.0.1
-s=camera
-c=IN IP4 127.0.0.1
-t=0 0
-m=video $1 RTP/AVP 99
-a=rtpmap:99 H264/90000
-a=fmtp:99 packetization-mode=1
-m=audio $2 RTP/AVP 8
-a=rtpmap:8 PCMA/8000
-SDP
-}
+# Receivers that are not ours, ffmpeg and GStreamer, by the session description that the gateway gives of a stream.
 
 gvxctl_logged() { run_bounded 30 "$build/bin/gvxctl" "$@" >>"$out/gvxctl_receivers.log" 2>&1; }
 
-# play_to NAME VIDEO_PORT AUDIO_PORT FILE: streams the clip to foreign ports from its beginning to its end. FILE is what
+# describe_to NAME VIDEO_PORT [AUDIO_PORT]: adds a device and has the gateway describe a stream to those ports: what it
+# answers in NAME_answer.sdp, what a player takes of it in NAME.sdp. The stream that is started for it ends at once, since
+# the receiver is to be there from the first packet on.
+describe_to() {
+  local stream=(--gateway "$port" --dev "CAM_$1" --service-id "described-$1")
+  if ! { gvxctl_logged add-device --gateway "$port" --dev "CAM_$1" --extend '{"media":"demo"}' &&
+    gvxctl_logged start-stream "${stream[@]}" --dst "$2" ${3:+--audio-port "$3"} \
+      --sdp "$out/$1_answer.sdp" --player-sdp "$out/$1.sdp" &&
+    gvxctl_logged stop-stream "${stream[@]}"; }; then
+    die "no description of a stream: $(tail -n 5 "$out/gvxctl_receivers.log")"
+  fi
+}
+
+# play_to NAME FILE VIDEO_PORT [AUDIO_PORT]: streams the clip to foreign ports from its beginning to its end. FILE is what
 # the receiver writes; the stream is stopped when the clip's time is over and the file has stopped growing.
 play_to() {
   local dev=CAM_$1 id=live-$1 code=0
-  gvxctl_logged add-device --gateway "$port" --dev "$dev" --extend '{"media":"demo"}' || code=1
-  gvxctl_logged start-stream --gateway "$port" --dev "$dev" --service-id "$id" --dst "$2" --audio-port "$3" || code=1
+  gvxctl_logged start-stream --gateway "$port" --dev "$dev" --service-id "$id" --dst "$3" ${4:+--audio-port "$4"} || code=1
   sleep "$clip_seconds"
-  wait_until 30 has_settled "$4" || true
+  wait_until 30 has_settled "$2" || true
   run_bounded 30 "$build/bin/gvxctl" stop-stream --gateway "$port" --dev "$dev" --service-id "$id" --json \
     >"$out/$1_sent.json" 2>>"$out/gvxctl_receivers.log" || code=1
   gvxctl_logged del-device --gateway "$port" --dev "$dev" || code=1
@@ -53,14 +50,14 @@ receive_with_ffmpeg() {
   local video audio receiver
   video=$(free_port udp 4)
   audio=$((video + 2))
-  write_sdp "$video" "$audio"
-  say "ffmpeg receives by itself from stream.sdp"
-  ffmpeg -nostdin -y -v warning -protocol_whitelist file,udp,rtp -buffer_size 8388608 -i "$out/stream.sdp" \
+  say "ffmpeg receives by itself, from ffmpeg.sdp"
+  describe_to ffmpeg "$video" "$audio"
+  ffmpeg -nostdin -y -v warning -protocol_whitelist file,udp,rtp -buffer_size 8388608 -i "$out/ffmpeg.sdp" \
     -map 0:v -c copy -flush_packets 1 -f h264 "$out/ffmpeg.h264" >"$out/ffmpeg_receive.log" 2>&1 &
   receiver=$!
   children+=("$receiver")
   wait_until 20 is_bound udp "$audio" || die "ffmpeg opened no ports: $(cat "$out/ffmpeg_receive.log")"
-  play_to ffmpeg "$video" "$audio" "$out/ffmpeg.h264"
+  play_to ffmpeg "$out/ffmpeg.h264" "$video" "$audio"
   say_goodbye "$video" "$audio"
   wait_until 10 is_gone "$receiver" || stop_child "$receiver" INT 10 || true
   judge_recording ffmpeg "$out/ffmpeg.h264"
@@ -69,18 +66,18 @@ receive_with_ffmpeg() {
 # The gateway marks the last packet of every NAL unit, and GStreamer's parser takes each mark for the end of a picture.
 # Through a file the bytes arrive without the marks, and the parser finds the pictures of several slices by itself.
 receive_with_gstreamer() {
-  local video receiver caps
+  local video receiver
   video=$(free_port udp 4)
-  caps='application/x-rtp,media=(string)video,clock-rate=(int)90000,encoding-name=(string)H264,payload=(int)99'
-  say "GStreamer receives and decodes by itself"
-  gst-launch-1.0 -e udpsrc address=127.0.0.1 port="$video" buffer-size=8388608 caps="$caps" \
+  say "GStreamer receives and decodes by itself, from gstreamer.sdp"
+  describe_to gstreamer "$video"
+  gst-launch-1.0 -e filesrc location="$out/gstreamer.sdp" ! sdpdemux \
     ! queue max-size-buffers=0 max-size-bytes=0 max-size-time=0 ! rtph264depay \
     ! 'video/x-h264,stream-format=(string)byte-stream,alignment=(string)nal' \
     ! filesink location="$out/gstreamer.h264" buffer-mode=unbuffered >"$out/gstreamer_receive.log" 2>&1 &
   receiver=$!
   children+=("$receiver")
   wait_until 40 is_bound udp "$video" || die "GStreamer opened no port: $(tail -n 5 "$out/gstreamer_receive.log")"
-  play_to gstreamer "$video" $((video + 2)) "$out/gstreamer.h264"
+  play_to gstreamer "$out/gstreamer.h264" "$video"
   stop_child "$receiver" INT 20 || true
   decode_with_gstreamer
 }

@@ -60,6 +60,10 @@ TEST_F(GatewayTest, StreamFlowsFromItsFirstPacketAndIsCounted) {
     EXPECT_EQ(started.json["Width"].asInt(), 640);
     EXPECT_EQ(started.json["AudioFormat"].asInt(), 0) << "no audio port, no audio";
     EXPECT_GT(started.json["SrcVideoPort"].asInt(), 0);
+    const std::string sdp = started.json["SDP"].asString();
+    EXPECT_EQ(sdp.rfind("v=0\r\no=CAM1_0 ", 0), 0u) << sdp;
+    EXPECT_NE(sdp.find("\r\nc=IN IP4 127.0.0.1\r\n"), std::string::npos) << sdp;
+    EXPECT_NE(sdp.find("m=video " + started.json["SrcVideoPort"].asString() + " RTP/AVP 99"), std::string::npos) << sdp;
     EXPECT_EQ(receiver.NextSequence(), 1) << "packets made before the answer left wait, and none is lost";
     EXPECT_EQ(receiver.NextSequence(), 2);
     EXPECT_EQ(AskJson(NSS_GET_IFRAME_REQ, R"({"DevCode":"CAM1","ServiceID":"live"})").code, 0u);

@@ -1,9 +1,11 @@
 #include "gvxctl/commands.h"
 
 #include "base/json_io.h"
+#include "base/whole_file.h"
 #include "gvxctl/frame_text.h"
 #include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
+#include "gvxctl/player_sdp.h"
 #include "gvxctl/report.h"
 #include "gvxctl/rtp_receiver.h"
 
@@ -40,6 +42,34 @@ int OneShot(const CommonOptions& common, const std::function<bool(Platform&, Res
         Print(DescribeResponse(response));
     }
     return response.code == 0 ? kExitOk : kExitRefused;
+}
+
+// The files that the options ask for.
+bool WriteSdpFiles(const StreamSpec& spec, const Response& response, std::string& error) {
+    if (spec.sdpFile.empty() && spec.playerSdpFile.empty()) {
+        return true;
+    }
+    const std::string sdp = gvx::JsonText(JsonBody(response), "SDP");
+    std::string player;
+    if (sdp.empty()) {
+        error = "the answer describes no session";
+        return false;
+    }
+    if (!spec.sdpFile.empty() && !gvx::ReplaceWholeFile(spec.sdpFile, sdp)) {
+        error = "cannot write " + spec.sdpFile;
+        return false;
+    }
+    if (spec.playerSdpFile.empty()) {
+        return true;
+    }
+    if (!MakePlayerSdp(sdp, spec.video, spec.audioPort, player, error)) {
+        return false;
+    }
+    if (!gvx::ReplaceWholeFile(spec.playerSdpFile, player)) {
+        error = "cannot write " + spec.playerSdpFile;
+        return false;
+    }
+    return true;
 }
 
 bool StartReceiver(RtpReceiver& receiver, const ReceiveOptions& options, std::string& error) {
@@ -83,7 +113,8 @@ int RunDeleteDevice(const CommonOptions& common, const std::string& devCode) {
 
 int RunStartStream(const CommonOptions& common, const StreamSpec& spec) {
     return OneShot(common, [&](Platform& platform, Response& response, std::string& error) {
-        return StartStream(platform, spec, response, error);
+        return StartStream(platform, spec, response, error) &&
+               (response.code != 0 || WriteSdpFiles(spec, response, error));
     });
 }
 

@@ -45,11 +45,16 @@ void AddStreamCommands(CLI::App& app, CommandLine& line) {
     AddEndpoint(start, "--dst", line.stream.video, "where to send video, or where to connect over TCP");
     start.add_option("--audio-port", line.stream.audioPort, "port for audio over UDP (default: no audio)");
     start.add_option("--stream-type", line.stream.streamType, "0 main, 1 and 2 sub streams")->capture_default_str();
-    start.add_flag("--tcp", line.stream.tcp, "interleaved over TCP instead of UDP");
+    CLI::Option* const tcp = start.add_flag("--tcp", line.stream.tcp, "interleaved over TCP instead of UDP");
     start.add_flag("!--no-audio", line.stream.audio, "video alone");
     start.add_flag("--metadata", line.stream.metadata, "send metadata too");
     start.add_option("--metadata-port", line.stream.metadataPort, "port for metadata over UDP");
     start.add_flag("--extension", line.stream.extension, "ask for the RTP header extension");
+    start.add_option("--sdp", line.stream.sdpFile, "file for the session description of the answer, as it came");
+    start
+        .add_option("--player-sdp", line.stream.playerSdpFile,
+                    "file by which a plain player receives at --dst over UDP")
+        ->excludes(tcp);
     CLI::App& stop = AddLinkedCommand(app, line, "stop-stream", "stop a stream and print what was sent",
                                       [&line] { return RunStopStream(line.common, line.stream); });
     CLI::App& iframe = AddLinkedCommand(app, line, "iframe", "ask for a key frame",

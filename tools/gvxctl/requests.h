@@ -37,6 +37,8 @@ struct StreamSpec {
     bool extension = false;
     bool metadata = false;
     std::uint16_t metadataPort = 0;  // UDP only
+    std::string sdpFile;             // for the answer's session description as it came; empty: none
+    std::string playerSdpFile;       // for what a plain player receives the stream by
 };
 
 bool AddDevice(Platform& platform, const DeviceSpec& spec, Response& response, std::string& error);

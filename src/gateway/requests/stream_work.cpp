@@ -138,7 +138,11 @@ int StartStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP:
     if (result.Failed()) {
         return Refuse(cmd, code, request.serviceID, result);
     }
-    AnswerJson(cmd, StartedBody(*device, *stream), ZVS_SUCCEED);
+    Json::Value started = StartedBody(*device, *stream);
+    if (std::string sdp = stream->SessionDescription(); !sdp.empty()) {
+        started["SDP"] = std::move(sdp);
+    }
+    AnswerJson(cmd, started, ZVS_SUCCEED);
     stream->LetFlow();
     GVX_LOG_INFO("Start stream", "[dev:%s, lens:%s, stream:%s]", code.c_str(), stream->Lens().lensCode.c_str(),
                  request.serviceID.c_str());

@@ -6,6 +6,8 @@
 #include "gvx_common/adapter/gvx_adapter_lens.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 
+#include <arpa/inet.h>
+
 namespace gvx {
 
 namespace {
@@ -176,6 +178,18 @@ int LiveStream::StartPlugin(std::string& reason) {
 
 void LiveStream::LetFlow() {
     m_gate.Open();
+}
+
+std::string LiveStream::SessionDescription() {
+    std::string sdp;
+    const int code = CallPlugin(m_lens.plugin, "EncodeRspSDP", m_lens.device,
+                                [this, &sdp] { return m_lens.adapter->EncodeRspSDP(m_param, sdp); });
+    if (code != 0) {
+        GVX_LOG_WARN_CODE("Session description", code, "The answer has none. [dev:%s, stream:%s]",
+                          m_lens.device.c_str(), m_request.serviceID.c_str());
+        sdp.clear();
+    }
+    return sdp;
 }
 
 int LiveStream::RequestKeyframe() {

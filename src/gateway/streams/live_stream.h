@@ -42,6 +42,8 @@ public:
     int Start(std::string& reason);
     // The answer has left: media may follow.
     void LetFlow();
+    // How the lens describes the running stream to the platform; empty with a log line when it does not.
+    std::string SessionDescription();
     int RequestKeyframe();
     // Stops the plug-in, closes the sockets, deletes the parameters. The plug-in's answer, which tells about the device
     // alone: a plug-in that returns from StopStream calls the send function no more. IsLeftBehind is true when it threw

@@ -3,6 +3,8 @@
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
+#include "gvx_common/records/stream_param.h"
+#include "gvx_common/sdp/gvx_sip_sdp.h"
 
 #include <cstdint>
 #include <new>
@@ -42,6 +44,11 @@ CMediaChannel* CAdapterLensBase::getMidiaChannel(int iChannelID) const {
         return nullptr;
     }
     return &m_pMediaChannel[iChannelID];
+}
+
+int CAdapterLensBase::EncodeRspSDP(const CStreamParam* param, std::string& sdp) {
+    CServiceSDP codec;
+    return codec.EncodeSDP(param == nullptr ? std::string() : param->m_strSrcCode, param, sdp, true);
 }
 
 bool CAdapterLensBase::IsConfItemValid(const CONF_ITEM_MASK_STRU* mask, _DEVICE_CONFIG_INDEX index) {

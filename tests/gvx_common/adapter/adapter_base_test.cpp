@@ -40,6 +40,21 @@ TEST(AdapterDevBase, VideoChannelInfoNeedsAnObject) {
     EXPECT_TRUE(device.GetVideoChannelInfo().isNull());
 }
 
+TEST(AdapterLensBase, DescribesItsStreamFromTheStreamsParameters) {
+    TestLensOnDevice on;
+    std::string text;
+    EXPECT_EQ(ZVS_PARA_INVALID, on.lens.EncodeRspSDP(nullptr, text));
+    const std::unique_ptr<CStreamParam> made(on.lens.CreateStreamParam("live-1"));
+    ASSERT_NE(nullptr, made);
+    EXPECT_EQ("live-1", made->m_strServiceID);
+    made->m_strSrcCode = "lens-1";
+    made->m_nSrcRtpVideoPort = 6000;
+    made->m_nSrcTransProtocol = RTP_OVER_UDP;
+    EXPECT_EQ(0, on.lens.EncodeRspSDP(made.get(), text));
+    EXPECT_EQ(0u, text.rfind("v=0\r\no=lens-1 ", 0)) << text;
+    EXPECT_NE(std::string::npos, text.find("m=video 6000 RTP/AVP 99")) << text;
+}
+
 TEST(AdapterLensBase, ReturnsItsChannelsAndAudioThatNobodyTakes) {
     const long before = g_bp_memstat;
     auto* block = new ACE_Message_Block(16);
