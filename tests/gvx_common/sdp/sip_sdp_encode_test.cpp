@@ -44,11 +44,11 @@ std::map<std::string, std::string> GoldenTexts() {
 
 // A name tells the form, the type of text and the rest of what makes it.
 TEST_F(SipSdpEncodeTest, EachServiceInEachFormAsWrittenByHand) {
-    const std::pair<const char*, ZVS_SERVICE_TYPE> services[] = {{"playback", SERVICE_TYPE_PU_PLAYBACK},
-                                                                 {"private download", SERVICE_TYPE_PU_UPLOAD},
-                                                                 {"T28181 download", SERVICE_TYPE_PU_DOWNLOAD},
-                                                                 {"talk", SERVICE_TYPE_AUDIO_CALL},
-                                                                 {"broadcast", SERVICE_TYPE_AUDIO_BROADCAST}};
+    const std::pair<const char*, std::uint32_t> services[] = {{"playback", SERVICE_TYPE_PU_PLAYBACK},
+                                                              {"private download", SERVICE_TYPE_PU_UPLOAD},
+                                                              {"T28181 download", SERVICE_TYPE_PU_DOWNLOAD},
+                                                              {"talk", SERVICE_TYPE_AUDIO_CALL},
+                                                              {"broadcast", SERVICE_TYPE_AUDIO_BROADCAST}};
     const std::map<std::string, std::string> texts = GoldenTexts();
     EXPECT_EQ(texts.size(), 19u);
     m_codec.SetPlaybackType(-3);
