@@ -1,6 +1,8 @@
 #include "gvx_common/adapter/gvx_adapter_interface.h"
 
 #include "base/log.h"
+#include "gvx_common/records/media_types.h"
+#include "gvx_common/records/stream_param.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
 #include "support/test_lens.h"
@@ -9,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <list>
+#include <memory>
+#include <string>
 
 namespace {
 
