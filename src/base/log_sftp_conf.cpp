@@ -16,8 +16,6 @@
 #include <memory>
 #include <string>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -30,19 +28,8 @@ std::string FilePath(const char* name) {
     return get_config_directory(directory) == 0 ? directory + "/" + name : std::string();
 }
 
-// Makes the file for the owner alone before anything is written to it: what replaces it keeps its access bits.
-bool MakePrivate(const std::string& path) {
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (descriptor < 0) {
-        return false;
-    }
-    const bool done = fchmod(descriptor, 0600) == 0;
-    close(descriptor);
-    return done;
-}
-
 bool WritePrivate(const std::string& path, const std::string& content) {
-    if (MakePrivate(path) && gvx::ReplaceWholeFile(path, content)) {
+    if (gvx::ReplacePrivateFile(path, content)) {
         return true;
     }
     GVX_LOG_ERR_CODE(kTitle, ZVS_WRITE_FILE_ERROR, "Can not write [%s], err[%d]", path.c_str(), errno);

@@ -44,15 +44,27 @@ private:
     int m_descriptor;
 };
 
-bool WriteNew(const std::string& path, const std::string& content, const struct stat* like) {
-    File file(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+constexpr mode_t kPrivate = 0600;
+
+// Made with the mode `made`; set to `forced` where that is not 0.
+bool WriteNew(const std::string& path, const std::string& content, mode_t made, mode_t forced) {
+    File file(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, made);
     if (!file.IsOpen()) {
         return false;
     }
-    if (like != nullptr && fchmod(file.Descriptor(), like->st_mode & 07777) != 0) {
+    if (forced != 0 && fchmod(file.Descriptor(), forced) != 0) {
         return false;
     }
     return file.Write(content) && fsync(file.Descriptor()) == 0 && file.Close();
+}
+
+bool Replace(const std::string& path, const std::string& content, mode_t made, mode_t forced) {
+    const std::string fresh = path + ".bak";
+    if (WriteNew(fresh, content, made, forced) && std::rename(fresh.c_str(), path.c_str()) == 0) {
+        return true;
+    }
+    unlink(fresh.c_str());
+    return false;
 }
 
 }  // namespace
@@ -83,14 +95,13 @@ bool ReadWholeFile(const std::string& path, std::size_t maxBytes, std::string& c
 }
 
 bool ReplaceWholeFile(const std::string& path, const std::string& content) {
-    const std::string fresh = path + ".bak";
     struct stat status {};
     const bool exists = stat(path.c_str(), &status) == 0;
-    if (WriteNew(fresh, content, exists ? &status : nullptr) && std::rename(fresh.c_str(), path.c_str()) == 0) {
-        return true;
-    }
-    unlink(fresh.c_str());
-    return false;
+    return Replace(path, content, 0644, exists ? status.st_mode & 07777 : 0);
+}
+
+bool ReplacePrivateFile(const std::string& path, const std::string& content) {
+    return Replace(path, content, kPrivate, kPrivate);
 }
 
 }  // namespace gvx

@@ -12,4 +12,7 @@ bool ReadWholeFile(const std::string& path, std::size_t maxBytes, std::string& c
 // An existing file keeps its access bits. False when that fails; path is then as it was and no .bak is left.
 bool ReplaceWholeFile(const std::string& path, const std::string& content);
 
+// The same for a file that only its owner may read: its mode becomes 0600 before anything is written to it.
+bool ReplacePrivateFile(const std::string& path, const std::string& content);
+
 }  // namespace gvx
