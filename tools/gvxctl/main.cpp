@@ -1,5 +1,6 @@
 #include "gvxctl/cli/command_line.h"
 #include "gvxctl/interrupt.h"
+#include "gvxctl/secret_command.h"
 
 namespace {
 
@@ -128,6 +129,13 @@ void AddConfigCommands(CLI::App& app, CommandLine& line) {
     set.add_flag("--changed", line.config.changed, "by the platform's message about a changed setting");
 }
 
+void AddSecretCommands(CLI::App& app, CommandLine& line) {
+    CLI::App& secret = *app.add_subcommand("secret", "passwords as they are stored");
+    secret.require_subcommand(1);
+    AddCommand(secret, line, "encipher", "encipher the password that standard input holds",
+               [] { return gvxctl::RunSecretEncipher(); });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -140,6 +148,7 @@ int main(int argc, char** argv) {
     AddWatchCommand(app, line);
     AddDemoCommand(app, line);
     AddConfigCommands(app, line);
+    AddSecretCommands(app, line);
     gvxctl::AddPeerCommands(app, line);
     gvxctl::AddAlarmCommands(app, line);
     CLI11_PARSE(app, argc, argv);

@@ -29,6 +29,7 @@ constexpr const char* kKeyName = "/gvx.key";
 constexpr const char* kFormerName = "/gvx_former.key";
 constexpr int kCloudEdgeRunMode = 2;
 constexpr mode_t kPrivateFolder = 0700;
+constexpr mode_t kOtherFolder = 0755;
 constexpr mode_t kPrivateFile = 0600;
 constexpr mode_t kOthersBits = 077;
 // Far above the number of times that a key is replaced in the life of a gateway.
@@ -173,10 +174,11 @@ void SyncFolder(const std::string& folder) {
 
 bool MakeFolder(const std::string& folder) {
     for (std::size_t slash = folder.find('/', 1);; slash = folder.find('/', slash + 1)) {
-        if (mkdir(folder.substr(0, slash).c_str(), kPrivateFolder) != 0 && errno != EEXIST) {
+        const bool last = slash == std::string::npos;
+        if (mkdir(folder.substr(0, slash).c_str(), last ? kPrivateFolder : kOtherFolder) != 0 && errno != EEXIST) {
             return false;
         }
-        if (slash == std::string::npos) {
+        if (last) {
             return true;
         }
     }
