@@ -104,6 +104,9 @@ public:
     static bool checkPassword(const std::string& text, unsigned int length);
     // 0 when text may be part of a shell command, 2 when it may not. Keeps metacharacters from the wire out of it.
     static int checkCmdPath(const char* text);
+    // True for a character below the blank, or DEL: a text with one may not be part of a header line, which a line end
+    // would cut in two (RFC 9110, section 5.5). False for null.
+    static bool HoldsControlCharacter(const char* text);
     // True when the path is bad: null, or holding a blank or one of | ; ? `
     static bool FilePathJuge(const char* text);
 

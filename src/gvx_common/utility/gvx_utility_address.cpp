@@ -226,6 +226,16 @@ int CGvxUtility::checkCmdPath(const char* text) {
     return ZVS_SUCCEED;
 }
 
+bool CGvxUtility::HoldsControlCharacter(const char* text) {
+    for (; text != nullptr && *text != '\0'; ++text) {
+        const unsigned char c = static_cast<unsigned char>(*text);
+        if (c < ' ' || c == 0x7f) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool CGvxUtility::FilePathJuge(const char* text) {
     return text == nullptr || std::strpbrk(text, " |;?`") != nullptr;
 }
