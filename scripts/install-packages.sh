@@ -7,7 +7,7 @@ packages=(
   libace-dev libtinyxml2-dev libjsoncpp-dev libssl-dev libsqlite3-dev libspdlog-dev libcli11-dev
   libboost-dev libgtest-dev libgmock-dev
   ffmpeg gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
-  gstreamer1.0-libav tshark libjemalloc2 libmimalloc2.0
+  gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi tshark libjemalloc2 libmimalloc2.0
 )
 
 missing=()

@@ -91,9 +91,15 @@ std::int64_t CCommonSocketStream::EndOfWait(const ACE_Time_Value& timeout, std::
     return std::min(gvx::MonotonicMilliseconds() + ToMilliseconds(timeout), callEndMs);
 }
 
-bool CCommonSocketStream::WaitReady(short events, std::int64_t untilMs) {
+bool CCommonSocketStream::WaitReady(short events, std::int64_t untilMs, std::int64_t callEndMs) {
     while (true) {
-        const std::int64_t left = std::clamp<std::int64_t>(untilMs - gvx::MonotonicMilliseconds(), 0, INT_MAX);
+        const std::int64_t now = gvx::MonotonicMilliseconds();
+        if (now >= callEndMs) {
+            // Also when there is something to do: a peer that never pauses would hold the caller for ever.
+            ACE_OS::last_error(ETIME);
+            return false;
+        }
+        const std::int64_t left = std::clamp<std::int64_t>(untilMs - now, 0, INT_MAX);
         pollfd ready{m_stream.get_handle(), events, 0};
         const int count = ::poll(&ready, 1, static_cast<int>(left));
         if (count > 0) {
@@ -116,7 +122,7 @@ ssize_t CCommonSocketStream::Send(const char* data, unsigned int nDataLen) {
     ACE_OS::last_error(0);
     const std::int64_t callEndMs = EndOfCall();
     unsigned int sent = 0;
-    while (sent < nDataLen && WaitReady(POLLOUT, EndOfWait(m_tvSend, callEndMs))) {
+    while (sent < nDataLen && WaitReady(POLLOUT, EndOfWait(m_tvSend, callEndMs), callEndMs)) {
         const ssize_t count = ::send(m_stream.get_handle(), data + sent, nDataLen - sent, MSG_NOSIGNAL);
         if (count > 0) {
             sent += static_cast<unsigned int>(count);
@@ -134,7 +140,7 @@ ssize_t CCommonSocketStream::Send(const char* data, unsigned int nDataLen) {
 
 ssize_t CCommonSocketStream::RecvUntil(char* buffer, unsigned int size, int flags, std::int64_t callEndMs) {
     const std::int64_t untilMs = EndOfWait(m_tvRecv, callEndMs);
-    while (WaitReady(POLLIN, untilMs)) {
+    while (WaitReady(POLLIN, untilMs, callEndMs)) {
         const ssize_t count = ::recv(m_stream.get_handle(), buffer, size, flags);
         if (count >= 0 || (errno != EAGAIN && errno != EINTR)) {
             return count;

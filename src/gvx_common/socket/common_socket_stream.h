@@ -70,8 +70,9 @@ public:
 
 private:
     ACE_Time_Value* TimeoutOf(int type);
-    // Waits for poll events on the stream until then; false with ETIME or the poll's own error.
-    bool WaitReady(short events, std::int64_t untilMs);
+    // Waits for poll events on the stream until untilMs; false with ETIME or the poll's own error, and always once
+    // callEndMs has come.
+    bool WaitReady(short events, std::int64_t untilMs, std::int64_t callEndMs);
     std::int64_t EndOfWait(const ACE_Time_Value& timeout, std::int64_t callEndMs) const;
     std::int64_t EndOfCall() const;
     ssize_t RecvUntil(char* buffer, unsigned int size, int flags, std::int64_t callEndMs);
