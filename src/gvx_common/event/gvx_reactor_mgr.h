@@ -1,7 +1,7 @@
 #pragma once
 
-#include "gvx_common/event/counted_ptr.h"
 #include "gvx_common/event/gvx_reactor.h"
+#include "gvx_common/utility/counted_ptr.h"
 
 #include <ace/Event_Handler.h>
 #include <ace/Time_Value.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gvx_common/event/counted_ptr.h"
+#include "gvx_common/utility/counted_ptr.h"
 
 #include <cstdint>
 #include <list>
