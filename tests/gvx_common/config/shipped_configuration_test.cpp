@@ -66,6 +66,8 @@ TEST_F(ShippedConfiguration, HoldsTheReadersDefaults) {
         {"AUDIO_TALK_SEND", "sendonly"},
         {"AUDIO_TALK_RECV", "sendonly"},
         {"AUDIO_BROADCAST", "sendonly"},
+        {"RTSP_EXCHANGE_TIMEOUT", "60"},
+        {"AUTH_ALLOW_BASIC", "1"},
     };
     for (const auto& [key, value] : expected) {
         EXPECT_EQ(value, m_mgr.GetConfValue(key, "absent")) << key;

@@ -2,6 +2,7 @@
 
 #include "gvx_common/socket/common_socket_stream.h"
 #include "support/recording_logger.h"
+#include "support/temp_folder.h"
 
 #include <filesystem>
 #include <fstream>
@@ -69,12 +70,12 @@ const Row kRows[] = {
     {"flag_between", kVideo1, ""},
     {"session_flag", kVideo1, ""},
     {"flag_last", nullptr, "AttriLine [a=sendrecv] not has ':'"},
-    {"flag_far_from_colon", nullptr, "AttriLine [a=inactive] not has ':'"},
+    {"flag_far_from_colon", nullptr, "strncpy_s szAttriName failed!"},
     // Empty values and lines that are none.
     {"empty_session_name", nullptr, kSessionLine},
     {"empty_connection", nullptr, kSessionLine},
     {"empty_media_title", nullptr, kMediaLine},
-    {"media_line_empty", "a=control:1||1", ""},
+    {"media_line_empty", nullptr, kMediaLine},
     {"media_line_empty_last", nullptr, "Input line is [m=]"},
     {"line_without_equals", nullptr, "Invalid sdp line: camera."},
     {"upper_case_key", nullptr, "Invalid sdp line: V=0."},
@@ -88,8 +89,7 @@ const Row kRows[] = {
 };
 
 std::filesystem::path Folder() {
-    return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path().parent_path() /
-           "fuzz/corpus/rtsp_sdp";
+    return SourceTree() / "fuzz/corpus/rtsp_sdp";
 }
 
 std::string Sessions(CCommonRtspMethodDescribe& describe) {
