@@ -268,7 +268,7 @@ const char* CCommonRtspMethodBase::GetRecvParam(const char* szName, char* szValu
     }
     const auto at = m_hmRecvParamSet.find(szName);
     if (at == m_hmRecvParamSet.end()) {
-        GVX_LOG_ERR(kTitle, "[%s] is not exist.", szName);
+        GVX_LOG_INFO(kTitle, "[%s] is not exist.", szName);
         return nullptr;
     }
     const std::size_t size = static_cast<std::size_t>(nValueSize) + 1;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "gvx_common/utility/counted_ptr.h"
 #include "gvx_common/rtsp/common_sdp.h"
+#include "gvx_common/utility/counted_ptr.h"
 
 #include <cstdint>
 #include <string>

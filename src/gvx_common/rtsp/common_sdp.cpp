@@ -214,8 +214,10 @@ int CCommonSdp::ParseAttriLine(const char* pSdpLine, char* szAttriName, std::uin
     }
     const char* colon = std::strchr(equals, ':');
     if (colon == nullptr) {
-        GVX_LOG_ERR(kTitle, "AttriLine [%.*s] not has ':'", LineLength(pSdpLine), pSdpLine);
-        return std::strstr(pSdpLine, kRecvOnly) != nullptr ? 0 : 1;
+        const bool isRecvOnly = std::strstr(pSdpLine, kRecvOnly) != nullptr;
+        GVX_LOG(isRecvOnly ? OM_LOG_INFO : OM_LOG_ERR, kTitle, "AttriLine [%.*s] not has ':'", LineLength(pSdpLine),
+                pSdpLine);
+        return isRecvOnly ? 0 : 1;
     }
     if (strncpy_s(szAttriName, uiNameSize, equals + 1, static_cast<std::size_t>(colon - equals - 1)) != 0) {
         GVX_LOG_ERR(kTitle, "strncpy_s szAttriName failed!");
@@ -242,7 +244,7 @@ int CCommonSdp::GetMediaName(const char* pSdpLine, std::string& name) {
 int CCommonSdp::GetSessionElement(char cKey, std::uint32_t uiElementSize, char* szElement) {
     const auto at = m_stSession.mapCommonSdpElement.find(cKey);
     if (at == m_stSession.mapCommonSdpElement.end()) {
-        GVX_LOG_ERR(kTitle, "Key %c is not found.", cKey);
+        GVX_LOG_INFO(kTitle, "Key %c is not found.", cKey);
         return 0;
     }
     if (szElement != nullptr) {
@@ -258,7 +260,7 @@ int CCommonSdp::GetSessionElementA(const char* szKey, char* szElement, std::uint
     }
     const auto at = m_stSession.hmAttriInfo.find(szKey);
     if (at == m_stSession.hmAttriInfo.end()) {
-        GVX_LOG_ERR(kTitle, "Can't find key: %s", szKey);
+        GVX_LOG_INFO(kTitle, "Can't find key: %s", szKey);
         return 1;
     }
     return CopyElement(szElement, uiElementSize, at->second);
@@ -271,14 +273,14 @@ int CCommonSdp::GetMediaElement(const char* szMediaName, char cKey, std::uint32_
     }
     const auto media = m_hmMedia.find(szMediaName);
     if (media == m_hmMedia.end()) {
-        GVX_LOG_ERR(kTitle, "Can't find media name: %s", szMediaName);
+        GVX_LOG_INFO(kTitle, "Can't find media name: %s", szMediaName);
         return 0;
     }
     const CommonSdpElement none;
     const CommonSdpElement& element = media->second != nullptr ? *media->second : none;
     const auto at = element.mapCommonSdpElement.find(cKey);
     if (at == element.mapCommonSdpElement.end()) {
-        GVX_LOG_ERR(kTitle, "Key [%c] is not found in media name [%s]", cKey, szMediaName);
+        GVX_LOG_INFO(kTitle, "Key [%c] is not found in media name [%s]", cKey, szMediaName);
         return 0;
     }
     if (szElement != nullptr) {
@@ -295,7 +297,7 @@ int CCommonSdp::GetMediaElementA(const char* szMediaName, const char* szKey, cha
     }
     const auto media = m_hmMedia.find(szMediaName);
     if (media == m_hmMedia.end()) {
-        GVX_LOG_ERR(kTitle, "Can't find media name: %s", szMediaName);
+        GVX_LOG_INFO(kTitle, "Can't find media name: %s", szMediaName);
         return 1;
     }
     if (media->second == nullptr) {
@@ -303,7 +305,7 @@ int CCommonSdp::GetMediaElementA(const char* szMediaName, const char* szKey, cha
     }
     const auto at = media->second->hmAttriInfo.find(szKey);
     if (at == media->second->hmAttriInfo.end()) {
-        GVX_LOG_ERR(kTitle, "Can't find key [%s] in media name [%s].", szKey, szMediaName);
+        GVX_LOG_INFO(kTitle, "Can't find key [%s] in media name [%s].", szKey, szMediaName);
         return 1;
     }
     return CopyElement(szElement, uiElementSize, at->second);

@@ -53,13 +53,17 @@ int CCommonSocketStream::Connect(const char* host, std::uint16_t port, std::uint
         m_localAddr.set(static_cast<u_short>(0), localAddr) != 0) {
         return failed(m_szPeerAddr);
     }
+    const std::int64_t now = gvx::MonotonicMilliseconds();
+    const std::int64_t limitMs = EndOfWait(m_tvConnect, EndOfCall()) - now;
+    if (limitMs <= 0) {
+        ACE_OS::last_error(ETIME);
+        return failed(m_szPeerAddr);
+    }
     // The connector takes a socket that is there already; one that it makes itself would survive an exec.
     m_stream.set_handle(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
     if (m_stream.get_handle() == ACE_INVALID_HANDLE) {
         return failed(m_szPeerAddr);
     }
-    const std::int64_t now = gvx::MonotonicMilliseconds();
-    const std::int64_t limitMs = std::max<std::int64_t>(EndOfWait(m_tvConnect, EndOfCall()) - now, 0);
     const ACE_Time_Value limit(limitMs / 1000, static_cast<suseconds_t>(limitMs % 1000) * 1000);
     ACE_SOCK_Connector connector;
     if (connector.connect(m_stream, m_addr, &limit, m_localAddr) != 0) {
@@ -198,8 +202,8 @@ void CCommonSocketStream::SetTimeout(SocketType type, const ACE_Time_Value& valu
     *timeout = value;
 }
 
-void CCommonSocketStream::GetTimeout(SocketType type, ACE_Time_Value& value) const {
-    const ACE_Time_Value* timeout = const_cast<CCommonSocketStream*>(this)->TimeoutOf(type);
+void CCommonSocketStream::GetTimeout(SocketType type, ACE_Time_Value& value) {
+    const ACE_Time_Value* timeout = TimeoutOf(type);
     if (timeout == nullptr) {
         GVX_LOG_ERR(kTitle, "Socket stream get timeout, The socket type is [%d].", static_cast<int>(type));
         return;

@@ -49,7 +49,7 @@ public:
 
     // An unknown type is logged and changes nothing.
     void SetTimeout(SocketType type, const ACE_Time_Value& value);
-    void GetTimeout(SocketType type, ACE_Time_Value& value) const;
+    void GetTimeout(SocketType type, ACE_Time_Value& value);
 
     // The moment, in milliseconds of the monotonic clock (base/clock.h), after which connecting, sending and receiving
     // fail with ETIME: the limit of an exchange as a whole. It stays in force until it is set again; 0 removes it.

@@ -2,7 +2,6 @@
 
 #include "gvx_common/config/config_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
-#include "gvx_common/security/GvxAuthUtils.h"
 #include "gvx_common/security/gvx_security_mgr.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
@@ -83,7 +82,6 @@ TEST_F(Authenticator, AnswersAChallengeByItsParts) {
         CCommonAuthenticator copy(authenticator);
         CCommonAuthenticator assigned;
         assigned = copy;
-        assigned = *&assigned;
         authenticator.reset();
         EXPECT_EQ(row.header, Header(assigned));
         EXPECT_EQ("", Header(authenticator));
@@ -125,13 +123,11 @@ TEST_F(Authenticator, LetsNoControlCharacterOut) {
     EXPECT_EQ("null", Header(authenticator));
 }
 
-TEST_F(Authenticator, RefusesBasicOnceForEachDeviceWhereItIsForbidden) {
+TEST_F(Authenticator, KeepsThePasswordFromLeavingInClearWhereThatIsForbidden) {
     Configure("0");
     CCommonAuthenticator authenticator("admin", Enciphered("Camera-123").c_str());
-    const std::uint64_t before = GvxAuthUtils::BasicRefusals();
-    EXPECT_EQ("null", Header(authenticator, "rtsp://192.0.2.77:554/live/1"));
-    EXPECT_EQ("null", Header(authenticator, "rtsp://user@192.0.2.77:554/live/2"));
-    EXPECT_EQ(before + 2, GvxAuthUtils::BasicRefusals());
+    EXPECT_EQ("null", Header(authenticator, "rtsp://user@192.0.2.77:554/live/1"));
+    EXPECT_EQ("null", Header(authenticator, "rtsp://192.0.2.77:554/live/2"));
     EXPECT_EQ(1u, m_log->Count("[dev:192.0.2.77:554]"));
     authenticator.SetRealmAndNonce("camera", kNonce);
     EXPECT_EQ("Digest", Header(authenticator).substr(0, 6));

@@ -95,12 +95,9 @@ TEST(CommonSession, TakesTheLastFormatOfAMediaLine) {
     };
     const Row rows[] = {
         {"video 0 RTP/AVP 96 97", 0, "RTP/AVP"},
-        {"video 0 RTP/AVP 127", 0, "RTP/AVP"},
         {"127", 1, "Bad \"m=\" line: 127."},
         {"video 0 RTP/AVP 128", 1, "Bad \"m=\" line: video 0 RTP/AVP 128! PayloadFormat > 127"},
-        {"video 0 RTP/AVP 18446744073709551617", 1, "PayloadFormat > 127"},
         {"video 0 RTP/AVP 96 ", 1, "Line \"m=\" is not end with INT!"},
-        {"", 1, "Line \"m=\" is not end with INT!"},
         {nullptr, 1, "Input parameter is null."},
     };
     for (const Row& row : rows) {
