@@ -127,7 +127,7 @@ TEST(RtspAnswer, HeadersAreAskedByExactNameAndTheFirstCounts) {
     CCommonRtspMethodBase method("SETUP");
     ASSERT_EQ(0, Parse(method, "RTSP/1.0 200 OK\r\nSession:   12;timeout=60\r\nSession: 13\r\nN: 99999999999\r\nW: " +
                                    std::string(64, '1') + "\r\nEmpty:\r\n\r\n"));
-    char value[12 + 1] = {};
+    char value[13 + 1] = {};
     EXPECT_STREQ("12;timeout=60", method.GetRecvParam("Session", value, 13));
     EXPECT_STREQ("12;timeout=60", value);
     EXPECT_EQ(nullptr, method.GetRecvParam("Session", value, 12));
