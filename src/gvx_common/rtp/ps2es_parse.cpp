@@ -1,6 +1,7 @@
 #include "gvx_common/rtp/ps2es_parse.h"
 
 #include "base/log.h"
+#include "gvx_common/rtp/pes_parse.h"
 
 #include <algorithm>
 #include <new>
@@ -39,25 +40,22 @@ unsigned int Read16(const unsigned char* at) {
     return static_cast<unsigned int>(at[0]) << 8 | at[1];
 }
 
-// 33 bits of a time stamp over five bytes, with marker bits between.
-std::uint64_t ReadPts(const unsigned char* at) {
-    return static_cast<std::uint64_t>((at[0] >> 1) & 0x07) << 30 | static_cast<std::uint64_t>(Read16(at + 1) >> 1) << 15 |
-           Read16(at + 3) >> 1;
-}
-
-// Where a packet without a stated length ends: at the next start code that a program stream can have, or at the end.
-std::size_t UnboundedEnd(const unsigned char* data, std::size_t size, std::size_t from) {
-    for (std::size_t at = from; at + kStartCodeLen <= size; ++at) {
+// Where bytes of unknown length end: at the next start code that a program stream can have. Up to three bytes at the
+// end of the buffer that may begin one are not counted in.
+std::size_t EndlessSize(const unsigned char* data, std::size_t size) {
+    std::size_t at = 0;
+    for (; at + kStartCodeLen <= size; ++at) {
         if (data[at] == 0 && IsStartCode(data + at)) {
             return at;
         }
     }
+    for (; at < size; ++at) {
+        const std::size_t left = size - at;
+        if (data[at] == 0 && (left < 2 || data[at + 1] == 0) && (left < 3 || data[at + 2] == 1)) {
+            return at;
+        }
+    }
     return size;
-}
-
-// End of the packet at the start of data by its 16-bit length, cut at the end of what is there.
-std::size_t PacketEnd(const unsigned char* data, std::size_t size) {
-    return std::min(size, kLengthEnd + Read16(data + kStartCodeLen));
 }
 
 }  // namespace
@@ -71,22 +69,21 @@ int CPs2EsParse::ParsePSPack(const unsigned char* pPacket, int iPktLen, unsigned
     iAudioLen = 0;
     m_VideoBuf.clear();
     m_AudioBuf.clear();
-    if (pPacket == nullptr || iPktLen < static_cast<int>(kStartCodeLen)) {
-        GVX_LOG_ERR(kTitle, "Parse Ps2Es packet is null or too short, len[%d]", iPktLen);
+    if (pPacket == nullptr || iPktLen <= 0) {
+        GVX_LOG_ERR(kTitle, "Parse Ps2Es packet is null or empty, len[%d]", iPktLen);
         return ZVS_FAIL;
     }
+    int result = ZVS_FAIL;
     try {
-        Span rest{pPacket, static_cast<std::size_t>(iPktLen)};
-        while (rest.size >= kStartCodeLen) {
-            const std::size_t used = ParseOne(rest, header);
-            if (used == 0) {
-                return ZVS_FAIL;
-            }
-            rest = Span{rest.begin + used, rest.size - used};
-        }
+        result = Parse(Span{pPacket, static_cast<std::size_t>(iPktLen)}, header);
     } catch (const std::bad_alloc&) {
         GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "Parse Ps2Es has no memory, len[%d]", iPktLen);
-        return ZVS_FAIL;
+    }
+    if (result != ZVS_SUCCEED) {
+        m_Carry.clear();
+        m_openBytes = 0;
+        m_openEndless = false;
+        return result;
     }
     pVideoData = m_VideoBuf.data();
     pAudioData = m_AudioBuf.data();
@@ -95,11 +92,75 @@ int CPs2EsParse::ParsePSPack(const unsigned char* pPacket, int iPktLen, unsigned
     return ZVS_SUCCEED;
 }
 
+int CPs2EsParse::Parse(Span rest, HstPSHeader& header) {
+    if (rest.size >= kStartCodeLen && IsStartCode(rest.begin)) {
+        // No payload of video holds such a code (ISO/IEC 13818-1, 2.4.3.7), so what was waited for is lost.
+        m_Carry.clear();
+        m_openBytes = 0;
+        m_openEndless = false;
+    } else if (!m_Carry.empty()) {
+        m_Joined.swap(m_Carry);
+        m_Carry.clear();
+        m_Joined.insert(m_Joined.end(), rest.begin, rest.begin + rest.size);
+        rest = Span{m_Joined.data(), m_Joined.size()};
+    }
+    while (rest.size != 0) {
+        std::size_t used = TakeOpen(rest);
+        if (used == 0) {
+            used = ParseOne(rest, header);
+        }
+        if (used == kRefused) {
+            return ZVS_FAIL;
+        }
+        if (used == kIncomplete) {
+            m_Carry.assign(rest.begin, rest.begin + rest.size);
+            return ZVS_SUCCEED;
+        }
+        rest = Span{rest.begin + used, rest.size - used};
+    }
+    return ZVS_SUCCEED;
+}
+
+// Takes what belongs to the packet that is still open; 0 when none is.
+std::size_t CPs2EsParse::TakeOpen(const Span& rest) {
+    std::size_t size = std::min(rest.size, m_openBytes);
+    m_openBytes -= size;
+    if (m_openEndless) {
+        size = EndlessSize(rest.begin, rest.size);
+        if (size < rest.size && rest.size - size < kStartCodeLen) {
+            m_Carry.assign(rest.begin + size, rest.begin + rest.size);
+            Take(m_openStream, rest.begin, size);
+            return rest.size;
+        }
+        m_openEndless = size == rest.size;
+    }
+    Take(m_openStream, rest.begin, size);
+    return size;
+}
+
+void CPs2EsParse::Take(Stream stream, const unsigned char* begin, std::size_t size) {
+    if (stream != Stream::LeftOut) {
+        std::vector<unsigned char>& gathered = stream == Stream::Video ? m_VideoBuf : m_AudioBuf;
+        gathered.insert(gathered.end(), begin, begin + size);
+    }
+}
+
 std::size_t CPs2EsParse::ParseOne(const Span& rest, HstPSHeader& header) {
-    if (!IsStartCode(rest.begin)) {
-        GVX_LOG_ERR(kTitle, "Parse Ps2Es start code is wrong, [%02x %02x %02x %02x], left[%zu]", rest.begin[0],
-                    rest.begin[1], rest.begin[2], rest.begin[3], rest.size);
-        return 0;
+    const std::size_t zeros = static_cast<std::size_t>(
+        std::find_if(rest.begin, rest.begin + rest.size, [](unsigned char c) { return c != 0; }) - rest.begin);
+    // Of the zeros before a start code two are its own.
+    if (zeros > 2 || zeros == rest.size) {
+        return zeros == rest.size && zeros <= 2 ? kIncomplete : zeros - 2;
+    }
+    if (rest.size < kStartCodeLen && zeros == 2 && rest.begin[2] == 1) {
+        return kIncomplete;
+    }
+    if (rest.size < kStartCodeLen || !IsStartCode(rest.begin)) {
+        unsigned char seen[kStartCodeLen] = {};
+        std::copy_n(rest.begin, std::min(rest.size, kStartCodeLen), seen);
+        GVX_LOG_ERR(kTitle, "Parse Ps2Es start code is wrong, [%02x %02x %02x %02x], left[%zu]", seen[0], seen[1],
+                    seen[2], seen[3], rest.size);
+        return kRefused;
     }
     const unsigned char id = rest.begin[3];
     if (id == kProgramEnd) {
@@ -109,8 +170,7 @@ std::size_t CPs2EsParse::ParseOne(const Span& rest, HstPSHeader& header) {
         return ParsePackHeader(rest, header);
     }
     if (rest.size < kLengthEnd) {
-        GVX_LOG_ERR(kTitle, "Parse Ps2Es packet[%02x] has no length, left[%zu]", id, rest.size);
-        return 0;
+        return kIncomplete;
     }
     if (id == kSystemHeader) {
         return ParseSystemHeader(rest, header);
@@ -118,56 +178,68 @@ std::size_t CPs2EsParse::ParseOne(const Span& rest, HstPSHeader& header) {
     if (id == kStreamMap) {
         return ParseStreamMap(rest, header);
     }
-    return IsAudio(id) || IsVideo(id) ? ParsePes(rest, header) : PacketEnd(rest.begin, rest.size);
+    return IsAudio(id) || IsVideo(id) ? ParsePes(rest, header) : LeaveOut(rest);
+}
+
+// A private stream, padding or whatever else; the rest of it may come with the next buffer.
+std::size_t CPs2EsParse::LeaveOut(const Span& rest) {
+    const std::size_t length = kLengthEnd + Read16(rest.begin + kStartCodeLen);
+    m_openStream = Stream::LeftOut;
+    m_openBytes = length - std::min(length, rest.size);
+    return length - m_openBytes;
 }
 
 std::size_t CPs2EsParse::ParsePackHeader(const Span& rest, HstPSHeader& header) {
     constexpr std::size_t kFixedLen = 14;
     const unsigned char* data = rest.begin;
-    if (rest.size < kFixedLen) {
-        GVX_LOG_ERR(kTitle, "Parse Ps2Es pack header is too short, left[%zu]", rest.size);
-        return 0;
-    }
-    if ((data[4] & 0xC0) != 0x40) {
+    if (rest.size > kStartCodeLen && (data[4] & 0xC0) != 0x40) {
         GVX_LOG_ERR(kTitle, "Parse Ps2Es pack header is not of MPEG-2, [%02x]", data[4]);
-        return 0;
+        return kRefused;
+    }
+    if (rest.size < kFixedLen || rest.size < kFixedLen + (data[13] & 0x07)) {
+        return kIncomplete;
     }
     // system_clock_reference_base: 3, 15 and 15 bits, each followed by a marker bit.
     header.ullSystemClock = static_cast<std::uint64_t>((data[4] >> 3) & 0x07) << 30 |
                             static_cast<std::uint64_t>(data[4] & 0x03) << 28 |
-                            static_cast<std::uint64_t>(data[5]) << 20 |
-                            static_cast<std::uint64_t>(data[6] >> 3) << 15 |
+                            static_cast<std::uint64_t>(data[5]) << 20 | static_cast<std::uint64_t>(data[6] >> 3) << 15 |
                             static_cast<std::uint64_t>(data[6] & 0x03) << 13 |
                             static_cast<std::uint64_t>(data[7]) << 5 | static_cast<std::uint64_t>(data[8] >> 3);
     header.uiMuxRate = static_cast<std::uint32_t>(data[10]) << 14 | static_cast<std::uint32_t>(data[11]) << 6 |
                        static_cast<std::uint32_t>(data[12] >> 2);
-    const std::size_t stuffing = data[13] & 0x07;
-    return std::min(rest.size, kFixedLen + stuffing);
+    return kFixedLen + (data[13] & 0x07);
 }
 
 std::size_t CPs2EsParse::ParseSystemHeader(const Span& rest, HstPSHeader& header) {
     constexpr std::size_t kRateEnd = 9;
-    if (rest.size >= kRateEnd) {
-        const unsigned char* data = rest.begin;
+    const unsigned char* data = rest.begin;
+    const std::size_t end = kLengthEnd + Read16(data + kStartCodeLen);
+    if (rest.size < end) {
+        return kIncomplete;
+    }
+    if (end >= kRateEnd) {
         header.uiRateBound = static_cast<std::uint32_t>(data[6] & 0x7F) << 15 |
                              static_cast<std::uint32_t>(data[7]) << 7 | static_cast<std::uint32_t>(data[8] >> 1);
     }
-    return PacketEnd(rest.begin, rest.size);
+    return end;
 }
 
 std::size_t CPs2EsParse::ParseStreamMap(const Span& rest, HstPSHeader& header) {
     constexpr std::size_t kInfoEnd = 10;  // through program_stream_info_length
     constexpr std::size_t kEntryLen = 4;
     const unsigned char* data = rest.begin;
-    const std::size_t end = PacketEnd(data, rest.size);
+    const std::size_t end = kLengthEnd + Read16(data + kStartCodeLen);
+    if (rest.size < end) {
+        return kIncomplete;
+    }
     if (end < kInfoEnd + 2) {
         GVX_LOG_ERR(kTitle, "Parse Ps2Es stream map is too short, len[%zu]", end);
-        return 0;
+        return kRefused;
     }
     const std::size_t mapLengthAt = kInfoEnd + Read16(data + 8);
     if (mapLengthAt + 2 > end) {
         GVX_LOG_ERR(kTitle, "Parse Ps2Es stream map info is too long, len[%zu], end[%zu]", mapLengthAt, end);
-        return 0;
+        return kRefused;
     }
     const std::size_t mapEnd = std::min(end, mapLengthAt + 2 + Read16(data + mapLengthAt));
     std::size_t at = mapLengthAt + 2;
@@ -186,31 +258,28 @@ std::size_t CPs2EsParse::ParseStreamMap(const Span& rest, HstPSHeader& header) {
 }
 
 std::size_t CPs2EsParse::ParsePes(const Span& rest, HstPSHeader& header) {
-    constexpr std::size_t kHeadLen = 9;  // through PES_header_data_length
-    constexpr unsigned char kPtsFlag = 0x80;
-    constexpr std::size_t kPtsLen = 5;
-    const unsigned char* data = rest.begin;
-    const bool unbounded = Read16(data + kStartCodeLen) == 0;
-    const std::size_t end =
-        unbounded ? UnboundedEnd(data, rest.size, kLengthEnd) : PacketEnd(data, rest.size);
-    if (end < kHeadLen) {
-        GVX_LOG_ERR(kTitle, "Parse Ps2Es PES packet[%02x] is too short, len[%zu]", data[3], end);
-        return 0;
+    HstPESPacket packet;
+    const enPESResult result = CHstPESParse::Read(rest.begin, rest.size, packet);
+    if (result == PES_INCOMPLETE) {
+        return kIncomplete;
     }
-    if ((data[6] & 0xC0) != 0x80) {
-        GVX_LOG_ERR(kTitle, "Parse Ps2Es PES packet[%02x] has a wrong head, [%02x]", data[3], data[6]);
-        return 0;
+    if (result != PES_OK) {
+        GVX_LOG_ERR(kTitle, "Parse Ps2Es PES packet[%02x] is refused, %s, left[%zu]", rest.begin[3],
+                    PesResultName(result), rest.size);
+        return kRefused;
     }
-    const std::size_t payload = kHeadLen + data[8];
-    if (payload > end) {
-        GVX_LOG_ERR(kTitle, "Parse Ps2Es PES packet[%02x] head is too long, len[%zu], end[%zu]", data[3], payload, end);
-        return 0;
+    const bool video = IsVideo(packet.ucStreamId);
+    if (packet.bHavePts) {
+        (video ? header.ullVideoPts : header.ullAudioPts) = packet.ullPts;
     }
-    const bool video = IsVideo(data[3]);
-    if ((data[7] & kPtsFlag) != 0 && data[8] >= kPtsLen) {
-        (video ? header.ullVideoPts : header.ullAudioPts) = ReadPts(data + kHeadLen);
+    m_openStream = video ? Stream::Video : Stream::Audio;
+    const std::size_t length = CHstPESParse::PacketLength(rest.begin);
+    if (length == 0) {
+        // TakeOpen finds its end.
+        m_openEndless = true;
+        return rest.size - packet.uiPayloadLen;
     }
-    std::vector<unsigned char>& gathered = video ? m_VideoBuf : m_AudioBuf;
-    gathered.insert(gathered.end(), data + payload, data + end);
-    return end;
+    Take(m_openStream, packet.pPayload, packet.uiPayloadLen);
+    m_openBytes = length - packet.uiPacketLen;
+    return packet.uiPacketLen;
 }
