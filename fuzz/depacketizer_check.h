@@ -2,7 +2,7 @@
 
 #include "fuzz_input.h"
 
-#include "gvx_common/adapter/frame_packer.h"
+#include "gvx_common/rtp/frame_packer.h"
 #include "gvx_common/rtp/rtp_depacketizer.h"
 
 #include <ace/Message_Block.h>

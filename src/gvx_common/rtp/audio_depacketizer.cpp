@@ -31,6 +31,7 @@ void G711Depacketizer::OnPacket(const RtpView& packet, std::uint32_t lostBefore,
 
 void AacDepacketizer::OnPacket(const RtpView& packet, std::uint32_t lostBefore, std::int64_t arrivalUs) {
     m_lost += lostBefore;
+    m_behindLoss = lostBefore != 0;
     if (IsOpen() && (lostBefore != 0 || packet.timestamp != m_unit.rtpTime)) {
         Finish(lostBefore != 0 ? RtpDamage::LostPacket : RtpDamage::MissingEnd);
     }
@@ -91,7 +92,7 @@ void AacDepacketizer::TakePart(const RtpView& packet, const std::uint8_t* bytes,
     if (!IsOpen()) {
         OpenUnit(packet, arrivalUs);
         // Parts look alike: behind a gap this may be a later one.
-        if (m_unit.lostPackets != 0) {
+        if (m_behindLoss) {
             Damage(RtpDamage::MissingStart);
         }
         m_wholeSize = whole;

@@ -50,6 +50,7 @@ private:
     const AacFormat m_format;
     std::size_t m_wholeSize = 0;  // of the access unit whose parts are being gathered
     std::uint32_t m_lost = 0;     // told of with the next access unit
+    bool m_behindLoss = false;    // packets are missing before the one in hand
 };
 
 }  // namespace gvx

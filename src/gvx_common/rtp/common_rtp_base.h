@@ -19,9 +19,9 @@ using RtpInterleavedSend = std::function<bool(enRtpFlow flow, const std::uint8_t
 
 // Where an endpoint stands and whom it speaks to. Addresses are dotted IPv4, ports in host byte order.
 struct RtpEndpointParams {
-    std::string strLocalIp;                 // empty: the configured GVX_MEDIA_IP
-    std::uint16_t usLocalPort = 0;          // even, with RTCP on the next one; 0 takes a free pair
-    std::string strRemoteIp;                // empty: packets are taken from anybody, and no reports are sent
+    std::string strLocalIp;         // empty: the configured GVX_MEDIA_IP
+    std::uint16_t usLocalPort = 0;  // even, with RTCP on the next one; 0 takes a free pair
+    std::string strRemoteIp;        // empty: packets are taken from anybody, and no reports are sent
     std::uint16_t usRemotePort = 0;
     std::uint16_t usRemoteControlPort = 0;  // 0: usRemotePort + 1
     std::uint32_t uiClockRate = 90000;      // ticks a second of the RTP time stamps
@@ -109,7 +109,7 @@ private:
     std::uint32_t m_ssrc = 0;
     std::uint32_t m_clockRate = 90000;
     std::string m_cname;
-    sockaddr_in m_remote{};         // address 0 while it is not known
+    sockaddr_in m_remote{};  // address 0 while it is not known
     sockaddr_in m_remoteControl{};
     RtpInterleavedSend m_interleavedSend;
     gvx::RtcpSchedule m_schedule;

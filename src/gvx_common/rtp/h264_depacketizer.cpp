@@ -6,9 +6,6 @@ namespace {
 
 // Types of NAL units (ITU-T H.264, table 7-1) and of payloads (RFC 6184, table 1).
 constexpr std::uint8_t kTypeMask = 0x1F;
-constexpr std::uint8_t kSlice = 1;
-constexpr std::uint8_t kLastPartition = 4;
-constexpr std::uint8_t kIdrSlice = 5;
 constexpr std::uint8_t kLastSingle = 23;
 constexpr std::uint8_t kStapA = 24;
 constexpr std::uint8_t kFuA = 28;
@@ -16,16 +13,6 @@ constexpr std::uint8_t kFuStart = 0x80;
 constexpr std::uint8_t kFuEnd = 0x40;
 
 }  // namespace
-
-// first_mb_in_slice leads the slice header, and data partition A too; 0 is coded as a single 1 bit (7.3.3, 9.1).
-NalDepacketizer::NalFacts H264Depacketizer::FactsOf(std::uint8_t header, const std::uint8_t* rest, std::size_t size) {
-    NalFacts facts;
-    facts.type = header & kTypeMask;
-    facts.slice = (facts.type >= kSlice && facts.type <= kLastPartition) || facts.type == kIdrSlice;
-    facts.firstSlice = facts.slice && size != 0 && (rest[0] & 0x80) != 0;
-    facts.keyPicture = facts.type == kIdrSlice;
-    return facts;
-}
 
 void H264Depacketizer::OnPacket(const RtpView& packet, std::uint32_t lostBefore, std::int64_t arrivalUs) {
     if (!BeginPacket(packet, lostBefore, arrivalUs)) {
@@ -40,7 +27,7 @@ void H264Depacketizer::OnPacket(const RtpView& packet, std::uint32_t lostBefore,
     } else if (type == 0 || type > kLastSingle) {
         Damage(RtpDamage::ForbiddenType);
     } else {
-        AddUnit(FactsOf(payload[0], payload + 1, packet.payloadSize - 1), payload, packet.payloadSize);
+        AddUnit(ClassifyNal(Codec::H264, payload, packet.payloadSize), payload, packet.payloadSize);
     }
     EndPacket(packet.marker);
 }
@@ -61,7 +48,7 @@ void H264Depacketizer::TakeAggregate(const std::uint8_t* at, const std::uint8_t*
         if (type == 0 || type > kLastSingle) {
             Damage(RtpDamage::ForbiddenType);
         } else {
-            AddUnit(FactsOf(at[0], at + 1, size - 1), at, size);
+            AddUnit(ClassifyNal(Codec::H264, at, size), at, size);
         }
         at += size;
     }
@@ -80,8 +67,9 @@ void H264Depacketizer::TakeFragment(const std::uint8_t* payload, std::size_t siz
         return;
     }
     if ((fuHeader & kFuStart) != 0) {
-        const auto header = static_cast<std::uint8_t>((payload[0] & 0xE0) | type);
-        BeginFragments(FactsOf(header, payload + 2, size - 2), &header, 1);
+        const std::uint8_t start[] = {static_cast<std::uint8_t>((payload[0] & 0xE0) | type),
+                                      size > 2 ? payload[2] : std::uint8_t{0}};
+        BeginFragments(ClassifyNal(Codec::H264, start, sizeof(start)), start, 1);
     }
     if (AddFragment(type, payload + 2, size - 2) && (fuHeader & kFuEnd) != 0) {
         EndFragments();

@@ -5,9 +5,6 @@ namespace gvx {
 namespace {
 
 // Types of NAL units (ITU-T H.265, table 7-1) and of payloads (RFC 7798, 4.4).
-constexpr std::uint8_t kLastSlice = 31;
-constexpr std::uint8_t kFirstIrap = 16;
-constexpr std::uint8_t kLastIrap = 23;
 constexpr std::uint8_t kLastSingle = 47;
 constexpr std::uint8_t kAggregate = 48;
 constexpr std::uint8_t kFragment = 49;
@@ -21,16 +18,6 @@ std::uint8_t TypeOf(std::uint8_t firstByte) {
 }
 
 }  // namespace
-
-// first_slice_segment_in_pic_flag leads the slice segment header (7.3.6.1).
-NalDepacketizer::NalFacts H265Depacketizer::FactsOf(std::uint8_t header, const std::uint8_t* rest, std::size_t size) {
-    NalFacts facts;
-    facts.type = TypeOf(header);
-    facts.slice = facts.type <= kLastSlice;
-    facts.firstSlice = facts.slice && size != 0 && (rest[0] & 0x80) != 0;
-    facts.keyPicture = facts.type >= kFirstIrap && facts.type <= kLastIrap;
-    return facts;
-}
 
 void H265Depacketizer::OnPacket(const RtpView& packet, std::uint32_t lostBefore, std::int64_t arrivalUs) {
     if (!BeginPacket(packet, lostBefore, arrivalUs)) {
@@ -48,7 +35,7 @@ void H265Depacketizer::OnPacket(const RtpView& packet, std::uint32_t lostBefore,
     } else if (type > kLastSingle) {
         Damage(RtpDamage::ForbiddenType);
     } else {
-        AddUnit(FactsOf(payload[0], payload + kHeaderLen, size - kHeaderLen), payload, size);
+        AddUnit(ClassifyNal(Codec::H265, payload, size), payload, size);
     }
     EndPacket(packet.marker);
 }
@@ -68,7 +55,7 @@ void H265Depacketizer::TakeAggregate(const std::uint8_t* at, const std::uint8_t*
         if (TypeOf(at[0]) > kLastSingle) {
             Damage(RtpDamage::ForbiddenType);
         } else {
-            AddUnit(FactsOf(at[0], at + kHeaderLen, size - kHeaderLen), at, size);
+            AddUnit(ClassifyNal(Codec::H265, at, size), at, size);
         }
         at += size;
     }
@@ -89,9 +76,9 @@ void H265Depacketizer::TakeFragment(const std::uint8_t* payload, std::size_t siz
         return;
     }
     if ((fuHeader & kFuStart) != 0) {
-        const std::uint8_t header[kHeaderLen] = {static_cast<std::uint8_t>((payload[0] & 0x81) | type << 1),
-                                                 payload[1]};
-        BeginFragments(FactsOf(header[0], payload + kFuHeadLen, size - kFuHeadLen), header, kHeaderLen);
+        const std::uint8_t start[] = {static_cast<std::uint8_t>((payload[0] & 0x81) | type << 1), payload[1],
+                                      size > kFuHeadLen ? payload[kFuHeadLen] : std::uint8_t{0}};
+        BeginFragments(ClassifyNal(Codec::H265, start, sizeof(start)), start, kHeaderLen);
     }
     if (AddFragment(type, payload + kFuHeadLen, size - kFuHeadLen) && (fuHeader & kFuEnd) != 0) {
         EndFragments();

@@ -16,7 +16,6 @@ public:
     void OnPacket(const RtpView& packet, std::uint32_t lostBefore, std::int64_t arrivalUs) override;
 
 private:
-    static NalFacts FactsOf(std::uint8_t header, const std::uint8_t* rest, std::size_t size);
     void TakeAggregate(const std::uint8_t* at, const std::uint8_t* end);
     void TakeFragment(const std::uint8_t* payload, std::size_t size);
 };

@@ -58,17 +58,17 @@ void NalDepacketizer::EndPacket(bool marker) {
     }
 }
 
-void NalDepacketizer::AddUnit(const NalFacts& facts, const std::uint8_t* unit, std::size_t size) {
+void NalDepacketizer::AddUnit(const NalKind& kind, const std::uint8_t* unit, std::size_t size) {
     DropFragments(RtpDamage::MissingEnd);
     const std::size_t before = Size();
     if (!Append(kStartCode, sizeof(kStartCode)) || !Append(unit, size)) {
         CutBack(before);
         return;
     }
-    NoteUnit(facts);
+    NoteUnit(kind);
 }
 
-void NalDepacketizer::BeginFragments(const NalFacts& facts, const std::uint8_t* header, std::size_t headerSize) {
+void NalDepacketizer::BeginFragments(const NalKind& kind, const std::uint8_t* header, std::size_t headerSize) {
     DropFragments(RtpDamage::MissingEnd);
     const std::size_t before = Size();
     if (!Append(kStartCode, sizeof(kStartCode)) || !Append(header, headerSize)) {
@@ -76,9 +76,9 @@ void NalDepacketizer::BeginFragments(const NalFacts& facts, const std::uint8_t* 
         return;
     }
     m_fragmentStart = before;
-    m_fragmentType = facts.type;
+    m_fragmentType = kind.type;
     m_inFragments = true;
-    NoteUnit(facts);
+    NoteUnit(kind);
 }
 
 bool NalDepacketizer::AddFragment(std::uint8_t type, const std::uint8_t* bytes, std::size_t size) {
@@ -106,18 +106,18 @@ void NalDepacketizer::DropFragments(RtpDamage damage) {
     }
 }
 
-void NalDepacketizer::NoteUnit(const NalFacts& facts) {
+void NalDepacketizer::NoteUnit(const NalKind& kind) {
     if (!m_leadIn.known) {
         m_leadIn.known = true;
-        m_leadIn.firstType = facts.type;
+        m_leadIn.firstType = kind.type;
     }
-    if (facts.slice && !m_hasSlice) {
+    if (kind.slice && !m_hasSlice) {
         m_hasSlice = true;
-        m_beginsPicture = facts.firstSlice;
+        m_beginsPicture = kind.firstSlice;
     } else if (!m_hasSlice) {
         ++m_leadIn.unitsBefore;
     }
-    m_unit.keyFrame = m_unit.keyFrame || facts.keyPicture;
+    m_unit.keyFrame = m_unit.keyFrame || kind.key;
 }
 
 // Hands the access unit over. One before which packets are missing counts as whole only when it begins as those of its

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "gvx_common/codec/nal_unit.h"
 #include "gvx_common/rtp/rtp_depacketizer.h"
 
 namespace gvx {
@@ -23,21 +24,13 @@ protected:
     NalDepacketizer(IRtpAccessUnitSink& sink, AccessUnitEnd end, std::size_t maxBytes)
         : RtpDepacketizer(sink, maxBytes), m_end(end) {}
 
-    // What the start of a NAL unit, header included, tells.
-    struct NalFacts {
-        std::uint8_t type = 0;
-        bool slice = false;       // picture data
-        bool firstSlice = false;  // and the first of its picture
-        bool keyPicture = false;
-    };
-
     // Every packet is put between these two. False for one without payload, which is passed over.
     bool BeginPacket(const RtpView& packet, std::uint32_t lostBefore, std::int64_t arrivalUs);
     void EndPacket(bool marker);
 
-    void AddUnit(const NalFacts& facts, const std::uint8_t* unit, std::size_t size);
+    void AddUnit(const NalKind& kind, const std::uint8_t* unit, std::size_t size);
     // The header is that of the NAL unit as its sender had it.
-    void BeginFragments(const NalFacts& facts, const std::uint8_t* header, std::size_t headerSize);
+    void BeginFragments(const NalKind& kind, const std::uint8_t* header, std::size_t headerSize);
     // False, with the damage noted, when no unit of that type is under construction.
     bool AddFragment(std::uint8_t type, const std::uint8_t* bytes, std::size_t size);
     void EndFragments() { m_inFragments = false; }
@@ -53,7 +46,7 @@ private:
         }
     };
 
-    void NoteUnit(const NalFacts& facts);
+    void NoteUnit(const NalKind& kind);
     void DropFragments(RtpDamage damage);
     void Finish();
 

@@ -33,7 +33,8 @@ void RtpReorder::Push(std::int64_t number, const std::uint8_t* data, std::size_t
     if (number == m_next) {
         Deliver(data, size, nowUs);
     } else {
-        if (m_waiting != 0 && number - m_next < static_cast<std::int64_t>(kMostPackets) && m_slots[SlotOf(number)].used) {
+        if (m_waiting != 0 && number - m_next < static_cast<std::int64_t>(kMostPackets) &&
+            m_slots[SlotOf(number)].used) {
             ++m_statistics.duplicates;
             return;
         }

@@ -23,9 +23,9 @@ struct RtpReorderStatistics {
     std::uint64_t lost = 0;       // given up
 };
 
-// Puts packets in order within a bound of packets and of age. One that is next goes on at once, without a copy; one that
-// is early is copied and waits until those before it have come or the bound is reached, and then the gap is given up. The
-// copies' memory is kept and reused. One thread.
+// Puts packets in order within a bound of packets and of age. One that is next goes on at once, without a copy; one
+// that is early is copied and waits until those before it have come or the bound is reached, and then the gap is given
+// up. The copies' memory is kept and reused. One thread.
 class RtpReorder {
 public:
     static constexpr std::size_t kMostPackets = 256;

@@ -44,8 +44,8 @@ void RtpSource::UpdateJitter(std::uint32_t arrival, std::uint32_t rtpTime) {
     const std::uint32_t transit = arrival - rtpTime;
     if (m_hasTransit) {
         const auto difference = static_cast<std::int32_t>(transit - m_transit);
-        const std::uint32_t size = difference < 0 ? 0u - static_cast<std::uint32_t>(difference)
-                                                  : static_cast<std::uint32_t>(difference);
+        const std::uint32_t size =
+            difference < 0 ? 0u - static_cast<std::uint32_t>(difference) : static_cast<std::uint32_t>(difference);
         m_jitter += size - ((m_jitter + 8) >> 4);
     }
     m_transit = transit;
@@ -70,7 +70,8 @@ RtcpReportBlock RtpSource::MakeReport(std::int64_t nowUs) {
     m_expectedPrior = Expected();
     m_receivedPrior = m_received;
     if (expected > received) {
-        block.fractionLost = static_cast<std::uint8_t>(std::min<std::uint64_t>(255, (expected - received) * 256 / expected));
+        block.fractionLost =
+            static_cast<std::uint8_t>(std::min<std::uint64_t>(255, (expected - received) * 256 / expected));
     }
     block.highestSeq = static_cast<std::uint32_t>(m_highest - kCycle);
     block.jitter = Jitter();

@@ -32,6 +32,8 @@ public:
     // The source's wall time in microseconds since 1970 at that RTP time; 0 before its first report.
     std::int64_t CaptureWallUs(std::uint32_t rtpTime, std::uint32_t clockRate) const;
 
+    // The first number, continued as those of Update.
+    std::int64_t First() const { return static_cast<std::int64_t>(m_first); }
     std::uint32_t Ssrc() const { return m_ssrc; }
     std::uint64_t Received() const { return m_received; }
     std::int64_t Lost() const;

@@ -1,5 +1,7 @@
 #include "gvx_common/rtp/ps2es_parse.h"
 
+#include "gvx_common/rtp/pes_parse.h"
+
 #include "support/recording_logger.h"
 
 #include <gtest/gtest.h>
@@ -26,8 +28,7 @@ Bytes PackHeader(unsigned char stuffing) {
 }
 
 const Bytes kSystemHeader{0, 0, 1, 0xBB, 0, 6, 0x80, 0x00, 0x09, 0, 0, 0};
-const Bytes kStreamMap{0,    0, 1,    0xBC, 0, 18,   0xE0, 0xFF, 0, 0, 0, 8, 0x1B, 0xE0,
-                       0,    0, 0x90, 0xC0, 0, 0,    1,    2,    3, 4};
+const Bytes kStreamMap{0, 0, 1, 0xBC, 0, 18, 0xE0, 0xFF, 0, 0, 0, 8, 0x1B, 0xE0, 0, 0, 0x90, 0xC0, 0, 0, 1, 2, 3, 4};
 
 Bytes Pes(unsigned char id, const Bytes& payload, bool withLength = true) {
     const std::size_t length = withLength ? 3 + 5 + payload.size() : 0;
@@ -111,8 +112,8 @@ TEST(Ps2EsParse, RefusesWhatIsNoProgramStream) {
     Bytes longInfo = kStreamMap;
     longInfo[8] = 0x10;
     const std::vector<Bytes> refused{
-        {0, 0, 1},          {1, 2, 3, 4, 5, 6}, {0, 0, 1, 0xBA, 0x44}, {0, 0, 1, 0x65, 1, 2, 3}, {0, 0, 1, 0xE0, 0},
-        {0, 0, 1, 0xE0, 0, 1, 0x80}, longHead, longInfo,
+        {1},      {1, 2, 3, 4, 5, 6}, {0, 0, 1, 0xBA, 0x24}, {0, 0, 1, 0x65, 1, 2, 3}, {0, 0, 1, 0xE0, 0, 1, 0x80},
+        longHead, longInfo,
     };
     for (const Bytes& packet : refused) {
         ScopedRecordingLogger log;
@@ -126,6 +127,65 @@ TEST(Ps2EsParse, RefusesWhatIsNoProgramStream) {
     unsigned int videoLen, audioLen;
     EXPECT_EQ(parser.ParsePSPack(nullptr, 100, video, videoLen, audio, audioLen, parsed.header), 1);
     EXPECT_EQ(videoLen + audioLen, 0u);
+}
+
+// A stream with a gap of zeros, private packets and no map gives the same wherever a buffer ends.
+TEST(Ps2EsParse, ABufferMayEndAnywhere) {
+    Bytes stream = PackHeader(3);
+    Append(stream, Pes(0xE0, {0, 0, 0, 1, 0x67, 1}));
+    Append(stream, Bytes(5, 0));
+    Append(stream, PackHeader(0));
+    Append(stream, kSystemHeader);
+    Append(stream, Pes(0xBD, {9, 9, 9}));
+    Append(stream, Pes(0xC0, {7, 7}));
+    Append(stream, Pes(0xE0, {0, 0, 0, 1, 0x65, 2, 0, 0, 1, 3}, false));
+    Append(stream, kStreamMap);
+    Append(stream, Pes(0xE0, {4, 5}));
+    for (std::size_t cut = 1; cut < stream.size(); ++cut) {
+        CPs2EsParse parser;
+        const auto at = stream.begin() + static_cast<std::ptrdiff_t>(cut);
+        Parsed first = Parse(Bytes(stream.begin(), at), parser);
+        const Parsed second = Parse(Bytes(at, stream.end()), parser);
+        ASSERT_EQ(first.result + second.result, 0) << cut;
+        Append(first.video, second.video);
+        Append(first.audio, second.audio);
+        ASSERT_EQ(first.video, (Bytes{0, 0, 0, 1, 0x67, 1, 0, 0, 0, 1, 0x65, 2, 0, 0, 1, 3, 4, 5})) << cut;
+        ASSERT_EQ(first.audio, (Bytes{7, 7})) << cut;
+    }
+    // What a cut packet still lacks is not waited for when a new pack comes.
+    CPs2EsParse parser;
+    EXPECT_EQ(Parse(Bytes(stream.begin(), stream.begin() + 33), parser).video, (Bytes{0, 0}));
+    EXPECT_EQ(Parse(stream, parser).audio, (Bytes{7, 7}));
+}
+
+TEST(PesParse, ReadsTimesOf33BitsAndRefusesWrongHeads) {
+    // Presentation time 2^33 - 1, decoding time 2^32, payload of two bytes.
+    const Bytes good{0, 0, 1, 0xE0, 0, 15, 0x84, 0xC0, 10, 0x3F, 0xFF, 0xFF, 0xFF, 0xFF, 0x19, 0, 1, 0, 1, 8, 9};
+    HstPESPacket packet;
+    ASSERT_EQ(CHstPESParse().ParsePES(good.data(), static_cast<int>(good.size()), packet), 0);
+    EXPECT_EQ(packet.ullPts, 0x1FFFFFFFFu);
+    EXPECT_EQ(packet.ullDts, 0x100000000u);
+    EXPECT_TRUE(packet.bHavePts && packet.bHaveDts && packet.bAligned);
+    EXPECT_EQ(Bytes(packet.pPayload, packet.pPayload + packet.uiPayloadLen), (Bytes{8, 9}));
+    ASSERT_EQ(CHstPESParse::Read(good.data(), good.size() - 1, packet), PES_OK);
+    EXPECT_EQ(packet.uiPayloadLen, 1u);
+    const Bytes padding{0, 0, 1, 0xBE, 0, 2, 0xFF, 0xFF};
+    ASSERT_EQ(CHstPESParse::Read(padding.data(), padding.size(), packet), PES_OK);
+    EXPECT_FALSE(packet.bHavePts);
+    EXPECT_EQ(packet.uiPayloadLen, 2u);
+    const auto changed = [&](std::size_t at, unsigned char value) {
+        Bytes bytes = good;
+        bytes[at] = value;
+        return CHstPESParse::Read(bytes.data(), bytes.size(), packet);
+    };
+    EXPECT_EQ(changed(2, 2), PES_NO_START);
+    EXPECT_EQ(changed(3, 0xB9), PES_NO_START);
+    EXPECT_EQ(changed(6, 0x44), PES_WRONG_HEAD);
+    EXPECT_EQ(changed(8, 200), PES_WRONG_LENGTH);
+    EXPECT_EQ(CHstPESParse::Read(good.data(), 12, packet), PES_INCOMPLETE);
+    ScopedRecordingLogger log;
+    EXPECT_EQ(CHstPESParse().ParsePES(good.data(), 5, packet), 1);
+    EXPECT_EQ(log->Count("Parse PES packet failed"), 1u);
 }
 
 TEST(Ps2EsParse, DamagedPacketsNeverLeadOutsideTheBuffer) {
@@ -145,7 +205,7 @@ TEST(Ps2EsParse, DamagedPacketsNeverLeadOutsideTheBuffer) {
         packet.resize(1 + random() % packet.size());
         const Parsed parsed = Parse(packet, parser);
         accepted += parsed.result == 0;
-        ASSERT_LE(parsed.video.size() + parsed.audio.size(), packet.size());
+        ASSERT_LE(parsed.video.size() + parsed.audio.size(), packet.size() + good.size());
     }
     EXPECT_GT(accepted, 0);
 }
