@@ -144,13 +144,13 @@ void RtpPoller::Serve(std::uint64_t key) {
 // Runs what is due; when the next is.
 std::int64_t RtpPoller::RunTimers(std::int64_t nowUs) {
     // A callback may remove receivers, and so entries.
-    std::vector<std::uint32_t> due;
+    m_due.clear();
     for (const auto& entry : m_entries) {
         if (entry.second.timerUs <= nowUs) {
-            due.push_back(entry.first);
+            m_due.push_back(entry.first);
         }
     }
-    for (const std::uint32_t id : due) {
+    for (const std::uint32_t id : m_due) {
         const auto found = m_entries.find(id);
         if (found != m_entries.end()) {
             const int nextMs = found->second.receiver->OnTimer();

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 #include "gvx_common/rtp/common_rtp_receiver.h"
 
@@ -49,6 +50,7 @@ private:
     int m_wake;
     std::recursive_mutex m_mutex;  // guards what follows
     std::unordered_map<std::uint32_t, Entry> m_entries;
+    std::vector<std::uint32_t> m_due;  // reused
     std::uint32_t m_nextId = 1;
     std::int64_t m_nextTimerUs = 0;
 };
