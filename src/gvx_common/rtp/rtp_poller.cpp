@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <ctime>
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -28,7 +29,8 @@ bool Watch(int epoll, int handle, std::uint64_t key) {
 
 }  // namespace
 
-RtpPoller::RtpPoller() : m_epoll(::epoll_create1(EPOLL_CLOEXEC)), m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+RtpPoller::RtpPoller(int restUs)
+    : m_restUs(restUs), m_epoll(::epoll_create1(EPOLL_CLOEXEC)), m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (m_epoll != -1 && (m_wake == -1 || !Watch(m_epoll, m_wake, kWakeKey))) {
         ::close(m_epoll);
         m_epoll = -1;
@@ -93,9 +95,14 @@ int RtpPoller::Poll(int timeoutMs) {
         waitUs = std::min(static_cast<std::int64_t>(timeoutMs) * 1000,
                           m_nextTimerUs - CurrentClock().MonotonicMicroseconds());
     }
-    std::array<epoll_event, 128> events;
+    std::array<epoll_event, 256> events;
     const int waitMs = static_cast<int>((std::clamp<std::int64_t>(waitUs, 0, kMostWaitUs) + 999) / 1000);
-    const int count = ::epoll_wait(m_epoll, events.data(), static_cast<int>(events.size()), waitMs);
+    int count = ::epoll_wait(m_epoll, events.data(), static_cast<int>(events.size()), waitMs);
+    if (count > 0 && m_restUs > 0) {
+        const timespec rest{0, std::min(m_restUs, 999999) * 1000L};
+        ::nanosleep(&rest, nullptr);
+        count = ::epoll_wait(m_epoll, events.data(), static_cast<int>(events.size()), 0);
+    }
     if (count < 0) {
         return errno == EINTR ? 0 : -1;
     }

@@ -12,7 +12,10 @@ namespace gvx {
 // Serves many receivers with one thread of its user's: Poll in a loop. Receivers are added and removed on any thread.
 class RtpPoller {
 public:
-    RtpPoller();
+    // restUs: how long Poll lets packets gather once the first has come, so that those of a frame and of several
+    // streams are read together; the latency that this adds buys processor time. 0 reads at once.
+    static constexpr int kRestUs = 1000;
+    explicit RtpPoller(int restUs = kRestUs);
     ~RtpPoller();
     RtpPoller(const RtpPoller&) = delete;
     RtpPoller& operator=(const RtpPoller&) = delete;
@@ -46,6 +49,7 @@ private:
     void Serve(std::uint64_t key);
     std::int64_t RunTimers(std::int64_t nowUs);
 
+    const int m_restUs;
     int m_epoll;
     int m_wake;
     std::recursive_mutex m_mutex;  // guards what follows
