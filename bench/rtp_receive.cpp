@@ -335,6 +335,36 @@ double Measure(const Sender& sender, const std::vector<pid_t>& receivers, std::s
     return static_cast<double>(sent - std::min(sent, dropped)) * 1e9 / static_cast<double>(cpuUsed);
 }
 
+// Of a receiver that has seen the clip once; every twentieth packet comes late.
+double AllocationsAPacket(Stream stream) {
+    CountingSink sink;
+    CCommonRtpReceiver receiver(sink);
+    RtpReceiverParams params;
+    params.endpoint.interleavedSend = [](enRtpFlow, const std::uint8_t*, std::size_t) { return true; };
+    if (receiver.Open(params) != 0) {
+        std::exit(2);
+    }
+    std::vector<Bytes*> packets;
+    for (std::vector<Bytes>& frame : stream.frames) {
+        for (Bytes& packet : frame) {
+            packets.push_back(&packet);
+        }
+    }
+    std::uint16_t seq = 0;
+    std::uint64_t before = 0;
+    for (int turn = 0; turn < 2; ++turn) {
+        before = bench::Allocations();
+        for (std::size_t i = 0; i < packets.size(); ++i) {
+            gvx::StoreBe16(&(*packets[i])[2], seq++);
+        }
+        for (std::size_t i = 0; i < packets.size(); ++i) {
+            const std::size_t which = i % 20 == 0 && i + 1 < packets.size() ? i + 1 : i % 20 == 1 ? i - 1 : i;
+            receiver.Push(packets[which]->data(), packets[which]->size());
+        }
+    }
+    return static_cast<double>(bench::Allocations() - before) / static_cast<double>(packets.size());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -370,6 +400,7 @@ int main(int argc, char** argv) {
     };
     compare(1, 500, "one stream");
     compare(200, 10, "200 streams");
+    table.Plain("heap allocations a packet", AllocationsAPacket(stream), "");
     std::error_code ignored;
     std::filesystem::remove_all(folder, ignored);
     return table.Print() ? 0 : 1;
