@@ -14,7 +14,7 @@ class RtpPoller {
 public:
     // restUs: how long Poll lets packets gather once the first has come, so that those of a frame and of several
     // streams are read together; the latency that this adds buys processor time. 0 reads at once.
-    static constexpr int kRestUs = 1000;
+    static constexpr int kRestUs = 2000;
     explicit RtpPoller(int restUs = kRestUs);
     ~RtpPoller();
     RtpPoller(const RtpPoller&) = delete;
