@@ -13,6 +13,7 @@
 #include "gvx_common/config/config_rules.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "nss/nss_msg_type.h"
 
 #include <json/value.h>
 
@@ -202,6 +203,14 @@ int TakeChangedConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*sessio
                                            : key + " can not be edited at run time.";
     }
     AnswerJson(cmd, body, code);
+    return code;
+}
+
+int Take35114Config(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
+    const int code = GvxConfigMgr()->Set35114ChangeFromFrame(cmd.GetMsgBlock());
+    if (cmd.GetReqID() == NSS_MODIFY_GB35114_CONF_REQ) {
+        AnswerBare(cmd, code);
+    }
     return code;
 }
 

@@ -20,5 +20,8 @@ int EditConfig(GatewayContext& context, BP::CGvxSessionBase& session, const BP::
 // NSS_SET_GVX_PLUGIN_CONFIG_REQ: the platform's message about a changed setting, taken as an edit. The answer is
 // as that of an edit, in JSON.
 int TakeChangedConfig(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
+// NSS_MODIFY_GB35114_CONF_REQ, which is answered, and NSS_GET_GB35114_CONF_RSP: the settings of secure video links, as
+// the platform changes them, or as OMU gives them when it is asked.
+int Take35114Config(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
 
 }  // namespace gvx

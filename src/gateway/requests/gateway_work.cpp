@@ -68,6 +68,8 @@ constexpr WorkRow kWorkRows[] = {
     {NSS_CONFIG_QUERY_REQ, &QueryConfig},
     {NSS_CONFIG_EDIT_REQ, &EditConfig},
     {NSS_SET_GVX_PLUGIN_CONFIG_REQ, &TakeChangedConfig},
+    {NSS_MODIFY_GB35114_CONF_REQ, &Take35114Config},
+    {NSS_GET_GB35114_CONF_RSP, &Take35114Config},
     {NSS_NOTIFY_LINK_PORT_TO_GVX_RSP, &ConnectMediaUnit},
     {GVX_INTERNAL_REQ_ALARM_CONTROL, &TellHeldAlarms},
     {NSS_ALARM_CONTRON_REQ, &TellHeldAlarms},

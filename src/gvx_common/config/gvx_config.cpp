@@ -244,37 +244,62 @@ int GVX_Config::get(const char* section, const char* key, char* out, unsigned in
     return ZVS_SUCCEED;
 }
 
-int GVX_Config::set(const char* section, const char* key, const char* value) {
-    if (section == nullptr || key == nullptr || value == nullptr) {
-        return ZVS_PARA_INVALID;
-    }
+// The item that may take the value; null with a log line.
+KEYVALUE_ITEM* GVX_Config::FindForSet(const char* section, const char* key, const char* value) {
     const auto foundSection = std::find_if(m_secList.begin(), m_secList.end(), [section](const SECTION_ITEM& item) {
         GVX_LOG_INFO("GVX_Config::set", "Section[%s]", item.Section.c_str());
         return item.Section == section;
     });
     if (foundSection == m_secList.end()) {
         GVX_LOG_ERR_CODE("GVX_Config::set", ZVS_FAIL, "Failed not find Section[%s]", section);
-        return ZVS_FAIL;
+        return nullptr;
     }
     const auto foundKey = FindFirst(foundSection->KvList, &KEYVALUE_ITEM::Key, key);
     if (foundKey == foundSection->KvList.end()) {
         GVX_LOG_ERR_CODE("GVX_Config::set", ZVS_FAIL, "Failed not find ItemName[%s]", key);
-        return ZVS_FAIL;
+        return nullptr;
     }
     // The rest of it would be read back as lines of their own.
     if (std::strpbrk(value, "\r\n") != nullptr) {
         GVX_LOG_ERR_CODE("GVX_Config::set", ZVS_FAIL, "The value of [%s] holds a line end", key);
-        return ZVS_FAIL;
+        return nullptr;
     }
-    std::string oldValue = value;
-    oldValue.swap(foundKey->Value);
-    if (save() != ZVS_SUCCEED) {
+    return &*foundKey;
+}
+
+int GVX_Config::set(const char* section, const char* key, const char* value) {
+    if (section == nullptr || key == nullptr || value == nullptr) {
+        return ZVS_PARA_INVALID;
+    }
+    return set(section, {{key, value}});
+}
+
+int GVX_Config::set(const char* section, const std::vector<std::pair<std::string, std::string>>& values) {
+    if (section == nullptr) {
+        return ZVS_PARA_INVALID;
+    }
+    std::vector<KEYVALUE_ITEM*> items;
+    for (const auto& [key, value] : values) {
+        items.push_back(FindForSet(section, key.c_str(), value.c_str()));
+        if (items.back() == nullptr) {
+            return ZVS_FAIL;
+        }
+    }
+    std::vector<std::string> former;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        former.push_back(values[i].second);
+        former.back().swap(items[i]->Value);
+    }
+    if (save() == ZVS_SUCCEED) {
+        return ZVS_SUCCEED;
+    }
+    for (std::size_t i = items.size(); i-- > 0;) {
+        const auto& [key, value] = values[i];
         GVX_LOG_ERR_CODE("GVX_Config::set", ZVS_FAIL, "Failed to modify the file,NewItemValue[%s],OldValue[%s]",
-                         gvx::LoggableValue(key, value), gvx::LoggableValue(key, oldValue.c_str()));
-        foundKey->Value.swap(oldValue);
-        return ZVS_FAIL;
+                         gvx::LoggableValue(key, value.c_str()), gvx::LoggableValue(key, former[i].c_str()));
+        items[i]->Value.swap(former[i]);
     }
-    return ZVS_SUCCEED;
+    return ZVS_FAIL;
 }
 
 int GVX_Config::dump(FILE* stream) {

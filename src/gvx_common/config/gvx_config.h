@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <list>
 #include <string>
+#include <utility>
+#include <vector>
 
 // Each entry is one whole comment line with its line end, or "\n" for a blank line.
 using COMMENT_LIST = std::list<std::string>;
@@ -64,6 +66,9 @@ public:
     // end is refused. 2 for a null argument.
     int set(const char* section, const char* key, const char* value);
 
+    // The same for several keys of a section, by key and value, in one save: all of them or none.
+    int set(const char* section, const std::vector<std::pair<std::string, std::string>>& values);
+
     // Writes the image to an open stream, which stays open.
     int dump(FILE* stream);
 
@@ -77,6 +82,7 @@ private:
     int ReadLines(FILE* file);
     void TakeLine(LineBuffers& buffers, COMMENT_LIST& pending);
     void TakeSection(LineBuffers& buffers, COMMENT_LIST& pending);
+    KEYVALUE_ITEM* FindForSet(const char* section, const char* key, const char* value);
     void TakeKey(LineBuffers& buffers, COMMENT_LIST& pending);
     int WriteSideFile(const std::string& backFile);
 

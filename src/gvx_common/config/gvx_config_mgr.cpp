@@ -167,10 +167,15 @@ void CGvxConfigMgr::Publish(Snapshot settings) {
     // The former settings end here, outside the lock, unless a reader still holds them.
 }
 
-void CGvxConfigMgr::PublishValue(const std::string& key, const std::string& value) {
+void CGvxConfigMgr::PublishValues(const Settings& values) {
     MapCfgKeyValue changed = *TakeSnapshot();
-    changed[key] = value;
+    for (const auto& [key, value] : values) {
+        changed[key] = value;
+    }
     Publish(std::make_shared<const MapCfgKeyValue>(std::move(changed)));
+    if (std::any_of(values.begin(), values.end(), [](const auto& value) { return Is35114Key(value.first); })) {
+        Tell35114();
+    }
 }
 
 bool CGvxConfigMgr::FindConfValue(const std::string& key, std::string& value) const {

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <climits>
 #include <cstdint>
+#include <functional>
 #include <istream>
 #include <list>
 #include <map>
@@ -117,6 +118,23 @@ public:
     // Sets the value of the element at a slash path from the root.
     int ModXmlElemValue(CBB::CXml& xml, const char* path, const char* value);
 
+    // ---- secure video links, GB35114 (gvx_config_mgr_35114.cpp) ----
+
+    // The entry for a frame with these settings, a change or the answer to a query. Its body is a JSON object with the
+    // keys of section GB35114_CFG, or an XML document with an element of each in Content. It may name what it is about:
+    // ConfigType, which is "GB35114_CFG", and NodeCode, which is this gateway's. All four settings are there and legal,
+    // and are taken together, in the file and at run time; otherwise none is. 2 for null, the decoder's code for a bad
+    // frame, else 0 or 1 with a log line that names the fault. The block stays the caller's.
+    int Set35114ChangeFromFrame(ACE_Message_Block* pMb);
+    void Get35114ConfigInfo(GVX_35114_CONFIG_INFO& info) const;
+
+    // Calls the listener with the settings as they stand after each change of one of them, by a frame or an edit, on
+    // the thread that changes them. It may not remove a listener. Gives its number, for Remove35114Listener: after that
+    // has returned, the listener is not called any more.
+    using Config35114Listener = std::function<void(const GVX_35114_CONFIG_INFO&)>;
+    unsigned int Add35114Listener(Config35114Listener listener);
+    void Remove35114Listener(unsigned int number);
+
     // ---- the unified document (gvx_config_mgr_unified.cpp) ----
 
     // Builds the document of all settings that may be read, or of one section. It may hold the clear password of the
@@ -197,7 +215,9 @@ private:
     const MapCfgKeyValue& View(Snapshot& held) const;
     Snapshot TakeSnapshot() const;
     void Publish(Snapshot settings);
-    void PublishValue(const std::string& key, const std::string& value);
+    void PublishValues(const Settings& values);
+    static bool Is35114Key(const std::string& key);
+    void Tell35114();
     int SetNatList(const std::string& file, const std::string& section, const std::string& key,
                    const std::string& value);
     void RestoreNatList();
@@ -225,6 +245,10 @@ private:
     Snapshot m_MapCfgKeyValue;  // Guarded by m_mutexConf; never null.
     // Changes with m_MapCfgKeyValue, to a number that no other snapshot of any object ever had.
     std::atomic<std::uint64_t> m_ulGeneration{0};
+    // Held while listeners are called; m_mutexEdit is then held, too, and was taken before.
+    std::mutex m_mutex35114;
+    std::map<unsigned int, Config35114Listener> m_listeners35114;  // Guarded by m_mutex35114.
+    unsigned int m_lastListener35114 = 0;                          // Guarded by m_mutex35114.
     std::atomic<bool> m_bCfgErr{false};
     std::atomic<bool> m_bIsOnline{false};
     std::string m_strCfgName;  // Guarded by m_mutexConf.

@@ -269,7 +269,7 @@ int CGvxConfigMgr::SetFileValue(const std::string& file, const std::string& sect
                     key.c_str(), shown);
         return ZVS_FAIL;
     }
-    PublishValue(key, value);
+    PublishValues({{key, value}});
     if (key == "TV_INIT_FORBID_RSA_SWITCH") {
         BP::CPluginMgr::SendRebootPluginMsg();
     }

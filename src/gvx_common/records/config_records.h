@@ -14,6 +14,16 @@ struct ZVS_GVX_CONFIG_INFO {
 };
 using CONFIG_INFO = ZVS_GVX_CONFIG_INFO;
 
+// How this gateway takes part in secure video links (GB35114): the settings of section GB35114_CFG. Texts are
+// terminated, and empty where the configuration has none.
+struct GVX_35114_CONFIG_INFO {
+    char chSecurityLevel[2];  // GB35114_SECURITY_LEVEL: "A", "B" or "C"
+    char chKeyLabel[33];      // GB35114_KEYLABEL: 3 to 32 letters and digits
+    char chServerID[21];      // GB35114_SERVER_ID: 20 digits
+    unsigned int
+        uiDateInterval;  // GB35114_DATE_INTERNAL: seconds between two date notices, 5 to 3600; 600 where it is absent
+};
+
 // What kind of value an edit carries; taken along and not looked at.
 using CONFIG_MANAGER_DATA_TYPE = int;
 

@@ -357,4 +357,100 @@ TEST(ConfigEditRules, EveryKeyHasItsRange) {
     }
 }
 
+// The settings of secure video links, which a frame changes together.
+class SecureSettingsTest : public ConfigEditTest {
+protected:
+    void SetUp() override {
+        m_folder.Write("zvs_gvx.conf",
+                       "; settings\n[GB35114_CFG]\nGB35114_SECURITY_LEVEL=A\nGB35114_KEYLABEL=gvx001\n"
+                       "GB35114_SERVER_ID=34020000002000000001\nGB35114_DATE_INTERNAL=600\n");
+        ASSERT_EQ(0, m_mgr.Init());
+        m_mgr.Add35114Listener([this](const GVX_35114_CONFIG_INFO& info) { m_told += Text(info) + ";"; });
+    }
+    static std::string Text(const GVX_35114_CONFIG_INFO& info) {
+        return std::string(info.chSecurityLevel) + " " + info.chKeyLabel + " " + info.chServerID + " " +
+               std::to_string(info.uiDateInterval);
+    }
+    std::string Now(const CGvxConfigMgr& mgr) const {
+        GVX_35114_CONFIG_INFO info;
+        mgr.Get35114ConfigInfo(info);
+        return Text(info);
+    }
+    int Send(const std::string& body, unsigned short tag = NSS_TAG_JSON_CONTENT) {
+        CNssMsgBody message(0x0AD4, 1, "t", 0, 0, tag);
+        message.SetValue(body.c_str(), static_cast<unsigned int>(body.size()));
+        ACE_Message_Block block;
+        EXPECT_EQ(0, message.encode(&block));
+        return m_mgr.Set35114ChangeFromFrame(&block);
+    }
+    static std::string Json(const std::string& level, const std::string& label, const std::string& id,
+                            const std::string& interval, const std::string& more = std::string()) {
+        return R"({"GB35114_SECURITY_LEVEL":")" + level + R"(","GB35114_KEYLABEL":")" + label +
+               R"(","GB35114_SERVER_ID":")" + id + R"(","GB35114_DATE_INTERNAL":)" + interval + more + "}";
+    }
+
+    static constexpr const char* kBefore = "A gvx001 34020000002000000001 600";
+    static constexpr const char* kID = "34020000002000000002";
+    std::string m_told;
+};
+
+TEST_F(SecureSettingsTest, AFrameSetsThemAllPersistsAndTells) {
+    EXPECT_EQ(kBefore, Now(m_mgr));
+    EXPECT_EQ(0, Send(Json("B", "gvx002", kID, "5", R"(,"ConfigType":"GB35114_CFG","NodeCode":"007")")))
+        << m_log->Dump();
+    const std::string after = "B gvx002 34020000002000000002 5";
+    EXPECT_EQ(after, Now(m_mgr));
+    EXPECT_EQ(after + ";", m_told);
+    CGvxConfigMgr restarted;
+    ASSERT_EQ(0, restarted.Init());
+    EXPECT_EQ(after, Now(restarted));
+    EXPECT_EQ(
+        0, Send("<Content><GB35114_DATE_INTERNAL>3600</GB35114_DATE_INTERNAL><GB35114_KEYLABEL>abc</GB35114_KEYLABEL>"
+                "<GB35114_SERVER_ID>34020000002000000002</GB35114_SERVER_ID><GB35114_SECURITY_LEVEL>C"
+                "</GB35114_SECURITY_LEVEL></Content>",
+                NSS_TAG_XML_CONTENT));
+    EXPECT_EQ("C abc 34020000002000000002 3600", Now(m_mgr));
+    m_told.clear();
+    EXPECT_EQ(0, Send(Json("C", "abc", kID, "\"3600\"")));
+    EXPECT_EQ("", m_told) << "nothing has changed";
+    EXPECT_EQ(0, Edit("GB35114_CFG", "GB35114_KEYLABEL", "edited"));
+    EXPECT_EQ("C edited 34020000002000000002 3600;", m_told);
+    m_mgr.Remove35114Listener(1);
+    EXPECT_EQ(0, Send(Json("A", "abc", kID, "60")));
+    EXPECT_EQ("C edited 34020000002000000002 3600;", m_told);
+}
+
+TEST_F(SecureSettingsTest, AFrameThatIsNotWholeAndLegalSetsNone) {
+    const std::string file = m_folder.Read("zvs_gvx.conf");
+    const std::string bad[] = {
+        Json("D", "gvx002", kID, "60"),
+        Json("B", "g", kID, "60"),
+        Json("B", "gvx002", "123", "60"),
+        Json("B", "gvx002", kID, "4"),
+        Json("B", "gvx002", kID, "\"60 s\""),
+        Json("B", "gvx002", kID, "[]"),
+        Json("B", "gvx002", kID, "60", R"(,"ConfigType":"LOG_CFG")"),
+        Json("B", "gvx002", kID, "60", R"(,"NodeCode":"1")"),
+        R"({"GB35114_SECURITY_LEVEL":"B"})",
+        "[]",
+        "",
+        "{",
+    };
+    for (const std::string& body : bad) {
+        EXPECT_EQ(1, Send(body)) << body;
+    }
+    EXPECT_EQ(1, Send("<Content/>", NSS_TAG_XML_CONTENT));
+    EXPECT_EQ(2, m_mgr.Set35114ChangeFromFrame(nullptr));
+    // A file that can not be written, or lacks one of the keys.
+    std::filesystem::create_directories(m_folder.Path("zvs_gvx.conf.bak/x"));
+    EXPECT_EQ(1, Send(Json("B", "gvx002", kID, "60")));
+    std::filesystem::remove_all(m_folder.Path("zvs_gvx.conf.bak"));
+    EXPECT_EQ(file, m_folder.Read("zvs_gvx.conf"));
+    m_folder.Write("zvs_gvx.conf", "; settings\n[GB35114_CFG]\nGB35114_SECURITY_LEVEL=A\n");
+    EXPECT_EQ(1, Send(Json("B", "gvx002", kID, "60")));
+    EXPECT_EQ("; settings\n[GB35114_CFG]\nGB35114_SECURITY_LEVEL=A\n", m_folder.Read("zvs_gvx.conf"));
+    EXPECT_EQ(kBefore, Now(m_mgr));
+    EXPECT_EQ("", m_told);
+}
+
 }  // namespace
