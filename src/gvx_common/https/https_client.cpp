@@ -124,7 +124,8 @@ int CHttpsClient::Connect(const std::string& host, std::uint16_t port) {
     Close();
     m_host = host;
     m_port = port;
-    bool connected = m_peerAddr.set(port, host.c_str(), 1, AF_INET) == 0;
+    bool connected = m_peerAddr.set(port, host.c_str(), 1, AF_INET) == 0 &&
+                     m_localAddr.set(static_cast<u_short>(0), static_cast<ACE_UINT32>(INADDR_ANY)) == 0;
     if (connected) {
         // The connector takes a socket that is there already; one that it makes itself would survive an exec.
         m_sockStream.set_handle(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
