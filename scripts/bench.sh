@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the benchmarks and prints their tables, each value beside its floor in the same run.
-#   scripts/bench.sh [spine] [media] [config] [memory] [links] [alarms] [sdp] [rtp]   default: all
+#   scripts/bench.sh [spine] [media] [config] [memory] [links] [alarms] [sdp] [rtp] [http]   default: all
 # Exits 1 when a goal in a table is not met. Clips made by ffmpeg are kept in build/bench-clips.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -40,7 +40,7 @@ cmake --preset release "${launcher[@]}" -DGVX_BUILD_BENCH=ON >/dev/null
 cmake --build --preset release -- --quiet
 
 wanted=("$@")
-((${#wanted[@]} > 0)) || wanted=(spine media config memory links alarms sdp rtp)
+((${#wanted[@]} > 0)) || wanted=(spine media config memory links alarms sdp rtp http)
 failed=0
 for bench in "${wanted[@]}"; do
   case $bench in
@@ -54,12 +54,13 @@ for bench in "${wanted[@]}"; do
     links) run_bench bench_link_frames ;;
     alarms) run_bench bench_alarm_store ;;
     sdp) run_bench bench_sip_sdp ;;
+    http) run_bench bench_http ;;
     rtp)
       make_clips
       run_bench bench_rtp_receive "$clips/1080p_4M.h264"
       ;;
     *)
-      echo "unknown benchmark: $bench (spine, media, config, memory, links, alarms, sdp or rtp)" >&2
+      echo "unknown benchmark: $bench (spine, media, config, memory, links, alarms, sdp, rtp or http)" >&2
       exit 2
       ;;
   esac
