@@ -1,11 +1,13 @@
 #include "gvx_common/http/common_http_stream.h"
 
-#include "gvx_common/config/config_folder.h"
-#include "gvx_common/config/gvx_config_mgr.h"
-#include "gvx_common/security/gvx_security_mgr.h"
 #include "base/bounded_string.h"
 #include "base/zvs_error.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/security/gvx_security_mgr.h"
 #include "support/recording_logger.h"
+#include "support/settings_folder.h"
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
@@ -20,8 +22,6 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -131,7 +131,7 @@ protected:
     std::string Picture() const { return m_folder.Read("picture"); }
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
     CCommonHttpStream m_stream;
     Common_HTTP_AUTH m_auth{};
 };
