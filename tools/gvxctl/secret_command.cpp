@@ -1,7 +1,7 @@
 #include "gvxctl/secret_command.h"
 
 #include "base/bounded_string.h"
-#include "base/om_adapter.h"
+#include "base/default_logger.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/security/gvx_security_mgr.h"
 #include "gvxctl/commands.h"

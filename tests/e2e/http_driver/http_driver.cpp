@@ -4,7 +4,7 @@
 //   snapshot HOST PORT USER PATH FILE    answered by the result, the type of challenge, its algorithms and lengths
 //   upload THREADS FILE URL [FILE URL]   answered by the result of each
 #include "base/bounded_string.h"
-#include "base/om_adapter.h"
+#include "base/default_logger.h"
 #include "base/zvs_error.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/http/common_http_stream.h"
