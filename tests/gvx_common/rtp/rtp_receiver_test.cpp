@@ -3,7 +3,7 @@
 #include "gvx_common/rtp/rtp_poller.h"
 
 #include "base/zvs_error.h"
-#include "gvx_common/config/config_folder.h"
+#include "support/settings_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/rtp/rtp_stream.h"
 #include "support/test_clock.h"
@@ -268,7 +268,7 @@ TEST(RtpReceiver, AsksForAPictureWhereOfferedAndEndsWithTheSource) {
 }
 
 TEST(RtpReceiver, OpensWhereAndAsTheConfigurationSays) {
-    ConfigFolder folder;
+    SettingsFolder folder;
     struct Row {
         const char* settings;
         const char* ip;

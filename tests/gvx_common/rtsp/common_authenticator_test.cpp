@@ -1,6 +1,6 @@
 #include "gvx_common/rtsp/common_authenticator.h"
 
-#include "gvx_common/config/config_folder.h"
+#include "support/settings_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/security/gvx_security_mgr.h"
 #include "support/recording_logger.h"
@@ -45,7 +45,7 @@ protected:
     }
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
 };
 
 TEST_F(Authenticator, AnswersAChallengeByItsParts) {

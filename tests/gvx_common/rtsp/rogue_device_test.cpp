@@ -1,6 +1,6 @@
 #include "support/rtsp_client.h"
 
-#include "gvx_common/config/config_folder.h"
+#include "support/settings_folder.h"
 #include "gvx_common/security/gvx_security_mgr.h"
 #include "support/recording_logger.h"
 #include "support/scripted_server.h"
@@ -52,7 +52,7 @@ protected:
     }
 
     ScopedRecordingLogger m_log;
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
 };
 
 TEST_F(RogueDevice, SilentOrGoneAtEachStep) {

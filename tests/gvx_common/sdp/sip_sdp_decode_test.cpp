@@ -1,7 +1,7 @@
 #include "gvx_common/sdp/gvx_sip_sdp.h"
 
 #include "base/zvs_error.h"
-#include "gvx_common/config/config_folder.h"
+#include "support/settings_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "sdp_test_support.h"
 #include "support/recording_logger.h"
@@ -131,7 +131,7 @@ TEST(SipSdpDecode, TalkTakesTheBlockThatReceives) {
 }
 
 TEST(SipSdpDecode, AnOfferDecodesToTheFieldsItCameFrom) {
-    const ConfigFolder folder;
+    const SettingsFolder folder;
     folder.WriteConf("");
     ASSERT_EQ(GvxConfigMgr()->Init(), 0);
     std::mt19937 random(4566);

@@ -1,7 +1,7 @@
 #include "gvx_common/sdp/gvx_sip_sdp.h"
 
 #include "base/zvs_error.h"
-#include "gvx_common/config/config_folder.h"
+#include "support/settings_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "sdp_test_support.h"
 #include "support/recording_logger.h"
@@ -22,7 +22,7 @@ protected:
         ASSERT_EQ(0, GvxConfigMgr()->Init());
     }
 
-    ConfigFolder m_folder;
+    SettingsFolder m_folder;
     ScopedRecordingLogger m_log;
     ScopedTestClock m_clock;
     CServiceSDP m_codec;

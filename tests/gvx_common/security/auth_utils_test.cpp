@@ -1,6 +1,6 @@
 #include "gvx_common/security/GvxAuthUtils.h"
 
-#include "gvx_common/config/config_folder.h"
+#include "support/settings_folder.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "support/recording_logger.h"
 
@@ -56,7 +56,7 @@ TEST(AuthUtils, TakesTheResponsesOfTheStandardAlone) {
 
 TEST(AuthUtils, RefusesBasicWhereTheSettingSaysSo) {
     ScopedRecordingLogger log;
-    ConfigFolder folder;
+    SettingsFolder folder;
     folder.WriteConf("[SECURITY_CFG]\nAUTH_ALLOW_BASIC=0\n");
     ASSERT_EQ(0, CGvxConfigMgr::Instance()->Init()) << log->Dump();
     const std::uint64_t before = GvxAuthUtils::BasicRefusals();
