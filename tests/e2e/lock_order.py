@@ -96,7 +96,7 @@ def drive(options, folder, stack):
     for words in (["get"], ["set", "MESSAGE", "MU_NSS_TIMEOUT", "5"], ["set", "SERVICE_CAPACITY", "MAX_CAPS", "200"]):
         subprocess.run([options.gvxctl, "config", words[0], "--gateway", str(gateway.port), *words[1:]],
                        stdin=subprocess.DEVNULL, capture_output=True, timeout=60, check=False)
-    gateway.stop(10)
+    gateway.stop(30)
     return read_record(folder / "locks.txt")
 
 

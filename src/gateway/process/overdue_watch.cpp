@@ -1,5 +1,7 @@
 #include "gateway/process/overdue_watch.h"
 
+#include <pthread.h>
+
 namespace gvx {
 
 namespace {
@@ -23,6 +25,7 @@ OverdueWatch::~OverdueWatch() {
 }
 
 void OverdueWatch::Run() {
+    ::pthread_setname_np(::pthread_self(), "OverdueWatch");
     const auto done = [this] { return m_done; };
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_begun()) {
