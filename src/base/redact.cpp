@@ -50,8 +50,9 @@ bool IsPlainSecret(std::string_view name) {
 }
 
 bool IsSecret(std::string_view name) {
-    return IsPlainSecret(name) || EqualsIgnoringCase(name, kMediaKey) || (name.size() >= kKeyEnding.size() &&
-                                   EqualsIgnoringCase(name.substr(name.size() - kKeyEnding.size()), kKeyEnding));
+    return IsPlainSecret(name) || EqualsIgnoringCase(name, kMediaKey) ||
+           (name.size() >= kKeyEnding.size() &&
+            EqualsIgnoringCase(name.substr(name.size() - kKeyEnding.size()), kKeyEnding));
 }
 
 // Takes the line piece by piece; the text is copied only when something is found.

@@ -55,9 +55,8 @@ int LiveStream::Start(std::string& reason) {
 }
 
 int LiveStream::MakeParam(std::string& reason) {
-    m_param = GuardPluginCall<CStreamParam*>(m_lens.plugin, "CreateStreamParam", m_lens.device, nullptr, [this] {
-        return m_lens.adapter->CreateStreamParam(m_request.serviceID);
-    });
+    m_param = GuardPluginCall<CStreamParam*>(m_lens.plugin, "CreateStreamParam", m_lens.device, nullptr,
+                                             [this] { return m_lens.adapter->CreateStreamParam(m_request.serviceID); });
     if (m_param == nullptr) {
         reason = "The plug-in made no stream parameters.";
         return ZVS_ALLOC_MEMORY_ERROR;
@@ -81,8 +80,9 @@ void LiveStream::FillParam() {
         m_param->m_nDstAudioPort = 0;
     }
     m_param->m_nVedioAnalyseIP = m_request.metadata ? m_request.dstIp : 0;
-    m_param->m_nVedioAnalysePort =
-        !m_request.metadata ? 0 : overTcp ? m_request.dstVideoPort : m_request.dstMetadataPort;
+    m_param->m_nVedioAnalysePort = !m_request.metadata ? 0
+                                   : overTcp           ? m_request.dstVideoPort
+                                                       : m_request.dstMetadataPort;
     m_param->m_nMediaTransMode = MU_MEDIA_DIRECT_TRANS;
     m_param->m_nMediaSecurityEnable = MEDIA_SECURITY_DISABLE;
 }
@@ -98,8 +98,8 @@ int LiveStream::Negotiate(std::string& reason) {
         reason = "The plug-in refused the stream's parameters. " + ReasonOf(code);
         return code;
     }
-    code = Call("CheckSpecialCase",
-                [](LiveStream& self) { return self.m_lens.adapter->CheckSpecialCase(self.m_param); });
+    code =
+        Call("CheckSpecialCase", [](LiveStream& self) { return self.m_lens.adapter->CheckSpecialCase(self.m_param); });
     if (code != 0) {
         reason = "The plug-in refused the stream. " + ReasonOf(code);
     }
@@ -193,8 +193,7 @@ std::string LiveStream::SessionDescription() {
 }
 
 int LiveStream::RequestKeyframe() {
-    return Call("RequestKeyframe",
-                [](LiveStream& self) { return self.m_lens.adapter->RequestKeyframe(self.m_param); });
+    return Call("RequestKeyframe", [](LiveStream& self) { return self.m_lens.adapter->RequestKeyframe(self.m_param); });
 }
 
 int LiveStream::Stop(bool force) {

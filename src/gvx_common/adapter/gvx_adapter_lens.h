@@ -143,8 +143,8 @@ public:
     virtual int GetVideoEncodeOptions(VIDEO_ENCODE_OPTIONS&) { return ZVS_GVX_DEV_UN_SUPPORT; }
     virtual int GetPtzAbsPosition(MSG_PTZ_ABS_POSITION_RSP&) { return ZVS_GVX_DEV_UN_SUPPORT; }
     // The session description of the answer to the platform, and the address of the stream for players. The lens's own
-    // is CServiceSDP's private form of an answer, under m_strSrcCode: 0, 1 for a transport that it has no words for, or
-    // 2 for null or an empty code.
+    // is CServiceSDP's private form of an answer, under m_strSrcCode: 0, 1 for a transport that its video block has no
+    // words for, or 2 for null or an empty code.
     virtual int EncodeRspSDP(const CStreamParam* param, std::string& sdp);
     virtual int EncodeRTSPUrl(const CStreamParam*, std::string&) { return ZVS_GVX_DEV_UN_SUPPORT; }
     virtual int SetVisualAreaInfoReq(const VisualAreaInfo&) { return ZVS_GVX_DEV_UN_SUPPORT; }

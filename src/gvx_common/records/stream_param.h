@@ -37,8 +37,8 @@ enum _MEDIA_SECURITY_ALGORITHM_E : int {
 };
 
 // One media stream as the platform asked for it and as negotiation settled it. A session fills it, the lens
-// completes it; it lives as long as the stream. No lock: the session that owns it hands it on from step to step. When it
-// is destroyed, the keys are wiped.
+// completes it; it lives as long as the stream. No lock: the session that owns it hands it on from step to step. When
+// it is destroyed, the keys are wiped.
 //
 // Addresses are IPv4. Those of the source (m_nSrcRtpVideoIp, m_nSrcRtpAudioIp) are in network byte order, as session
 // descriptions are read into them; all others and the ports are in host byte order. What a peer has described is stored
@@ -71,7 +71,7 @@ public:
     char m_CBCSecurityAlgorithmIV[16];
     std::uint32_t m_nBusinessType;  // a ZVS_SERVICE_TYPE
     std::uint32_t m_nRecvStreamMode;
-    std::uint32_t m_nDstCast;  // unicast or multicast
+    std::uint32_t m_nDstCast;   // unicast or multicast
     std::uint32_t m_nStreamID;  // an _STREAM_TYPE_EX
     std::uint32_t m_nVideoFormat;
     std::uint32_t m_nAudioFormat;
@@ -84,8 +84,8 @@ public:
     std::uint32_t m_nMediaTransMode;  // an _MU_MEDIA_TRANS_MODE
     std::uint32_t m_nSrcRtpVideoPort;
     std::uint32_t m_nSrcRtpAudioPort;
-    std::uint32_t m_nSrcRtpVideoIp;  // network byte order
-    std::uint32_t m_nSrcRtpAudioIp;  // network byte order
+    std::uint32_t m_nSrcRtpVideoIp;   // network byte order
+    std::uint32_t m_nSrcRtpAudioIp;   // network byte order
     std::uint32_t m_nVedioAnalyseIP;  // receiver of the analysis stream
     std::uint32_t m_nVedioAnalysePort;
     std::uint32_t m_nVideoPayLoadType;  // negotiated RTP payload types

@@ -40,8 +40,8 @@ enum _T28181_VIDEO_FORMAT : int {
 // them. The private form goes to the platform's media peers, the T28181 forms to devices of that standard.
 //
 // Made on the stack for one call; instances share nothing, any thread may use its own. Parameters stay the caller's.
-// Results are ZVS_SUCCEED (0), ZVS_FAIL (1) and ZVS_PARA_INVALID (2: a null pointer or an empty text where one is
-// needed). An encoder sets its output only when it succeeds. A decoder that fails leaves in the parameters what the
+// Results are ZVS_SUCCEED (0), ZVS_FAIL (1) and ZVS_PARA_INVALID (2). Encoders, DecodeSDP and DecodeT28181TalkSDP give 2
+// for a null pointer or an empty text where one is needed; the operations on single lines give 1 there. An encoder sets its output only when it succeeds. A decoder that fails leaves in the parameters what the
 // lines before stored. A text to be read ends at its first NUL.
 //
 // Source addresses in the parameters (m_nSrcRtp...Ip) are in network byte order, destination and NAT addresses in host
@@ -57,7 +57,8 @@ public:
 
     // ---- offers (bIsResp false: where the stream is to be sent) and answers (where it comes from) ----
 
-    // The private form. Fails for a transport other than RTP_OVER_UDP and RTP_OVER_TCP.
+    // The private form. A video or application block fails for a transport other than RTP_OVER_UDP and RTP_OVER_TCP; an
+    // audio block takes any other for UDP.
     int EncodeSDP(const std::string& strLensID, const CStreamParam* pStreamParam, std::string& strOutputSDP,
                   bool bIsResp);
     // The T28181 form; the text is logged. bNat has an offer name the NAT address and ports; an answer names its own
@@ -94,8 +95,8 @@ public:
     // Lines o=, c=, t=, m= and a=. All but the last fail at 1024 characters and more. One space stands between two
     // tokens.
     //
-    // The session identifier is kept where the peer connects to us alone: transport to the destination RTP_OVER_TCP
-    // and m_nRecvStreamMode 1. A space behind the address fails.
+    // The session identifier is kept only with the transport to the destination RTP_OVER_TCP and m_nRecvStreamMode 1. A
+    // space behind the address fails.
     int DecodeOriginator(const std::string& strData, CStreamParam* pStreamParam);
     // Sets the source addresses of video and audio, also from within a media block, so the last such line holds. What
     // is no address is stored as INADDR_NONE.
