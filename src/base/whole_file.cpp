@@ -48,7 +48,7 @@ constexpr mode_t kPrivate = 0600;
 
 // Made with the mode `made`; set to `forced` where that is not 0.
 bool WriteNew(const std::string& path, const std::string& content, mode_t made, mode_t forced) {
-    File file(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, made);
+    File file(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, made);
     if (!file.IsOpen()) {
         return false;
     }
@@ -61,13 +61,19 @@ bool WriteNew(const std::string& path, const std::string& content, mode_t made, 
 bool Replace(const std::string& path, const std::string& content, mode_t made, mode_t forced) {
     const std::string fresh = path + ".bak";
     if (WriteNew(fresh, content, made, forced) && std::rename(fresh.c_str(), path.c_str()) == 0) {
-        return true;
+        const std::size_t slash = path.rfind('/');
+        return SyncFolder(slash == std::string::npos ? "." : path.substr(0, slash + 1));
     }
     unlink(fresh.c_str());
     return false;
 }
 
 }  // namespace
+
+bool SyncFolder(const std::string& folder) {
+    const File opened(folder.c_str(), O_RDONLY | O_DIRECTORY);
+    return opened.IsOpen() && fsync(opened.Descriptor()) == 0;
+}
 
 bool ReadWholeFile(const std::string& path, std::size_t maxBytes, std::string& content) {
     content.clear();

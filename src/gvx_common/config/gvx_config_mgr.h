@@ -129,7 +129,8 @@ public:
     void Get35114ConfigInfo(GVX_35114_CONFIG_INFO& info) const;
 
     // Calls the listener with the settings as they stand after each change of one of them, by a frame or an edit, on
-    // the thread that changes them. It may not remove a listener. Gives its number, for Remove35114Listener: after that
+    // the thread that changes them. It may neither add nor remove a listener, nor take a lock that is held while one is
+    // removed. Gives its number, for Remove35114Listener: after that
     // has returned, the listener is not called any more.
     using Config35114Listener = std::function<void(const GVX_35114_CONFIG_INFO&)>;
     unsigned int Add35114Listener(Config35114Listener listener);

@@ -73,9 +73,12 @@ bool IsLegal(const std::string& key, const std::string& value) {
            (key != kDateInterval || CGvxUtility::isNum(value));
 }
 
+// A value that does not fit leaves its field empty: its beginning would be another one.
 template <std::size_t N>
 void CopySetting(const std::string& value, char (&field)[N]) {
-    strncpy_s(field, N, value.c_str(), std::min(value.size(), N - 1));
+    if (value.size() < N) {
+        strncpy_s(field, N, value.c_str(), value.size());
+    }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "gvx_common/security/gvx_security_mgr.h"
 
-#include "gvx_common/config/gvx_config_mgr.h"
 #include "base/base64.h"
 #include "base/bounded_string.h"
 #include "base/file_watcher.h"
@@ -9,6 +8,7 @@
 #include "base/random.h"
 #include "base/text_cipher.h"
 #include "base/whole_file.h"
+#include "gvx_common/config/gvx_config_mgr.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,6 +19,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -143,9 +144,11 @@ FileState ReadKeys(const std::string& path, bool lone, std::string& bytes, Finge
     const auto size = static_cast<std::size_t>(status.st_size);
     if (!S_ISREG(status.st_mode)) {
         why = "it is no regular file";
+    } else if (status.st_uid != geteuid()) {
+        why = "it belongs to another user";
     } else if ((status.st_mode & kOthersBits) != 0) {
         why = "others than its owner have access to it; its mode must be 0600";
-    } else if (lone ? size != kKeyBytes : size % kKeyBytes != 0 || size > kMostKeys * kKeyBytes) {
+    } else if (lone ? size != kKeyBytes : size == 0 || size % kKeyBytes != 0 || size > kMostKeys * kKeyBytes) {
         why = "its length is " + std::to_string(size) + " bytes, not " + (lone ? "" : "a multiple of ") +
               std::to_string(kKeyBytes);
     } else {
@@ -163,13 +166,6 @@ FileState ReadKeys(const std::string& path, bool lone, std::string& bytes, Finge
         Wipe(bytes);
     }
     return FileState::Refused;
-}
-
-void SyncFolder(const std::string& folder) {
-    const CloseDescriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (opened.descriptor >= 0) {
-        fsync(opened.descriptor);
-    }
 }
 
 bool MakeFolder(const std::string& folder) {
@@ -204,7 +200,7 @@ int MakeKeyFile(const std::string& folder) {
     const bool named = written && (link(side.c_str(), (folder + kKeyName).c_str()) == 0 || errno == EEXIST);
     const int fault = errno != 0 ? errno : EIO;
     unlink(side.c_str());
-    SyncFolder(folder);
+    gvx::SyncFolder(folder);
     return named ? 0 : fault;
 }
 
@@ -214,7 +210,8 @@ struct CSecurityMgr::State {
     std::mutex mutex;  // Guards all below; no other lock is taken under it but the watcher's.
     std::string folder;
     KeyRing keys;
-    Fingerprint complained;  // the file that was refused last
+    Fingerprint complained;     // the file that was refused last
+    bool storePending = false;  // the former keys are not all in their store
     std::unique_ptr<bpInotifyEventWatcher> watcher;
     std::map<std::string, std::string> held;  // handle to enciphered form
 };
@@ -255,6 +252,9 @@ bool CSecurityMgr::ReadyLocked() {
         // A change of its mode alone is not seen by the watcher.
         if (!(m_state->complained == Fingerprint{})) {
             TakeKeyLocked(folder, false);
+        }
+        if (m_state->storePending) {
+            StoreKeysLocked(folder);
         }
         return true;
     }
@@ -319,26 +319,40 @@ bool CSecurityMgr::TakeKeyLocked(const std::string& folder, bool make) {
     for (const gvx::CipherKey& key : m_state->keys.Keys()) {
         fresh.Append(reinterpret_cast<const char*>(key.data()));
     }
-    const std::string formerPath = folder + kFormerName;
-    const FileState former = ReadKeys(formerPath, false, bytes, print, why);
-    if (former == FileState::Refused) {
-        GVX_LOG_ERR(kTitle, "The store of former keys [%s] is not taken: %s.", formerPath.c_str(), why.c_str());
-    }
-    for (std::size_t at = 0; former == FileState::Taken && at < bytes.size(); at += kKeyBytes) {
-        fresh.Append(bytes.data() + at);
-    }
-    // The key in force is stored, too: it may be replaced while nobody watches.
-    std::string all = fresh.Bytes();
-    if (former != FileState::Refused && all != bytes && !gvx::ReplacePrivateFile(formerPath, all)) {
-        GVX_LOG_ERR_CODE(kTitle, ZVS_WRITE_FILE_ERROR, "Can not write [%s], err[%d]", formerPath.c_str(), errno);
-    }
-    Wipe(all);
-    Wipe(bytes);
     if (!m_state->keys.IsEmpty()) {
         GVX_LOG_INFO(kTitle, "The key of [%s] is replaced.", path.c_str());
     }
     m_state->keys.Swap(fresh);
+    StoreKeysLocked(folder);
     return true;
+}
+
+// Takes the former keys from their store and puts all back, the one in force too: it may be replaced while nobody
+// watches. What can not be stored is tried again with each use, and told once.
+void CSecurityMgr::StoreKeysLocked(const std::string& folder) {
+    // gvxd and gvxctl may both store: one after the other.
+    const CloseDescriptor turn(open((folder + kKeyName).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    while (turn.descriptor >= 0 && flock(turn.descriptor, LOCK_EX) != 0 && errno == EINTR) {
+    }
+    const std::string path = folder + kFormerName;
+    std::string bytes;
+    std::string why;
+    Fingerprint print;
+    const FileState former = ReadKeys(path, false, bytes, print, why);
+    if (former == FileState::Refused && !m_state->storePending) {
+        GVX_LOG_ERR(kTitle, "The store of former keys [%s] is not taken: %s.", path.c_str(), why.c_str());
+    }
+    for (std::size_t at = 0; former == FileState::Taken && at < bytes.size(); at += kKeyBytes) {
+        m_state->keys.Append(bytes.data() + at);
+    }
+    std::string all = m_state->keys.Bytes();
+    const bool stored = former != FileState::Refused && (all == bytes || gvx::ReplacePrivateFile(path, all));
+    if (!stored && former != FileState::Refused && !m_state->storePending) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_WRITE_FILE_ERROR, "Can not write [%s], err[%d]", path.c_str(), errno);
+    }
+    m_state->storePending = !stored;
+    Wipe(all);
+    Wipe(bytes);
 }
 
 void CSecurityMgr::OnKeyFileChanged() {

@@ -55,6 +55,7 @@ private:
     struct State;
     static constexpr std::uint32_t kOverheadBytes = 12 + 16;  // nonce and tag
 
+    void StoreKeysLocked(const std::string& folder);
     bool TakeKeyLocked(const std::string& folder, bool make);
     bool ReadyLocked();
     void OnKeyFileChanged();
