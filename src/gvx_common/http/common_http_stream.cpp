@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
 #include <cstring>
 #include <new>
 #include <string>
@@ -98,10 +99,19 @@ CCommonHttpStream::CCommonHttpStream() : m_pResponse(new (std::nothrow) char[kRe
 
 CCommonHttpStream::~CCommonHttpStream() {
     Close();
-    GvxSecurityMgr()->Release(m_PassWord);
+    ForgetPassword();
     memset_s(m_PassWord, sizeof(m_PassWord), 0, sizeof(m_PassWord));
     memset_s(m_AuthMsg, sizeof(m_AuthMsg), 0, sizeof(m_AuthMsg));
     memset_s(m_RequestHeader, sizeof(m_RequestHeader), 0, sizeof(m_RequestHeader));
+}
+
+// A handle that a caller gave is the caller's.
+void CCommonHttpStream::ForgetPassword() {
+    if (m_bHoldsPassword) {
+        GvxSecurityMgr()->Release(m_PassWord);
+        m_bHoldsPassword = false;
+    }
+    memset_s(m_PassWord, sizeof(m_PassWord), 0, sizeof(m_PassWord));
 }
 
 // What was asked before is done with; a peer that sends a byte now and then meets no other limit.
@@ -126,6 +136,9 @@ int CCommonHttpStream::Init(const char* szHost, std::uint16_t uPort, const char*
         return ZVS_FAIL;
     }
     m_port = uPort;
+    // The credentials of the device before are not for this one.
+    memset_s(m_UserName, sizeof(m_UserName), 0, sizeof(m_UserName));
+    ForgetPassword();
     StartDeadline();
     const int result = m_oSocketStream.Connect(szHost, uPort, 0);
     m_bConnected = result == 0;
@@ -141,12 +154,10 @@ int CCommonHttpStream::Init(const char* szHost, std::uint16_t uPort, const char*
         GVX_LOG_ERR(kTitle, "strncpy_s m_UserName failed!");
         return ZVS_FAIL;
     }
-    GvxSecurityMgr()->Release(m_PassWord);
     const std::size_t length = std::strlen(PassWord);
-    const bool kept = length < sizeof(m_PassWord)
-                          ? strncpy_s(m_PassWord, sizeof(m_PassWord), PassWord, length) == 0
-                          : GvxSecurityMgr()->Hold(PassWord, m_PassWord, sizeof(m_PassWord)) == ZVS_SUCCEED;
-    if (!kept) {
+    m_bHoldsPassword =
+        length >= sizeof(m_PassWord) && GvxSecurityMgr()->Hold(PassWord, m_PassWord, sizeof(m_PassWord)) == ZVS_SUCCEED;
+    if (!m_bHoldsPassword && strncpy_s(m_PassWord, sizeof(m_PassWord), PassWord, length) != 0) {
         m_PassWord[0] = '\0';
         GVX_LOG_ERR(kTitle, "strncpy_s m_PassWord failed!");
         return ZVS_FAIL;
@@ -174,6 +185,10 @@ void CCommonHttpStream::ClearLastReq() {
 }
 
 // ---- requests ----
+
+void CCommonHttpStream::ForgetRequest() {
+    memset_s(m_RequestHeader, sizeof(m_RequestHeader), 0, sizeof(m_RequestHeader));
+}
 
 bool CCommonHttpStream::Append(const char* text) {
     return text != nullptr && strncat_s(m_RequestHeader, sizeof(m_RequestHeader), text, std::strlen(text)) == 0;
@@ -215,6 +230,7 @@ const char* CCommonHttpStream::FormatRequestHeader(const char* pServer, const ch
     done =
         done && Append(kLineEnd) && Append("Connection: close") && Append(kLineEnd) && AppendEnd(pCookie, nFrom, nTo);
     if (!done) {
+        ForgetRequest();
         GVX_LOG_ERR(kHeaderFailed, "strncat_s  failed.");
         return nullptr;
     }
@@ -238,6 +254,7 @@ const char* CCommonHttpStream::FormatARequestHeader(const char* pServer, const c
         done = done && Append("Referer:") && Append(pReferer) && Append(kLineEnd);
     }
     if (!done || !AppendEnd(pCookie, nFrom, nTo)) {
+        ForgetRequest();
         GVX_LOG_ERR(kShortHeaderFailed, "strncat_s to resquest failed.");
         return nullptr;
     }
@@ -267,7 +284,7 @@ const char* CCommonHttpStream::FormatRequestHeaderEx(const char* pType, const ch
     }
     memset_s(value.data(), value.size() + 1, 0, value.size());
     if (!done) {
-        m_RequestHeader[0] = '\0';  // so that what was refused is not sent without its line
+        ForgetRequest();  // so that what was refused is not sent without its line
         return nullptr;
     }
     Length = static_cast<long>(std::strlen(m_RequestHeader));
@@ -281,6 +298,7 @@ const char* CCommonHttpStream::FormatRequestBody(const char* pType, const char* 
         return text != nullptr && strncat_s(m_RequestBody, room, text, std::strlen(text)) == 0;
     };
     if (!append(pType) || !append("=") || !append(pValue) || !Append(m_RequestBody)) {
+        ForgetRequest();
         GVX_LOG_ERR(kTitle, "strncat_s to body failed.");
         return nullptr;
     }
@@ -290,7 +308,15 @@ const char* CCommonHttpStream::FormatRequestBody(const char* pType, const char* 
 
 bool CCommonHttpStream::SendRequest(const char* pRequestHeader, long Length, bool /*bReserved*/) {
     const char* request = pRequestHeader != nullptr ? pRequestHeader : m_RequestHeader;
-    const auto length = static_cast<unsigned int>(Length != 0 ? Length : static_cast<long>(std::strlen(request)));
+    long most = Length != 0 ? Length : static_cast<long>(std::strlen(request));
+    if (pRequestHeader == nullptr) {
+        most = std::min(most, static_cast<long>(std::strlen(request)));  // no more than was composed
+    }
+    if (most <= 0 || most > INT_MAX) {
+        GVX_LOG_ERR(kTitle, "There is no request to send.");
+        return false;
+    }
+    const auto length = static_cast<unsigned int>(most);
     StartDeadline();
     if (m_oSocketStream.Send(request, length) == -1) {
         GVX_LOG_ERR(kTitle, "failed, error: %d.", ACE_OS::last_error());
@@ -657,6 +683,7 @@ const char* CCommonHttpStream::GenBasicAuthorization() {
     const int length = snprintf_s(szAuth, sizeof(szAuth), sizeof(szAuth) - 1, "%s:%s", m_UserName, password);
     memset_s(password, sizeof(password), 0, sizeof(password));
     if (length < 0) {
+        memset_s(szAuth, sizeof(szAuth), 0, sizeof(szAuth));  // what fitted stands behind the empty text
         GVX_LOG_ERR(kTitle, "snprintf_s for szAuth failed");
         return nullptr;
     }

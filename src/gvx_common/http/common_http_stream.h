@@ -17,8 +17,8 @@ enum HTTP_AUTH_ALGORITHM_MASK {
     HTTP_AUTH_ALGORTM_MASK_MIXED = 3,
 };
 
-// A device's challenge (RFC 7616, section 3.3) and what answered it. The caller zeroes it before its first use: texts
-// are terminated only because of that. A realm, nonce or qop that is longer than its field is cut.
+// A device's challenge (RFC 7616, section 3.3) and what answered it. The caller zeroes it before its first use. A
+// realm, nonce or qop that is longer than its field is cut.
 struct Common_HTTP_AUTH {
     HTTP_AUTH_TYPE authType;
     char szUserName[32];
@@ -35,7 +35,7 @@ struct Common_HTTP_AUTH {
 };
 
 constexpr const char* NONCECOUNT = "00000001";
-// Waits in vain that a body may hold before its reading ends; one more ends it.
+// A body's reading goes on while no more waits than this were in vain before the last one.
 constexpr int CMN_MAX_TIME_OUT_TIMES = 5;
 
 // A small HTTP/1.1 client (RFC 9112) for fetching pictures and settings from a camera: a request is composed in a fixed
@@ -139,6 +139,8 @@ public:
 private:
     bool Append(const char* text);
     bool AppendEnd(const char* pCookieAndRange, long nFrom, long nTo);
+    void ForgetPassword();
+    void ForgetRequest();
     void StartDeadline();
     bool ReadHeader(int& count);
     int ReadPicture(int snapLen, int& held);
@@ -163,4 +165,5 @@ private:
     char m_UserName[60] = {};
     char m_PassWord[60] = {};  // enciphered; for one that is too long, a handle of the security manager, released here
     unsigned char m_AuthMsg[513] = {};
+    bool m_bHoldsPassword = false;  // m_PassWord is a handle that this object asked the security manager for
 };

@@ -26,6 +26,7 @@ namespace {
 
 constexpr const char* kTitle = "HTTPS client";
 constexpr const char* CA_CERTIFICATE = "/omu_portal/cacert.pem";
+constexpr int kSecurityLevel = 2;  // keys of 112 bits of strength and more, whatever the system allows
 constexpr int kVerifyDepth = 2;
 constexpr std::int64_t kWaitMs = 2000;
 constexpr std::int64_t kLongestCallMs = 300000;
@@ -76,6 +77,18 @@ bool CHttpsClient::IsConnectedTo(const std::string& host, std::uint16_t port) co
     return m_connected && m_host == host && m_port == port;
 }
 
+bool CHttpsClient::IsQuiet() {
+    if (!m_connected) {
+        return false;
+    }
+    char byte = 0;
+    ERR_clear_error();
+    const int result = SSL_peek(m_SSL.get(), &byte, 1);
+    const bool quiet = result <= 0 && SSL_get_error(m_SSL.get(), result) == SSL_ERROR_WANT_READ;
+    ERR_clear_error();
+    return quiet;
+}
+
 std::int64_t CHttpsClient::EndOfCall() const {
     return m_deadlineMs != 0 ? m_deadlineMs : gvx::MonotonicMilliseconds() + kLongestCallMs;
 }
@@ -104,6 +117,12 @@ template <typename Operation>
 int CHttpsClient::Run(Operation operation, int& sslError, int& systemError) {
     const std::int64_t callEndMs = EndOfCall();
     for (;;) {
+        // Also while there is something to read: a peer that never pauses would hold the caller for ever.
+        if (gvx::MonotonicMilliseconds() >= callEndMs) {
+            sslError = SSL_ERROR_SYSCALL;
+            systemError = ETIMEDOUT;
+            return -1;
+        }
         ERR_clear_error();
         errno = 0;
         const int result = operation(m_SSL.get());
@@ -112,9 +131,8 @@ int CHttpsClient::Run(Operation operation, int& sslError, int& systemError) {
         if (result > 0 || (sslError != SSL_ERROR_WANT_READ && sslError != SSL_ERROR_WANT_WRITE)) {
             return result;
         }
-        // The library may not give the processor back as long as bytes drip in: the end of the call counts each time.
-        if (gvx::MonotonicMilliseconds() >= callEndMs || !Wait(sslError == SSL_ERROR_WANT_WRITE, callEndMs)) {
-            systemError = gvx::MonotonicMilliseconds() >= callEndMs ? ETIMEDOUT : errno;
+        if (!Wait(sslError == SSL_ERROR_WANT_WRITE, callEndMs)) {
+            systemError = errno;
             return -1;
         }
     }
@@ -174,6 +192,9 @@ bool CHttpsClient::InitClientSSLCtx() {
         return false;
     }
     m_clientSSLCtx.reset(SSL_CTX_new(m_clientSSLMethod));
+    if (m_clientSSLCtx != nullptr) {
+        SSL_CTX_set_security_level(m_clientSSLCtx.get(), kSecurityLevel);
+    }
     if (m_clientSSLCtx == nullptr || SSL_CTX_set_min_proto_version(m_clientSSLCtx.get(), TLS1_2_VERSION) != 1) {
         GVX_LOG_ERR(kTitle, "SSL_CTX_new fail");
         CleanUpSSLCtx();
@@ -351,6 +372,7 @@ void CHttpsClient::Close() {
 }
 
 void CHttpsClient::CleanUpSSLCtx() {
+    ERR_clear_error();  // what failed is told; other users of the thread's queue must not meet it
     m_SSL.reset();
     m_clientSSLCtx.reset();
 }

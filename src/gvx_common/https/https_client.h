@@ -49,6 +49,9 @@ public:
     // Whether the link is to this server, by the same name: its certificate was checked for that one.
     bool IsConnectedTo(const std::string& host, std::uint16_t port) const;
 
+    // Whether the link is up and holds nothing that the peer sent of its own accord; waits for nothing.
+    bool IsQuiet();
+
     // The moment, in milliseconds of the monotonic clock (base/clock.h), at which all calls end; 0 for none.
     void SetDeadline(std::int64_t monotonicMs) { m_deadlineMs = monotonicMs; }
 

@@ -19,6 +19,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -33,6 +34,7 @@ constexpr std::size_t kPieceBytes = 4096;
 constexpr std::size_t kAnswerBytes = 4096;
 // An answer's body up to this size is read off, so that the link can be used again; a longer one costs more than a
 // link.
+constexpr int kMostInterimHeads = 16;
 constexpr std::uint64_t kMostReadOff = 65536;
 // Beyond what a large file takes over a slow line: 100 MB at 512 kbit/s.
 constexpr int kUploadSeconds = 1800;
@@ -106,7 +108,7 @@ std::int64_t Deadline() {
 
 // The session in it is a credential.
 std::string LoggableURL(const std::string& url) {
-    return url.substr(0, url.find('?'));
+    return url.substr(0, std::min(url.find('?'), CGvxUtility::toUpper(url).find(SESSION_ID_KEY)));
 }
 
 bool IsDigit(char c) {
@@ -117,6 +119,8 @@ bool IsDigit(char c) {
 
 // Where an upload goes.
 struct CHttpsStreamUtil::Target {
+    ~Target() { memset_s(sessionID.data(), sessionID.size() + 1, 0, sessionID.size()); }
+
     std::string host;
     std::uint16_t port = 0;
     std::string uploadURL;
@@ -167,7 +171,7 @@ int CHttpsStreamUtil::ParseURL(const std::string& url, std::string& host, std::u
                        question != std::string::npos && slash < question;
     const std::string digits = whole ? text.substr(colon + 1, slash - colon - 1) : std::string();
     const int number = CGvxUtility::toInt(digits);
-    if (digits.empty() || !std::all_of(digits.begin(), digits.end(), IsDigit) || number < 1 ||
+    if (colon == 0 || digits.empty() || !std::all_of(digits.begin(), digits.end(), IsDigit) || number < 1 ||
         number > std::numeric_limits<std::uint16_t>::max()) {
         GVX_LOG_ERR(kTitle, "ParseURL, invalid URL");
         return ZVS_PARA_INVALID;
@@ -253,7 +257,8 @@ int CHttpsStreamUtil::RecyleClientLocked(std::unique_ptr<CHttpsClient> client) {
 }
 
 int CHttpsStreamUtil::UploadFileInner(CHttpsClient& client, const std::string& fileName, const Target& target) {
-    if (client.IsConnected() && !client.IsConnectedTo(target.host, target.port)) {
+    // What came behind the last answer would be taken for that of this upload.
+    if (client.IsConnected() && (!client.IsConnectedTo(target.host, target.port) || !client.IsQuiet())) {
         client.Close();
     }
     int result = ZVS_FAIL;
@@ -294,7 +299,8 @@ int CHttpsStreamUtil::UploadFileInner(CHttpsClient& client, const std::string& f
 int CHttpsStreamUtil::SendRequestHeaderAndFile(const std::string& fileName, const Target& target,
                                                CHttpsClient& client) {
     const FileDescriptor file(fileName);
-    if (file.Get() < 0) {
+    struct stat status {};
+    if (file.Get() < 0 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         GVX_LOG_ERR(kTitle, "SendRequestHeaderAndFile, Can not open the file[%s]", fileName.c_str());
         return ZVS_FAIL;
     }
@@ -314,8 +320,9 @@ int CHttpsStreamUtil::SendRequestHeaderAndFile(const std::string& fileName, cons
         GVX_LOG_ERR(kTitle, "SendRequestHeaderAndFile, snprintf_s for strPort failed");
         return ZVS_FAIL;
     }
-    const std::string request = GenerateNormalUploadRequest(target, strPort, strFileLength);
+    std::string request = GenerateNormalUploadRequest(target, strPort, strFileLength);
     int result = client.Send(request.data(), request.size());
+    memset_s(request.data(), request.size() + 1, 0, request.size());
     if (result != ZVS_SUCCEED) {
         GVX_LOG_ERR(kTitle, "SendRequestHeaderAndFile, send header failed");
     } else {
@@ -371,6 +378,7 @@ int CHttpsStreamUtil::SendFile(int descriptor, std::uint64_t length, CHttpsClien
 int CHttpsStreamUtil::ReadAnswer(CHttpsClient& client, unsigned int& code, bool& remoteKeepAlive, bool& linkIsClean) {
     char answer[kAnswerBytes];
     std::size_t held = 0;
+    int interimHeads = 0;
     for (;;) {
         const std::size_t blank = std::string_view(answer, held).find(kBlankLine);
         const std::size_t head = blank == std::string_view::npos ? held : blank + kBlankLine.size();
@@ -379,7 +387,7 @@ int CHttpsStreamUtil::ReadAnswer(CHttpsClient& client, unsigned int& code, bool&
             if (blank == std::string_view::npos) {
                 return ZVS_SUCCEED;  // longer than any head should be: its first line counts
             }
-            if (code >= 100 && code < 200) {
+            if (code >= 100 && code < 200 && ++interimHeads <= kMostInterimHeads) {
                 // Another head follows an interim one (RFC 9110, section 15.2).
                 std::memmove(answer, answer + head, held - head);
                 held -= head;
@@ -387,7 +395,7 @@ int CHttpsStreamUtil::ReadAnswer(CHttpsClient& client, unsigned int& code, bool&
             }
             std::uint64_t body = 0;
             linkIsClean = remoteKeepAlive && BodyLength(answer, head, code, body) && held - head <= body &&
-                          body <= kMostReadOff && ReadOff(client, body - (held - head));
+                          body <= kMostReadOff && ReadOff(client, body - (held - head)) && client.IsQuiet();
             return ZVS_SUCCEED;
         }
         std::size_t received = 0;
@@ -448,12 +456,18 @@ bool CHttpsStreamUtil::BodyLength(const char* response, std::size_t responseLen,
                                   std::uint64_t& length) {
     length = 0;
     bool known = resCode == 204 || resCode == 304;
-    bool coded = false;
+    bool coded = false;  // by a transfer coding, or by more than one length
+    bool counted = false;
     ForEachLine(response, responseLen, [&](const std::string& line) {
         std::string value;
         if (ValueOf(line, "TRANSFER-ENCODING:", value)) {
             coded = true;
-        } else if (!known && ValueOf(line, "CONTENT-LENGTH:", value)) {
+        } else if (ValueOf(line, "CONTENT-LENGTH:", value)) {
+            if (known) {
+                coded = coded || counted;
+                return;
+            }
+            counted = true;
             constexpr std::size_t kMostDigits = 18;
             known = !value.empty() && value.size() <= kMostDigits && std::all_of(value.begin(), value.end(), IsDigit);
             for (std::size_t i = 0; known && i < value.size(); ++i) {
