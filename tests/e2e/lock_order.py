@@ -74,7 +74,12 @@ def read_table():
     text = (ROOT / "ARCHITECTURE.md").read_text()
     section = text.partition("\n## Locks\n")[2].partition("\n## ")[0]
     rows = re.findall(r"^\| `([^`]+)` \| (.*?) \|", section, re.MULTILINE)
-    return {(outer, inner) for outer, inners in rows for inner in re.findall(r"`([^`]+)`", inners)}
+    table = {(outer, inner) for outer, inners in rows for inner in re.findall(r"`([^`]+)`", inners)}
+    while True:  # what is taken two steps below a lock may be taken right below it
+        more = {(a, d) for a, b in table for c, d in table if b == c} - table
+        if not more:
+            return table
+        table |= more
 
 
 def drive(options, folder, stack):
