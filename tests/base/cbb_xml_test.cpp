@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(XmlCursor, SearchesBehindItselfAndStaysOnFailure) {
+TEST(XmlCursor, SearchesBehindItselfStaysOnFailureAndFollowsPaths) {
     CBB::CXml xml;
     ASSERT_TRUE(xml.Parse("<r><a>1</a><b/><a k='v'>2</a></r>"));
     EXPECT_EQ(xml.GetElemValue(), nullptr);
@@ -36,10 +36,7 @@ TEST(XmlCursor, SearchesBehindItselfAndStaysOnFailure) {
     xml.Rewind();
     ASSERT_TRUE(xml.NextElem());
     EXPECT_STREQ(xml.GetElemName(), "r");
-}
 
-TEST(XmlCursor, FollowsPathsPastElementsThatLackTheRest) {
-    CBB::CXml xml;
     ASSERT_TRUE(xml.Parse("<Net><E><Server/></E><E><Client><ID>GVX#001</ID></Client></E></Net>"));
     EXPECT_FALSE(xml.FindElem("Net/E/Server/ID"));
     ASSERT_TRUE(xml.FindElem("Net/E/Client/ID"));
@@ -70,11 +67,17 @@ TEST(XmlParser, RefusesWhatIsNoDocumentAndIsThenEmpty) {
     EXPECT_TRUE(xml.Parse("<!-- head --><a/><!-- tail -->"));
 }
 
-TEST(XmlEncoder, WritesCompactTextAndReadsItBack) {
+TEST(XmlEncoder, WritesCompactTextThatReadsBackAndRefusesWhatXmlCannotCarry) {
     CBB::CXml xml;
     ASSERT_TRUE(xml.AddDeclaration("1.0", "UTF-8"));
+    for (const char* name : {"a b", "", "1a"}) {
+        EXPECT_FALSE(xml.AddElem(name)) << name;
+    }
     ASSERT_TRUE(xml.AddElem("Content"));
+    EXPECT_FALSE(xml.AddElem("SecondRoot"));
+    EXPECT_FALSE(xml.SetElemValue("\x01"));
     ASSERT_TRUE(xml.IntoElem());
+    EXPECT_FALSE(xml.AddElem("A", "\x1F"));
     ASSERT_TRUE(xml.AddElem("DevCode", "a<b&\"c\""));
     ASSERT_TRUE(xml.AddElem("LensList"));
     ASSERT_TRUE(xml.IntoElem());
@@ -92,20 +95,6 @@ TEST(XmlEncoder, WritesCompactTextAndReadsItBack) {
     ASSERT_TRUE(again.Parse(text.c_str()));
     ASSERT_TRUE(again.FindElem("Content/DevCode"));
     EXPECT_STREQ(again.GetElemValue(), "a<b&\"c\"");
-}
-
-TEST(XmlEncoder, RefusesWhatXmlCannotCarry) {
-    CBB::CXml xml;
-    ASSERT_TRUE(xml.AddDeclaration("1.0", "UTF-8"));
-    EXPECT_FALSE(xml.AddElem("a b"));
-    EXPECT_FALSE(xml.AddElem(""));
-    EXPECT_FALSE(xml.AddElem("1a"));
-    ASSERT_TRUE(xml.AddElem("Content"));
-    EXPECT_FALSE(xml.AddElem("SecondRoot"));
-    EXPECT_FALSE(xml.SetElemValue("\x01"));
-    ASSERT_TRUE(xml.IntoElem());
-    EXPECT_FALSE(xml.AddElem("A", "\x1F"));
-    EXPECT_EQ(xml.ToString(), "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Content/>");
 }
 
 TEST(XmlFile, IsReplacedWholeAndKeepsItsAccessBits) {
