@@ -12,7 +12,6 @@
 #include <atomic>
 #include <mutex>
 #include <thread>
-#include <tuple>
 
 namespace {
 
@@ -126,8 +125,7 @@ TEST_F(Dispatcher, SynchronousSendGetsItsAnswerAndAllElseReachesTheSink) {
     EXPECT_EQ(kResponse, answer->GetReqID());
     EXPECT_EQ("mine", answer->GetTransID());
     EXPECT_EQ(9u, answer->GetServiceID());
-    const std::vector<std::string> expected{"mine", "other", "mine"};
-    EXPECT_EQ(expected, Sunk());
+    EXPECT_EQ((std::vector<std::string>{"mine", "other", "mine"}), Sunk());
 }
 
 TEST_F(Dispatcher, SynchronousSendEndsByTimeAndALateAnswerReachesTheSink) {
@@ -150,7 +148,7 @@ TEST_F(Dispatcher, SynchronousSendEndsByTimeAndALateAnswerReachesTheSink) {
     EXPECT_EQ(std::vector<std::string>{"late"}, Sunk());
 }
 
-TEST_F(Dispatcher, StopEndsEveryWaitNowAndFromNowOn) {
+TEST_F(Dispatcher, StopEndsEveryWaitAndWhatCouldNeverBeAnsweredIsNotSent) {
     std::thread waiting([] { EXPECT_EQ(nullptr, SendAndWait("stopped", 3600)); });
     ASSERT_TRUE(Written());
     BP::CTransactionMgr::StopWaiting();
@@ -160,17 +158,15 @@ TEST_F(Dispatcher, StopEndsEveryWaitNowAndFromNowOn) {
     BP::CTransactionMgr::Resume();
     EXPECT_EQ(nullptr, SendAndWait("resumed", 1));
     EXPECT_EQ(2u, m_frames.Count());
-}
 
-TEST_F(Dispatcher, SynchronousSendIsRefusedWhereItCouldNeverBeAnswered) {
     EXPECT_EQ(nullptr, SendAndWait("", 3600));
     {
         const BP::LinkThreadMark mark;
         EXPECT_EQ(nullptr, SendAndWait("t", 3600));
     }
+    EXPECT_EQ(2u, m_frames.Count());
     m_frames.AnswerWith(ZVS_NET_SEND_ERROR);
     EXPECT_EQ(nullptr, SendAndWait("t", 3600));
-    EXPECT_EQ(0u, m_frames.Count());
 }
 
 TEST_F(Dispatcher, ManySynchronousSendsAtOnceEachGetTheirOwnAnswer) {
@@ -198,28 +194,17 @@ TEST_F(Dispatcher, ManySynchronousSendsAtOnceEachGetTheirOwnAnswer) {
 TEST(Cmd, CloneIsDeepAndOwnsItsBlock) {
     BP::CCmd cmd;
     cmd.SetReqID(kRequest);
-    cmd.SetTimestamp(12);
-    cmd.SetNetElemType(10105);
     cmd.SetNetLinkID("SCU#1");
-    cmd.SetTransID("trans");
     cmd.SetServiceID(9);
     cmd.SetMsgBlock(Block(kRequest, "first"));
     cmd.SetMsgBlock(Block(kRequest, "trans"));
     const std::unique_ptr<BP::CCmd> clone(cmd.NewClone());
-    ASSERT_NE(nullptr, clone);
     cmd.GetMsgBlock()->base()[0] = 'X';
     EXPECT_NE('X', clone->GetMsgBlock()->base()[0]);
     EXPECT_EQ(kNssHeaderBytes, clone->GetMsgBlock()->length());
-    const auto fields = [](const BP::CCmd& of) {
-        return std::make_tuple(of.GetReqID(), of.GetTimestamp(), of.GetNetElemType(), of.GetNetLinkID(),
-                               of.GetTransID(), of.GetServiceID());
-    };
-    EXPECT_EQ(fields(cmd), fields(*clone));
+    EXPECT_TRUE(clone->GetReqID() == kRequest && clone->GetNetLinkID() == "SCU#1" && clone->GetServiceID() == 9);
     cmd.ReleaseMsgBlock()->release();
-    EXPECT_EQ(nullptr, cmd.GetMsgBlock());
-    const std::unique_ptr<BP::CCmd> empty(cmd.NewClone());
-    ASSERT_NE(nullptr, empty);
-    EXPECT_EQ(nullptr, empty->GetMsgBlock());
+    EXPECT_EQ(nullptr, std::unique_ptr<BP::CCmd>(cmd.NewClone())->GetMsgBlock());
 }
 
 }  // namespace

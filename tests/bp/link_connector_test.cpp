@@ -1,22 +1,27 @@
 #include "bp/link_fixture.h"
 
+#include "base/zvs_error.h"
 #include "bp/link_connector.h"
 
 namespace {
 
 using LinkReconnect = LinkFixture;
 
-TEST_F(LinkReconnect, OutgoingLinkComesBackAfterThePeerRestarts) {
+TEST_F(LinkReconnect, OutgoingLinkComesBackAfterThePeerRestartsUntilItIsDeleted) {
     BP::LinkOptions options;
     options.backoffMinMs = 20;
     options.backoffMaxMs = 100;
     StartListening(options);
     auto unit = std::make_unique<FakeListener>();
     const std::uint16_t port = unit->Port();
-    ASSERT_EQ(0, BP::CNetFactory::CreateClientLink("GVX#001", 30105, "127.0.0.1", port, "127.0.0.1", true, 1000));
+    const auto create = [port] {
+        return BP::CNetFactory::CreateClientLink("GVX#001", 30105, "127.0.0.1", port, "127.0.0.1", true, 1000);
+    };
+    ASSERT_EQ(0, create());
+    EXPECT_EQ(ZVS_FAIL, create());
     auto peer = unit->Accept();
     ASSERT_NE(nullptr, peer);
-    peer->AnswerRegistration("MU#001");
+    EXPECT_EQ("GVX#001", peer->AnswerRegistration("MU#001"));
     ASSERT_TRUE(WaitForEvents(1));
     peer.reset();
     unit.reset();
@@ -28,11 +33,16 @@ TEST_F(LinkReconnect, OutgoingLinkComesBackAfterThePeerRestarts) {
     ASSERT_NE(nullptr, peer);
     peer->AnswerRegistration("MU#001");
     ASSERT_TRUE(WaitForEvents(3));
-    const std::vector<std::string> expected{"opened MU#001 30105", "closed MU#001 30105", "opened MU#001 30105"};
-    EXPECT_EQ(expected, Events());
     EXPECT_TRUE(Exchanges(*peer, "MU#001"));
     // However often it was tried, an operator reads of it once.
     EXPECT_EQ(1u, m_log->Count("connect failed", "Link closed"));
+    EXPECT_EQ(0, BP::CNetFactory::DeleteClientLinkByAddr("127.0.0.1", port, 30105));
+    EXPECT_TRUE(peer->ReadUntilClosed());
+    ASSERT_TRUE(WaitForEvents(4));
+    EXPECT_EQ((std::vector<std::string>{"opened MU#001 30105", "closed MU#001 30105", "opened MU#001 30105",
+                                        "closed MU#001 30105"}),
+              Events());
+    EXPECT_EQ(ZVS_FAIL, BP::CNetFactory::DeleteClientLinkByAddr("127.0.0.1", port, 30105));
 }
 
 TEST_F(LinkReconnect, PeerThatNeverAnswersDelaysNobody) {

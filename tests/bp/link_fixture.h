@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -45,10 +46,14 @@ protected:
 
     BP::LinkEvents Recorder() {
         BP::LinkEvents events;
-        events.opened = [this](const std::string&, int type, const std::string& link, const std::string&,
-                               unsigned int) { Note("opened " + link + " " + std::to_string(type)); };
-        events.closed = [this](const std::string&, int type, const std::string& link, const std::string&,
-                               unsigned int) { Note("closed " + link + " " + std::to_string(type)); };
+        const auto note = [this](const char* what) {
+            return [this, what](const std::string&, int type, const std::string& link, const std::string&, unsigned) {
+                std::lock_guard<std::mutex> guard(m_mutex);
+                m_events.push_back(what + link + " " + std::to_string(type));
+            };
+        };
+        events.opened = note("opened ");
+        events.closed = note("closed ");
         return events;
     }
 
@@ -59,8 +64,8 @@ protected:
         ASSERT_EQ(0, BP::CNetFactory::Listen("127.0.0.1", 0, &m_port));
     }
 
-    std::unique_ptr<FakePeer> RegisteredPeer(const std::string& id, int receiveBufferBytes = 0) {
-        std::unique_ptr<FakePeer> peer = FakePeer::Connect(m_port, "127.0.0.1", receiveBufferBytes);
+    std::unique_ptr<FakePeer> RegisteredPeer(const std::string& id) {
+        std::unique_ptr<FakePeer> peer = FakePeer::Connect(m_port);
         if (peer == nullptr || peer->Register(id) != 0u) {
             ADD_FAILURE() << id << " could not register\n" << m_log->Dump();
         }
@@ -90,22 +95,13 @@ protected:
     template <typename Predicate>
     bool Has(Predicate predicate) {
         std::lock_guard<std::mutex> guard(m_mutex);
-        for (const Arrived& frame : m_frames) {
-            if (predicate(frame)) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(m_frames.begin(), m_frames.end(), predicate);
     }
 
     static ACE_Message_Block* Frame(std::uint16_t type, const std::string& transID, std::size_t bodyBytes) {
         return BlockOf(FakePeer::MakeFrame(type, 1, transID, 0, std::string(bodyBytes, 'b')));
     }
 
-    void Note(const std::string& event) {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        m_events.push_back(event);
-    }
     std::vector<std::string> Events() {
         std::lock_guard<std::mutex> guard(m_mutex);
         return m_events;

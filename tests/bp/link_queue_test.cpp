@@ -1,7 +1,6 @@
 #include "bp/link_fixture.h"
 
 #include "base/unique_fd.h"
-#include "base/zvs_error.h"
 #include "bp/send_queue.h"
 
 #include <atomic>
@@ -11,49 +10,7 @@
 
 namespace {
 
-using LinkQueue = LinkFixture;
-
-TEST_F(LinkQueue, PeerThatStopsReadingIsBoundedCountedAndLoggedOnceAnEpisode) {
-    BP::LinkOptions options;
-    options.maxQueuedBytes = 256 * 1024;
-    StartListening(options);
-    auto slow = RegisteredPeer("SCU#001", 4096);
-    auto other = RegisteredPeer("OMU#001");
-    constexpr std::size_t kBody = 32 * 1024;
-    // The kernel's own buffers take some megabytes first; while they fill, the queue may be full and drain again.
-    std::uint64_t refused = 0;
-    std::uint64_t taken = 0;
-    for (int count = 0; count < 20000 && refused < 1000; ++count) {
-        ACE_Message_Block* block = Frame(kType, "bulk", kBody);
-        if (BP::CNetFactory::Send("SCU#001", block) != 0) {
-            block->release();
-            ++refused;
-        } else {
-            ++taken;
-        }
-        for (const BP::LinkInfo& info : BP::CNetFactory::Links()) {
-            ASSERT_LE(info.queuedBytes, options.maxQueuedBytes);
-        }
-    }
-    ASSERT_EQ(1000u, refused);
-    EXPECT_TRUE(Exchanges(*other, "OMU#001"));
-    for (std::uint64_t count = 0; count < taken; ++count) {
-        const auto frame = slow->ReadFrame();
-        ASSERT_TRUE(frame.has_value());
-        ASSERT_EQ(std::string(kBody, 'b'), frame->body);
-    }
-    EXPECT_TRUE(Exchanges(*slow, "SCU#001"));
-    // One line as an episode begins and one as it ends, which together account for every refusal.
-    EXPECT_TRUE(WaitUntil([&] {
-        return m_log->Count("link:SCU#001]", "Link queue full") == m_log->Count("link:SCU#001]", "Link queue drained");
-    }));
-    std::uint64_t accounted = 0;
-    for (const auto& line : m_log->Find("link:SCU#001]", "Link queue drained")) {
-        accounted += std::stoull(line.text.substr(line.text.find("] ") + 2));
-    }
-    EXPECT_EQ(refused, accounted);
-    EXPECT_LT(m_log->Count("link:SCU#001]", "Link queue full"), refused / 2);
-}
+using LinkQueue = LinkFixture;  // end to end, tests/e2e/slow_reader.py fills a queue
 
 TEST(SendQueue, RefusalsFormOneEpisodeUntilTheQueueIsWrittenOut) {
     int ends[2];

@@ -34,7 +34,7 @@ protected:
     CaughtFrames m_answers;
 };
 
-TEST_F(Session, RunsTheWorkOfItsRequestType) {
+TEST_F(Session, RunsTheWorkOfItsRequestTypeEvenOneThatThrows) {
     const auto cmd = Command(kRequest);
     BP::RegisterSessionWork(kRequest, [](BP::CGvxSessionBase&, const BP::CCmd&) { return 1; });
     BP::RegisterSessionWork(kRequest, [&](BP::CGvxSessionBase& session, const BP::CCmd& served) {
@@ -44,6 +44,12 @@ TEST_F(Session, RunsTheWorkOfItsRequestType) {
         return 42;
     });
     EXPECT_EQ(42, m_session.HandleCmd(cmd.get()));
+    BP::RegisterSessionWork(
+        kRequest, [](BP::CGvxSessionBase&, const BP::CCmd&) -> int { throw std::runtime_error("lens gone"); });
+    EXPECT_EQ(ZVS_FAIL, m_session.HandleCmd(cmd.get()));
+    EXPECT_TRUE(m_log->Contains("lens gone [dev:CAM001]"));
+    BP::RegisterSessionWork(kRequest, [](BP::CGvxSessionBase&, const BP::CCmd&) -> int { throw 5; });
+    EXPECT_EQ(ZVS_FAIL, m_session.HandleCmd(cmd.get()));
     EXPECT_EQ(0u, m_answers.Count());
     EXPECT_EQ(ZVS_NULL_POINTER, m_session.HandleCmd(nullptr));
 }
@@ -56,26 +62,11 @@ TEST_F(Session, AnswersARequestWithoutWorkOnItsOwnLink) {
     const CaughtFrame answer = m_answers.All()[0];
     EXPECT_EQ("SCU#1", answer.linkID);
     EXPECT_EQ(FakePeer::MakeFrame(0x9131, 77, "trans", ZVS_GVX_DEV_UN_SUPPORT), answer.bytes);
-}
-
-TEST_F(Session, AnswersNeitherResponsesNorCommandsWithoutAFrame) {
-    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_session.HandleCmd(Command(0x9A5A).get()));
-    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_session.HandleCmd(Command(0xFFFA).get()));
-    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_session.HandleCmd(Command(kRequest, false).get()));
-    EXPECT_EQ(0u, m_answers.Count());
-    m_answers.AnswerWith(ZVS_NET_SEND_ERROR);
-    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_session.HandleCmd(Command(kRequest).get()));
-    EXPECT_TRUE(m_log->Contains("The refusal of cmd[0x0131] did not leave."));
-}
-
-TEST_F(Session, WorkThatThrowsIsLoggedWithTheDevice) {
-    BP::RegisterSessionWork(
-        kRequest, [](BP::CGvxSessionBase&, const BP::CCmd&) -> int { throw std::runtime_error("lens gone"); });
-    EXPECT_EQ(ZVS_FAIL, m_session.HandleCmd(Command(kRequest).get()));
-    EXPECT_TRUE(m_log->Contains("lens gone [dev:CAM001]"));
-    BP::RegisterSessionWork(kRequest, [](BP::CGvxSessionBase&, const BP::CCmd&) -> int { throw 5; });
-    EXPECT_EQ(ZVS_FAIL, m_session.HandleCmd(Command(kRequest).get()));
-    EXPECT_EQ(2u, m_log->Count("[dev:CAM001]"));
+    // Neither responses nor commands without a frame are answered.
+    for (const auto& [reqID, withFrame] : {std::pair(0x9A5Au, true), {0xFFFAu, true}, {kRequest, false}}) {
+        EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_session.HandleCmd(Command(reqID, withFrame).get()));
+    }
+    EXPECT_EQ(1u, m_answers.Count());
 }
 
 TEST_F(Session, WorkMayBeReplacedWhileItRuns) {
