@@ -86,37 +86,23 @@ inline int Push(CGvxReactor& reactor, std::uint32_t reqID, const std::string& de
 // What sessions have served, in order. The work of the types given to the constructor is to write it down.
 class ServedCmds {
 public:
-    struct Served {
-        std::uint32_t reqID;
-        std::string devID;
-        BP::SessionKind kind;
-        bool operator==(const Served& other) const { return reqID == other.reqID && devID == other.devID; }
-    };
-
     explicit ServedCmds(const std::vector<std::uint32_t>& reqIDs) {
         for (const std::uint32_t reqID : reqIDs) {
             BP::RegisterSessionWork(reqID, [this](BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
+                char number[8];
+                std::snprintf(number, sizeof(number), "%04x@", cmd.GetReqID() & 0xFFFFu);
                 const std::lock_guard<std::mutex> guard(m_mutex);
-                m_served.push_back({cmd.GetReqID(), session.GetRespDevID(), session.GetKind()});
+                m_served.push_back(number + session.GetRespDevID());
                 return 0;
             });
         }
     }
     ~ServedCmds() { BP::ClearSessionWork(); }
 
-    std::vector<Served> All() const {
+    // "0131@devA", "0109@devA", in order.
+    std::vector<std::string> All() const {
         const std::lock_guard<std::mutex> guard(m_mutex);
         return m_served;
-    }
-    // "0131@devA 0109@devA", in order.
-    std::string Text() const {
-        std::string text;
-        for (const Served& served : All()) {
-            char number[8];
-            std::snprintf(number, sizeof(number), "%04x", served.reqID & 0xFFFFu);
-            text += (text.empty() ? "" : " ") + std::string(number) + "@" + served.devID;
-        }
-        return text;
     }
     std::size_t Count() const { return All().size(); }
     bool WaitForCount(std::size_t count) const {
@@ -125,7 +111,7 @@ public:
 
 private:
     mutable std::mutex m_mutex;
-    std::vector<Served> m_served;  // Guarded by m_mutex.
+    std::vector<std::string> m_served;  // Guarded by m_mutex.
 };
 
 // Keeps a reactor's thread inside one command until it is opened, so that a test can fill the queue behind it.
@@ -167,14 +153,12 @@ private:
 struct SocketPair {
     SocketPair() { EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends)); }
     ~SocketPair() {
-        CloseOurs();
-        ClosePeer();
+        CloseEnd(0);
+        CloseEnd(1);
     }
     void Send(const char* text) {
         EXPECT_EQ(static_cast<ssize_t>(std::strlen(text)), ::write(ends[1], text, std::strlen(text)));
     }
-    void ClosePeer() { CloseEnd(1); }
-    void CloseOurs() { CloseEnd(0); }
     void CloseEnd(int end) {
         if (ends[end] != -1) {
             ::close(ends[end]);

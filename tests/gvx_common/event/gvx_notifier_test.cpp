@@ -13,10 +13,8 @@ class Observer : public GvxObserver {
 public:
     explicit Observer(const char* name) : m_name(name) {}
     void OnGvxMessage(std::shared_ptr<GvxMessage> message) override {
-        g_calls += m_name;
-        m_kept = std::move(message);
+        g_calls += message->GetMessageType() == EN_GVX_MESSAGE_TYPE_MAIN_DEVICE_ONLINE ? m_name : "?";
     }
-    std::shared_ptr<GvxMessage> m_kept;
 
 private:
     const char* m_name;
@@ -32,43 +30,26 @@ public:
     void OnGvxMessage(std::shared_ptr<GvxMessage>) override { g_calls += "self"; }
 };
 
-std::shared_ptr<GvxMessage> Message() {
-    auto message = std::make_shared<GvxMessage>();
+TEST(GvxNotifierTest, TellsInOrderOfAttachmentAndTwiceWhenAttachedTwiceButNotItself) {
+    const auto message = std::make_shared<GvxMessage>();
     message->SetMessageTye(EN_GVX_MESSAGE_TYPE_MAIN_DEVICE_ONLINE);
-    return message;
-}
-
-class GvxNotifierTest : public ::testing::Test {
-protected:
-    void SetUp() override { g_calls.clear(); }
-    GvxNotifier m_notifier;
-    Observer m_a{"a"};
-    Observer m_b{"b"};
-};
-
-TEST_F(GvxNotifierTest, TellsInOrderOfAttachmentAndTwiceWhenAttachedTwice) {
-    m_notifier.Notify(Message());
-    EXPECT_EQ("", g_calls);
-    m_notifier.Attach(&m_b);
-    m_notifier.Attach(&m_a);
-    m_notifier.Attach(&m_b);
-    m_notifier.Notify(Message());
-    EXPECT_EQ("bab", g_calls);
-    m_notifier.Detach(&m_b);
-    m_notifier.Notify(Message());
-    EXPECT_EQ("baba", g_calls);
-}
-
-TEST_F(GvxNotifierTest, ObjectDoesNotObserveItself) {
+    Observer a("a");
+    Observer b("b");
     BothRoles both;
-    both.Attach(&both);
-    both.Attach(nullptr);
-    both.Attach(&m_a);
-    both.Notify(Message());
-    EXPECT_EQ("a", g_calls);
-    m_notifier.Attach(&both);
-    m_notifier.Notify(Message());
-    EXPECT_EQ("aself", g_calls) << "but others";
+    both.Notify(message);
+    EXPECT_EQ("", g_calls);
+    for (GvxObserver* observer : std::initializer_list<GvxObserver*>{&b, &both, nullptr, &a, &b}) {
+        both.Attach(observer);
+    }
+    both.Notify(message);
+    EXPECT_EQ("bab", g_calls);
+    both.Detach(&b);
+    both.Notify(message);
+    EXPECT_EQ("baba", g_calls);
+    GvxNotifier other;
+    other.Attach(&both);
+    other.Notify(message);
+    EXPECT_EQ("babaself", g_calls) << "but others";
 }
 
 }  // namespace

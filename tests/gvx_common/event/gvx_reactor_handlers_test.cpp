@@ -15,28 +15,22 @@ namespace {
 constexpr unsigned long kRead = ACE_Event_Handler::READ_MASK;
 
 TEST(GvxReactorHandlers, RegisteredHandlerIsServedAndUnregisteredThroughAnyReactor) {
-    CGvxReactor reactor;
     CGvxReactor other;
     SocketPair pair;
     RecordingHandler handler(pair.ends[0]);
-    EXPECT_EQ(0, reactor.RegistHandle(&handler, kRead));
+    EXPECT_EQ(1, other.UnRegistHandle(&handler, kRead)) << "no reactor knows it";
+    EXPECT_EQ(0, CGvxReactorManager::Instance()->RegistHandle(&handler, kRead));
     handler.Answer({-2});
     pair.Send("x");
     EXPECT_TRUE(WaitUntil([&] { return handler.WasCalled(); }));
     EXPECT_EQ(1, other.RegistHandle(nullptr, kRead));
+    EXPECT_EQ(1, other.UnRegistHandle(nullptr, kRead));
     EXPECT_EQ(0, other.UnRegistHandle(&handler, kRead));
     ScopedRecordingLogger log;
     EXPECT_EQ(0, other.UnRegistHandle(&handler, kRead)) << "the refusal of the reactor is a warning only";
     EXPECT_EQ(1u, log->CountLevel(OM_LOG_WARNING));
-}
-
-TEST(GvxReactorHandlers, UnregisteringWhatNoReactorKnows) {
-    CGvxReactor reactor;
-    RecordingHandler handler(0);
-    EXPECT_EQ(1, reactor.UnRegistHandle(&handler, kRead));
-    EXPECT_EQ(1, reactor.UnRegistHandle(nullptr, kRead));
     RecordingHandler unusable(-1);
-    EXPECT_EQ(1, reactor.RegistHandle(&unusable, kRead));
+    EXPECT_EQ(1, other.RegistHandle(&unusable, kRead));
     EXPECT_EQ(nullptr, unusable.reactor());
 }
 
@@ -68,16 +62,6 @@ TEST(GvxReactorHandlers, TimersRunOnTheReactorsThreadAndEnd) {
     reactor.UnInit();  // a call that was on its way is over
     EXPECT_EQ("Timers", handler.m_threadName);
     EXPECT_TRUE(log->Contains("Cancel timer success, timerID[" + std::to_string(id) + "]."));
-}
-
-TEST(GvxReactorHandlers, NotifyCallsTheHandler) {
-    CGvxReactor reactor;
-    RecordingHandler handler;
-    EXPECT_EQ(0, reactor.notify(&handler, ACE_Event_Handler::WRITE_MASK));
-    EXPECT_TRUE(WaitUntil([&] { return handler.WasCalled(); }));
-    reactor.UnInit();
-    EXPECT_EQ("output", handler.Calls());
-    EXPECT_NE(0, reactor.notify(&handler, ACE_Event_Handler::WRITE_MASK));
 }
 
 int ThreadsNamed(const std::string& wanted) {
@@ -113,17 +97,6 @@ TEST(GvxReactorManagerTest, TwentyOneThreadsOneOfEachReactor) {
     EXPECT_EQ(-1, manager->UnRegistSnapshotTimer(20, 5, 1));
     EXPECT_EQ(-1, manager->UnRegistSnapshotTimer(-1, 5, 1));
     EXPECT_TRUE(log->Contains("timerId[5], reactor index[20].", "cancel Snapshot timer fail, "));
-}
-
-TEST(GvxReactorManagerTest, HandlersGoToTheGeneralReactor) {
-    CGvxReactorManager* manager = CGvxReactorManager::Instance();
-    SocketPair pair;
-    RecordingHandler reader(pair.ends[0]);
-    reader.Answer({-2});
-    EXPECT_EQ(0, manager->RegistHandle(&reader, kRead));
-    pair.Send("x");
-    EXPECT_TRUE(WaitUntil([&] { return reader.WasCalled(); }));
-    EXPECT_EQ(0, manager->UnRegistHandle(&reader, kRead));
 }
 
 }  // namespace
