@@ -65,11 +65,11 @@ protected:
     ~FlowControlTest() override { m_queue.Fini(); }
 
     void PassTimer() { EXPECT_EQ(0, CQfcAlarmTimer().handle_timeout(ACE_Time_Value::zero, &m_queue)); }
-    std::size_t Raised(const char* reason) const {
-        return m_log->Count(std::string("On Flux Control Warn Protocal=T,Msg Queue=Test,FlowControlCode=[") + reason);
+    std::size_t Raised(const std::string& reason) const {
+        return m_log->Count("On Flux Control Warn Protocal=T,Msg Queue=Test,FlowControlCode=[" + reason);
     }
-    std::size_t Cleared(const char* reason) const {
-        return m_log->Count(std::string("On Flux Control Resume Protocal=T,MsgQueue=Test,FlowControlCode=[") + reason);
+    std::size_t Cleared(const std::string& reason) const {
+        return m_log->Count("On Flux Control Resume Protocal=T,MsgQueue=Test,FlowControlCode=[" + reason);
     }
     std::size_t ErrorLines(const char* text) const {
         const auto lines = m_log->Find(text, "Flow control");
@@ -156,8 +156,6 @@ TEST_F(FlowControlTest, LimitsStartAndEnd) {
     ASSERT_TRUE(m_queue.Init()) << "the threads of before serve on";
     EXPECT_EQ(1u, m_queue.Accepted(1));
     EXPECT_TRUE(WaitUntil([this] { return m_queue.Freed() == 41; }));
-    EXPECT_EQ(-1, CQfcAlarmTimer().handle_timeout(ACE_Time_Value::zero, nullptr));
-    EXPECT_TRUE(m_log->Contains("Input arg is null.", "Qfc alarm resume timer handle timeout."));
 }
 
 }  // namespace
