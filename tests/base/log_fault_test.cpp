@@ -23,26 +23,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-// A limit on the size of files, under which a write fails as on a full disk.
-class ScopedFileLimit {
-public:
-    explicit ScopedFileLimit(rlim_t bytes) : m_former(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &m_limit);
-        const rlimit tight{bytes, m_limit.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &tight);
-    }
-    ~ScopedFileLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_limit);
-        std::signal(SIGXFSZ, m_former);
-    }
-    ScopedFileLimit(const ScopedFileLimit&) = delete;
-    ScopedFileLimit& operator=(const ScopedFileLimit&) = delete;
-
-private:
-    void (*m_former)(int);
-    rlimit m_limit{};
-};
-
 // A logger on logs/gvx.log, limited to 1000 bytes with two backups. Each fault that is told is also logged.
 class LogFaults : public testing::Test {
 protected:
@@ -85,6 +65,17 @@ protected:
     std::vector<unsigned int> told;  // Guarded by mutex.
     gvx::LogFaultWatch watch{[this](unsigned int code, const char* path, const char* name) { Tell(code, path, name); }};
 };
+
+TEST_F(LogFaults, FilesAreRotatedBeforeTheyGrowTooLong) {
+    for (int i = 0; i < 20; ++i) {
+        Line(300);
+    }
+    for (const char* name : {"logs/gvx.log", "logs/gvx.1.log", "logs/gvx.2.log"}) {
+        const std::size_t size = folder.Read(name).size();
+        EXPECT_TRUE(size > 0 && size <= 1000) << name << " has " << size;
+    }
+    EXPECT_FALSE(std::filesystem::exists(Path("logs/gvx.3.log")));
+}
 
 TEST_F(LogFaults, AFolderThatComesBackLosesNoLineAndAFileIsBegunAnewWhereItsNameIsGone) {
     Move("logs", "away");
@@ -138,13 +129,18 @@ TEST_F(LogFaults, AFileThatCannotBecomeABackupIsBounded) {
 
 TEST_F(LogFaults, LinesThatCannotBeWrittenAreCountedAndNoneIsTorn) {
     const std::size_t before = folder.Read("logs/gvx.log").size();
-    {
-        const ScopedFileLimit limit(before + 50);
-        Line();
-        Line();
-        EXPECT_EQ(folder.Read("logs/gvx.log").size(), before) << "half a line is taken back";
-        EXPECT_THAT(ToldByALook(), ElementsAre(502));
-    }
+    // A limit on the size of files, under which a write fails as on a full disk.
+    const auto formerSignal = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit tight{before + 50, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &tight);
+    Line();
+    Line();
+    EXPECT_EQ(folder.Read("logs/gvx.log").size(), before) << "half a line is taken back";
+    EXPECT_THAT(ToldByALook(), ElementsAre(502));
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, formerSignal);
     EXPECT_THAT(ToldByALook(), ElementsAre(552));
     EXPECT_THAT(folder.Read("logs/gvx.log").substr(before), testing::HasSubstr("WARNING [Log] 3 lines are lost."))
         << "the two and the callback's";

@@ -97,21 +97,4 @@ TEST_F(DefaultLogger, HidesSecretsAndKeepsOutsideTextOnOneLine) {
     EXPECT_EQ(text.find("inTitle"), std::string::npos) << text;
 }
 
-TEST_F(DefaultLogger, RotatesBeforeAFileGrowsTooLong) {
-    OMLoggerOptions options;
-    options.maxFileBytes = 1000;
-    options.maxFiles = 2;
-    Install(options);
-    const std::string text(300, 'x');
-    for (int i = 0; i < 20; ++i) {
-        GVX_LOG_INFO("t", "%s", text.c_str());
-    }
-    for (const char* name : {"gvx.log", "gvx.1.log", "gvx.2.log"}) {
-        const std::string part = m_folder.Read(name);
-        EXPECT_FALSE(part.empty()) << name;
-        EXPECT_LE(part.size(), 1000u) << name;
-    }
-    EXPECT_FALSE(std::filesystem::exists(m_folder.Path("gvx.3.log")));
-}
-
 }  // namespace
