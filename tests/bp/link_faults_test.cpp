@@ -9,12 +9,6 @@
 
 namespace {
 
-std::string WithVersion(std::string frame, std::uint16_t version) {
-    const std::uint16_t wire = htons(version);
-    std::memcpy(&frame[0], &wire, sizeof(wire));
-    return frame;
-}
-
 std::string WithLength(std::string frame, std::uint32_t length) {
     const std::uint32_t wire = htonl(length);
     std::memcpy(&frame[offsetof(NssMsgHeader, uiPacketLength)], &wire, sizeof(wire));
@@ -37,7 +31,7 @@ std::vector<FaultRow> FaultRows() {
     return {
         {"garbage", true, std::string(300, 'G'), "bad frame: protocol version 0x4747"},
         {"garbage before registration", false, "GET / HTTP/1.1\r\n" + std::string(200, 'x'), "protocol version 0x4745"},
-        {"version 0x0200", true, WithVersion(frame, 0x0200), "bad frame: protocol version 0x0200"},
+        {"version 0x0200", true, std::string("\2\0", 2) + frame.substr(2), "bad frame: protocol version 0x0200"},
         {"length 0", true, WithLength(frame, 0), "bad frame: length 0 is outside 116 to 65536"},
         {"length 115", true, WithLength(frame, 115), "bad frame: length 115 is outside"},
         {"length one beyond the maximum", true, WithLength(frame, 65537), "bad frame: length 65537 is outside"},
@@ -105,7 +99,9 @@ TEST_F(LinkFaults, FrameOfTheGreatestLengthInSmallPiecesArrives) {
         ASSERT_TRUE(peer->SendRaw(frame.substr(at, 777)));
     }
     EXPECT_TRUE(WaitUntil([&] {
-        return Has([](const Arrived& arrived) { return arrived.transID == "whole" && arrived.bytes == 65536; });
+        return Has([](const BP::CCmd& arrived) {
+            return arrived.GetTransID() == "whole" && arrived.GetMsgBlock()->length() == 65536;
+        });
     }));
 }
 
@@ -170,7 +166,7 @@ TEST_F(LinkFaults, SilentPeerIsAskedAndThenClosedWhileOneThatAnswersStays) {
     ASSERT_TRUE(answer.has_value());
     EXPECT_EQ(4711u, answer->head.uiSeqID);
     // Neither requests nor answers of this kind are for the one who takes frames.
-    EXPECT_FALSE(Has([](const Arrived& frame) { return frame.reqID != kType; }));
+    EXPECT_FALSE(Has([](const BP::CCmd& frame) { return frame.GetReqID() != kType; }));
 }
 
 }  // namespace

@@ -21,20 +21,10 @@ class LinkFixture : public ::testing::Test {
 protected:
     static constexpr std::uint16_t kType = 0x0501;
 
-    struct Arrived {
-        std::uint32_t reqID;
-        int netElemType;
-        std::string linkID;
-        std::string transID;
-        std::size_t bytes;
-        std::time_t timestamp;
-    };
-
     void SetUp() override {
         BP::CDispatcher::SetSink([this](std::unique_ptr<BP::CCmd> cmd) {
             std::lock_guard<std::mutex> guard(m_mutex);
-            m_frames.push_back({cmd->GetReqID(), cmd->GetNetElemType(), cmd->GetNetLinkID(), cmd->GetTransID(),
-                                cmd->GetMsgBlock()->length(), cmd->GetTimestamp()});
+            m_frames.push_back(std::move(cmd));
             return 0;
         });
     }
@@ -75,14 +65,13 @@ protected:
     // A frame from the peer reaches the sink, and one to the peer reaches it.
     ::testing::AssertionResult Exchanges(FakePeer& peer, const std::string& id) {
         const std::string trans = "exchange-" + std::to_string(++m_exchanges);
-        if (!peer.SendFrame(kType, 7, trans) ||
-            !WaitUntil([&] { return Has([&](const Arrived& f) { return f.linkID == id && f.transID == trans; }); })) {
+        if (!peer.SendFrame(kType, 7, trans) || !WaitUntil([&] {
+                return Has([&](const BP::CCmd& f) { return f.GetNetLinkID() == id && f.GetTransID() == trans; });
+            })) {
             return ::testing::AssertionFailure() << "nothing came in from " << id << "\n" << m_log->Dump();
         }
-        ACE_Message_Block* block = Frame(kType, trans, 10);
-        const int result = BP::CNetFactory::Send(id, block);
+        const int result = Send(id, Frame(kType, trans, 10));
         if (result != 0) {
-            block->release();
             return ::testing::AssertionFailure() << "send to " << id << ": " << result;
         }
         const auto frame = peer.ReadFrame();
@@ -95,9 +84,17 @@ protected:
     template <typename Predicate>
     bool Has(Predicate predicate) {
         std::lock_guard<std::mutex> guard(m_mutex);
-        return std::any_of(m_frames.begin(), m_frames.end(), predicate);
+        return std::any_of(m_frames.begin(), m_frames.end(), [&](const auto& cmd) { return predicate(*cmd); });
     }
 
+    // Takes the block, sent or not.
+    static int Send(const std::string& id, ACE_Message_Block* block) {
+        const int result = BP::CNetFactory::Send(id, block);
+        if (result != 0) {
+            block->release();
+        }
+        return result;
+    }
     static ACE_Message_Block* Frame(std::uint16_t type, const std::string& transID, std::size_t bodyBytes) {
         return BlockOf(FakePeer::MakeFrame(type, 1, transID, 0, std::string(bodyBytes, 'b')));
     }
@@ -117,6 +114,6 @@ protected:
 private:
     int m_exchanges = 0;
     std::mutex m_mutex;
-    std::vector<Arrived> m_frames;      // Guarded by m_mutex.
-    std::vector<std::string> m_events;  // Guarded by m_mutex.
+    std::vector<std::unique_ptr<BP::CCmd>> m_frames;  // Guarded by m_mutex.
+    std::vector<std::string> m_events;                // Guarded by m_mutex.
 };

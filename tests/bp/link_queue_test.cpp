@@ -61,10 +61,7 @@ TEST_F(LinkQueue, FramesOfOneSenderKeepTheirOrderAndFramesOfManyStayWhole) {
                 tail->rd_ptr(kNssHeaderBytes);
                 block->wr_ptr(block->rd_ptr() + kNssHeaderBytes);
                 block->cont(tail);
-                if (BP::CNetFactory::Send("SCU#001", block) != 0) {
-                    block->release();
-                    ++failures;
-                }
+                failures += Send("SCU#001", block) != 0 ? 1 : 0;
             }
         });
     }
@@ -91,9 +88,7 @@ TEST_F(LinkQueue, SendersSurviveLinksThatComeAndGo) {
     std::atomic<bool> stop{false};
     std::thread sender([&stop] {
         while (!stop) {
-            ACE_Message_Block* block = Frame(kType, "t", 100);
-            if (BP::CNetFactory::Send("SCU#001", block) != 0) {
-                block->release();
+            if (Send("SCU#001", Frame(kType, "t", 100)) != 0) {
                 std::this_thread::yield();
             }
         }
