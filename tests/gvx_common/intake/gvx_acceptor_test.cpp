@@ -1,9 +1,9 @@
 #include "gvx_common/intake/gvx_acceptor.h"
 
 #include "base/log.h"
-#include "base/unique_fd.h"
 #include "bp/message_block_ptr.h"
 #include "bp/poll_reactor.h"
+#include "support/fake_peer.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
 #include "support/wait_until.h"
@@ -18,9 +18,7 @@
 #include <string>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <sys/socket.h>
 
 namespace {
 
@@ -62,22 +60,13 @@ protected:
         }
     }
     void Connect(std::size_t count) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(m_port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         for (std::size_t i = 0; i < count; ++i) {
-            gvx::UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-            ASSERT_EQ(0, ::connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
-            m_clients.push_back(std::move(fd));
+            m_clients.push_back(FakePeer::Connect(m_port));
+            ASSERT_NE(nullptr, m_clients.back());
             ACE_Time_Value limit(20);
             ASSERT_EQ(1, m_reactor->handle_events(limit));
             ++m_opened;
         }
-    }
-    void Send(std::size_t client, const std::string& bytes) {
-        ASSERT_EQ(static_cast<ssize_t>(bytes.size()),
-                  ::send(m_clients[client].Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
     BP::MessageBlockPtr Next() {
         EXPECT_TRUE(WaitUntil([this] { return Serve(), !m_queue.is_empty(); }));
@@ -85,14 +74,10 @@ protected:
         m_queue.dequeue_head(block);
         return BP::MessageBlockPtr(block);
     }
-    bool IsClosed(std::size_t client) const {
-        char byte = 0;
-        return ::recv(m_clients[client].Get(), &byte, 1, MSG_DONTWAIT) == 0;
-    }
     std::size_t ClosedAmong(std::size_t first, std::size_t last) const {
         std::size_t closed = 0;
         for (; first < last; ++first) {
-            closed += IsClosed(first) ? 1 : 0;
+            closed += m_clients[first]->Connected() ? 0 : 1;
         }
         return closed;
     }
@@ -105,13 +90,13 @@ protected:
     std::unique_ptr<ACE_Reactor> m_reactor = BP::MakePollReactor();
     CGVXAcceptor m_acceptor;
     std::uint16_t m_port = 0;
-    std::vector<gvx::UniqueFd> m_clients;
+    std::vector<std::unique_ptr<FakePeer>> m_clients;
     std::size_t m_opened = 0;
 };
 
 TEST_F(AcceptorTest, PostsWhatItReadsBehindTheHeadAndClosesForWantOfAQueue) {
     Connect(2);
-    Send(0, std::string(1500, 'a'));
+    ASSERT_TRUE(m_clients[0]->SendRaw(std::string(1500, 'a')));
     const BP::MessageBlockPtr block = Next();
     ASSERT_NE(nullptr, block);
     ASSERT_EQ(1064u, block->length());
@@ -121,24 +106,21 @@ TEST_F(AcceptorTest, PostsWhatItReadsBehindTheHeadAndClosesForWantOfAQueue) {
     EXPECT_STREQ("127.0.0.1", block->rd_ptr());
     EXPECT_STREQ("20260102030405", block->rd_ptr() + 16);
     EXPECT_EQ(std::string(1024, 'a'), std::string(block->rd_ptr() + 40, 1024));
-    sockaddr_in own{};
-    socklen_t size = sizeof(own);
-    ASSERT_EQ(0, ::getsockname(m_clients[0].Get(), reinterpret_cast<sockaddr*>(&own), &size));
-    EXPECT_EQ(ntohs(own.sin_port), block->msg_priority());
+    EXPECT_EQ(m_clients[0]->LocalPort(), block->msg_priority());
     EXPECT_EQ(40u + 476, Next()->length());
     EXPECT_TRUE(::fcntl(m_acceptor.get_handle(), F_GETFD) & FD_CLOEXEC);
 
     m_queue.deactivate();
-    Send(0, "lost");
+    ASSERT_TRUE(m_clients[0]->SendRaw("lost"));
     ASSERT_TRUE(WaitUntil([this] { return Serve(), m_log->Contains("handle_input enqueue_tail failed!"); }));
     m_queue.activate();
-    Send(0, "taken");
+    ASSERT_TRUE(m_clients[0]->SendRaw("taken"));
     EXPECT_EQ(45u, Next()->length());
     m_acceptor.SetMsgQueue(nullptr);
     Connect(1);
-    Send(2, "x");
-    EXPECT_TRUE(WaitUntil([this] { return Serve(), IsClosed(2); }));
-    EXPECT_FALSE(IsClosed(0) || IsClosed(1));
+    ASSERT_TRUE(m_clients[2]->SendRaw("x"));
+    EXPECT_TRUE(WaitUntil([this] { return Serve(), ClosedAmong(2, 3) == 1; }));
+    EXPECT_EQ(0u, ClosedAmong(0, 2));
 
     CGVXAcceptor other;
     EXPECT_EQ(1, other.start(ACE_INET_Addr(m_port, "127.0.0.1"), m_reactor.get())) << "the port is taken";
@@ -156,7 +138,7 @@ TEST_F(AcceptorTest, ConnectionsGoAsTheyFallSilent) {
     Connect(kAll);
     m_clock->AdvanceSeconds(10);
     for (std::size_t client = kSilent; client < kAll; ++client) {
-        Send(client, "alarm " + std::to_string(client) + "\n");
+        ASSERT_TRUE(m_clients[client]->SendRaw("alarm " + std::to_string(client) + "\n"));
     }
     ASSERT_TRUE(WaitUntil([&] { return Serve(), m_queue.message_count() == kAll - kSilent; }));
     EXPECT_EQ(0u, m_log->Count("socket timeout"));
