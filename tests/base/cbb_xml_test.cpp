@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -54,9 +55,8 @@ TEST(XmlParser, RefusesWhatIsNoDocumentAndIsThenEmpty) {
         deep += "<a>";
     }
     const std::string withZero("<a/>\0<b/>", 9);
-    for (const std::string& text :
-         {std::string(), std::string("text"), std::string("<a>"), std::string("<a></b>"), std::string("<a/><b/>"),
-          std::string("<a/>text"), withZero, deep, std::string("<!-- only -->")}) {
+    for (const std::string& text : std::vector<std::string>{"", "text", "<a>", "<a></b>", "<a/><b/>", "<a/>text",
+                                                            withZero, deep, "<!-- only -->"}) {
         ASSERT_TRUE(xml.Parse("<r/>"));
         EXPECT_FALSE(xml.Parse(text.data(), text.size())) << text.substr(0, 20);
         EXPECT_FALSE(xml.NextElem()) << text.substr(0, 20);

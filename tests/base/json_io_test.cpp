@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -14,9 +15,8 @@ bool Parse(const std::string& text, Json::Value& value, std::string* error = nul
 TEST(JsonIo, RefusesHostileTextWithAReason) {
     const std::string tooDeep = std::string(gvx::kMaxJsonDepth + 1, '[') + std::string(gvx::kMaxJsonDepth + 1, ']');
     for (const std::string& text :
-         {std::string(), std::string("{"), std::string("{\"a\":1} x"), std::string("{\"a\":1,\"a\":2}"),
-          std::string("{'a':1}"), std::string("{\"a\":1,}"), std::string("[NaN]"), tooDeep, std::string(100000, '['),
-          std::string(gvx::kMaxJsonBytes + 1, ' ')}) {
+         std::vector<std::string>{"", "{", "{\"a\":1} x", "{\"a\":1,\"a\":2}", "{'a':1}", "{\"a\":1,}", "[NaN]",
+                                  tooDeep, std::string(100000, '['), std::string(gvx::kMaxJsonBytes + 1, ' ')}) {
         Json::Value value(1);
         std::string error;
         EXPECT_FALSE(Parse(text, value, &error)) << text.substr(0, 20);

@@ -20,11 +20,6 @@ TEST(Paths, ConfigFolderComesFromTheEnvironmentElseFromTheRoot) {
         EXPECT_EQ(get_config_directory(directory), 0);
         EXPECT_EQ(directory, folder.Path());
     }
-    {
-        const ScopedEnvironment config("GVX_CONFIG_DIR", folder.Write("file", ""));
-        EXPECT_EQ(get_config_directory(directory), 1);
-        EXPECT_EQ(directory, folder.Path("file"));
-    }
     const ScopedEnvironment config("GVX_CONFIG_DIR", "");
     const ScopedEnvironment root("GVX_ROOT", folder.Path() + "/");
     EXPECT_EQ(get_config_directory(directory), 1);
