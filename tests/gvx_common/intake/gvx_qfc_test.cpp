@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <vector>
@@ -18,9 +19,9 @@ class TestQueue : public CQueueFlowControl {
 public:
     TestQueue() : CQueueFlowControl("Test", "T") {}
 
-    int QFC_MsgProc(void* data) override {
+    int QFC_MsgProc(void*) override {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_served.push_back(*static_cast<int*>(data));
+        ++m_served;
         m_go.wait(lock, [this] { return !m_held; });
         return 0;
     }
@@ -30,10 +31,7 @@ public:
         m_held = held;
         m_go.notify_all();
     }
-    std::vector<int> Served() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_served;
-    }
+    unsigned Served() const { return m_served; }
     unsigned Freed() const { return m_freed; }
     unsigned Settled() const { return m_ulProcTimeOutCnt + m_ulProcSuccedCnt; }
     unsigned Accepted(int messages) {
@@ -48,8 +46,8 @@ public:
 private:
     std::mutex m_mutex;
     std::condition_variable m_go;
-    bool m_held = false;        // Guarded by m_mutex.
-    std::vector<int> m_served;  // Guarded by m_mutex.
+    bool m_held = false;  // Guarded by m_mutex.
+    std::atomic<unsigned> m_served{0};
     std::atomic<unsigned> m_freed{0};
 };
 
@@ -97,7 +95,7 @@ TEST_F(FlowControlTest, ShedsWhatIsTooMuchAndWhatWaitsTooLong) {
     ASSERT_TRUE(m_queue.Init());
     m_queue.Hold(true);
     ASSERT_EQ(1u, m_queue.Accepted(1));
-    ASSERT_TRUE(WaitUntil([this] { return m_queue.Served().size() == 1; }));
+    ASSERT_TRUE(WaitUntil([this] { return m_queue.Served() == 1; }));
     EXPECT_EQ(1024u, m_queue.Accepted(1026));
     EXPECT_TRUE(
         m_log->Contains("[QueName: Test , Protocal :T]The message count is reached the upper limit 1024, "
@@ -107,7 +105,7 @@ TEST_F(FlowControlTest, ShedsWhatIsTooMuchAndWhatWaitsTooLong) {
 
     m_queue.Hold(false);
     ASSERT_TRUE(WaitUntil([this] { return m_queue.Settled() == 1025; }));
-    EXPECT_EQ(1u, m_queue.Served().size()) << "what has waited for a minute is not worked on";
+    EXPECT_EQ(1u, m_queue.Served()) << "what has waited for a minute is not worked on";
     EXPECT_EQ(1025u, m_queue.Freed());
     ExpectClearsAfterAMinute("over time");
     EXPECT_EQ(1024u, m_log->Count("[QueName: Test , Protocal :T]The message process timeout."));
@@ -147,10 +145,10 @@ TEST_F(FlowControlTest, LimitsStartAndEnd) {
     // 1.5 s of waiting, measured in whole seconds: one second is within, two are not.
     m_queue.Hold(true);
     ASSERT_EQ(40u, m_queue.Accepted(40));
-    ASSERT_TRUE(WaitUntil([this] { return !m_queue.Served().empty(); }));
+    ASSERT_TRUE(WaitUntil([this] { return m_queue.Served() > 0; }));
     m_clock->AdvanceSeconds(1);
     m_queue.Hold(false);
-    ASSERT_TRUE(WaitUntil([this] { return m_queue.Served().size() == 40 && m_queue.Freed() == 40; }));
+    ASSERT_TRUE(WaitUntil([this] { return m_queue.Served() == 40 && m_queue.Freed() == 40; }));
 
     m_queue.Fini();
     ASSERT_TRUE(m_queue.Init()) << "the threads of before serve on";
