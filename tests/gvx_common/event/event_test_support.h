@@ -1,9 +1,9 @@
 #pragma once
 
+#include "base/unique_fd.h"
 #include "bp/cmd.h"
 #include "bp/session.h"
 #include "gvx_common/event/gvx_reactor.h"
-#include "nss/nss_msg_header.h"
 #include "nss/nss_msg_type.h"
 #include "support/caught_frames.h"
 #include "support/settings_folder.h"
@@ -15,14 +15,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <cstring>
+#include <chrono>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -57,20 +56,14 @@ public:
         m_cmd.SetServiceID(number);
         return *this;
     }
-    TestCmd& Block(const void* bytes, std::size_t size) {
-        m_cmd.SetMsgBlock(BlockOf(std::string(static_cast<const char*>(bytes), size)));
+    TestCmd& Block(const std::string& bytes) {
+        m_cmd.SetMsgBlock(BlockOf(bytes));
         return *this;
     }
     // Counts this command and its clones in live.
     TestCmd& Counted(std::atomic<int>& live) {
         m_cmd.SetMsgBlock(new ACE_Message_Block(CountedData::Make(live)));
         return *this;
-    }
-    // A bare head with that sequence number.
-    TestCmd& Frame(std::uint32_t seqID) {
-        NssMsgHeader head{};
-        head.uiSeqID = htonl(seqID);
-        return Block(&head, sizeof(head));
     }
     const BP::CGvxNssCmd_& Entry() const { return m_entry; }
 
@@ -121,51 +114,39 @@ public:
     static constexpr std::uint32_t kReqID = NSS_DEVICE_REBOOT_REQ;
 
     explicit Gate(CGvxReactor& reactor) {
-        BP::RegisterSessionWork(kReqID, [state = m_state](BP::CGvxSessionBase&, const BP::CCmd&) {
-            std::unique_lock<std::mutex> lock(state->mutex);
-            state->entered = true;
-            state->changed.notify_all();
-            state->changed.wait(lock, [&] { return state->open; });
+        const auto entered = std::make_shared<std::promise<void>>();
+        BP::RegisterSessionWork(kReqID, [entered, open = m_open.get_future().share()](auto&, const auto&) {
+            entered->set_value();
+            open.wait();
             return 0;
         });
         EXPECT_EQ(0, Push(reactor, kReqID, "gate"));
-        std::unique_lock<std::mutex> lock(m_state->mutex);
-        EXPECT_TRUE(m_state->changed.wait_for(lock, std::chrono::seconds(20), [&] { return m_state->entered; }));
+        EXPECT_EQ(std::future_status::ready, entered->get_future().wait_for(std::chrono::seconds(20)));
     }
     ~Gate() { Open(); }
     void Open() {
-        const std::lock_guard<std::mutex> guard(m_state->mutex);
-        m_state->open = true;
-        m_state->changed.notify_all();
+        if (!std::exchange(m_isOpen, true)) {
+            m_open.set_value();
+        }
     }
 
 private:
-    struct State {
-        std::mutex mutex;
-        std::condition_variable changed;
-        bool entered = false;
-        bool open = false;
-    };
-    std::shared_ptr<State> m_state = std::make_shared<State>();
+    std::promise<void> m_open;
+    bool m_isOpen = false;
 };
 
-// Two connected stream sockets that close themselves.
 struct SocketPair {
-    SocketPair() { EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends)); }
-    ~SocketPair() {
-        CloseEnd(0);
-        CloseEnd(1);
+    SocketPair() {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends));
+        ours = gvx::UniqueFd(ends[0]);
+        peer = gvx::UniqueFd(ends[1]);
     }
-    void Send(const char* text) {
-        EXPECT_EQ(static_cast<ssize_t>(std::strlen(text)), ::write(ends[1], text, std::strlen(text)));
+    void Send(const std::string& text) {
+        EXPECT_EQ(static_cast<ssize_t>(text.size()), ::write(peer.Get(), text.data(), text.size()));
     }
-    void CloseEnd(int end) {
-        if (ends[end] != -1) {
-            ::close(ends[end]);
-            ends[end] = -1;
-        }
-    }
-    int ends[2] = {-1, -1};
+    gvx::UniqueFd ours;
+    gvx::UniqueFd peer;
 };
 
 // Counts its calls and answers what the test says, one answer a call, then 0.

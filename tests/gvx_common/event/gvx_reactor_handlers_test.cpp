@@ -15,7 +15,7 @@ constexpr unsigned long kRead = ACE_Event_Handler::READ_MASK;
 TEST(GvxReactorHandlers, RegisteredHandlerIsServedAndUnregisteredThroughAnyReactor) {
     CGvxReactor other;
     SocketPair pair;
-    RecordingHandler handler(pair.ends[0]);
+    RecordingHandler handler(pair.ours.Get());
     EXPECT_EQ(1, other.UnRegistHandle(&handler, kRead)) << "no reactor knows it";
     EXPECT_EQ(0, CGvxReactorManager::Instance()->RegistHandle(&handler, kRead));
     handler.Answer({-2});

@@ -54,7 +54,9 @@ TEST_F(GvxReactorQueueTest, LimitRefusesAllButStopStreamAndUrgentExceptions) {
     const auto pushException = [this](std::uint16_t type, std::size_t bytes) {
         ADAPTER_COMMON_MESSAGE message{};
         message.ExceptionType = type;
-        return m_reactor.PushMessage(TestCmd(GVX_INTERNAL_REQ_SDK_EXCEPTION, "dev").Block(&message, bytes).Entry());
+        const std::string text(reinterpret_cast<const char*>(&message), sizeof(message));
+        return m_reactor.PushMessage(
+            TestCmd(GVX_INTERNAL_REQ_SDK_EXCEPTION, "dev").Block(text.substr(0, bytes)).Entry());
     };
     EXPECT_EQ(0, pushException(1, sizeof(ADAPTER_COMMON_MESSAGE)));
     EXPECT_EQ(1, pushException(2, sizeof(ADAPTER_COMMON_MESSAGE)));

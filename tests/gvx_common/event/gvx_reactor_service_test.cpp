@@ -5,6 +5,7 @@
 #include "event_test_support.h"
 #include "gvx_common/event/gvx_dev_reactor_mgr.h"
 #include "gvx_common/event/gvx_reactor_session_table.h"
+#include "support/fake_peer.h"
 #include "support/recording_logger.h"
 
 #include <algorithm>
@@ -110,14 +111,15 @@ TEST(GvxReactorService, ResponseIsServedWithTheDeviceOfItsRequest) {
     const TestDeviceMgr devices;
     const ServedCmds served({NSS_SNAPSHOT_RSP});
     CGvxReactor reactor;
-    EXPECT_EQ(0, reactor.PushMessage(TestCmd(NSS_SNAPSHOT_RSP, "queue").Frame(77).Entry()));
+    EXPECT_EQ(0, reactor.PushMessage(
+                     TestCmd(NSS_SNAPSHOT_RSP, "queue").Block(FakePeer::MakeFrame(NSS_SNAPSHOT_RSP, 77)).Entry()));
     EXPECT_EQ(0, reactor.PushMessage(TestCmd(NSS_SNAPSHOT_RSP, "queue").Entry()));
     ASSERT_TRUE(served.WaitForCount(2));
-    EXPECT_EQ(0, reactor.PushMessage(TestCmd(NSS_SNAPSHOT_RSP, "queue").Block("short", 5).Entry()));
+    EXPECT_EQ(0, reactor.PushMessage(TestCmd(NSS_SNAPSHOT_RSP, "queue").Block("short").Entry()));
     ASSERT_TRUE(served.WaitForCount(3));
     EXPECT_EQ((std::vector<std::string>{"9a5a@requester", "9a5a@queue", "9a5a@unknown"}), served.All());
     // A report of a device SDK goes to the device table.
-    EXPECT_EQ(0, reactor.PushMessage(TestCmd(GVX_INTERNAL_REQ_SDK_EXCEPTION, "dev").Block("abcde", 5).Entry()));
+    EXPECT_EQ(0, reactor.PushMessage(TestCmd(GVX_INTERNAL_REQ_SDK_EXCEPTION, "dev").Block("abcde").Entry()));
     EXPECT_TRUE(WaitUntil([&] { return devices.m_exceptionBytes == 5; }));
 }
 

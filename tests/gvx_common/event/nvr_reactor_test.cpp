@@ -10,6 +10,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
@@ -36,17 +37,19 @@ protected:
 
     NVR_Reactor m_reactor{new QcnReactor(), true};
     SocketPair m_pair;
-    RecordingHandler m_handler{m_pair.ends[0]};
+    RecordingHandler m_handler{m_pair.ours.Get()};
 };
 
 TEST_F(NvrReactorTest, RegistrationRefusesWhatCannotBeServedAndASecondHandler) {
     EXPECT_EQ(-1, m_reactor.register_handler(nullptr, kRead));
     EXPECT_EQ(-1, m_reactor.register_handler(-1, &m_handler, kRead));
-    EXPECT_EQ(-1, m_reactor.register_handler(m_pair.ends[0], &m_handler, 0));
+    EXPECT_EQ(-1, m_reactor.register_handler(m_pair.ours.Get(), &m_handler, 0));
     EXPECT_EQ(-1, m_reactor.remove_handler(nullptr, kRead));
+    EXPECT_EQ(EPOLLPRI, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::NULL_MASK))
+        << "though nothing is asked";
     EXPECT_EQ(0, static_cast<ACE_Reactor&>(m_reactor).register_handler(&m_handler, kRead));
     EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kRead)) << "the base type has registered nothing";
-    RecordingHandler other(m_pair.ends[0]);
+    RecordingHandler other(m_pair.ours.Get());
     ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
     EXPECT_EQ(-1, m_reactor.register_handler(&other, kRead));
     m_pair.Send("x");
@@ -87,7 +90,7 @@ TEST_F(NvrReactorTest, AnswerOfTheHandlerDecides) {
 TEST_F(NvrReactorTest, DataOutranksHangUpAndBareHangUpRemoves) {
     ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
     m_pair.Send("x");
-    m_pair.CloseEnd(1);
+    m_pair.peer.Reset();
     Pass();
     EXPECT_EQ("input", m_handler.Calls());
     EXPECT_EQ(0, m_reactor.remove_handler(&m_handler, kRead)) << "still registered";
@@ -107,9 +110,9 @@ TEST_F(NvrReactorTest, RemovalForgetsTheHandlerWhateverEpollSays) {
     EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kWrite)) << "the map has not";
 
     SocketPair closed;
-    RecordingHandler lost(closed.ends[0]);
+    RecordingHandler lost(closed.ours.Get());
     ASSERT_EQ(0, m_reactor.register_handler(&lost, kRead));
-    closed.CloseEnd(0);
+    closed.ours.Reset();
     EXPECT_EQ(-1, m_reactor.remove_handler(&lost, kRead)) << "epoll refuses";
     const ScopedRecordingLogger log;
     EXPECT_EQ(-1, m_reactor.remove_handler(&lost, kRead));
@@ -124,7 +127,7 @@ TEST_F(NvrReactorTest, HandlerMayRemoveItselfWhileItRuns) {
             RecordingHandler::handle_input(handle);
             return static_cast<NVR_Reactor*>(reactor())->remove_handler(this, kRead);
         }
-    } handler(m_pair.ends[0]);
+    } handler(m_pair.ours.Get());
     ASSERT_EQ(0, m_reactor.register_handler(&handler, kRead));
     handler.reactor(&m_reactor);
     m_pair.Send("x");
