@@ -46,14 +46,21 @@ bool IsEmpty(const char* text) {
     return text == nullptr || *text == '\0';
 }
 
-// What a refusal of Basic is told under: one device has many URLs.
+// What a refusal of Basic is told under: one device has many URLs. It goes to the log, so no credentials stay in it.
 std::string DeviceOf(const char* url) {
+    constexpr char kEnds[] = "/?#";
     std::string device = TextOf(url);
     const std::size_t scheme = device.find("://");
     device.erase(0, scheme != std::string::npos ? scheme + 3 : 0);
-    device.erase(std::min(device.find('/'), device.size()));
-    const std::size_t credentials = device.rfind('@');
-    device.erase(0, credentials != std::string::npos ? credentials + 1 : 0);
+    const std::string authority = device.substr(0, device.find_first_of(kEnds));
+    const std::size_t colon = authority.rfind(':');
+    if (authority.find('@') == std::string::npos && colon != std::string::npos &&
+        (colon + 1 == authority.size() || authority.find_first_not_of("0123456789", colon + 1) != std::string::npos)) {
+        // No port: a password that holds an end unescaped.
+        device.erase(0, device.rfind('@') + 1);
+    }
+    device.erase(std::min(device.find_first_of(kEnds), device.size()));
+    device.erase(0, device.rfind('@') + 1);
     return device;
 }
 
@@ -131,7 +138,11 @@ char* CCommonAuthenticator::MD5Data(const unsigned char* data, unsigned int len,
 // ---- the fields ----
 
 void CCommonAuthenticator::WipeAndFree::operator()(char* text) const {
-    std::free(text);
+    if (text != nullptr) {
+        const std::size_t length = std::strlen(text);
+        memset_s(text, length, 0, length);
+        std::free(text);
+    }
 }
 
 CCommonAuthenticator::Text CCommonAuthenticator::strDup(const char* text) {
@@ -283,7 +294,7 @@ char* CCommonAuthenticator::ComputeDigestResponse(const char* cmd, const char* u
 }
 
 void CCommonAuthenticator::ReclaimDigestResponse(const char* response) {
-    std::free(const_cast<char*>(response));
+    WipeAndFree()(const_cast<char*>(response));
 }
 
 char* CCommonAuthenticator::CreateCCommonAuthenticatorString(const char* cmd, const char* url) const {
@@ -309,7 +320,7 @@ CCommonAuthenticator::Text CCommonAuthenticator::CreateDigestString(const char* 
     const std::size_t size = sizeof(kWithAlgorithm) + std::strlen(TextOf(algo())) + std::strlen(username()) +
                              std::strlen(realm()) + std::strlen(nonce()) + std::strlen(TextOf(url)) +
                              std::strlen(response.get());
-    Text header(static_cast<char*>(std::malloc(size)));
+    Text header(static_cast<char*>(std::calloc(size, 1)));
     const int length = IsEmpty(algo()) ? snprintf_s(header.get(), size, size - 1, kPlain, username(), realm(), nonce(),
                                                     TextOf(url), response.get())
                                        : snprintf_s(header.get(), size, size - 1, kWithAlgorithm, algo(), username(),
@@ -328,7 +339,7 @@ CCommonAuthenticator::Text CCommonAuthenticator::CreateBasicString(const char* u
     // User and password are put together in one buffer that is wiped.
     const std::size_t userLength = std::strlen(username());
     const std::size_t size = userLength + 1 + sizeof(ClearPassword::text);
-    Text joined(static_cast<char*>(std::malloc(size)));
+    Text joined(static_cast<char*>(std::calloc(size, 1)));
     if (joined == nullptr) {
         GVX_LOG_ERR(kTitle, "Fail to alloc memory.");
         return nullptr;
@@ -346,7 +357,7 @@ CCommonAuthenticator::Text CCommonAuthenticator::CreateBasicString(const char* u
     }
     constexpr char kBasic[] = "Basic %s";
     const std::size_t headerSize = sizeof(kBasic) + std::strlen(encoded.get());
-    Text header(static_cast<char*>(std::malloc(headerSize)));
+    Text header(static_cast<char*>(std::calloc(headerSize, 1)));
     if (snprintf_s(header.get(), headerSize, headerSize - 1, kBasic, encoded.get()) < 0) {
         GVX_LOG_ERR(kTitle, "snprintf_s CCommonAuthenticatorStr failed");
         return nullptr;
@@ -356,7 +367,7 @@ CCommonAuthenticator::Text CCommonAuthenticator::CreateBasicString(const char* u
 
 char* CCommonAuthenticator::base64Encode(const char* origSigned, unsigned int origLength) {
     const std::size_t size = CBB::CBase64::GetEncodeBinarySize(origLength);
-    Text encoded(size != 0 ? static_cast<char*>(std::malloc(size)) : nullptr);
+    Text encoded(size != 0 ? static_cast<char*>(std::calloc(size, 1)) : nullptr);
     if (encoded == nullptr || CBB::CBase64::EncodeBinary(origSigned, origLength, encoded.get(), size) != 0) {
         GVX_LOG_ERR(kTitle, "Failed to encode as base64.");
         return nullptr;

@@ -54,6 +54,7 @@ public:
     // The response to the challenge: of MD5 over cmd and url too, of the algorithm "SHA-256", written exactly so, over
     // credentials and nonce alone. Null when the password can not be deciphered.
     char* ComputeDigestResponse(const char* cmd, const char* url) const;
+    // Wipes and frees any text that this class handed out; null is nothing to do.
     static void ReclaimDigestResponse(const char* response);
 
     // The header's value; an empty text without user or password. Null when the password can not be deciphered, when it
@@ -74,6 +75,7 @@ public:
     static char* MD5Data(const unsigned char* data, unsigned int len, char* buf);
 
 private:
+    // Wipes a terminated text over its length.
     struct WipeAndFree {
         void operator()(char* text) const;
     };
