@@ -9,6 +9,10 @@
 #include "base/zvs_error.h"
 #include "gvx_common/utility/gvx_utility.h"
 
+ParamSet::~ParamSet() {
+    memset_s(szValue, sizeof(szValue), 0, sizeof(szValue));
+}
+
 namespace {
 
 constexpr char kTitle[] = "RTSP method";
@@ -50,12 +54,20 @@ CCommonRtspMethodBase::CCommonRtspMethodBase(const char* szMethodName) {
     }
 }
 
-CCommonRtspMethodBase::~CCommonRtspMethodBase() = default;
+CCommonRtspMethodBase::~CCommonRtspMethodBase() {
+    WipeSendPack();
+}
 
 int CCommonRtspMethodBase::Init() {
     m_hmSendParamSet.clear();
     m_hmRecvParamSet.clear();
+    WipeSendPack();
     return 0;
+}
+
+void CCommonRtspMethodBase::WipeSendPack() {
+    memset_s(m_szSendPack, sizeof(m_szSendPack), 0, sizeof(m_szSendPack));
+    m_nSendPackLen = 0;
 }
 
 void CCommonRtspMethodBase::SetUrl(const char* szUrl) {
@@ -135,8 +147,11 @@ bool CCommonRtspMethodBase::AppendToSendPack(const char* name, const char* separ
 }
 
 int CCommonRtspMethodBase::BuidSendPack() {
-    std::memset(m_szSendPack, 0, sizeof(m_szSendPack));
-    m_nSendPackLen = 0;
+    WipeSendPack();
+    if (m_szMethodName[0] == '\0' || m_szUrl[0] == '\0') {
+        GVX_LOG_ERR(kTitle, "The request has no method or no URL.");
+        return 1;
+    }
     if (BuidHead() != 0 || RequestHoldsControlCharacter() || !AppendToSendPack(m_szHead, "", "")) {
         return 1;
     }

@@ -8,8 +8,13 @@
 #include <unordered_map>
 #include <vector>
 
-// One header's value.
+// One header's value, wiped at its end: it may be a credential.
 struct ParamSet {
+    ParamSet() = default;
+    ~ParamSet();
+    ParamSet(const ParamSet&) = delete;
+    ParamSet& operator=(const ParamSet&) = delete;
+
     bool bSet = false;
     char szValue[512] = {};
 };
@@ -30,7 +35,7 @@ public:
     CCommonRtspMethodBase(const CCommonRtspMethodBase&) = delete;
     CCommonRtspMethodBase& operator=(const CCommonRtspMethodBase&) = delete;
 
-    // Forgets the headers to send and those received. 0.
+    // Forgets the headers to send and those received, and wipes the request. 0.
     virtual int Init();
 
     // Takes the answer apart; once for each text, which it cuts up. 0 for status 200; RTSP_UNAUTHORIZED for 401;
@@ -46,8 +51,8 @@ public:
     void SetSendParam(const char* szName, int nValue);
 
     // Builds the request from URL and headers, whose order is not that in which they were set. 0; 1 when it does not
-    // fit, and the request then ends after the last header that did; 1 and no request when the method, the URL or a
-    // header holds a control character, which would make other lines of it.
+    // fit, and the request then ends after the last header that did; 1 and no request when method or URL is empty, or
+    // when one of them or a header holds a control character, which would make other lines of it.
     int BuidSendPack();
 
     // Copies the request with a terminator. Its length; 1 when it does not fit nSize or there is none.
@@ -100,6 +105,7 @@ protected:
     gvx::CountedPtr<CCommonSdp> m_pSdp;  // made by Describe
 
 private:
+    void WipeSendPack();
     int BuidHead();
     bool RequestHoldsControlCharacter() const;
     bool AppendToSendPack(const char* name, const char* separator, const char* value);

@@ -51,8 +51,15 @@ TEST_F(RtspRequest, HoldsItsHeadersUntilInit) {
     char narrow[16] = {};
     EXPECT_EQ(1u, m_method.GetSendPack(narrow, sizeof(narrow)));
     EXPECT_EQ(0, m_method.Init());
+    EXPECT_EQ("", Request(m_method));
     EXPECT_EQ(0, m_method.BuidSendPack());
     EXPECT_EQ(first + "\r\n", Request(m_method));
+    m_method.SetUrl("");
+    EXPECT_EQ(1, m_method.BuidSendPack());
+    EXPECT_EQ("", Request(m_method));
+    CCommonRtspMethodBase nameless("");
+    nameless.SetUrl("*");
+    EXPECT_EQ(1, nameless.BuidSendPack());
 }
 
 TEST_F(RtspRequest, WithAControlCharacterIsNotBuilt) {
