@@ -3,6 +3,7 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
+#include <cstring>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -67,8 +68,11 @@ int CalcHA1(const EVP_MD* kind, const char* algorithm, const char* userName, con
     if (!IsSessionAlgorithm(Text(algorithm))) {
         return 0;
     }
-    const std::string user(output);
-    return HashJoined(kind, {user, Text(nonce), Text(cnonce)}, output) ? 0 : 1;
+    char user[kZvsHttpDigestTextBytes];
+    std::memcpy(user, output, std::strlen(output) + 1);
+    const bool hashed = HashJoined(kind, {user, Text(nonce), Text(cnonce)}, output);
+    OPENSSL_cleanse(user, sizeof(user));
+    return hashed ? 0 : 1;
 }
 
 struct Exchange {
