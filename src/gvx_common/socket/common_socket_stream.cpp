@@ -25,6 +25,20 @@ std::int64_t ToMilliseconds(const ACE_Time_Value& value) {
     return std::clamp<std::int64_t>(value.sec(), 0, kDay) * 1000 + value.usec() / 1000;
 }
 
+// Brings the last system error back at the end of its scope.
+class KeptError {
+public:
+    KeptError() = default;
+    ~KeptError() { ACE_OS::last_error(m_error); }
+    KeptError(const KeptError&) = delete;
+    KeptError& operator=(const KeptError&) = delete;
+
+    int Value() const { return m_error; }
+
+private:
+    const int m_error = ACE_OS::last_error();
+};
+
 }  // namespace
 
 CCommonSocketStream::CCommonSocketStream()
@@ -36,10 +50,14 @@ CCommonSocketStream::~CCommonSocketStream() {
 
 int CCommonSocketStream::Connect(const char* host, std::uint16_t port, std::uint32_t localAddr) {
     const auto failed = [port](const char* peer) {
-        GVX_LOG_ERR(kTitle, "Failed to connect to the remote server [%s:%d], errorno:%d.", peer, port,
-                    ACE_OS::last_error());
+        const KeptError error;
+        GVX_LOG_ERR(kTitle, "Failed to connect to the remote server [%s:%d], errorno:%d.", peer, port, error.Value());
         return 1;
     };
+    {
+        const KeptError error;
+        m_stream.close();
+    }
     if (host == nullptr) {
         return failed("null");
     }
@@ -48,13 +66,18 @@ int CCommonSocketStream::Connect(const char* host, std::uint16_t port, std::uint
         return 1;
     }
     m_usPeerPort = port;
-    m_stream.close();
+    const auto leftMs = [this] {
+        return EndOfWait(m_tvConnect, EndOfCall(m_tvConnect)) - gvx::MonotonicMilliseconds();
+    };
+    if (leftMs() <= 0) {
+        ACE_OS::last_error(ETIME);
+        return failed(m_szPeerAddr);
+    }
     if (m_addr.set(m_usPeerPort, m_szPeerAddr, 1, AF_INET) != 0 ||
         m_localAddr.set(static_cast<u_short>(0), localAddr) != 0) {
         return failed(m_szPeerAddr);
     }
-    const std::int64_t now = gvx::MonotonicMilliseconds();
-    const std::int64_t limitMs = EndOfWait(m_tvConnect, EndOfCall()) - now;
+    const std::int64_t limitMs = leftMs();  // looking the name up may have taken the rest
     if (limitMs <= 0) {
         ACE_OS::last_error(ETIME);
         return failed(m_szPeerAddr);
@@ -67,9 +90,9 @@ int CCommonSocketStream::Connect(const char* host, std::uint16_t port, std::uint
     const ACE_Time_Value limit(limitMs / 1000, static_cast<suseconds_t>(limitMs % 1000) * 1000);
     ACE_SOCK_Connector connector;
     if (connector.connect(m_stream, m_addr, &limit, m_localAddr) != 0) {
-        const int error = ACE_OS::last_error();
+        const KeptError error;
         m_stream.close();
-        ACE_OS::last_error(error);
+        ACE_OS::last_error(error.Value());
         return failed(m_szPeerAddr);
     }
     SetSockNoBlock(m_stream.get_handle());
@@ -87,8 +110,10 @@ void CCommonSocketStream::SetSockNoBlock(ACE_HANDLE handle) {
     }
 }
 
-std::int64_t CCommonSocketStream::EndOfCall() const {
-    return m_deadlineMs != 0 ? m_deadlineMs : gvx::MonotonicMilliseconds() + kLongestCallSeconds * 1000;
+std::int64_t CCommonSocketStream::EndOfCall(const ACE_Time_Value& timeout) const {
+    return m_deadlineMs != 0 ? m_deadlineMs
+                             : gvx::MonotonicMilliseconds() +
+                                   std::max<std::int64_t>(kLongestCallSeconds * 1000, ToMilliseconds(timeout));
 }
 
 std::int64_t CCommonSocketStream::EndOfWait(const ACE_Time_Value& timeout, std::int64_t callEndMs) const {
@@ -96,6 +121,10 @@ std::int64_t CCommonSocketStream::EndOfWait(const ACE_Time_Value& timeout, std::
 }
 
 bool CCommonSocketStream::WaitReady(short events, std::int64_t untilMs, std::int64_t callEndMs) {
+    if (m_stream.get_handle() == ACE_INVALID_HANDLE) {
+        ACE_OS::last_error(EBADF);  // poll passes over an invalid handle and waits
+        return false;
+    }
     while (true) {
         const std::int64_t now = gvx::MonotonicMilliseconds();
         if (now >= callEndMs) {
@@ -124,10 +153,10 @@ ssize_t CCommonSocketStream::Send(const char* data, unsigned int nDataLen) {
         return -1;
     }
     ACE_OS::last_error(0);
-    const std::int64_t callEndMs = EndOfCall();
+    const std::int64_t callEndMs = EndOfCall(m_tvSend);
     unsigned int sent = 0;
     while (sent < nDataLen && WaitReady(POLLOUT, EndOfWait(m_tvSend, callEndMs), callEndMs)) {
-        const ssize_t count = ::send(m_stream.get_handle(), data + sent, nDataLen - sent, MSG_NOSIGNAL);
+        const ssize_t count = ::send(m_stream.get_handle(), data + sent, nDataLen - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count > 0) {
             sent += static_cast<unsigned int>(count);
         } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
@@ -135,8 +164,9 @@ ssize_t CCommonSocketStream::Send(const char* data, unsigned int nDataLen) {
         }
     }
     if (sent != nDataLen) {
+        const KeptError error;
         GVX_LOG_ERR(kTitle, "size:%lu,nDataLen:%u, ACE_OS last_error: %d", static_cast<unsigned long>(sent), nDataLen,
-                    ACE_OS::last_error());
+                    error.Value());
         return -1;
     }
     return sent;
@@ -145,7 +175,7 @@ ssize_t CCommonSocketStream::Send(const char* data, unsigned int nDataLen) {
 ssize_t CCommonSocketStream::RecvUntil(char* buffer, unsigned int size, int flags, std::int64_t callEndMs) {
     const std::int64_t untilMs = EndOfWait(m_tvRecv, callEndMs);
     while (WaitReady(POLLIN, untilMs, callEndMs)) {
-        const ssize_t count = ::recv(m_stream.get_handle(), buffer, size, flags);
+        const ssize_t count = ::recv(m_stream.get_handle(), buffer, size, flags | MSG_DONTWAIT);
         if (count >= 0 || (errno != EAGAIN && errno != EINTR)) {
             return count;
         }
@@ -154,19 +184,20 @@ ssize_t CCommonSocketStream::RecvUntil(char* buffer, unsigned int size, int flag
 }
 
 ssize_t CCommonSocketStream::Recv(char* buffer, unsigned int size, int flags) {
-    return buffer == nullptr ? -1 : RecvUntil(buffer, size, flags, EndOfCall());
+    return buffer == nullptr ? -1 : RecvUntil(buffer, size, flags, EndOfCall(m_tvRecv));
 }
 
 ssize_t CCommonSocketStream::RecvEx(char* buffer, unsigned int size, bool bLog, int flags) {
     if (buffer == nullptr) {
         return -1;
     }
-    const std::int64_t callEndMs = EndOfCall();
+    const std::int64_t callEndMs = EndOfCall(m_tvRecv);
     unsigned int received = 0;
     while (received < size) {
         const ssize_t nRecvLength = RecvUntil(buffer + received, size - received, flags, callEndMs);
         if (nRecvLength < 1) {
             if (bLog) {
+                const KeptError error;
                 GVX_LOG_ERR(kTitle, "The param of nRecvLength is %d.", static_cast<int>(nRecvLength));
             }
             return -1;

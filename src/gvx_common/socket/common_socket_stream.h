@@ -18,7 +18,7 @@ enum SocketType { RECV_TYPE = 0, SEND_TYPE = 1, CONNECT_TYPE = 2 };
 //
 // Two limits hold. The time-outs limit a single wait, so a peer that sends a byte now and then meets none of them. The
 // deadline limits everything that is done until then; without one, a call that waits more than once (Send, RecvEx,
-// Recv_n) ends after kLongestCallSeconds.
+// Recv_n) ends after kLongestCallSeconds, or after its time-out where that is longer.
 class CCommonSocketStream {
 public:
     // Far beyond what a device that works needs for one request or answer.
@@ -31,7 +31,7 @@ public:
 
     // host is an address or a name of at most 127 characters; the resolver's own limits hold for looking it up.
     // localAddr is the address of this host to connect from, in host byte order; 0 leaves it to the system. A stream
-    // that is open is closed first. 0, or 1 with a log line.
+    // that is open is closed first, whatever comes of the rest. 0, or 1 with a log line.
     int Connect(const char* host, std::uint16_t port, std::uint32_t localAddr);
 
     // Sends all of data. nDataLen, or -1 for null and whenever not all of it went out; how much did is logged.
@@ -74,7 +74,7 @@ private:
     // callEndMs has come.
     bool WaitReady(short events, std::int64_t untilMs, std::int64_t callEndMs);
     std::int64_t EndOfWait(const ACE_Time_Value& timeout, std::int64_t callEndMs) const;
-    std::int64_t EndOfCall() const;
+    std::int64_t EndOfCall(const ACE_Time_Value& timeout) const;
     ssize_t RecvUntil(char* buffer, unsigned int size, int flags, std::int64_t callEndMs);
 
     ACE_SOCK_Stream m_stream;

@@ -52,6 +52,10 @@ TEST_F(SocketStream, SendsReceivesAndConnectsAgainAfterClose) {
         m_stream.Close();
         EXPECT_EQ(-1, m_stream.getHandle());
         EXPECT_EQ("", m_stream.GetSocketPeerIP());
+        EXPECT_EQ(-1, m_stream.Recv(bytes, 1, 0));
+        EXPECT_EQ(EBADF, errno);
+        EXPECT_EQ(-1, m_stream.Send("x", 1));
+        EXPECT_EQ(EBADF, errno);
     }
     EXPECT_EQ(-1, m_stream.Send(nullptr, 1));
     EXPECT_EQ(-1, m_stream.Recv(nullptr, 1, 0));
@@ -64,7 +68,10 @@ TEST_F(SocketStream, RefusesWhatItCanNotConnectTo) {
         ScriptedServer server([](ScriptedServer::Link&) {});
         closed = server.Port();
     }
+    ScriptedServer open([](ScriptedServer::Link& link) { link.WaitClosed(); });
+    Connect(open);
     EXPECT_EQ(1, m_stream.Connect(nullptr, 80, 0));
+    EXPECT_EQ(-1, m_stream.getHandle());
     EXPECT_EQ(1, m_stream.Connect("127.0.0.1", closed, 0));
     EXPECT_TRUE(m_log->Contains("Failed to connect to the remote server [127.0.0.1:" + std::to_string(closed) +
                                 "], errorno:" + std::to_string(ECONNREFUSED) + "."))
@@ -155,7 +162,8 @@ TEST_F(SocketStream, DeadlineEndsAPeerThatDripsBytes) {
     EXPECT_EQ(ETIME, errno);
     EXPECT_LE(received, 6);
     EXPECT_GE(received, 4);
-    EXPECT_EQ(1, m_stream.Connect("127.0.0.1", server.Port(), 0));
+    EXPECT_EQ(1, m_stream.Connect("no such name", server.Port(), 0));
+    EXPECT_EQ(ETIME, errno) << "no name is looked up any more";
     m_stream.SetDeadline(0);
     EXPECT_EQ(0, m_stream.Connect("127.0.0.1", server.Port(), 0));
     EXPECT_EQ(1, m_stream.Recv(&byte, 1, 0));
