@@ -4,15 +4,12 @@
 #include "support/scripted_server.h"
 #include "support/test_clock.h"
 
-#include <atomic>
 #include <cerrno>
-#include <vector>
+#include <deque>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -32,6 +29,7 @@ protected:
 
 TEST_F(SocketStream, SendsReceivesAndConnectsAgainAfterClose) {
     ScriptedServer server([](ScriptedServer::Link& link) { link.Write("got " + link.ReadRequest()); });
+    char bytes[16] = {};
     for (int round = 0; round < 2; ++round) {
         ASSERT_EQ(0, m_stream.Connect("localhost", server.Port(), 0x7f000002u)) << m_log->Dump();
         sockaddr_in local{};
@@ -43,12 +41,12 @@ TEST_F(SocketStream, SendsReceivesAndConnectsAgainAfterClose) {
         EXPECT_EQ("127.0.0.1", m_stream.GetSocketPeerIP());
         EXPECT_EQ(0, m_stream.Send("", 0));
         EXPECT_EQ(6, m_stream.Send("ab\r\n\r\n", 6));
-        char bytes[16] = {};
         EXPECT_EQ(4, m_stream.Recv_n(bytes, 4));
         EXPECT_EQ(2, m_stream.RecvEx(bytes + 4, 2, true, MSG_PEEK));
-        EXPECT_EQ(6, m_stream.Recv_n(bytes + 4, 6));
-        EXPECT_STREQ("got ab\r\n\r\n", bytes);
-        EXPECT_EQ(0, m_stream.Recv(bytes, 1, 0));
+        EXPECT_EQ(-1, m_stream.RecvEx(bytes + 4, 12, false, 0));
+        EXPECT_STREQ("got ab\r\n\r\n", bytes) << "what came stays";
+        EXPECT_EQ(0, m_stream.Recv(bytes + 15, 1, 0));
+        EXPECT_FALSE(m_log->Contains("nRecvLength"));
         m_stream.Close();
         EXPECT_EQ(-1, m_stream.getHandle());
         EXPECT_EQ("", m_stream.GetSocketPeerIP());
@@ -63,51 +61,30 @@ TEST_F(SocketStream, SendsReceivesAndConnectsAgainAfterClose) {
 }
 
 TEST_F(SocketStream, RefusesWhatItCanNotConnectTo) {
-    std::uint16_t closed = 0;
-    {
-        ScriptedServer server([](ScriptedServer::Link&) {});
-        closed = server.Port();
-    }
     ScriptedServer open([](ScriptedServer::Link& link) { link.WaitClosed(); });
+    const std::uint16_t closed = ScriptedServer([](ScriptedServer::Link&) {}).Port();
     Connect(open);
     EXPECT_EQ(1, m_stream.Connect(nullptr, 80, 0));
     EXPECT_EQ(-1, m_stream.getHandle());
     EXPECT_EQ(1, m_stream.Connect("127.0.0.1", closed, 0));
-    EXPECT_TRUE(m_log->Contains("Failed to connect to the remote server [127.0.0.1:" + std::to_string(closed) +
-                                "], errorno:" + std::to_string(ECONNREFUSED) + "."))
-        << m_log->Dump();
+    EXPECT_EQ(ECONNREFUSED, errno);
     EXPECT_EQ(1, m_stream.Connect("no such name", 80, 0));
-    EXPECT_EQ(1, m_stream.Connect(std::string(127, '1').c_str(), 80, 0));
-    EXPECT_EQ(4u, m_log->Count("Failed to connect to the remote server"));
     EXPECT_EQ(1, m_stream.Connect(std::string(128, '1').c_str(), 80, 0));
-    EXPECT_TRUE(m_log->Contains("strncpy_s m_szPeerAddr failed!"));
 }
 
-// A listener whose queue is full answers nothing.
-TEST_F(SocketStream, ConnectEndsAtItsTimeout) {
-    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    ASSERT_EQ(0, ::bind(listener, reinterpret_cast<sockaddr*>(&address), length));
-    ASSERT_EQ(0, ::listen(listener, 0));
-    ASSERT_EQ(0, ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length));
-    std::vector<std::unique_ptr<CCommonSocketStream>> streams;
-    int result = 0;
-    while (result == 0 && streams.size() < 8) {
-        streams.push_back(std::make_unique<CCommonSocketStream>());
-        streams.back()->SetTimeout(CONNECT_TYPE, kShort);
-        result = streams.back()->Connect("127.0.0.1", ntohs(address.sin_port), 0);
-    }
-    EXPECT_EQ(1, result);
-    EXPECT_TRUE(m_log->Contains("errorno:" + std::to_string(ETIME) + ".")) << m_log->Dump();
-    ::close(listener);
-}
-
-TEST_F(SocketStream, ReceiveTimesOutAndTheStreamStaysUsable) {
-    ScriptedServer server([](ScriptedServer::Link& link) { link.Write(link.ReadUntil("!")); });
+TEST_F(SocketStream, EachCallEndsAtItsTimeoutAndTheStreamStaysUsable) {
+    ScriptedServer server([](ScriptedServer::Link& link) {
+        link.Write(link.ReadUntil("!"));
+        link.WaitClosed();
+    });
     Connect(server);
+    ACE_Time_Value value;
+    for (const SocketType type : {RECV_TYPE, SEND_TYPE, CONNECT_TYPE}) {
+        m_stream.GetTimeout(type, value);
+        EXPECT_EQ(ACE_Time_Value(3), value);
+    }
+    m_stream.SetTimeout(static_cast<SocketType>(3), ACE_Time_Value(99));
+    EXPECT_TRUE(m_log->Contains("Socket stream set timeout, The socket type is [3]."));
     m_stream.SetTimeout(RECV_TYPE, kShort);
     char byte = 0;
     EXPECT_EQ(-1, m_stream.Recv(&byte, 1, 0));
@@ -116,32 +93,18 @@ TEST_F(SocketStream, ReceiveTimesOutAndTheStreamStaysUsable) {
     EXPECT_EQ(1, m_stream.Send("!", 1));
     EXPECT_EQ(1, m_stream.Recv(&byte, 1, 0));
     EXPECT_EQ('!', byte);
-}
-
-TEST_F(SocketStream, PeerThatClosesHalfWayLeavesWhatCame) {
-    ScriptedServer server([](ScriptedServer::Link& link) { link.Write("half"); });
-    Connect(server);
-    char bytes[8] = {};
-    EXPECT_EQ(-1, m_stream.RecvEx(bytes, sizeof(bytes), false, 0));
-    EXPECT_STREQ("half", bytes);
-    EXPECT_FALSE(m_log->Contains("nRecvLength"));
-    EXPECT_EQ(-1, m_stream.RecvEx(bytes, sizeof(bytes), true, 0));
-    EXPECT_TRUE(m_log->Contains("The param of nRecvLength is 0."));
-}
-
-TEST_F(SocketStream, SendToAPeerThatDoesNotReadFailsInTime) {
-    std::atomic<bool> done{false};
-    ScriptedServer server([&done](ScriptedServer::Link&) {
-        while (!done) {
-            usleep(1000);
-        }
-    });
-    Connect(server);
-    m_stream.SetTimeout(SEND_TYPE, kShort);
+    // Nobody reads from those that wait in the queue, and who finds it full is not answered.
+    std::deque<CCommonSocketStream> queue;
+    do {
+        queue.emplace_back().SetTimeout(CONNECT_TYPE, kShort);
+    } while (queue.size() < 100 && queue.back().Connect("127.0.0.1", server.Port(), 0) == 0);
+    EXPECT_EQ(ETIME, errno);
+    EXPECT_EQ(-1, queue.back().getHandle());
+    queue.front().SetTimeout(SEND_TYPE, kShort);
     const std::string bytes(64u << 20, 'x');
-    EXPECT_EQ(-1, m_stream.Send(bytes.data(), static_cast<unsigned int>(bytes.size())));
+    EXPECT_EQ(-1, queue.front().Send(bytes.data(), static_cast<unsigned int>(bytes.size())));
+    EXPECT_EQ(ETIME, errno);
     EXPECT_TRUE(m_log->Contains("nDataLen:67108864, ACE_OS last_error: 62")) << m_log->Dump();
-    done = true;
 }
 
 // No single wait is long; the deadline ends them all.
@@ -160,28 +123,12 @@ TEST_F(SocketStream, DeadlineEndsAPeerThatDripsBytes) {
         ++received;
     }
     EXPECT_EQ(ETIME, errno);
-    EXPECT_LE(received, 6);
-    EXPECT_GE(received, 4);
+    EXPECT_NEAR(received, 5, 1);
     EXPECT_EQ(1, m_stream.Connect("no such name", server.Port(), 0));
     EXPECT_EQ(ETIME, errno) << "no name is looked up any more";
     m_stream.SetDeadline(0);
-    EXPECT_EQ(0, m_stream.Connect("127.0.0.1", server.Port(), 0));
+    Connect(server);
     EXPECT_EQ(1, m_stream.Recv(&byte, 1, 0));
-}
-
-TEST_F(SocketStream, KnowsThreeTimeouts) {
-    ACE_Time_Value value;
-    for (const SocketType type : {RECV_TYPE, SEND_TYPE, CONNECT_TYPE}) {
-        m_stream.GetTimeout(type, value);
-        EXPECT_EQ(ACE_Time_Value(3), value);
-        m_stream.SetTimeout(type, ACE_Time_Value(10 + type));
-    }
-    m_stream.SetTimeout(static_cast<SocketType>(3), ACE_Time_Value(99));
-    EXPECT_TRUE(m_log->Contains("Socket stream set timeout, The socket type is [3]."));
-    for (const SocketType type : {RECV_TYPE, SEND_TYPE, CONNECT_TYPE}) {
-        m_stream.GetTimeout(type, value);
-        EXPECT_EQ(ACE_Time_Value(10 + type), value);
-    }
 }
 
 }  // namespace
