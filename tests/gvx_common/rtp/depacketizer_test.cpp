@@ -21,7 +21,7 @@ struct Given {
 };
 
 std::vector<rtp_stream::Taken> Depacketize(gvx::RtpDepacketizer& depacketizer, rtp_stream::Sink& sink,
-                                   const std::vector<Given>& packets) {
+                                           const std::vector<Given>& packets) {
     for (const Given& given : packets) {
         // A copy of just its size, so that a checker sees any read behind it.
         const Bytes exact(given.payload);

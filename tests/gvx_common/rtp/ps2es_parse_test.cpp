@@ -7,35 +7,30 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <random>
-#include <string>
 #include <vector>
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-void Append(Bytes& to, const Bytes& what) {
-    to.insert(to.end(), what.begin(), what.end());
+Bytes Join(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
 }
 
-Bytes PackHeader(unsigned char stuffing) {
-    // clock reference base 0x1_2345_6789, mux rate 0x1234
-    Bytes head{0, 0, 1, 0xBA, 0x64, 0x68, 0xAC, 0xCF, 0x4C, 0x01, 0x00, 0x48, 0xD3};
-    head.push_back(static_cast<unsigned char>(0xF8 | stuffing));
-    head.resize(head.size() + stuffing, 0xFF);
-    return head;
-}
-
+// Clock reference base 0x1_2345_6789, mux rate 0x1234, three stuffing bytes.
+const Bytes kPackHeader{0, 0, 1, 0xBA, 0x64, 0x68, 0xAC, 0xCF, 0x4C, 1, 0, 0x48, 0xD3, 0xFB, 0xFF, 0xFF, 0xFF};
 const Bytes kSystemHeader{0, 0, 1, 0xBB, 0, 6, 0x80, 0x00, 0x09, 0, 0, 0};
 const Bytes kStreamMap{0, 0, 1, 0xBC, 0, 18, 0xE0, 0xFF, 0, 0, 0, 8, 0x1B, 0xE0, 0, 0, 0x90, 0xC0, 0, 0, 1, 2, 3, 4};
 
+// With time 1.
 Bytes Pes(unsigned char id, const Bytes& payload, bool withLength = true) {
     const std::size_t length = withLength ? 3 + 5 + payload.size() : 0;
-    Bytes pes{0, 0, 1, id, static_cast<unsigned char>(length >> 8), static_cast<unsigned char>(length), 0x80, 0x80, 5};
-    Append(pes, {0x21, 0x00, 0x01, 0x00, 0x03});  // time 1
-    Append(pes, payload);
-    return pes;
+    const auto high = static_cast<unsigned char>(length >> 8);
+    return Join({{0, 0, 1, id, high, static_cast<unsigned char>(length), 0x80, 0x80, 5, 0x21, 0, 1, 0, 3}, payload});
 }
 
 struct Parsed {
@@ -62,16 +57,16 @@ Parsed Parse(const Bytes& packet, CPs2EsParse& parser) {
 }
 
 TEST(Ps2EsParse, GathersVideoAndAudioAndReadsTheHeaders) {
-    Bytes packet = PackHeader(3);
-    Append(packet, kSystemHeader);
-    Append(packet, kStreamMap);
-    Append(packet, Pes(0xE0, {0, 0, 0, 1, 0x67, 1}));
-    Append(packet, Pes(0xBD, {9, 9, 9}));  // private stream: passed over
-    Append(packet, Pes(0xC0, {0xD5, 0xD5}));
-    Append(packet, Pes(0xE0, {2, 3}));
-    Append(packet, {0, 0, 1, 0xB9});
     CPs2EsParse parser;
-    const Parsed parsed = Parse(packet, parser);
+    Parsed parsed = Parse(Join({kPackHeader,
+                                kSystemHeader,
+                                kStreamMap,
+                                Pes(0xE0, {0, 0, 0, 1, 0x67, 1}),
+                                Pes(0xBD, {9, 9, 9}),  // private stream: passed over
+                                Pes(0xC0, {0xD5, 0xD5}),
+                                Pes(0xE0, {2, 3}),
+                                {0, 0, 1, 0xB9}}),
+                          parser);
     ASSERT_EQ(parsed.result, 0);
     EXPECT_EQ(parsed.video, (Bytes{0, 0, 0, 1, 0x67, 1, 2, 3}));
     EXPECT_EQ(parsed.audio, (Bytes{0xD5, 0xD5}));
@@ -81,26 +76,19 @@ TEST(Ps2EsParse, GathersVideoAndAudioAndReadsTheHeaders) {
     EXPECT_EQ(parsed.header.ucVideoStreamType, 0x1B);
     EXPECT_EQ(parsed.header.ucAudioStreamType, 0x90);
     EXPECT_EQ(parsed.header.ullVideoPts, 1u);
-    // A second packet starts afresh.
-    EXPECT_EQ(Parse(Pes(0xC0, {1}), parser).video, Bytes());
-}
+    EXPECT_EQ(Parse(Pes(0xC0, {1}), parser).video, Bytes()) << "a second packet starts afresh";
 
-TEST(Ps2EsParse, APacketWithoutLengthEndsAtTheNextStartCodeOfThePackLayer) {
-    Bytes packet = Pes(0xE0, {0, 0, 0, 1, 0x65, 0xAA, 0, 0, 1, 0x41}, false);
-    Append(packet, Pes(0xC0, {7}));
-    CPs2EsParse parser;
-    const Parsed parsed = Parse(packet, parser);
+    // A packet without length ends at the next start code of the pack layer.
+    const Bytes picture{0, 0, 0, 1, 0x65, 0xAA, 0, 0, 1, 0x41};
+    parsed = Parse(Join({Pes(0xE0, picture, false), Pes(0xC0, {7})}), parser);
     ASSERT_EQ(parsed.result, 0);
-    EXPECT_EQ(parsed.video, (Bytes{0, 0, 0, 1, 0x65, 0xAA, 0, 0, 1, 0x41}));
+    EXPECT_EQ(parsed.video, picture);
     EXPECT_EQ(parsed.audio, (Bytes{7}));
-}
-
-TEST(Ps2EsParse, ALengthBeyondTheBufferIsCutAtItsEnd) {
+    // A length beyond the buffer is cut at its end.
     Bytes packet = Pes(0xE0, {1, 2, 3});
-    packet[4] = 0xFF;
-    packet[5] = 0xFF;
-    CPs2EsParse parser;
-    const Parsed parsed = Parse(packet, parser);
+    packet[4] = packet[5] = 0xFF;
+    CPs2EsParse other;
+    parsed = Parse(packet, other);
     EXPECT_EQ(parsed.result, 0);
     EXPECT_EQ(parsed.video, (Bytes{1, 2, 3}));
 }
@@ -111,11 +99,8 @@ TEST(Ps2EsParse, RefusesWhatIsNoProgramStream) {
     longHead[8] = 200;
     Bytes longInfo = kStreamMap;
     longInfo[8] = 0x10;
-    const std::vector<Bytes> refused{
-        {1},      {1, 2, 3, 4, 5, 6}, {0, 0, 1, 0xBA, 0x24}, {0, 0, 1, 0x65, 1, 2, 3}, {0, 0, 1, 0xE0, 0, 1, 0x80},
-        longHead, longInfo,
-    };
-    for (const Bytes& packet : refused) {
+    for (const Bytes& packet : {Bytes{1}, Bytes{1, 2, 3, 4, 5, 6}, Bytes{0, 0, 1, 0xBA, 0x24},
+                                Bytes{0, 0, 1, 0x65, 1, 2, 3}, Bytes{0, 0, 1, 0xE0, 0, 1, 0x80}, longHead, longInfo}) {
         ScopedRecordingLogger log;
         const Parsed parsed = Parse(packet, parser);
         EXPECT_EQ(parsed.result, 1);
@@ -131,26 +116,21 @@ TEST(Ps2EsParse, RefusesWhatIsNoProgramStream) {
 
 // A stream with a gap of zeros, private packets and no map gives the same wherever a buffer ends.
 TEST(Ps2EsParse, ABufferMayEndAnywhere) {
-    Bytes stream = PackHeader(3);
-    Append(stream, Pes(0xE0, {0, 0, 0, 1, 0x67, 1}));
-    Append(stream, Bytes(5, 0));
-    Append(stream, PackHeader(0));
-    Append(stream, kSystemHeader);
-    Append(stream, Pes(0xBD, {9, 9, 9}));
-    Append(stream, Pes(0xC0, {7, 7}));
-    Append(stream, Pes(0xE0, {0, 0, 0, 1, 0x65, 2, 0, 0, 1, 3}, false));
-    Append(stream, kStreamMap);
-    Append(stream, Pes(0xE0, {4, 5}));
+    Bytes secondPack(kPackHeader.begin(), kPackHeader.end() - 3);
+    secondPack.back() = 0xF8;
+    const Bytes stream = Join({kPackHeader, Pes(0xE0, {0, 0, 0, 1, 0x67, 1}), Bytes(5, 0), secondPack, kSystemHeader,
+                               Pes(0xBD, {9, 9, 9}), Pes(0xC0, {7, 7}),
+                               Pes(0xE0, {0, 0, 0, 1, 0x65, 2, 0, 0, 1, 3}, false), kStreamMap, Pes(0xE0, {4, 5})});
     for (std::size_t cut = 1; cut < stream.size(); ++cut) {
         CPs2EsParse parser;
         const auto at = stream.begin() + static_cast<std::ptrdiff_t>(cut);
-        Parsed first = Parse(Bytes(stream.begin(), at), parser);
+        const Parsed first = Parse(Bytes(stream.begin(), at), parser);
         const Parsed second = Parse(Bytes(at, stream.end()), parser);
         ASSERT_EQ(first.result + second.result, 0) << cut;
-        Append(first.video, second.video);
-        Append(first.audio, second.audio);
-        ASSERT_EQ(first.video, (Bytes{0, 0, 0, 1, 0x67, 1, 0, 0, 0, 1, 0x65, 2, 0, 0, 1, 3, 4, 5})) << cut;
-        ASSERT_EQ(first.audio, (Bytes{7, 7})) << cut;
+        ASSERT_EQ(Join({first.video, second.video}),
+                  (Bytes{0, 0, 0, 1, 0x67, 1, 0, 0, 0, 1, 0x65, 2, 0, 0, 1, 3, 4, 5}))
+            << cut;
+        ASSERT_EQ(Join({first.audio, second.audio}), (Bytes{7, 7})) << cut;
     }
     // What a cut packet still lacks is not waited for when a new pack comes.
     CPs2EsParse parser;
@@ -169,10 +149,6 @@ TEST(PesParse, ReadsTimesOf33BitsAndRefusesWrongHeads) {
     EXPECT_EQ(Bytes(packet.pPayload, packet.pPayload + packet.uiPayloadLen), (Bytes{8, 9}));
     ASSERT_EQ(CHstPESParse::Read(good.data(), good.size() - 1, packet), PES_OK);
     EXPECT_EQ(packet.uiPayloadLen, 1u);
-    const Bytes padding{0, 0, 1, 0xBE, 0, 2, 0xFF, 0xFF};
-    ASSERT_EQ(CHstPESParse::Read(padding.data(), padding.size(), packet), PES_OK);
-    EXPECT_FALSE(packet.bHavePts);
-    EXPECT_EQ(packet.uiPayloadLen, 2u);
     const auto changed = [&](std::size_t at, unsigned char value) {
         Bytes bytes = good;
         bytes[at] = value;
@@ -183,31 +159,7 @@ TEST(PesParse, ReadsTimesOf33BitsAndRefusesWrongHeads) {
     EXPECT_EQ(changed(6, 0x44), PES_WRONG_HEAD);
     EXPECT_EQ(changed(8, 200), PES_WRONG_LENGTH);
     EXPECT_EQ(CHstPESParse::Read(good.data(), 12, packet), PES_INCOMPLETE);
-    ScopedRecordingLogger log;
     EXPECT_EQ(CHstPESParse().ParsePES(good.data(), 5, packet), 1);
-    EXPECT_EQ(log->Count("Parse PES packet failed"), 1u);
-}
-
-TEST(Ps2EsParse, DamagedPacketsNeverLeadOutsideTheBuffer) {
-    Bytes good = PackHeader(0);
-    Append(good, kSystemHeader);
-    Append(good, kStreamMap);
-    Append(good, Pes(0xE0, Bytes(50, 0x11)));
-    Append(good, Pes(0xC0, Bytes(20, 0x22)));
-    CPs2EsParse parser;
-    std::mt19937 random(20260102);
-    int accepted = 0;
-    for (int i = 0; i < 20000; ++i) {
-        Bytes packet = good;
-        for (int change = 0; change < 3; ++change) {
-            packet[random() % packet.size()] = static_cast<unsigned char>(random());
-        }
-        packet.resize(1 + random() % packet.size());
-        const Parsed parsed = Parse(packet, parser);
-        accepted += parsed.result == 0;
-        ASSERT_LE(parsed.video.size() + parsed.audio.size(), packet.size() + good.size());
-    }
-    EXPECT_GT(accepted, 0);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "gvx_common/rtp/rtp_poller.h"
 
-#include "gvx_common/rtp/rtp_stream.h"
+#include "gvx_common/rtp/common_rtp_receiver.h"
 #include "support/temp_folder.h"
 #include "support/wait_until.h"
 
@@ -8,39 +8,24 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <mutex>
 #include <string>
 #include <thread>
 
 namespace {
 
-// Everything of a stream that came whole, as one elementary stream.
+// Everything of a stream that came, as one elementary stream, to be read once its receiver is out of the poller.
 class StreamSink : public IRtpReceiverSink {
 public:
     void OnAccessUnit(const gvx::RtpAccessUnit& unit) override {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        m_damaged += unit.IsDamaged();
-        m_units += 1;
-        m_bytes.append(reinterpret_cast<const char*>(unit.data), unit.size);
+        bytes.append(reinterpret_cast<const char*>(unit.data), unit.size);
+        damaged += unit.IsDamaged();
+        ++units;
+        count += unit.size;
     }
-    std::string Bytes() const {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        return m_bytes;
-    }
-    int Damaged() const {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        return m_damaged;
-    }
-    int Units() const {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        return m_units;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::string m_bytes;
-    int m_damaged = 0;
-    int m_units = 0;
+    std::string bytes;
+    int damaged = 0;
+    std::atomic<int> units{0};
+    std::atomic<std::size_t> count{0};
 };
 
 // The same stream with every start code of four bytes and without delimiters, which a sender may add or leave out.
@@ -107,16 +92,15 @@ protected:
             std::to_string(audioStream.receiver.GetPort()));
         const std::string sent = Normal(m_folder.Read(h265 ? "v.h265" : "v.h264"), h265);
         const std::string sentAudio = m_folder.Read("a.al");
-        WaitUntil(
-            [&] { return videoStream.sink.Units() >= 50 && audioStream.sink.Bytes().size() >= sentAudio.size(); });
-        EXPECT_EQ(m_poller.Remove(videoStream.receiver), 0);
-        EXPECT_EQ(m_poller.Remove(audioStream.receiver), 0);
-        videoStream.receiver.Close();
-        audioStream.receiver.Close();
-        EXPECT_EQ(videoStream.sink.Units(), 50);
-        EXPECT_EQ(videoStream.sink.Damaged(), 0);
-        EXPECT_TRUE(Normal(videoStream.sink.Bytes(), h265) == sent);
-        EXPECT_TRUE(audioStream.sink.Bytes() == sentAudio);
+        WaitUntil([&] { return videoStream.sink.units >= 50 && audioStream.sink.count >= sentAudio.size(); });
+        for (Stream* stream : {&videoStream, &audioStream}) {
+            EXPECT_EQ(m_poller.Remove(stream->receiver), 0);
+            stream->receiver.Close();
+        }
+        EXPECT_EQ(videoStream.sink.units, 50);
+        EXPECT_EQ(videoStream.sink.damaged, 0);
+        EXPECT_TRUE(Normal(videoStream.sink.bytes, h265) == sent);
+        EXPECT_TRUE(audioStream.sink.bytes == sentAudio);
     }
 
     TempFolder m_folder;
@@ -125,21 +109,16 @@ protected:
     std::thread m_thread;
 };
 
-TEST_F(RtpPeer, EveryFrameOfFfmpegArrivesWhole) {
-    for (const bool h265 : {false, true}) {
-        Check(h265,
-              "ffmpeg -nostdin -v error -re -f " + std::string(h265 ? "hevc" : "h264") + " -framerate 25 -i " +
-                  m_folder.Path(h265 ? "v.h265" : "v.h264") + " -re -f alaw -ar 8000 -ac 1 -i " + m_folder.Path("a.al"),
-              " -map 0:v -c:v copy -f rtp rtp://127.0.0.1:", " -map 1:a -c:a copy -f rtp rtp://127.0.0.1:");
-    }
-}
-
-TEST_F(RtpPeer, EveryFrameOfGStreamerArrivesWhole) {
+TEST_F(RtpPeer, EveryFrameOfFfmpegAndOfGStreamerArrivesWhole) {
     for (const bool h265 : {false, true}) {
         const std::string codec = h265 ? "h265" : "h264";
         Check(h265,
-              "gst-launch-1.0 -q filesrc location=" + m_folder.Path(h265 ? "v.h265" : "v.h264") + " ! video/x-" +
-                  codec + ",framerate=25/1 ! " + codec + "parse ! rtp" + codec +
+              "ffmpeg -nostdin -v error -re -f " + std::string(h265 ? "hevc" : "h264") + " -framerate 25 -i " +
+                  m_folder.Path("v." + codec) + " -re -f alaw -ar 8000 -ac 1 -i " + m_folder.Path("a.al"),
+              " -map 0:v -c:v copy -f rtp rtp://127.0.0.1:", " -map 1:a -c:a copy -f rtp rtp://127.0.0.1:");
+        Check(h265,
+              "gst-launch-1.0 -q filesrc location=" + m_folder.Path("v." + codec) + " ! video/x-" + codec +
+                  ",framerate=25/1 ! " + codec + "parse ! rtp" + codec +
                   "pay mtu=1200 aggregate-mode=zero-latency ! udpsink host=127.0.0.1",
               " port=",
               " filesrc location=" + m_folder.Path("a.al") +
