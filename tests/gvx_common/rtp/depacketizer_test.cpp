@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -36,118 +38,109 @@ std::vector<rtp_stream::Taken> Depacketize(gvx::RtpDepacketizer& depacketizer, r
     return std::move(sink.taken);
 }
 
-Bytes Units(std::initializer_list<Bytes> units) {
-    Bytes all;
-    for (const Bytes& unit : units) {
-        all.insert(all.end(), {0, 0, 0, 1});
-        all.insert(all.end(), unit.begin(), unit.end());
+// A word is a packet: its payload in hexadecimal, "*" for the marker, "@" and its time where that is not 1, "+" and how
+// many are lost before it.
+std::vector<Given> Packets(const std::string& text) {
+    std::istringstream words(text);
+    std::vector<Given> packets;
+    for (std::string word; words >> word;) {
+        Given given{{}, false, 1};
+        const std::size_t end = std::min(word.find_first_of("*@+"), word.size());
+        for (std::size_t at = 0; at < end; at += 2) {
+            given.payload.push_back(static_cast<std::uint8_t>(std::stoul(word.substr(at, 2), nullptr, 16)));
+        }
+        for (std::size_t at = end; at < word.size(); ++at) {
+            if (word[at] == '*') {
+                given.marker = true;
+            } else {
+                std::uint32_t& number = word[at] == '@' ? given.time : given.lostBefore;
+                number = static_cast<std::uint32_t>(word[++at] - '0');
+            }
+        }
+        packets.push_back(given);
     }
-    return all;
+    return packets;
 }
 
-struct FaultRow {
+struct Row {
     const char* situation;
-    std::vector<Given> packets;
-    RtpDamage damage;  // of the access unit that comes out last
-    Bytes bytes;
+    std::string packets;
+    RtpDamage damage;   // of the access unit that comes out last
+    const char* units;  // its NAL units
 };
 
 template <typename Depacketizer>
-void ExpectRows(const std::vector<FaultRow>& rows) {
-    for (const FaultRow& row : rows) {
+void ExpectRows(const std::vector<Row>& rows) {
+    for (const Row& row : rows) {
         SCOPED_TRACE(row.situation);
         rtp_stream::Sink sink;
         Depacketizer depacketizer(sink, gvx::AccessUnitEnd::Marker, 60);
-        const auto taken = Depacketize(depacketizer, sink, row.packets);
+        const auto taken = Depacketize(depacketizer, sink, Packets(row.packets));
         ASSERT_FALSE(taken.empty());
         EXPECT_STREQ(gvx::RtpDamageName(taken.back().unit.damage), gvx::RtpDamageName(row.damage));
-        EXPECT_EQ(taken.back().bytes, row.bytes);
+        Bytes expected;
+        for (const Given& unit : Packets(row.units)) {
+            expected.insert(expected.end(), {0, 0, 0, 1});
+            expected.insert(expected.end(), unit.payload.begin(), unit.payload.end());
+        }
+        EXPECT_EQ(taken.back().bytes, expected);
     }
 }
 
 TEST(H264Depacketizer, JoinsWhatRfc6184AllowsAndNamesTheRest) {
-    const Bytes slice{0x41, 0x9A, 1};
+    std::string tooLong;
+    for (int i = 0; i < 80; ++i) {
+        tooLong += "41";
+    }
     ExpectRows<gvx::H264Depacketizer>({
-        {"single unit", {{slice, true, 1}}, RtpDamage::None, Units({slice})},
-        {"parameter sets with marks of their own",
-         {{{0x67, 1}, true, 1}, {{0x68, 1}, true, 1}, {{0x65, 0x88}, true, 1}},
-         RtpDamage::None,
-         Units({{0x67, 1}, {0x68, 1}, {0x65, 0x88}})},
-        {"STAP-A", {{{0x78, 0, 2, 0x67, 1, 0, 3, 0x41, 0x9A, 1}, true, 1}}, RtpDamage::None, Units({{0x67, 1}, slice})},
-        {"FU-A",
-         {{{0x5C, 0x81, 0x9A}, false, 1}, {{0x5C, 1, 5}, false, 1}, {{0x5C, 0x41}, true, 1}},
-         RtpDamage::None,
-         Units({{0x41, 0x9A, 5}})},
-        {"no marker, other time", {{slice, false, 1}, {slice, false, 2}}, RtpDamage::None, Units({slice})},
-        {"STAP-A with a size beyond it",
-         {{{0x78, 0, 2, 0x67, 1, 0, 9, 0x41}, true, 1}},
-         RtpDamage::Malformed,
-         Units({{0x67, 1}})},
-        {"STAP-A within STAP-A", {{{0x78, 0, 1, 0x78}, true, 1}}, RtpDamage::ForbiddenType, {}},
-        {"FU-A without start", {{{0x5C, 0x41, 5}, true, 1}}, RtpDamage::MissingStart, {}},
-        {"FU-A without end", {{{0x5C, 0x81, 0x9A}, true, 1}}, RtpDamage::MissingEnd, {}},
-        {"FU-A broken off by another unit",
-         {{{0x5C, 0x81, 0x9A}, false, 1}, {slice, true, 1}},
-         RtpDamage::MissingEnd,
-         Units({slice})},
-        {"FU-A that changes its type",
-         {{{0x5C, 0x81, 0x9A}, false, 1}, {{0x5C, 0x45, 1}, true, 1}},
-         RtpDamage::MissingEnd,
-         {}},
-        {"FU-A with a hole",
-         {{{0x5C, 0x81, 0x9A}, false, 1}, {{0x5C, 0x41, 1}, true, 1, 1}},
-         RtpDamage::LostPacket,
-         {}},
-        {"FU-A without FU header", {{{0x5C}, true, 1}}, RtpDamage::Malformed, {}},
-        {"FU-B of the interleaved mode", {{{0x5D, 0x81, 0, 0, 1}, true, 1}}, RtpDamage::ForbiddenType, {}},
-        {"undefined type 30", {{{0x7E, 1}, true, 1}}, RtpDamage::ForbiddenType, {}},
-        {"longer than allowed", {{slice, false, 1}, {Bytes(80, 0x41), true, 1}}, RtpDamage::TooLong, Units({slice})},
-        {"begins in the midst of a picture",
-         {{{0x41, 0x01, 1}, true, 1}},
-         RtpDamage::LostPacket,
-         Units({{0x41, 0x01, 1}})},
+        {"single unit", "419A01*", RtpDamage::None, "419A01"},
+        {"parameter sets with marks of their own", "6701* 6801* 6588*", RtpDamage::None, "6701 6801 6588"},
+        {"STAP-A", "78000267010003419A01*", RtpDamage::None, "6701 419A01"},
+        {"FU-A", "5C819A 5C0105 5C41*", RtpDamage::None, "419A05"},
+        {"no marker, other time", "419A01 419A01@2", RtpDamage::None, "419A01"},
+        {"STAP-A with a size beyond it", "7800026701000941*", RtpDamage::Malformed, "6701"},
+        {"STAP-A within STAP-A", "78000178*", RtpDamage::ForbiddenType, ""},
+        {"FU-A without start", "5C4105*", RtpDamage::MissingStart, ""},
+        {"FU-A without end", "5C819A*", RtpDamage::MissingEnd, ""},
+        {"FU-A broken off by another unit", "5C819A 419A01*", RtpDamage::MissingEnd, "419A01"},
+        {"FU-A that changes its type", "5C819A 5C4501*", RtpDamage::MissingEnd, ""},
+        {"FU-A with a hole", "5C819A 5C4101*+1", RtpDamage::LostPacket, ""},
+        {"FU-A without FU header", "5C*", RtpDamage::Malformed, ""},
+        {"FU-B of the interleaved mode", "5D81000001*", RtpDamage::ForbiddenType, ""},
+        {"undefined type 30", "7E01*", RtpDamage::ForbiddenType, ""},
+        {"longer than allowed", "419A01 " + tooLong + "*", RtpDamage::TooLong, "419A01"},
+        {"begins in the midst of a picture", "410101*", RtpDamage::LostPacket, "410101"},
     });
 }
 
 TEST(H265Depacketizer, JoinsWhatRfc7798AllowsAndNamesTheRest) {
-    const Bytes slice{2, 1, 0x80, 9};
     ExpectRows<gvx::H265Depacketizer>({
-        {"single unit", {{slice, true, 1}}, RtpDamage::None, Units({slice})},
-        {"AP",
-         {{{0x60, 1, 0, 3, 0x40, 1, 5, 0, 4, 2, 1, 0x80, 9}, true, 1}},
-         RtpDamage::None,
-         Units({{0x40, 1, 5}, slice})},
-        {"FU of TID 2",
-         {{{0x62, 3, 0x81, 0x80}, false, 1}, {{0x62, 3, 0x41, 9}, true, 1}},
-         RtpDamage::None,
-         Units({{2, 3, 0x80, 9}})},
-        {"AP with a size beyond it", {{{0x60, 1, 0, 9, 0x40, 1}, true, 1}}, RtpDamage::Malformed, {}},
-        {"FU without start", {{{0x62, 1, 0x41, 9}, true, 1}}, RtpDamage::MissingStart, {}},
-        {"FU without end", {{{0x62, 1, 0x81, 0x80}, true, 1}}, RtpDamage::MissingEnd, {}},
-        {"one byte", {{{0x62}, true, 1}}, RtpDamage::Malformed, {}},
-        {"PACI", {{{0x64, 1, 0, 0, 0}, true, 1}}, RtpDamage::ForbiddenType, {}},
+        {"single unit", "02018009*", RtpDamage::None, "02018009"},
+        {"AP", "60010003400105000402018009*", RtpDamage::None, "400105 02018009"},
+        {"FU of TID 2", "62038180 62034109*", RtpDamage::None, "02038009"},
+        {"AP with a size beyond it", "600100094001*", RtpDamage::Malformed, ""},
+        {"FU without start", "62014109*", RtpDamage::MissingStart, ""},
+        {"FU without end", "62018180*", RtpDamage::MissingEnd, ""},
+        {"one byte", "62*", RtpDamage::Malformed, ""},
+        {"PACI", "6401000000*", RtpDamage::ForbiddenType, ""},
     });
 }
 
 // Which of two access units a gap between them belongs to.
 TEST(H264Depacketizer, AGapBetweenAccessUnitsDamagesThatWhichMissesPackets) {
-    const Bytes slice{0x41, 0x9A, 1};
-    const auto damages = [&](const std::vector<Given>& packets) {
+    const auto damages = [](const std::string& packets) {
         rtp_stream::Sink sink;
         gvx::H264Depacketizer depacketizer(sink);
-        std::vector<Given> all{{slice, true, 1}, {slice, true, 2}};
-        all.insert(all.end(), packets.begin(), packets.end());
         std::string text;
-        for (const auto& taken : Depacketize(depacketizer, sink, all)) {
-            text += taken.unit.IsDamaged() ? 'd' : '-';
-            text += std::to_string(taken.unit.lostPackets);
+        for (const auto& taken : Depacketize(depacketizer, sink, Packets("419A01* 419A01*@2 " + packets))) {
+            text += (taken.unit.IsDamaged() ? 'd' : '-') + std::to_string(taken.unit.lostPackets);
         }
         return text;
     };
-    EXPECT_EQ(damages({{slice, false, 3}, {slice, true, 4, 1}}), "-0-0d1-0") << "the marker of the former";
-    EXPECT_EQ(damages({{slice, true, 4, 3}}), "-0-0-3") << "whole access units, as this one begins like those before";
-    EXPECT_EQ(damages({{{0x68, 1}, false, 4, 1}, {{0x65, 0x88}, true, 4}}), "-0-0d1") << "perhaps what stood before it";
-    EXPECT_EQ(damages({{{0x41, 0x01}, true, 4, 1}}), "-0-0d1") << "its first slice";
+    EXPECT_EQ(damages("419A01@3 419A01*@4+1"), "-0-0d1-0") << "the marker of the former";
+    EXPECT_EQ(damages("419A01*@4+3"), "-0-0-3") << "whole access units, as this one begins like those before";
+    EXPECT_EQ(damages("6801@4+1 6588*@4"), "-0-0d1") << "perhaps what stood before it";
+    EXPECT_EQ(damages("4101*@4+1"), "-0-0d1") << "its first slice";
 }
 
 TEST(AacDepacketizer, SplitsJoinsAndRefuses) {
