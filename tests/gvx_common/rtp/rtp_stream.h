@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-// Streams of video as packets, and a sink that keeps what comes out of a receiver.
+// Streams of H.264 as packets, and a sink that keeps what comes out of a receiver.
 namespace rtp_stream {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -24,7 +24,7 @@ struct Frame {
 // Frames through the core's own packer, with an SSRC, and with the marker on the last packet of a frame only.
 class Maker {
 public:
-    explicit Maker(bool h265, std::uint32_t ssrc = 0x11223344) : m_h265(h265), m_ssrc(ssrc) {
+    explicit Maker(std::uint32_t ssrc = 0x11223344) : m_ssrc(ssrc) {
         m_channel.init();
         m_channel.m_pMediaBufWithRTP = new ACE_Message_Block(GVX_MEDIA_BUF_MIN_SIZE);
         m_channel.m_pSendStreamFunc = &Take;
@@ -34,19 +34,16 @@ public:
         Frame frame;
         MEDIA_DATA media{};
         media.nVideoSize = 1;
-        media.eVideoFormatType = m_h265 ? VIDEO_DEC_H265 : VIDEO_DEC_H264;
+        media.eVideoFormatType = VIDEO_DEC_H264;
         media.nTimeTick = 3600;
         gvx::FramePacker packer(m_channel, media, 0, false);
         packer.BuildHead(false, 0, 0);
         Current() = &frame.packets;
         if (key) {
-            for (const Bytes& set : m_h265 ? std::vector<Bytes>{{0x40, 1, 7}, {0x42, 1, 7}, {0x44, 1, 7}}
-                                           : std::vector<Bytes>{{0x67, 0x42, 7}, {0x68, 0xCE}}) {
-                Add(packer, frame, set);
-            }
+            Add(packer, frame, {0x67, 0x42, 7});
+            Add(packer, frame, {0x68, 0xCE});
         }
-        Bytes slice = m_h265 ? Bytes{static_cast<std::uint8_t>(key ? 0x26 : 2), 1, 0x80}
-                             : Bytes{static_cast<std::uint8_t>(key ? 0x65 : 0x41), 0x88};
+        Bytes slice{static_cast<std::uint8_t>(key ? 0x65 : 0x41), 0x88};
         while (slice.size() < sliceBytes) {
             slice.push_back(static_cast<std::uint8_t>(m_random()));
         }
@@ -84,7 +81,6 @@ private:
         packer.SendUnit(reinterpret_cast<const char*>(unit.data()), unit.size());
     }
 
-    const bool m_h265;
     const std::uint32_t m_ssrc;
     CMediaChannel m_channel;
     std::mt19937 m_random{20260103};
