@@ -1,11 +1,11 @@
 #pragma once
 
 #include "base/alarm_store.h"
-#include "bp/service.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/config/cloud_config_mgr.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
+#include "support/caught_frames.h"
 #include "support/recording_logger.h"
 #include "support/temp_folder.h"
 
@@ -24,8 +24,7 @@ inline std::string TextAt(const std::string& bytes, std::size_t offset, std::siz
 class AlarmFixture : public testing::Test {
 protected:
     void SetUp() override {
-        static Service service;
-        GvxConnectionMgr()->SetGvxService(&service);
+        GvxConnectionMgr()->SetGvxService(TestService());
         GvxConnectionMgr()->SetException([](ADAPTER_COMMON_MESSAGE&) {});
         m_folder.Write("net.xml", "<Net><NetElements><LocalIP>1</LocalIP></NetElements></Net>");
         m_folder.Write("log.xml", "<Log><NodeCode>node7</NodeCode></Log>");
@@ -41,9 +40,4 @@ protected:
     const ScopedEnvironment m_configDir{"GVX_CONFIG_DIR", m_folder.Path()};
     const std::string m_store = m_folder.Path("alarms.db");
     const ScopedRecordingLogger m_log{OM_LOG_INFO};
-
-private:
-    struct Service : BP::IService {
-        std::uint32_t GetServiceID() const override { return 7; }
-    };
 };
