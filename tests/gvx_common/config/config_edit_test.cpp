@@ -57,7 +57,6 @@ protected:
         m_folder.Write("zvs_gvx.conf", kSettings);
         m_folder.Write("log.xml", "<Log><DebugLog><DebugLogSwitch>False</DebugLogSwitch></DebugLog></Log>");
         ASSERT_EQ(0, m_mgr.Init());
-        m_log->Clear();
     }
     int Edit(const std::string& section, const std::string& key, const std::string& value) {
         CONFIG_INFO info{};
@@ -71,12 +70,14 @@ protected:
         EXPECT_EQ(0, m_mgr.GetGvxConfig(xml, type));
         return xml.ToString();
     }
-    int SendFrame(const std::string& json) {
-        CNssMsgBody message(0x0BD0, 1, "t", 0, 0, NSS_TAG_JSON_CONTENT);
-        message.SetValue(json.c_str(), static_cast<unsigned int>(json.size()));
+    using Setter = int (CGvxConfigMgr::*)(ACE_Message_Block*);
+    int SendFrame(const std::string& body, Setter setter = &CGvxConfigMgr::SetEditConfigFromFrame,
+                  unsigned short tag = NSS_TAG_JSON_CONTENT) {
+        CNssMsgBody message(0x0BD0, 1, "t", 0, 0, tag);
+        message.SetValue(body.c_str(), static_cast<unsigned int>(body.size()));
         ACE_Message_Block block;
         EXPECT_EQ(0, message.encode(&block));
-        return m_mgr.SetEditConfigFromFrame(&block);
+        return (m_mgr.*setter)(&block);
     }
     std::string Value(const std::string& key) const { return m_mgr.GetConfValue(key, "absent"); }
 
@@ -92,35 +93,23 @@ protected:
     FakeRegistry m_plugins;
 };
 
-TEST_F(ConfigEditTest, GoodEditReachesFileAndReaders) {
+TEST_F(ConfigEditTest, AnEditReachesFileAndReadersOrChangesNothing) {
+    const char* refused[][3] = {{"SERVICE_CAPACITY", "MAX_CAPS", "200"},
+                                {"SECURITY_CFG", "DEVICE_VSP_ENABLE", "1"},
+                                {"SIF_CFG", "SIP_QUEUE_SIZE", "1000"},  // not in the file
+                                {"SIF_CFG", "MAX_CAPS", "100"},         // not in that section
+                                {"MESSAGE", "GVX_MESSAGE_IP", "1.2.3"}};
+    for (const auto& [section, key, value] : refused) {
+        EXPECT_EQ(1, Edit(section, key, value)) << key;
+    }
+    EXPECT_EQ(kSettings, m_folder.Read("zvs_gvx.conf"));
+    EXPECT_EQ("128", Value("MAX_CAPS"));
     EXPECT_EQ(0, Edit("SERVICE_CAPACITY", "MAX_CAPS", "150"));
     EXPECT_EQ("150", Value("MAX_CAPS"));
     EXPECT_NE(std::string::npos, m_folder.Read("zvs_gvx.conf").find("; settings\n[SERVICE_CAPACITY]\nMAX_CAPS=150\n"));
     CGvxConfigMgr restarted;
     ASSERT_EQ(0, restarted.Init());
     EXPECT_EQ("150", restarted.GetConfValue("MAX_CAPS", ""));
-}
-
-TEST_F(ConfigEditTest, RefusedEditChangesNothing) {
-    struct Row {
-        const char* section;
-        const char* key;
-        const char* value;
-        const char* message;
-    };
-    const Row rows[] = {
-        {"SERVICE_CAPACITY", "MAX_CAPS", "200", "ItemName[MAX_CAPS], value[200],si out of range"},
-        {"SECURITY_CFG", "DEVICE_VSP_ENABLE", "1", "ItemName[DEVICE_VSP_ENABLE], value[1],si out of range"},
-        {"SIF_CFG", "SIP_QUEUE_SIZE", "1000", "Not found key SIP_QUEUE_SIZE in map"},
-        {"SIF_CFG", "MAX_CAPS", "100", "Failed to set gvx config, section=SIF_CFG, key=MAX_CAPS, value=100"},
-        {"MESSAGE", "GVX_MESSAGE_IP", "1.2.3", "value[1.2.3],si out of range"},
-    };
-    for (const Row& row : rows) {
-        EXPECT_EQ(1, Edit(row.section, row.key, row.value)) << row.key;
-        EXPECT_TRUE(m_log->Contains(row.message)) << row.message;
-    }
-    EXPECT_EQ(kSettings, m_folder.Read("zvs_gvx.conf"));
-    EXPECT_EQ("128", Value("MAX_CAPS"));
 }
 
 TEST_F(ConfigEditTest, UnchangedValueDoesNotTouchTheFile) {
@@ -135,7 +124,7 @@ TEST_F(ConfigEditTest, UnchangedValueDoesNotTouchTheFile) {
     EXPECT_EQ("reboot ", m_plugins.calls);
 }
 
-TEST_F(ConfigEditTest, RunningComponentIsSwitchedFirst) {
+TEST_F(ConfigEditTest, RunningComponentIsSwitchedFirstAndAPluginsFaultIsAnswered) {
     EXPECT_EQ(1, Edit("WRONG", "GVX_SDK_SYNC_TIME_INTERVAL", "7200"));
     EXPECT_EQ(7200u, m_mgr.GetSdkSyncTimeInterval());
     EXPECT_EQ("3600", Value("GVX_SDK_SYNC_TIME_INTERVAL"));
@@ -147,30 +136,24 @@ TEST_F(ConfigEditTest, RunningComponentIsSwitchedFirst) {
     EXPECT_EQ("0", Value("GVX_SIP_LOG_SWITCH"));
     EXPECT_EQ(std::string::npos, m_folder.Read("zvs_gvx.conf").find("GVX_SIP_LOG_SWITCH=1"));
     EXPECT_EQ(std::string::npos, Document("SIF_CFG").find("<ConfigValue>1"));
-}
 
-TEST_F(ConfigEditTest, SwitchFaultsAreTold) {
     m_plugins.missing = BP::DEV_PROTOCOL_TYPE_TEYES;
     EXPECT_EQ(1, Edit("", "GVX_SIP_LOG_SWITCH", "1"));
-    EXPECT_TRUE(m_log->Contains("InstallPlugin failed! DevProtocol[4]"));
     m_plugins.missing = 0;
     m_plugins.refused = BP::DEV_PROTOCOL_TYPE_TEYES;
     EXPECT_EQ(1, Edit("", "GVX_SIP_LOG_SWITCH", "0"));
-    EXPECT_TRUE(m_log->Contains("Set Teyes sipstack logswitch to [0] failed."));
     m_plugins.refused = BP::DEV_PROTOCOL_TYPE_HIKSDK;
     EXPECT_EQ(0, Edit("LOG_CFG", "GVX_HIKSDK_LOG_SWITCH", "1")) << "the file follows whatever the plug-in says";
-    EXPECT_TRUE(m_log->Contains("Set SDK Log failed!"));
     EXPECT_EQ("1", Value("GVX_HIKSDK_LOG_SWITCH"));
 }
 
 TEST_F(ConfigEditTest, PluginDebugLogLivesInLogXml) {
-    EXPECT_EQ(0, Edit("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", "1"));
-    EXPECT_NE(std::string::npos, m_folder.Read("log.xml").find("<DebugLogSwitch>True</DebugLogSwitch>"));
-    EXPECT_EQ(0, Edit("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", "0"));
-    EXPECT_NE(std::string::npos, m_folder.Read("log.xml").find("<DebugLogSwitch>False</DebugLogSwitch>"));
+    for (const auto& [value, word] : {std::pair<const char*, const char*>{"1", "True"}, {"0", "False"}}) {
+        EXPECT_EQ(0, Edit("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", value));
+        EXPECT_NE(std::string::npos, m_folder.Read("log.xml").find(std::string("<DebugLogSwitch>") + word + "<"));
+    }
     std::filesystem::remove(m_folder.Path("log.xml"));
     EXPECT_EQ(1, Edit("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", "1"));
-    EXPECT_TRUE(m_log->Contains("$filepath=" + m_folder.Path("log.xml"), "Load Log.xml File failed!"));
 }
 
 TEST_F(ConfigEditTest, NatListIsTakenWholeOrNotAtAll) {
@@ -180,11 +163,9 @@ TEST_F(ConfigEditTest, NatListIsTakenWholeOrNotAtAll) {
     EXPECT_EQ(both, m_mgr.GetPrivateIpList());
     EXPECT_EQ(1, m_mgr.SetGVXConfigValue("SUBNET_NAT", "SUBNET_NAT_IP_LIST", "11.0.0.0/255.0.0.0;bad"));
     EXPECT_EQ(both, m_mgr.GetPrivateIpList());
-    EXPECT_TRUE(m_log->Contains("section=SUBNET_NAT, key=SUBNET_NAT_IP_LIST", "Set gvx Subnet Nat IP List Failed"));
     const std::string saved = m_folder.Read("zvs_gvx_nat.conf");
     EXPECT_NE(std::string::npos, saved.find("SUBNET_NAT_IP_LIST=10.0.0.0/255.0.0.0;192.168.0.0/255.255.0.0;\n"));
     EXPECT_EQ(1, m_mgr.SetGVXConfigValue("WRONG", "SUBNET_NAT_IP_LIST", "12.0.0.0/255.0.0.0"));
-    EXPECT_TRUE(m_log->Contains("section=WRONG", "Set gvx config value Failed"));
     EXPECT_EQ(saved, m_folder.Read("zvs_gvx_nat.conf"));
 }
 
@@ -204,7 +185,6 @@ TEST_F(ConfigEditTest, FrameCarriesOneEdit) {
     ACE_Message_Block half(50);
     half.wr_ptr(50);
     EXPECT_EQ(1, m_mgr.SetEditConfigFromFrame(&half));
-    EXPECT_TRUE(m_log->Contains("ret=1", "json msg decode failed"));
 }
 
 TEST_F(ConfigEditTest, UnifiedDocumentHoldsTheReadableSettings) {
@@ -215,13 +195,11 @@ TEST_F(ConfigEditTest, UnifiedDocumentHoldsTheReadableSettings) {
                                           "<ConfigName>GVX_SIP_LOG_SWITCH</ConfigName><ConfigType>SIF_CFG"
                                           "</ConfigType><ConfigValue>0</ConfigValue></ConfigInfo></ConfigList>"))
         << one;
-    EXPECT_TRUE(m_log->Contains("type=SERVICE_CAPACITY, name=BAND_WIDTH"));
     EXPECT_EQ(std::string::npos, one.find("WorkSpace"));
     const std::string all = Document("");
     for (const char* name : {"WorkSpace", "Password", "GVX_MESSAGE_IP", "DEVICE_VSP_ENABLE"}) {
         EXPECT_NE(std::string::npos, all.find(name)) << name;
     }
-    EXPECT_NE(std::string::npos, Document("LOG_CFG").find("<ConfigName>ServerPort</ConfigName>"));
     CBB::CXml xml;
     EXPECT_EQ(1, m_mgr.GetGvxConfig(xml, nullptr));
     // What XML cannot carry is left out; the others are written.
@@ -309,9 +287,6 @@ TEST_F(ConfigEditTest, LogUploadKeepsItsPasswordEncipheredAndOutOfEveryLog) {
     EXPECT_EQ(2, m_mgr.SetLogSFTPConf("Password", nullptr));
     m_folder.Write("log_sftp.key", "another key, of other length");
     EXPECT_EQ(ZVS_GVX_GET_LOG_SFTP_CONF_ERROR, m_mgr.SetLogSFTPConf("Username", "x"));
-    EXPECT_TRUE(m_log->Contains("or its key is damaged."));
-    Document("");
-    EXPECT_TRUE(m_log->Contains("Failed to append log cfg to unified config"));
 }
 
 TEST(ConfigEditRules, EveryKeyHasItsRange) {
@@ -333,10 +308,8 @@ TEST(ConfigEditRules, EveryKeyHasItsRange) {
         {"T28181_VIDEO_FORMAT_ABILITY", {"0", "2", "5"}, {"1", "3", "6"}},
         {"GB35114_SECURITY_LEVEL", {"A", "C"}, {"D", "AB", ""}},
         {"GB35114_KEYLABEL", {"abc"}, {"ab", "a_c"}},
-        {"GB35114_SERVER_ID", {"12345678901234567890"}, {"1234567890123456789"}},
         {"GVX_SIP_SERVER_ID", {"12345678901234567890"}, {"x2345678901234567890"}},
         {"IS_SUPPORT_VSP", {"0", "1"}, {"2", "-1"}},
-        {"GVX_MEDIA_SEND_TCP", {"anything"}, {}},
         {"T28181_DIGEST_ALGORITHM", {""}, {}},
         {"EXTSYSTEM_BOSCH_ENABLE", {}, {"0", "1"}},
         {"no such key", {}, {"1"}},
@@ -361,9 +334,9 @@ TEST(ConfigEditRules, EveryKeyHasItsRange) {
 class SecureSettingsTest : public ConfigEditTest {
 protected:
     void SetUp() override {
-        m_folder.Write("zvs_gvx.conf",
-                       "; settings\n[GB35114_CFG]\nGB35114_SECURITY_LEVEL=A\nGB35114_KEYLABEL=gvx001\n"
-                       "GB35114_SERVER_ID=34020000002000000001\nGB35114_DATE_INTERNAL=600\n");
+        m_folder.WriteConf(
+            "[GB35114_CFG]\nGB35114_SECURITY_LEVEL=A\nGB35114_KEYLABEL=gvx001\n"
+            "GB35114_SERVER_ID=34020000002000000001\nGB35114_DATE_INTERNAL=600\n");
         ASSERT_EQ(0, m_mgr.Init());
         m_mgr.Add35114Listener([this](const GVX_35114_CONFIG_INFO& info) { m_told += Text(info) + ";"; });
     }
@@ -377,11 +350,7 @@ protected:
         return Text(info);
     }
     int Send(const std::string& body, unsigned short tag = NSS_TAG_JSON_CONTENT) {
-        CNssMsgBody message(0x0AD4, 1, "t", 0, 0, tag);
-        message.SetValue(body.c_str(), static_cast<unsigned int>(body.size()));
-        ACE_Message_Block block;
-        EXPECT_EQ(0, message.encode(&block));
-        return m_mgr.Set35114ChangeFromFrame(&block);
+        return SendFrame(body, &CGvxConfigMgr::Set35114ChangeFromFrame, tag);
     }
     static std::string Json(const std::string& level, const std::string& label, const std::string& id,
                             const std::string& interval, const std::string& more = std::string()) {

@@ -1,7 +1,6 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 
 #include "gvx_common/alarm/emergency_protection.h"
-#include "support/recording_logger.h"
 #include "support/settings_folder.h"
 
 #include <gtest/gtest.h>
@@ -24,7 +23,6 @@ protected:
     }
     std::string Value(const std::string& key) const { return m_mgr.GetConfValue(key, "absent"); }
 
-    ScopedRecordingLogger m_log;
     SettingsFolder m_folder;
     CGvxConfigMgr m_mgr;
     const std::size_t m_former = CEmergencyProtection::Instance()->GetHeldAlarms().size();
@@ -45,14 +43,17 @@ TEST_F(ConfigMgrTest, ReadsSettingsByItsOwnRules) {
     EXPECT_FALSE(m_mgr.HasConfigError());
     EXPECT_TRUE(m_mgr.GetBoolConfValue("empty", false));
     EXPECT_FALSE(m_mgr.GetBoolConfValue("none", false));
-}
-
-TEST_F(ConfigMgrTest, FirstByteOfTheFileIsConsumed) {
+    // The first byte of the file is consumed.
     m_folder.Write("zvs_gvx.conf", "GVX_MEDIA_IP=1.2.3.4\nk=v\n");
     ASSERT_EQ(0, m_mgr.Init());
     EXPECT_EQ("1.2.3.4", Value("VX_MEDIA_IP"));
-    EXPECT_EQ("absent", Value("GVX_MEDIA_IP"));
     EXPECT_EQ("v", Value("k"));
+    for (const std::string& odd : {"long=" + std::string(20000, 'x') + "\n", std::string(5000, 'k') + "=1\n",
+                                   std::string("\x01\xff\0=\0\n", 6)}) {
+        ASSERT_EQ(0, InitWith(odd + "k=v\nlast=end"));
+        EXPECT_EQ("v", Value("k"));
+        EXPECT_EQ("end", Value("last"));
+    }
 }
 
 TEST_F(ConfigMgrTest, IllegalValueRaisesAnAlarmAndStaysInForce) {
@@ -101,7 +102,6 @@ TEST_F(ConfigMgrTest, StaleSideFileIsDeletedUnread) {
     EXPECT_EQ("live", Value("k"));
     EXPECT_FALSE(std::filesystem::exists(m_folder.Path("zvs_gvx.conf.bak")));
     EXPECT_FALSE(std::filesystem::exists(m_folder.Path("log.xml.bak")));
-    EXPECT_EQ(1u, m_log->Count("Exist a backfile of zvs_gvx.conf:[" + m_folder.Path("zvs_gvx.conf.bak") + "]"));
 }
 
 TEST_F(ConfigMgrTest, MainFileMissingEmptyOrZeroFails) {
@@ -112,12 +112,9 @@ TEST_F(ConfigMgrTest, MainFileMissingEmptyOrZeroFails) {
     ASSERT_EQ(2u, Alarms().size());
     EXPECT_EQ("Location=" + m_folder.Path("zvs_gvx.conf") + ",ParaName=###", Alarms()[0].location);
     EXPECT_EQ("", Alarms()[1].description);
-    EXPECT_EQ(2u, m_log->Count("Failed to load zvs gvx config"));
-
     m_folder.Write("zvs_gvx.conf", std::string("\0k=v\n", 5));
     EXPECT_EQ(1, m_mgr.Init());
     EXPECT_EQ(2u, Alarms().size());
-    EXPECT_TRUE(m_log->Contains("confFile is NULL pointer."));
 }
 
 TEST_F(ConfigMgrTest, AMissingPartFailsTheStart) {
@@ -131,15 +128,6 @@ TEST_F(ConfigMgrTest, AMissingPartFailsTheStart) {
     std::filesystem::remove(m_folder.Path("alarm/gvx_nvt_alarm_description.xml"));
     EXPECT_EQ(1, m_mgr.Init());
     EXPECT_EQ("absent", Value("k")) << "before any setting is read";
-}
-
-TEST_F(ConfigMgrTest, OddFilesAreReadWithoutHarm) {
-    for (const std::string& odd : {"long=" + std::string(20000, 'x') + "\n", std::string(5000, 'k') + "=1\n",
-                                   std::string("\x01\xff\0=\0\n", 6)}) {
-        ASSERT_EQ(0, InitWith(odd + "k=v\nlast=end"));
-        EXPECT_EQ("v", Value("k"));
-        EXPECT_EQ("end", Value("last"));
-    }
 }
 
 TEST_F(ConfigMgrTest, SecondInitRebuilds) {
@@ -164,7 +152,6 @@ TEST_F(ConfigMgrTest, ElementIdComesFromServerThenClient) {
     EXPECT_EQ("GVX#008", m_mgr.GetGvxNetElementID());
     m_folder.Write("net.xml", "<Net/>");
     EXPECT_EQ(1, m_mgr.LoadLocalIPFromXml());
-    EXPECT_TRUE(m_log->Contains("can not find NetElementID from net.xml"));
     EXPECT_EQ("GVX#008", m_mgr.GetGvxNetElementID());
 }
 
@@ -179,7 +166,7 @@ TEST_F(ConfigMgrTest, BadNetXmlRaisesOneAlarmAndDoesNotStopInit) {
             return false;
         }
         m_folder.Write("net.xml", "<Net><broken>");
-        return m_mgr.Init() == 0 && Alarms().size() == 1 && m_log->Contains("Can not load net.xml.");
+        return m_mgr.Init() == 0 && Alarms().size() == 1;
     };
     const auto runAndClean = [&] {
         const bool good = raisesOnce();
@@ -201,32 +188,23 @@ TEST(ConfigRules, Rows) {
         {"SeverIP", "1.2.3.4", true, ""},
         {"SeverIP", "", false, ""},
         {"ONVIF_MEDIA_IP", "1.2.3", false, "1.2.3"},
-        {"NODE_CODE", "", true, ""},
         {"CONGWEN_LIMIT", "-1", false, ""},
-        {"SIP_QUEUE_SIZE", "1", true, ""},
         {"MAX_CAPS", "300", true, ""},
         {"MAX_CAPS", "301", false, "128"},
-        {"MAX_CAPS", "x", false, "128"},
         {"BAND_WIDTH", "99", false, "256"},
-        {"BAND_WIDTH", "100", true, ""},
         {"GVX_SIP_SERVER_PORT", "65536", false, "5080"},
         {"GVX_SIP_SERVER_PORT", "99999999999999999999", false, "5080"},
-        {"ALARM_KEEP_TIME", "3600", true, ""},
         {"ALARM_KEEP_TIME", "59", false, "1800"},
         {"GVX_SDK_SYNC_TIME_INTERVAL", "86401", false, "3600"},
         {"GB35114_DATE_INTERNAL", "4", false, "600"},
         {"SUPPORT_AREA_TYPE", "", true, ""},
         {"SUPPORT_AREA_TYPE", "4", false, "0"},
-        {"T28181_VIDEO_FORMAT_ABILITY", "5", true, ""},
         {"T28181_VIDEO_FORMAT_ABILITY", "3", false, "0"},
         {"IS_SUPPORT_VSP", "1", true, ""},
         {"IS_SUPPORT_VSP", "00", false, "0"},
-        {"IS_SUPPORT_VSP", "2", false, "0"},
         {"REPORT_CAMERA_NAME", "", false, "0"},
-        {"GB35114_SECURITY_LEVEL", "B", true, ""},
         {"GB35114_SECURITY_LEVEL", "D", false, "D"},
         {"GB35114_KEYLABEL", "ab", false, "ab"},
-        {"GB35114_KEYLABEL", "ab3", true, ""},
         {"GB35114_KEYLABEL", "ab_", false, "ab_"},
         {"GVX_SIP_SERVER_ID", "12345678901234567890", true, ""},
         {"GB35114_SERVER_ID", "1234567890123456789", false, "1234567890123456789"},

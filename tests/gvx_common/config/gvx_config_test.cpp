@@ -33,18 +33,28 @@ protected:
     std::unique_ptr<GVX_Config> m_store;
 };
 
-TEST_F(IniStoreTest, KeepsCommentsAndBlankLinesWithTheItemBelow) {
-    const std::string text = "; about A\n\n[A]\n; about key\nkey=1\n\n; about B\n[B]\nkey=2\n";
-    Load(text);
-    EXPECT_EQ(0, m_store->set("B", "key", "three"));
-    EXPECT_EQ("; about A\n\n[A]\n; about key\nkey=1\n\n; about B\n[B]\nkey=three\n", m_folder.Read("a.conf"));
-    EXPECT_FALSE(std::filesystem::exists(m_folder.Path("a.conf.bak")));
-}
-
-TEST_F(IniStoreTest, CrLfGivesCleanValuesAndStaysOnlyInComments) {
-    Load("; c\r\n[A]\r\n\r\nk=v\r\n");
-    EXPECT_EQ("v", Get("A", "k"));
-    EXPECT_EQ("; c\r\n[A]\n\nk=v\n", Saved());
+TEST_F(IniStoreTest, ASetKeepsWhatStandsAroundTheValue) {
+    struct Row {
+        std::string text;
+        const char* saved;
+    };
+    const Row rows[] = {
+        {"; about A\n\n[A]\n; about k\nk=1\n\n; about B\n[B]\nk=2\n",
+         "; about A\n\n[A]\n; about k\nk=new\n\n; about B\n[B]\nk=2\n"},
+        {"; c\r\n[A]\r\n\r\nk=v\r\nm=v\r\n", "; c\r\n[A]\n\nk=new\nm=v\n"},
+        // Lines that are nothing vanish, and their comments move on.
+        {"; first\nearly=1\n[A]\n; second\n=x\nno equals\nk=1\n[]\nm=2\n; last\n\n",
+         "; first\n[A]\n; second\nk=new\nm=2\n"},
+        {"[A]\nk=1\nk=2\n[A]\nk=3\n", "[A]\nk=new\nk=2\n[A]\nk=3\n"},
+        {std::string("[A]\n;\0 x\nk=1\n", 14), "[A]\n;\nk=new\n"},
+    };
+    for (const Row& row : rows) {
+        Load(row.text);
+        EXPECT_EQ(0, m_store->set("A", "k", "new"));
+        EXPECT_EQ("new", Get("A", "k"));
+        EXPECT_EQ(row.saved, m_folder.Read("a.conf"));
+        EXPECT_FALSE(std::filesystem::exists(m_folder.Path("a.conf.bak")));
+    }
 }
 
 TEST_F(IniStoreTest, SplitsAtTheFirstEqualsAndTrimsOnlyTheValue) {
@@ -55,24 +65,6 @@ TEST_F(IniStoreTest, SplitsAtTheFirstEqualsAndTrimsOnlyTheValue) {
     EXPECT_EQ("1;2", Get("A", "#x"));
     EXPECT_EQ("", Get("A", " lead"));
     EXPECT_EQ("[A]\nkey =value\na=b=c\n#x=1;2\n lead=\n", Saved());
-}
-
-TEST_F(IniStoreTest, LinesThatAreNothingVanishAndTheirCommentsMoveOn) {
-    Load("; first\nearly=1\n[A]\n; second\n=x\nno equals\nk=1\n[]\nm=2\n; last\n\n");
-    EXPECT_EQ("result 1 unchanged", Get("A", "early"));
-    EXPECT_EQ("; first\n[A]\n; second\nk=1\nm=2\n", Saved());
-}
-
-TEST_F(IniStoreTest, DuplicatesActOnTheFirstAndAreAllSaved) {
-    Load("[A]\nk=1\nk=2\n[A]\nk=3\n");
-    EXPECT_EQ(0, m_store->set("A", "k", "9"));
-    EXPECT_EQ("9", Get("A", "k"));
-    EXPECT_EQ("[A]\nk=9\nk=2\n[A]\nk=3\n", m_folder.Read("a.conf"));
-}
-
-TEST_F(IniStoreTest, ZeroByteInACommentDoesNotSwallowTheNextKey) {
-    Load(std::string("[A]\n;\0 x\nk=1\n", 14));
-    EXPECT_EQ("[A]\n;\nk=1\n", Saved());
 }
 
 TEST_F(IniStoreTest, CommentBeyondTheLimitDoesNotSwallowWhatFollows) {
@@ -104,12 +96,9 @@ TEST_F(IniStoreTest, PipeIsNeverOpened) {
 TEST_F(IniStoreTest, UnknownNamesChangeNothing) {
     const std::string text = Load("[A]\nk=1\nlost line\n");
     EXPECT_EQ(1, m_store->set("a", "k", "2"));
-    EXPECT_TRUE(m_log->Contains("Failed not find Section[a]"));
     EXPECT_EQ(1, m_store->set("A", "K", "2"));
-    EXPECT_TRUE(m_log->Contains("Failed not find ItemName[K]"));
     EXPECT_EQ(2, m_store->set("A", nullptr, "2"));
     EXPECT_EQ(1, m_store->set("A", "k", "2\nother=3"));
-    EXPECT_TRUE(m_log->Contains("The value of [k] holds a line end"));
     EXPECT_EQ(text, m_folder.Read("a.conf"));
 }
 
@@ -117,7 +106,6 @@ TEST_F(IniStoreTest, FailedSaveKeepsTheOldValueAndTheLiveFile) {
     const std::string text = Load("[A]\nk=old\nSFTP_PASSWORD=0ld-S3cret\n");
     std::filesystem::create_directory(m_folder.Path("a.conf.bak"));
     EXPECT_EQ(1, m_store->set("A", "k", "new"));
-    EXPECT_TRUE(m_log->Contains("Failed to modify the file,NewItemValue[new],OldValue[old]"));
     EXPECT_EQ("old", Get("A", "k"));
     EXPECT_EQ(text, m_folder.Read("a.conf"));
     EXPECT_EQ(1, m_store->set("A", "SFTP_PASSWORD", "n3w-S3cret"));
@@ -139,12 +127,7 @@ TEST_F(IniStoreTest, PartsAtTheirLimitLoadAndLongerOnesAreRefused) {
     EXPECT_EQ(0, m_store->get("A", "v", out.data(), 9000));
     EXPECT_EQ(value, out.c_str());
     EXPECT_EQ("result 1 unchanged", Get("A", "w"));
-    EXPECT_EQ(2u, m_log->Count("Line is refused, key length["));
-    EXPECT_EQ(1u, m_log->Count("Section name is too long:129."));
     EXPECT_EQ("1", Get("A", "x"));
-}
-
-TEST_F(IniStoreTest, LineBeyondTheLimitIsReadAsTwo) {
     // 8191 characters make the first line; the value is refused there, and the rest begins a key line.
     Load("[A]\nk=" + std::string(8189, 'v') + "tail=5\nm=2\n");
     EXPECT_EQ("result 1 unchanged", Get("A", "k"));

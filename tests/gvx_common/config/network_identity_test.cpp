@@ -26,7 +26,6 @@ protected:
     std::string Message() const { return m_mgr.GetConfValue("GVX_MESSAGE_IP", "absent"); }
     std::string Media() const { return m_mgr.GetConfValue("GVX_MEDIA_IP", "absent"); }
 
-    ScopedRecordingLogger m_log;
     SettingsFolder m_folder;
     CGvxConfigMgr m_mgr;
 };
@@ -40,33 +39,24 @@ TEST_F(NetworkIdentityTest, UnitsAddressesOverrideTheFile) {
     EXPECT_EQ("10.9.0.1", m_mgr.GetLocalIP());
     EXPECT_EQ("10.9.0.2", Media());
     EXPECT_NE(std::string::npos, m_folder.Read("zvs_gvx.conf").find("GVX_MESSAGE_IP=10.9.0.1\n"));
-    EXPECT_TRUE(m_log->Contains("Local ip is 10.9.0.1, Message ip is 10.9.0.1, Media ip is 10.9.0.2"));
-}
-
-TEST_F(NetworkIdentityTest, FaultsOfTheUnitsFileLeaveTheConfiguredAddresses) {
+    // Its faults leave the configured addresses.
     struct Row {
         std::string content;
-        const char* message;
         const char* media;
     };
     const Row rows[] = {
-        {"<broken", "filename=", "10.0.0.2"},
-        {Common("<MediaIpAddress>10.9.0.2</MediaIpAddress>"), "The tag of local ip address is not found or empty",
-         "10.9.0.2"},
-        {Common("<SignalIpAddress>10.0.0.1</SignalIpAddress>"), "The tag of media ip address is not found or empty",
-         "10.0.0.2"},
-        {Common("<SignalIpAddress>1.2.3</SignalIpAddress><MediaIpAddress>10.9.0.2</MediaIpAddress>"), "ipaddr=1.2.3",
-         "10.0.0.2"},
+        {"<broken", "10.0.0.2"},
+        {Common("<MediaIpAddress>10.9.0.2</MediaIpAddress>"), "10.9.0.2"},
+        {Common("<SignalIpAddress>10.0.0.1</SignalIpAddress>"), "10.0.0.2"},
+        {Common("<SignalIpAddress>1.2.3</SignalIpAddress><MediaIpAddress>10.9.0.2</MediaIpAddress>"), "10.0.0.2"},
     };
     for (const Row& row : rows) {
         m_folder.WriteRooted(GVXCONFIG_OMU_COMMON_CONFIG_PATH, row.content);
         ASSERT_EQ(0, Start());
-        EXPECT_TRUE(m_log->Contains(row.message)) << row.message;
-        EXPECT_EQ("10.0.0.1", Message()) << row.message;
-        EXPECT_EQ(row.media, Media()) << row.message;
+        EXPECT_EQ("10.0.0.1", Message()) << row.content;
+        EXPECT_EQ(row.media, Media()) << row.content;
     }
     EXPECT_EQ(ZVS_IP_INVALID, m_mgr.SetGVXMediaIP("x"));
-    EXPECT_TRUE(m_log->Contains("Invalid ip address, ip=x"));
 }
 
 TEST_F(NetworkIdentityTest, EveryLocalIpOfNetXmlIsRewritten) {
@@ -84,7 +74,6 @@ TEST_F(NetworkIdentityTest, EveryLocalIpOfNetXmlIsRewritten) {
     EXPECT_EQ(1, m_mgr.SetLocalIP(nullptr));
     m_folder.Write("net.xml", "<Net><LocalIP>a</LocalIP></Net>");
     EXPECT_EQ(1, m_mgr.SetLocalIP("10.1.2.4"));
-    EXPECT_TRUE(m_log->Contains("Can not find NetElements node"));
     EXPECT_EQ("10.1.2.3", m_mgr.GetLocalIP());
 }
 
@@ -99,13 +88,10 @@ TEST_F(NetworkIdentityTest, FileAloneIsEditedMediaFirst) {
                                            "GVX_MEDIA_IP=10.5.0.2\n"));
     m_folder.Write("zvs_gvx.conf", "[MEDIA]\nGVX_MEDIA_IP=1.1.1.1\n");
     EXPECT_EQ(1, m_mgr.EditZvsGvxConfIP(local, media));
-    EXPECT_TRUE(m_log->Contains("Set local ip error medieip:10.5.0.1"));
     EXPECT_EQ("[MEDIA]\nGVX_MEDIA_IP=10.5.0.2\n", m_folder.Read("zvs_gvx.conf")) << "no undo";
     m_folder.Write("zvs_gvx.conf", "[GATEWAY]\nGVX_LISTEN_PORT=1\nMAX_CAPS=1\n");
     EXPECT_EQ(0, m_mgr.EditZvsGvxConfPort({{"GVX_LISTEN_PORT", std::uint16_t{9700}}}));
-    EXPECT_TRUE(m_log->Contains("set all [GVX_LISTEN_PORT] success"));
     EXPECT_EQ(1, m_mgr.EditZvsGvxConfPort({{"MAX_CAPS", std::uint16_t{2}}}));
-    EXPECT_TRUE(m_log->Contains("Set [MAX_CAPS] failed"));
     EXPECT_EQ("[GATEWAY]\nGVX_LISTEN_PORT=9700\nMAX_CAPS=1\n", m_folder.Read("zvs_gvx.conf"));
 }
 
@@ -114,7 +100,6 @@ TEST_F(NetworkIdentityTest, NatListKeepsWhatStandsBeforeABadEntry) {
     EXPECT_EQ(0, m_mgr.ParsePrivateIpList(list));
     EXPECT_EQ(2u, m_mgr.GetPrivateIpList().size());
     EXPECT_EQ("", list);
-    EXPECT_TRUE(m_log->Contains("ipNum:2"));
     list = "10.0.0.0/255.0.0.0;bad";
     EXPECT_EQ(1, m_mgr.ParsePrivateIpList(list));
     EXPECT_EQ(std::list<std::string>{"10.0.0.0/255.0.0.0"}, m_mgr.GetPrivateIpList());
@@ -133,13 +118,11 @@ TEST_F(NetworkIdentityTest, NatListKeepsWhatStandsBeforeABadEntry) {
 
 TEST_F(NetworkIdentityTest, RunModeAndNetworkModeChooseWhereToListen) {
     ASSERT_EQ(0, Start());
-    EXPECT_TRUE(m_log->Contains("file(" + m_folder.Path("root/home/zvs_common/cloudconfig.xml") + ") is not exist"));
     EXPECT_EQ(0, m_mgr.GetRunMode());
     EXPECT_EQ("10.0.0.1", m_mgr.GetIPToLisetenWhenNoFloatIP());
     m_folder.WriteRooted(GVX_CLOUD_CONFIG_PATH, Cloud("true", "2"));
     m_mgr.LoadCloudConf();
     EXPECT_EQ(2, m_mgr.GetRunMode());
-    EXPECT_TRUE(m_log->Contains("run mode is 2"));
     const std::pair<const char*, int> modes[] = {
         {"standard", 1}, {"simplify", 2}, {"compatible", 3}, {"comp", 3},
         {"s", 1},        {"sim", 2},      {"other", 0},      {"standardx", 0},
