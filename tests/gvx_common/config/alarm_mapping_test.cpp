@@ -88,23 +88,19 @@ TEST_F(AlarmMappingTest, ActionWordsMatchByPrefixForOneAndExactlyForTheOther) {
     ASSERT_EQ(0, LoadMappings(List(Row("<AlarmCode>door</AlarmCode><AlarmType>ALARM_DOOR</AlarmType>"
                                        "<AlarmDetailEn>A door.</AlarmDetailEn><ExtParam>e</ExtParam>"
                                        "<ACTION><ACTIVE>Opened</ACTIVE><INACTIVE>Closed</INACTIVE></ACTION>"))));
-    struct Case {
-        const char* action;
-        unsigned int matched;  // 7 stands for untouched
-        unsigned int exact;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, unsigned int, unsigned int> cases[] = {
+        // 7 stands for untouched
         {"Opened", 1, 1}, {"opened", 1, 7}, {"op", 1, 7}, {"", 1, 7},      {"TRUE", 1, 7},
         {"t", 1, 7},      {"Closed", 0, 0}, {"f", 0, 7},  {"open!", 7, 7}, {"GVX_ALARM_ACTION_DEFAULT", 7, 7},
     };
-    for (const Case& row : cases) {
+    for (const auto& [action, matched, exact] : cases) {
         ZVS_ALARM_REPORT report = Report("", 7);
-        EXPECT_EQ(0, m_mgr.MatchAlarmTypeAndAction("door", row.action, report, m_map));
-        EXPECT_EQ(row.matched, report.bAction) << row.action;
+        EXPECT_EQ(0, m_mgr.MatchAlarmTypeAndAction("door", action, report, m_map));
+        EXPECT_EQ(matched, report.bAction) << action;
         EXPECT_STREQ("ALARM_DOOR", report.cAlarmType);
         report = Report("", 7);
-        EXPECT_EQ(0, m_mgr.BuildAlarmInfoForEAS("door", row.action, report, m_map));
-        EXPECT_EQ(row.exact, report.bAction) << row.action;
+        EXPECT_EQ(0, m_mgr.BuildAlarmInfoForEAS("door", action, report, m_map));
+        EXPECT_EQ(exact, report.bAction) << action;
         EXPECT_STREQ("A door.", report.cAlarmDesc);
         EXPECT_STREQ("e", report.cExtParam);
     }

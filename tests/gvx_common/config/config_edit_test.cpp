@@ -102,6 +102,10 @@ TEST_F(ConfigEditTest, AnEditReachesFileAndReadersOrChangesNothing) {
     for (const auto& [section, key, value] : refused) {
         EXPECT_EQ(1, Edit(section, key, value)) << key;
     }
+    // A value that is there already does not touch the file either, wherever it is said to stand.
+    const auto before = std::filesystem::last_write_time(m_folder.Path("zvs_gvx.conf"));
+    EXPECT_EQ(0, Edit("WRONG", "MAX_CAPS", "128"));
+    EXPECT_EQ(before, std::filesystem::last_write_time(m_folder.Path("zvs_gvx.conf")));
     EXPECT_EQ(kSettings, m_folder.Read("zvs_gvx.conf"));
     EXPECT_EQ("128", Value("MAX_CAPS"));
     EXPECT_EQ(0, Edit("SERVICE_CAPACITY", "MAX_CAPS", "150"));
@@ -110,18 +114,6 @@ TEST_F(ConfigEditTest, AnEditReachesFileAndReadersOrChangesNothing) {
     CGvxConfigMgr restarted;
     ASSERT_EQ(0, restarted.Init());
     EXPECT_EQ("150", restarted.GetConfValue("MAX_CAPS", ""));
-}
-
-TEST_F(ConfigEditTest, UnchangedValueDoesNotTouchTheFile) {
-    const auto before = std::filesystem::last_write_time(m_folder.Path("zvs_gvx.conf"));
-    chmod(m_folder.Path("").c_str(), 0500);
-    EXPECT_EQ(0, Edit("WRONG", "MAX_CAPS", "128"));
-    chmod(m_folder.Path("").c_str(), 0700);
-    EXPECT_EQ(before, std::filesystem::last_write_time(m_folder.Path("zvs_gvx.conf")));
-    EXPECT_EQ(0, Edit("SECURITY_CFG", "TV_INIT_FORBID_RSA_SWITCH", "0"));
-    EXPECT_EQ("", m_plugins.calls);
-    EXPECT_EQ(0, Edit("SECURITY_CFG", "TV_INIT_FORBID_RSA_SWITCH", "1"));
-    EXPECT_EQ("reboot ", m_plugins.calls);
 }
 
 TEST_F(ConfigEditTest, RunningComponentIsSwitchedFirstAndAPluginsFaultIsAnswered) {
@@ -136,6 +128,11 @@ TEST_F(ConfigEditTest, RunningComponentIsSwitchedFirstAndAPluginsFaultIsAnswered
     EXPECT_EQ("0", Value("GVX_SIP_LOG_SWITCH"));
     EXPECT_EQ(std::string::npos, m_folder.Read("zvs_gvx.conf").find("GVX_SIP_LOG_SWITCH=1"));
     EXPECT_EQ(std::string::npos, Document("SIF_CFG").find("<ConfigValue>1"));
+    m_plugins.calls.clear();
+    EXPECT_EQ(0, Edit("SECURITY_CFG", "TV_INIT_FORBID_RSA_SWITCH", "0"));
+    EXPECT_EQ("", m_plugins.calls);
+    EXPECT_EQ(0, Edit("SECURITY_CFG", "TV_INIT_FORBID_RSA_SWITCH", "1"));
+    EXPECT_EQ("reboot ", m_plugins.calls);
 
     m_plugins.missing = BP::DEV_PROTOCOL_TYPE_TEYES;
     EXPECT_EQ(1, Edit("", "GVX_SIP_LOG_SWITCH", "1"));
@@ -214,16 +211,14 @@ TEST_F(ConfigEditTest, EditsOfSeveralThreadsAllReachTheFileAndReadersSeeWholeVal
         {"SERVICE_CAPACITY", "MAX_CAPS"}, {"MESSAGE", "GVX_MESSAGE_IP"}, {"SECURITY_CFG", "DEVICE_VSP_ENABLE"}};
     std::atomic<bool> stop{false};
     std::atomic<int> reads{0};
-    std::atomic<int> strange{0};
-    std::atomic<int> failures{0};
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 10; ++i) {
-        readers.emplace_back([&] {
-            while (!stop) {
+    std::atomic<int> faults{0};
+    std::vector<std::thread> readers(10);
+    for (std::thread& reader : readers) {
+        reader = std::thread([&] {
+            for (; !stop; ++reads) {
                 const std::string value = Value("MAX_CAPS");
-                strange += value == "128" || (value.size() == 4 && value.compare(0, 2, "10") == 0) ? 0 : 1;
-                strange += m_mgr.GetLocalIP() == "10.0.0.1" && m_mgr.GetPrivateIpList().size() <= 1 ? 0 : 1;
-                ++reads;
+                faults += value == "128" || (value.size() == 4 && value.compare(0, 2, "10") == 0) ? 0 : 1;
+                faults += m_mgr.GetLocalIP() == "10.0.0.1" && m_mgr.GetPrivateIpList().size() <= 1 ? 0 : 1;
             }
         });
     }
@@ -232,11 +227,11 @@ TEST_F(ConfigEditTest, EditsOfSeveralThreadsAllReachTheFileAndReadersSeeWholeVal
     }
     std::vector<std::thread> editors;
     for (const auto& [section, key] : keys) {
-        editors.emplace_back([this, &failures, section = section, key = key] {
+        editors.emplace_back([this, &faults, section = section, key = key] {
             for (int round = 0; round < 30; ++round) {
-                failures += m_mgr.SetGVXConfigValue(section, key, std::to_string(1000 + round));
-                failures += m_mgr.SetGVXConfigValue("SUBNET_NAT", "SUBNET_NAT_IP_LIST",
-                                                    round % 2 != 0 ? "10.0.0.0/255.0.0.0" : "11.0.0.0/255.0.0.0");
+                faults += m_mgr.SetGVXConfigValue(section, key, std::to_string(1000 + round));
+                faults += m_mgr.SetGVXConfigValue("SUBNET_NAT", "SUBNET_NAT_IP_LIST",
+                                                  round % 2 != 0 ? "10.0.0.0/255.0.0.0" : "11.0.0.0/255.0.0.0");
             }
         });
     }
@@ -247,7 +242,7 @@ TEST_F(ConfigEditTest, EditsOfSeveralThreadsAllReachTheFileAndReadersSeeWholeVal
     for (std::thread& reader : readers) {
         reader.join();
     }
-    EXPECT_EQ(0, failures + strange);
+    EXPECT_EQ(0, faults);
     CGvxConfigMgr restarted;
     ASSERT_EQ(0, restarted.Init());
     for (const auto& [section, key] : keys) {
@@ -287,47 +282,6 @@ TEST_F(ConfigEditTest, LogUploadKeepsItsPasswordEncipheredAndOutOfEveryLog) {
     EXPECT_EQ(2, m_mgr.SetLogSFTPConf("Password", nullptr));
     m_folder.Write("log_sftp.key", "another key, of other length");
     EXPECT_EQ(ZVS_GVX_GET_LOG_SFTP_CONF_ERROR, m_mgr.SetLogSFTPConf("Username", "x"));
-}
-
-TEST(ConfigEditRules, EveryKeyHasItsRange) {
-    struct Row {
-        const char* key;
-        std::vector<const char*> good;
-        std::vector<const char*> bad;
-    };
-    const Row rows[] = {
-        {"GVX_MEDIA_IP", {"1.2.3.4"}, {"", "01.2.3.4"}},
-        {"MAX_CAPS", {"1", "150"}, {"0", "151", "x"}},
-        {"BAND_WIDTH", {"100", "300"}, {"99", "301"}},
-        {"GVX_SIP_SERVER_PORT", {"1", "65535"}, {"0", "65536"}},
-        {"SIP_QUEUE_SIZE", {"1000", "65535"}, {"999", "65536"}},
-        {"ALARM_KEEP_TIME", {"60", "3600"}, {"59", "3601"}},
-        {"GVX_SDK_SYNC_TIME_INTERVAL", {"3600", "86400"}, {"3599", "86401"}},
-        {"GB35114_DATE_INTERNAL", {"5", "3600"}, {"4", "3601"}},
-        {"SUPPORT_AREA_TYPE", {"0", "3"}, {"-1", "4"}},
-        {"T28181_VIDEO_FORMAT_ABILITY", {"0", "2", "5"}, {"1", "3", "6"}},
-        {"GB35114_SECURITY_LEVEL", {"A", "C"}, {"D", "AB", ""}},
-        {"GB35114_KEYLABEL", {"abc"}, {"ab", "a_c"}},
-        {"GVX_SIP_SERVER_ID", {"12345678901234567890"}, {"x2345678901234567890"}},
-        {"IS_SUPPORT_VSP", {"0", "1"}, {"2", "-1"}},
-        {"T28181_DIGEST_ALGORITHM", {""}, {}},
-        {"EXTSYSTEM_BOSCH_ENABLE", {}, {"0", "1"}},
-        {"no such key", {}, {"1"}},
-    };
-    const auto check = [](const char* key, const char* value) {
-        CONFIG_INFO info{};
-        std::string(key).copy(info.chConfigName, sizeof(info.chConfigName) - 1);
-        std::string(value).copy(info.chConfigValue, sizeof(info.chConfigValue) - 1);
-        return GvxConfigMgr()->CheckSetValue(info);
-    };
-    for (const Row& row : rows) {
-        for (const char* value : row.good) {
-            EXPECT_TRUE(check(row.key, value)) << row.key << "=" << value;
-        }
-        for (const char* value : row.bad) {
-            EXPECT_FALSE(check(row.key, value)) << row.key << "=" << value;
-        }
-    }
 }
 
 // The settings of secure video links, which a frame changes together.

