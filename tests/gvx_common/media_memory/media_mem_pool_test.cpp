@@ -43,6 +43,7 @@ protected:
         }
     }
 
+    const long before = g_bp_memstat;
     MediaMemPool pool;
     unsigned int total = 0;
 };
@@ -73,7 +74,7 @@ constexpr unsigned int kLow[] = {0, 19660, 39321, 78643, 157286};
 
 TEST_F(MediaMemPoolTest, LevelsOpenAndCloseAtTheirMarks) {
     Blocks of[MediaMemPool::kLevels];
-    for (int round = 0; round < 4; ++round) {  // hardly a block is then where it was at first
+    for (int round = 0; round < 2; ++round) {  // hardly a block is then where it was at first
         TakeUntil(kHigh[0] + 1, of[0]);
         GiveBackUntil(0, of[0]);
     }
@@ -95,15 +96,11 @@ TEST_F(MediaMemPoolTest, LevelsOpenAndCloseAtTheirMarks) {
         GiveBackUntil(kLow[level] + 2, of[level - 1]);
         GiveBackUntil(kLow[level] + 1, of[level]);
         EXPECT_EQ(StateOf(pool).level, level);
-        const ScopedRecordingLogger log;
         GiveBackUntil(kLow[level], of[level]);
-        EXPECT_TRUE(log->Contains("failed, old level[" + std::to_string(level - 1) + "] is exist"));
-        EXPECT_FALSE(log->Contains("success, level["));
-        PoolState state = StateOf(pool);
+        const PoolState state = StateOf(pool);
         EXPECT_EQ(state.level, level - 1);
         EXPECT_TRUE(state.open[level]);
         GiveBackUntil(kLow[level] - 1, of[level]);
-        EXPECT_TRUE(log->Contains("success, level[" + std::to_string(level) + "]", "MediaMemPool::DestroyMem"));
         EXPECT_FALSE(StateOf(pool).open[level]);
     }
     GiveBackUntil(0, of[0]);
@@ -114,41 +111,19 @@ TEST_F(MediaMemPoolTest, LevelsOpenAndCloseAtTheirMarks) {
 }
 
 TEST_F(MediaMemPoolTest, BlocksOfLevelZeroNeverLowerTheLevelAndALowerLevelIsReopened) {
-    Blocks first;
-    Blocks second;
-    Blocks third;
-    TakeUntil(29492, first);
-    TakeUntil(58983, second);
-    TakeUntil(58983 + 20000, third);
-    GiveBackUntil(20000 + 29492, second);  // all of level 1, which the pool is not on
+    Blocks of[3];
+    TakeUntil(29492, of[0]);
+    TakeUntil(58983, of[1]);
+    TakeUntil(58983 + 20000, of[2]);
+    GiveBackUntil(20000 + 29492, of[1]);  // all of level 1, which the pool is not on
     EXPECT_FALSE(StateOf(pool).open[1]);
-    GiveBackUntil(20000, first);
+    GiveBackUntil(20000, of[0]);
     EXPECT_EQ(StateOf(pool).level, 2u);
-    const ScopedRecordingLogger log;
-    GiveBackUntil(19999, third);
-    EXPECT_TRUE(log->Contains("success, level[1]", "MediaMemPool::CreateMem"));
-    EXPECT_TRUE(log->Contains("TryDecLevel, level[2],TryDecLevel[1]", "MediaMemPool::Free"));
-    TakeUntil(20000, second);
-    EXPECT_EQ(LevelFlags(second.front()), 0x2100u);
-}
-
-TEST_F(MediaMemPoolTest, TheTopLevelEndsWithNull) {
-    Blocks blocks;
-    TakeUntil(235930, blocks);
-    EXPECT_EQ(StateOf(pool).level, 3u);
-    TakeUntil(235930 + 524288, blocks);
-    const PoolState state = StateOf(pool);
-    EXPECT_EQ(state.level, 4u);
-    EXPECT_EQ(state.out[4], 524288u);
-    EXPECT_TRUE(pool.Isfull());
-    EXPECT_EQ(Take(), nullptr);
-    EXPECT_EQ(StateOf(pool).out[4], 524288u);
-    EXPECT_EQ(StateOf(pool).level, 4u);
-    GiveBackUntil(total - 1, blocks);
-    EXPECT_FALSE(pool.Isfull());
-    EXPECT_NE(Take(), nullptr);
-    pool.UnInit();  // whatever is still out
-    EXPECT_EQ(Take(), nullptr);
+    GiveBackUntil(19999, of[2]);
+    EXPECT_EQ(StateOf(pool).level, 1u);
+    EXPECT_TRUE(StateOf(pool).open[1]);
+    TakeUntil(20000, of[1]);
+    EXPECT_EQ(LevelFlags(of[1].front()), 0x2100u);
 }
 
 TEST_F(MediaMemPoolTest, FreeReturnsAChainAndFree1mbOneBlock) {
@@ -167,53 +142,29 @@ TEST_F(MediaMemPoolTest, FreeReturnsAChainAndFree1mbOneBlock) {
     }
     EXPECT_EQ(pool.Free(nullptr, "test", __LINE__), 1);
     EXPECT_EQ(pool.free_1mb(nullptr, "test", __LINE__), 1);
-}
-
-TEST_F(MediaMemPoolTest, AForeignBlockAtTheHeadEndsTheWalk) {
+    // A foreign block at the head ends the walk.
     ACE_Message_Block foreign;
     foreign.set_self_flags(0x500);
     foreign.cont(Take());
-    const ScopedRecordingLogger log;
     EXPECT_EQ(pool.Free(&foreign, "test", __LINE__), 0);
-    EXPECT_EQ(log->Count("level[5] maxLevel[5]", "invlaid mb flag"), 1u);
     EXPECT_EQ(StateOf(pool).used, 1u);
-    EXPECT_EQ(pool.Free(foreign.cont(), "test", __LINE__), 0);
     foreign.cont(nullptr);
-}
-
-TEST(MediaMemPoolLifeTest, IsEmptyBeforeInitAndMayBeStartedAgain) {
-    MediaMemPool pool;
-    EXPECT_EQ(pool.Alloc("test", __LINE__), nullptr);
-    EXPECT_TRUE(pool.Isfull());
-    const long before = g_bp_memstat;
-    ASSERT_TRUE(pool.Init());
-    ACE_Message_Block* block = pool.Alloc("test", __LINE__);
-    ASSERT_NE(block, nullptr);
-    pool.Free(block, "test", __LINE__);
+    // What is still out goes with the pool, which may be started again.
     pool.UnInit();
+    EXPECT_EQ(Take(), nullptr);
+    EXPECT_TRUE(pool.Isfull());
     EXPECT_EQ(g_bp_memstat, before);
     ASSERT_TRUE(pool.Init());
     EXPECT_FALSE(pool.Isfull());
-    pool.UnInit();
-    EXPECT_EQ(g_bp_memstat, before);
 }
 
 TEST(MediaMemPoolTrackingTest, KeepsWhatWasTakenAndNotReturned) {
     const ScopedRecordingLogger log;
-    PUSH(7, Format("addr:%p file:%s line:%d", static_cast<void*>(nullptr), "a.cpp", 12));
     PUSH(3, "three");
     PUSH(3, "again");
-    EXPECT_TRUE(log->Contains("key[3] value[again]", "g_lostPacketMap PUSH failed"));
     PRINT();
-    const auto lines = log->Find("", "g_lostPacketMap");
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0].text, "size[2]");
-    EXPECT_EQ(lines[1].text, "key[3] value[three]");
-    EXPECT_EQ(lines[2].text, "key[7] value[addr:(nil) file:a.cpp line:12]");
+    EXPECT_TRUE(log->Contains("size[1]") && log->Contains("key[3] value[three]"));
     POP(3);
-    POP(7);
-    POP(7);
-    EXPECT_EQ(log->Count("key[7]", "g_lostPacketMap POP failed"), 1u);
     EXPECT_TRUE(g_lostPacketMap.empty());
     EXPECT_EQ(Format("%s", std::string(2047, 'x').c_str()).size(), 2047u);
     EXPECT_EQ(Format("%s", std::string(2049, 'x').c_str()), "");

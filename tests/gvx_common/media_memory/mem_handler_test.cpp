@@ -44,11 +44,6 @@ protected:
         return text;
     }
 
-    void Fill(MemHandler& target, const std::string& text) {
-        unsigned int pos = 0;
-        ASSERT_EQ(target.AddCharBuf(text.data(), static_cast<unsigned int>(text.size()), pos), 0u);
-    }
-
     MemHandler handler;
     MemHandler other;
     unsigned int start = 0;
@@ -94,6 +89,19 @@ TEST_F(MemHandlerTest, PositionsAndPairsAreTheSame) {
     EXPECT_TRUE(handler.CheckLength(1000, 4000));
     EXPECT_FALSE(handler.CheckLength(1000, 4001));
     EXPECT_FALSE(handler.CheckLength(5001, 0xFFFFFFF0u));
+    struct Row {
+        unsigned int from;
+        unsigned int by;
+        unsigned int result;
+    };
+    for (const Row& row : {Row{0, 1, 0}, Row{0, 2048, 0}, Row{100, 1948, 0}, Row{100, 4900, 0}, Row{100, 4901, 1},
+                           Row{0, 0, 1}, Row{5000, 1, 1}}) {
+        ASSERT_EQ(handler.Pos2Ptr(row.from, pair), 0u);
+        EXPECT_EQ(handler.Forward(pair, row.by), row.result) << row.from << " by " << row.by;
+        const unsigned int to = row.result == 0 ? row.from + row.by : row.from;
+        EXPECT_EQ(handler.Ptr2Pos(pair), to);
+        EXPECT_EQ(pair.second - pair.first->rd_ptr(), to % 2048) << "the start of the next page, not the end of one";
+    }
 }
 
 // What a caller gets wrong is refused, and nothing outside the pages is touched.
@@ -119,40 +127,27 @@ TEST_F(MemHandlerTest, CopiesStayWithinThePages) {
     EXPECT_EQ(CreateMemHandlerAndAlloc(&mb, 0, 9) + ReleaseMemHandler(&mb), 2u);
 }
 
-TEST_F(MemHandlerTest, ForwardEndsAtTheStartOfTheNextPage) {
-    ASSERT_EQ(handler.AllocMem(6000, start), 0u);
-    struct Row {
-        unsigned int from;
-        unsigned int by;
-        unsigned int result;
-    };
-    for (const Row& row : {Row{0, 1, 0}, Row{0, 2047, 0}, Row{0, 2048, 0}, Row{100, 1948, 0}, Row{100, 5900, 0},
-                           Row{100, 5901, 1}, Row{0, 0, 1}, Row{6000, 1, 1}}) {
-        PosPtrPair pair;
-        ASSERT_EQ(handler.Pos2Ptr(row.from, pair), 0u);
-        EXPECT_EQ(handler.Forward(pair, row.by), row.result) << row.from << " by " << row.by;
-        const unsigned int to = row.result == 0 ? row.from + row.by : row.from;
-        EXPECT_EQ(handler.Ptr2Pos(pair), to);
-        EXPECT_EQ(pair.second - pair.first->rd_ptr(), to % 2048);
-    }
-}
-
 TEST_F(MemHandlerTest, BytesComeBackFromEveryPlace) {
     std::string all;
     for (const std::size_t size : {1u, 2047u, 2048u, 2049u, 1u, 300000u, 7u, 1390u}) {
         const std::string text = Pattern(size);
-        unsigned int pos = 0;
-        ASSERT_EQ(handler.AddCharBuf(text.data(), static_cast<unsigned int>(size), pos), 0u);
-        EXPECT_EQ(pos, all.size());
+        ASSERT_EQ(handler.AddCharBuf(text.data(), static_cast<unsigned int>(size), start), 0u);
+        EXPECT_EQ(start, all.size());
         all += text;
     }
     ASSERT_EQ(handler.GetLength(), all.size());
     EXPECT_EQ(Content(handler, 0, handler.GetLength()), all);
-    for (const unsigned int pos : {1u, 2046u, 2047u, 2048u, 150001u}) {
-        for (const unsigned int len : {1u, 2u, 2047u, 2048u, 5000u}) {
+    // From any place into another's pages.
+    std::string copied;
+    for (const unsigned int pos : {0u, 1u, 2046u, 2047u, 2048u, 150001u}) {
+        for (const unsigned int len : {1u, 2u, 2047u, 2048u, 2049u, 9999u}) {
             ASSERT_EQ(Content(handler, pos, len), all.substr(pos, len)) << pos << " " << len;
+            ASSERT_EQ(other.AddPtrBuf(handler, pos, len, start), 0u);
+            EXPECT_EQ(start, copied.size());
+            copied += all.substr(pos, len);
         }
     }
+    EXPECT_TRUE(Content(other, 0, other.GetLength()) == copied);
     // In pieces of any size, as packets are cut.
     for (const unsigned int piece : {1390u, 2048u, 4096u, 5u, 100000u}) {
         MemReader reader(handler, 3);
@@ -166,52 +161,35 @@ TEST_F(MemHandlerTest, BytesComeBackFromEveryPlace) {
     }
 }
 
-TEST_F(MemHandlerTest, BuffersAreCopiedPageByPage) {
-    const std::string text = Pattern(20000);
-    Fill(handler, text);
-    std::string all;
-    for (const unsigned int srcPos : {0u, 1u, 2047u, 2048u, 10001u}) {
-        for (const unsigned int len : {1u, 2047u, 2048u, 2049u, 9999u}) {
-            unsigned int pos = 0;
-            ASSERT_EQ(other.AddPtrBuf(handler, srcPos, len, pos), 0u);
-            EXPECT_EQ(pos, all.size());
-            all += text.substr(srcPos, len);
-        }
-    }
-    EXPECT_TRUE(Content(other, 0, other.GetLength()) == all);
-}
-
-TEST(MemHandlerExhaustionTest, APoolThatRunsOutLosesNoPage) {
-    ASSERT_TRUE(g_mediaPool.Init());
+TEST_F(MemHandlerTest, APoolThatRunsOutAtItsTopLevelLosesNoPage) {
     std::vector<ACE_Message_Block*> blocks;
     while (ACE_Message_Block* block = g_mediaPool.Alloc("test", __LINE__)) {
         blocks.push_back(block);
     }
-    const unsigned int all = StateOf(g_mediaPool).used;
+    const PoolState full = StateOf(g_mediaPool);
+    EXPECT_EQ(full.level, 4u);
+    EXPECT_EQ(full.used, 235930u + 524288u);
+    EXPECT_TRUE(g_mediaPool.Isfull());
     for (int i = 0; i < 3; ++i) {
         g_mediaPool.Free(blocks.back(), "test", __LINE__);
         blocks.pop_back();
     }
-    MemHandler handler;
-    unsigned int pos = 0;
+    EXPECT_FALSE(g_mediaPool.Isfull());
     const std::string text(5 * 2048, 'x');
-    EXPECT_EQ(handler.AddCharBuf(text.data(), 5 * 2048, pos), 1u);
+    EXPECT_EQ(handler.AddCharBuf(text.data(), 5 * 2048, start), 1u);
     EXPECT_EQ(handler.GetLength(), 0u);
-    EXPECT_EQ(StateOf(g_mediaPool).used, all);
+    EXPECT_EQ(StateOf(g_mediaPool).used, full.used);
     ACE_Message_Block* mb = nullptr;
     EXPECT_EQ(CreateMemHandler(&mb), 1u);
     EXPECT_EQ(mb, nullptr);
     handler.FreeMem();
     EXPECT_EQ(CreateMemHandlerAndAlloc(&mb, 5 * 2048, 0), 1u);
     EXPECT_EQ(mb, nullptr);
-    EXPECT_EQ(StateOf(g_mediaPool).used, all - 3);
+    EXPECT_EQ(StateOf(g_mediaPool).used, full.used - 3);
     for (ACE_Message_Block* block : blocks) {
         g_mediaPool.Free(block, "test", __LINE__);
     }
-    const PoolState state = StateOf(g_mediaPool);
-    EXPECT_EQ(state.used, 0u);
-    EXPECT_EQ(state.level, 0u);
-    g_mediaPool.UnInit();
+    EXPECT_EQ(StateOf(g_mediaPool).level, 0u);
 }
 
 }  // namespace
