@@ -1,9 +1,7 @@
 #include "gvx_common/media/datagram_sender.h"
-#include "gvx_common/media/interleaved_sender.h"
 #include "gvx_common/media/media_send_stream.h"
 #include "gvx_common/media/media_service.h"
 #include "media_test_support.h"
-#include "support/recording_logger.h"
 #include "support/wait_until.h"
 
 #include <gtest/gtest.h>
@@ -66,32 +64,6 @@ TEST(SendDatagrams, EveryPacketArrivesAsOneDatagramWhetherSegmentedOrNot) {
         EXPECT_EQ(record.info.ulDropped, 1u);
         EXPECT_TRUE(record.info.bNoSegments || !refuse);
     }
-}
-
-TEST(InterleavedSender, AGatheredWriteThatStopsKeepsTheBrokenPacketAndDropsThoseBehindIt) {
-    TcpRecord record;
-    SOCKET_INFO& info = record.info;
-    gvx::InterleavedSender sender;
-    std::vector<std::string> first = Packets('a', gvx::PacketBatch::kRoom);
-    sender.Send(info, Parts(first).data(), first.size(), kWait);
-    const std::size_t dropped = info.ulDropped;
-    ASSERT_GT(dropped, 0u);
-    ASSERT_LT(dropped, first.size());
-    std::string wire;
-    for (std::size_t i = 0; i < first.size() - dropped; ++i) {
-        wire += first[i];
-    }
-    std::vector<std::string> second{"the next one"};
-    std::string got;
-    // What stayed of the broken packet goes ahead of whatever comes next.
-    while (got.size() < wire.size()) {
-        if (!record.peer.IsQuiet()) {
-            got += record.peer.Receive();
-        }
-        sender.Send(info, Parts(second).data(), 1, kWait);
-        ASSERT_FALSE(info.bGone);
-    }
-    EXPECT_EQ(got.substr(0, wire.size()), wire);
 }
 
 // Streams start and stop at random on a few records, each with packets that name its receiver.

@@ -3,13 +3,12 @@
 #include "gvx_common/media/media_service.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 #include "media_test_support.h"
-#include "support/recording_logger.h"
-#include "support/test_clock.h"
 #include "support/wait_until.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <thread>
@@ -119,8 +118,6 @@ TEST_F(MediaSendStream, VideoAndAudioOverUdp) {
 }
 
 TEST_F(MediaSendStream, PacketsThatCannotTravelAreDroppedAndCounted) {
-    ScopedTestClock clock;
-    ScopedRecordingLogger log;
     const TestSocket video(SOCK_DGRAM);
     CMediaSendStream stream;
     ASSERT_EQ(stream.Open(Udp(video)), 0);
@@ -131,16 +128,6 @@ TEST_F(MediaSendStream, PacketsThatCannotTravelAreDroppedAndCounted) {
     EXPECT_EQ(Send(stream, most, true, RTP_OVER_TCP), 1);
     EXPECT_EQ(Send(stream, ""), 1);
     EXPECT_EQ(stream.GetStatistics().ullDroppedPackets, 3u);
-    for (int i = 0; i < 5; ++i) {  // one line for the whole episode, also when drops and sends take turns
-        clock->AdvanceMs(999);
-        EXPECT_EQ(Send(stream, most), 0);
-        EXPECT_EQ(Send(stream, most + "x"), 1);
-    }
-    EXPECT_EQ(log->Count("Stream[service-1] drops packets"), 1u);
-    clock->AdvanceMs(1000);
-    EXPECT_EQ(Send(stream, most + "x"), 1);
-    EXPECT_EQ(log->Count("Stream[service-1] drops packets"), 2u);
-    EXPECT_EQ(stream.GetStatistics().ullDroppedPackets, 9u);
     EXPECT_EQ(SendMediaOverSocket(nullptr, nullptr), 1);
 }
 
@@ -269,6 +256,7 @@ private:
 
 TEST_F(MediaSendStream, ASlowReaderLosesPacketsButNeverTheFraming) {
     const ScopedSlowClock clock;
+    std::signal(SIGPIPE, SIG_DFL);
     const TestSocket listener(SOCK_STREAM, 16384);
     CMediaSendStream stream;
     ASSERT_EQ(stream.Open(Tcp(listener)), 0);
