@@ -52,12 +52,13 @@ TEST(AccessUnitReader, KeepsTheSlicesOfAPictureTogether) {
     EXPECT_EQ(next, pictures[1].bytes);
     EXPECT_FALSE(pictures[1].key);
     EXPECT_EQ(next, pictures[2].bytes);
-}
-
-TEST(AccessUnitReader, TurnsShortStartCodesIntoLongOnes) {
-    const auto pictures = Pictures(Codec::H264, Nal(H264Slice(true, true), false) + Nal(H264Slice(true, false), false));
-    ASSERT_EQ(1u, pictures.size());
-    EXPECT_EQ(Nal(H264Slice(true, true)) + Nal(H264Slice(true, false)), pictures[0].bytes);
+    // Short start codes become long ones.
+    EXPECT_EQ(key, Pictures(Codec::H264, Nal(H264Slice(true, true), false) + Nal(H264Slice(true, false), false) +
+                                             Nal(H264Slice(true, false), false))
+                       .at(0)
+                       .bytes);
+    EXPECT_TRUE(Pictures(Codec::H264, head).empty());
+    EXPECT_TRUE(Pictures(Codec::H264, "").empty());
 }
 
 TEST(AccessUnitReader, WhatStandsInFrontOfAPictureBelongsToIt) {
@@ -99,12 +100,7 @@ TEST(AccessUnitReader, H265PicturesAndTheirFollowers) {
               (std::vector<bool>{pictures[0].key, pictures[1].key, pictures[2].key, pictures[3].key}));
 }
 
-TEST(AccessUnitReader, StreamWithoutAPictureHasNone) {
-    EXPECT_TRUE(Pictures(Codec::H264, Nal(H264Sps(320, 240)) + Nal(H264Pps())).empty());
-    EXPECT_TRUE(Pictures(Codec::H264, "").empty());
-}
-
-TEST(AccessUnitReader, ParameterSetsGoBehindTheDelimiter) {
+TEST(AccessUnitReader, ParameterSetsGoBehindTheDelimiterAndAPictureHasABound) {
     const TempFolder folder;
     const std::string sets = Nal(H264Sps(320, 240)) + Nal(H264Pps());
     const std::string key = Nal(H264Slice(true, true));
@@ -118,6 +114,11 @@ TEST(AccessUnitReader, ParameterSetsGoBehindTheDelimiter) {
     EXPECT_FALSE(unit.hasParameterSets);
     reader.InsertParameterSets(unit);
     EXPECT_EQ(Nal(H264Delimiter()) + sets + key, std::string(unit.bytes.begin(), unit.bytes.end()));
+    AccessUnitReader bound(Codec::H264, 1000);
+    ASSERT_TRUE(
+        bound.Open(folder.Write("s", Nal(H264Slice(true, true, 600)) + Nal(H264Slice(true, false, 600))), error));
+    EXPECT_EQ(ReadResult::Failed, bound.Next(unit));
+    EXPECT_EQ("a picture is longer than 1000 bytes", bound.Error());
 }
 
 TEST(ParameterSets, ALaterSetReplacesTheOneOfItsIdentifierThoughEquallyLong) {
@@ -139,29 +140,14 @@ TEST(BitReader, SignedCodesAlternate) {
     }
 }
 
-TEST(AccessUnitReader, RefusesAPictureBeyondItsBound) {
-    const TempFolder folder;
-    AccessUnitReader reader(Codec::H264, 1000);
-    std::string error;
-    ASSERT_TRUE(
-        reader.Open(folder.Write("s", Nal(H264Slice(true, true, 600)) + Nal(H264Slice(true, false, 600))), error));
-    AccessUnit unit;
-    EXPECT_EQ(ReadResult::Failed, reader.Next(unit));
-    EXPECT_EQ("a picture is longer than 1000 bytes", reader.Error());
-}
-
-TEST(SequenceParameterSet, GivesThePictureSize) {
-    const std::string sps = H264Sps(1280, 720);
-    SequenceInfo info;
-    ASSERT_TRUE(
-        ParseSequenceParameterSet(Codec::H264, reinterpret_cast<const std::uint8_t*>(sps.data()), sps.size(), info));
-    EXPECT_EQ(1280u, info.width);
-    EXPECT_EQ(720u, info.height);
-    EXPECT_FALSE(info.frameRate.Known());
-}
-
 TEST(SequenceParameterSet, CutOrDamagedSetsAreRefusedWithoutHarm) {
     const std::string sps = H264Sps(1280, 720);
+    SequenceInfo whole;
+    ASSERT_TRUE(
+        ParseSequenceParameterSet(Codec::H264, reinterpret_cast<const std::uint8_t*>(sps.data()), sps.size(), whole));
+    EXPECT_EQ(1280u, whole.width);
+    EXPECT_EQ(720u, whole.height);
+    EXPECT_FALSE(whole.frameRate.Known());
     for (std::size_t length = 0; length < sps.size() - 2; ++length) {
         const std::vector<std::uint8_t> cut(sps.begin(), sps.begin() + static_cast<std::ptrdiff_t>(length));
         SequenceInfo info;

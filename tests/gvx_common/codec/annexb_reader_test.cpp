@@ -97,15 +97,7 @@ TEST(AnnexBReader, BeginsAnewAndSeesAFileThatWasCut) {
     std::filesystem::resize_file(path, 7);
     reader.Rewind();
     EXPECT_EQ(std::vector<std::string>{"one"}, Units(reader));
-    std::filesystem::resize_file(path, 0);
-    reader.Rewind();
-    EXPECT_TRUE(Units(reader).empty());
-}
-
-TEST(AnnexBReader, OpensRegularFilesOnly) {
-    const TempFolder folder;
-    AnnexBReader reader;
-    std::string error;
+    // Regular files alone are opened.
     EXPECT_FALSE(reader.Open(folder.Path("missing"), error));
     EXPECT_EQ("No such file or directory", error);
     EXPECT_FALSE(reader.Open(folder.Path(), error));

@@ -1,24 +1,21 @@
 #include "gvx_common/ports/gvx_port_mgr.h"
 
 #include "base/zvs_error.h"
-#include "bp/dispatcher.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "gvx_common/records/media_types.h"
 #include "gvx_common/records/stream_param.h"
 #include "gvx_common/sdp/gvx_sip_sdp.h"
-#include "nss/nss_msg_header.h"
 #include "nss/nss_msg_type.h"
+#include "support/caught_frames.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
 
-#include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstring>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -64,25 +61,19 @@ std::string ReplyText(const std::vector<unsigned int>& ports, int type = 1) {
     return R"({"ApplyPortReturnList":[)" + list + R"(],"ApplyPortReturnType":)" + std::to_string(type) + "}";
 }
 
-void Deliver(std::uint16_t type, const std::string& trans, const std::string& text) {
-    const std::string bytes = FakePeer::MakeFrame(type, 1, trans, 0, text);
-    auto* block = new ACE_Message_Block(bytes.size());
-    block->copy(bytes.data(), bytes.size());
-    BP::CDispatcher::FrameArrived(kElementGVX, "GVX#000", block);
+void Deliver(unsigned int type, const std::string& trans, const std::string& text) {
+    BP::CDispatcher::FrameArrived(kElementGVX, "GVX#000",
+                                  BlockOf(FakePeer::MakeFrame(static_cast<std::uint16_t>(type), 1, trans, 0, text)));
+}
+
+void Answer(const CaughtFrame& request, const std::string& text) {
+    Deliver(request.Type() + kNssResponseOffset, request.Transaction(), text);
 }
 
 // The main service's side of the exchange, where frames would enter its link.
 class PortManagerTest : public testing::Test {
 protected:
     void SetUp() override {
-        BP::CDispatcher::SetWriter([this](const std::string&, ACE_Message_Block* block) {
-            NssMsgHeader head;
-            std::memcpy(&head, block->rd_ptr(), sizeof(head));
-            const std::string text(block->rd_ptr() + kNssHeaderBytes, block->length() - kNssHeaderBytes);
-            block->release();
-            Serve(ntohs(head.usiMsgType), head.szTransactionNo, text);
-            return 0;
-        });
         // A late answer finds nobody who waits, and goes where the gateway takes frames in.
         BP::CDispatcher::SetSink([](std::unique_ptr<BP::CCmd> cmd) {
             CGvxPortMgr::Instance()->TakeLateReply(cmd->GetMsgBlock());
@@ -92,7 +83,6 @@ protected:
     }
     void TearDown() override {
         Mgr().UnInit();
-        BP::CDispatcher::SetWriter({});
         BP::CDispatcher::SetSink({});
     }
 
@@ -103,19 +93,11 @@ protected:
         EXPECT_EQ(result == 1, port != 0);
         return port;
     }
-    static void Free(unsigned int port) {
-        EXPECT_EQ(Mgr().FreePort(GVX_MEDIA_SEND_UDP, port), 1);
-        EXPECT_EQ(port, 0u);
-    }
+    virtual void Serve(const CaughtFrame& request) { Answer(request, reply); }
 
-    virtual void Serve(unsigned int type, const std::string& trans, const std::string& text) {
-        requests.push_back(text);
-        Deliver(static_cast<std::uint16_t>(type + kNssResponseOffset), trans, reply);
-    }
-
+    CaughtFrames frames{[this](const CaughtFrame& request) { Serve(request); }};
     ScopedRecordingLogger log;
     std::string reply;
-    std::vector<std::string> requests;
 };
 
 TEST(PortElement, RangesBecomeLists) {
@@ -125,7 +107,6 @@ TEST(PortElement, RangesBecomeLists) {
         std::list<std::uint32_t> tcp;
     };
     const Row rows[] = {
-        {"10000-10001", {}, {10000, 10001}},
         {"10000-10002", {10000}, {10000, 10001, 10002}},
         {"10000-10000", {}, {10000}},
         {" 10005 - 10002 ", {10002, 10004}, {10002, 10003, 10004, 10005}},
@@ -177,8 +158,8 @@ TEST_F(PortManagerTest, AnEmptyPoolAppliesForTenAndAPortInUseIsPassedOver) {
     ASSERT_GE(foreign, 0);
     reply = ReplyText(ports);
     EXPECT_EQ(Make(), ports[1]);
-    ASSERT_EQ(requests.size(), 1u);
-    EXPECT_EQ(requests[0], "{\"ApplyPortNumber\":10,\"ApplyPortType\":1}\n");
+    ASSERT_EQ(frames.Count(), 1u);
+    EXPECT_EQ(frames.All()[0].Body(), "{\"ApplyPortNumber\":10,\"ApplyPortType\":1}\n");
     EXPECT_EQ(Make(), ports[2]);
     EXPECT_EQ(Make(), 0u) << "the one that is left is not free";
     close(foreign);
@@ -186,8 +167,8 @@ TEST_F(PortManagerTest, AnEmptyPoolAppliesForTenAndAPortInUseIsPassedOver) {
 
     reply = "{}";
     EXPECT_EQ(Mgr().SendUsedPortlist(), 0);
-    EXPECT_EQ(requests.back(), R"({"TCPUsedPortlist":[],"UDPUsedPortlist":[)" + std::to_string(ports[1]) + "," +
-                                   std::to_string(ports[2]) + "," + std::to_string(ports[0]) + "]}\n");
+    EXPECT_EQ(frames.All().back().Body(), R"({"TCPUsedPortlist":[],"UDPUsedPortlist":[)" + std::to_string(ports[1]) +
+                                              "," + std::to_string(ports[2]) + "," + std::to_string(ports[0]) + "]}\n");
     // The same ports once more: whoever holds them keeps them.
     reply = ReplyText(ports);
     EXPECT_EQ(Make(), 0u);
@@ -197,18 +178,21 @@ TEST_F(PortManagerTest, AnEmptyPoolAppliesForTenAndAPortInUseIsPassedOver) {
 }
 
 TEST_F(PortManagerTest, AnswersThatCannotBeUsedGiveNoPort) {
-    const std::string wrong[] = {"", "{", "null", "[]", R"({"ApplyPortReturnList":7})",
+    const std::string wrong[] = {"",
+                                 "{",
+                                 "null",
+                                 "[]",
+                                 R"({"ApplyPortReturnList":7})",
                                  R"({"ApplyPortReturnList":["x",-1,0,65536,1e9,null,{}],"ApplyPortReturnType":"9"})"};
     for (const std::string& text : wrong) {
         reply = text;
         EXPECT_EQ(Make(), 0u) << text;
     }
-    BP::CDispatcher::SetWriter([](const std::string&, ACE_Message_Block*) { return ZVS_NET_SEND_ERROR; });
+    frames.AnswerWith(ZVS_NET_SEND_ERROR);
     EXPECT_EQ(Make(), 0u);
     EXPECT_EQ(Mgr().SendUsedPortlist(), 1);
-}
-
-TEST_F(PortManagerTest, LatePortsGoToThePoolOfTheirType) {
+    frames.AnswerWith(0);
+    // Ports that come late go to the pool of their type.
     const std::vector<unsigned int> ports = FreePorts(2);
     Deliver(NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ + kNssResponseOffset, "late", ReplyText({ports[0]}, 2));
     reply = ReplyText({ports[1]});
@@ -267,58 +251,34 @@ TEST_F(PortManagerTest, APeersPortThatIsOneOfOursIsNotHandedOutTwice) {
 }
 
 // A main service that cannot be relied on: of its answers, some come when nobody waits any more, some are garbage, some
-// name ports twice, or such that are held, or such that others have bound.
+// name ports twice, or such that are held.
 class UnreliableServiceTest : public PortManagerTest {
 protected:
-    void Offer(std::size_t count, std::vector<unsigned int>& list) {
-        for (; count > 0 && m_next < ports.size(); --count) {
-            list.push_back(ports[m_next++]);
-        }
-    }
-
     // Runs in one thread at a time: the manager's lock is held.
-    void Serve(unsigned int type, const std::string& trans, const std::string&) override {
-        const auto answer = static_cast<std::uint16_t>(type + kNssResponseOffset);
-        if (!m_late.first.empty()) {
-            Deliver(answer, m_late.first, m_late.second);
-            m_late = {};
+    void Serve(const CaughtFrame& request) override {
+        if (m_late != nullptr) {
+            m_late();
+            m_late = nullptr;
         }
         std::vector<unsigned int> list;
-        switch (m_turn++ % 5) {
+        for (int count = 10; count > 0 && m_next < ports.size(); --count) {
+            list.push_back(ports[m_next++]);
+        }
+        switch (m_turn++ % 4) {
             case 0:
-                Offer(10, list);
-                m_late = {trans, ReplyText(list)};
+                m_late = [request, list] { Answer(request, ReplyText(list)); };
                 return;
             case 1:
-                return Deliver(answer, trans, "{\"ApplyPortReturnList\":[1,");
+                m_next -= list.size();
+                return Answer(request, "{\"ApplyPortReturnList\":[1,");
             case 2:
-                Offer(5, list);
                 list.insert(list.end(), list.begin(), list.end());
                 break;
-            case 3:
-                Offer(5, list);
-                list.insert(list.end(), ports.begin(), ports.begin() + static_cast<std::ptrdiff_t>(m_next));
-                break;
             default:
-                Offer(10, list);
-                BindForeign(list);
+                list.insert(list.end(), ports.begin(), ports.begin() + static_cast<std::ptrdiff_t>(m_next));
         }
-        Deliver(answer, trans, ReplyText(list));
-        Deliver(answer, trans, ReplyText(list));  // and once more, as a late one
-    }
-
-    void BindForeign(const std::vector<unsigned int>& list) {
-        const std::lock_guard<std::mutex> lock(m_mutexForeign);
-        for (std::size_t i = 0; i < list.size() / 2; ++i) {
-            m_foreign.push_back(BindUdp(list[i]));
-        }
-    }
-    void LetForeignGo() {
-        const std::lock_guard<std::mutex> lock(m_mutexForeign);
-        for (const int fd : m_foreign) {
-            close(fd);
-        }
-        m_foreign.clear();
+        Answer(request, ReplyText(list));
+        Answer(request, ReplyText(list));  // and once more, as a late one
     }
 
     std::vector<unsigned int> ports = FreePorts(600);
@@ -326,9 +286,7 @@ protected:
 private:
     std::size_t m_next = 0;
     unsigned int m_turn = 0;
-    std::pair<std::string, std::string> m_late;  // transaction and text
-    std::mutex m_mutexForeign;
-    std::vector<int> m_foreign;  // Guarded by m_mutexForeign.
+    std::function<void()> m_late;
 };
 
 TEST_F(UnreliableServiceTest, TwoHundredThreadsNeverShareAPortAndNoneIsLost) {
@@ -347,11 +305,9 @@ TEST_F(UnreliableServiceTest, TwoHundredThreadsNeverShareAPortAndNoneIsLost) {
     const auto hold = [&] {
         unsigned int port = 0;
         while ((port = Make()) == 0) {
-            LetForeignGo();
         }
         const std::lock_guard<std::mutex> lock(mutex);
         EXPECT_TRUE(held.insert(port).second) << port << " was handed out twice";
-        return port;
     };
     std::vector<std::thread> threads;
     for (int thread = 0; thread < kThreads; ++thread) {
@@ -368,8 +324,9 @@ TEST_F(UnreliableServiceTest, TwoHundredThreadsNeverShareAPortAndNoneIsLost) {
     time.join();
     // Just as many as there are: had one been lost, the last thread would still ask for it.
     EXPECT_EQ(held, std::set<unsigned int>(ports.begin(), ports.end()));
-    for (const unsigned int port : held) {
-        Free(port);
+    for (unsigned int port : held) {
+        EXPECT_EQ(Mgr().FreePort(GVX_MEDIA_SEND_UDP, port), 1);
+        EXPECT_EQ(port, 0u);
     }
     for (const unsigned int port : held) {
         EXPECT_EQ(Make(), port);

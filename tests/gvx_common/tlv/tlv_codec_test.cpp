@@ -2,7 +2,6 @@
 #include "gvx_common/tlv/metadata_tags.h"
 #include "gvx_common/tlv/tlv_decoder.h"
 #include "gvx_common/tlv/tlv_encoder.h"
-#include "support/recording_logger.h"
 
 #include <gtest/gtest.h>
 
@@ -31,17 +30,6 @@ Bytes Join(const std::vector<Bytes>& parts) {
     return all;
 }
 
-Bytes Image(const TLV_Encoder& encoder) {
-    return Bytes(encoder.GetTlvBuf(), encoder.GetTlvBuf() + encoder.GetTlvDataLen());
-}
-
-Bytes MemImage(TLV_Encoder& encoder) {
-    Bytes bytes(encoder.GetMemBufLength());
-    EXPECT_EQ(
-        encoder.GetMemHandler()->MemcpyToChar(reinterpret_cast<char*>(bytes.data()), encoder.GetMemBufLength(), 0), 0u);
-    return bytes;
-}
-
 class TlvTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { ASSERT_TRUE(g_mediaPool.Init()); }
@@ -56,7 +44,7 @@ TEST_F(TlvTest, TheMapFormIsSortedByTypeAndKeepsTheOrderOfEquals) {
     EXPECT_EQ(encoder.PutValue(3, true), 0);
     EXPECT_EQ(encoder.PutValue(9, nullptr, 0), 0);
     ASSERT_EQ(encoder.Encode(), 0);
-    EXPECT_EQ(Image(encoder),
+    EXPECT_EQ(Bytes(encoder.GetTlvBuf(), encoder.GetTlvBuf() + encoder.GetTlvDataLen()),
               Join({Item(-1, "x"), Item(3, "\x01\x02"), Item(3, "\x01"), Item(7, {"ab\0", 3}), Item(9, "")}));
     encoder.Clear();
     EXPECT_EQ(encoder.GetTlvBuf(), nullptr);
@@ -79,14 +67,10 @@ TEST_F(TlvTest, EveryValueTypeComesBack) {
     ExpectBack(true, 1);
     ExpectBack(static_cast<char>(-2), 1);
     ExpectBack(static_cast<short>(-3), 2);
-    ExpectBack(-4, 4);
     ExpectBack(-5L, 8);
-    ExpectBack(-6LL, 8);
     ExpectBack(static_cast<unsigned char>(0xF7), 1);
-    ExpectBack(static_cast<unsigned short>(0xF008), 2);
     ExpectBack(0xF0000009u, 4);
     ExpectBack(0xF00000000000000AUL, 8);
-    ExpectBack(0xF00000000000000BULL, 8);
 }
 
 TEST_F(TlvTest, MessagesNest) {
@@ -122,7 +106,10 @@ TEST_F(TlvTest, TheMemoryFormKeepsTheOrderOfTheCalls) {
     EXPECT_EQ(encoder.EncodeMemBuf(8, 0, inner.GetMemBufLength(), *inner.GetMemHandler()), 0);
     EXPECT_EQ(encoder.EncodeValue<LAYER_ONE_TYPE>(2, HEART_BEART_TYPE, 4), 0);
     const Bytes nested = Join({Item(4, "\x01\x02"), Item(9, "text"), Item(1, picture)});
-    EXPECT_EQ(MemImage(encoder), Join({Item(8, std::string(nested.begin(), nested.end())), Item(2, "HTBT")}));
+    Bytes all(encoder.GetMemBufLength());
+    EXPECT_EQ(encoder.GetMemHandler()->MemcpyToChar(reinterpret_cast<char*>(all.data()), encoder.GetMemBufLength(), 0),
+              0u);
+    EXPECT_EQ(all, Join({Item(8, std::string(nested.begin(), nested.end())), Item(2, "HTBT")}));
 
     EXPECT_EQ(encoder.EncodeMemBuf(0x0A000009, inner.GetMemBufLength() + 1, 5, *inner.GetMemHandler()), 1);
     EXPECT_EQ((encoder.EncodePtrValue<char*>(9, nullptr, 4)), 1);
@@ -154,14 +141,6 @@ TEST_F(TlvTest, GettersRefuseWhatDoesNotFit) {
     EXPECT_EQ(decoder.Decode(nullptr, 4), 1);
 }
 
-struct HostileRow {
-    const char* situation;
-    Bytes bytes;
-    unsigned long items;  // of type 1
-    unsigned int length;  // of the first of them
-    std::size_t goodLines;
-};
-
 TEST_F(TlvTest, DecodeNeverLeavesTheBuffer) {
     const Bytes good = Item(1, "abcd");
     const Bytes head = Item(1, "");
@@ -169,26 +148,30 @@ TEST_F(TlvTest, DecodeNeverLeavesTheBuffer) {
     tooLong[4] = 200;
     Bytes huge = good;
     std::fill(huge.begin() + 4, huge.begin() + 8, 0xFF);
-    const std::vector<HostileRow> rows = {
-        {"nothing", {}, 0, 0, 0},
-        {"one byte", {1}, 0, 0, 0},
-        {"a type alone", Bytes(head.begin(), head.begin() + 4), 0, 0, 0},
-        {"half a length", Bytes(head.begin(), head.begin() + 6), 0, 0, 1},
-        {"an empty item at the end", head, 0, 0, 1},
-        {"an empty item ahead of another", Join({head, good}), 2, 0, 2},
-        {"a length beyond the end", tooLong, 1, 4, 0},
-        {"the greatest length", huge, 1, 4, 0},
-        {"a good item and a wrong one", Join({good, tooLong}), 2, 4, 1},
+    struct Row {
+        const char* situation;
+        Bytes bytes;
+        unsigned long items;  // of type 1
+        unsigned int length;  // of the first of them
     };
-    for (const HostileRow& row : rows) {
+    const Row rows[] = {
+        {"nothing", {}, 0, 0},
+        {"one byte", {1}, 0, 0},
+        {"a type alone", Bytes(head.begin(), head.begin() + 4), 0, 0},
+        {"half a length", Bytes(head.begin(), head.begin() + 6), 0, 0},
+        {"an empty item at the end", head, 0, 0},
+        {"an empty item ahead of another", Join({head, good}), 2, 0},
+        {"a length beyond the end", tooLong, 1, 4},
+        {"the greatest length", huge, 1, 4},
+        {"a good item and a wrong one", Join({good, tooLong}), 2, 4},
+    };
+    for (const Row& row : rows) {
         // Exactly as long as the bytes, so that a read beyond is seen.
         const std::unique_ptr<unsigned char[]> exact(new unsigned char[row.bytes.size()]);
         std::copy(row.bytes.begin(), row.bytes.end(), exact.get());
-        const ScopedRecordingLogger log;
         TLV_Decoder decoder;
         EXPECT_EQ(decoder.Decode(exact.get(), row.bytes.size()), 0) << row.situation;
         EXPECT_EQ(decoder.GetValueCount(1), row.items) << row.situation;
-        EXPECT_EQ(log->Count("!,Buf Remain Length ", "Invalid Tlv Obj"), row.goodLines) << row.situation;
         if (row.items != 0) {
             unsigned int lengths[2] = {};
             EXPECT_EQ(decoder.GetValueLen(1, lengths, 2), 0);
