@@ -3,7 +3,6 @@
 #include "base/log.h"
 #include "gvx_common/records/media_types.h"
 #include "gvx_common/records/stream_param.h"
-#include "support/recording_logger.h"
 #include "support/test_clock.h"
 #include "support/test_lens.h"
 
@@ -35,15 +34,6 @@ TEST(AdapterSdkBase, WhitelistIncludesBothEndsOfEachRange) {
     }
 }
 
-TEST(AdapterDevBase, VideoChannelInfoNeedsAnObject) {
-    TestDevice device;
-    EXPECT_TRUE(device.GetVideoChannelInfo().isNull());
-    device.GetCacheDeviceAbility()["videoChannelInfo"].append(3);
-    EXPECT_EQ(3, device.GetVideoChannelInfo()[0].asInt());
-    device.GetCacheDeviceAbility() = "text";
-    EXPECT_TRUE(device.GetVideoChannelInfo().isNull());
-}
-
 TEST(AdapterLensBase, DescribesItsStreamFromTheStreamsParameters) {
     TestLensOnDevice on;
     std::string text;
@@ -57,6 +47,14 @@ TEST(AdapterLensBase, DescribesItsStreamFromTheStreamsParameters) {
     EXPECT_EQ(0, on.lens.EncodeRspSDP(made.get(), text));
     EXPECT_EQ(0u, text.rfind("v=0\r\no=lens-1 ", 0)) << text;
     EXPECT_NE(std::string::npos, text.find("m=video 6000 RTP/AVP 99")) << text;
+    // An identifier that does not fit is refused whole.
+    EXPECT_EQ(std::string(32, 'L'), TestLens(on.device, std::string(32, 'L').c_str()).GetSubDevID());
+    EXPECT_STREQ("", TestLens(on.device, std::string(33, 'L').c_str()).GetSubDevID());
+    EXPECT_STREQ("", TestLens(on.device, nullptr).GetSubDevID());
+    on.device.GetCacheDeviceAbility()["videoChannelInfo"].append(3);
+    EXPECT_EQ(3, on.device.GetVideoChannelInfo()[0].asInt());
+    on.device.GetCacheDeviceAbility() = "text";
+    EXPECT_TRUE(on.device.GetVideoChannelInfo().isNull());
 }
 
 TEST(AdapterLensBase, ReturnsItsChannelsAndAudioThatNobodyTakes) {
@@ -75,14 +73,6 @@ TEST(AdapterLensBase, ReturnsItsChannelsAndAudioThatNobodyTakes) {
     EXPECT_EQ(1, other->data_block()->reference_count());
     other->release();
     EXPECT_EQ(before, g_bp_memstat);
-}
-
-TEST(AdapterLensBase, IdentifierThatDoesNotFitIsRefusedWhole) {
-    TestDevice device;
-    const std::string longest(32, 'L');
-    EXPECT_EQ(longest, TestLens(device, longest.c_str()).GetSubDevID());
-    EXPECT_STREQ("", TestLens(device, std::string(33, 'L').c_str()).GetSubDevID());
-    EXPECT_STREQ("", TestLens(device, nullptr).GetSubDevID());
 }
 
 TEST(ConfItemMask, TheValueOneNamesAnItemAndSixMakeASerialParameter) {
