@@ -7,7 +7,6 @@
 #include "gvx_common/records/gvx_metadata_records.h"
 #include "gvx_common/tlv/metadata_tags.h"
 #include "gvx_common/tlv/tlv_decoder.h"
-#include "gvx_common/tlv/tlv_encoder.h"
 #include "support/sent_packets.h"
 #include "support/test_clock.h"
 #include "support/test_lens.h"
@@ -42,43 +41,30 @@ unsigned char* Raw(std::string& bytes) {
     return reinterpret_cast<unsigned char*>(bytes.data());
 }
 
-template <typename V>
-V Value(const TLV_Decoder& decoder, int type) {
-    V value{};
-    EXPECT_EQ(decoder.GetValue(type, &value, 1), 0) << std::hex << type;
-    return value;
+template <typename T>
+std::string BytesOf(T value) {
+    return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
 }
 
-std::string BytesOf(const TLV_Decoder& decoder, int type) {
-    unsigned int length = 0;
-    EXPECT_EQ(decoder.GetValueLen(type, &length, 1), 0) << std::hex << type;
-    std::string bytes(length, '?');
-    char* const values[] = {bytes.data()};
-    unsigned long lengths[] = {length};
-    EXPECT_EQ(decoder.GetValue(type, values, lengths, 1), 0);
-    return bytes;
+std::string Item(int type, const std::string& value) {
+    return BytesOf(type) + BytesOf(static_cast<unsigned int>(value.size())) + value;
 }
 
-std::vector<int> RectOf(const TLV_Decoder& decoder, int type) {
-    _META_RECT_S rect{};
-    const std::string bytes = BytesOf(decoder, type);
-    EXPECT_EQ(bytes.size(), sizeof(rect));
-    std::memcpy(&rect, bytes.data(), std::min(bytes.size(), sizeof(rect)));
-    return {rect.usX, rect.usY, rect.usWidth, rect.usHeight};
-}
-
-// The types of the items of a message, in the order of the wire.
-std::vector<int> TypesOf(const std::string& bytes) {
-    std::vector<int> types;
-    for (std::size_t at = 0; at + 8 <= bytes.size();) {
-        int type = 0;
-        unsigned int length = 0;
-        std::memcpy(&type, &bytes[at], 4);
-        std::memcpy(&length, &bytes[at + 4], 4);
-        types.push_back(type);
-        at += 8 + length;
+// The items of a target by type: in the order of the Ex form, or sorted as in the plain one.
+using Items = std::vector<std::pair<int, std::string>>;
+std::string Target(Items items, bool sorted) {
+    if (sorted) {
+        std::stable_sort(items.begin(), items.end(), [](auto& left, auto& right) { return left.first < right.first; });
     }
-    return types;
+    std::string joined;
+    for (const auto& [type, value] : items) {
+        joined += Item(type, value);
+    }
+    return Item(TARGET, joined);
+}
+
+std::string Message(unsigned long long time, const std::string& targets) {
+    return Item(METADATA_TYPE, Item(COMMON, Item(PTS, BytesOf(time))) + targets);
 }
 
 class MetadataTest : public ::testing::Test {
@@ -107,14 +93,6 @@ protected:
         return all;
     }
 
-    // Layer one and two of the joined message.
-    static void Open(const std::string& message, TLV_Decoder& layerTwo) {
-        TLV_Decoder top;
-        ASSERT_EQ(top.Decode(reinterpret_cast<const unsigned char*>(message.data()), message.size()), 0);
-        ASSERT_EQ(message.substr(0, 4), "META");
-        ASSERT_EQ(top.GetValue(METADATA_TYPE, &layerTwo, 1), 0);
-    }
-
     template <typename Plates>
     static void FillPlates(Plates& plates) {
         auto& seen = plates.vehicleInfo;
@@ -135,32 +113,29 @@ protected:
         plates.vehiclePosAbs = {41, 42, 43, 0xFFFF};
     }
 
-    static void CheckPlates(const std::string& message, const std::string& plate, const std::string& panorama) {
-        TLV_Decoder two;
-        Open(message, two);
-        TLV_Decoder common;
-        TLV_Decoder target;
-        ASSERT_EQ(two.GetValue(COMMON, &common, 1), 0);
-        ASSERT_EQ(two.GetValue(TARGET, &target, 1), 0);
-        EXPECT_EQ(Value<unsigned long long>(common, PTS), 0x1122334455667788u);
-        for (const auto& [type, value] : {std::pair<int, char>{LANE_ID, 3},
-                                          {PLATE_TYPE, 4},
-                                          {PLATE_COLOR, 5},
-                                          {VEHICLE_TYPE_TV, 6},
-                                          {VEHICLE_COLOR, 7}}) {
-            EXPECT_EQ(BytesOf(target, type), std::string(1, value));
-        }
-        int first = 1;
-        for (const int type : {PLATE_POS, PLATE_POS_COM, PLATE_POS_ABS, VEHICLE_POS_COM, VEHICLE_POS_ABS}) {
-            EXPECT_EQ(RectOf(target, type),
-                      (std::vector<int>{first, first + 1, first + 2, first == 41 ? 0xFFFF : first + 3}));
-            first += 10;
-        }
-        EXPECT_EQ(BytesOf(target, PLATE_CHAR), "AB 123");
-        EXPECT_EQ(Value<int>(target, VEHICLE_SPEED), -80);
-        EXPECT_EQ(Value<unsigned long long>(target, GLOBAL_OBJID), 0x0102030405060708u);
-        EXPECT_TRUE(BytesOf(target, PLATE_PIC) == plate);
-        EXPECT_TRUE(BytesOf(target, PANORAMA_PIC) == panorama);
+    // The message of the record that FillPlates makes.
+    static std::string Plates(const std::string& plate, const std::string& panorama, bool sorted) {
+        const auto rect = [](int first, int last) {
+            return BytesOf(static_cast<unsigned short>(first)) + BytesOf(static_cast<unsigned short>(first + 1)) +
+                   BytesOf(static_cast<unsigned short>(first + 2)) + BytesOf(static_cast<unsigned short>(last));
+        };
+        return Message(0x1122334455667788, Target({{LANE_ID, "\3"},
+                                                   {VEHICLE_TYPE_TV, "\6"},
+                                                   {VEHICLE_COLOR, "\7"},
+                                                   {PLATE_TYPE, "\4"},
+                                                   {PLATE_COLOR, "\5"},
+                                                   {PLATE_POS, rect(1, 4)},
+                                                   {PLATE_POS_COM, rect(11, 14)},
+                                                   {PLATE_POS_ABS, rect(21, 24)},
+                                                   {VEHICLE_POS_COM, rect(31, 34)},
+                                                   {VEHICLE_POS_ABS, rect(41, 0xFFFF)},
+                                                   {PLATE_CHAR, "AB 123"},
+                                                   {PIC_SNAPSHOT_TIME, BytesOf(0x1122334455667788)},
+                                                   {VEHICLE_SPEED, BytesOf(-80)},
+                                                   {PLATE_PIC, plate},
+                                                   {PANORAMA_PIC, panorama},
+                                                   {GLOBAL_OBJID, BytesOf(0x0102030405060708)}},
+                                                  sorted));
     }
 
     // A record at the start of a buffer with its pictures behind it.
@@ -197,14 +172,14 @@ protected:
     TestLens& lens = on.lens;
 };
 
-TEST_F(MetadataTest, PicturesOfAnySizeArriveByteForByteInBothForms) {
+TEST_F(MetadataTest, PicturesOfAnySizeArriveInTheOrderOfEachForm) {
     for (const std::size_t size : {1u, 2047u, 2048u, 2049u, 300u * 1024, 10u * 1024 * 1024}) {
         std::string plate = Picture(size, 1);
         std::string panorama = Picture(size / 2 + 1, 2);
         packets.clear();
         ASSERT_EQ(SendPlateEx(plate, panorama, size % 2 == 0), 0);
         EXPECT_EQ(packets[0].TimeStamp(), 0x55667788u);
-        CheckPlates(Joined(), plate, panorama);
+        EXPECT_TRUE(Joined() == Plates(plate, panorama, false)) << size;
 
         ITSPlates plates{};
         FillPlates(plates);
@@ -216,26 +191,8 @@ TEST_F(MetadataTest, PicturesOfAnySizeArriveByteForByteInBothForms) {
         packets.clear();
         ASSERT_EQ(lens.MetaDataToRtpAndSend(METADATE_TYPE_PLATE, &plates, kUdp, this, false), 0);
         EXPECT_EQ(packets[0].TimeStamp(), 0x55667788u);
-        CheckPlates(Joined(), plate, panorama);
+        EXPECT_TRUE(Joined() == Plates(plate, panorama, true)) << size;
     }
-}
-
-TEST_F(MetadataTest, TheExFormKeepsTheOrderAndThePlainFormSorts) {
-    ASSERT_EQ(SendPlateEx("p", "q", false), 0);
-    const std::string message = Joined().substr(8);
-    EXPECT_EQ(TypesOf(message), (std::vector<int>{COMMON, TARGET}));
-    const std::string target = message.substr(8 + 16 + 8);
-    EXPECT_EQ(TypesOf(target),
-              (std::vector<int>{LANE_ID, VEHICLE_TYPE_TV, VEHICLE_COLOR, PLATE_TYPE, PLATE_COLOR, PLATE_POS,
-                                PLATE_POS_COM, PLATE_POS_ABS, VEHICLE_POS_COM, VEHICLE_POS_ABS, PLATE_CHAR,
-                                PIC_SNAPSHOT_TIME, VEHICLE_SPEED, PLATE_PIC, PANORAMA_PIC, GLOBAL_OBJID}));
-    ITSPlates plates{};
-    FillPlates(plates);
-    packets.clear();
-    ASSERT_EQ(lens.MetaDataToRtpAndSend(METADATE_TYPE_PLATE, &plates, kUdp, this, false), 0);
-    const std::vector<int> sorted = TypesOf(Joined().substr(8 + 8 + 16 + 8));
-    EXPECT_TRUE(std::is_sorted(sorted.begin(), sorted.end()));
-    EXPECT_EQ(sorted.size(), 14u);  // no pictures
 }
 
 TEST_F(MetadataTest, FacesComeOneTargetEach) {
@@ -263,33 +220,19 @@ TEST_F(MetadataTest, FacesComeOneTargetEach) {
                             : lens.MetaDataToRtpAndSendEx(METADATE_TYPE_FACE, GetMemHandler(mb), kUdp, this, false),
                   0);
         EXPECT_EQ(packets[0].TimeStamp(), 9u);
-        const std::string message = Joined();
-        if (!plainForm) {
-            // Behind the heads of message, common part and panorama comes the first face, in the order of the calls.
-            const std::size_t face0 = 8 + (8 + 16) + (8 + 8 + panorama.size() + 16);
-            EXPECT_EQ(
-                TypesOf(message.substr(face0 + 8, 84 + 8 + 3000)),
-                (std::vector<int>{FACE_POS, FACE_SCORE, FACE_ANGLE, FACE_ID, GLOBAL_OBJID, FACE_PIC_TIME, FACE_PIC}));
-        }
-        TLV_Decoder two;
-        Open(message, two);
-        TLV_Decoder common;
-        TLV_Decoder targets[3];
-        ASSERT_EQ(two.GetValue(COMMON, &common, 1), 0);
-        EXPECT_EQ(Value<unsigned long long>(common, PTS), 0x700000009u);
-        ASSERT_EQ(two.GetValueCount(TARGET), 3u);
-        ASSERT_EQ(two.GetValue(TARGET, targets, 3), 0);
-        EXPECT_TRUE(BytesOf(targets[0], FACE_PANORAMA) == panorama);
-        EXPECT_EQ(Value<unsigned long>(targets[0], FACE_PIC_TIME), 1000u);
-        EXPECT_EQ(RectOf(targets[1], FACE_POS), (std::vector<int>{0xFFFF, 2, 3, 4}));
-        EXPECT_EQ(BytesOf(targets[1], FACE_SCORE).size(), 2u);
-        EXPECT_EQ(Value<short>(targets[1], FACE_SCORE), 88);
-        EXPECT_EQ(Value<short>(targets[1], FACE_ANGLE), -9);
-        EXPECT_EQ(Value<unsigned long>(targets[1], GLOBAL_OBJID), 0x0102030405060708u);
-        EXPECT_TRUE(BytesOf(targets[1], FACE_PIC) == face);
-        EXPECT_EQ(Value<unsigned long>(targets[2], FACE_ID), 43u);
-        EXPECT_EQ(Value<unsigned long>(targets[2], FACE_PIC_TIME), 1002u);
-        EXPECT_EQ(targets[2].GetValueCount(FACE_PIC), 0u);
+        const Items first = {{FACE_PANORAMA, panorama}, {FACE_PIC_TIME, BytesOf(1000L)}};
+        const Items second = {{FACE_POS, {"\xFF\xFF\2\0\3\0\4\0", 8}},
+                              {FACE_SCORE, BytesOf(short{88})},
+                              {FACE_ANGLE, BytesOf(short{-9})},
+                              {FACE_ID, BytesOf(0x0102030405060708)},
+                              {GLOBAL_OBJID, BytesOf(0x0102030405060708)},
+                              {FACE_PIC_TIME, BytesOf(1001L)},
+                              {FACE_PIC, face}};
+        const Items third = {{FACE_POS, {"\5\0\6\0\7\0\x8\0", 8}}, {FACE_SCORE, BytesOf(short{1})},
+                             {FACE_ANGLE, BytesOf(short{2})},      {FACE_ID, BytesOf(43L)},
+                             {GLOBAL_OBJID, BytesOf(43L)},         {FACE_PIC_TIME, BytesOf(1002L)}};
+        EXPECT_TRUE(Joined() == Message(0x700000009, Target(first, plainForm) + Target(second, plainForm) +
+                                                         Target(third, plainForm)));
     }
     ReleaseMemHandler(&mb);
 }
@@ -317,8 +260,11 @@ TEST_F(MetadataTest, ARecordThatPointsOutsideIsRefused) {
     stFaceRects faces{};
     faces.count = 1000000;
     EXPECT_EQ(lens.MetaDataToRtpAndSend(METADATE_TYPE_FACE, &faces, kUdp, this, false), 0);
+    const std::string message = Joined();
+    TLV_Decoder top;
     TLV_Decoder two;
-    Open(Joined(), two);
+    ASSERT_EQ(top.Decode(reinterpret_cast<const unsigned char*>(message.data()), message.size()), 0);
+    ASSERT_EQ(top.GetValue(METADATA_TYPE, &two, 1), 0);
     EXPECT_EQ(two.GetValueCount(TARGET), 17u);
 }
 
