@@ -8,8 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 namespace {
 
 // A start removes side files, so the tests work on a copy.
@@ -69,23 +67,6 @@ TEST_F(ShippedConfiguration, HoldsWhatMayBeReadOrEditedInItsSection) {
                                            {"SCU_SIP_PORT", std::uint16_t{5061}},
                                            {"ONVIF_ALARM_LISTENER_PORT", std::uint16_t{8089}}}))
         << m_log->Dump();
-}
-
-TEST_F(ShippedConfiguration, EachKeyStandsOnceBelowItsComment) {
-    std::istringstream file(m_folder.Read("conf/zvs_gvx.conf"));
-    MapCfgKeyValue seen;
-    std::string before;
-    for (std::string line; std::getline(file, line); before = line) {
-        EXPECT_LE(line.size(), 120u) << line;
-        if (line.empty() || line[0] == ';' || line[0] == '[') {
-            continue;
-        }
-        const std::string key = line.substr(0, line.find('='));
-        EXPECT_TRUE(seen.emplace(key, "").second) << key << " stands twice";
-        EXPECT_TRUE(!before.empty() && before[0] == ';') << key << " has no comment";
-    }
-    ASSERT_EQ(0, m_mgr.Init());
-    EXPECT_EQ(seen.size(), m_mgr.GetMapCfgKeyValue().size());
 }
 
 }  // namespace

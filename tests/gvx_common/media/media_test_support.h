@@ -6,6 +6,7 @@
 #include "gvx_common/media_memory/media_block_buffer.h"
 #include "support/recording_logger.h"
 #include "support/settings_folder.h"
+#include "support/wait_until.h"
 
 #include <ace/INET_Addr.h>
 #include <gtest/gtest.h>
@@ -13,10 +14,9 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
+#include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -67,7 +67,7 @@ public:
             // A block without a record makes the thread write a line, which does not return.
             queue->enqueue_tail(CMediaBlockBuffer::instance()->allocMediaBlock());
         }
-        EXPECT_TRUE(m_gate->WaitHeld(queues.size()));
+        EXPECT_TRUE(WaitUntil([&] { return m_gate->Held() == queues.size(); }));
     }
     ~HeldThreads() {
         m_gate->Open();
@@ -83,27 +83,18 @@ private:
             __attribute__((format(printf, 5, 0))) {
             RecordingLogger::VLog(level, title, place, format, args);
             if (std::strcmp(format, "Socket info is null") == 0) {
-                std::unique_lock<std::mutex> lock(m_mutex);
+                const std::shared_future<void> opened = m_opened;
                 ++m_held;
-                m_changed.notify_all();
-                m_changed.wait(lock, [this] { return m_open; });
+                opened.wait();
             }
         }
-        bool WaitHeld(std::size_t threads) {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            return m_changed.wait_for(lock, std::chrono::seconds(60), [&] { return m_held == threads; });
-        }
-        void Open() {
-            const std::lock_guard<std::mutex> guard(m_mutex);
-            m_open = true;
-            m_changed.notify_all();
-        }
+        std::size_t Held() const { return m_held; }
+        void Open() { m_open.set_value(); }
 
     private:
-        std::mutex m_mutex;
-        std::condition_variable m_changed;
-        std::size_t m_held = 0;  // Guarded by m_mutex.
-        bool m_open = false;     // Guarded by m_mutex.
+        std::atomic<std::size_t> m_held{0};
+        std::promise<void> m_open;
+        const std::shared_future<void> m_opened = m_open.get_future().share();
     };
 
     const std::shared_ptr<Gate> m_gate;
