@@ -1,54 +1,31 @@
 #include "gvx_common/alarm/alarm_fixture.h"
 
 #include "base/bounded_string.h"
-#include "bp/dispatcher.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <map>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 namespace {
 
-// What goes to OMU is caught where the gateway would forward it, as "type|location|description".
 class AlarmState : public AlarmFixture {
 protected:
-    void SetUp() override {
-        AlarmFixture::SetUp();
-        BP::CDispatcher::SetSink([this](std::unique_ptr<BP::CCmd> cmd) {
-            if (cmd->GetNetElemType() == kElementOMU && cmd->IsFedIn()) {
-                const std::string frame(cmd->GetMsgBlock()->rd_ptr(), cmd->GetMsgBlock()->length());
-                const std::lock_guard<std::mutex> lock(m_mutex);
-                m_sent.push_back(TextAt(frame, 116 + 520, 64) + "|" + TextAt(frame, 116 + 608, 256) + "|" +
-                                 frame.substr(116 + 864 + 6, static_cast<unsigned char>(frame[116 + 864 + 5])));
-            }
-            return 0;
-        });
-        BP::CTransactionMgr::StopWaiting();  // nobody answers here
-        GvxConnectionMgr()->OnLinkOpened("", 0, "OMU#1", "127.0.0.1", 1);
-        OpenMainService();
-        Sent();
-    }
-    void TearDown() override {
-        CloseMainService();
-        BP::CDispatcher::SetSink({});
-        BP::CTransactionMgr::Resume();
-        AlarmFixture::TearDown();
-    }
-    static void OpenMainService() { GvxConnectionMgr()->OnLinkOpened("", 0, "GVX#000", "127.0.0.1", 2); }
-    static void CloseMainService() { GvxConnectionMgr()->OnLinkClosed("", 0, "GVX#000", "127.0.0.1", 2); }
+    using Texts = std::vector<std::string>;
 
-    // What was sent since the last look, the good news about the store left out: it comes with every operation.
-    std::vector<std::string> Sent() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        std::vector<std::string> sent = std::exchange(m_sent, {});
-        sent.erase(std::remove(sent.begin(), sent.end(), "ALARM_GVX_ALARM_RECORD_FAIL_OFF|HostIP=10.0.0.1|"),
-                   sent.end());
+    // What went to OMU since the last look, as "type|location|description". The good news about the store is left out:
+    // it comes with every operation.
+    Texts Sent() {
+        Texts sent;
+        for (const CaughtFrame& frame : m_frames.Take()) {
+            const std::string body = frame.Body();
+            const std::string text = TextAt(body, 520, 64) + "|" + TextAt(body, 608, 256) + "|";
+            if (frame.Type() == 0x1008 && text != "ALARM_GVX_ALARM_RECORD_FAIL_OFF|HostIP=10.0.0.1|") {
+                sent.push_back(text + body.substr(864 + 6, static_cast<unsigned char>(body[864 + 5])));
+            }
+        }
         return sent;
     }
-    using Texts = std::vector<std::string>;
 
     static void Store(const char* id, const std::string& info) {
         Alarm_Item item{};
@@ -61,11 +38,6 @@ protected:
         ZVS_GetAllAlarmItem(nullptr, &count);
         return count;
     }
-
-private:
-    CaughtFrames m_frames;  // takes what leaves over links
-    std::mutex m_mutex;
-    Texts m_sent;  // Guarded by m_mutex.
 };
 
 TEST_F(AlarmState, OneRaiseAndOneClearForEachFaultOfTheLogger) {
@@ -178,10 +150,10 @@ TEST_F(AlarmState, AlarmsWaitInOrderWhileTheMainServiceIsDown) {
     EXPECT_EQ((Texts{"ALARM_T|a|d", "ALARM_T|b|d", "ALARM_T|c|d", "ALARM_U|e|"}), Sent());
     EXPECT_EQ(0u, alarms.GetHeldAlarms().size());
     // So they do for OMU, and leave once.
-    GvxConnectionMgr()->OnLinkClosed("", 0, "OMU#1", "127.0.0.1", 1);
+    GvxConnectionMgr()->OnLinkClosed("", 0, kOmu, "127.0.0.1", 1);
     GvxConnectionMgr()->SetGvxAlarmRepMsg("ALARM_U", GVX_ALARM_DEV_TYPE, "f", "");
     for (const Texts& sent : {Texts{"ALARM_U|f|"}, Texts{}}) {
-        GvxConnectionMgr()->OnLinkOpened("", 0, "OMU#1", "127.0.0.1", 1);
+        GvxConnectionMgr()->OnLinkOpened("", 0, kOmu, "127.0.0.1", 1);
         EXPECT_EQ(sent, Sent());
     }
 }
