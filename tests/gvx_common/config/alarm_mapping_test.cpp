@@ -52,14 +52,7 @@ TEST_F(AlarmMappingTest, TypeTakesFormAndDirection) {
                Description("ALARM_DISK_FAULT", "Device", "Disk.") + Description("ALARM_MOTION", "Business", "Motion.") +
                Description("ALARM_SHIELD", "Business", "Covered.") +
                Description("ALARM_DEVICE_REMOVE", "Device", "Gone.") + Description("PLAIN", "Device", "Plain."))));
-    struct Case {
-        const char* type;
-        _PU_DEV_FORM_TYPE form;
-        unsigned int action;
-        const char* built;
-        const char* text;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, _PU_DEV_FORM_TYPE, unsigned int, const char*, const char*> cases[] = {
         {"ALARM_DISK_FAULT", PU_IPC, 1, "ALARM_IPC_SD_CARD_FAULT_ON", "Card."},
         {"ALARM_DISK_FAULT", PU_EXT_SYS, 0, "ALARM_IPC_SD_CARD_FAULT_OFF", "Card."},
         {"ALARM_DISK_FAULT", PU_DVR, 0, "ALARM_DVR_DISK_FAULT_OFF", "Disk."},
@@ -68,11 +61,11 @@ TEST_F(AlarmMappingTest, TypeTakesFormAndDirection) {
         {"ALARM_DEVICE_REMOVE", PU_DVS, 1, "ALARM_DEVICE_REMOVE", "Gone."},
         {"PLAIN", PU_DVS, 1, "PLAIN_ON", "Plain."},
     };
-    for (const Case& row : cases) {
-        ZVS_ALARM_REPORT report = Report(row.type, row.action);
-        EXPECT_EQ(0, m_mgr.BuildAlarmInfoForNVT(report, row.form)) << row.type;
-        EXPECT_STREQ(row.built, report.cAlarmType);
-        EXPECT_STREQ(row.text, report.cAlarmDesc);
+    for (const auto& [type, form, action, built, text] : cases) {
+        ZVS_ALARM_REPORT report = Report(type, action);
+        EXPECT_EQ(0, m_mgr.BuildAlarmInfoForNVT(report, form)) << type;
+        EXPECT_STREQ(built, report.cAlarmType);
+        EXPECT_STREQ(text, report.cAlarmDesc);
         EXPECT_EQ(1u, report.uiOccurNumber);
     }
     ZVS_ALARM_REPORT own = Report("ALARM_DISK_FAULT", 1);

@@ -34,11 +34,7 @@ protected:
 };
 
 TEST_F(IniStoreTest, ASetKeepsWhatStandsAroundTheValue) {
-    struct Row {
-        std::string text;
-        const char* saved;
-    };
-    const Row rows[] = {
+    const std::pair<std::string, const char*> rows[] = {
         {"; about A\n\n[A]\n; about k\nk=1\n\n; about B\n[B]\nk=2\n",
          "; about A\n\n[A]\n; about k\nk=new\n\n; about B\n[B]\nk=2\n"},
         {"; c\r\n[A]\r\n\r\nk=v\r\nm=v\r\n", "; c\r\n[A]\n\nk=new\nm=v\n"},
@@ -48,11 +44,11 @@ TEST_F(IniStoreTest, ASetKeepsWhatStandsAroundTheValue) {
         {"[A]\nk=1\nk=2\n[A]\nk=3\n", "[A]\nk=new\nk=2\n[A]\nk=3\n"},
         {std::string("[A]\n;\0 x\nk=1\n", 14), "[A]\n;\nk=new\n"},
     };
-    for (const Row& row : rows) {
-        Load(row.text);
+    for (const auto& [text, saved] : rows) {
+        Load(text);
         EXPECT_EQ(0, m_store->set("A", "k", "new"));
         EXPECT_EQ("new", Get("A", "k"));
-        EXPECT_EQ(row.saved, m_folder.Read("a.conf"));
+        EXPECT_EQ(saved, m_folder.Read("a.conf"));
         EXPECT_FALSE(std::filesystem::exists(m_folder.Path("a.conf.bak")));
     }
 }

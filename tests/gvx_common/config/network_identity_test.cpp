@@ -40,21 +40,17 @@ TEST_F(NetworkIdentityTest, UnitsAddressesOverrideTheFile) {
     EXPECT_EQ("10.9.0.2", Media());
     EXPECT_NE(std::string::npos, m_folder.Read("zvs_gvx.conf").find("GVX_MESSAGE_IP=10.9.0.1\n"));
     // Its faults leave the configured addresses.
-    struct Row {
-        std::string content;
-        const char* media;
-    };
-    const Row rows[] = {
+    const std::pair<std::string, const char*> rows[] = {
         {"<broken", "10.0.0.2"},
         {Common("<MediaIpAddress>10.9.0.2</MediaIpAddress>"), "10.9.0.2"},
         {Common("<SignalIpAddress>10.0.0.1</SignalIpAddress>"), "10.0.0.2"},
         {Common("<SignalIpAddress>1.2.3</SignalIpAddress><MediaIpAddress>10.9.0.2</MediaIpAddress>"), "10.0.0.2"},
     };
-    for (const Row& row : rows) {
-        m_folder.WriteRooted(GVXCONFIG_OMU_COMMON_CONFIG_PATH, row.content);
+    for (const auto& [content, media] : rows) {
+        m_folder.WriteRooted(GVXCONFIG_OMU_COMMON_CONFIG_PATH, content);
         ASSERT_EQ(0, Start());
-        EXPECT_EQ("10.0.0.1", Message()) << row.content;
-        EXPECT_EQ(row.media, Media()) << row.content;
+        EXPECT_EQ("10.0.0.1", Message()) << content;
+        EXPECT_EQ(media, Media()) << content;
     }
     EXPECT_EQ(ZVS_IP_INVALID, m_mgr.SetGVXMediaIP("x"));
 }

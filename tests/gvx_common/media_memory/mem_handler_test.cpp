@@ -6,6 +6,7 @@
 #include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -50,22 +51,18 @@ protected:
 };
 
 TEST_F(MemHandlerTest, PagesAreOneMoreThanTheLengthFills) {
-    struct Row {
-        unsigned int first;
-        unsigned int second;
-        unsigned int pages;
-    };
-    for (const Row& row :
-         {Row{2047, 0, 1}, Row{2048, 0, 2}, Row{1, 0, 1}, Row{4096, 0, 3}, Row{100, 1947, 1}, Row{100, 1948, 2},
-          Row{100, 1949, 2}, Row{2048, 2047, 2}, Row{2048, 2048, 3}, Row{300000, 10000, 152}}) {
-        ASSERT_EQ(handler.AllocMem(row.first, start), 0u);
+    const std::array<unsigned int, 3> rows[] = {{2047, 0, 1},    {2048, 0, 2},        {1, 0, 1},      {4096, 0, 3},
+                                                {100, 1947, 1},  {100, 1948, 2},      {100, 1949, 2}, {2048, 2047, 2},
+                                                {2048, 2048, 3}, {300000, 10000, 152}};
+    for (const auto& [first, second, pages] : rows) {
+        ASSERT_EQ(handler.AllocMem(first, start), 0u);
         EXPECT_EQ(start, 0u);
-        if (row.second != 0) {
-            ASSERT_EQ(handler.AllocMem(row.second, start), 0u);
-            EXPECT_EQ(start, row.first);
+        if (second != 0) {
+            ASSERT_EQ(handler.AllocMem(second, start), 0u);
+            EXPECT_EQ(start, first);
         }
-        EXPECT_EQ(handler.GetLength(), row.first + row.second);
-        EXPECT_EQ(Pages(handler), row.pages) << row.first << " + " << row.second;
+        EXPECT_EQ(handler.GetLength(), first + second);
+        EXPECT_EQ(Pages(handler), pages) << first << " + " << second;
         handler.FreeMem();
         EXPECT_EQ(handler.GetHead(), nullptr);
         EXPECT_EQ(handler.GetLength(), 0u);
@@ -89,16 +86,12 @@ TEST_F(MemHandlerTest, PositionsAndPairsAreTheSame) {
     EXPECT_TRUE(handler.CheckLength(1000, 4000));
     EXPECT_FALSE(handler.CheckLength(1000, 4001));
     EXPECT_FALSE(handler.CheckLength(5001, 0xFFFFFFF0u));
-    struct Row {
-        unsigned int from;
-        unsigned int by;
-        unsigned int result;
-    };
-    for (const Row& row : {Row{0, 1, 0}, Row{0, 2048, 0}, Row{100, 1948, 0}, Row{100, 4900, 0}, Row{100, 4901, 1},
-                           Row{0, 0, 1}, Row{5000, 1, 1}}) {
-        ASSERT_EQ(handler.Pos2Ptr(row.from, pair), 0u);
-        EXPECT_EQ(handler.Forward(pair, row.by), row.result) << row.from << " by " << row.by;
-        const unsigned int to = row.result == 0 ? row.from + row.by : row.from;
+    const std::array<unsigned int, 3> steps[] = {{0, 1, 0},      {0, 2048, 0}, {100, 1948, 0}, {100, 4900, 0},
+                                                 {100, 4901, 1}, {0, 0, 1},    {5000, 1, 1}};
+    for (const auto& [from, by, result] : steps) {
+        ASSERT_EQ(handler.Pos2Ptr(from, pair), 0u);
+        EXPECT_EQ(handler.Forward(pair, by), result) << from << " by " << by;
+        const unsigned int to = result == 0 ? from + by : from;
         EXPECT_EQ(handler.Ptr2Pos(pair), to);
         EXPECT_EQ(pair.second - pair.first->rd_ptr(), to % 2048) << "the start of the next page, not the end of one";
     }

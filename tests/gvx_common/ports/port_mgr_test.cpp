@@ -101,12 +101,8 @@ protected:
 };
 
 TEST(PortElement, RangesBecomeLists) {
-    struct Row {
-        const char* text;
-        std::list<std::uint32_t> udp;
-        std::list<std::uint32_t> tcp;
-    };
-    const Row rows[] = {
+    using Ports = std::list<std::uint32_t>;
+    const std::tuple<const char*, Ports, Ports> rows[] = {
         {"10000-10002", {10000}, {10000, 10001, 10002}},
         {"10000-10000", {}, {10000}},
         {" 10005 - 10002 ", {10002, 10004}, {10002, 10003, 10004, 10005}},
@@ -115,18 +111,18 @@ TEST(PortElement, RangesBecomeLists) {
         {"-5,5-,1--9,1-2-9,0-9,5-65536,5-99999999999,", {}, {}},
         {"20-22,10-12", {20, 10}, {20, 21, 22, 10, 11, 12}},
     };
-    for (const Row& row : rows) {
+    for (const auto& [text, udpPorts, tcpPorts] : rows) {
         CUDPPortElement udp;
         CTCPPortElement tcp;
-        std::list<std::uint32_t> ports;
-        EXPECT_EQ(udp.ParsePortRange(row.text), !row.udp.empty()) << row.text;
+        Ports ports;
+        EXPECT_EQ(udp.ParsePortRange(text), !udpPorts.empty()) << text;
         udp.StortPortInfo();
         udp.RecyclePort(ports);
-        EXPECT_EQ(ports, row.udp) << row.text;
-        EXPECT_EQ(tcp.ParsePortRange(row.text), !row.tcp.empty()) << row.text;
+        EXPECT_EQ(ports, udpPorts) << text;
+        EXPECT_EQ(tcp.ParsePortRange(text), !tcpPorts.empty()) << text;
         tcp.StortPortInfo();
         tcp.RecyclePort(ports);
-        EXPECT_EQ(ports, row.tcp) << row.text;
+        EXPECT_EQ(ports, tcpPorts) << text;
     }
 }
 

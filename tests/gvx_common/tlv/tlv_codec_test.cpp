@@ -2,6 +2,7 @@
 #include "gvx_common/tlv/metadata_tags.h"
 #include "gvx_common/tlv/tlv_decoder.h"
 #include "gvx_common/tlv/tlv_encoder.h"
+#include "support/recording_logger.h"
 
 #include <gtest/gtest.h>
 
@@ -153,24 +154,27 @@ TEST_F(TlvTest, DecodeNeverLeavesTheBuffer) {
         Bytes bytes;
         unsigned long items;  // of type 1
         unsigned int length;  // of the first of them
+        std::size_t lines;    // in the log: one for each good item
     };
     const Row rows[] = {
-        {"nothing", {}, 0, 0},
-        {"one byte", {1}, 0, 0},
-        {"a type alone", Bytes(head.begin(), head.begin() + 4), 0, 0},
-        {"half a length", Bytes(head.begin(), head.begin() + 6), 0, 0},
-        {"an empty item at the end", head, 0, 0},
-        {"an empty item ahead of another", Join({head, good}), 2, 0},
-        {"a length beyond the end", tooLong, 1, 4},
-        {"the greatest length", huge, 1, 4},
-        {"a good item and a wrong one", Join({good, tooLong}), 2, 4},
+        {"nothing", {}, 0, 0, 0},
+        {"one byte", {1}, 0, 0, 0},
+        {"a type alone", Bytes(head.begin(), head.begin() + 4), 0, 0, 0},
+        {"half a length", Bytes(head.begin(), head.begin() + 6), 0, 0, 1},
+        {"an empty item at the end", head, 0, 0, 1},
+        {"an empty item ahead of another", Join({head, good}), 2, 0, 2},
+        {"a length beyond the end", tooLong, 1, 4, 0},
+        {"the greatest length", huge, 1, 4, 0},
+        {"a good item and a wrong one", Join({good, tooLong}), 2, 4, 1},
     };
     for (const Row& row : rows) {
         // Exactly as long as the bytes, so that a read beyond is seen.
         const std::unique_ptr<unsigned char[]> exact(new unsigned char[row.bytes.size()]);
         std::copy(row.bytes.begin(), row.bytes.end(), exact.get());
+        const ScopedRecordingLogger log;
         TLV_Decoder decoder;
         EXPECT_EQ(decoder.Decode(exact.get(), row.bytes.size()), 0) << row.situation;
+        EXPECT_EQ(log->Count("!,Buf Remain Length ", "Invalid Tlv Obj"), row.lines) << row.situation;
         EXPECT_EQ(decoder.GetValueCount(1), row.items) << row.situation;
         if (row.items != 0) {
             unsigned int lengths[2] = {};
