@@ -1,13 +1,12 @@
 #include "gateway/devices/dev_reactor_binder.h"
 
-#include "bp/dispatcher.h"
 #include "gateway/devices/history_sweep.h"
 #include "nss/nss_msg_type.h"
+#include "support/caught_frames.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
 
-#include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -79,16 +78,11 @@ TEST(DevReactorBinderTest, ThreadsMayCallAtTheSameTime) {
 TEST(HistorySweepTest, ForgetsTransactionsThatNobodyAnswered) {
     const ScopedRecordingLogger log;
     ScopedTestClock clock;
-    BP::CDispatcher::SetWriter([](const std::string&, ACE_Message_Block* block) {
-        block->release();
-        return 0;
-    });
+    const CaughtFrames frames;
     gvx::DevReactorBinder binder;
     auto& sweep = gvx::HistorySweep::Instance();
     ASSERT_TRUE(sweep.Start(binder, 86400));
-    const std::string frame = FakePeer::MakeFrame(NSS_ALARM_REPORT_REQ, 1, "nobody");
-    auto* block = new ACE_Message_Block(frame.size());
-    block->copy(frame.data(), frame.size());
+    ACE_Message_Block* block = BlockOf(FakePeer::MakeFrame(NSS_ALARM_REPORT_REQ, 1, "nobody"));
     ASSERT_EQ(
         BP::CDispatcher::dispatcherOutWithTransaction(1, 0, "GVX#900", "nobody", NSS_ALARM_REPORT_REQ, block, false, 0),
         0);
@@ -97,5 +91,4 @@ TEST(HistorySweepTest, ForgetsTransactionsThatNobodyAnswered) {
     EXPECT_EQ(BP::CTransactionMgr::OpenTransactions(), 0u);
     EXPECT_TRUE(log->Contains("1 requests of the gateway were not answered in time."));
     sweep.Stop();
-    BP::CDispatcher::SetWriter({});
 }

@@ -1,24 +1,24 @@
 #include "gateway/gateway_fixture.h"
 
 #include "base/json_io.h"
+#include "gateway/plugins/plugin_guard.h"
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
-
-#include <filesystem>
 
 #include <dlfcn.h>
 
 namespace {
+
+// Where the build puts the plug-ins that misbehave.
+std::string BadPluginDir() {
+    return (std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "plugins_bad").string();
+}
 
 std::string TransactionOf(std::uint32_t seq) {
     return "trans-" + std::to_string(seq);
 }
 
 }  // namespace
-
-std::string BadPluginDir() {
-    return (std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "plugins_bad").string();
-}
 
 gvx::GatewayOptions GatewayFolder::Options() const {
     gvx::GatewayOptions options;
@@ -28,33 +28,31 @@ gvx::GatewayOptions GatewayFolder::Options() const {
     return options;
 }
 
-void Moody::Find() {
-    void* handle = dlopen((BadPluginDir() + "/gvx_plugin_moody.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
-    ASSERT_NE(handle, nullptr);
-    m_release = reinterpret_cast<MoodyReleaseFunc>(dlsym(handle, MOODY_RELEASE_SYMBOL));
-    m_alive = reinterpret_cast<MoodyAliveFunc>(dlsym(handle, MOODY_ALIVE_SYMBOL));
-    m_refused = reinterpret_cast<MoodyRefusedFunc>(dlsym(handle, MOODY_REFUSED_SYMBOL));
-    m_report = reinterpret_cast<MoodyReportFunc>(dlsym(handle, MOODY_REPORT_SYMBOL));
-    dlclose(handle);  // the gateway keeps it loaded
-    ASSERT_TRUE(m_release != nullptr && m_alive != nullptr && m_refused != nullptr && m_report != nullptr);
-}
-
 void GatewayTest::SetUp() {
     gateway = std::make_unique<gvx::Gateway>();
     ASSERT_FALSE(gateway->LoadConfiguration(folder.Options()).Failed());
     const gvx::StartResult result = gateway->Start(folder.Options());
     ASSERT_EQ(result.code, gvx::ExitCode::Ok) << result.reason;
-    ASSERT_NO_FATAL_FAILURE(moody.Find());
-    moody.Release(false);
-    peer = FakePeer::Connect(gateway->Port());
-    ASSERT_NE(peer, nullptr);
-    ASSERT_EQ(peer->Register("GVX#900"), 0u);
+    void* plugin = dlopen((BadPluginDir() + "/gvx_plugin_moody.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(plugin, nullptr);
+    moody = static_cast<MoodyState*>(dlsym(plugin, "g_moody"));
+    dlclose(plugin);  // the gateway keeps it loaded
+    ASSERT_NE(moody, nullptr);
+    moody->release = false;
+    m_aliveBefore = moody->alive;
+    peer = Link("GVX#900");
 }
 
 void GatewayTest::TearDown() {
     if (gateway != nullptr && !stopped) {
         EXPECT_TRUE(gateway->Stop()) << log->Dump();
     }
+}
+
+std::unique_ptr<FakePeer> GatewayTest::Link(const std::string& id) const {
+    auto linked = FakePeer::Connect(gateway->Port());
+    EXPECT_TRUE(linked != nullptr && linked->Register(id) == 0u) << id;
+    return linked != nullptr ? std::move(linked) : std::make_unique<FakePeer>(-1);
 }
 
 std::uint32_t GatewayTest::Send(std::uint16_t type, const std::string& body) {
@@ -74,14 +72,6 @@ std::uint32_t GatewayTest::SendJson(std::uint16_t type, const std::string& json)
 bool GatewayTest::AnswerIfPortReport(const FakePeer::Frame& frame) {
     return frame.head.usiMsgType == NSS_PLUGIN_SEND_PORTLIST_DATA_REQ &&
            peer->SendFrame(NSS_PLUGIN_SEND_PORTLIST_DATA_RSP, frame.head.uiSeqID, frame.Transaction());
-}
-
-void GatewayTest::AnswerPortReport() {
-    auto frame = peer->ReadFrame();
-    while (frame && !AnswerIfPortReport(*frame)) {
-        frame = peer->ReadFrame();
-    }
-    EXPECT_TRUE(frame.has_value()) << "the ports in use are not reported";
 }
 
 Answer GatewayTest::WaitAnswer(std::uint16_t type, std::uint32_t seq) {
@@ -123,11 +113,22 @@ Answer GatewayTest::DeleteDevice(const std::string& device) {
     return AskXml(NSS_DEL_MAIN_DEV_REQ, "<DevCode>" + device + "</DevCode>");
 }
 
-Answer GatewayTest::Start(const std::string& device, const std::string& stream, const std::string& more) {
+Answer GatewayTest::Start(const std::string& device, const std::string& stream, const std::string& more,
+                          std::uint16_t port) {
     return AskJson(NSS_START_STREAM_REQ, R"({"DevCode":")" + device + R"(","ServiceID":")" + stream +
-                                             R"(","DstIP":"127.0.0.1","DstVideoPort":9)" + more + "}");
+                                             R"(","DstIP":"127.0.0.1","DstVideoPort":)" + std::to_string(port) + more +
+                                             "}");
 }
 
 Answer GatewayTest::Stop(const std::string& device, const std::string& stream) {
     return AskJson(NSS_STOP_STREAM_REQ, R"({"DevCode":")" + device + R"(","ServiceID":")" + stream + R"("})");
+}
+
+void GatewayTest::EndLeftBehind(int alive) {
+    moody->release = true;
+    EXPECT_TRUE(WaitUntil(
+        [&] { return gvx::PluginCallWatch::Instance().OpenCalls().empty() && moody->alive == m_aliveBefore + alive; }));
+    ASSERT_TRUE(gateway->Context().work.WaitIdle(std::chrono::seconds(20)));
+    gateway->Release();
+    stopped = true;
 }

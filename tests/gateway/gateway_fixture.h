@@ -5,6 +5,7 @@
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
 #include "support/settings_folder.h"
+#include "support/test_clock.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -13,9 +14,6 @@
 #include <memory>
 #include <string>
 
-// Where the build puts the plug-ins that misbehave.
-std::string BadPluginDir();
-
 // A configuration folder of a gateway that listens on the loopback, and the options that name it.
 class GatewayFolder : public SettingsFolder {
 public:
@@ -23,22 +21,6 @@ public:
 
     void Settings(const std::string& settings) const { WriteConf("GVX_LISTEN_IP=127.0.0.1\n" + settings); }
     gvx::GatewayOptions Options() const;
-};
-
-// The plug-in "moody" of this process, once a gateway has loaded it.
-class Moody {
-public:
-    void Find();
-    void Release(bool release) const { m_release(release); }
-    int Alive() const { return m_alive(); }
-    int Refused() const { return m_refused(); }
-    void Report(const char* device, unsigned short type) const { m_report(device, type); }
-
-private:
-    MoodyReleaseFunc m_release = nullptr;
-    MoodyAliveFunc m_alive = nullptr;
-    MoodyRefusedFunc m_refused = nullptr;
-    MoodyReportFunc m_report = nullptr;
 };
 
 struct Answer {
@@ -53,21 +35,27 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
+    // A peer that has registered with the gateway.
+    std::unique_ptr<FakePeer> Link(const std::string& id) const;
     // Answers the report of used ports, which holds up all later link events until then.
-    void AnswerPortReport();
+    bool AnswerIfPortReport(const FakePeer::Frame& frame);
     // Sends a request and waits for its answer; other frames are passed over, that report is answered.
     Answer AskXml(std::uint16_t type, const std::string& content);
     Answer AskJson(std::uint16_t type, const std::string& json);
     // The two halves, for requests that overlap.
+    std::uint32_t Send(std::uint16_t type, const std::string& body);
     std::uint32_t SendXml(std::uint16_t type, const std::string& content);
     std::uint32_t SendJson(std::uint16_t type, const std::string& json);
     Answer WaitAnswer(std::uint16_t type, std::uint32_t seq);
 
     Answer AddDevice(const std::string& device, const std::string& moods = std::string());
     Answer DeleteDevice(const std::string& device);
-    // Over UDP to a port where nobody listens.
-    Answer Start(const std::string& device, const std::string& stream, const std::string& more = std::string());
+    // Over UDP; nobody listens on the port unless another is given.
+    Answer Start(const std::string& device, const std::string& stream, const std::string& more = std::string(),
+                 std::uint16_t port = 9);
     Answer Stop(const std::string& device, const std::string& stream);
+    // Ends a gateway that left something behind when it stopped, as soon as it has as many objects more than before.
+    void EndLeftBehind(int alive);
 
     ScopedRecordingLogger log;
     // Nothing expires, so that no test depends on the machine's speed.
@@ -75,13 +63,17 @@ protected:
         "GVX_PLUGIN_LIST=moody\nGVX_PLUGIN_CALL_LIMIT=1\n[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\n"};
     std::unique_ptr<gvx::Gateway> gateway;
     std::unique_ptr<FakePeer> peer;
-    Moody moody;
+    MoodyState* moody = nullptr;                               // until the gateway unloads it
     bool stopped = false;                                      // the test has stopped the gateway itself
     std::function<void(const FakePeer::Frame&)> onOtherFrame;  // called by WaitAnswer for what it passes over
 
 private:
-    bool AnswerIfPortReport(const FakePeer::Frame& frame);
-    std::uint32_t Send(std::uint16_t type, const std::string& body);
-
     std::uint32_t m_seq = 100;
+    int m_aliveBefore = 0;  // what earlier tests left behind
+};
+
+// The gateway's time goes on when the test says so.
+class TimelessGatewayTest : public GatewayTest {
+protected:
+    ScopedTestClock clock;
 };

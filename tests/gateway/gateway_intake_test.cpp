@@ -49,8 +49,5 @@ TEST_F(GatewayIntakeTest, APluginThatDoesNotReturnIsNamedAndLeftBehind) {
     EXPECT_FALSE(gateway->Stop());
     EXPECT_TRUE(log->Contains("plug-in moody: GvxTakeIntakeBlock of device - has not returned for"));
     EXPECT_TRUE(device->ReadUntilClosed());
-    moody.Release(true);
-    ASSERT_TRUE(WaitUntil([] { return gvx::PluginCallWatch::Instance().OpenCalls().empty(); }));
-    gateway->Release();
-    stopped = true;
+    EndLeftBehind(0);
 }

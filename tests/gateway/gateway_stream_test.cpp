@@ -1,5 +1,6 @@
 #include "gateway/gateway_fixture.h"
 
+#include "base/unique_fd.h"
 #include "base/zvs_error.h"
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
@@ -7,52 +8,44 @@
 #include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
 // A UDP receiver on the loopback.
 class Receiver {
 public:
-    Receiver() : m_fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    Receiver() {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof(address);
-        EXPECT_EQ(bind(m_fd, reinterpret_cast<sockaddr*>(&address), length), 0);
-        EXPECT_EQ(getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
+        EXPECT_EQ(bind(m_fd.Get(), reinterpret_cast<sockaddr*>(&address), length), 0);
+        EXPECT_EQ(getsockname(m_fd.Get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
         m_port = ntohs(address.sin_port);
     }
-    ~Receiver() { close(m_fd); }
-    Receiver(const Receiver&) = delete;
-    Receiver& operator=(const Receiver&) = delete;
 
-    std::string PortMember() const { return ",\"DstVideoPort\":" + std::to_string(m_port); }
+    std::uint16_t Port() const { return m_port; }
     // The sequence number of the next packet, -1 when none comes.
     int NextSequence(int limitMs = 20000) {
-        pollfd readable{m_fd, POLLIN, 0};
+        pollfd readable{m_fd.Get(), POLLIN, 0};
         unsigned char packet[2048];
-        if (poll(&readable, 1, limitMs) != 1 || recv(m_fd, packet, sizeof(packet), 0) < 12) {
+        if (poll(&readable, 1, limitMs) != 1 || recv(m_fd.Get(), packet, sizeof(packet), 0) < 12) {
             return -1;
         }
         return packet[2] << 8 | packet[3];
     }
 
 private:
-    int m_fd;
+    const gvx::UniqueFd m_fd{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
     std::uint16_t m_port = 0;
 };
-
-std::string StartJson(const std::string& stream, const std::string& more) {
-    return R"({"DevCode":"CAM1","DstIP":"127.0.0.1","ServiceID":")" + stream + "\"" + more + "}";
-}
 
 }  // namespace
 
 TEST_F(GatewayTest, StreamFlowsFromItsFirstPacketAndIsCounted) {
     Receiver receiver;
     ASSERT_EQ(AddDevice("CAM1").code, 0u);
-    const Answer started = AskJson(NSS_START_STREAM_REQ, StartJson("live", receiver.PortMember()));
+    const Answer started = Start("CAM1", "live", "", receiver.Port());
     ASSERT_EQ(started.code, 0u) << started.text;
     EXPECT_EQ(started.json["LensCode"].asString(), "CAM1_0");
     EXPECT_EQ(started.json["VideoFormat"].asInt(), 1);
@@ -66,46 +59,40 @@ TEST_F(GatewayTest, StreamFlowsFromItsFirstPacketAndIsCounted) {
     EXPECT_NE(sdp.find("m=video " + started.json["SrcVideoPort"].asString() + " RTP/AVP 99"), std::string::npos) << sdp;
     EXPECT_EQ(receiver.NextSequence(), 1) << "packets made before the answer left wait, and none is lost";
     EXPECT_EQ(receiver.NextSequence(), 2);
-    EXPECT_EQ(AskJson(NSS_GET_IFRAME_REQ, R"({"DevCode":"CAM1","ServiceID":"live"})").code, 0u);
-
     const Answer counted = Stop("CAM1", "live");
     EXPECT_EQ(counted.code, 0u);
     EXPECT_GE(counted.json["VideoPackets"].asInt(), 2);
     EXPECT_EQ(counted.json["Dropped"].asInt(), 0);
     EXPECT_EQ(Stop("CAM1", "live").code, static_cast<unsigned>(ZVS_GVX_STREAM_NOT_EXIST));
-}
 
-TEST_F(GatewayTest, PacketThatStartStreamSendsItselfPasses) {
-    Receiver receiver;
-    ASSERT_EQ(AddDevice("CAM1", "thread=inline").code, 0u);
-    ASSERT_EQ(AskJson(NSS_START_STREAM_REQ, StartJson("live", receiver.PortMember())).code, 0u);
-    EXPECT_EQ(receiver.NextSequence(), 0);
+    Receiver other;
+    ASSERT_EQ(AddDevice("CAM2", "thread=inline").code, 0u);
+    ASSERT_EQ(Start("CAM2", "live", "", other.Port()).code, 0u);
+    EXPECT_EQ(other.NextSequence(), 0) << "the packet that StartStream sends itself passes";
 }
 
 // A stop that succeeds, or tells of a camera that is away, frees the stream: what a thread of the plug-in sends later
 // is refused, and no stream that comes after gets it.
 TEST_F(GatewayTest, PacketsAfterTheStopHarmNobody) {
-    Receiver receiver;
-    const int before = moody.Alive();
+    const int before = moody->alive;
     for (const std::string mood : {"", " StopStream=error"}) {
+        Receiver receiver;
         ASSERT_EQ(AddDevice("LATE", "thread=endless" + mood).code, 0u);
         ASSERT_EQ(Start("LATE", "late").code, 0u);
         EXPECT_EQ(Stop("LATE", "late").code, mood.empty() ? 0u : static_cast<unsigned>(ZVS_GVX_UNAUTHORIZED));
         ASSERT_EQ(DeleteDevice("LATE").code, 0u);
-        const int refused = moody.Refused();
+        const int refused = moody->refused;
         ASSERT_EQ(AddDevice("CAM1").code, 0u);
-        ASSERT_EQ(AskJson(NSS_START_STREAM_REQ, StartJson("live", receiver.PortMember())).code, 0u);
-        EXPECT_TRUE(WaitUntil([&] { return moody.Refused() > refused + 3; }));
+        ASSERT_EQ(Start("CAM1", "live", "", receiver.Port()).code, 0u);
+        EXPECT_TRUE(WaitUntil([&] { return moody->refused > refused + 3; }));
         for (int number = 1; number <= 5; ++number) {
             EXPECT_EQ(receiver.NextSequence(), number);
         }
         ASSERT_EQ(DeleteDevice("CAM1").code, 0u);
-        while (receiver.NextSequence(0) != -1) {
-        }
     }
     EXPECT_FALSE(log->Contains("objects are kept"));
-    moody.Release(true);
-    EXPECT_TRUE(WaitUntil([&] { return moody.Alive() == before; }));
+    moody->release = true;
+    EXPECT_TRUE(WaitUntil([&] { return moody->alive == before; }));
 }
 
 TEST_F(GatewayTest, StreamIsUniqueInTheGatewayAndOnItsChannel) {
@@ -127,12 +114,11 @@ TEST_F(GatewayTest, StreamIsUniqueInTheGatewayAndOnItsChannel) {
 
 TEST_F(GatewayTest, StartThatIsNotAllowedIsRefusedWithAReason) {
     ASSERT_EQ(AddDevice("CAM1").code, 0u);
-    struct Row {
+    const struct {
         const char* members;
         int code;
         const char* reason;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {R"("ServiceID":"","DstIP":"127.0.0.1","DstVideoPort":9)", ZVS_PARA_INVALID, "ServiceID"},
         {R"("ServiceID":"s","DstIP":"localhost","DstVideoPort":9)", ZVS_PARA_INVALID, "DstIP"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":65536)", ZVS_PARA_INVALID, "DstVideoPort"},
@@ -142,7 +128,7 @@ TEST_F(GatewayTest, StartThatIsNotAllowedIsRefusedWithAReason) {
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"LensCode":"X")", ZVS_GVX_LENS_NOT_EXIST, "lens"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":1,"Protocol":2)", ZVS_NET_CONNECT_ERROR, "sockets"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         const Answer answer = AskJson(NSS_START_STREAM_REQ, R"({"DevCode":"CAM1",)" + std::string(row.members) + "}");
         EXPECT_EQ(answer.code, static_cast<unsigned>(row.code)) << row.members;
         EXPECT_NE(answer.json["Reason"].asString().find(row.reason), std::string::npos) << answer.text;

@@ -3,7 +3,6 @@
 #include "gateway/gateway_fixture.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_type.h"
-#include "support/test_clock.h"
 
 #include <algorithm>
 #include <chrono>
@@ -67,23 +66,15 @@ TEST(LinkEventThreadTest, ServesInOrderAndHoldsBackWhatCouldNotBeAnswered) {
 
 namespace {
 
-// The system's time stands still: what waits for an answer waits for ever.
-class TimelessGatewayTest : public GatewayTest {
-private:
-    ScopedTestClock m_clock;
-};
-
 // Streams take their local ports from the main service.
 class PortGatewayTest : public GatewayTest {
 protected:
-    void SetUp() override {
-        folder.Settings("GVX_PLUGIN_LIST=moody\nGVX_MEDIA_PORT_EXCHANGE=1\n");
-        GatewayTest::SetUp();
-    }
+    PortGatewayTest() { folder.Settings("GVX_PLUGIN_LIST=moody\nGVX_MEDIA_PORT_EXCHANGE=1\n"); }
 };
 
 }  // namespace
 
+// What waits for an answer waits for ever here.
 TEST_F(TimelessGatewayTest, AReportThatIsNeverAnsweredHoldsUpNeitherCommandsNorTheStop) {
     const std::uint32_t seq = SendXml(NSS_DEL_MAIN_DEV_REQ, "<DevCode>NOBODY</DevCode>");
     bool reported = false;
@@ -97,9 +88,7 @@ TEST_F(TimelessGatewayTest, AReportThatIsNeverAnsweredHoldsUpNeitherCommandsNorT
     // The next main service opens when the first one has gone, and its report is not answered either.
     peer->Close();
     ASSERT_TRUE(log->WaitFor("The main service is away"));
-    const auto second = FakePeer::Connect(gateway->Port());
-    ASSERT_NE(second, nullptr);
-    ASSERT_EQ(second->Register("GVX#901"), 0u);
+    const auto second = Link("GVX#901");
     EXPECT_TRUE(log->Contains("The link closed before the answer."));
     EXPECT_TRUE(log->WaitFor("[NSS_PLUGIN_SEND_PORTLIST_DATA_REQ]gvxLinkID GVX#901"));
     stopped = true;
@@ -108,35 +97,28 @@ TEST_F(TimelessGatewayTest, AReportThatIsNeverAnsweredHoldsUpNeitherCommandsNorT
 }
 
 TEST_F(PortGatewayTest, StreamTakesItsPortFromTheMainServiceAndGivesItBack) {
-    unsigned int offered = 0;
+    unsigned int offered = 0;  // the one port; nothing else is offered
     std::string report;
     onOtherFrame = [&](const FakePeer::Frame& frame) {
-        if (frame.head.usiMsgType == NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ) {
-            const FakeListener free;  // its number is free over UDP as well, as far as a test can tell
-            offered = free.Port();
-            peer->SendFrame(NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP, 1, frame.Transaction(), 0,
-                            R"({"ApplyPortReturnList":[)" + std::to_string(offered) + R"(],"ApplyPortReturnType":1})");
-        } else if (frame.head.usiMsgType == NSS_PLUGIN_SEND_PORTLIST_DATA_REQ) {
+        if (frame.head.usiMsgType == NSS_PLUGIN_SEND_PORTLIST_DATA_REQ) {
             report = frame.body;
+        } else if (frame.head.usiMsgType == NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ) {
+            std::string answer = "{}";
+            if (offered == 0) {
+                offered = FakeListener().Port();  // free over UDP as well, as far as a test can tell
+                answer = R"({"ApplyPortReturnList":[)" + std::to_string(offered) + R"(],"ApplyPortReturnType":1})";
+            }
+            peer->SendFrame(NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP, 1, frame.Transaction(), 0, answer);
         }
     };
     ASSERT_EQ(AddDevice("CAM1").code, 0u);
     const Answer started = Start("CAM1", "live");
     ASSERT_EQ(started.code, 0u) << started.text << log->Dump();
     EXPECT_EQ(started.json["SrcVideoPort"].asUInt(), offered);
-    // The one port is taken, and nothing else is offered.
-    onOtherFrame = [&](const FakePeer::Frame& frame) {
-        if (frame.head.usiMsgType == NSS_PLUGIN_SEND_PORTLIST_DATA_REQ) {
-            report = frame.body;
-        } else if (frame.head.usiMsgType == NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ) {
-            peer->SendFrame(NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP, 1, frame.Transaction(), 0, "{}");
-        }
-    };
     EXPECT_EQ(Start("CAM1", "sub", R"(,"StreamType":1)").code, static_cast<unsigned>(ZVS_GVX_OPEN_SOCKET_ERROR));
     peer->Close();
     ASSERT_TRUE(log->WaitFor("The main service is away"));
-    peer = FakePeer::Connect(gateway->Port());
-    ASSERT_EQ(peer->Register("GVX#901"), 0u);
+    peer = Link("GVX#901");
     ASSERT_EQ(Stop("CAM1", "live").code, 0u);
     EXPECT_EQ(report, R"({"TCPUsedPortlist":[],"UDPUsedPortlist":[)" + std::to_string(offered) + "]}\n");
     EXPECT_TRUE(log->WaitFor("Success to release port[" + std::to_string(offered) + "]"));

@@ -26,22 +26,13 @@
 namespace {
 
 constexpr int kFlapsOfAKind = 1000;
+constexpr const char* kLinks[] = {"SCU#1", "OMU#1", "MU#1", "IMGU#1", "GVX#1"};
 
 // The greater part of what is in use are pools; against them alone a leak of a kilobyte a flap would not show.
 constexpr std::size_t kMostBytesKept = kFlapsOfAKind * 200;
 
-struct Kind {
-    const char* link;
-    const char* closedLine;  // nullptr: the close of such a link is not reported
-};
-constexpr Kind kKinds[] = {
-    {"SCU#1", "SCU closed, link[SCU#1]"},  {"OMU#1", nullptr},
-    {"MU#1", "MU closed, link[MU#1]"},     {"IMGU#1", "IMGU closed, link[IMGU#1]"},
-    {"GVX#1", "The main service is away"},
-};
-constexpr std::size_t kKindCount = std::size(kKinds);
-
-// Counts the lines that tell of closed links and keeps none, so that the log takes no memory.
+// Counts the lines that tell of closed links and keeps none, so that the log takes no memory. The close of an OMU's
+// link is not reported.
 class CountingLogger : public IOMLogger {
 public:
     bool IsEnabled(int level) const noexcept override { return level <= OM_LOG_INFO; }
@@ -49,18 +40,17 @@ public:
         __attribute__((format(printf, 5, 0))) {
         char line[512];
         std::vsnprintf(line, sizeof(line), format, args);
-        for (std::size_t kind = 0; kind < kKindCount; ++kind) {
-            if (kKinds[kind].closedLine != nullptr && std::strstr(line, kKinds[kind].closedLine) != nullptr) {
-                ++m_closed[kind];
-            }
+        for (std::size_t i = 0; i < std::size(closed); ++i) {
+            closed[i] += std::strstr(line, kClosedLines[i]) != nullptr;
         }
     }
     void VDebug(const OMLogPlace&, const char*, va_list) override __attribute__((format(printf, 3, 0))) {}
 
-    int Closed(std::size_t kind) const { return m_closed[kind]; }
+    std::atomic<int> closed[4] = {};
 
 private:
-    std::atomic<int> m_closed[kKindCount] = {};
+    static constexpr const char* kClosedLines[] = {"SCU closed, link[SCU#1]", "MU closed, link[MU#1]",
+                                                   "IMGU closed, link[IMGU#1]", "The main service is away"};
 };
 
 std::size_t BytesInUse() {
@@ -80,22 +70,19 @@ protected:
     // That many openings of each kind and as many closes, in random order.
     void Flap(int flaps) {
         std::vector<std::size_t> toggles;
-        for (std::size_t kind = 0; kind < kKindCount; ++kind) {
+        for (std::size_t kind = 0; kind < std::size(kLinks); ++kind) {
             toggles.insert(toggles.end(), static_cast<std::size_t>(flaps) * 2, kind);
         }
         std::shuffle(toggles.begin(), toggles.end(), m_random);
-        std::unique_ptr<FakePeer> peers[kKindCount];
+        std::unique_ptr<FakePeer> peers[std::size(kLinks)];
         for (const std::size_t kind : toggles) {
-            if (peers[kind] != nullptr) {
-                peers[kind].reset();
-                continue;
-            }
-            peers[kind] = FakePeer::Connect(gateway->Port());
-            ASSERT_NE(peers[kind], nullptr);
-            ASSERT_EQ(peers[kind]->Register(kKinds[kind].link), 0u) << kKinds[kind].link;
+            peers[kind] = peers[kind] == nullptr ? Link(kLinks[kind]) : nullptr;
         }
         m_flapped += flaps;
-        ASSERT_TRUE(WaitUntil([this] { return AllClosed(); }, std::chrono::seconds(120)));
+        const auto allClosed = [this](const std::atomic<int>& count) { return count == m_flapped; };
+        const auto& closed = m_counter->closed;
+        ASSERT_TRUE(WaitUntil([&] { return std::all_of(std::begin(closed), std::end(closed), allClosed); },
+                              std::chrono::seconds(120)));
     }
 
     void FlapUnderLoad(int flaps) {
@@ -107,28 +94,15 @@ protected:
         EXPECT_TRUE(WaitUntil([] { return BP::CNetFactory::Links().empty(); }));
     }
 
-    bool AllClosed() const {
-        for (std::size_t kind = 0; kind < kKindCount; ++kind) {
-            if (kKinds[kind].closedLine != nullptr && m_counter->Closed(kind) != m_flapped) {
-                return false;
-            }
-        }
-        return true;
-    }
-
     // Requests by a link that stays, some twenty under way at a time. Their answers go to whichever main service is
     // there, or nowhere.
     void Load(const std::atomic<bool>& over) {
-        const auto scu = FakePeer::Connect(gateway->Port());
-        ASSERT_NE(scu, nullptr);
-        ASSERT_EQ(scu->Register("SCU#LOAD"), 0u);
+        const auto scu = Link("SCU#LOAD");
         for (std::uint32_t seq = 1; !over; ++seq) {
-            const std::string device = "L" + std::to_string(seq % 7);
-            const bool add = seq % 2 == 0;
-            ASSERT_TRUE(scu->SendFrame(
-                add ? NSS_ADD_MAIN_DEV_REQ : NSS_DEL_MAIN_DEV_REQ, seq, "load", 0,
-                FakePeer::MakeItem(NSS_TAG_XML_CONTENT, "<Content><DevCode>" + device +
-                                                            "</DevCode><PluginName>moody</PluginName></Content>")));
+            const std::string content =
+                "<Content><DevCode>L" + std::to_string(seq % 7) + "</DevCode><PluginName>moody</PluginName></Content>";
+            ASSERT_TRUE(scu->SendFrame(seq % 2 == 0 ? NSS_ADD_MAIN_DEV_REQ : NSS_DEL_MAIN_DEV_REQ, seq, "load", 0,
+                                       FakePeer::MakeItem(NSS_TAG_XML_CONTENT, content)));
             if (seq % 20 == 0) {
                 ASSERT_TRUE(scu->SendFrame(NSS_KEEPALIVE_REQ, seq));
                 ASSERT_TRUE(scu->ReadFrame(true).has_value());
@@ -155,9 +129,7 @@ TEST_F(LinkFlapTest, ThousandFlapsOfEachKindLeaveTablesAndMemoryAsTheyWere) {
     EXPECT_EQ(CGvxConnectionMgr::Instance()->GetOmuLinkId(), "OMU#1") << "the last one is kept";
 
     // A main service that stays finds every reactor at work.
-    peer = FakePeer::Connect(gateway->Port());
-    ASSERT_NE(peer, nullptr);
-    ASSERT_EQ(peer->Register("GVX#900"), 0u);
+    peer = Link("GVX#900");
     for (int device = 0; device < 7; ++device) {
         DeleteDevice("L" + std::to_string(device));
     }

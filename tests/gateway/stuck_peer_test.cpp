@@ -12,30 +12,27 @@ namespace {
 
 constexpr std::size_t kQueueBound = 65536;
 
+std::size_t QueuedBytes() {
+    std::size_t most = 0;
+    for (const BP::LinkInfo& link : BP::CNetFactory::Links()) {
+        most = std::max(most, link.queuedBytes);
+    }
+    return most;
+}
+
 class StuckPeerTest : public GatewayTest {
 protected:
-    void SetUp() override {
+    StuckPeerTest() {
         folder.Settings(
             "GVX_PLUGIN_LIST=moody\nGVX_LINK_MAX_FRAME=65536\nGVX_LINK_MAX_QUEUE=65536\n"
             "[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\n");
-        GatewayTest::SetUp();
-    }
-
-    static std::size_t QueuedBytes() {
-        std::size_t most = 0;
-        for (const BP::LinkInfo& link : BP::CNetFactory::Links()) {
-            most = std::max(most, link.queuedBytes);
-        }
-        return most;
     }
 };
 
 }  // namespace
 
 TEST_F(StuckPeerTest, MainServiceThatStopsReadingHoldsUpNoDeviceAndItsQueueStaysBounded) {
-    const auto scu = FakePeer::Connect(gateway->Port());
-    ASSERT_NE(scu, nullptr);
-    ASSERT_EQ(scu->Register("SCU#900"), 0u);
+    const auto scu = Link("SCU#900");
     // A refusal repeats the identifier that it refuses, so that few answers fill the buffers on the way.
     const std::string refused = FakePeer::MakeItem(
         NSS_TAG_JSON_CONTENT, R"({"DevCode":"NOBODY","ServiceID":")" + std::string(30000, 'x') + R"("})");
@@ -55,10 +52,8 @@ TEST_F(StuckPeerTest, MainServiceThatStopsReadingHoldsUpNoDeviceAndItsQueueStays
         << log->Dump();
 
     // Nobody is told any more, but devices come, and the adapters of their plug-in are called.
-    ASSERT_TRUE(scu->SendFrame(NSS_ADD_MAIN_DEV_REQ, ++seq, "add", 0,
-                               FakePeer::MakeItem(NSS_TAG_XML_CONTENT,
-                                                  "<Content><DevCode>CAM1</DevCode><PluginName>"
-                                                  "moody</PluginName></Content>")));
+    const char* added = "<Content><DevCode>CAM1</DevCode><PluginName>moody</PluginName></Content>";
+    ASSERT_TRUE(scu->SendFrame(NSS_ADD_MAIN_DEV_REQ, ++seq, "add", 0, FakePeer::MakeItem(NSS_TAG_XML_CONTENT, added)));
     EXPECT_TRUE(WaitUntil([&] { return gateway->Context().devices.Contains("CAM1"); }));
     EXPECT_LE(QueuedBytes(), kQueueBound);
 
@@ -71,25 +66,22 @@ TEST_F(StuckPeerTest, MainServiceThatStopsReadingHoldsUpNoDeviceAndItsQueueStays
 
 TEST(LinkOptionsTest, FollowTheConfigurationWithinTheirRanges) {
     const ScopedRecordingLogger log;
-    struct Row {
-        const char* settings;
-        const char* fault;  // empty: accepted
-    };
-    const Row rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
+        // Settings and their fault; empty: accepted.
         {"", ""},
         {"GVX_LINK_REGISTER_TIME=250\nGVX_LINK_MAX_NUM=3\n", ""},
         {"GVX_LINK_REGISTER_TIME=99\n", "GVX_LINK_REGISTER_TIME is not one of 100 to 3600000: 99"},
         {"GVX_LINK_DEAD_TIME=19999\n", "GVX_LINK_DEAD_TIME is too small beside GVX_LINK_KEEPALIVE_TIME"},
         {"GVX_LINK_MAX_QUEUE=65536\n", "GVX_LINK_MAX_QUEUE is too small"},
     };
-    for (const Row& row : rows) {
-        const GatewayFolder folder(row.settings);
+    for (const auto& [settings, fault] : rows) {
+        const GatewayFolder folder(settings);
         ASSERT_EQ(CGvxConfigMgr::Instance()->Init(), 0);
         BP::LinkOptions options;
         const gvx::StartResult result = gvx::ReadLinkOptions(options);
-        EXPECT_EQ(result.Failed(), *row.fault != '\0') << row.settings << result.reason;
-        EXPECT_NE(result.reason.find(row.fault), std::string::npos) << result.reason;
-        const bool edited = std::string(row.settings).find("=250") != std::string::npos;
+        EXPECT_EQ(result.Failed(), *fault != '\0') << settings << result.reason;
+        EXPECT_NE(result.reason.find(fault), std::string::npos) << result.reason;
+        const bool edited = std::string(settings).find("=250") != std::string::npos;
         EXPECT_EQ(options.registerTimeoutMs, edited ? 250 : 5000);
         EXPECT_EQ(options.maxLinks, edited ? 3u : 1024u);
     }

@@ -1,19 +1,17 @@
 #include "moody_plugin.h"
 
-#include "base/bounded_string.h"
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 #include "gvx_common/adapter/gvx_plugin.h"
 #include "gvx_common/alarm/gvx_error_mgr.h"
 #include "gvx_common/records/stream_param.h"
 
-#include <ace/Message_Block.h>
-
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <map>
-#include <mutex>
 #include <new>
 #include <stdexcept>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -22,17 +20,14 @@
 // thread sends already. "thread=endless": the thread goes on sending whatever StopStream answers; "thread=inline":
 // StartStream sends its first packet itself.
 
-namespace {
+MoodyState g_moody;
 
-std::atomic<bool> g_release{false};
-std::atomic<int> g_alive{0};
-std::atomic<int> g_refused{0};
-std::atomic<ADAPTER_COMMON_MESSAGE_CALLBACK*> g_report{nullptr};
+namespace {
 
 class Alive {
 public:
-    Alive() { ++g_alive; }
-    ~Alive() { --g_alive; }
+    Alive() { ++g_moody.alive; }
+    ~Alive() { --g_moody.alive; }
     Alive(const Alive&) = delete;
     Alive& operator=(const Alive&) = delete;
 };
@@ -41,15 +36,10 @@ using Moods = std::map<std::string, std::string>;
 
 Moods ReadMoods(const std::string& text) {
     Moods moods;
-    std::size_t at = 0;
-    while (at < text.size()) {
-        const std::size_t end = std::min(text.find(' ', at), text.size());
-        const std::string word = text.substr(at, end - at);
-        const std::size_t cut = word.find('=');
-        if (cut != std::string::npos) {
-            moods[word.substr(0, cut)] = word.substr(cut + 1);
-        }
-        at = end + 1;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        const std::size_t cut = std::min(word.find('='), word.size() - 1);
+        moods[word.substr(0, cut)] = word.substr(cut + 1);
     }
     return moods;
 }
@@ -67,7 +57,7 @@ int Act(const Moods& moods, const char* operation) {
     if (mood == "throw-int") {
         throw 42;
     }
-    while (mood == "hang" && !g_release) {
+    while (mood == "hang" && !g_moody.release) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     if (mood == "report") {
@@ -84,21 +74,17 @@ struct Sender {
     STREAM_TYPE_EX type;
 
     void Send(std::uint16_t number) const {
-        std::string packet(4 + 12 + 100, 'v');
-        packet[0] = '$';
-        packet[2] = 0;
-        packet[3] = 112;
-        packet[4] = static_cast<char>(0x80);
-        packet[5] = 99;
-        packet[6] = static_cast<char>(number >> 8);
-        packet[7] = static_cast<char>(number);
+        std::string packet("$\0\0\x70\x80\x63", 6);  // the interleave head, then 112 bytes of RTP
+        packet += static_cast<char>(number >> 8);
+        packet += static_cast<char>(number);
+        packet.resize(4 + 12 + 100, 'v');
         MEDIA_DATA data{};
         data.pUserInfo = userInfo;
         data.pDataBuf = overTcp ? packet.data() : packet.data() + 4;
         data.nVideoSize = static_cast<std::uint32_t>(packet.size() - (overTcp ? 0 : 4));
         data.eTransProtocol = overTcp ? RTP_OVER_TCP : RTP_OVER_UDP;
         STREAM_TYPE_EX packetType = type;
-        g_refused += func(&data, &packetType) == ZVS_GVX_OPEN_SOCKET_ERROR;
+        g_moody.refused += func(&data, &packetType) == ZVS_GVX_OPEN_SOCKET_ERROR;
     }
     void SendUntil(const std::atomic<bool>& end) const {
         const Alive alive;
@@ -146,7 +132,7 @@ public:
             sender.Send(0);
         }
         if (MoodOf(m_moods, "thread") == "endless") {
-            std::thread([sender] { sender.SendUntil(g_release); }).detach();
+            std::thread([sender] { sender.SendUntil(g_moody.release); }).detach();
         } else {
             m_thread = std::thread([this, sender] { sender.SendUntil(m_end); });
         }
@@ -182,10 +168,8 @@ public:
         GVX_CHANNEL_ABILITY_INFO channel;
         channel.nVideoFormat = VIDEO_DEC_H264;
         channel.nWidth = 640;
-        channel.nHeight = 360;
-        ability.channels.push_back(channel);
-        channel.nChannelId = 1;
-        ability.channels.push_back(channel);
+        ability.channels.assign(2, channel);
+        ability.channels[1].nChannelId = 1;
         return Act(m_moods, "GetDeviceAbility");
     }
     int CreateLens(const char* id, const short& channel, CAdapterDevBase*& parent, CAdapterLensBase*& lens) override {
@@ -214,7 +198,7 @@ public:
         }
         return code;
     }
-    void SetCommonMessageCallback(ADAPTER_COMMON_MESSAGE_CALLBACK* callback) override { g_report = callback; }
+    void SetCommonMessageCallback(ADAPTER_COMMON_MESSAGE_CALLBACK* callback) override { g_moody.report = callback; }
 };
 
 }  // namespace
@@ -229,32 +213,11 @@ CAdapterSdkBase* GvxCreateAdapter() {
 }
 
 void GvxDestroyAdapter(CAdapterSdkBase* adapter) {
-    g_report = nullptr;
+    g_moody.report = nullptr;
     delete adapter;
 }
 
 // What a device pushes is the mood.
 int GvxTakeIntakeBlock(CAdapterSdkBase*, const GvxIntakeBlock* block) {
     return Act({{"TakeIntakeBlock", std::string(block->pData, block->uiLength)}}, "TakeIntakeBlock");
-}
-
-GVX_PLUGIN_EXPORT void MoodyRelease(bool release) {
-    g_release = release;
-}
-
-GVX_PLUGIN_EXPORT int MoodyAlive() {
-    return g_alive;
-}
-
-GVX_PLUGIN_EXPORT int MoodyRefused() {
-    return g_refused;
-}
-
-GVX_PLUGIN_EXPORT void MoodyReport(const char* device, unsigned short type) {
-    ADAPTER_COMMON_MESSAGE message{};
-    message.ExceptionType = type;
-    strncpy_s(message.chDevId, sizeof(message.chDevId), device, sizeof(message.chDevId) - 1);
-    if (ADAPTER_COMMON_MESSAGE_CALLBACK* report = g_report) {
-        report(message);
-    }
 }

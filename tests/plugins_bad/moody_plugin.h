@@ -1,17 +1,23 @@
 #pragma once
 
-// What tests may ask of the loaded plug-in "moody", found by dlsym.
-extern "C" {
-// Lets every operation that hangs return, now and from now on; false brings the hanging back.
-using MoodyReleaseFunc = void (*)(bool release);
-// Objects of the plug-in that are alive: devices, lenses and stream threads.
-using MoodyAliveFunc = int (*)();
-// Packets so far that were answered with ZVS_GVX_OPEN_SOCKET_ERROR.
-using MoodyRefusedFunc = int (*)();
-// Reports an exception of that type for the device, as a device SDK would.
-using MoodyReportFunc = void (*)(const char* device, unsigned short type);
-}
-#define MOODY_RELEASE_SYMBOL "MoodyRelease"
-#define MOODY_ALIVE_SYMBOL "MoodyAlive"
-#define MOODY_REFUSED_SYMBOL "MoodyRefused"
-#define MOODY_REPORT_SYMBOL "MoodyReport"
+#include "gvx_common/adapter/gvx_adapter_sdk.h"
+
+#include <atomic>
+#include <string>
+
+// What tests may ask of the loaded plug-in "moody", found by dlsym as "g_moody".
+struct MoodyState {
+    std::atomic<bool> release{false};  // operations that hang return
+    std::atomic<int> alive{0};         // devices, lenses and stream threads
+    std::atomic<int> refused{0};       // packets that were answered with ZVS_GVX_OPEN_SOCKET_ERROR
+    std::atomic<ADAPTER_COMMON_MESSAGE_CALLBACK*> report{nullptr};
+
+    // Reports an exception of that type for the device, as a device SDK would.
+    void Report(const std::string& device, unsigned short type) const {
+        ADAPTER_COMMON_MESSAGE message{};
+        message.ExceptionType = type;
+        device.copy(message.chDevId, sizeof(message.chDevId) - 1);
+        report.load()(message);
+    }
+};
+extern "C" __attribute__((visibility("default"))) MoodyState g_moody;

@@ -30,7 +30,9 @@ public:
         return false;
 #endif
     }
-    int CreateDevice(const MainDeviceInfo&, CAdapterDevBase*&) override { return ZVS_GVX_DEV_UN_SUPPORT; }
+    int CreateDevice(const MainDeviceInfo&, CAdapterDevBase*&) override {
+        return ZVS_GVX_DEV_UN_SUPPORT;
+    }
 };
 
 }  // namespace
