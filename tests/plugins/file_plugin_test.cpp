@@ -2,20 +2,56 @@
 #include "gvx_common/adapter/gvx_plugin.h"
 #include "gvx_common/media_memory/MediaMemPool.h"
 #include "gvx_common/records/stream_param.h"
-#include "plugins/packet_recorder.h"
 #include "support/recording_logger.h"
+#include "support/sent_packets.h"
 #include "support/stream_bytes.h"
 #include "support/temp_folder.h"
 #include "support/test_clock.h"
 #include "support/wait_until.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 
 namespace {
+
+// What a lens sends: give Take as the send function and the recorder as the user info. Any thread.
+class PacketRecorder {
+public:
+    static int Take(MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
+        auto& self = *static_cast<PacketRecorder*>(data->pUserInfo);
+        const auto* bytes = static_cast<const unsigned char*>(data->pDataBuf);
+        const std::size_t size = data->nVideoSize + data->nAudioSize + data->nMetaDataSize;
+        const std::lock_guard<std::mutex> guard(self.m_mutex);
+        self.m_packets.push_back({Bytes(bytes, bytes + size), *data, *streamType});
+        return self.result;
+    }
+
+    std::vector<SentPacket> All() const {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        return m_packets;
+    }
+    // Distinct timestamps of video: pictures, as a receiver counts them.
+    std::size_t Pictures() const {
+        std::set<unsigned int> timeStamps;
+        for (const SentPacket& packet : All()) {
+            if (packet.media.nVideoSize != 0) {
+                timeStamps.insert(packet.TimeStamp());
+            }
+        }
+        return timeStamps.size();
+    }
+
+    std::atomic<int> result{0};  // what Take answers
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<SentPacket> m_packets;  // Guarded by m_mutex.
+};
 
 // The plug-in with one medium "demo": 5 pictures of 2 slices, 0.2 s each, and 1 s of G.711A audio.
 class FilePluginTest : public testing::Test {
@@ -27,11 +63,8 @@ protected:
 
     bool Load(const std::string& options) {
         m_sdk.reset(GvxCreateAdapter());
-        return m_sdk->Init(
-            m_folder
-                .Write("file.json",
-                       R"({"media": {"demo": {"video": "v.h264", "audio": "a.alaw", "fps": 5)" + options + "}}}")
-                .c_str());
+        const std::string config = R"({"media": {"demo": {"video": "v.h264", "audio": "a.alaw", "fps": 5)" + options;
+        return m_sdk->Init(m_folder.Write("file.json", config + "}}}").c_str());
     }
     void MakeLens(const std::string& options, const std::string& extend = R"({"media": "demo"})") {
         ASSERT_TRUE(Load(options)) << GvxPluginLastError();
@@ -47,10 +80,12 @@ protected:
         m_lens.reset(lens);
         ASSERT_EQ(0, m_lens->Init());
     }
-    std::unique_ptr<CStreamParam> Negotiate(_TRANS_PROTOCOL protocol, std::uint32_t type = STREAM_TYPE_REAL_MAIN) {
+    std::unique_ptr<CStreamParam> Negotiate(_TRANS_PROTOCOL protocol, std::uint32_t type = STREAM_TYPE_REAL_MAIN,
+                                            std::uint32_t metadataPort = 0) {
         std::unique_ptr<CStreamParam> param(m_lens->CreateStreamParam("live-1"));
         param->m_nStreamID = type;
         param->m_nDstTransProtocol = protocol;
+        param->m_nVedioAnalysePort = metadataPort;
         EXPECT_EQ(0, m_lens->NegotiateStreamParam(param.get()));
         return param;
     }
@@ -66,14 +101,7 @@ protected:
 
 }  // namespace
 
-TEST_F(FilePluginTest, SaysWhyItCannotStart) {
-    std::filesystem::remove(m_folder.Path("a.alaw"));
-    EXPECT_FALSE(Load(""));
-    EXPECT_EQ("Medium 'demo': " + m_folder.Path("a.alaw") + " cannot be opened: No such file or directory.",
-              std::string(GvxPluginLastError()));
-}
-
-TEST_F(FilePluginTest, RefusesADeviceWithoutItsMedium) {
+TEST_F(FilePluginTest, SaysWhyItCannotStartOrMakeADevice) {
     ASSERT_TRUE(Load(""));
     MainDeviceInfo info;
     info.strDevCode = "CAM001";
@@ -82,9 +110,13 @@ TEST_F(FilePluginTest, RefusesADeviceWithoutItsMedium) {
     EXPECT_EQ(ZVS_PARA_INVALID, m_sdk->CreateDevice(info, device));
     EXPECT_EQ(nullptr, device);
     EXPECT_TRUE(m_log->Contains("Device[CAM001]: There is no medium 'other'."));
+    std::filesystem::remove(m_folder.Path("a.alaw"));
+    EXPECT_FALSE(Load(""));
+    EXPECT_EQ("Medium 'demo': " + m_folder.Path("a.alaw") + " cannot be opened: No such file or directory.",
+              std::string(GvxPluginLastError()));
 }
 
-TEST_F(FilePluginTest, ReportsItsChannels) {
+TEST_F(FilePluginTest, ReportsItsChannelsAndRefusesWhatItCannotSend) {
     MakeLens("", R"({"media": ["demo", "demo"]})");
     GVX_DEVICE_ABILITY_INFO ability;
     ASSERT_EQ(0, m_device->GetDeviceAbility(ability));
@@ -97,42 +129,48 @@ TEST_F(FilePluginTest, ReportsItsChannels) {
     EXPECT_EQ(ZVS_GVX_LENS_NOT_EXIST, m_device->CreateLens("CAM001_2", 2, parent, lens));
     EXPECT_EQ(nullptr, lens);
     EXPECT_EQ(ZVS_PARA_INVALID, m_device->CreateLens(std::string(33, 'x').c_str(), 1, parent, lens));
+
+    CStreamParam param;
+    param.m_nDstTransProtocol = RTP_OVER_UDP;
+    param.m_nStreamID = STREAM_TYPE_PLAYBACK1;
+    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_lens->NegotiateStreamParam(&param));
+    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, Start(param));
+    param.m_nStreamID = STREAM_TYPE_REAL_MAIN;
+    param.m_nDstTransProtocol = TCP;
+    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_lens->NegotiateStreamParam(&param));
+    std::filesystem::remove(m_folder.Path("v.h264"));
+    EXPECT_EQ(ZVS_OPEN_FILE_ERROR, Start(*Negotiate(RTP_OVER_UDP)));
 }
 
 TEST_F(FilePluginTest, PlaysOnceAsFastAsItCan) {
     MakeLens(R"(, "loop": false, "speed": "max")");
-    const auto param = Negotiate(RTP_OVER_UDP, STREAM_TYPE_REAL_SUB1);
-    ASSERT_EQ(0, Start(*param));
-    ASSERT_TRUE(m_log->WaitFor("has ended after 5 pictures"));
-    EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
+    for (const bool withAudio : {true, false}) {
+        const _TRANS_PROTOCOL protocol = withAudio ? RTP_OVER_UDP : RTP_OVER_TCP;
+        const STREAM_TYPE_EX type = withAudio ? STREAM_TYPE_REAL_SUB1 : STREAM_TYPE_REAL_MAIN;
+        const auto param = Negotiate(protocol, type);
+        param->m_nAudioFormat = withAudio ? param->m_nAudioFormat : 0;
+        PacketRecorder recorder;
+        m_log->Clear();
+        ASSERT_EQ(0, m_lens->StartStream(&recorder, &PacketRecorder::Take, param.get(), false));
+        ASSERT_TRUE(m_log->WaitFor("has ended after 5 pictures"));
+        EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
 
-    const auto packets = m_recorder.Packets();
-    ASSERT_EQ(2u + 5 * 2 + 50, packets.size());  // parameter sets, slices, 20 ms of audio each
-    EXPECT_EQ(5u, m_recorder.Pictures());
-    std::uint32_t lastVideo = 0;
-    for (const auto& packet : packets) {
-        EXPECT_EQ(STREAM_TYPE_REAL_SUB1, packet.streamType);
-        EXPECT_EQ(RTP_OVER_UDP, packet.protocol);
-        EXPECT_EQ(packet.video ? 99 : 8, packet.payloadType);
-        EXPECT_EQ(320, packet.width);
-        lastVideo = packet.video ? packet.timestamp : lastVideo;
+        const auto packets = recorder.All();
+        // Parameter sets, slices, 20 ms of audio each.
+        ASSERT_EQ(2u + 5 * 2 + (withAudio ? 50 : 0), packets.size());
+        EXPECT_EQ(5u, recorder.Pictures());
+        unsigned int lastVideo = 0;
+        for (const SentPacket& packet : packets) {
+            EXPECT_EQ(type, packet.streamType);
+            EXPECT_EQ(protocol, packet.media.eTransProtocol);
+            EXPECT_EQ(320, packet.media.nWidth);
+            const bool video = packet.media.nVideoSize != 0;
+            EXPECT_EQ(video ? 99u : 8u, packet.PayloadType());
+            lastVideo = video ? packet.TimeStamp() : lastVideo;
+        }
+        EXPECT_EQ(5u * 18000, lastVideo);
+        EXPECT_EQ(FRAME_I, packets.front().media.FrameType);
     }
-    EXPECT_EQ(5u * 18000, lastVideo);
-    EXPECT_EQ(FRAME_I, packets.front().frameType);
-}
-
-TEST_F(FilePluginTest, SendsWithoutAudioOverTcpWhenAudioIsTakenAway) {
-    MakeLens(R"(, "loop": false, "speed": "max")");
-    const auto param = Negotiate(RTP_OVER_TCP);
-    param->m_nAudioFormat = 0;
-    ASSERT_EQ(0, Start(*param));
-    ASSERT_TRUE(m_log->WaitFor("has ended after 5 pictures"));
-    for (const auto& packet : m_recorder.Packets()) {
-        EXPECT_TRUE(packet.video);
-        EXPECT_EQ(RTP_OVER_TCP, packet.protocol);
-        EXPECT_EQ(STREAM_TYPE_REAL_MAIN, packet.streamType);
-    }
-    EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
 }
 
 TEST_F(FilePluginTest, KeepsToItsFrameRate) {
@@ -163,21 +201,18 @@ TEST_F(FilePluginTest, NothingIsSentOnceStopHasReturned) {
         const auto param = Negotiate(RTP_OVER_UDP);
         auto recorder = std::make_unique<PacketRecorder>();
         ASSERT_EQ(0, m_lens->StartStream(recorder.get(), &PacketRecorder::Take, param.get(), true));
-        ASSERT_TRUE(WaitUntil([&recorder] { return recorder->Count() > 0; }));
+        ASSERT_TRUE(WaitUntil([&recorder] { return recorder->All().size() > 0; }));
         EXPECT_EQ(0, m_lens->RequestKeyframe(param.get()));
         EXPECT_EQ(0, m_lens->StopStream(param.get(), true));
         EXPECT_EQ(nullptr, m_lens->getMidiaChannel(0)->m_pSendStreamFunc);
         recorder.reset();  // a late call would use it
     }
-}
-
-TEST_F(FilePluginTest, EndsWhenTheSocketIsGone) {
-    MakeLens(R"(, "loop": true, "speed": "max")");
-    m_recorder.SetResult(ZVS_GVX_OPEN_SOCKET_ERROR);
+    // A socket that is gone ends the stream itself.
+    m_recorder.result = ZVS_GVX_OPEN_SOCKET_ERROR;
     const auto param = Negotiate(RTP_OVER_UDP);
     ASSERT_EQ(0, Start(*param));
     ASSERT_TRUE(m_log->WaitFor("Stream[live-1] ends: its socket is gone."));
-    EXPECT_EQ(1u, m_recorder.Count());
+    EXPECT_EQ(1u, m_recorder.All().size());
     EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
 }
 
@@ -192,74 +227,46 @@ TEST_F(FilePluginTest, OneStreamForEachTypeAndTransport) {
     EXPECT_EQ(ZVS_GVX_STREAM_NOT_EXIST, m_lens->StopStream(udp.get(), false));
     EXPECT_EQ(ZVS_GVX_STREAM_NOT_EXIST, m_lens->RequestKeyframe(udp.get()));
     // The other stream goes on, and ends with the lens.
-    const std::size_t before = m_recorder.Count();
-    EXPECT_TRUE(WaitUntil([&] { return m_recorder.Count() > before + 100; }));
+    const std::size_t before = m_recorder.All().size();
+    EXPECT_TRUE(WaitUntil([&] { return m_recorder.All().size() > before + 100; }));
     m_lens.reset();
     EXPECT_EQ(2u, m_log->Count("has ended after"));
 }
 
-TEST_F(FilePluginTest, RefusesWhatItCannotSend) {
-    MakeLens("");
-    CStreamParam param;
-    param.m_nDstTransProtocol = RTP_OVER_UDP;
-    param.m_nStreamID = STREAM_TYPE_PLAYBACK1;
-    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_lens->NegotiateStreamParam(&param));
-    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, Start(param));
-    param.m_nStreamID = STREAM_TYPE_REAL_MAIN;
-    param.m_nDstTransProtocol = TCP;
-    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_lens->NegotiateStreamParam(&param));
-    std::filesystem::remove(m_folder.Path("v.h264"));
-    EXPECT_EQ(ZVS_OPEN_FILE_ERROR, Start(*Negotiate(RTP_OVER_UDP)));
-    EXPECT_TRUE(m_log->Contains(m_folder.Path("v.h264") + " cannot be opened: No such file or directory."));
-}
-
-// Both forms of one script, over both transports: the messages that are due, each with its picture and the time of the
-// picture before it.
 TEST_F(FilePluginTest, MetadataLeavesWithTheVideoWhenItIsAskedFor) {
     ASSERT_TRUE(g_mediaPool.Init());
-    const std::string jpeg = "\xFF\xD8" + std::string(3000, 'j');
-    m_folder.Write("p.jpg", jpeg);
+    m_folder.Write("p.jpg", "\xFF\xD8" + std::string(3000, 'j'));
     m_folder.Write("m.json", R"({"messages": [
         {"time": 0.2, "kind": "plate", "form": "ex", "plate": "AB 123", "plate_picture": "p.jpg"},
         {"time": 0.6, "kind": "face", "faces": [{"id": 7, "picture": "p.jpg"}]},
         {"time": 0.1, "repeat": 0.5, "kind": "heartbeat", "form": "ex"}]})");
     MakeLens(R"(, "loop": false, "speed": "max", "metadata": "m.json")");
     for (const _TRANS_PROTOCOL protocol : {RTP_OVER_UDP, RTP_OVER_TCP}) {
-        const std::unique_ptr<CStreamParam> param(m_lens->CreateStreamParam("live-1"));
-        param->m_nStreamID = STREAM_TYPE_REAL_MAIN;
-        param->m_nDstTransProtocol = protocol;
-        param->m_nVedioAnalysePort = 20004;
-        ASSERT_EQ(0, m_lens->NegotiateStreamParam(param.get()));
+        const auto param = Negotiate(protocol, STREAM_TYPE_REAL_MAIN, 20004);
         EXPECT_EQ(20004u, param->m_nVedioAnalysePort);
         PacketRecorder recorder;
+        m_log->Clear();
         ASSERT_EQ(0, m_lens->StartStream(&recorder, &PacketRecorder::Take, param.get(), false));
         ASSERT_TRUE(m_log->WaitFor("has ended after 5 pictures and 4 metadata messages."));
-        m_log->Clear();
-        std::vector<std::string> messages(1);
-        std::vector<std::uint32_t> times;
-        std::uint32_t pictureTime = 0;
-        for (const PacketRecorder::Packet& packet : recorder.Packets()) {
-            pictureTime = packet.video ? packet.timestamp : pictureTime;
-            if (packet.payloadType != 107) {
-                continue;
+        std::vector<std::pair<std::string, unsigned int>> messages;  // what follows the heads, and the time
+        std::string message;
+        unsigned int pictureTime = 0;
+        for (const SentPacket& packet : recorder.All()) {
+            pictureTime = packet.media.nVideoSize != 0 ? packet.TimeStamp() : pictureTime;
+            if (packet.streamType == STREAM_TYPE_METADATA) {
+                message.append(packet.bytes.begin() + static_cast<long>(packet.RtpAt()) + 13, packet.bytes.end());
             }
-            EXPECT_EQ(STREAM_TYPE_METADATA, packet.streamType);
-            messages.back() += packet.bytes.substr(13);
-            if ((static_cast<unsigned char>(packet.bytes[1]) & 0x80) != 0) {
-                times.push_back(packet.timestamp == pictureTime ? packet.timestamp : 0);
-                messages.emplace_back();
+            if (packet.streamType == STREAM_TYPE_METADATA && packet.Marked()) {
+                messages.emplace_back(std::exchange(message, {}), packet.TimeStamp() == pictureTime ? pictureTime : 0);
             }
         }
-        ASSERT_EQ(5u, messages.size());
-        EXPECT_THAT(messages[1], testing::AllOf(testing::HasSubstr("AB 123"), testing::HasSubstr(jpeg)));
-        EXPECT_THAT(messages[2], testing::HasSubstr(jpeg));
-        EXPECT_EQ("HTBT", messages[3].substr(0, 4)) << "for one time the order is that of the script";
-        EXPECT_EQ(2u * 18000, times[1]) << "of the picture at 0.2 s";
-        EXPECT_EQ(4u * 18000, times[2]) << "of the picture at 0.6 s";
+        ASSERT_EQ(4u, messages.size());
+        EXPECT_NE(std::string::npos, messages[1].first.find("AB 123"));
+        EXPECT_EQ("HTBT", messages[3].first.substr(0, 4)) << "for one time the order is that of the script";
+        EXPECT_EQ(2u * 18000, messages[1].second) << "of the picture at 0.2 s";
+        EXPECT_EQ(4u * 18000, messages[2].second) << "of the picture at 0.6 s";
         // The stream has ended and is not stopped: the lens's metadata is still its own.
-        const auto other = Negotiate(RTP_OVER_UDP, STREAM_TYPE_REAL_SUB1);
-        other->m_nVedioAnalysePort = 20006;
-        EXPECT_EQ(ZVS_GVX_STREAM_EXIST, Start(*other));
+        EXPECT_EQ(ZVS_GVX_STREAM_EXIST, Start(*Negotiate(RTP_OVER_UDP, STREAM_TYPE_REAL_SUB1, 20006)));
         EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
     }
     g_mediaPool.UnInit();

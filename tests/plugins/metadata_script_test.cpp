@@ -32,7 +32,6 @@ protected:
         EXPECT_EQ(m_script != nullptr, error.empty()) << error;
         return error;
     }
-    std::string ReadOne(const std::string& members) { return Read(R"({"messages": [{)" + members + "}]}"); }
 
     TempFolder m_folder;
     std::shared_ptr<const MetadataScript> m_script;
@@ -40,36 +39,25 @@ protected:
 
 }  // namespace
 
-TEST_F(MetadataScriptTest, ReadsEveryKind) {
+TEST_F(MetadataScriptTest, ReadsMembersAtTheirLimits) {
     ASSERT_EQ("", Read(R"({"messages": [
         {"time": 1.5, "repeat": 2, "kind": "plate", "form": "ex", "plate": "AB 123", "lane": 200, "speed": 80,
          "object_id": 5000000000, "plate_pos": [1, 2, 3, 65535], "plate_picture": "p.jpg", "panorama": "p.jpg"},
-        {"kind": "vehicle", "vehicle_color": 3},
-        {"kind": "face", "faces": [{"id": 7, "pos": [-1, 2, 3, 4], "score": 90, "angle": -30, "picture": "p.jpg"}, {}]},
-        {"time": 0.02, "kind": "heartbeat"}]})"));
+        {"kind": "face", "faces": [{"id": 7, "pos": [-1, 2, 3, 4], "score": 90, "angle": -30}, {}]}]})"));
     const MetadataMessage& plate = m_script->messages[0];
-    EXPECT_EQ(1500000, plate.timeMicroseconds);
-    EXPECT_EQ(2000000, plate.repeatMicroseconds);
-    EXPECT_TRUE(plate.ex);
+    EXPECT_TRUE(plate.timeMicroseconds == 1500000 && plate.repeatMicroseconds == 2000000 && plate.ex);
     EXPECT_STREQ("AB 123", plate.plates.vehicleInfo.stPlateInfo.szPlateNumber);
     EXPECT_EQ(65535, int{plate.plates.stPlatePos.height});
     EXPECT_EQ(plate.pictures[0], plate.pictures[1]) << "a picture that is named twice is held once";
-    const MetadataMessage& face = m_script->messages[2];
+    const MetadataMessage& face = m_script->messages[1];
     EXPECT_EQ(2, int{face.faces.count});
-    EXPECT_EQ(-1, int{face.faces.faces[0].x});
-    EXPECT_EQ(-30, int{face.faces.faces[0].angle});
-    ASSERT_EQ(3u, face.pictures.size());
-    EXPECT_EQ(nullptr, face.pictures[0]);
-    EXPECT_EQ("\xFF\xD8plate", *face.pictures[1]);
+    EXPECT_TRUE(face.faces.faces[0].x == -1 && face.faces.faces[0].angle == -30);
 }
 
 TEST_F(MetadataScriptTest, SaysWhatIsWrong) {
     const std::string path = m_folder.Path("s.json");
     EXPECT_THAT(Read("{"), HasSubstr(path + ": it is not valid JSON"));
-    const struct {
-        const char* members;
-        const char* error;
-    } rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         {R"("kind": "dog")", "message 1: kind 'dog' is none of"},
         {R"("kind": "plate", "plate": "12345678901234567890123456789012")", "plate has 32 bytes, 31 are the most"},
         {R"("kind": "vehicle", "lane": 256)", "lane is not a whole number from 0 to 255"},
@@ -80,8 +68,8 @@ TEST_F(MetadataScriptTest, SaysWhatIsWrong) {
         {R"("kind": "face", "faces": [{"pos": [0, 0, 1, 40000]}])", "whole numbers from -32768 to 32767"},
         {R"("kind": "heartbeat", "repeat": 0)", "repeat is not a number of seconds from 0.01"},
         {R"("kind": "heartbeat", "form": "long")", "form 'long' is neither plain nor ex"}};
-    for (const auto& row : rows) {
-        EXPECT_THAT(ReadOne(row.members), HasSubstr(row.error)) << row.members;
+    for (const auto& [members, error] : rows) {
+        EXPECT_THAT(Read(std::string(R"({"messages": [{)") + members + "}]}"), HasSubstr(error));
     }
     std::string many = R"({"kind": "heartbeat"})";
     for (std::size_t i = 0; i < MetadataScript::kMaxMessages; ++i) {
