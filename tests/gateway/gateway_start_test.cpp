@@ -55,16 +55,13 @@ TEST(GatewayStart, FailureNamesWhatIsAtFaultAndLeavesNothingBehind) {
 
 TEST(GatewayOptionsTest, CommandLine) {
     gvx::GatewayOptions options;
-    const char* good[] = {"gvxd", "--config-dir", "/c", "--log-level", "debug", "--listen-port", "0", "--foreground"};
-    EXPECT_FALSE(gvx::ParseOptions(8, good, options).has_value());
-    EXPECT_EQ(options.configDir, "/c");
-    EXPECT_EQ(options.logLevel, OM_LOG_DEBUG);
-    EXPECT_EQ(options.listenPort, 0);
-    for (const char* bad : {"--listen-port=70000", "--log-level=loud"}) {
-        const char* args[] = {"gvxd", bad};
-        gvx::GatewayOptions ignored;
-        EXPECT_EQ(gvx::ParseOptions(2, args, ignored), gvx::ExitCode::Usage) << bad;
-    }
+    const char* args[] = {"gvxd", "--log-level=debug", "--listen-port", "0"};
+    EXPECT_FALSE(gvx::ParseOptions(4, args, options).has_value());
+    EXPECT_TRUE(options.logLevel == OM_LOG_DEBUG && options.listenPort == 0);
+    args[3] = "65536";
+    EXPECT_EQ(gvx::ParseOptions(4, args, options), gvx::ExitCode::Usage);
+    args[1] = "--log-level=loud";
+    EXPECT_EQ(gvx::ParseOptions(2, args, options), gvx::ExitCode::Usage);
 }
 
 TEST(StartupLogTest, HoldsLinesUntilTheOutcomeIsKnown) {
