@@ -27,9 +27,6 @@ TEST_F(GatewayConfigTest, EditIsTakenOrRefusedWithAReason) {
     const std::string secret = "S3cr3t-pa55";
     EXPECT_EQ(Edit("LOG_CFG", "Password", secret).code, 0u);
     EXPECT_EQ(Edit("SERVICE_CAPACITY", "MAX_CAPS", "99").code, 0u);
-    const Answer section = AskXml(NSS_CONFIG_QUERY_REQ, "<ConfigType>SERVICE_CAPACITY</ConfigType>");
-    EXPECT_NE(section.text.find("<ConfigNumber>2</ConfigNumber>"), std::string::npos) << section.text;
-    EXPECT_NE(folder.Read("zvs_gvx.conf").find("MAX_CAPS=99\n"), std::string::npos);
     const std::string rows[][4] = {
         {"SERVICE_CAPACITY", "MAX_CAPS", "151", "151 is no value for MAX_CAPS."},
         {"MESSAGE", "MAX_CAPS", "98", "MAX_CAPS does not stand in the section [MESSAGE]."},
@@ -47,17 +44,17 @@ TEST_F(GatewayConfigTest, EditIsTakenOrRefusedWithAReason) {
         EXPECT_NE(answer.text.find(reason), std::string::npos) << answer.text;
     }
     EXPECT_EQ(AskXml(NSS_CONFIG_EDIT_REQ, "").code, static_cast<unsigned>(ZVS_PARA_INVALID));
+    const std::tuple<const char*, unsigned, const char*> changes[] = {
+        {R"(MU_NSS_TIMEOUT","ConfigValue":"7"})", 1, "MU_NSS_TIMEOUT can not be edited at run time."},
+        {R"(MAX_CAPS","ConfigValue":78})", 2, "ConfigValue is no text."},
+    };
+    for (const auto& [change, code, reason] : changes) {
+        const Answer refused = AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ,
+                                       R"({"ConfigSection":"SERVICE_CAPACITY","ConfigName":")" + std::string(change));
+        EXPECT_EQ(refused.code, code);
+        EXPECT_EQ(refused.json["Reason"].asString(), reason);
+    }
     EXPECT_EQ(GvxConfigMgr()->GetConfValue("MAX_CAPS", ""), "99");
-
-    // The other message edits as well.
-    const std::string begin = R"({"ConfigSection":"SERVICE_CAPACITY","ConfigName":")";
-    EXPECT_EQ(AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ, begin + R"(MAX_CAPS","ConfigValue":"77"})").code, 0u);
-    const Answer refused = AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ, begin + R"(MU_NSS_TIMEOUT","ConfigValue":"7"})");
-    EXPECT_EQ(refused.code, 1u);
-    EXPECT_EQ(refused.json["Reason"].asString(), "MU_NSS_TIMEOUT can not be edited at run time.");
-    const Answer number = AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ, begin + R"(MAX_CAPS","ConfigValue":78})");
-    EXPECT_EQ(number.json["Reason"].asString(), "ConfigValue is no text.");
-    EXPECT_EQ(GvxConfigMgr()->GetConfValue("MAX_CAPS", ""), "77");
     AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ,
             R"({"ConfigSection":"LOG_CFG","ConfigName":"Password","ConfigValue":")" + secret + "\"}");
     EXPECT_EQ(log->Dump().find(secret), std::string::npos) << log->Dump();

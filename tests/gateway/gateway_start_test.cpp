@@ -1,11 +1,7 @@
 #include "gateway/gateway_fixture.h"
 
 #include "base/log.h"
-#include "gateway/process/overdue_watch.h"
 #include "gateway/process/startup_log.h"
-#include "support/wait_until.h"
-
-#include <atomic>
 
 namespace {
 
@@ -77,21 +73,4 @@ TEST(StartupLogTest, HoldsLinesUntilTheOutcomeIsKnown) {
     EXPECT_EQ(final->Lines()[0].file, "gateway_start_test.cpp");
     GVX_LOG_INFO("Part", "more");
     EXPECT_TRUE(final->Contains("more"));
-}
-
-TEST(OverdueWatchTest, ActsOnlyOnAStretchThatIsAskedToEndAndDoesNot) {
-    std::atomic<bool> begun{true};
-    std::atomic<bool> acted{false};
-    const auto asked = [&] { return begun.load(); };
-    const auto act = [&] { acted = true; };
-    {
-        const gvx::OverdueWatch inTime(asked, std::chrono::hours(1), act);
-        EXPECT_TRUE(WaitUntil([&] { return inTime.SinceBegun().count() > 0; }));
-    }
-    EXPECT_FALSE(acted);
-    begun = false;
-    const gvx::OverdueWatch watch(asked, std::chrono::milliseconds(1), act);
-    EXPECT_EQ(watch.SinceBegun().count(), 0);
-    begun = true;
-    EXPECT_TRUE(WaitUntil([&] { return acted.load(); }));
 }

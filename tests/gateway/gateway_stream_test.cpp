@@ -55,7 +55,6 @@ TEST_F(GatewayTest, StreamFlowsFromItsFirstPacketAndIsCounted) {
     EXPECT_GT(started.json["SrcVideoPort"].asInt(), 0);
     const std::string sdp = started.json["SDP"].asString();
     EXPECT_EQ(sdp.rfind("v=0\r\no=CAM1_0 ", 0), 0u) << sdp;
-    EXPECT_NE(sdp.find("\r\nc=IN IP4 127.0.0.1\r\n"), std::string::npos) << sdp;
     EXPECT_NE(sdp.find("m=video " + started.json["SrcVideoPort"].asString() + " RTP/AVP 99"), std::string::npos) << sdp;
     EXPECT_EQ(receiver.NextSequence(), 1) << "packets made before the answer left wait, and none is lost";
     EXPECT_EQ(receiver.NextSequence(), 2);

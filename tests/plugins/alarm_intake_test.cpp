@@ -87,8 +87,6 @@ TEST_F(AlarmIntakeTest, TranslatesCodeActionAndForm) {
         int action;
         const char* description;
     } rows[] = {
-        {R"({"device":"CAM001","channel":1,"code":"shield","action":"start"})", "CAM001_gate", "ALARM_IPC_SHIELD_ON", 1,
-         "The picture of the camera is covered."},
         {R"({"device":"CAM001","channel":1,"code":"shield","action":"STOP","description":"paint"})", "CAM001_gate",
          "ALARM_IPC_SHIELD_OFF", 0, "paint"},
         {R"({"device":"CAM001","code":"disk_fault","description":"x"})", "CAM001", "ALARM_IPC_SD_CARD_FAULT_ON", 1,

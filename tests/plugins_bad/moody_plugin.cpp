@@ -5,13 +5,10 @@
 #include "gvx_common/alarm/gvx_error_mgr.h"
 #include "gvx_common/records/stream_param.h"
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <map>
 #include <new>
 #include <stdexcept>
-#include <sstream>
 #include <string>
 #include <thread>
 
@@ -32,24 +29,14 @@ public:
     Alive& operator=(const Alive&) = delete;
 };
 
-using Moods = std::map<std::string, std::string>;
-
-Moods ReadMoods(const std::string& text) {
-    Moods moods;
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-        const std::size_t cut = std::min(word.find('='), word.size() - 1);
-        moods[word.substr(0, cut)] = word.substr(cut + 1);
-    }
-    return moods;
+std::string MoodOf(const std::string& moods, const char* operation) {
+    const std::string key = std::string(" ") + operation + "=";
+    const std::size_t at = (" " + moods).find(key);
+    const std::string rest = at == std::string::npos ? "" : moods.substr(at + key.size() - 1);
+    return rest.substr(0, rest.find(' '));
 }
 
-std::string MoodOf(const Moods& moods, const char* operation) {
-    const auto mood = moods.find(operation);
-    return mood == moods.end() ? std::string() : mood->second;
-}
-
-int Act(const Moods& moods, const char* operation) {
+int Act(const std::string& moods, const char* operation) {
     const std::string mood = MoodOf(moods, operation);
     if (mood == "throw") {
         throw std::runtime_error("moody in " + std::string(operation));
@@ -97,7 +84,7 @@ struct Sender {
 
 class MoodyLens : public CAdapterLensDefaults {
 public:
-    MoodyLens(const char* id, short channel, CAdapterDevBase& parent, Moods moods)
+    MoodyLens(const char* id, short channel, CAdapterDevBase& parent, std::string moods)
         : CAdapterLensDefaults(id, channel, parent), m_moods(std::move(moods)) {}
     ~MoodyLens() override { EndThread(); }
 
@@ -152,7 +139,7 @@ private:
         }
     }
 
-    const Moods m_moods;
+    const std::string m_moods;
     const Alive m_alive;
     std::atomic<bool> m_end{false};
     std::thread m_thread;
@@ -160,7 +147,7 @@ private:
 
 class MoodyDevice : public CAdapterDevDefaults {
 public:
-    explicit MoodyDevice(Moods moods) : m_moods(std::move(moods)) {}
+    explicit MoodyDevice(std::string moods) : m_moods(std::move(moods)) {}
 
     int Init() override { return Act(m_moods, "Init"); }
     int ClearAdapterInfo() override { return Act(m_moods, "ClearAdapterInfo"); }
@@ -183,7 +170,7 @@ public:
     }
 
 private:
-    const Moods m_moods;
+    const std::string m_moods;
     const Alive m_alive;
 };
 
@@ -191,10 +178,9 @@ class MoodySdk : public CAdapterSdkBase {
 public:
     bool Init(const char*) override { return true; }
     int CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) override {
-        const Moods moods = ReadMoods(info.strExtend);
-        const int code = Act(moods, "CreateDevice");
-        if (code == 0 && MoodOf(moods, "CreateDevice") != "null") {
-            device = new (std::nothrow) MoodyDevice(moods);
+        const int code = Act(info.strExtend, "CreateDevice");
+        if (code == 0 && MoodOf(info.strExtend, "CreateDevice") != "null") {
+            device = new (std::nothrow) MoodyDevice(info.strExtend);
         }
         return code;
     }
@@ -219,5 +205,5 @@ void GvxDestroyAdapter(CAdapterSdkBase* adapter) {
 
 // What a device pushes is the mood.
 int GvxTakeIntakeBlock(CAdapterSdkBase*, const GvxIntakeBlock* block) {
-    return Act({{"TakeIntakeBlock", std::string(block->pData, block->uiLength)}}, "TakeIntakeBlock");
+    return Act("TakeIntakeBlock=" + std::string(block->pData, block->uiLength), "TakeIntakeBlock");
 }
