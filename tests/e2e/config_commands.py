@@ -3,42 +3,41 @@ password that reaches no log."""
 import re
 import signal
 import subprocess
-import sys
 
 import gvx_e2e as e2e
 
 SECRET = "S3cr3t-pa55"
 
 
-def config(options, gateway, *arguments):
-    return subprocess.run([options.gvxctl, "config", arguments[0], "--gateway", str(gateway.port), *arguments[1:]],
+def config(options, gateway, verb, *arguments, code=0):
+    """What the command says; it must end with that code."""
+    done = subprocess.run([options.gvxctl, "config", verb, "--gateway", str(gateway.port), *arguments],
                           stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120, check=False)
+    e2e.check(done.returncode == code, f"{verb} {arguments}: {done}")
+    return done.stdout + done.stderr
 
 
 def check_edits(options, gateway):
     shown = config(options, gateway, "get")
-    e2e.check(shown.returncode == 0 and "<ConfigName>MAX_CAPS</ConfigName>" in shown.stdout, f"get: {shown}")
-    e2e.check(len(re.findall("<ConfigInfo>", shown.stdout)) == 27, f"the document holds other settings: {shown.stdout}")
-    for flags in ([], ["--changed"]):
-        done = config(options, gateway, "set", "SERVICE_CAPACITY", "MAX_CAPS", "100" if flags else "99", *flags)
-        e2e.check(done.returncode == 0, f"set: {done}")
-    shown = config(options, gateway, "get", "SERVICE_CAPACITY").stdout
+    e2e.check(len(re.findall("<ConfigInfo>", shown)) == 27, f"the document holds other settings: {shown}")
+    config(options, gateway, "set", "SERVICE_CAPACITY", "MAX_CAPS", "99")
+    config(options, gateway, "set", "SERVICE_CAPACITY", "MAX_CAPS", "100", "--changed")
+    shown = config(options, gateway, "get", "SERVICE_CAPACITY")
     e2e.check("<ConfigValue>100</ConfigValue>" in shown, f"the edit does not show: {shown}")
-    refused = config(options, gateway, "set", "SERVICE_CAPACITY", "MAX_CAPS", "200")
-    e2e.check(refused.returncode == 1 and "200 is no value for MAX_CAPS." in refused.stderr, f"refusal: {refused}")
-    done = config(options, gateway, "set", "MESSAGE", "MU_NSS_TIMEOUT", "5")
-    e2e.check(done.returncode == 0, f"set MU_NSS_TIMEOUT: {done}")
+    refused = config(options, gateway, "set", "SERVICE_CAPACITY", "MAX_CAPS", "200", code=1)
+    e2e.check("200 is no value for MAX_CAPS." in refused, f"refusal: {refused}")
+    config(options, gateway, "set", "MESSAGE", "MU_NSS_TIMEOUT", "5")
     e2e.check("MU_NSS_TIMEOUT=5\n" in (gateway.conf / "zvs_gvx.conf").read_text(), "the file does not follow")
 
 
 def check_beside_a_stream(options, gateway, stack):
     """Both link as the main service: whoever asks takes the other's place, and the stream must go on."""
     printed = gateway.folder / "keep.log"
-    with open(printed, "wb") as output:
-        streaming = subprocess.Popen(
-            [options.gvxctl, "demo", "--keep", "--gateway", str(gateway.port), "--mu", str(e2e.free_port()), "--extend",
-             '{"media":"clip"}', "--out", str(gateway.folder)],
-            stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT)
+    output = stack.enter_context(open(printed, "wb"))
+    streaming = subprocess.Popen(
+        [options.gvxctl, "demo", "--keep", "--gateway", str(gateway.port), "--mu", str(e2e.free_port()), "--extend",
+         '{"media":"clip"}', "--out", str(gateway.folder)],
+        stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT)
     stack.callback(streaming.kill)
 
     def wait_for_figures():
@@ -48,17 +47,14 @@ def check_beside_a_stream(options, gateway, stack):
         e2e.check(streaming.poll() is None, f"the stream has ended: {printed.read_text()}")
 
     wait_for_figures()
-    shown = config(options, gateway, "get")
-    e2e.check(shown.returncode == 0 and "<ConfigName>MAX_CAPS</ConfigName>" in shown.stdout, f"get: {shown}")
+    e2e.check("<ConfigName>MAX_CAPS</ConfigName>" in config(options, gateway, "get"), "the settings are not shown")
     wait_for_figures()
     streaming.send_signal(signal.SIGINT)
     e2e.check(streaming.wait(30 * options.slow) == 0, f"the stream ended badly: {printed.read_text()}")
 
 
 def check_password(options, gateway):
-    done = config(options, gateway, "set", "LOG_CFG", "Password", SECRET)
-    e2e.check(done.returncode == 0 and SECRET not in done.stdout + done.stderr, f"set Password: {done}")
-    shown = config(options, gateway, "get", "LOG_CFG").stdout
+    shown = config(options, gateway, "set", "LOG_CFG", "Password", SECRET) + config(options, gateway, "get", "LOG_CFG")
     e2e.check("***" in shown and SECRET not in shown, f"the password shows: {shown}")
     files = [path for path in gateway.folder.rglob("*") if path.is_file()]
     found = [str(path) for path in files if SECRET.encode() in path.read_bytes()]
@@ -66,21 +62,19 @@ def check_password(options, gateway):
 
 
 def check_cloud_file(gateway, file):
-    def write(inited):
-        file.write_text(f"<CloudConfig><inited>{inited}</inited><RunMode>0</RunMode></CloudConfig>")
-
     def wait(text, count):
-        e2e.wait_until(lambda: len(gateway.lines(text)) == count, 20, f"{text}, {count} times")
+        e2e.wait_until(lambda: len(gateway.lines(f"The cloud side has {text} this gateway.")) == count, 20, text)
 
-    write("true")
-    wait("The cloud side has taken over this gateway.", 1)
+    taken_over = "<CloudConfig><inited>true</inited><RunMode>0</RunMode></CloudConfig>"
+    file.write_text(taken_over)
+    wait("taken over", 1)
     fresh = file.with_name("fresh.xml")
     fresh.write_text("<CloudConfig><inited>false</inited></CloudConfig>")
     fresh.rename(file)
-    wait("The cloud side has let go of this gateway.", 1)
+    wait("let go of", 1)
     file.unlink()
-    write("true")
-    wait("The cloud side has taken over this gateway.", 2)
+    file.write_text(taken_over)
+    wait("taken over", 2)
 
 
 def run(options, folder, stack):
@@ -93,7 +87,7 @@ def run(options, folder, stack):
     gateway.start()
     alarms = gateway.lines("ParaName=BAND_WIDTH", "CurrentValue=1000,DefaultValue=256")
     e2e.check(alarms, "an illegal setting is not alarmed")
-    e2e.check("1000" in config(options, gateway, "get", "SERVICE_CAPACITY").stdout, "and does not stay in force")
+    e2e.check("1000" in config(options, gateway, "get", "SERVICE_CAPACITY"), "and does not stay in force")
     check_edits(options, gateway)
     check_password(options, gateway)
     check_cloud_file(gateway, cloud)
@@ -102,4 +96,4 @@ def run(options, folder, stack):
 
 
 if __name__ == "__main__":
-    sys.exit(e2e.main(run))
+    e2e.main(run)

@@ -7,6 +7,7 @@ import contextlib
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import socket
@@ -17,11 +18,9 @@ import tempfile
 import time
 
 HEAD = struct.Struct(">HHII64sI32sI")
-assert HEAD.size == 116
-
 REGISTER, KEEPALIVE, RESPONSE = 0x0000, 0x0002, 0x9000
-ADD_DEV, DEL_DEV, PORT_QUERY, PORT_REPORT = 0x0109, 0x0110, 0x02D4, 0x0BAA
-START_STREAM, STOP_STREAM, GET_IFRAME = 0x0501, 0x0503, 0x0504
+ADD_DEV, DEL_DEV, PORT_QUERY, PORT_REPORT, START_STREAM, STOP_STREAM = 0x0109, 0x0110, 0x02D4, 0x0BAA, 0x0501, 0x0503
+GATEWAY_ALARM, SCU_ALARM, KSP_REPORT = 0x1008, 0x0C00, 0x0C76
 TAG_XML, TAG_JSON = 1, 7
 ZVS_GVX_DEV_NOT_EXIST = 189108041
 
@@ -54,6 +53,10 @@ def frame(kind, seq=0, tag=None, body=b"", code=0, trans=b"", trace=0, length=No
     return HEAD.pack(0x0100, kind, seq, trace, trans, code, b"", size) + item
 
 
+def text(field):
+    return field.split(b"\0")[0].decode()
+
+
 class Message:
     def __init__(self, data):
         _, self.kind, self.seq, self.trace, trans, self.code, _, _ = HEAD.unpack(data[: HEAD.size])
@@ -75,26 +78,18 @@ class Peer:
         self.on_request = lambda message: None
 
     @classmethod
-    def connect(cls, port, receive_buffer=None):
-        sock = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+    def linked(cls, port, link_id, receive_buffer=None):
+        sock = socket.socket()
         if receive_buffer:
             sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
         sock.settimeout(10)
         sock.connect(("127.0.0.1", port))
-        return cls(sock)
-
-    @classmethod
-    def linked(cls, port, link_id, **options):
-        peer = cls.connect(port, **options)
+        peer = cls(sock)
         peer.send(frame(REGISTER, 1, TAG_JSON, json.dumps({"LinkID": link_id}).encode()))
         answer = peer.receive(30)
         check(answer.kind == RESPONSE and answer.code == 0, f"{link_id} was not registered: code {answer.code}")
         check(answer.json()["LinkID"] == "GVX#001", f"the gateway calls itself {answer.body!r}")
         return peer
-
-    @property
-    def local_port(self):
-        return self.sock.getsockname()[1]
 
     def send(self, data):
         self.sock.sendall(data)
@@ -103,6 +98,11 @@ class Peer:
         """The next frame that is no keep-alive."""
         message = self.receive_if_any(seconds)
         check(message, f"no frame within {seconds:.0f} s")
+        return message
+
+    def receive_kind(self, kind, seconds):
+        while (message := self.receive(seconds)).kind != kind:
+            pass
         return message
 
     def receive_if_any(self, seconds):
@@ -127,10 +127,7 @@ class Peer:
 
     def _next(self, end):
         """The next frame of any kind; None when the time runs out."""
-        while True:
-            message = self._cut()
-            if message is not None:
-                return message
+        while (message := self._cut()) is None:
             self.sock.settimeout(max(0.001, end - time.monotonic()))
             try:
                 data = self.sock.recv(65536)
@@ -138,6 +135,7 @@ class Peer:
                 return None
             check(data, "the gateway closed the link")
             self.data += data
+        return message
 
     def _cut(self):
         if len(self.data) < HEAD.size:
@@ -166,9 +164,9 @@ class Peer:
         check(response.code == 0, f"0x{kind:04x} was refused with {response.code}: {response.body!r}")
         return response
 
-    def add_device(self, dev, extend):
-        body = (f"<Content><DevCode>{dev}</DevCode><PluginName>file</PluginName><FormType>1</FormType>"
-                f"<Extend>{json.dumps(extend)}</Extend></Content>")
+    def add_device(self, dev, extend, plugin="file"):
+        body = (f"<Content><DevCode>{dev}</DevCode><PluginName>{plugin}</PluginName><FormType>1</FormType>"
+                f"<Extend>{extend if isinstance(extend, str) else json.dumps(extend)}</Extend></Content>")
         return self.must(ADD_DEV, TAG_XML, body.encode())
 
     def start_stream(self, dev, service, video_port, audio_port=0, protocol=1):
@@ -189,16 +187,15 @@ class Peer:
     def closed_within(self, seconds):
         """Reads on until the gateway ends the connection."""
         end = time.monotonic() + seconds
-        while time.monotonic() < end:
-            self.sock.settimeout(max(0.001, end - time.monotonic()))
-            try:
+        try:
+            while True:
+                self.sock.settimeout(max(0.001, end - time.monotonic()))
                 if not self.sock.recv(65536):
                     return True
-            except socket.timeout:
-                return False
-            except OSError:
-                return True
-        return False
+        except socket.timeout:
+            return False
+        except OSError:
+            return True
 
 
 class Platform:
@@ -262,6 +259,14 @@ def decoded_pictures(path):
 
 # The gateway
 
+def write_settings(conf, settings):
+    text = (conf / "zvs_gvx.conf").read_text()
+    for key, value in settings.items():
+        text, count = re.subn(f"^{key}=.*", f"{key}={value}", text, flags=re.M)
+        check(count == 1, f"the configuration has the key {key} {count} times")
+    (conf / "zvs_gvx.conf").write_text(text)
+
+
 class Gateway:
     """gvxd with a configuration folder of its own under `folder`."""
 
@@ -269,38 +274,27 @@ class Gateway:
         self.options, self.folder, self.port = options, folder, 0
         self.conf, self.log_file = folder / "conf", folder / "gvxd.log"
         shutil.copytree(options.conf, self.conf)
-        self._write_settings({"GVX_LISTEN_IP": "127.0.0.1", **(settings or {})})
+        write_settings(self.conf, {"GVX_LISTEN_IP": "127.0.0.1", **(settings or {})})
         if media is not None:
             (self.conf / "plugins").mkdir(exist_ok=True)
             (self.conf / "plugins" / "file.json").write_text(json.dumps({"media": media}))
         self.process = None
-        self.environment = {}
+        self.environment = {}  # beside what this process has
 
-    def _write_settings(self, settings):
-        path = self.conf / "zvs_gvx.conf"
-        lines = path.read_text().splitlines()
-        for key, value in settings.items():
-            rows = [i for i, line in enumerate(lines) if line.startswith(key + "=")]
-            check(rows, f"the configuration has no key {key}")
-            lines[rows[0]] = f"{key}={value}"
-        path.write_text("\n".join(lines) + "\n")
+    def command(self):
+        return [self.options.gvxd, "--config-dir", self.conf, "--plugin-dir", self.options.plugin_dir]
+
+    def whole_environment(self):
+        return {**os.environ, "GVX_ROOT": str(self.folder / "root"), **self.environment}
 
     def start(self):
         self.port = self.port or free_port()
-        environment = {**os.environ, "GVX_ROOT": str(self.folder / "root"), **self.environment}
         with open(self.folder / "gvxd_console.log", "ab") as console:
-            self.process = subprocess.Popen(
-                [self.options.gvxd, "--config-dir", str(self.conf), "--plugin-dir", self.options.plugin_dir,
-                 "--listen-port", str(self.port), "--log-file", str(self.log_file)],
-                stdin=subprocess.DEVNULL, stdout=console, stderr=console, env=environment)
-        wait_until(self._listens_or_ended, 30 * self.options.slow, "gvxd listens")
+            self.process = subprocess.Popen([*self.command(), "--listen-port", str(self.port), "--log-file",
+                                             self.log_file], stdout=console, stderr=console,
+                                            env=self.whole_environment())
+        wait_until(lambda: self.process.poll() is not None or listens(self.port), 30 * self.options.slow, "gvxd listens")
         check(self.process.poll() is None, f"gvxd ended with {self.process.returncode}: {self.console()}")
-
-    def _listens_or_ended(self):
-        row = f":{self.port:04X} "
-        with open("/proc/net/tcp", encoding="ascii") as table:
-            listens = any(row in line[:40] and line.split()[3] == "0A" for line in table)
-        return listens or self.process.poll() is not None
 
     def console(self):
         return (self.folder / "gvxd_console.log").read_text(errors="replace")[-3000:]
@@ -318,14 +312,11 @@ class Gateway:
         status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text(encoding="ascii")
         return int(status.split("VmRSS:")[1].split()[0])
 
-    def stop(self, limit=2.0):
-        """SIGTERM; the exit code must be 0, which under a sanitizer also says that nothing leaked."""
+    def stop(self, limit=2.0, number=signal.SIGTERM):
+        """The exit code must be 0, which under a sanitizer also says that nothing leaked."""
         begin = time.monotonic()
-        self.process.send_signal(signal.SIGTERM)
-        try:
-            code = self.process.wait(60 + limit * self.options.slow)
-        except subprocess.TimeoutExpired:
-            raise Failure("gvxd did not end after SIGTERM") from None
+        self.process.send_signal(number)
+        code = self.process.wait(60 + limit * self.options.slow)
         took = time.monotonic() - begin
         check(code == 0, f"gvxd ended with {code}: {self.console()}")
         check(took <= limit * self.options.slow, f"gvxd took {took:.2f} s to stop")
@@ -335,6 +326,12 @@ class Gateway:
         if self.process and self.process.poll() is None:
             self.process.kill()
             self.process.wait()
+
+
+def listens(port):
+    """By the system's table: to connect would be an event for who listens."""
+    with open("/proc/net/tcp", encoding="ascii") as table:
+        return any(f":{port:04X} " in line[:40] and line.split()[3] == "0A" for line in table)
 
 
 def free_port():
@@ -358,27 +355,32 @@ def check_media_flows(sink, seconds, text):
     check(len(packet) > 12 and packet[0] >> 6 == 2, f"no RTP: {packet[:16].hex()}")
 
 
-def parse_options():
+def start_gateway(options, folder, stack, media=None, settings=None):
+    """A gateway that runs until the stack is undone."""
+    gateway = Gateway(options, folder, media, settings)
+    stack.callback(gateway.kill)
+    gateway.start()
+    return gateway
+
+
+def main(test, programs=("gvxd", "gvxctl", "plugin-dir", "conf")):
+    """Runs test(options, folder, stack) with the options --<program>; what is on the stack is undone in any case."""
     parser = argparse.ArgumentParser()
-    for name in ("gvxd", "gvxctl", "plugin-dir", "conf"):
+    for name in programs:
         parser.add_argument(f"--{name}", required=True)
     parser.add_argument("--recorder", default=os.environ.get("GVX_LOCK_RECORDER"), help="the library of lock_order.py")
     parser.add_argument("--print", action="store_true", help="lock_order.py: print what was recorded, check nothing")
+    parser.add_argument("--kills", type=int, help="how often the kill tests end a process")
     parser.add_argument("--slow", type=float, default=1, help="factor of every limit")
-    return parser.parse_args()
-
-
-def main(test):
-    """Runs test(options, folder, stack); what is on the stack is undone in any case."""
-    options = parse_options()
+    options = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="gvx_e2e_") as name, contextlib.ExitStack() as stack:
         folder = pathlib.Path(name)
+        folder.chmod(0o755)  # some servers read it as a user of their own
         try:
             test(options, folder, stack)
         except (Failure, OSError, subprocess.SubprocessError) as fault:
             print(f"FAILED: {fault}", file=sys.stderr)
-            log = folder / "gvxd.log"
-            if log.exists():
+            for log in folder.glob("**/gvxd.log"):
                 print("\n".join(log.read_text(errors="replace").splitlines()[-40:]), file=sys.stderr)
             sys.exit(1)
     print("passed")

@@ -1,5 +1,4 @@
-"""What the scripts with web servers share: the driver, servers of Debian on the loopback, certificates, files."""
-import argparse
+"""What the scripts with web servers share: the driver, servers of Debian on the loopback, files."""
 import contextlib
 import hashlib
 import os
@@ -7,13 +6,12 @@ import pathlib
 import shutil
 import socket
 import subprocess
-import sys
-import tempfile
 
 import gvx_e2e as e2e
 
 UNAUTHORIZED = 189108035
-BASIC, DIGEST, NO_CHALLENGE = 0, 1, 2
+BASIC, DIGEST = 0, 1
+PROGRAMS = ("driver", "conf")
 
 
 def sha256(path):
@@ -30,17 +28,17 @@ class Server:
     """A server in the foreground; given up unless it listens."""
 
     def __init__(self, stack, folder, port, *command):
-        self.port = port
-        self.log = open(folder / f"{pathlib.Path(command[0]).name}-{port}.log", "wb")
-        stack.callback(self.log.close)
-        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
+        log = folder / f"{pathlib.Path(command[0]).name}-{port}.log"
+        output = stack.enter_context(open(log, "wb"))
+        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output, stderr=output)
         stack.callback(self.stop)
-        e2e.wait_until(self.listens, 60, f"{command[0]} listens")
 
-    def listens(self):
-        e2e.check(self.process.poll() is None, f"{self.log.name}: {pathlib.Path(self.log.name).read_text()}")
-        with contextlib.closing(socket.socket()) as probe:
-            return probe.connect_ex(("127.0.0.1", self.port)) == 0
+        def is_open():
+            e2e.check(self.process.poll() is None, f"{command[0]} ended: {log.read_text()}")
+            with contextlib.closing(socket.socket()) as probe:
+                return probe.connect_ex(("127.0.0.1", port)) == 0
+
+        e2e.wait_until(is_open, 60, f"{command[0]} listens")
 
     def stop(self):
         self.process.terminate()
@@ -54,22 +52,15 @@ class Server:
 class Driver:
     """http_driver with a configuration of its own."""
 
-    def __init__(self, options, stack, folder, settings="", name="driver"):
-        self.log = folder / f"{name}.log"
-        conf = folder / f"{name}-conf"
+    def __init__(self, options, stack, folder, name="driver", **settings):
+        self.log, conf = folder / f"{name}.log", folder / f"{name}-conf"
         shutil.copytree(options.conf, conf)
+        e2e.write_settings(conf, settings)
         (conf / "omu_portal").mkdir(exist_ok=True)
         if (folder / "ca.pem").exists():
             shutil.copy(folder / "ca.pem", conf / "omu_portal/cacert.pem")
-        for line in settings.split():
-            key = line.split("=")[0]
-            text = (conf / "zvs_gvx.conf").read_text().splitlines()
-            text = [line if old.startswith(key + "=") else old for old in text]
-            e2e.check(line in text, f"{key} is no setting")
-            (conf / "zvs_gvx.conf").write_text("\n".join(text) + "\n")
         environment = dict(os.environ, GVX_CONFIG_DIR=str(conf), GVX_ROOT=str(folder / "root"))
-        output = open(self.log, "wb")
-        stack.callback(output.close)
+        output = stack.enter_context(open(self.log, "wb"))
         self.process = subprocess.Popen([options.driver], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=output,
                                         text=True, env=environment)
         stack.callback(self.process.kill)
@@ -90,20 +81,3 @@ class Driver:
     def close(self):
         self.process.stdin.close()
         e2e.check(self.process.wait(60) == 0, f"the driver failed: {self.log.read_text(errors='replace')[-3000:]}")
-
-
-def main(test):
-    parser = argparse.ArgumentParser()
-    for name in ("driver", "conf"):
-        parser.add_argument(f"--{name}", required=True)
-    parser.add_argument("--slow", type=float, default=1)
-    options = parser.parse_args()
-    with tempfile.TemporaryDirectory(prefix="gvx_e2e_") as name, contextlib.ExitStack() as stack:
-        folder = pathlib.Path(name)
-        folder.chmod(0o755)  # servers read it as a user of their own
-        try:
-            test(options, folder, stack)
-        except (e2e.Failure, OSError, subprocess.SubprocessError) as fault:
-            print(f"FAILED: {fault}", file=sys.stderr)
-            sys.exit(1)
-    print("passed")

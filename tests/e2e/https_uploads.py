@@ -3,7 +3,6 @@ import contextlib
 import os
 import socket
 import ssl
-import subprocess
 import threading
 import time
 
@@ -11,40 +10,33 @@ import gvx_e2e as e2e
 import http_peers as peers
 
 SEND_ERROR, RECV_ERROR = 109100021, 109100022
+BAD = {"expired": "date", "self": "chain", "other": "name", "weak": "key"}
 SESSION = "?a=1&FileSessionId=s3ss10n&b=2"
 ANSWER = b"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok"
 
 
-def openssl(folder, *arguments):
-    subprocess.run(["openssl", *arguments], cwd=folder, check=True, capture_output=True, timeout=120)
-
-
 def make_certificates(folder):
-    openssl(folder, "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "ca.key", "-out", "ca.pem", "-days", "30",
-            "-subj", "/CN=test authority")
     good = "subjectAltName=DNS:localhost,IP:127.0.0.1"
-    for name, bits, days, subject in (("good", 2048, 30, good), ("expired", 2048, -1, good), ("weak", 1024, 30, good),
-                                      ("other", 2048, 30, "subjectAltName=DNS:other.example")):
-        (folder / f"{name}.ext").write_text(subject + "\n")
-        openssl(folder, "req", "-newkey", f"rsa:{bits}", "-nodes", "-keyout", f"{name}.key", "-out", f"{name}.csr", "-subj",
-                "/CN=server")
-        openssl(folder, "x509", "-req", "-in", f"{name}.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
-                "-days", str(days), "-extfile", f"{name}.ext", "-out", f"{name}.pem")
-    openssl(folder, "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "self.key", "-out", "self.pem", "-days",
-            "30", "-subj", "/CN=localhost", "-addext", good)
+    for name, bits, days, extension in (("ca", 2048, 30, "basicConstraints=CA:TRUE"), ("self", 2048, 30, good),
+                                        ("good", 2048, 30, good), ("expired", 2048, -1, good), ("weak", 1024, 30, good),
+                                        ("other", 2048, 30, "subjectAltName=DNS:other.example")):
+        at = f"{folder}/{name}"
+        signer = ("-signkey", f"{at}.key") if name in ("ca", "self") else ("-CA", folder / "ca.pem", "-CAkey",
+                                                                           folder / "ca.key", "-CAcreateserial")
+        e2e.run("openssl", "req", "-newkey", f"rsa:{bits}", "-nodes", "-keyout", f"{at}.key", "-out", f"{at}.csr",
+                "-subj", f"/CN={name}", "-addext", extension)
+        e2e.run("openssl", "x509", "-req", "-in", f"{at}.csr", *signer, "-days", str(days), "-copy_extensions", "copy",
+                "-out", f"{at}.pem")
 
 
 class Nginx:
     """Stores each body as a file. One port for each kind of server."""
-    KINDS = ("tls12", "tls13", "closing", "expired", "self", "other", "weak")
 
     def __init__(self, stack, folder):
-        self.folder, self.stack = folder, stack
-        self.ports = {kind: e2e.free_port() for kind in self.KINDS}
-        inner = e2e.free_port()
-        servers = ""
+        self.folder, self.stack, inner, servers = folder, stack, e2e.free_port(), ""
+        self.ports = {kind: e2e.free_port() for kind in ("tls12", "tls13", "closing", *BAD)}
         for kind, port in self.ports.items():
-            certificate = kind if kind in ("expired", "self", "other", "weak") else "good"
+            certificate = kind if kind in BAD else "good"
             protocol = {"tls12": "TLSv1.2", "tls13": "TLSv1.3"}.get(kind, "TLSv1.2 TLSv1.3")
             (folder / "bodies" / kind).mkdir(parents=True)
             (folder / "bodies" / kind).chmod(0o777)
@@ -98,18 +90,18 @@ http {{
 
 def check_nginx(options, folder, stack, files):
     nginx = Nginx(stack, folder)
-    wanted = sorted(peers.sha256(path) for path in files)
+    wanted = {path: peers.sha256(path) for path in files}
     driver = peers.Driver(options, stack, folder)
     for kind, protocol in (("tls12", "TLSv1.2"), ("tls13", "TLSv1.3"), ("closing", "TLSv1.3")):
         results = driver.upload(8, *((path, nginx.url(kind)) for path in files))
         e2e.check(results == [0] * len(files), f"{kind}: {results}")
-        e2e.check(sorted(nginx.stored(kind)) == wanted, f"{kind}: other files arrived")
+        e2e.check(sorted(nginx.stored(kind)) == sorted(wanted.values()), f"{kind}: other files arrived")
         seen = e2e.wait_until(lambda: len(nginx.accesses(kind)) == len(files) and nginx.accesses(kind), 30, "log lines")
         e2e.check(all(line[1:4] == [protocol, "200", "FileSessionId=s3ss10n"] for line in seen), f"{kind}: {seen}")
         links = len({line[0] for line in seen})
         print(f"{kind}: {len(files)} uploads by 8 threads, {protocol}, {links} connections", flush=True)
         e2e.check(links == len(files) if kind == "closing" else links <= 5, f"{kind}: {links} connections")
-    for kind, part in (("expired", "date"), ("self", "chain"), ("other", "name"), ("weak", "key")):
+    for kind, part in BAD.items():
         results = driver.upload(1, (files[0], nginx.url(kind)))
         e2e.check(results == [1] and not nginx.stored(kind), f"{kind}: {results}")
         e2e.check(driver.logged(f"is refused: its {part} is wrong") == 1, f"{kind}: no word of the {part}")
@@ -118,22 +110,20 @@ def check_nginx(options, folder, stack, files):
     e2e.check(driver.logged("s3ss10n") == 0, "the session is logged")
 
     # A restart under way: what was told to be stored is, and what comes after it goes through.
-    (folder / "store2").mkdir()
     restart = threading.Timer(0.1, lambda: (nginx.server.stop(), nginx.start()))
     restart.start()
     pairs = [(path, nginx.url("tls12")) for path in files] * 3
     results = driver.upload(8, *pairs)
     restart.join()
     stored = nginx.stored("tls12")
-    for path, result in zip([pair[0] for pair in pairs], results):
-        e2e.check(result in (0, 1), f"restart: {results}")
-        e2e.check(result != 0 or peers.sha256(path) in stored, f"{path} is told to be stored and is not")
+    for (path, _), result in zip(pairs, results):
+        e2e.check(result == 1 or result == 0 and wanted[path] in stored, f"restart: {path} is not stored: {results}")
     print(f"restart: {results.count(0)} of {len(results)} stored", flush=True)
     results = driver.upload(8, *pairs)
     e2e.check(results == [0] * len(pairs), f"after the restart: {results}")
     driver.close()
 
-    lax = peers.Driver(options, stack, folder, "HTTPS_CHECK_HOST_NAME=0", "lax")
+    lax = peers.Driver(options, stack, folder, "lax", HTTPS_CHECK_HOST_NAME=0)
     e2e.check(lax.upload(1, (files[0], nginx.url("other"))) == [0], "another name where names are not looked at")
     lax.close()
 
@@ -142,8 +132,8 @@ class Rogue:
     """A TLS server whose act(connection) plays one bad peer; counts the connections."""
 
     def __init__(self, stack, folder, act, tls=True):
-        self.listener = stack.enter_context(contextlib.closing(socket.create_server(("127.0.0.1", 0))))
-        self.port = self.listener.getsockname()[1]
+        self.listener = stack.enter_context(socket.create_server(("127.0.0.1", 0)))
+        self.url = f"https://localhost:{self.listener.getsockname()[1]}/x{SESSION}"
         self.act, self.tls, self.count = act, tls, 0
         self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         self.context.load_cert_chain(folder / "good.pem", folder / "good.key")
@@ -157,7 +147,7 @@ class Rogue:
                 threading.Thread(target=self.serve, args=(link,), daemon=True).start()
 
     def serve(self, link):
-        with contextlib.suppress(OSError, ValueError):
+        with contextlib.suppress(OSError):
             if self.tls:
                 link = self.context.wrap_socket(link, server_side=True)
             self.act(link)
@@ -165,39 +155,41 @@ class Rogue:
 
 
 def read_request(link):
+    def more():
+        piece = link.recv(65536)
+        if not piece:
+            raise OSError
+        return piece
+
     data = b""
     while b"\r\n\r\n" not in data:
-        piece = link.recv(65536)
-        if not piece:
-            raise ValueError
-        data += piece
+        data += more()
     head, body = data.split(b"\r\n\r\n", 1)
-    length = int(head.split(b"Content-Length: ")[1].split(b"\r\n")[0])
-    while len(body) < length:
-        piece = link.recv(65536)
-        if not piece:
-            raise ValueError
-        body += piece
+    left = int(head.split(b"Content-Length: ")[1].split(b"\r\n")[0]) - len(body)
+    while left > 0:
+        left -= len(more())
 
 
-def answering(*pieces, pause=0, then=None):
+def answering(*pieces, pause=0):
     def act(link):
         while True:
             read_request(link)
             for piece in pieces:
                 link.sendall(piece)
                 time.sleep(pause)
-            if then is not None:
-                then(link)
-                return
     return act
 
 
-def drip(link):
-    read_request(link)
-    for byte in ANSWER * 100:
-        link.sendall(bytes([byte]))
-        time.sleep(1)
+def once(*pieces, requests=1, pause=0):
+    """Answers so many requests at once, and nothing behind them."""
+    def act(link):
+        for _ in range(requests):
+            read_request(link)
+        for piece in pieces:
+            link.sendall(piece)
+            time.sleep(pause)
+        time.sleep(600)
+    return act
 
 
 def reset(link):
@@ -205,34 +197,13 @@ def reset(link):
     link.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
 
 
-def late(link):
-    """Answers the first of several requests on a link, and only when a second one has come."""
-    read_request(link)
-    read_request(link)
-    link.sendall(ANSWER + ANSWER)
-    time.sleep(600)
-
-
-def split(link):
-    """Cuts its answer in two and keeps the second half for too long: nobody may take it for another one's."""
-    read_request(link)
-    link.sendall(ANSWER[:12])
-    time.sleep(3)
-    with contextlib.suppress(OSError):
-        link.sendall(ANSWER[12:])
-    time.sleep(600)
-
-
-def asleep(_link):
-    time.sleep(600)
-
-
 def check_rogues(options, folder, stack, path, large):
-    driver = peers.Driver(options, stack, folder, "HTTPS_UPLOAD_TIMEOUT=8", "rogue")
+    driver = peers.Driver(options, stack, folder, "rogue", HTTPS_UPLOAD_TIMEOUT=8)
     head = b"HTTP/1.1 200 OK\r\n"
     lengths = [(f"length {text}", answering(head + b"Content-Length: " + text.encode() + b"\r\n\r\n"), path, 0, 2)
                for text in ("-1", "2147483647", "99999999999", "9" * 400)]
     # what, act, file, result, connections that two uploads in a row make
+    drip = once(*(bytes([byte]) for byte in ANSWER * 100), pause=1)
     rows = [
         ("good", answering(ANSWER), path, 0, 1),
         ("head in pieces", answering(ANSWER[:5], ANSWER[5:30], ANSWER[30:], pause=0.1), path, 0, 1),
@@ -247,20 +218,21 @@ def check_rogues(options, folder, stack, path, large):
         ("NUL bytes", answering(head + b"\0\0\0: \0\r\n\r\n"), path, 0, 2),
         ("500", answering(ANSWER.replace(b"200", b"500")), path, 1, 1),
         ("no number", answering(ANSWER.replace(b"200", b"2x0")), path, 1, 1),
-        ("late", late, path, 0, 2),
-        ("split", split, path, RECV_ERROR, 6),
-        ("silent after the request", answering(b"", then=asleep), path, RECV_ERROR, 2),
-        ("never reads", asleep, large, SEND_ERROR, 6),
+        # An answer that is not to its own request, or whose second half comes too late, is nobody's.
+        ("late", once(ANSWER * 2, requests=2), path, 0, 2),
+        ("split", once(ANSWER[:12], b"", b"", ANSWER[12:], pause=1), path, RECV_ERROR, 6),
+        ("silent after the request", once(), path, RECV_ERROR, 2),
+        ("never reads", once(requests=0), large, SEND_ERROR, 6),
         ("one byte a second", drip, path, 1, None),
         ("reset in mid-body", reset, large, 1, 4),
     ]
-    plain = [("silent before TLS", asleep), ("no TLS", lambda link: link.sendall(b"HTTP/1.1 400 Bad\r\n\r\n")),
-             ("closes", lambda link: None)]
-    for what, act, file, result, links in rows + [(what, act, path, 1, 2) for what, act in plain]:
-        peer = Rogue(stack, folder, act, tls=what not in dict(plain))
+    plain = {"silent before TLS": once(requests=0), "closes": lambda link: None,
+             "no TLS": lambda link: link.sendall(b"HTTP/1.1 400 Bad\r\n\r\n")}
+    for what, act, file, result, links in rows + [(what, act, path, 1, 2) for what, act in plain.items()]:
+        peer = Rogue(stack, folder, act, tls=what not in plain)
         begun = time.monotonic()
         for _ in range(2):
-            got = driver.upload(1, (file, f"https://localhost:{peer.port}/x{SESSION}"))
+            got = driver.upload(1, (file, peer.url))
             e2e.check(got == [result], f"{what}: {got}")
         took = time.monotonic() - begun
         print(f"{what}: {result} in {took:.1f} s for two, {peer.count} connections", flush=True)
@@ -269,12 +241,11 @@ def check_rogues(options, folder, stack, path, large):
     # Five that hold their places delay a sixth no longer than the limit.
     peer = Rogue(stack, folder, drip)
     good = Rogue(stack, folder, answering(ANSWER))
-    pairs = [(path, f"https://localhost:{port}/x{SESSION}") for port in [peer.port] * 5 + [good.port]]
-    results = driver.upload(6, *pairs)
+    results = driver.upload(6, *((path, url) for url in [peer.url] * 5 + [good.url]))
     e2e.check(results[5] == 0 and results[:5] == [1] * 5, f"beside dripping peers: {results}")
-    for url in ("https://localhost/x" + SESSION, f"https://localhost:{good.port}/x", "http://localhost:1/x" + SESSION,
-                f"https://localhost:{good.port}/x?b=2", f"https://localhost:99999/x{SESSION}",
-                f"https://localhost:{good.port}/x\x01y{SESSION}"):
+    bare = good.url.removesuffix(SESSION)
+    for url in ("https://localhost/x" + SESSION, bare, "http://localhost:1/x" + SESSION, bare + "?b=2",
+                f"https://localhost:99999/x{SESSION}", f"{bare}\x01y{SESSION}"):
         got = driver.upload(1, (path, url))
         e2e.check(got[0] in (1, 2), f"{url}: {got}")
     driver.close()
@@ -282,8 +253,7 @@ def check_rogues(options, folder, stack, path, large):
 
 def test(options, folder, stack):
     make_certificates(folder)
-    sizes = {f"file{i}": 1 + i * i * 9973 for i in range(20)}
-    peers.make_files(folder / "files", sizes)
+    peers.make_files(folder / "files", {f"file{i}": 1 + i * i * 9973 for i in range(20)})
     files = sorted((folder / "files").iterdir())
     peers.make_files(folder, {"large": 16_000_000})
     check_nginx(options, folder, stack, files)
@@ -291,4 +261,4 @@ def test(options, folder, stack):
 
 
 if __name__ == "__main__":
-    peers.main(test)
+    e2e.main(test, peers.PROGRAMS)

@@ -10,26 +10,26 @@ QUEUE_LIMIT = 8 << 20         # bytes that the gateway keeps for one link
 BATCH = 400                   # fewer than a device's queue admits
 GROWTH_LIMIT_KIB = 96 * 1024  # the queue, with what keeping it in blocks of one frame costs
 FULL, DRAINED = "Link queue full", "Link queue drained"
-
-
-def ask(peer, first):
-    body = json.dumps({"DevCode": "NOBODY", "ServiceID": "none", "DstIP": "127.0.0.1", "DstVideoPort": 9}).encode()
-    peer.send(b"".join(e2e.frame(e2e.START_STREAM, seq, e2e.TAG_JSON, body, trans=b"flood-%d" % seq)
-                       for seq in range(first, first + BATCH)))
+QUESTION = json.dumps({"DevCode": "NOBODY", "ServiceID": "none", "DstIP": "127.0.0.1", "DstVideoPort": 9}).encode()
 
 
 def overfill(gateway, slow, other, limit):
-    """Asks until the queue is full. The pauses leave the gateway time to answer rather than to refuse the questions."""
+    """Asks until the queue is full, and some more. The pauses leave the gateway time to answer rather than to refuse."""
     end, asked = time.monotonic() + limit, 0
+
+    def ask():
+        nonlocal asked
+        slow.send(b"".join(e2e.frame(e2e.START_STREAM, seq, e2e.TAG_JSON, QUESTION, trans=b"flood-%d" % seq)
+                           for seq in range(asked, asked + BATCH)))
+        asked += BATCH
+
     while not gateway.lines(FULL):
         e2e.check(time.monotonic() < end, f"no overflow after {asked} questions")
-        ask(slow, asked)
-        asked += BATCH
+        ask()
         time.sleep(0.02)
         other.keeps_alive()
     for _ in range(10):
-        ask(slow, asked)
-        asked += BATCH
+        ask()
     other.keeps_alive()
     return asked
 
@@ -46,9 +46,7 @@ def read_until_drained(gateway, slow, limit):
 
 
 def meet_slow_reader(options, folder, stack):
-    gateway = e2e.Gateway(options, folder, {})
-    stack.callback(gateway.kill)
-    gateway.start()
+    gateway = e2e.start_gateway(options, folder, stack, {})
     before = gateway.memory_kib()
     slow = e2e.Peer.linked(gateway.port, "GVX#000", receive_buffer=4096)
     other = e2e.Peer.linked(gateway.port, "OMU#001")

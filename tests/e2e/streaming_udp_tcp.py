@@ -1,7 +1,6 @@
-"""A camera clip with B-frames and four slices a frame arrives whole over UDP and over TCP, by gvxctl's own script, and
-the metadata beside it with every byte of its pictures."""
+"""A camera clip with B-frames and four slices a frame, in H.264 and in H.265, arrives whole over UDP and over TCP, by
+gvxctl's own script, and the metadata beside it with every byte of its pictures."""
 import json
-import sys
 
 import gvx_e2e as e2e
 
@@ -35,10 +34,9 @@ def stream_clip(options, folder, stack, codec):
     metadata = write_metadata(folder)
     pictures = e2e.decoded_pictures(video)
     e2e.check(len(pictures) == 50, f"the clip has {len(pictures)} pictures")
-    gateway = e2e.Gateway(options, folder, {"demo": {"video": str(video), "audio": str(audio), "fps": 25,
-                                                     "loop": False, "metadata": str(folder / "metadata.json")}})
-    stack.callback(gateway.kill)
-    gateway.start()
+    gateway = e2e.start_gateway(options, folder, stack, {
+        "demo": {"video": str(video), "audio": str(audio), "fps": 25, "loop": False,
+                 "metadata": str(folder / "metadata.json")}})
     summary = folder / "demo.json"
     done = e2e.run(options.gvxctl, "demo", "--gateway", str(gateway.port), "--mu", "0", "--extend", '{"media":"demo"}',
                    "--out", str(folder), "--summary", str(summary), "--expect-frames", str(len(pictures)), "--codec",
@@ -54,9 +52,11 @@ def stream_clip(options, folder, stack, codec):
     gateway.stop()
 
 
-def main(codec):
-    e2e.main(lambda options, folder, stack: stream_clip(options, folder, stack, codec))
+def stream_both(options, folder, stack):
+    for codec in ("h264", "h265"):
+        (folder / codec).mkdir()
+        stream_clip(options, folder / codec, stack, codec)
 
 
 if __name__ == "__main__":
-    sys.exit(main("h264"))
+    e2e.main(stream_both)

@@ -7,21 +7,15 @@ import json
 import os
 import pathlib
 import random
-import shutil
 import struct
 import xml.etree.ElementTree as ElementTree
 
 import gvx_e2e as e2e
 import wire_tap
 
-KSP_REPORT = 0x0C76
-NAMES = {
-    0x0000: "NSS_BP_REGISTER_REQ", 0x9000: "NSS_BP_REGISTER_RSP", 0x0002: "NSS_KEEPALIVE_REQ",
-    0x9002: "NSS_KEEPALIVE_RSP", 0x0109: "NSS_ADD_MAIN_DEV_REQ", 0x9109: "NSS_ADD_MAIN_DEV_RSP",
-    0x0110: "NSS_DEL_MAIN_DEV_REQ", 0x9110: "NSS_DEL_MAIN_DEV_RSP", 0x0501: "NSS_START_STREAM_REQ",
-    0x9501: "NSS_START_STREAM_RSP", 0x0503: "NSS_STOP_STREAM_REQ", 0x9503: "NSS_STOP_STREAM_RSP",
-    0x02D7: "NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ", 0x0C76: "NSS_GVX_PLUGIN_ALARM_REPORT_REQ",
-}
+NAMES = {0x0000: "NSS_BP_REGISTER_REQ", 0x9000: "NSS_BP_REGISTER_RSP", 0x0002: "NSS_KEEPALIVE_REQ",
+         0x9501: "NSS_START_STREAM_RSP", 0x0C76: "NSS_GVX_PLUGIN_ALARM_REPORT_REQ"}
+FORMS = {"xml", "json", "structure"}
 # (what is sent behind the registration, what the dissector must call it)
 BROKEN = [
     (e2e.frame(e2e.DEL_DEV, 5, length=0), "length"),
@@ -32,48 +26,41 @@ BROKEN = [
 ]
 
 
-class Tshark:
-    def __init__(self, options, gateway_port):
-        script = pathlib.Path(options.plugin_dir).parent / "wireshark" / "gvx_nss.lua"
-        e2e.check(script.exists(), f"the build made no {script}")
-        e2e.check(shutil.which("tshark"), "tshark is not installed")
-        self.command = ["tshark", "-n", "-X", f"lua_script:{script}", "-d", f"tcp.port=={gateway_port},gvxnss"]
-
-    def frames(self, capture):
-        """(source port, target port) to the frames that tshark found, each a dictionary of field name to element."""
-        done = e2e.run(*self.command, "-r", str(capture), "-T", "pdml", seconds=300)
-        e2e.check("Lua Error" not in done.stdout + done.stderr, f"the dissector failed: {done.stderr[-1000:]}")
-        found = {}
-        for packet in ElementTree.fromstring(done.stdout).iter("packet"):
-            tcp = {field.get("name"): field.get("show") for field in packet.findall("proto[@name='tcp']/field")}
-            ports = (int(tcp["tcp.srcport"]), int(tcp["tcp.dstport"]))
-            for proto in packet.iter("proto"):
-                if proto.get("name") == "gvxnss":
-                    found.setdefault(ports, []).append({field.get("name"): field for field in proto.iter("field")})
-        return found
+def dissected(options, gateway_port, capture):
+    """(source port, target port) to the frames that tshark found, each a dictionary of field name to element."""
+    script = pathlib.Path(options.plugin_dir).parent / "wireshark" / "gvx_nss.lua"
+    e2e.check(script.exists(), f"the build made no {script}")
+    done = e2e.run("tshark", "-n", "-X", f"lua_script:{script}", "-d", f"tcp.port=={gateway_port},gvxnss", "-r", capture,
+                   "-T", "pdml", seconds=300)
+    e2e.check("Lua Error" not in done.stdout + done.stderr, f"the dissector failed: {done.stderr[-1000:]}")
+    found = {}
+    for packet in ElementTree.fromstring(done.stdout).iter("packet"):
+        tcp = {field.get("name"): field.get("show") for field in packet.findall("proto[@name='tcp']/field")}
+        for proto in packet.findall(".//proto[@name='gvxnss']"):
+            found.setdefault((int(tcp["tcp.srcport"]), int(tcp["tcp.dstport"])), []).append(
+                {field.get("name"): field for field in proto.iter("field")})
+    return found
 
 
 def cut(stream):
     frames = []
     while len(stream) >= e2e.HEAD.size:
         length = e2e.HEAD.unpack(stream[:e2e.HEAD.size])[7]
-        if not e2e.HEAD.size <= length <= len(stream):
-            break
         frames.append(stream[:length])
         stream = stream[length:]
     return frames
 
 
 def expected_fields(data):
-    version, kind, seq, trace, trans, code, reserve, length = e2e.HEAD.unpack(data[:e2e.HEAD.size])
-    body = data[e2e.HEAD.size:]
-    fields = {"version": struct.pack(">H", version), "type": struct.pack(">H", kind), "seq": struct.pack(">I", seq),
-              "trace": struct.pack(">I", trace), "transaction": trans.rstrip(b"\0") or trans,
-              "code": struct.pack(">I", code), "reserve": reserve, "length": struct.pack(">I", length)}
+    head, body = data[:e2e.HEAD.size], data[e2e.HEAD.size:]
+    fields = {"version": head[:2], "type": head[2:4], "seq": head[4:8], "trace": head[8:12],
+              "transaction": head[12:76].rstrip(b"\0") or head[12:76], "code": head[76:80], "reserve": head[80:112],
+              "length": head[112:]}
     if not body:
         return fields
+    kind = struct.unpack(">H", head[2:4])[0]
     tag, item_length = struct.unpack(">HI", body[:6])
-    if kind == KSP_REPORT or tag not in (e2e.TAG_XML, e2e.TAG_JSON) or item_length != len(body) - 6:
+    if kind == e2e.KSP_REPORT or tag not in (e2e.TAG_XML, e2e.TAG_JSON) or item_length != len(body) - 6:
         return {**fields, "structure": body}
     text = "xml" if tag == e2e.TAG_XML else "json"
     return {**fields, "item.tag": body[:2], "item.length": body[2:6], text: body[6:]}
@@ -87,11 +74,12 @@ def compare_frame(data, found, where):
     kind = struct.unpack(">H", data[2:4])[0]
     shown = found["gvxnss.type"].get("showname")
     e2e.check(NAMES.get(kind, "NSS_") in shown, f"{where}: type 0x{kind:04x} is shown as {shown}")
-    forms = {"xml", "json", "structure"} & {name.split(".")[-1] for name in found if name.startswith("gvxnss.")}
-    e2e.check(len(forms) == (1 if len(data) > e2e.HEAD.size else 0), f"{where}: forms {forms}")
+    forms = {form for form in FORMS if f"gvxnss.{form}" in found}
+    e2e.check(len(forms) == (len(data) > e2e.HEAD.size), f"{where}: forms {forms}")
     if kind in (0x0000, 0x9000):
         link_id = json.loads(data[e2e.HEAD.size + 6:])["LinkID"]
         e2e.check(found["gvxnss.link_id"].get("show") == link_id, f"{where}: link identifier")
+    return forms
 
 
 def compare_session(relay, session, found):
@@ -104,14 +92,13 @@ def compare_session(relay, session, found):
             where = f"connection {number}, direction {direction}"
             e2e.check(len(seen) == len(sent) > 0, f"{where}: {len(seen)} frames decoded, {len(sent)} sent")
             for i, (data, fields) in enumerate(zip(sent, seen)):
-                compare_frame(data, fields, f"{where}, frame {i}")
-                forms |= {form for form in ("xml", "json", "structure") if f"gvxnss.{form}" in fields}
+                forms |= compare_frame(data, fields, f"{where}, frame {i}")
             frames += len(sent)
-    e2e.check(forms == {"xml", "json", "structure"}, f"the session holds {forms} only")
+    e2e.check(forms == FORMS, f"the session holds {forms} only")
     return frames
 
 
-def a_session(options, folder, relay):
+def a_session(options, relay):
     """One device by gvxctl and one stream, then a peer that asks for more; every link goes through the relay."""
     def gvxctl(*arguments):
         e2e.run(options.gvxctl, *arguments, "--gateway", f"127.0.0.1:{relay.port}")
@@ -124,9 +111,7 @@ def a_session(options, folder, relay):
     gvxctl("del-device", "--dev", "CAM001")
     peer = e2e.Peer.linked(relay.port, "GVX#000")
     peer.keeps_alive()
-    peer.seq += 1
-    raw = bytes(range(256))
-    peer.send(e2e.HEAD.pack(0x0100, KSP_REPORT, peer.seq, 3, b"t" * 64, 0, b"", e2e.HEAD.size + len(raw)) + raw)
+    peer.send(e2e.frame(e2e.KSP_REPORT, 99, trace=3, trans=b"t" * 64, length=e2e.HEAD.size + 256) + bytes(range(256)))
     peer.is_answered()
     peer.sock.close()
     return range(len(relay.peer_ports))
@@ -149,7 +134,7 @@ def check_broken(relay, first, found):
         e2e.check(marks == [f"gvxnss.malformed.{name}"], f"{data[:12]!r} is marked {marks}")
 
 
-def check_noise(tshark, capture, port):
+def check_noise(options, capture, port):
     """Frames with bytes changed at random, and cut anywhere: whatever it is, the dissector has no fault."""
     noise = random.Random(11)
     chunks = []
@@ -160,34 +145,28 @@ def check_noise(tshark, capture, port):
         end = noise.randrange(1, len(data))
         chunks += [(number, 0, 1.0, bytes(data[:end])), (number, 0, 1.0, bytes(data[end:]))]
     wire_tap.write_capture(capture, chunks, range(20000, 20300), port)
-    e2e.check(len(tshark.frames(capture)) > 200, "of the changed frames nothing was decoded")
+    e2e.check(len(dissected(options, port, capture)) > 200, "of the changed frames nothing was decoded")
 
 
 def dissect_session(options, folder, stack):
     video, _ = e2e.make_clip(folder)
-    gateway = e2e.Gateway(options, folder, {"clip": {"video": str(video)}})
-    stack.callback(gateway.kill)
-    gateway.start()
-    relay = wire_tap.Relay(gateway.port)
-    stack.callback(relay.close)
-    session = a_session(options, folder, relay)
-    whole = list(relay.chunks)
+    gateway = e2e.start_gateway(options, folder, stack, {"clip": {"video": str(video)}})
+    relay = stack.enter_context(wire_tap.Relay(gateway.port))
+    session = a_session(options, relay)
+    if "GVX_KEEP_CAPTURE" in os.environ:
+        wire_tap.write_capture(os.environ["GVX_KEEP_CAPTURE"], relay.chunks, relay.peer_ports, gateway.port)
     first = broken_peers(relay)
     gateway.check_alive()
     gateway.stop()
 
-    tshark = Tshark(options, gateway.port)
     for segment in (None, 61):
         capture = folder / f"session_{segment}.pcap"
         wire_tap.write_capture(capture, relay.chunks, relay.peer_ports, gateway.port, segment)
-        found = tshark.frames(capture)
-        frames = compare_session(relay, session, found)
-        print(f"{frames} frames compared, segments of {segment or 'any number of'} bytes")
+        found = dissected(options, gateway.port, capture)
+        print(f"{compare_session(relay, session, found)} frames compared, segments of {segment or 'any number of'} bytes")
         if segment is None:
             check_broken(relay, first, found)
-    check_noise(tshark, folder / "noise.pcap", gateway.port)
-    if "GVX_KEEP_CAPTURE" in os.environ:
-        wire_tap.write_capture(os.environ["GVX_KEEP_CAPTURE"], whole, relay.peer_ports, gateway.port)
+    check_noise(options, folder / "noise.pcap", gateway.port)
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 """A relay that keeps what passes, and captures made of it: packets with the bytes that were really sent, under TCP
 heads of our own, so that no right to listen on an interface is needed."""
+import contextlib
 import socket
 import struct
 import threading
@@ -13,42 +14,34 @@ class Relay:
     """Stands between peers and the gateway. chunks holds (connection, direction, seconds, bytes) in their order."""
 
     def __init__(self, gateway_port):
-        self.gateway_port = gateway_port
-        self.chunks = []
-        self.peer_ports = []
+        self.gateway_port, self.chunks, self.peer_ports = gateway_port, [], []
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = self.listener.getsockname()[1]
         threading.Thread(target=self._accept, daemon=True).start()
 
     def _accept(self):
-        while True:
-            try:
+        with contextlib.suppress(OSError):  # until the listener closes
+            while True:
                 peer, address = self.listener.accept()
-                gateway = socket.create_connection(("127.0.0.1", self.gateway_port), 10)
-            except OSError:
-                return
-            gateway.settimeout(None)
-            number = len(self.peer_ports)
-            self.peer_ports.append(address[1])
-            for direction, source, target in ((TO_GATEWAY, peer, gateway), (FROM_GATEWAY, gateway, peer)):
-                threading.Thread(target=self._pump, args=(number, direction, source, target), daemon=True).start()
+                gateway = socket.create_connection(("127.0.0.1", self.gateway_port))
+                self.peer_ports.append(address[1])
+                for ends in ((TO_GATEWAY, peer, gateway), (FROM_GATEWAY, gateway, peer)):
+                    threading.Thread(target=self._pump, args=(len(self.peer_ports) - 1, *ends), daemon=True).start()
 
     def _pump(self, number, direction, source, target):
-        try:
-            while True:
-                data = source.recv(65536)
-                if not data:
-                    break
+        with contextlib.suppress(OSError):  # the other direction may have ended the connection
+            while data := source.recv(65536):
                 self.chunks.append((number, direction, time.time(), data))
                 target.sendall(data)
             target.shutdown(socket.SHUT_WR)
-        except OSError:
-            pass  # the other direction has ended the connection
 
     def bytes_of(self, number, direction):
         return b"".join(chunk[3] for chunk in list(self.chunks) if chunk[:2] == (number, direction))
 
-    def close(self):
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
         self.listener.close()
 
 
