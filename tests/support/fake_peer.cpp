@@ -1,5 +1,6 @@
 #include "support/fake_peer.h"
 
+#include "base/fixed_text.h"
 #include "base/json_io.h"
 #include "nss/nss_msg.h"
 
@@ -63,7 +64,7 @@ std::string IdentifierIn(const FakePeer::Frame& frame) {
 }  // namespace
 
 std::string FakePeer::Frame::Transaction() const {
-    return std::string(head.szTransactionNo, strnlen(head.szTransactionNo, sizeof(head.szTransactionNo)));
+    return gvx::TextOf(head.szTransactionNo);
 }
 
 std::string FakePeer::MakeFrame(std::uint16_t type, std::uint32_t seq, const std::string& transID,
@@ -87,8 +88,9 @@ std::string FakePeer::MakeItem(std::uint16_t tag, const std::string& value) {
     return item + value;
 }
 
-FakePeer::~FakePeer() {
-    Close();
+FakePeer::FakePeer(int fd) : m_fd(fd) {
+    const timeval limit = {kLimit.count() / 1000, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
 }
 
 std::unique_ptr<FakePeer> FakePeer::Connect(std::uint16_t port, const char* ip, int receiveBufferBytes) {
@@ -130,20 +132,7 @@ std::string FakePeer::AnswerRegistration(const std::string& id, std::uint32_t rs
 }
 
 bool FakePeer::SendRaw(const std::string& bytes) {
-    std::size_t sent = 0;
-    const Time::time_point deadline = Time::now() + kLimit;
-    while (sent < bytes.size()) {
-        pollfd watched = {m_fd, POLLOUT, 0};
-        if (::poll(&watched, 1, LeftMs(deadline)) <= 0) {
-            return false;
-        }
-        const ssize_t count = ::send(m_fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (count <= 0 && errno != EAGAIN) {
-            return false;
-        }
-        sent += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-    return true;
+    return ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
 bool FakePeer::SendFrame(std::uint16_t type, std::uint32_t seq, const std::string& transID, std::uint32_t rspCode,
@@ -151,24 +140,23 @@ bool FakePeer::SendFrame(std::uint16_t type, std::uint32_t seq, const std::strin
     return SendRaw(MakeFrame(type, seq, transID, rspCode, body));
 }
 
-bool FakePeer::WaitReadable(Time::time_point deadline) {
+std::size_t FakePeer::Read(char* target, std::size_t length, Time::time_point deadline, bool& closed) {
     pollfd watched = {m_fd, POLLIN, 0};
-    return ::poll(&watched, 1, LeftMs(deadline)) > 0;
+    if (::poll(&watched, 1, LeftMs(deadline)) <= 0) {
+        return 0;
+    }
+    const ssize_t got = ::recv(m_fd, target, length, MSG_DONTWAIT);
+    closed = got <= 0;
+    return closed ? 0 : static_cast<std::size_t>(got);
 }
 
-bool FakePeer::ReadBytes(char* target, std::size_t length, Time::time_point deadline) {
-    while (length > 0) {
-        if (!WaitReadable(deadline)) {
-            return false;
-        }
-        const ssize_t got = ::recv(m_fd, target, length, MSG_DONTWAIT);
-        if (got <= 0) {
-            return false;
-        }
-        target += got;
-        length -= static_cast<std::size_t>(got);
+bool FakePeer::ReadAll(char* target, std::size_t length, Time::time_point deadline) {
+    bool closed = false;
+    std::size_t done = 0;
+    for (std::size_t got = 1; done < length && got > 0; done += got) {
+        got = Read(target + done, length - done, deadline, closed);
     }
-    return true;
+    return done == length;
 }
 
 std::optional<FakePeer::Frame> FakePeer::ReadFrame(bool withKeepAlive, std::chrono::milliseconds limit) {
@@ -176,7 +164,7 @@ std::optional<FakePeer::Frame> FakePeer::ReadFrame(bool withKeepAlive, std::chro
     while (true) {
         Frame frame;
         char wire[kNssHeaderBytes];
-        if (!ReadBytes(wire, sizeof(wire), deadline)) {
+        if (!ReadAll(wire, sizeof(wire), deadline)) {
             return std::nullopt;
         }
         std::memcpy(&frame.head, wire, sizeof(wire));
@@ -185,7 +173,7 @@ std::optional<FakePeer::Frame> FakePeer::ReadFrame(bool withKeepAlive, std::chro
             return std::nullopt;
         }
         frame.body.resize(frame.head.uiPacketLength - kNssHeaderBytes);
-        if (!ReadBytes(frame.body.data(), frame.body.size(), deadline)) {
+        if (!ReadAll(frame.body.data(), frame.body.size(), deadline)) {
             return std::nullopt;
         }
         const std::uint16_t type = frame.head.usiMsgType;
@@ -201,12 +189,10 @@ std::optional<FakePeer::Frame> FakePeer::ReadFrame(bool withKeepAlive, std::chro
 bool FakePeer::ReadUntilClosed(std::chrono::milliseconds limit) {
     const Time::time_point deadline = Time::now() + limit;
     char dropped[4096];
-    while (WaitReadable(deadline)) {
-        if (::recv(m_fd, dropped, sizeof(dropped), MSG_DONTWAIT) <= 0) {
-            return true;
-        }
+    bool closed = false;
+    while (Read(dropped, sizeof(dropped), deadline, closed) > 0) {
     }
-    return false;
+    return closed;
 }
 
 bool FakePeer::Connected() {
@@ -240,9 +226,7 @@ FakeListener::FakeListener(std::uint16_t port) {
 }
 
 FakeListener::~FakeListener() {
-    if (m_fd >= 0) {
-        ::close(m_fd);
-    }
+    ::close(m_fd);
 }
 
 std::unique_ptr<FakePeer> FakeListener::Accept(std::chrono::milliseconds limit) {

@@ -25,8 +25,8 @@ public:
     // One item of a body: 16-bit tag, 32-bit length, value.
     static std::string MakeItem(std::uint16_t tag, const std::string& value);
 
-    explicit FakePeer(int fd) : m_fd(fd) {}
-    ~FakePeer();
+    explicit FakePeer(int fd);
+    ~FakePeer() { Close(); }
     FakePeer(const FakePeer&) = delete;
     FakePeer& operator=(const FakePeer&) = delete;
 
@@ -55,8 +55,9 @@ public:
     void Close();
 
 private:
-    bool ReadBytes(char* target, std::size_t length, std::chrono::steady_clock::time_point deadline);
-    bool WaitReadable(std::chrono::steady_clock::time_point deadline);
+    // recv within the deadline; 0 behind it, and when the other side has closed or reset the link.
+    std::size_t Read(char* target, std::size_t length, std::chrono::steady_clock::time_point deadline, bool& closed);
+    bool ReadAll(char* target, std::size_t length, std::chrono::steady_clock::time_point deadline);
 
     int m_fd;
 };
@@ -72,6 +73,7 @@ public:
 
     bool Valid() const { return m_fd >= 0; }
     std::uint16_t Port() const { return m_port; }
+    int Fd() const { return m_fd; }
     // Null when nobody came within the limit.
     std::unique_ptr<FakePeer> Accept(std::chrono::milliseconds limit = FakePeer::kLimit);
 

@@ -1,8 +1,10 @@
 #include "support/recording_logger.h"
 
+#include "support/wait_until.h"
+
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <filesystem>
 
 namespace {
 
@@ -18,22 +20,12 @@ std::string FormatText(const char* format, va_list args) {
     return text;
 }
 
-std::string BaseName(const char* path) {
-    const char* slash = std::strrchr(path, '/');
-    return slash == nullptr ? path : slash + 1;
-}
-
-bool Matches(const RecordingLogger::Line& line, const std::string& text, const std::string& title) {
-    return line.text.find(text) != std::string::npos && (title.empty() || line.title == title);
-}
-
 }  // namespace
 
 void RecordingLogger::Keep(int level, const char* title, const OMLogPlace& place, const char* format, va_list args) {
-    Line line{level, title, FormatText(format, args), BaseName(place.file), place.line, place.function};
+    Line line{level, title, FormatText(format, args), std::filesystem::path(place.file).filename(), place.function};
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.push_back(std::move(line));
-    m_written.notify_all();
 }
 
 void RecordingLogger::VLog(int level, const char* title, const OMLogPlace& place, const char* format, va_list args) {
@@ -54,37 +46,23 @@ std::vector<RecordingLogger::Line> RecordingLogger::Lines() const {
 }
 
 std::vector<RecordingLogger::Line> RecordingLogger::Find(const std::string& text, const std::string& title) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<Line> found;
-    std::copy_if(m_lines.begin(), m_lines.end(), std::back_inserter(found),
-                 [&](const Line& line) { return Matches(line, text, title); });
+    for (const Line& line : Lines()) {
+        if (line.text.find(text) != std::string::npos && (title.empty() || line.title == title)) {
+            found.push_back(line);
+        }
+    }
     return found;
 }
 
-std::size_t RecordingLogger::Count(const std::string& text, const std::string& title) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return static_cast<std::size_t>(
-        std::count_if(m_lines.begin(), m_lines.end(), [&](const Line& line) { return Matches(line, text, title); }));
-}
-
 std::size_t RecordingLogger::CountLevel(int level) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::vector<Line> lines = Lines();
     return static_cast<std::size_t>(
-        std::count_if(m_lines.begin(), m_lines.end(), [&](const Line& line) { return line.level == level; }));
+        std::count_if(lines.begin(), lines.end(), [level](const Line& line) { return line.level == level; }));
 }
 
-bool RecordingLogger::ContainsLocked(const std::string& text, const std::string& title) const {
-    return std::any_of(m_lines.begin(), m_lines.end(), [&](const Line& line) { return Matches(line, text, title); });
-}
-
-bool RecordingLogger::Contains(const std::string& text, const std::string& title) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return ContainsLocked(text, title);
-}
-
-bool RecordingLogger::WaitFor(const std::string& text, std::chrono::milliseconds limit) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_written.wait_for(lock, limit, [&] { return ContainsLocked(text, std::string()); });
+bool RecordingLogger::WaitFor(const std::string& text, std::chrono::milliseconds limit) const {
+    return WaitUntil([&] { return Contains(text); }, limit);
 }
 
 void RecordingLogger::Clear() {
@@ -93,9 +71,8 @@ void RecordingLogger::Clear() {
 }
 
 std::string RecordingLogger::Dump() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
     std::string all;
-    for (const Line& line : m_lines) {
+    for (const Line& line : Lines()) {
         all += std::string(OMLogLevelName(line.level)) + " [" + line.title + "] " + line.text + "\n";
     }
     return all;

@@ -3,7 +3,6 @@
 #include "base/om_adapter.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -17,7 +16,6 @@ public:
         std::string title;  // empty for debug lines
         std::string text;
         std::string file;  // base name
-        int lineNumber;
         std::string function;
     };
 
@@ -33,11 +31,15 @@ public:
     std::vector<Line> Lines() const;
     // Lines whose text contains the given one, and whose title is the given one where it is not empty.
     std::vector<Line> Find(const std::string& text, const std::string& title = std::string()) const;
-    std::size_t Count(const std::string& text, const std::string& title = std::string()) const;
+    std::size_t Count(const std::string& text, const std::string& title = std::string()) const {
+        return Find(text, title).size();
+    }
+    bool Contains(const std::string& text, const std::string& title = std::string()) const {
+        return Count(text, title) != 0;
+    }
     std::size_t CountLevel(int level) const;
-    bool Contains(const std::string& text, const std::string& title = std::string()) const;
     // Waits until such a line was written, for limit at most; true when it was.
-    bool WaitFor(const std::string& text, std::chrono::milliseconds limit = std::chrono::seconds(20));
+    bool WaitFor(const std::string& text, std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
     void Clear();
     // All lines as one text, for failure messages.
     std::string Dump() const;
@@ -45,11 +47,9 @@ public:
 private:
     void Keep(int level, const char* title, const OMLogPlace& place, const char* format, va_list args)
         __attribute__((format(printf, 5, 0)));
-    bool ContainsLocked(const std::string& text, const std::string& title) const;
 
     const int m_level;
     mutable std::mutex m_mutex;
-    std::condition_variable m_written;
     std::vector<Line> m_lines;  // Guarded by m_mutex.
 };
 

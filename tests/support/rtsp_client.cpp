@@ -1,11 +1,10 @@
 #include "support/rtsp_client.h"
 
-#include <algorithm>
-#include <memory>
-#include <utility>
-
 #include "base/clock.h"
 #include "gvx_common/utility/gvx_utility.h"
+
+#include <algorithm>
+#include <memory>
 
 namespace {
 
@@ -22,13 +21,7 @@ std::string Header(const CCommonRtspMethodBase& method, const char* name) {
 
 RtspClient::RtspClient(const std::string& url, const std::string& user, const std::string& password,
                        std::chrono::milliseconds limit)
-    : m_url(url),
-      m_user(user),
-      m_password(password),
-      m_limit(limit),
-      m_options("OPTIONS"),
-      m_describe("DESCRIBE"),
-      m_authenticator(user.c_str(), password.c_str()) {
+    : m_url(url), m_limit(limit), m_authenticator(user.c_str(), password.c_str()), m_contentBase(url) {
     m_describe.Init();
 }
 
@@ -47,48 +40,30 @@ int RtspClient::Connect() {
     return m_stream.Connect(host.c_str(), port, 0);
 }
 
-int RtspClient::Options() {
-    return Exchange(m_options, m_url, {});
-}
-
 int RtspClient::Describe() {
     m_describe.SetSocketStream(&m_stream);
     const int result = Exchange(m_describe, m_url, {{"Accept", "application/sdp"}});
-    m_contentBase = Header(m_describe, "Content-Base");
+    const std::string base = Header(m_describe, "Content-Base");
+    m_contentBase = base.empty() ? m_url : base;
     return result;
 }
 
 // RFC 2326, section C.1.1: a relative path stands below the content base.
-std::string RtspClient::ControlUrl(const CCommonSession& media) const {
-    const std::string path = media.m_szCtrlPath;
-    if (path.rfind("rtsp://", 0) == 0) {
-        return path;
-    }
-    const std::string base = m_contentBase.empty() ? m_url : m_contentBase;
-    return base + (base.back() == '/' ? "" : "/") + path;
-}
-
 int RtspClient::Setup(const CCommonSession& media, const std::string& transport) {
     CCommonRtspMethodBase method("SETUP");
-    const int result = Exchange(method, ControlUrl(media), {{"Transport", transport}});
+    const std::string path = media.m_szCtrlPath;
+    const std::string base = m_contentBase + (m_contentBase.back() == '/' ? "" : "/");
+    const int result = Exchange(method, path.rfind("rtsp://", 0) == 0 ? path : base + path, {{"Transport", transport}});
     if (result == 0) {
         m_session = Header(method, "Session");
         m_session.erase(std::min(m_session.find(';'), m_session.size()));
-        m_serverTransport = Header(method, "Transport");
     }
     return result;
 }
 
-int RtspClient::Play() {
-    CCommonRtspMethodBase method("PLAY");
-    return Exchange(method, m_contentBase.empty() ? m_url : m_contentBase, {{"Range", "npt=0-"}});
-}
-
-int RtspClient::Teardown() {
-    CCommonRtspMethodBase method("TEARDOWN");
-    const int result = Exchange(method, m_contentBase.empty() ? m_url : m_contentBase, {});
-    m_session.clear();
-    return result;
+int RtspClient::ExchangeOnSession(const char* name, const Headers& headers) {
+    CCommonRtspMethodBase method(name);
+    return Exchange(method, m_contentBase, headers);
 }
 
 int RtspClient::Exchange(CCommonRtspMethodBase& method, const std::string& url, const Headers& headers) {
@@ -156,7 +131,6 @@ int RtspClient::SendAndRead(CCommonRtspMethodBase& method, const std::string& ur
 
 bool RtspClient::ReadHead(std::string& head) {
     constexpr std::size_t kMaxHead = 4095;
-    constexpr char kEnd[] = "\r\n\r\n";
     char byte = 0;
     while (head.size() < kMaxHead && m_stream.Recv(&byte, 1, 0) == 1) {
         if (head.empty() && byte == '$') {
@@ -166,7 +140,7 @@ bool RtspClient::ReadHead(std::string& head) {
             continue;
         }
         head += byte;
-        if (head.size() >= sizeof(kEnd) - 1 && head.compare(head.size() - 4, 4, kEnd) == 0) {
+        if (head.size() >= 4 && head.compare(head.size() - 4, 4, "\r\n\r\n") == 0) {
             return true;
         }
     }
@@ -182,9 +156,7 @@ bool RtspClient::ReadPacketBehindDollar() {
     if (m_stream.Recv_n(packet.data(), static_cast<unsigned int>(packet.size())) < 0) {
         return false;
     }
-    if (m_onInterleaved) {
-        m_onInterleaved(head[0], packet);
-    }
+    ++m_packets[head[0]];
     return true;
 }
 

@@ -1,15 +1,16 @@
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <list>
-#include <string>
-#include <vector>
-
 #include "gvx_common/rtsp/common_authenticator.h"
 #include "gvx_common/rtsp/common_rtsp_method_describe.h"
 #include "gvx_common/rtsp/common_rtsp_method_options.h"
 #include "gvx_common/socket/common_socket_stream.h"
+
+#include <chrono>
+#include <list>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
 
 // Drives a session with an RTSP server as a plug-in does it: each step is one exchange, repeated once with credentials
 // when the server asks for them. Steps give the result of ParseRecvPack, and kNoAnswer when the request could not be
@@ -17,57 +18,50 @@
 class RtspClient {
 public:
     static constexpr int kNoAnswer = -1;
-    // Data that comes between answers, when media travels on this connection (RFC 2326, section 10.12).
-    using OnInterleaved = std::function<void(unsigned char channel, const std::string& packet)>;
 
     // password is the enciphered form. Each step, and the connecting, ends within limit.
     RtspClient(const std::string& url, const std::string& user, const std::string& password,
                std::chrono::milliseconds limit = std::chrono::seconds(20));
 
-    void SetOnInterleaved(OnInterleaved handler) { m_onInterleaved = std::move(handler); }
-
     int Connect();
-    int Options();
+    int Options() { return Exchange(m_options, m_url, {}); }
     int Describe();
     // transport is the header's value, such as "RTP/AVP;unicast;client_port=6000-6001" or
     // "RTP/AVP/TCP;unicast;interleaved=0-1". Keeps the session that the server names.
     int Setup(const CCommonSession& media, const std::string& transport);
-    int Play();
-    int Teardown();
+    int Play() { return ExchangeOnSession("PLAY", {{"Range", "npt=0-"}}); }
+    int Teardown() { return ExchangeOnSession("TEARDOWN", {}); }
 
-    // Reads one interleaved packet and hands it on; false when none came within the limit.
+    // Reads and drops one packet that travels on this connection (RFC 2326, section 10.12); false when none came within
+    // the limit.
     bool ReadInterleaved();
-
+    // How many came on each channel, between answers also.
+    const std::map<int, int>& Packets() const { return m_packets; }
     const std::vector<std::string>& MethodNames() const { return m_options.GetMethodNames(); }
     // Owned by this object, until the next Describe.
     const std::list<CCommonSession*>& Sessions() { return *m_describe.GetSessionList(); }
-    const std::string& ServerTransport() const { return m_serverTransport; }  // of the last Setup
-    const std::string& Authorization() const { return m_authorization; }      // the last that was sent
-    std::string ControlUrl(const CCommonSession& media) const;
-    CCommonSocketStream& Stream() { return m_stream; }
+    const std::string& Authorization() const { return m_authorization; }  // the last that was sent
 
 private:
     using Headers = std::vector<std::pair<std::string, std::string>>;
 
     int Exchange(CCommonRtspMethodBase& method, const std::string& url, const Headers& headers);
+    int ExchangeOnSession(const char* name, const Headers& headers);
     int SendAndRead(CCommonRtspMethodBase& method, const std::string& url, const Headers& headers);
     bool ReadHead(std::string& head);
     bool ReadPacketBehindDollar();
     void SetLimit();
 
     const std::string m_url;
-    const std::string m_user;
-    const std::string m_password;
     const std::chrono::milliseconds m_limit;
     CCommonSocketStream m_stream;
-    CCommonRtspMethodOptions m_options;
-    CCommonRtspMethodDescribe m_describe;
+    CCommonRtspMethodOptions m_options{"OPTIONS"};
+    CCommonRtspMethodDescribe m_describe{"DESCRIBE"};
     CCommonAuthenticator m_authenticator;
-    OnInterleaved m_onInterleaved;
+    std::map<int, int> m_packets;
     int m_seq = 0;
     bool m_challenged = false;
     std::string m_contentBase;
     std::string m_session;
-    std::string m_serverTransport;
     std::string m_authorization;
 };

@@ -1,9 +1,7 @@
 #include "support/scripted_server.h"
 
-#include <stdexcept>
 #include <utility>
 
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -29,36 +27,23 @@ void ScriptedServer::Link::Reset() {
     ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &none, sizeof(none));
 }
 
-ScriptedServer::ScriptedServer(Script script)
-    : m_script(std::move(script)), m_listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    if (::bind(m_listener, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(m_listener, 16) != 0 ||
-        ::getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        throw std::runtime_error("no port to listen on");
-    }
-    m_port = ntohs(address.sin_port);
-    m_thread = std::thread([this] { Serve(); });
-}
+ScriptedServer::ScriptedServer(Script script) : m_script(std::move(script)), m_thread([this] { Serve(); }) {}
 
 ScriptedServer::~ScriptedServer() {
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
         m_stopped = true;
-        ::shutdown(m_listener, SHUT_RDWR);
+        ::shutdown(m_listener.Fd(), SHUT_RDWR);
         if (m_served >= 0) {
             ::shutdown(m_served, SHUT_RDWR);
         }
     }
     m_thread.join();
-    ::close(m_listener);
 }
 
 void ScriptedServer::Serve() {
     while (true) {
-        const int fd = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const int fd = ::accept4(m_listener.Fd(), nullptr, nullptr, SOCK_CLOEXEC);
         {
             const std::lock_guard<std::mutex> guard(m_mutex);
             if (fd < 0 || m_stopped) {

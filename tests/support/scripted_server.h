@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/fake_peer.h"
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -41,14 +43,13 @@ public:
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
-    std::uint16_t Port() const { return m_port; }
+    std::uint16_t Port() const { return m_listener.Port(); }
 
 private:
     void Serve();
 
     const Script m_script;
-    int m_listener;
-    std::uint16_t m_port = 0;
+    FakeListener m_listener;
     std::mutex m_mutex;
     int m_served = -1;       // Guarded by m_mutex.
     bool m_stopped = false;  // Guarded by m_mutex.

@@ -6,14 +6,8 @@ namespace {
 class BitWriter {
 public:
     void Bits(std::uint32_t value, unsigned count) {
-        for (unsigned i = count; i > 0; --i) {
-            m_used = m_used % 8;
-            if (m_used == 0) {
-                m_bytes.push_back('\0');
-            }
-            const unsigned bit = (value >> (i - 1)) & 1u;
-            m_bytes.back() = static_cast<char>(static_cast<unsigned char>(m_bytes.back()) | (bit << (7 - m_used)));
-            ++m_used;
+        for (; count > 0; --count) {
+            m_bits += (value >> (count - 1) & 1u) != 0 ? '1' : '0';
         }
     }
     void Ue(std::uint32_t value) {
@@ -26,12 +20,17 @@ public:
     }
     std::string Close() {
         Bits(1, 1);
-        return m_bytes;
+        std::string bytes;
+        for (std::size_t at = 0; at < m_bits.size(); at += 8) {
+            std::string octet = m_bits.substr(at, 8);
+            octet.resize(8, '0');
+            bytes += static_cast<char>(std::stoul(octet, nullptr, 2));
+        }
+        return bytes;
     }
 
 private:
-    std::string m_bytes;
-    unsigned m_used = 0;
+    std::string m_bits;
 };
 
 }  // namespace
@@ -42,20 +41,14 @@ std::string Nal(const std::string& unit, bool longCode) {
 
 std::string H264Sps(unsigned width, unsigned height) {
     BitWriter bits;
-    bits.Bits(66, 8);
-    bits.Bits(0, 8);
-    bits.Bits(30, 8);
-    bits.Ue(0);  // identifier
-    bits.Ue(0);
-    bits.Ue(2);  // picture order follows decoding
-    bits.Ue(1);
+    bits.Bits(66 << 16 | 30, 24);
+    for (const unsigned value : {0u, 0u, 2u, 1u}) {  // identifier; picture order follows decoding
+        bits.Ue(value);
+    }
     bits.Bits(0, 1);
     bits.Ue(width / 16 - 1);
     bits.Ue(height / 16 - 1);
-    bits.Bits(1, 1);
-    bits.Bits(1, 1);
-    bits.Bits(0, 1);  // no cropping
-    bits.Bits(0, 1);  // no usability information
+    bits.Bits(0b1100, 4);  // neither cropping nor usability information
     return "\x67" + bits.Close();
 }
 

@@ -28,5 +28,4 @@ std::string H265Nal(unsigned type);
 // `slices` slices, a key picture every `group` pictures.
 std::string H264Stream(unsigned pictures, unsigned slices = 1, unsigned group = 1000);
 
-
 }  // namespace stream_bytes

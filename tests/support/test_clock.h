@@ -36,8 +36,8 @@ private:
 // Installs a test clock for a scope; the system's comes back at its end.
 class ScopedTestClock {
 public:
-    ScopedTestClock();
-    ~ScopedTestClock();
+    ScopedTestClock() { gvx::SetClock(&m_clock); }
+    ~ScopedTestClock() { gvx::SetClock(nullptr); }
     ScopedTestClock(const ScopedTestClock&) = delete;
     ScopedTestClock& operator=(const ScopedTestClock&) = delete;
 

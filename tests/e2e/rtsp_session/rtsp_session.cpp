@@ -3,7 +3,6 @@
 
 #include <cstdio>
 #include <iostream>
-#include <map>
 #include <string>
 
 // Goes through a whole session with an RTSP server, and prints a line for each step. The clear password is the one line
@@ -18,9 +17,9 @@ namespace {
 
 constexpr int kMaxPackets = 2000;
 
-int Failed(const char* step, int result) {
-    std::printf("%s %d\n", step, result);
-    return 1;
+bool Told(const char* step, int result, const std::string& more = std::string()) {
+    std::printf("%s %d%s\n", step, result, result == 0 ? more.c_str() : "");
+    return result == 0;
 }
 
 std::string TransportOf(const std::string& pattern, int media) {
@@ -33,62 +32,54 @@ std::string TransportOf(const std::string& pattern, int media) {
     return transport;
 }
 
+bool SetUpAndPlay(RtspClient& client, const std::string& transport) {
+    int media = 0;
+    for (const CCommonSession* session : client.Sessions()) {
+        if (!Told("SETUP", client.Setup(*session, TransportOf(transport, media++)))) {
+            return false;
+        }
+    }
+    if (!Told("PLAY", client.Play())) {
+        return false;
+    }
+    if (transport.find("interleaved=") != std::string::npos) {
+        const auto missing = [&] { return client.Packets().count(0) == 0 || client.Packets().count(2) == 0; };
+        for (int read = 0; read < kMaxPackets && missing() && client.ReadInterleaved(); ++read) {
+        }
+        std::printf("PACKETS %s\n", missing() ? "missing" : "of each");
+    }
+    return Told("TEARDOWN", client.Teardown());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     std::string clear;
-    if (argc != 4 || !std::getline(std::cin, clear)) {
+    char password[512] = {};
+    if (argc != 4 || !std::getline(std::cin, clear) ||
+        CSecurityMgr::Instance()->EncryptString(clear.c_str(), password, sizeof(password)) != 0) {
         std::fprintf(stderr, "usage: %s URL USER TRANSPORT <PASSWORD\n", argv[0]);
         return 2;
     }
-    char password[512] = {};
-    if (CSecurityMgr::Instance()->EncryptString(clear.c_str(), password, sizeof(password)) != 0) {
-        return Failed("EncryptString", 1);
-    }
     RtspClient client(argv[1], argv[2], password);
-    std::map<int, int> packets;
-    client.SetOnInterleaved([&packets](unsigned char channel, const std::string&) { ++packets[channel]; });
-    int result = 0;
-    if ((result = client.Connect()) != 0) {
-        return Failed("CONNECT", result);
-    }
-    if ((result = client.Options()) != 0) {
-        return Failed("OPTIONS", result);
-    }
-    std::printf("OPTIONS 0");
+    const int connected = client.Connect();
+    const int options = connected == 0 ? client.Options() : connected;
+    std::string told;
     for (const std::string& method : client.MethodNames()) {
-        std::printf(" %s", method.c_str());
+        told += " " + method;
     }
-    if ((result = client.Describe()) != 0) {
-        return Failed("\nDESCRIBE", result);
+    if (!Told("OPTIONS", options, told)) {
+        return 1;
     }
-    std::printf("\nDESCRIBE 0");
+    const int result = client.Describe();
+    told.clear();
     for (const CCommonSession* session : client.Sessions()) {
-        std::printf(" %s=%s=%s", session->m_szSessionName, session->m_szSessionType, session->m_szCtrlPath);
+        told +=
+            std::string(" ") + session->m_szSessionName + "=" + session->m_szSessionType + "=" + session->m_szCtrlPath;
     }
-    std::printf("\n");
-    int media = 0;
-    for (const CCommonSession* session : client.Sessions()) {
-        if ((result = client.Setup(*session, TransportOf(argv[3], media++))) != 0) {
-            return Failed("SETUP", result);
-        }
-        std::printf("SETUP 0 %s\n", client.ServerTransport().c_str());
+    if (!Told("DESCRIBE", result, told) || !SetUpAndPlay(client, argv[3])) {
+        return 1;
     }
-    if ((result = client.Play()) != 0) {
-        return Failed("PLAY", result);
-    }
-    std::printf("PLAY 0\n");
-    if (std::string(argv[3]).find("interleaved=") != std::string::npos) {
-        int read = 0;
-        while (read < kMaxPackets && (packets[0] == 0 || packets[2] == 0) && client.ReadInterleaved()) {
-            ++read;
-        }
-        std::printf("PACKETS %s\n", packets[0] != 0 && packets[2] != 0 ? "of each" : "missing");
-    }
-    if ((result = client.Teardown()) != 0) {
-        return Failed("TEARDOWN", result);
-    }
-    const std::string scheme = client.Authorization().substr(0, client.Authorization().find(' '));
-    std::printf("TEARDOWN 0\nAUTHORIZATION %s\n", scheme.c_str());
+    std::printf("AUTHORIZATION %s\n", client.Authorization().substr(0, client.Authorization().find(' ')).c_str());
     return 0;
 }

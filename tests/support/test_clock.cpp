@@ -1,9 +1,0 @@
-#include "support/test_clock.h"
-
-ScopedTestClock::ScopedTestClock() {
-    gvx::SetClock(&m_clock);
-}
-
-ScopedTestClock::~ScopedTestClock() {
-    gvx::SetClock(nullptr);
-}
