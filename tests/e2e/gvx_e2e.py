@@ -59,22 +59,17 @@ def text(field):
 
 class Message:
     def __init__(self, data):
-        _, self.kind, self.seq, self.trace, trans, self.code, _, _ = HEAD.unpack(data[: HEAD.size])
+        _, self.kind, self.seq, _, trans, self.code, _, _ = HEAD.unpack(data[: HEAD.size])
         self.trans = trans.rstrip(b"\0")
         self.raw = data[HEAD.size:]  # all that stands behind the head
         self.body = data[HEAD.size + 6:]
-
-    def json(self):
-        return json.loads(self.body)
 
 
 class Peer:
     """One side of one link. Keep-alives and reports of used ports are answered while it reads."""
 
     def __init__(self, sock):
-        self.sock = sock
-        self.data = b""
-        self.seq = 10
+        self.sock, self.send, self.data, self.seq = sock, sock.sendall, b"", 10
         self.on_request = lambda message: None
 
     @classmethod
@@ -88,11 +83,8 @@ class Peer:
         peer.send(frame(REGISTER, 1, TAG_JSON, json.dumps({"LinkID": link_id}).encode()))
         answer = peer.receive(30)
         check(answer.kind == RESPONSE and answer.code == 0, f"{link_id} was not registered: code {answer.code}")
-        check(answer.json()["LinkID"] == "GVX#001", f"the gateway calls itself {answer.body!r}")
+        check(json.loads(answer.body)["LinkID"] == "GVX#001", f"the gateway calls itself {answer.body!r}")
         return peer
-
-    def send(self, data):
-        self.sock.sendall(data)
 
     def receive(self, seconds):
         """The next frame that is no keep-alive."""
@@ -169,15 +161,14 @@ class Peer:
                 f"<Extend>{extend if isinstance(extend, str) else json.dumps(extend)}</Extend></Content>")
         return self.must(ADD_DEV, TAG_XML, body.encode())
 
-    def start_stream(self, dev, service, video_port, audio_port=0, protocol=1):
-        body = {"DevCode": dev, "ServiceID": service, "StreamType": 0, "Protocol": protocol, "DstIP": "127.0.0.1",
-                "DstVideoPort": video_port, "Audio": audio_port != 0}
-        if audio_port:
-            body["DstAudioPort"] = audio_port
+    def start_stream(self, dev, service, video_port, audio_port=0):
+        body = {"DevCode": dev, "ServiceID": service, "StreamType": 0, "Protocol": 1, "DstIP": "127.0.0.1",
+                "DstVideoPort": video_port, "Audio": audio_port != 0, **({"DstAudioPort": audio_port} if audio_port else {})}
         return self.must(START_STREAM, TAG_JSON, json.dumps(body).encode())
 
     def stop_stream(self, dev, service):
-        return self.must(STOP_STREAM, TAG_JSON, json.dumps({"DevCode": dev, "ServiceID": service}).encode()).json()
+        body = json.dumps({"DevCode": dev, "ServiceID": service}).encode()
+        return json.loads(self.must(STOP_STREAM, TAG_JSON, body).body)
 
     def is_answered(self):
         """A request that changes nothing comes back."""
@@ -202,17 +193,15 @@ class Platform:
     """Main service, SCU, OMU and MU: every link that a gateway has."""
 
     def __init__(self, port):
-        listener = socket.create_server(("127.0.0.1", 0))
-        listener.settimeout(60)
         self.main = Peer.linked(port, "GVX#000")
-        mu_port = listener.getsockname()[1]  # told again to a gateway that asks again later
-        self.main.on_request = lambda message: self._answer_port(message, mu_port)
-        self.scu = Peer.linked(port, "SCU#001")
-        self.omu = Peer.linked(port, "OMU#001")
-        self.port_told = False
-        while not self.port_told:
-            self.main.is_answered()
-        with listener:
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            listener.settimeout(60)
+            mu_port = listener.getsockname()[1]  # told again to a gateway that asks again later
+            self.main.on_request = lambda message: self._answer_port(message, mu_port)
+            self.scu, self.omu = Peer.linked(port, "SCU#001"), Peer.linked(port, "OMU#001")
+            self.port_told = False
+            while not self.port_told:
+                self.main.is_answered()
             self.mu = Peer(listener.accept()[0])
         registration = self.mu.receive(30)
         check(registration.kind == REGISTER, f"the MU link began with 0x{registration.kind:04x}")
@@ -299,14 +288,9 @@ class Gateway:
     def console(self):
         return (self.folder / "gvxd_console.log").read_text(errors="replace")[-3000:]
 
-    def log(self):
-        return self.log_file.read_text(errors="replace") if self.log_file.exists() else ""
-
     def lines(self, *parts):
-        return [line for line in self.log().splitlines() if all(part in line for part in parts)]
-
-    def check_alive(self):
-        check(self.process.poll() is None, f"gvxd ended with {self.process.poll()}: {self.console()}")
+        return [line for line in self.log_file.read_text(errors="replace").splitlines()
+                if all(part in line for part in parts)]
 
     def memory_kib(self):
         status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text(encoding="ascii")

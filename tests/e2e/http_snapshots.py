@@ -14,13 +14,12 @@ PICTURES = {"small.jpg": 10_000, "standing.jpg": 614_400, "large.jpg": 10_000_00
 def start_lighttpd(stack, folder):
     port = e2e.free_port()
     (folder / "plain").write_text(f"{USER}:{PASSWORD}\n")
-    ways = {"basic": ("basic", ""), "md5": ("digest", "MD5"), "sha256": ("digest", "SHA-256"),
-            "both": ("digest", "MD5|SHA-256"), "both_turned": ("digest", "SHA-256|MD5")}
-    require = ",\n".join(
-        f'"/{name}/" => ("method" => "{method}", "realm" => "camera of {name}", "require" => "valid-user"'
-        + (f', "algorithm" => "{algorithm}")' if algorithm else ")") for name, (method, algorithm) in ways.items())
-    for name in ways:
+    require = ""
+    for name, algorithm in (("basic", ""), ("md5", "MD5"), ("sha256", "SHA-256"), ("both", "MD5|SHA-256"),
+                            ("both_turned", "SHA-256|MD5")):
         (folder / "www" / name).symlink_to(folder / "pictures")
+        way = f'"digest", "algorithm" => "{algorithm}"' if algorithm else '"basic"'
+        require += f'"/{name}/" => ("method" => {way}, "realm" => "camera of {name}", "require" => "valid-user"),\n'
     (folder / "lighttpd.conf").write_text(f"""
 server.modules = ("mod_auth", "mod_authn_file", "mod_accesslog")
 server.document-root = "{folder}/www"

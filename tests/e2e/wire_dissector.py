@@ -44,8 +44,9 @@ def dissected(options, gateway_port, capture):
 
 def cut(stream):
     frames = []
-    while len(stream) >= e2e.HEAD.size:
+    while stream:
         length = e2e.HEAD.unpack(stream[:e2e.HEAD.size])[7]
+        e2e.check(length >= e2e.HEAD.size, f"a frame of {length} bytes")
         frames.append(stream[:length])
         stream = stream[length:]
     return frames
@@ -156,7 +157,6 @@ def dissect_session(options, folder, stack):
     if "GVX_KEEP_CAPTURE" in os.environ:
         wire_tap.write_capture(os.environ["GVX_KEEP_CAPTURE"], relay.chunks, relay.peer_ports, gateway.port)
     first = broken_peers(relay)
-    gateway.check_alive()
     gateway.stop()
 
     for segment in (None, 61):

@@ -44,9 +44,8 @@ def check_body(entry, body):
 def check_fields(entry, data):
     found, body = decode(data)
     expected = {"version": 0x0100, "reserve": 0, "length": len(data), **entry["fields"]}
-    for name in FIELDS:
-        if name not in entry.get("made", []):
-            assert found[name] == expected[name], f"{name} is {found[name]}, not {expected[name]}"
+    wrong = {name: found[name] for name in set(FIELDS) - set(entry.get("made", [])) if found[name] != expected[name]}
+    assert not wrong, f"{wrong}, not as in {expected}"
     check_body(entry, body)
 
 

@@ -27,12 +27,11 @@ public:
     std::uint32_t GetServiceID() const override { return kServiceID; }
 };
 
-struct Sent {
+struct {
     std::string link;
     std::size_t openTransactions = 0;
     std::string bytes;
-};
-Sent g_sent;
+} g_sent;
 
 // The sender waits for the answer to a frame that goes to the SCU: it comes at once, the request's own bytes with the
 // type of a response.
@@ -73,44 +72,29 @@ std::unique_ptr<BP::CCmd> Arrived(const std::string& hex) {
     return cmd;
 }
 
-void FillContent(CBB::CXml& xml) {
-    xml.AddDeclaration("1.0", "UTF-8");
-    xml.AddElem("Content");
-    xml.IntoElem();
-    xml.AddElem("DevCode", "CAM<001>&");
-}
-
-void SendRequests(CGvxConnectionMgr& mgr) {
-    CBB::CXml xml;
-    FillContent(xml);
-    const auto withXml = [&](const char* transaction) {
-        return mgr.SendReqMsgWithXml(BP::SUBSYS_SCU, kElementSCU, NSS_NOTIFY_LINK_PORT_TO_GVX_REQ, xml, kScuLink,
-                                     transaction);
-    };
-    Print("request_xml_given", withXml("given-1"));
-    Print("request_xml_made", withXml(""));
-    const auto withStructure = [&](std::size_t length) {
-        return mgr.SendReqMsgWithStruct(BP::SUBSYS_SCU, kElementSCU, NSS_GVX_PLUGIN_ALARM_REPORT_REQ,
-                                        kStructure.data(), static_cast<unsigned int>(length), kScuLink);
-    };
-    Print("request_structure", withStructure(kStructure.size()));
-    Print("request_structure_empty", withStructure(0));
-    const auto withJson = [&](const char* transaction) {
-        return static_cast<unsigned int>(mgr.SendRetMsgWithJson(NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ,
-                                                                R"({"Plugins":["file"]})", kElementSCU, kScuLink,
-                                                                transaction));
-    };
-    Print("request_json_given", withJson("given-2"));
-    Print("request_json_made", withJson(""));
-    const std::unique_ptr<BP::CCmd> answer(
-        mgr.SyncSendReqMsg(kServiceID, kElementSCU, kScuLink, "sync-1", NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ,
-                           kStructure.data(), static_cast<unsigned int>(kStructure.size()), 60));
+void SendRequests(CGvxConnectionMgr& mgr, CBB::CXml& xml) {
+    for (const char* transaction : {"given-1", ""}) {
+        Print(*transaction != '\0' ? "request_xml_given" : "request_xml_made",
+              mgr.SendReqMsgWithXml(BP::SUBSYS_SCU, kElementSCU, NSS_NOTIFY_LINK_PORT_TO_GVX_REQ, xml, kScuLink,
+                                    transaction));
+    }
+    for (const std::size_t length : {kStructure.size(), std::size_t{0}}) {
+        Print(length != 0 ? "request_structure" : "request_structure_empty",
+              mgr.SendReqMsgWithStruct(BP::SUBSYS_SCU, kElementSCU, NSS_GVX_PLUGIN_ALARM_REPORT_REQ, kStructure.data(),
+                                       static_cast<unsigned int>(length), kScuLink));
+    }
+    for (const char* transaction : {"given-2", ""}) {
+        const int result = mgr.SendRetMsgWithJson(NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ, R"({"Plugins":["file"]})",
+                                                  kElementSCU, kScuLink, transaction);
+        Print(*transaction != '\0' ? "request_json_given" : "request_json_made", static_cast<unsigned int>(result));
+    }
+    const std::unique_ptr<BP::CCmd> answer(mgr.SyncSendReqMsg(kServiceID, kElementSCU, kScuLink, "sync-1",
+                                                              NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ, kStructure.data(),
+                                                              static_cast<unsigned int>(kStructure.size()), 60));
     Print("request_synchronous", answer != nullptr ? 1 : 0);
 }
 
-void SendResponses(CGvxConnectionMgr& mgr, BP::CCmd& cmd) {
-    CBB::CXml xml;
-    FillContent(xml);
+void SendResponses(CGvxConnectionMgr& mgr, CBB::CXml& xml, BP::CCmd& cmd) {
     mgr.SendRespMsgWithXml(&cmd, &xml, 0, true);
     Print("response_xml_with_transaction", 0);
     mgr.SendRespMsgWithXml(&cmd, &xml, ZVS_PARA_INVALID, false);
@@ -137,7 +121,6 @@ void SendResponses(CGvxConnectionMgr& mgr, BP::CCmd& cmd) {
 
 int main(int argc, char** argv) {
     if (argc != 2) {
-        std::fprintf(stderr, "usage: %s HEX\n", argv[0]);
         return 2;
     }
     static Service service;
@@ -147,13 +130,18 @@ int main(int argc, char** argv) {
     BP::CDispatcher::SetWriter([](const std::string&, ACE_Message_Block*) { return static_cast<int>(ZVS_FAIL); });
     mgr.OnLinkOpened("", 0, "GVX#000", "127.0.0.1", 9000);
     BP::CDispatcher::SetWriter(&CatchFrame);
-    SendRequests(mgr);
+    CBB::CXml xml;
+    xml.AddDeclaration("1.0", "UTF-8");
+    xml.AddElem("Content");
+    xml.IntoElem();
+    xml.AddElem("DevCode", "CAM<001>&");
+    SendRequests(mgr, xml);
     const std::unique_ptr<BP::CCmd> cmd = Arrived(argv[1]);
     if (cmd == nullptr) {
         return 1;
     }
     cmd->SetServiceID(kServiceID);
-    SendResponses(mgr, *cmd);
+    SendResponses(mgr, xml, *cmd);
     BP::CDispatcher::SetWriter({});
     return 0;
 }

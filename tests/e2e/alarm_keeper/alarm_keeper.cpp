@@ -8,9 +8,9 @@
 
 #include <ace/Message_Block.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -25,7 +25,7 @@
 //   begin raise N, done raise N (the same for clear and flow)
 // Usage:
 //   alarm_keeper loop STORE THREADS    without end; each thread has ten log files of its own
-//   alarm_keeper ask STORE             does what standard input says, "raise N", "clear N" or "flow N", until its end
+//   alarm_keeper ask STORE             does what standard input says, "raise N" or "clear N", until its end
 
 namespace {
 
@@ -68,26 +68,17 @@ void OpenLinks() {
     GvxConnectionMgr()->OnLinkOpened("", 0, "GVX#000", "127.0.0.1", 1);
 }
 
-void RaiseFlow(int number) {
-    BP::fluxControlWarnInfo info{};
-    info.uiThreadID = static_cast<unsigned int>(number);
-    CEmergencyProtection::Instance()->OnFluxControlWarn(&info);
-}
-
-bool Do(const std::string& what, int number) {
+void Do(const std::string& what, int number) {
     Tell("begin " + what + " " + std::to_string(number));
     const std::string file = std::to_string(number);
-    if (what == "raise") {
-        CEmergencyProtection::Instance()->OnLogWarn(kRaiseCode, kPath, file.c_str());
-    } else if (what == "clear") {
-        CEmergencyProtection::Instance()->OnLogWarn(kClearCode, kPath, file.c_str());
-    } else if (what == "flow") {
-        RaiseFlow(number);
+    if (what == "flow") {
+        BP::fluxControlWarnInfo info{};
+        info.uiThreadID = static_cast<unsigned int>(number);
+        CEmergencyProtection::Instance()->OnFluxControlWarn(&info);
     } else {
-        return false;
+        CEmergencyProtection::Instance()->OnLogWarn(what == "raise" ? kRaiseCode : kClearCode, kPath, file.c_str());
     }
     Tell("done " + what + " " + std::to_string(number));
-    return true;
 }
 
 [[noreturn]] void Loop(int thread) {
@@ -104,17 +95,6 @@ bool Do(const std::string& what, int number) {
     }
 }
 
-int Ask() {
-    char what[16];
-    int number = 0;
-    while (std::scanf("%15s %d", what, &number) == 2) {
-        if (!Do(what, number)) {
-            return 2;
-        }
-    }
-    return 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -125,7 +105,11 @@ int main(int argc, char** argv) {
     OpenLinks();
     Tell("loaded " + std::to_string(CEmergencyProtection::Instance()->LoadAlarmStatus(argv[2])));
     if (mode == "ask") {
-        return Ask();
+        int number = 0;
+        for (std::string what; std::cin >> what >> number;) {
+            Do(what, number);
+        }
+        return 0;
     }
     std::vector<std::thread> threads;
     for (int thread = 0; thread < std::atoi(argv[3]); ++thread) {

@@ -22,28 +22,13 @@ std::string Setting() {
     return GvxConfigMgr()->GetConfValue(kKey, "absent");
 }
 
+int Edit(const std::string& value) {
+    return GvxConfigMgr()->SetGVXConfigValue(kSection, kKey, value) != 0 ? 1 : 0;
+}
+
 void Print(const std::string& text) {
     std::printf("%s\n", text.c_str());
     std::fflush(stdout);
-}
-
-int Start(const std::string& folder) {
-    setenv("GVX_CONFIG_DIR", folder.c_str(), 1);
-    if (GvxConfigMgr()->Init() != 0) {
-        return 3;
-    }
-    return std::filesystem::exists(folder + "/zvs_gvx.conf.bak") ? 4 : 0;
-}
-
-int EditWithoutEnd() {
-    int value = std::atoi(Setting().c_str());
-    for (;;) {
-        value = value % kLargest + 1;
-        if (GvxConfigMgr()->SetGVXConfigValue(kSection, kKey, std::to_string(value)) != 0) {
-            return 1;
-        }
-        Print(std::to_string(value));
-    }
 }
 
 }  // namespace
@@ -53,14 +38,22 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string mode = argv[1];
-    const int started = Start(argv[2]);
-    if (started != 0) {
-        return started;
+    const std::string folder = argv[2];
+    setenv("GVX_CONFIG_DIR", folder.c_str(), 1);
+    if (GvxConfigMgr()->Init() != 0) {
+        return 3;
+    }
+    if (std::filesystem::exists(folder + "/zvs_gvx.conf.bak")) {
+        return 4;
     }
     if (mode == "loop") {
-        return EditWithoutEnd();
+        for (int value = std::atoi(Setting().c_str()) % kLargest + 1; Edit(std::to_string(value)) == 0;
+             value = value % kLargest + 1) {
+            Print(std::to_string(value));
+        }
+        return 1;
     }
-    const bool failed = mode == "edit" && (argc < 4 || GvxConfigMgr()->SetGVXConfigValue(kSection, kKey, argv[3]) != 0);
+    const int result = mode == "edit" && argc == 4 ? Edit(argv[3]) : 0;
     Print(Setting());
-    return failed ? 1 : 0;
+    return result;
 }

@@ -25,45 +25,42 @@ namespace {
 
 std::string g_enciphered;
 
-int Request(CCommonHttpStream& stream, const std::string& host, std::uint16_t port, const std::string& user,
-            const std::string& path, const char* authorization) {
-    long length = 0;
-    const std::string portText = std::to_string(port);
-    int result = stream.Init(host.c_str(), port, user.c_str(), g_enciphered.c_str());
-    const bool formatted =
-        stream.FormatRequestHeader(host.c_str(), portText.c_str(), path.c_str(), length, "GET ", nullptr, nullptr, 0, 0,
-                                   0) != nullptr &&
-        (authorization == nullptr || stream.FormatRequestHeaderEx("Authorization", authorization, length) != nullptr);
-    if (result == 0 && (!formatted || !stream.SendRequest(nullptr, length, false))) {
-        result = 1;
-    }
-    return result;
-}
-
-void Snapshot(std::istream& words) {
+struct Camera {
     std::string host;
     std::uint16_t port = 0;
     std::string user;
     std::string path;
     std::string file;
-    words >> host >> port >> user >> path >> file;
+};
+
+// One exchange, with an Authorization header where that is not null.
+int Exchange(CCommonHttpStream& stream, const Camera& camera, const char* authorization, Common_HTTP_AUTH& challenge) {
+    long length = 0;
+    const int result = stream.Init(camera.host.c_str(), camera.port, camera.user.c_str(), g_enciphered.c_str());
+    if (result != 0) {
+        return result;
+    }
+    const bool sent =
+        stream.FormatRequestHeader(camera.host.c_str(), std::to_string(camera.port).c_str(), camera.path.c_str(),
+                                   length, "GET ", nullptr, nullptr, 0, 0, 0) != nullptr &&
+        (authorization == nullptr || stream.FormatRequestHeaderEx("Authorization", authorization, length) != nullptr) &&
+        stream.SendRequest(nullptr, length, false);
+    return sent ? stream.DealHttpSnapShot(camera.file.c_str(), challenge) : 1;
+}
+
+void Snapshot(std::istream& words) {
+    Camera camera;
+    words >> camera.host >> camera.port >> camera.user >> camera.path >> camera.file;
     CCommonHttpStream stream;
     Common_HTTP_AUTH challenge{};
     challenge.authType = HTTP_AUTH_MAX;
-    int result = Request(stream, host, port, user, path, nullptr);
-    if (result == 0) {
-        result = stream.DealHttpSnapShot(file.c_str(), challenge);
-    }
+    int result = Exchange(stream, camera, nullptr, challenge);
     if (result == ZVS_GVX_UNAUTHORIZED) {
         const char* value = challenge.authType == HTTP_AUTH_BASIC
                                 ? stream.GenBasicAuthorization()
-                                : stream.GenDigestAuthorization(challenge, path.c_str());
-        const std::string authorization = value != nullptr ? value : "";
-        result = value == nullptr ? 1 : Request(stream, host, port, user, path, authorization.c_str());
-        if (result == 0) {
-            Common_HTTP_AUTH second{};
-            result = stream.DealHttpSnapShot(file.c_str(), second);
-        }
+                                : stream.GenDigestAuthorization(challenge, camera.path.c_str());
+        Common_HTTP_AUTH second{};
+        result = value == nullptr ? 1 : Exchange(stream, camera, std::string(value).c_str(), second);
     }
     stream.Close();
     std::printf("%d %d %d %zu %zu %s\n", result, challenge.authType, challenge.uiAlgorithm,
