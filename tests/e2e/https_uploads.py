@@ -209,6 +209,7 @@ def check_rogues(options, folder, stack, path, large):
         ("head in pieces", answering(ANSWER[:5], ANSWER[5:30], ANSWER[30:], pause=0.1), path, 0, 1),
         ("body in pieces", answering(ANSWER[:-1], ANSWER[-1:], pause=0.2), path, 0, 1),
         ("interim answer", answering(b"HTTP/1.1 100 Continue\r\n\r\n" + ANSWER), path, 0, 1),
+        ("interim answers without end", answering(b"HTTP/1.1 100 Continue\r\n\r\n" * 400), path, 1, 2),
         ("no length", answering(head + b"\r\n"), path, 0, 2),
         ("length 0", answering(head + b"Content-Length: 0\r\n\r\n"), path, 0, 1), *lengths,
         ("more than its length", answering(head + b"Content-Length: 1\r\n\r\nab"), path, 0, 2),

@@ -164,14 +164,14 @@ TEST_F(FilePluginTest, PlaysOnceAsFastAsItCan) {
         unsigned int lastVideo = 0;
         for (const SentPacket& packet : packets) {
             EXPECT_EQ(type, packet.streamType);
-            EXPECT_EQ(protocol, packet.media.eTransProtocol);
-            EXPECT_EQ(320, packet.media.nWidth);
+            EXPECT_EQ(protocol, static_cast<int>(packet.media.eTransProtocol));
+            EXPECT_EQ(320, static_cast<int>(packet.media.nWidth));
             const bool video = packet.media.nVideoSize != 0;
             EXPECT_EQ(video ? 99u : 8u, packet.PayloadType());
             lastVideo = video ? packet.TimeStamp() : lastVideo;
         }
         EXPECT_EQ(5u * 18000, lastVideo);
-        EXPECT_EQ(FRAME_I, packets.front().media.FrameType);
+        EXPECT_EQ(FRAME_I, static_cast<int>(packets.front().media.FrameType));
     }
 }
 

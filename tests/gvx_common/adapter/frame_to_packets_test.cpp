@@ -94,8 +94,8 @@ TEST_F(FrameToPackets, AnIdrFrameBehindItsParameterSets) {
         EXPECT_EQ(sentPackets[i].SeqNo(), i + 1);
         EXPECT_EQ(sentPackets[i].TimeStamp(), i < 5 ? 3600u : 7200u);
         EXPECT_EQ(sentPackets[i].Marked(), marked[i]);
-        EXPECT_EQ(sentPackets[i].media.eTransProtocol, RTP_OVER_UDP);
-        EXPECT_EQ(sentPackets[i].media.nVideoSize, sentPackets[i].bytes.size());
+        EXPECT_EQ(static_cast<int>(sentPackets[i].media.eTransProtocol), RTP_OVER_UDP);
+        EXPECT_EQ(std::size_t{sentPackets[i].media.nVideoSize}, sentPackets[i].bytes.size());
     }
     EXPECT_EQ(Slice(sentPackets[0].bytes, 0, 12), (Bytes{0x80, 0x80 | 99, 0, 1, 0, 0, 0x0E, 0x10, 0, 0, 0, 0}));
     EXPECT_EQ(sentPackets[0].Payload(), sps);
@@ -142,8 +142,9 @@ TEST_F(FrameToPackets, InterleaveOverTcpAndTheHeaderExtension) {
     EXPECT_EQ(Slice(sentPackets[0].bytes, 0, 6), (Bytes{'$', 0, 0x05, 0x7B, 0x80, 99}));  // 12 + 1391
     EXPECT_EQ(sentPackets[0].bytes.size(), 4u + 12u + 1391u);
     EXPECT_EQ(sentPackets[0].streamType, STREAM_TYPE_REAL_MAIN);
-    EXPECT_EQ(sentPackets[0].media.pUserInfo, this);
-    EXPECT_EQ(media.nVideoSize, sentPackets[1].bytes.size());
+    void* const user = sentPackets[0].media.pUserInfo;
+    EXPECT_EQ(user, this);
+    EXPECT_EQ(std::size_t{media.nVideoSize}, sentPackets[1].bytes.size());
     MEDIA_DATA audio = Audio(160, GVX_AUDIO_FORMAT_G711A);
     ASSERT_EQ(Send(Bytes(160, 0xD5), audio, true), 0);
     EXPECT_EQ(Slice(sentPackets[2].bytes, 0, 4), (Bytes{'$', 2, 0, 172}));
@@ -200,7 +201,7 @@ TEST_F(FrameToPackets, Audio) {
     ASSERT_EQ(sentPackets.size(), 3u);
     EXPECT_EQ(sentPackets[0].PayloadType(), 8u);
     EXPECT_EQ(sentPackets[0].TimeStamp(), 160u);
-    EXPECT_EQ(sentPackets[0].media.nAudioSize, 172u);
+    EXPECT_EQ(std::uint32_t{sentPackets[0].media.nAudioSize}, 172u);
     EXPECT_EQ(sentPackets[0].Payload(), Bytes(160, 0xD5));
     EXPECT_EQ(sentPackets[1].PayloadType(), 0u);
     EXPECT_EQ(sentPackets[1].Payload(), Joined({0x1C, 0x91}, Bytes(1389, 0x11)));

@@ -9,8 +9,8 @@
 
 #include <arpa/inet.h>
 
-// A live stream of H.264 and G.711 over UDP from 10.0.0.9 to 192.0.2.10, and audio to 192.0.2.11. Its keys are
-// not in use.
+// A live stream of H.264 and G.711 over UDP from 10.0.0.9 to 192.0.2.10, and audio from 10.0.0.8 to 192.0.2.11. Its
+// keys are not in use.
 inline CStreamParam UsualStream() {
     CStreamParam param("svc");
     param.m_strSessionID = "7001";
@@ -18,7 +18,8 @@ inline CStreamParam UsualStream() {
     param.m_nVideoFormat = VIDEO_DEC_H264;
     param.m_nAudioFormat = GVX_AUDIO_FORMAT_G711A;
     param.m_nSrcTransProtocol = param.m_nDstTransProtocol = RTP_OVER_UDP;
-    param.m_nSrcRtpVideoIp = param.m_nSrcRtpAudioIp = inet_addr("10.0.0.9");
+    param.m_nSrcRtpVideoIp = inet_addr("10.0.0.9");
+    param.m_nSrcRtpAudioIp = inet_addr("10.0.0.8");
     param.m_nSrcRtpVideoPort = 6000;
     param.m_nSrcRtpAudioPort = 6002;
     CGvxUtility::convertIpv4ToNum("192.0.2.10", param.m_nDstVideoIP);

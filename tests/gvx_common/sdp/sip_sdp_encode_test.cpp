@@ -49,7 +49,7 @@ TEST_F(SipSdpEncodeTest, EachServiceInEachFormAsWrittenByHand) {
                                                               {"talk", SERVICE_TYPE_AUDIO_CALL},
                                                               {"broadcast", SERVICE_TYPE_AUDIO_BROADCAST}};
     const std::map<std::string, std::string> texts = GoldenTexts();
-    EXPECT_EQ(texts.size(), 19u);
+    EXPECT_EQ(texts.size(), 20u);
     m_codec.SetPlaybackType(-3);
     for (const auto& [name, expected] : texts) {
         const auto says = [&name = name](const char* word) { return name.find(word) != std::string::npos; };
@@ -60,8 +60,11 @@ TEST_F(SipSdpEncodeTest, EachServiceInEachFormAsWrittenByHand) {
         param.m_strRecordStartTime = "20260701120000";
         param.m_strRecordEndTime = "20260701130000";
         param.m_nSrcTransProtocol = param.m_nDstTransProtocol = says("TCP") ? RTP_OVER_TCP : RTP_OVER_UDP;
+        if (says("crossed")) {
+            param.m_nSrcTransProtocol = RTP_OVER_UDP;
+        }
         param.m_nMediaSecurityEnable = says("secure") ? MEDIA_SECURITY_ENABLE : MEDIA_SECURITY_DISABLE;
-        param.m_nRecvStreamMode = says("peer connects") ? 1 : 0;
+        param.m_nRecvStreamMode = says("receive mode 1") ? 1 : 0;
         param.m_strSessionID = says("no session") ? "" : "7001";
         Configure(says("area 2")       ? "SUPPORT_AREA_TYPE=2\nLIVE_VIEW_VIDEO=sendrecv\n"
                   : says("area 3")     ? "SUPPORT_AREA_TYPE=3\n"
