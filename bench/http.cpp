@@ -105,7 +105,7 @@ public:
         Write("conf/alarm/gvx_nvt_alarm_description.xml",
               "<AlarmInfoList><AlarmInfo><AlarmType>A</AlarmType></AlarmInfo></AlarmInfoList>");
         CpuOf(Start({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", folder + "/key.pem", "-out",
-                     CertificatePath(), "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost", "-quiet"}),
+                     CertificatePath(), "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost"}),
               "openssl");
         const std::string temps = "client_body_temp_path " + folder + "/t1; proxy_temp_path " + folder +
                                   "/t2; fastcgi_temp_path " + folder + "/t3; uwsgi_temp_path " + folder +
