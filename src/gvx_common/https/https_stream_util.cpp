@@ -6,6 +6,7 @@
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/unique_fd.h"
 
 #include <ace/Guard_T.h>
 
@@ -40,22 +41,6 @@ constexpr std::uint64_t kMostReadOff = 65536;
 constexpr int kUploadSeconds = 1800;
 constexpr int kMostUploadSeconds = 86400;
 constexpr std::string_view kBlankLine = "\r\n\r\n";
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(const std::string& path) : m_value(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {}
-    ~FileDescriptor() {
-        if (m_value >= 0) {
-            close(m_value);
-        }
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int Get() const { return m_value; }
-
-private:
-    const int m_value;
-};
 
 class SemaphoreGuard {
 public:
@@ -298,9 +283,9 @@ int CHttpsStreamUtil::UploadFileInner(CHttpsClient& client, const std::string& f
 
 int CHttpsStreamUtil::SendRequestHeaderAndFile(const std::string& fileName, const Target& target,
                                                CHttpsClient& client) {
-    const FileDescriptor file(fileName);
+    const gvx::UniqueFd file(open(fileName.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
-    if (file.Get() < 0 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (!file.Valid() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         GVX_LOG_ERR(kTitle, "SendRequestHeaderAndFile, Can not open the file[%s]", fileName.c_str());
         return ZVS_FAIL;
     }

@@ -7,6 +7,7 @@
 #include "base/paths.h"
 #include "base/random.h"
 #include "base/text_cipher.h"
+#include "base/unique_fd.h"
 #include "base/whole_file.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 
@@ -91,18 +92,6 @@ private:
     std::vector<gvx::CipherKey> m_keys;
 };
 
-struct CloseDescriptor {
-    explicit CloseDescriptor(int value) : descriptor(value) {}
-    ~CloseDescriptor() {
-        if (descriptor >= 0) {
-            close(descriptor);
-        }
-    }
-    CloseDescriptor(const CloseDescriptor&) = delete;
-    CloseDescriptor& operator=(const CloseDescriptor&) = delete;
-    const int descriptor;
-};
-
 enum class FileState { Missing, Refused, Taken };
 
 // Which file it was and in what state, so that a fault is told once and not at every use.
@@ -125,8 +114,8 @@ struct Fingerprint {
 
 // A file of keys as it stands; why says what is wrong with a refused one. lone: exactly one key.
 FileState ReadKeys(const std::string& path, bool lone, std::string& bytes, Fingerprint& print, std::string& why) {
-    const CloseDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-    if (file.descriptor < 0) {
+    const gvx::UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    if (!file.Valid()) {
         print = {};
         print.mode = static_cast<mode_t>(errno);
         if (errno == ENOENT) {
@@ -136,7 +125,7 @@ FileState ReadKeys(const std::string& path, bool lone, std::string& bytes, Finge
         return FileState::Refused;
     }
     struct stat status {};
-    if (fstat(file.descriptor, &status) != 0) {
+    if (fstat(file.Get(), &status) != 0) {
         why = std::strerror(errno);
         return FileState::Refused;
     }
@@ -156,7 +145,7 @@ FileState ReadKeys(const std::string& path, bool lone, std::string& bytes, Finge
         std::size_t done = 0;
         ssize_t count = 1;
         while (done < size && count > 0) {
-            count = read(file.descriptor, bytes.data() + done, size - done);
+            count = read(file.Get(), bytes.data() + done, size - done);
             done += count > 0 ? static_cast<std::size_t>(count) : 0;
         }
         if (done == size && (!lone || std::any_of(bytes.begin(), bytes.end(), [](char c) { return c != '\0'; }))) {
@@ -187,15 +176,14 @@ int MakeKeyFile(const std::string& folder) {
     if (!MakeFolder(folder)) {
         return errno;
     }
-    const CloseDescriptor file(mkostemp(side.data(), O_CLOEXEC));
-    if (file.descriptor < 0) {
+    const gvx::UniqueFd file(mkostemp(side.data(), O_CLOEXEC));
+    if (!file.Valid()) {
         return errno;
     }
     gvx::CipherKey key{};
-    const bool written = CBB::GenerateRandom(key.data(), key.size()) == 0 &&
-                         fchmod(file.descriptor, kPrivateFile) == 0 &&
-                         write(file.descriptor, key.data(), key.size()) == static_cast<ssize_t>(key.size()) &&
-                         fsync(file.descriptor) == 0;
+    const bool written = CBB::GenerateRandom(key.data(), key.size()) == 0 && fchmod(file.Get(), kPrivateFile) == 0 &&
+                         write(file.Get(), key.data(), key.size()) == static_cast<ssize_t>(key.size()) &&
+                         fsync(file.Get()) == 0;
     memset_s(key.data(), key.size(), 0, key.size());
     const bool named = written && (link(side.c_str(), (folder + kKeyName).c_str()) == 0 || errno == EEXIST);
     const int fault = errno != 0 ? errno : EIO;
@@ -331,8 +319,8 @@ bool CSecurityMgr::TakeKeyLocked(const std::string& folder, bool make) {
 // watches. What can not be stored is tried again with each use, and told once.
 void CSecurityMgr::StoreKeysLocked(const std::string& folder) {
     // gvxd and gvxctl may both store: one after the other.
-    const CloseDescriptor turn(open((folder + kKeyName).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    while (turn.descriptor >= 0 && flock(turn.descriptor, LOCK_EX) != 0 && errno == EINTR) {
+    const gvx::UniqueFd turn(open((folder + kKeyName).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    while (turn.Valid() && flock(turn.Get(), LOCK_EX) != 0 && errno == EINTR) {
     }
     const std::string path = folder + kFormerName;
     std::string bytes;
