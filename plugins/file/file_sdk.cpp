@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "file/file_device.h"
 #include "file/guarded.h"
+#include "gvx_common/adapter/gvx_reason.h"
 
 #include <memory>
 #include <utility>
@@ -69,8 +70,7 @@ int FileSdk::CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) 
         std::vector<MediaPtr> lenses;
         std::string error;
         if (!m_media.Resolve(info.strExtend, lenses, error)) {
-            GVX_LOG_ERR_CODE(kTitle, ZVS_PARA_INVALID, "Device[%s]: %s", info.strDevCode.c_str(), error.c_str());
-            return ZVS_PARA_INVALID;
+            return GvxFail(ZVS_PARA_INVALID, "%s", error.c_str());
         }
         auto entry = std::make_unique<DirectoryEntry>(m_devices, info.strDevCode, info.eDevFormType);
         auto made = std::make_unique<FileDevice>(std::move(lenses), std::move(entry));

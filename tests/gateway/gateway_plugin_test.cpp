@@ -140,11 +140,15 @@ TEST_F(GatewayTest, ARefusalCarriesWhatThePluginReportedOnce) {
     EXPECT_EQ(added.code, static_cast<unsigned>(ZVS_GVX_UNAUTHORIZED));
     EXPECT_NE(added.text.find(report), std::string::npos) << added.text;
     EXPECT_NE(added.text.find("<ErrorDetail>Init failed because of its mood.</ErrorDetail>"), std::string::npos);
-    EXPECT_NE(added.text.find("<DevCode>CAM1</DevCode><Reason>"), std::string::npos) << added.text;
+    EXPECT_NE(
+        added.text.find("<DevCode>CAM1</DevCode><Reason>The device could not be initialised. Init is in a bad mood."),
+        std::string::npos)
+        << added.text;
 
     ASSERT_EQ(AddDevice("CAM1", "StartStream=report").code, 0u);
     const Answer started = Start("CAM1", "s");
     EXPECT_EQ(started.code, static_cast<unsigned>(ZVS_GVX_UNAUTHORIZED));
+    EXPECT_EQ(started.json["Reason"].asString(), "The plug-in did not start the stream. StartStream is in a bad mood.");
     EXPECT_NE(started.json["ErrorReport"].asString().find("StartStream failed because of its mood."), std::string::npos)
         << started.text;
     EXPECT_FALSE(Stop("CAM1", "s").json.isMember("ErrorReport"));

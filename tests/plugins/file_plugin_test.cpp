@@ -1,5 +1,6 @@
 #include "gvx_common/adapter/gvx_adapter_interface.h"
 #include "gvx_common/adapter/gvx_plugin.h"
+#include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/media_memory/MediaMemPool.h"
 #include "gvx_common/records/stream_param.h"
 #include "support/recording_logger.h"
@@ -117,7 +118,7 @@ TEST_F(FilePluginTest, SaysWhyItCannotStartOrMakeADevice) {
     auto* device = reinterpret_cast<CAdapterDevBase*>(this);
     EXPECT_EQ(ZVS_PARA_INVALID, m_sdk->CreateDevice(info, device));
     EXPECT_EQ(nullptr, device);
-    EXPECT_TRUE(m_log->Contains("Device[CAM001]: There is no medium 'other'."));
+    EXPECT_EQ(GvxTakeReason(), "There is no medium 'other'.");
     std::filesystem::remove(m_folder.Path("a.alaw"));
     EXPECT_FALSE(Load(""));
     EXPECT_EQ("Medium 'demo': " + m_folder.Path("a.alaw") + " cannot be opened: No such file or directory.",

@@ -2,6 +2,7 @@
 
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 #include "gvx_common/adapter/gvx_plugin.h"
+#include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/alarm/gvx_error_mgr.h"
 #include "gvx_common/records/stream_param.h"
 
@@ -13,9 +14,9 @@
 #include <thread>
 
 // A camera that sends numbered packets, unless the device's extend text says otherwise: "operation=mood", parted by
-// blanks. Moods: throw, throw-int, error, report (an error with its words), hang, null; "StartStream=error-later": the
-// thread sends already. "thread=endless": the thread goes on sending whatever StopStream answers; "thread=inline":
-// StartStream sends its first packet itself.
+// blanks. Moods: throw, throw-int, error, report (an error with its words and its reason), hang, null;
+// "StartStream=error-later": the thread sends already. "thread=endless": the thread goes on sending whatever StopStream
+// answers; "thread=inline": StartStream sends its first packet itself.
 
 MoodyState g_moody;
 
@@ -49,6 +50,7 @@ int Act(const std::string& moods, const char* operation) {
     }
     if (mood == "report") {
         GVXErrorMgr::getInstance()->reportError(__func__, "CAM1", "3", ZVS_GVX_UNAUTHORIZED, operation, "of its mood");
+        GvxSetReason("%s is in a bad mood.", operation);
     }
     return mood == "error" || mood == "report" ? ZVS_GVX_UNAUTHORIZED : 0;
 }

@@ -49,27 +49,31 @@ Result Device::Create(const DeviceRequest& request, const Place& place, std::uni
 }
 
 Result Device::CreateAdapter(const DeviceRequest& request, const Place& place) {
-    int code = CallPlugin(m_plugin.Name(), "CreateDevice", m_code,
-                          [&] { return m_plugin.Sdk().CreateDevice(request.info, m_adapter); });
+    std::string said;
+    int code = CallPlugin(
+        m_plugin.Name(), "CreateDevice", m_code, [&] { return m_plugin.Sdk().CreateDevice(request.info, m_adapter); },
+        &said);
     if (code == 0 && m_adapter == nullptr) {
         LogPluginError(m_plugin.Name(), "CreateDevice (which gave no object)", m_code, ZVS_NULL_POINTER);
         code = ZVS_NULL_POINTER;
     }
     if (code != 0) {
         m_adapter = nullptr;
-        return Failure(code, "The plug-in made no device.");
+        return Failure(code, "The plug-in made no device.", said);
     }
     SetIdentity(*m_adapter, request.info, place);
-    code = CallPlugin(m_plugin.Name(), "Init", m_code, [&] { return m_adapter->Init(); });
-    return code == 0 ? Result{} : Failure(code, "The device could not be initialised.");
+    code = CallPlugin(
+        m_plugin.Name(), "Init", m_code, [&] { return m_adapter->Init(); }, &said);
+    return code == 0 ? Result{} : Failure(code, "The device could not be initialised.", said);
 }
 
 // A plug-in that tells nothing of its channels serves the lenses that the request names.
 Result Device::ReadAbility(std::vector<LensRequest>& lenses) {
-    const int code =
-        CallPlugin(m_plugin.Name(), "GetDeviceAbility", m_code, [&] { return m_adapter->GetDeviceAbility(m_ability); });
+    std::string said;
+    const int code = CallPlugin(
+        m_plugin.Name(), "GetDeviceAbility", m_code, [&] { return m_adapter->GetDeviceAbility(m_ability); }, &said);
     if (code != 0 && (code != ZVS_GVX_DEV_UN_SUPPORT || lenses.empty())) {
-        return Failure(code, "The device's channels could not be read.");
+        return Failure(code, "The device's channels could not be read.", said);
     }
     if (lenses.empty()) {
         for (const GVX_CHANNEL_ABILITY_INFO& channel : m_ability.channels) {
@@ -84,16 +88,20 @@ Result Device::CreateLens(const LensRequest& request) {
     Lens made;
     made.code = request.code;
     made.channel = request.channel;
-    int code = CallPlugin(m_plugin.Name(), "CreateLens", m_code, [&] {
-        CAdapterDevBase* parent = m_adapter;
-        return m_adapter->CreateLens(made.code.c_str(), made.channel, parent, made.adapter);
-    });
+    std::string said;
+    int code = CallPlugin(
+        m_plugin.Name(), "CreateLens", m_code,
+        [&] {
+            CAdapterDevBase* parent = m_adapter;
+            return m_adapter->CreateLens(made.code.c_str(), made.channel, parent, made.adapter);
+        },
+        &said);
     if (code == 0 && made.adapter == nullptr) {
         LogPluginError(m_plugin.Name(), "CreateLens (which gave no object)", m_code, ZVS_NULL_POINTER);
         code = ZVS_NULL_POINTER;
     }
     if (code != 0) {
-        return Failure(code, "Lens " + made.code + " could not be made.");
+        return Failure(code, "Lens " + made.code + " could not be made.", said);
     }
     for (const GVX_CHANNEL_ABILITY_INFO& channel : m_ability.channels) {
         if (channel.nChannelId == made.channel) {
@@ -102,9 +110,10 @@ Result Device::CreateLens(const LensRequest& request) {
     }
     m_lenses.push_back(std::move(made));  // from here on it is undone with the device
     Lens& lens = m_lenses.back();
-    code = CallPlugin(m_plugin.Name(), "Init of a lens", m_code, [&] { return lens.adapter->Init(); });
+    code = CallPlugin(
+        m_plugin.Name(), "Init of a lens", m_code, [&] { return lens.adapter->Init(); }, &said);
     lens.initialised = code == 0;
-    return code == 0 ? Result{} : Failure(code, "Lens " + lens.code + " could not be initialised.");
+    return code == 0 ? Result{} : Failure(code, "Lens " + lens.code + " could not be initialised.", said);
 }
 
 const std::string& Device::PluginName() const {

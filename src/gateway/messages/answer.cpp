@@ -82,8 +82,9 @@ std::string ReasonOf(int code) {
     return text == nullptr || *text == '\0' ? "Code " + std::to_string(code) + "." : text;
 }
 
-Result Failure(int code, const std::string& what) {
-    return {code, what.empty() ? ReasonOf(code) : what + " " + ReasonOf(code)};
+Result Failure(int code, const std::string& what, const std::string& said) {
+    const std::string reason = said.empty() ? ReasonOf(code) : said;
+    return {code, what.empty() ? reason : what + " " + reason};
 }
 
 }  // namespace gvx

@@ -23,8 +23,9 @@ struct Result {
 
 // One sentence for a code: its row in the error table, or its number.
 std::string ReasonOf(int code);
-// A code with its sentence, behind the one given.
-Result Failure(int code, const std::string& what = std::string());
+// A code with its sentence, behind the one given. What a plug-in has said of the failure (CallPlugin) stands in place
+// of the code's sentence.
+Result Failure(int code, const std::string& what = std::string(), const std::string& said = std::string());
 
 // Answers to a request, which leave by the main-service link. A command that is a response is never answered.
 void AnswerBare(const BP::CCmd& cmd, int code);

@@ -93,9 +93,10 @@ void LogPluginException(const std::string& plugin, const char* operation, const 
                      what == nullptr ? "not a std::exception" : what);
 }
 
-void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code) {
-    GVX_LOG_ERR_CODE("Plug-in error", code, "plug-in %s: %s of device %s failed.", plugin.c_str(), operation,
-                     device.empty() ? "-" : device.c_str());
+void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code,
+                    const std::string& reason) {
+    GVX_LOG_ERR_CODE("Plug-in error", code, "plug-in %s: %s of device %s failed.%s%s", plugin.c_str(), operation,
+                     device.empty() ? "-" : device.c_str(), reason.empty() ? "" : " ", reason.c_str());
 }
 
 void LeaveBehind(std::shared_ptr<void> object) {

@@ -2,6 +2,7 @@
 
 #include "base/periodic_thread.h"
 #include "base/zvs_error.h"
+#include "gvx_common/adapter/gvx_reason.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -64,8 +65,9 @@ private:
 // Writes the one line about an exception that left a plug-in; what may be null.
 void LogPluginException(const std::string& plugin, const char* operation, const std::string& device,
                         const char* what) noexcept;
-// The one line about an error that a plug-in answers.
-void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code);
+// The one line about an error that a plug-in answers, with the reason that it gives, which may be empty.
+void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code,
+                    const std::string& reason = std::string());
 
 // Calls into a plug-in. An exception becomes the failure value and a log line; so the caller sees results only.
 template <typename Result, typename Function>
@@ -83,17 +85,24 @@ Result GuardPluginCall(const std::string& plugin, const char* operation, const s
 }
 
 // The same for operations that answer 0 or an error code: an exception is ZVS_GVX_PLUGIN_EXCEPTION, and an error is
-// logged with the plug-in's name.
+// logged with the plug-in's name. reason, which may be null, gets the plug-in's own words for a failure; empty when it
+// gives none.
 template <typename Function>
-int CallPlugin(const std::string& plugin, const char* operation, const std::string& device, Function&& function) {
+int CallPlugin(const std::string& plugin, const char* operation, const std::string& device, Function&& function,
+               std::string* reason = nullptr) {
+    GvxTakeReason();  // what an earlier call has left behind
     bool returned = false;
     const int code = GuardPluginCall<int>(plugin, operation, device, ZVS_GVX_PLUGIN_EXCEPTION, [&] {
         const int result = function();
         returned = true;
         return result;
     });
+    std::string said = returned && code != 0 ? GvxTakeReason() : std::string();
     if (returned && code != 0) {
-        LogPluginError(plugin, operation, device, code);
+        LogPluginError(plugin, operation, device, code, said);
+    }
+    if (reason != nullptr) {
+        *reason = std::move(said);
     }
     return code;
 }

@@ -87,21 +87,25 @@ void LiveStream::FillParam() {
     m_param->m_nMediaSecurityEnable = MEDIA_SECURITY_DISABLE;
 }
 
-int LiveStream::Call(const char* operation, int (*call)(LiveStream&)) {
-    return CallPlugin(m_lens.plugin, operation, m_lens.device, [this, call] { return call(*this); });
+int LiveStream::Call(const char* operation, int (*call)(LiveStream&), std::string* said) {
+    return CallPlugin(
+        m_lens.plugin, operation, m_lens.device, [this, call] { return call(*this); }, said);
 }
 
 int LiveStream::Negotiate(std::string& reason) {
-    int code = Call("NegotiateStreamParam",
-                    [](LiveStream& self) { return self.m_lens.adapter->NegotiateStreamParam(self.m_param); });
+    std::string said;
+    int code = Call(
+        "NegotiateStreamParam",
+        [](LiveStream& self) { return self.m_lens.adapter->NegotiateStreamParam(self.m_param); }, &said);
     if (code != 0) {
-        reason = "The plug-in refused the stream's parameters. " + ReasonOf(code);
+        reason = Failure(code, "The plug-in refused the stream's parameters.", said).reason;
         return code;
     }
-    code =
-        Call("CheckSpecialCase", [](LiveStream& self) { return self.m_lens.adapter->CheckSpecialCase(self.m_param); });
+    code = Call(
+        "CheckSpecialCase", [](LiveStream& self) { return self.m_lens.adapter->CheckSpecialCase(self.m_param); },
+        &said);
     if (code != 0) {
-        reason = "The plug-in refused the stream. " + ReasonOf(code);
+        reason = Failure(code, "The plug-in refused the stream.", said).reason;
     }
     return code;
 }
@@ -163,15 +167,19 @@ int LiveStream::OpenMetadata() {
 }
 
 int LiveStream::StartPlugin(std::string& reason) {
-    const int code = Call("StartStream", [](LiveStream& self) {
-        return self.m_lens.adapter->StartStream(self.m_gate.UserInfo(), &StreamGate::Send, self.m_param,
-                                                self.m_request.extension);
-    });
+    std::string said;
+    const int code = Call(
+        "StartStream",
+        [](LiveStream& self) {
+            return self.m_lens.adapter->StartStream(self.m_gate.UserInfo(), &StreamGate::Send, self.m_param,
+                                                    self.m_request.extension);
+        },
+        &said);
     if (code == ZVS_GVX_PLUGIN_EXCEPTION) {
         LeaveObjectsBehind();  // whether it has started a thread is not known
     }
     if (code != 0) {
-        reason = "The plug-in did not start the stream. " + ReasonOf(code);
+        reason = Failure(code, "The plug-in did not start the stream.", said).reason;
     }
     return code;
 }

@@ -78,7 +78,7 @@ private:
     int OpenMetadata();
     MediaSendParams SendParams() const;
     int StartPlugin(std::string& reason);
-    int Call(const char* operation, int (*call)(LiveStream&));
+    int Call(const char* operation, int (*call)(LiveStream&), std::string* said = nullptr);
     void CloseSendPath();
     void DeleteParam();
     void LeaveObjectsBehind();

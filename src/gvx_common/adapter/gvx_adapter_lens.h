@@ -2,7 +2,7 @@
 
 #include "base/zvs_error.h"
 #include "base/zvs_types.h"
-#include "gvx_common/adapter/conf_item_mask.h"
+#include "gvx_common/records/conf_item_mask.h"
 #include "gvx_common/records/gvx_adapter_records.h"
 #include "gvx_common/records/media_types.h"
 #include "gvx_common/rtp/media_channel.h"

@@ -11,8 +11,9 @@
 #include <utility>
 #include <vector>
 
-// Argument records of the adapter operations that the gateway fills or reads. Those that only pass through are
-// declared in gvx_adapter_records_fwd.h.
+// Argument records of the adapter operations whose fields the gateway itself looks at. The others stand by subject in
+// device_config_records.h, picture_records.h, ptz_records.h, guard_records.h, recording_records.h and
+// intelligent_records.h; gvx_adapter_records_fwd.h declares them.
 
 class CExtDevInfo;
 class CStreamParam;

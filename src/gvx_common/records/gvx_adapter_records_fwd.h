@@ -1,7 +1,7 @@
 #pragma once
 
-// Argument records of the adapter operations that only pass through: the core hands them from a platform message
-// to the plug-in and looks at none of their fields, so that their names are all that it needs.
+// Argument records of the adapter operations that only pass through: the classes of the contract hand them on and look
+// at none of their fields, so that their names are all that these need. Who uses a record includes its header.
 struct AUTO_TRACE_PARAM_S;
 struct DEV_8021X_CONF_STRU;
 struct GET_PU_RECORD_INFO;
