@@ -9,6 +9,7 @@
 #include "gvx_common/adapter/gvx_adapter_lens.h"
 #include "gvx_common/adapter/gvx_adapter_sdk.h"
 #include "gvx_common/adapter/gvx_plugin.h"
+#include "gvx_common/adapter/gvx_plugin_layout.h"
 #include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/alarm/gvx_dev_err.h"
 #include "gvx_common/alarm/gvx_error_mgr.h"

@@ -29,6 +29,7 @@ def check_failures(options, folder, taken):
              for name in ("alarm/gvx_nvt_alarm_description.xml", "zvs_gvx.conf", "zvs_gvx_nat.conf", "net.xml")]
     rows += [({"GVX_PLUGIN_LIST": name}, None, [], code, named) for name, code, named in (
         ("nowhere", 12, "gvx_plugin_nowhere.so"), ("empty", 12, "gvx_plugin_empty.so"), ("wrong_abi", 12, "wrong_abi"),
+        ("no_layout", 12, "build it anew"), ("other_layout", 12, "bytes there, "),
         ("unresolved", 12, "gvx_plugin_unresolved.so"), ("refuses", 13, "/nowhere/clip.h264"), ("throws", 13, "throws"))]
     for number, (settings, without, arguments, code, named) in enumerate(rows):
         gateway = e2e.Gateway(options, folder / str(number), settings={"GVX_LISTEN_PORT": 0, **settings})

@@ -1,3 +1,8 @@
+// A plug-in of an older package, or of one with another layout: what the header exports by itself goes by another name.
+#if defined(START_WITHOUT_LAYOUT) || defined(START_OTHER_LAYOUT)
+#define GvxGetPluginLayout GvxHiddenLayout
+#endif
+
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 #include "gvx_common/adapter/gvx_plugin.h"
 
@@ -36,6 +41,15 @@ public:
 };
 
 }  // namespace
+
+#ifdef START_OTHER_LAYOUT
+#undef GvxGetPluginLayout
+GVX_PLUGIN_EXPORT const GvxPluginLayout* GvxGetPluginLayout() {
+    static const GvxTypeSize types[] = {gvx::kPluginTypes[0], {"CAdapterDevBase", sizeof(CAdapterDevBase) + 8}};
+    static const GvxPluginLayout layout{GVX_PLUGIN_ABI_VERSION, 2, types};
+    return &layout;
+}
+#endif
 
 const GvxPluginDescription* GvxDescribePlugin() {
     static const GvxPluginDescription description{START_ABI, START_NAME, "1", "tests"};

@@ -7,16 +7,10 @@
 #include "gvx_common/link/gvx_connection_mgr.h"
 
 #include <algorithm>
-#include <cctype>
-
-#include <dlfcn.h>
-#include <unistd.h>
 
 namespace gvx {
 
 namespace {
-
-constexpr std::size_t kMaxNameLength = 32;
 
 struct ProtocolRow {
     int protocol;
@@ -28,32 +22,15 @@ constexpr ProtocolRow kProtocols[] = {
     {BP::DEV_PROTOCOL_TYPE_DHSDK, "dhsdk"},
 };
 
-template <typename Function>
-Function Symbol(void* handle, const char* name) {
-    return reinterpret_cast<Function>(dlsym(handle, name));
-}
-
-// Names come from the configuration and become part of a path.
-bool IsPluginName(const std::string& name) {
-    return !name.empty() && name.size() <= kMaxNameLength && std::all_of(name.begin(), name.end(), [](unsigned char c) {
-        return (c >= 'a' && c <= 'z') || std::isdigit(c) != 0 || c == '_' || c == '-';
-    });
-}
-
 StartResult Missing(const std::string& name, const std::string& path, const std::string& why) {
     return StartFailure(ExitCode::PluginMissing, "plug-in " + name + " (" + path + "): " + why);
 }
 
-std::string LastError(const std::string& plugin, void* handle) {
-    const auto lastError = Symbol<GvxPluginLastErrorFunc>(handle, GVX_PLUGIN_LAST_ERROR_SYMBOL);
+std::string LastError(const std::string& plugin, GvxPluginLastErrorFunc lastError) {
     const char* text = lastError == nullptr
                            ? nullptr
                            : GuardPluginCall<const char*>(plugin, GVX_PLUGIN_LAST_ERROR_SYMBOL, "", nullptr, lastError);
     return text == nullptr || *text == '\0' ? "it gives no reason" : text;
-}
-
-std::string TextOf(const char* text) {
-    return text == nullptr ? std::string() : std::string(text);
 }
 
 }  // namespace
@@ -74,43 +51,23 @@ std::unique_ptr<LoadedPlugin> LoadedPlugin::Load(const std::string& name, const 
 StartResult LoadedPlugin::Open(const std::string& name, const std::string& path) {
     m_info.m_strName = name;
     m_info.m_strPath = path;
-    if (access(path.c_str(), R_OK) != 0) {
-        return Missing(name, path, "there is no such file, or it cannot be read");
-    }
     const PluginCallScope loading(name, "loading", "");  // a constructor of the object may take its time
-    m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (m_handle == nullptr) {
-        return Missing(name, path, TextOf(dlerror()));
+    std::string fault;
+    const std::optional<PluginLibrary> library = PluginLibrary::Open(path, fault);
+    if (!library.has_value()) {
+        return Missing(name, path, fault);
     }
-    const auto describe = Symbol<GvxDescribePluginFunc>(m_handle, GVX_PLUGIN_DESCRIBE_SYMBOL);
-    const GvxPluginDescription* description =
-        describe == nullptr
-            ? nullptr
-            : GuardPluginCall<const GvxPluginDescription*>(name, GVX_PLUGIN_DESCRIBE_SYMBOL, "", nullptr, describe);
-    if (description == nullptr) {
-        return Missing(name, path, "it does not describe itself");
+    if (library->name != name) {
+        return Missing(name, path, "it calls itself " + library->name);
     }
-    if (description->uiAbiVersion != GVX_PLUGIN_ABI_VERSION) {
-        return Missing(name, path,
-                       "it was built for plug-in interface " + std::to_string(description->uiAbiVersion) +
-                           ", this gateway has " + std::to_string(GVX_PLUGIN_ABI_VERSION));
-    }
-    if (TextOf(description->pName) != name) {
-        return Missing(name, path, "it calls itself " + TextOf(description->pName));
-    }
-    m_info.m_strVersion = TextOf(description->pVersion);
-    m_info.m_strMaker = TextOf(description->pMaker);
-    m_destroy = Symbol<GvxDestroyAdapterFunc>(m_handle, GVX_PLUGIN_DESTROY_SYMBOL);
-    if (m_destroy == nullptr || Symbol<void*>(m_handle, GVX_PLUGIN_CREATE_SYMBOL) == nullptr) {
-        return Missing(name, path, "it exports no functions that make and destroy its adapter");
-    }
-    m_takeIntake = Symbol<GvxTakeIntakeBlockFunc>(m_handle, GVX_PLUGIN_TAKE_INTAKE_BLOCK_SYMBOL);
+    m_library = *library;
+    m_info.m_strVersion = library->version;
+    m_info.m_strMaker = library->maker;
     return {};
 }
 
 StartResult LoadedPlugin::Start(const std::string& configFile) {
-    const auto create = Symbol<GvxCreateAdapterFunc>(m_handle, GVX_PLUGIN_CREATE_SYMBOL);
-    m_sdk = GuardPluginCall<CAdapterSdkBase*>(Name(), GVX_PLUGIN_CREATE_SYMBOL, "", nullptr, create);
+    m_sdk = GuardPluginCall<CAdapterSdkBase*>(Name(), GVX_PLUGIN_CREATE_SYMBOL, "", nullptr, m_library.create);
     if (m_sdk == nullptr) {
         return StartFailure(ExitCode::PluginRefused, "plug-in " + Name() + ": it made no adapter");
     }
@@ -121,9 +78,9 @@ StartResult LoadedPlugin::Start(const std::string& configFile) {
         return result;
     });
     if (!started) {
-        return StartFailure(ExitCode::PluginRefused,
-                            "plug-in " + Name() + " refuses to start: " +
-                                (threw ? std::string("it threw an exception") : LastError(Name(), m_handle)));
+        return StartFailure(ExitCode::PluginRefused, "plug-in " + Name() + " refuses to start: " +
+                                                         (threw ? std::string("it threw an exception")
+                                                                : LastError(Name(), m_library.lastError)));
     }
     CallPlugin(Name(), "SetCommonMessageCallback", "", [&] {
         m_sdk->SetCommonMessageCallback(&OnPluginReport);
@@ -139,7 +96,8 @@ StartResult LoadedPlugin::Start(const std::string& configFile) {
 }
 
 int LoadedPlugin::TakeIntakeBlock(const GvxIntakeBlock& block) const {
-    return CallPlugin(Name(), GVX_PLUGIN_TAKE_INTAKE_BLOCK_SYMBOL, "", [&] { return m_takeIntake(m_sdk, &block); });
+    return CallPlugin(Name(), GVX_PLUGIN_TAKE_INTAKE_BLOCK_SYMBOL, "",
+                      [&] { return m_library.takeIntake(m_sdk, &block); });
 }
 
 LoadedPlugin::~LoadedPlugin() {
@@ -147,7 +105,7 @@ LoadedPlugin::~LoadedPlugin() {
         return;
     }
     CallPlugin(Name(), GVX_PLUGIN_DESTROY_SYMBOL, "", [&] {
-        m_destroy(m_sdk);
+        m_library.destroy(m_sdk);
         return 0;
     });
 }
@@ -156,7 +114,7 @@ StartResult PluginHost::LoadAll(const std::string& dir, const std::vector<std::s
                                 const std::string& configDir) {
     for (const std::string& name : names) {
         const std::string path = dir + "/gvx_plugin_" + name + ".so";
-        if (!IsPluginName(name)) {
+        if (!PluginLibrary::IsName(name)) {
             return Missing(name, dir, "a plug-in's name has 1 to 32 of a-z, 0-9, '_' and '-'");
         }
         if (Find(name) != nullptr) {

@@ -3,7 +3,7 @@
 #include "bp/service.h"
 #include "gateway/settings/exit_codes.h"
 #include "gvx_common/adapter/gvx_adapter_sdk.h"
-#include "gvx_common/adapter/gvx_plugin.h"
+#include "gvx_common/adapter/plugin_library.h"
 
 #include <functional>
 #include <memory>
@@ -29,7 +29,7 @@ public:
     const std::string& Name() const { return m_info.m_strName; }
     CAdapterSdkBase& Sdk() const { return *m_sdk; }
     // Whether it asks for what devices push, and its answer to a block. Any thread.
-    bool TakesIntake() const { return m_takeIntake != nullptr; }
+    bool TakesIntake() const { return m_library.takeIntake != nullptr; }
     int TakeIntakeBlock(const GvxIntakeBlock& block) const;
 
 private:
@@ -39,10 +39,8 @@ private:
     StartResult Start(const std::string& configFile);
 
     BP::CPluginInfo m_info;
-    void* m_handle = nullptr;          // of dlopen
+    PluginLibrary m_library;
     CAdapterSdkBase* m_sdk = nullptr;  // made and destroyed by the plug-in's own functions
-    GvxDestroyAdapterFunc m_destroy = nullptr;
-    GvxTakeIntakeBlockFunc m_takeIntake = nullptr;  // null when it does not ask
 };
 
 // The plug-ins of this process. They are loaded at start, before any other thread asks, and stay until the end;
