@@ -25,3 +25,7 @@ install(FILES ${CMAKE_BINARY_DIR}/gvx_common-config.cmake ${CMAKE_BINARY_DIR}/gv
 file(RELATIVE_PATH GVX_PREFIX_FROM_PKGCONFIG /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/gvx_common.pc.in ${CMAKE_BINARY_DIR}/gvx_common.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/gvx_common.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The pages, and the reference of the public headers when scripts/docs.sh has made it.
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/build/reference/html/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/reference OPTIONAL)
