@@ -1,16 +1,15 @@
 #include "gvx_common/adapter/gvx_adapter_lens.h"
 
 #include "base/bounded_string.h"
-#include "base/clock.h"
 #include "base/log.h"
+#include "gvx_common/adapter/snapshot/snapshot_worker.h"
 #include "gvx_common/records/stream_param.h"
 #include "gvx_common/sdp/gvx_sip_sdp.h"
 
-#include <cstdint>
 #include <new>
 
 CAdapterLensBase::CAdapterLensBase(const char* lensId, const short& channel, CAdapterDevBase& parent)
-    : m_ParentDev(parent), m_nChannelId(channel) {
+    : m_ParentDev(parent), m_nChannelId(channel), m_snapWorker(new gvx::SnapshotWorker) {
     memset_s(m_chSubDevID, sizeof(m_chSubDevID), 0, sizeof(m_chSubDevID));
     if (lensId != nullptr && strncpy_s(m_chSubDevID, sizeof(m_chSubDevID), lensId, std::strlen(lensId)) != 0) {
         GVX_LOG_ERR("CAdapterLensBase::CAdapterLensBase", "strncpy_s failed!");
@@ -28,6 +27,7 @@ CAdapterLensBase::CAdapterLensBase(const char* lensId, const short& channel, CAd
 }
 
 CAdapterLensBase::~CAdapterLensBase() {
+    StopSnapQueueThread();
     if (m_pMediaChannel == nullptr) {
         return;
     }
@@ -68,15 +68,5 @@ bool CAdapterLensBase::IsSerialParam(const CONF_ITEM_MASK_STRU* mask) {
             return true;
         }
     }
-    return false;
-}
-
-bool CAdapterLensBase::OnCheckSnapShotRequest(const PU_SNAP_CONF_REQ& snapReq) {
-    constexpr std::uint64_t kMaxAgeMs = 1000;
-    const std::uint64_t nowMs = static_cast<std::uint64_t>(gvx::CurrentClock().WallMicroseconds()) / 1000;
-    if (nowMs - snapReq.timeStamp <= kMaxAgeMs) {  // unsigned: a time in the future is far too old
-        return true;
-    }
-    GVX_LOG_ERR("OnCheckSnapShotRequest", "snapshot request has delayed more than 1 second, drop it");
     return false;
 }

@@ -13,9 +13,13 @@
 
 #include <deque>
 #include <list>
+#include <memory>
 #include <string>
 
 class ACE_Message_Block;
+namespace gvx {
+class SnapshotWorker;
+}
 class CAdapterDevBase;
 class CStreamParam;
 class MemHandler;
@@ -166,6 +170,25 @@ public:
     // True when the request may still run: it is at most 1000 ms old. A timeStamp in the future counts as too old.
     virtual bool OnCheckSnapShotRequest(const PU_SNAP_CONF_REQ& snapReq);
 
+    // Snapshots: requests wait, five at most, for one worker thread of the lens, which the first of them starts. It
+    // calls VcuSnapShotReqInfo for each that OnCheckSnapShotRequest lets pass, and pauses for EveryIPC_CapInterval
+    // milliseconds after each that succeeded.
+
+    // Queues a copy; any thread. 0; ZVS_GVX_GET_SNAP_SHOT_ERROR when five wait or the worker cannot be started; 1 when
+    // a lock failed.
+    int EnqueueSnapRequest(const PU_SNAP_CONF_REQ& snapReq);
+    // Waits for the next request. 0; 1 without one, queueExit then saying whether the worker is to end.
+    int GetOneSnapRequest(PU_SNAP_CONF_REQ& snapReq, bool& queueExit);
+    // The worker's body; arg is the lens. 0, or ZVS_NULL_POINTER for null.
+    static int ProcessSnapShotQueue(void* arg);
+    // Makes queue and worker. 0 or ZVS_GVX_GET_SNAP_SHOT_ERROR. A lens that was stopped serves no request any more: its
+    // worker ends at the first.
+    int StartSnapQueueThread();
+    // Ends the worker, at once where it pauses, and waits for the capture that it is at; what waits is dropped. 0, also
+    // without a worker, or 1 when the lock failed. By one thread at a time, not the worker's; before the object of the
+    // plug-in's class goes.
+    int StopSnapQueueThread();
+
     // Frames to packets. A channel index is a stream type (0 to 10) for RTP over UDP, that value plus 11 (11 to 21)
     // for RTP over TCP. The int operations return 0, 1 for a failure, or ZVS_GVX_OPEN_SOCKET_ERROR when the send
     // function returned that. When they return, everything has gone to the send function of the channel.
@@ -256,10 +279,18 @@ protected:
     unsigned short m_usMetaDataSeqNo = 0;  // shared by all channels of the lens
     enProfileAbnormalType m_profileFlag = PROFILE_NORMAL;
 
-    // Snapshot requests that wait; all null while no worker runs.
+    // Snapshot requests that wait; all null while no worker runs. m_snapQueueMutex guards the queue and the flag, which
+    // stays set after a stop.
     ACE_thread_t m_snapQueueThreadHandle = 0;
     std::deque<PU_SNAP_CONF_REQ>* m_snapQueue = nullptr;
     ACE_Recursive_Thread_Mutex* m_snapQueueMutex = nullptr;
     ACE_Thread_Semaphore* m_snapQueueSema = nullptr;
     bool m_snapQueueExit = false;
+
+private:
+    int MakeSnapQueue();
+    void DeleteSnapQueue();
+    void ServeSnapQueue();
+
+    const std::unique_ptr<gvx::SnapshotWorker> m_snapWorker;
 };

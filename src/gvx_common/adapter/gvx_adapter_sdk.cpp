@@ -2,29 +2,7 @@
 
 #include "base/log.h"
 
-#include <new>
-
 #include <arpa/inet.h>
-
-CAdapterSdkBase::CAdapterSdkBase() {
-    m_pDiscDevInfo = new (std::nothrow) CDiscoveryDeviceInfo;
-    if (m_pDiscDevInfo != nullptr) {
-        ++g_bp_memstat;
-    }
-}
-
-CAdapterSdkBase::~CAdapterSdkBase() {
-    if (m_pDiscoveryTaskSemaphore != nullptr) {
-        delete m_pDiscoveryTaskSemaphore;
-        m_pDiscoveryTaskSemaphore = nullptr;
-        --g_bp_memstat;
-    }
-    if (m_pDiscDevInfo != nullptr) {
-        delete m_pDiscDevInfo;
-        m_pDiscDevInfo = nullptr;
-        --g_bp_memstat;
-    }
-}
 
 void CAdapterSdkBase::SetDiscoveryDeviceCallback(ADAPTER_DISCOVERY_DEVICE_CALLBACK* callback) {
     m_pDiscCallback = callback;

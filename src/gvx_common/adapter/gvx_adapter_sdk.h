@@ -9,14 +9,19 @@
 #include <ace/Task.h>
 #include <ace/Thread_Semaphore.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <utility>
 
 class CAdapterDevBase;
+namespace gvx {
+class DiscoveryTask;
+}
 
 // A device protocol as a whole; one object for each plug-in, made by GvxCreateAdapter (gvx_plugin.h). It derives from
 // ACE_Task so that the object can own threads. The operations are called by the gateway, one at a time; a plug-in may
@@ -40,9 +45,15 @@ public:
     // Makes the device that the record describes; device is the caller's from then on and is deleted by it.
     // 0, or an enZvsError with device left null.
     virtual int CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) = 0;
-    // A plug-in without a search of its own answers that there is none.
-    virtual int StartSearchDevice(CDiscoveryDeviceInfo*) { return ZVS_GVX_DEV_UN_SUPPORT; }
-    virtual void StopSearchDevice() {}
+    // Starts a search, a task of two threads: one probes by SendLocalProbeMessage or SendRemoteProbeMessage, the other
+    // reports to the callback, at first after 500 ms and then each second, what was found since and how far the search
+    // is, until that is 100 percent. pInfo is copied. A task ends after DISCOVERY_MAX_SECONDS at the latest.
+    // 0; ZVS_NULL_POINTER; ZVS_GVX_DEV_DISCOVERY_RUNNING while a task runs, or when the probes of the one before have
+    // not returned within 2 s; 1 when there is no thread.
+    virtual int StartSearchDevice(CDiscoveryDeviceInfo* pInfo);
+    // Ends the task with a last report of 100 percent, and does not wait for it. A plug-in that overrides this calls
+    // it, and sees to it that its probes return.
+    virtual void StopSearchDevice();
     // Checks address and credentials of a device that is not added yet.
     virtual int ValidateDevice(VALIDATE_DEVICE_INFO&) { return ZVS_GVX_DEV_UN_SUPPORT; }
     // The callbacks by which a plug-in reports. They are set before the first device is made, and stay valid for
@@ -63,29 +74,63 @@ public:
     virtual bool CheckIpInWhitelist(const std::string& address);
     virtual ZVS_INT32 setSipStackLogSwitch(ZVS_UINT32) { return 1; }
     virtual ZVS_INT32 SetSDKLogSwitch(ZVS_UINT32) { return 1; }
-    // The search: a hook for its end, and the probes of the local segment and of named ranges, one text for each
-    // address.
+    // The search: a hook for its end, and the probes of the local segment (no ranges were named) and of named ranges,
+    // one text for each address. The probes run on a thread of 128 KiB stack, and the search takes as long as they do;
+    // they return soon when IsSearchOver says so. They report by the operations below.
     virtual void OnDiscoveryDeviceFinish() {}
     virtual void SendLocalProbeMessage(std::list<std::string>&) {}
     virtual void SendRemoteProbeMessage(std::list<std::string>&) {}
 
+    // A device was found; any thread. A device that the platform knows, or that was reported in this search, is not
+    // reported again; without a search it is dropped.
+    void UpdateDiscoveryDeviceList(DeviceDiscoveryInfo& info);
+    // How far a search in passive mode is, in percent; above 100 counts as 100, which ends the search. Any thread.
+    void UpdateDiscoveryPrecent(unsigned int value);
+    UPDATE_PRECENT_MODE GetUpdatePrecentMode() const { return m_enUpdatePrecentMode; }
+    SEND_PEOBE_STATUS GetSendProbeStatus() const { return m_enSendProbeStatus; }
+    void SetSendProbeStatus(SEND_PEOBE_STATUS status) { m_enSendProbeStatus = status; }
+    // The segment of GVX_MESSAGE_IP from .1 to .255. 0, 1 or ZVS_IP_INVALID.
+    int GetLocalIpRange(DISCOVERY_IP_INFO& range);
+    // The bodies of the two threads, whose argument is the plug-in object: 0, or ZVS_NULL_POINTER for null.
+    static int ProcessSendProbeMessage(void* pArg);
+    static int ProcessSendDiscoveryDevice(void* pArg);
+    // Waits until no thread of a search runs any more, for limitMs at most; false when one still does, and the object
+    // must then not be destroyed. Any thread but theirs.
+    bool WaitSearchEnd(unsigned int limitMs);
+
 protected:
+    // True when there is no search, or when it was stopped or has taken its time: probes are then of no use. Any
+    // thread.
+    bool IsSearchOver() const;
+    // Reports until the search is over.
+    void SendDiscoveryDevice();
+    // One tick of the percent clock.
+    void UpdateDiscoveryPrecentSelf();
+
     ADAPTER_DISCOVERY_DEVICE_CALLBACK* m_pDiscCallback = nullptr;  // set by SetDiscoveryDeviceCallback
     std::string m_strServerIP;                                     // the gateway's own address
-    CDiscoveryDeviceInfo* m_pDiscDevInfo = nullptr;                // the running search; owned
+    CDiscoveryDeviceInfo* m_pDiscDevInfo = nullptr;                // the reporting thread's during a search; owned
     std::uint32_t m_uiPrecent = 0;                                 // search progress; guarded by m_UpdatePrecentMutex
     // Devices found since the last report; guarded by m_DevceDiscoveryInfoMutex.
     std::list<DeviceDiscoveryInfo> m_DevceDiscoveryInfo;
     ACE_Recursive_Thread_Mutex m_DevceDiscoveryInfoMutex;
-    bool m_bIsDiscoveryRunning = false;
+    std::atomic<bool> m_bIsDiscoveryRunning{false};
     ACE_Recursive_Thread_Mutex m_UpdatePrecentMutex;
     std::uint32_t m_uiProcessRateIndex = 0;  // ticks of the percent clock; guarded by m_UpdatePrecentMutex
-    SEND_PEOBE_STATUS m_enSendProbeStatus = Send_Probe_Status_Idel;
+    std::atomic<SEND_PEOBE_STATUS> m_enSendProbeStatus{Send_Probe_Status_Idel};
     UPDATE_PRECENT_MODE m_enUpdatePrecentMode = Update_Precent_Mode_Initiative;
     std::unordered_map<std::string, std::string> m_DiscoveryDeviceMap;  // devices known or already reported
-    std::size_t m_uiDevNumNeedProbe = 0;
-    std::size_t m_uiDevNumHasMatched = 0;
-    ACE_Thread_Semaphore* m_pDiscoveryTaskSemaphore = nullptr;  // discovery task hand-over; owned
+    std::atomic<std::size_t> m_uiDevNumNeedProbe{0};
+    std::atomic<std::size_t> m_uiDevNumHasMatched{0};
+    // Signalled once by each of a task's threads; lives until the next start has taken both signals. Owned.
+    ACE_Thread_Semaphore* m_pDiscoveryTaskSemaphore = nullptr;
     // IP ranges of the plug-in's whitelist: first and last address, in host byte order.
     std::list<std::pair<unsigned int, unsigned int>> m_listIpWhitelistPair;
+
+private:
+    int StartDiscoveryTask(const CDiscoveryDeviceInfo& request);
+    std::uint32_t DiscoveryPercent();
+    void CleanUpDiscovery();
+
+    const std::unique_ptr<gvx::DiscoveryTask> m_discoveryTask;
 };

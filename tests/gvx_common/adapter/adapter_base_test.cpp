@@ -3,7 +3,6 @@
 #include "base/log.h"
 #include "gvx_common/records/media_types.h"
 #include "gvx_common/records/stream_param.h"
-#include "support/test_clock.h"
 #include "support/test_lens.h"
 
 #include <ace/Message_Block.h>
@@ -91,20 +90,6 @@ TEST(ConfItemMask, TheValueOneNamesAnItemAndSixMakeASerialParameter) {
     EXPECT_FALSE(CAdapterLensBase::IsConfItemValid(&none, BOTTOM_INDEX));
     EXPECT_FALSE(CAdapterLensBase::IsConfItemValid(nullptr, COM_ADDR_INDEX));
     EXPECT_FALSE(CAdapterLensBase::IsSerialParam(nullptr));
-}
-
-TEST(SnapshotRequest, RunsUpToOneSecondAfterItWasMade) {
-    const ScopedTestClock clock;
-    TestLensOnDevice on;
-    const auto nowMs = static_cast<std::uint64_t>(gvx::CurrentClock().WallMicroseconds() / 1000);
-    for (const auto& [timeStamp, runs] : {std::pair<std::uint64_t, bool>{nowMs, true},
-                                          {nowMs - 1000, true},
-                                          {nowMs - 1001, false},
-                                          {nowMs + 1, false}}) {
-        PU_SNAP_CONF_REQ request{};
-        request.timeStamp = timeStamp;
-        EXPECT_EQ(runs, on.lens.OnCheckSnapShotRequest(request));
-    }
 }
 
 }  // namespace

@@ -1,0 +1,187 @@
+#include "gvx_common/adapter/gvx_adapter_lens.h"
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "gvx_common/adapter/snapshot/snapshot_worker.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/utility/gvx_utility.h"
+
+#include <ace/Guard_T.h>
+
+#include <chrono>
+#include <climits>
+#include <cstdint>
+#include <exception>
+#include <mutex>
+#include <new>
+
+#include <pthread.h>
+
+namespace {
+
+constexpr const char* kTitle = "Snapshot queue";
+constexpr std::size_t kMaxWaiting = 5;
+
+using QueueGuard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
+
+template <typename Object>
+void DeleteCounted(Object*& object) {
+    if (object != nullptr) {
+        delete object;
+        object = nullptr;
+        --g_bp_memstat;
+    }
+}
+
+}  // namespace
+
+int CAdapterLensBase::EnqueueSnapRequest(const PU_SNAP_CONF_REQ& snapReq) {
+    const std::lock_guard<std::mutex> life(m_snapWorker->QueueLife());
+    if (m_snapQueueThreadHandle == 0 && StartSnapQueueThread() != ZVS_SUCCEED) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_GET_SNAP_SHOT_ERROR, "StartSnapQueueThread failed");
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+    }
+    const QueueGuard guard(*m_snapQueueMutex);
+    if (!guard.locked()) {
+        return ZVS_FAIL;
+    }
+    if (m_snapQueue->size() >= kMaxWaiting) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_GET_SNAP_SHOT_ERROR, "snapshot queue is full, size:[%zu]",
+                         m_snapQueue->size());
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+    }
+    try {
+        m_snapQueue->push_back(snapReq);
+    } catch (const std::bad_alloc&) {
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+    }
+    m_snapQueueSema->release();
+    return ZVS_SUCCEED;
+}
+
+int CAdapterLensBase::MakeSnapQueue() {
+    m_snapQueueMutex = new (std::nothrow) ACE_Recursive_Thread_Mutex;
+    if (m_snapQueueMutex == nullptr) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "alloc ACE_Recursive_Thread_Mutex failed");
+        return ZVS_FAIL;
+    }
+    ++g_bp_memstat;
+    m_snapQueueSema = new (std::nothrow) ACE_Thread_Semaphore(0, nullptr, nullptr, INT_MAX);
+    if (m_snapQueueSema == nullptr) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "alloc ACE_Thread_Semaphore failed");
+        return ZVS_FAIL;
+    }
+    ++g_bp_memstat;
+    m_snapQueue = new (std::nothrow) std::deque<PU_SNAP_CONF_REQ>;
+    if (m_snapQueue == nullptr) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "alloc SnapShotQueue failed");
+        return ZVS_FAIL;
+    }
+    ++g_bp_memstat;
+    return ZVS_SUCCEED;
+}
+
+void CAdapterLensBase::DeleteSnapQueue() {
+    DeleteCounted(m_snapQueue);
+    DeleteCounted(m_snapQueueSema);
+    DeleteCounted(m_snapQueueMutex);
+    m_snapQueueThreadHandle = 0;
+}
+
+int CAdapterLensBase::StartSnapQueueThread() {
+    if (m_snapQueueThreadHandle != 0) {
+        return ZVS_SUCCEED;
+    }
+    if (MakeSnapQueue() != ZVS_SUCCEED) {
+        DeleteSnapQueue();
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+    }
+    if (!m_snapWorker->Spawn(&CAdapterLensBase::ProcessSnapShotQueue, this, m_snapQueueThreadHandle)) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_GET_SNAP_SHOT_ERROR, "fail to start snapshot handling thread");
+        DeleteSnapQueue();
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+    }
+    return ZVS_SUCCEED;
+}
+
+int CAdapterLensBase::StopSnapQueueThread() {
+    {
+        const std::lock_guard<std::mutex> life(m_snapWorker->QueueLife());
+        if (m_snapQueueThreadHandle == 0) {
+            return ZVS_SUCCEED;
+        }
+        const QueueGuard guard(*m_snapQueueMutex);
+        if (!guard.locked()) {
+            return ZVS_FAIL;
+        }
+        m_snapQueueExit = true;
+        m_snapQueueSema->release();
+    }
+    m_snapWorker->EndPauses();
+    gvx::SnapshotWorker::Join(m_snapQueueThreadHandle);  // requests that come meanwhile are dropped with the queue
+    const std::lock_guard<std::mutex> life(m_snapWorker->QueueLife());
+    DeleteSnapQueue();
+    return ZVS_SUCCEED;
+}
+
+int CAdapterLensBase::GetOneSnapRequest(PU_SNAP_CONF_REQ& snapReq, bool& queueExit) {
+    GVX_CHECK_NULL_RETURN(m_snapQueueSema, ZVS_FAIL);
+    m_snapQueueSema->acquire();
+    const QueueGuard guard(*m_snapQueueMutex);
+    if (m_snapQueueExit) {
+        GVX_LOG_INFO(kTitle, "snap queue is exiting");
+        queueExit = true;
+        return ZVS_FAIL;
+    }
+    if (m_snapQueue->empty()) {
+        return ZVS_FAIL;
+    }
+    snapReq = m_snapQueue->front();
+    m_snapQueue->pop_front();
+    GVX_DEBUG("get snapshot request from queue success");
+    return ZVS_SUCCEED;
+}
+
+bool CAdapterLensBase::OnCheckSnapShotRequest(const PU_SNAP_CONF_REQ& snapReq) {
+    constexpr std::uint64_t kMaxAgeMs = 1000;
+    const std::uint64_t nowMs = static_cast<std::uint64_t>(gvx::CurrentClock().WallMicroseconds()) / 1000;
+    if (nowMs - snapReq.timeStamp <= kMaxAgeMs) {  // unsigned: a time in the future is far too old
+        return true;
+    }
+    GVX_LOG_ERR("OnCheckSnapShotRequest", "snapshot request has delayed more than 1 second, drop it");
+    return false;
+}
+
+int CAdapterLensBase::ProcessSnapShotQueue(void* arg) {
+    GVX_CHECK_NULL_RETURN(arg, ZVS_NULL_POINTER);
+    CGvxUtility::pthreadSetThreadname(pthread_self(), "AdapterSnapShotThread");
+    static_cast<CAdapterLensBase*>(arg)->ServeSnapQueue();
+    GVX_LOG_INFO(kTitle, "snap queue thread will exit");
+    return ZVS_SUCCEED;
+}
+
+void CAdapterLensBase::ServeSnapQueue() {
+    bool queueExit = false;
+    while (!queueExit) {
+        PU_SNAP_CONF_REQ request{};
+        if (GetOneSnapRequest(request, queueExit) != ZVS_SUCCEED) {
+            continue;
+        }
+        try {
+            if (!OnCheckSnapShotRequest(request)) {
+                continue;
+            }
+            if (const int result = VcuSnapShotReqInfo(request); result != ZVS_SUCCEED) {
+                GVX_LOG_ERR_CODE(kTitle, result, "VcuSnapShotReqInfo failed");
+                continue;
+            }
+            GVX_LOG_INFO(kTitle, "VcuSnapShotReqInfo success");
+            m_snapWorker->Pause(std::chrono::milliseconds(
+                CGvxUtility::toInt(GvxConfigMgr()->GetConfValue("EveryIPC_CapInterval", "300"))));
+        } catch (const std::exception& fault) {
+            GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_PLUGIN_EXCEPTION, "VcuSnapShotReqInfo failed: %s", fault.what());
+        } catch (...) {
+            GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_PLUGIN_EXCEPTION, "VcuSnapShotReqInfo failed");
+        }
+    }
+}
