@@ -57,6 +57,7 @@ int RtspClient::Setup(const CCommonSession& media, const std::string& transport)
     if (result == 0) {
         m_session = Header(method, "Session");
         m_session.erase(std::min(m_session.find(';'), m_session.size()));
+        m_transport = Header(method, "Transport");
     }
     return result;
 }
@@ -156,8 +157,18 @@ bool RtspClient::ReadPacketBehindDollar() {
     if (m_stream.Recv_n(packet.data(), static_cast<unsigned int>(packet.size())) < 0) {
         return false;
     }
-    ++m_packets[head[0]];
+    if (m_packetSink) {
+        m_packetSink(head[0], reinterpret_cast<const std::uint8_t*>(packet.data()), packet.size());
+    }
     return true;
+}
+
+bool RtspClient::SendInterleaved(std::uint8_t channel, const std::uint8_t* data, std::size_t size) {
+    std::string packet{'$', static_cast<char>(channel), static_cast<char>(size >> 8), static_cast<char>(size)};
+    packet.append(reinterpret_cast<const char*>(data), size);
+    SetLimit();
+    return m_stream.Send(packet.data(), static_cast<unsigned int>(packet.size())) ==
+           static_cast<ssize_t>(packet.size());
 }
 
 bool RtspClient::ReadInterleaved() {

@@ -6,8 +6,9 @@
 #include "gvx_common/socket/common_socket_stream.h"
 
 #include <chrono>
+#include <cstdint>
+#include <functional>
 #include <list>
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,11 +33,13 @@ public:
     int Play() { return ExchangeOnSession("PLAY", {{"Range", "npt=0-"}}); }
     int Teardown() { return ExchangeOnSession("TEARDOWN", {}); }
 
-    // Reads and drops one packet that travels on this connection (RFC 2326, section 10.12); false when none came within
-    // the limit.
+    // Takes each packet that travels on this connection (RFC 2326, section 10.12), between answers also.
+    using PacketSink = std::function<void(std::uint8_t channel, const std::uint8_t* data, std::size_t size)>;
+    void SetPacketSink(PacketSink sink) { m_packetSink = std::move(sink); }
+    // Reads one packet; false when none came within the limit.
     bool ReadInterleaved();
-    // How many came on each channel, between answers also.
-    const std::map<int, int>& Packets() const { return m_packets; }
+    bool SendInterleaved(std::uint8_t channel, const std::uint8_t* data, std::size_t size);
+    const std::string& Transport() const { return m_transport; }  // as the server answered the last Setup
     const std::vector<std::string>& MethodNames() const { return m_options.GetMethodNames(); }
     // Owned by this object, until the next Describe.
     const std::list<CCommonSession*>& Sessions() { return *m_describe.GetSessionList(); }
@@ -58,10 +61,11 @@ private:
     CCommonRtspMethodOptions m_options{"OPTIONS"};
     CCommonRtspMethodDescribe m_describe{"DESCRIBE"};
     CCommonAuthenticator m_authenticator;
-    std::map<int, int> m_packets;
+    PacketSink m_packetSink;
     int m_seq = 0;
     bool m_challenged = false;
     std::string m_contentBase;
     std::string m_session;
+    std::string m_transport;
     std::string m_authorization;
 };
