@@ -105,7 +105,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const int read = codec.DecodeSDP(text, &got);
     CStreamParam talk;
     codec.DecodeT28181TalkSDP(text, &talk);
-    const bool clear = IsWord(lens) && IsWord(param.m_strServiceID) &&
+    // A reader passes over what "=" there is before the first word.
+    const bool clear = IsWord(lens) && lens.front() != '=' && IsWord(param.m_strServiceID) &&
                        (param.m_strSessionID.empty() || IsWord(param.m_strSessionID)) &&
                        std::none_of(param.m_securityKeyOfMedia, std::end(param.m_securityKeyOfMedia),
                                     [](char c) { return c == '\n'; }) &&
