@@ -15,7 +15,9 @@ protected:
         folder.WriteConf(
             "[GATEWAY]\nGVX_PLUGIN_LIST=moody\nGVX_PLUGIN_CALL_LIMIT=1\n"
             "[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\nGVX_MESSAGE_IP=127.0.0.1\n"
-            "[SERVICE_CAPACITY]\nMAX_CAPS=128\n[SIF_CFG]\nGVX_SIP_LOG_SWITCH=0\n");
+            "[SERVICE_CAPACITY]\nMAX_CAPS=128\n[SIF_CFG]\nGVX_SIP_LOG_SWITCH=0\n"
+            "[GB35114_CFG]\nGB35114_SECURITY_LEVEL=A\nGB35114_KEYLABEL=gvx001\n"
+            "GB35114_SERVER_ID=34020000002000000001\nGB35114_DATE_INTERNAL=600\n");
     }
     Answer Edit(const std::string& section, const std::string& key, const std::string& value) {
         return AskXml(NSS_CONFIG_EDIT_REQ, "<ConfigInfo><ConfigName>" + key + "</ConfigName><ConfigType>" + section +
@@ -58,6 +60,19 @@ TEST_F(GatewayConfigTest, EditIsTakenOrRefusedWithAReason) {
     AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ,
             R"({"ConfigSection":"LOG_CFG","ConfigName":"Password","ConfigValue":")" + secret + "\"}");
     EXPECT_EQ(log->Dump().find(secret), std::string::npos) << log->Dump();
+}
+
+TEST_F(GatewayConfigTest, SettingsOfSecureVideoComeWithARequestAndWithAnAnswer) {
+    const auto body = [](const std::string& level) {
+        return R"({"GB35114_SECURITY_LEVEL":")" + level + R"(","GB35114_KEYLABEL":"gvx002",)" +
+               R"("GB35114_SERVER_ID":"34020000002000000002","GB35114_DATE_INTERNAL":300})";
+    };
+    const auto level = [] { return GvxConfigMgr()->GetConfValue("GB35114_SECURITY_LEVEL", ""); };
+    EXPECT_EQ(AskJson(NSS_MODIFY_GB35114_CONF_REQ, body("B")).code, 0u);
+    EXPECT_EQ(AskJson(NSS_MODIFY_GB35114_CONF_REQ, body("D")).code, 1u);
+    EXPECT_EQ(level() + GvxConfigMgr()->GetConfValue("GB35114_DATE_INTERNAL", ""), "B300");
+    SendJson(NSS_GET_GB35114_CONF_RSP, body("C"));
+    EXPECT_TRUE(WaitUntil([&] { return level() == "C"; })) << log->Dump();
 }
 
 TEST_F(GatewayConfigTest, ChangedTimeoutActsOnTheNextCommandServed) {

@@ -42,11 +42,13 @@ TEST(GatewayStart, FailureNamesWhatIsAtFaultAndLeavesNothingBehind) {
         EXPECT_NE(result.reason.find(row.named), std::string::npos) << result.reason;
     }
     const GatewayFolder folder("GVX_PLUGIN_LIST=moody\n");
+    folder.WriteRooted("/opt/ksp/gvx.key", "too short");
     const FakeListener taken;
     gvx::GatewayOptions options = folder.Options();
     options.listenPort = taken.Port();
     EXPECT_EQ(TryStart(options).code, gvx::ExitCode::CannotListen);
     EXPECT_EQ(TryStart(folder.Options()).code, gvx::ExitCode::Ok) << "a failed start leaves nothing behind";
+    EXPECT_TRUE(log->Contains("gvx.key] is not taken: others than its owner")) << log->Dump();
 }
 
 TEST(GatewayOptionsTest, CommandLine) {

@@ -23,6 +23,7 @@
 #include "gvx_common/media/media_service.h"
 #include "gvx_common/media_memory/MediaMemPool.h"
 #include "gvx_common/ports/gvx_port_mgr.h"
+#include "gvx_common/security/gvx_security_mgr.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -113,6 +114,10 @@ GatewayService& GatewayService::Instance() {
 
 StartResult Gateway::Start(const GatewayOptions& options) {
     m_leftBehindBefore = LeftBehindCount();
+    // No reason to end a start: all but the devices with a password works, and a file that is mended counts at once.
+    if (CSecurityMgr::Instance()->Init() != ZVS_SUCCEED) {
+        GVX_LOG_WARN("gvxd", "Devices with a password cannot be reached until their key file is mended.");
+    }
     StartResult result = StartCore();
     if (!result.Failed()) {
         StartAlarmStore();
@@ -356,6 +361,7 @@ void Gateway::Release() {
     StopAlarmStore();
     CCloudConfigMgr::Instance()->UnInit();
     PluginCallWatch::Instance().Stop();
+    CSecurityMgr::Instance()->UnInit();
     CGvxPortMgr::Instance()->UnInit();
     if (m_mediaRuns) {
         StopMediaService();

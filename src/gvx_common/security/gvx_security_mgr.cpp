@@ -222,7 +222,9 @@ CSecurityMgr* GvxSecurityMgr() {
 
 int CSecurityMgr::Init() {
     const std::lock_guard<std::mutex> guard(m_state->mutex);
-    return ReadyLocked() ? ZVS_SUCCEED : ZVS_FAIL;
+    struct stat status {};
+    const bool missing = lstat((KeyFolder() + kKeyName).c_str(), &status) != 0 && errno == ENOENT;
+    return missing || ReadyLocked() ? ZVS_SUCCEED : ZVS_FAIL;
 }
 
 void CSecurityMgr::UnInit() {

@@ -29,7 +29,8 @@ public:
     CSecurityMgr(const CSecurityMgr&) = delete;
     CSecurityMgr& operator=(const CSecurityMgr&) = delete;
 
-    // Takes the key now instead of at first need, so that a fault shows at start. 0, or 1 when there is none.
+    // Takes a key that is there now instead of at first need, so that a fault shows at start. 0, also when there is no
+    // file yet; 1 when the file is refused. Once it is mended, the next use takes it.
     int Init();
     // Ends the watching and wipes keys and held passwords. What comes after begins anew.
     void UnInit();
