@@ -195,8 +195,11 @@ const char* CGvxUtility::strcasestr(const char* text, const char* needle) {
     if (text == nullptr || needle == nullptr) {
         return nullptr;
     }
-    const std::size_t position = toLower(text).find(toLower(needle));
-    return position == std::string::npos ? nullptr : text + position;
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    const char* const end = text + std::strlen(text);
+    const char* const found = std::search(text, end, needle, needle + std::strlen(needle),
+                                          [lower](char a, char b) { return lower(a) == lower(b); });
+    return found != end || *needle == '\0' ? found : nullptr;
 }
 
 std::string CGvxUtility::replaceAll(const std::string& text, const std::string& from, const std::string& to) {
