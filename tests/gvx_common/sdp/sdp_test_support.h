@@ -34,6 +34,18 @@ inline CStreamParam UsualStream() {
     return param;
 }
 
+// What a description sets beside the session, as one text: address, both ports, transport, both payload types. The
+// address of audio follows where it is another.
+inline std::string Set(const CStreamParam& param) {
+    std::string text = inet_ntoa(in_addr{param.m_nSrcRtpVideoIp});
+    for (const std::uint32_t number : {param.m_nSrcRtpVideoPort, param.m_nSrcRtpAudioPort, param.m_nSrcTransProtocol,
+                                       param.m_nVideoPayLoadType, param.m_nAudioPayLoadType}) {
+        text += " " + std::to_string(number);
+    }
+    return param.m_nSrcRtpAudioIp == param.m_nSrcRtpVideoIp ? text
+                                                            : text + " " + inet_ntoa(in_addr{param.m_nSrcRtpAudioIp});
+}
+
 // Tests write a text with "|" for each end of line.
 inline std::string Lines(const std::string& text, const std::string& end = "\r\n") {
     return CGvxUtility::replaceAll(text, "|", end);

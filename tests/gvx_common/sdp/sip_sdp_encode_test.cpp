@@ -8,6 +8,7 @@
 
 #include <fstream>
 #include <map>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -27,31 +28,44 @@ protected:
     CServiceSDP m_codec;
 };
 
-std::map<std::string, std::string> GoldenTexts() {
-    std::map<std::string, std::string> texts;
+struct Golden {
+    std::string text;
+    std::string set;  // what a reader takes from it, or "refused"
+};
+
+std::map<std::string, Golden> GoldenTexts() {
+    std::map<std::string, Golden> texts;
     std::ifstream file(SDP_GOLDEN_FILE);
     std::string name;
     for (std::string line; std::getline(file, line);) {
         if (line.rfind("== ", 0) == 0) {
             name = line.substr(3);
+        } else if (line.rfind("-> ", 0) == 0) {
+            texts[name].set = line.substr(3);
         } else if (!name.empty()) {
-            texts[name] += line + "\r\n";
+            texts[name].text += line + "\r\n";
         }
     }
     return texts;
 }
 
+std::string SetBy(int (CServiceSDP::*decode)(const std::string&, CStreamParam*), const std::string& text) {
+    CStreamParam param;
+    return (CServiceSDP().*decode)(text, &param) == 0 ? Set(param) : "refused";
+}
+
 // A name tells the form, the type of text and the rest of what makes it.
 TEST_F(SipSdpEncodeTest, EachServiceInEachFormAsWrittenByHand) {
     const std::pair<const char*, std::uint32_t> services[] = {{"playback", SERVICE_TYPE_PU_PLAYBACK},
-                                                              {"private download", SERVICE_TYPE_PU_UPLOAD},
-                                                              {"T28181 download", SERVICE_TYPE_PU_DOWNLOAD},
+                                                              {"download", SERVICE_TYPE_PU_DOWNLOAD},
+                                                              {"private download answer", SERVICE_TYPE_PU_UPLOAD},
                                                               {"talk", SERVICE_TYPE_AUDIO_CALL},
                                                               {"broadcast", SERVICE_TYPE_AUDIO_BROADCAST}};
-    const std::map<std::string, std::string> texts = GoldenTexts();
-    EXPECT_EQ(texts.size(), 20u);
+    const std::map<std::string, Golden> texts = GoldenTexts();
+    EXPECT_EQ(texts.size(), 31u);
     m_codec.SetPlaybackType(-3);
-    for (const auto& [name, expected] : texts) {
+    for (const auto& [name, golden] : texts) {
+        const std::string& expected = golden.text;
         const auto says = [&name = name](const char* word) { return name.find(word) != std::string::npos; };
         CStreamParam param = UsualStream();
         for (const auto& [word, type] : services) {
@@ -66,21 +80,26 @@ TEST_F(SipSdpEncodeTest, EachServiceInEachFormAsWrittenByHand) {
         param.m_nMediaSecurityEnable = says("secure") ? MEDIA_SECURITY_ENABLE : MEDIA_SECURITY_DISABLE;
         param.m_nRecvStreamMode = says("receive mode 1") ? 1 : 0;
         param.m_strSessionID = says("no session") ? "" : "7001";
-        Configure(says("area 2")       ? "SUPPORT_AREA_TYPE=2\nLIVE_VIEW_VIDEO=sendrecv\n"
+        Configure(says("area 1")       ? "SUPPORT_AREA_TYPE=1\n"
+                  : says("area 2")     ? "SUPPORT_AREA_TYPE=2\nLIVE_VIEW_VIDEO=sendrecv\n"
                   : says("area 3")     ? "SUPPORT_AREA_TYPE=3\n"
                   : says("directions") ? "AUDIO_TALK_SEND=send\nAUDIO_TALK_RECV=recv\nAUDIO_BROADCAST=cast\n"
                                        : "");
         std::string text;
+        auto decode = &CServiceSDP::DecodeSDP;
         if (says("private")) {
             EXPECT_EQ(0, m_codec.EncodeSDP("cam-1", &param, text, says("answer"))) << name;
         } else if (says("one-block")) {
             const auto type = static_cast<ZVS_SERVICE_TYPE>(param.m_nBusinessType);
             EXPECT_EQ(0, m_codec.EncodeT28181TalkSDP(type, "cam-1", &param, text, says("answer"), says("NAT"))) << name;
+            decode = &CServiceSDP::DecodeT28181TalkSDP;
         } else {
             EXPECT_EQ(0, m_codec.EncodeT28181SDP("cam-1", &param, text, says("answer"), says("NAT"))) << name;
             EXPECT_TRUE(m_log->Contains("the sdp string is:" + expected)) << name;
+            decode = says("talk") || says("broadcast") ? &CServiceSDP::DecodeT28181TalkSDP : decode;
         }
         EXPECT_EQ(text, expected) << name;
+        EXPECT_EQ(SetBy(decode, expected), golden.set) << name;
     }
     EXPECT_EQ(m_log->Count("support area=3.", "Encode t28181 media fail."), 2u);
     EXPECT_TRUE(m_log->Contains("VideoPort[7000],AudioPort[7002]", "T28181 PortMap Send to pu Port:"));
@@ -91,13 +110,21 @@ TEST_F(SipSdpEncodeTest, RecordTimesAreSecondsOnBothSidesOfAChangeToSummerTime) 
     tzset();
     const auto times = [this](const std::string& start, const std::string& end) {
         CStreamParam param = UsualStream();
-        param.m_nBusinessType = SERVICE_TYPE_PU_DOWNLOAD;
         param.m_strRecordStartTime = start;
         param.m_strRecordEndTime = end;
-        std::string text;
-        EXPECT_EQ(0, m_codec.EncodeT28181SDP("cam-1", &param, text, false, false));
-        const std::size_t line = text.find("t=");
-        return text.substr(line, text.find('\r', line) - line);
+        std::set<std::string> lines;
+        for (const std::uint32_t service : {SERVICE_TYPE_PU_DOWNLOAD, SERVICE_TYPE_PU_PLAYBACK}) {
+            param.m_nBusinessType = service;
+            std::string texts[2];
+            EXPECT_EQ(0, m_codec.EncodeT28181SDP("cam-1", &param, texts[0], false, false));
+            EXPECT_EQ(0, m_codec.EncodeSDP("cam-1", &param, texts[1], true));
+            for (const std::string& text : texts) {
+                const std::size_t line = text.find("\nt=") + 1;
+                lines.insert(text.substr(line, text.find('\r', line) - line));
+            }
+        }
+        EXPECT_EQ(lines.size(), 1u) << "both forms and services say the same";
+        return *lines.begin();
     };
     EXPECT_EQ(times("20260329005959", "20260329010001"), "t=1774745999 1774746001");
     EXPECT_EQ(times("20261024235959", "20261025020000"), "t=1792886399 1792893600");
@@ -134,6 +161,17 @@ TEST_F(SipSdpEncodeTest, FormatsAndPayloadsOfABlock) {
         EXPECT_EQ(ZVS_SUCCEED, m_codec.EncodeMedia(row.media, &param, "x", 1, text, row.isResp));
         EXPECT_NE(text.find("\r\na=rtpmap:" + row.map + "/"), std::string::npos) << text;
         EXPECT_NE(text.find(" RTP/AVP " + row.map.substr(0, row.map.find(' ')) + "\r\n"), std::string::npos) << text;
+    }
+    // The keys of stronger algorithms do not travel in a description.
+    for (const std::uint32_t algorithm : {0, 1, 5, 6}) {
+        CStreamParam param = UsualStream();
+        param.m_nMediaSecurityEnable = MEDIA_SECURITY_ENABLE;
+        param.m_nMediaSecurityAlgorithm = algorithm;
+        for (const unsigned int media : {SDP_MEDIA_VIDEO, SDP_MEDIA_AUDIO}) {
+            std::string text;
+            EXPECT_EQ(ZVS_SUCCEED, m_codec.EncodeMedia(media, &param, "x", 1, text, true));
+            EXPECT_EQ(text.find("a=crypto") != std::string::npos, algorithm == 0) << algorithm;
+        }
     }
     for (const auto& [format, number] : {std::pair<unsigned, unsigned>{1, 1}, {2, 2}, {6, 5}, {7, 3}, {9, 1}}) {
         EXPECT_EQ(m_codec.converVideoEncode(format), number);
