@@ -2,6 +2,7 @@
 #include "gvx_common/rtp/common_rtp_sender.h"
 #include "gvx_common/rtp/rtp_poller.h"
 
+#include "base/unique_fd.h"
 #include "base/zvs_error.h"
 #include "support/settings_folder.h"
 #include "gvx_common/rtp/rtp_stream.h"
@@ -18,6 +19,7 @@
 #include <thread>
 
 #include <arpa/inet.h>
+#include <netinet/udp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -300,6 +302,37 @@ TEST(RtpReceiver, OpensWhereAndAsTheConfigurationSays) {
         RtpReceiverParams taken;
         taken.endpoint.usLocalPort = receiver.GetPort();
         EXPECT_EQ(CCommonRtpReceiver(sink).Open(taken), ZVS_GVX_OPEN_SOCKET_ERROR);
+    }
+}
+
+// Packets of one size that came together are one message of the kernel's, the last one perhaps shorter.
+TEST(RtpReceiver, TakesApartWhatTheKernelHasJoined) {
+    rtp_stream::Sink sink;
+    CCommonRtpReceiver receiver(sink);
+    RtpReceiverParams params;
+    params.codec = RTP_CODEC_G711;
+    params.endpoint.strLocalIp = "127.0.0.1";
+    ASSERT_EQ(receiver.Open(params), 0);
+    std::vector<Bytes> samples;
+    Bytes joined;
+    for (std::uint8_t i = 0; i < 20; ++i) {
+        samples.emplace_back(i == 19 ? 100 : 160, i);
+        joined.insert(joined.end(), {0x80, 8, 0, i, 0, 0, 0, i, 1, 2, 3, 4});
+        joined.insert(joined.end(), samples.back().begin(), samples.back().end());
+    }
+    const gvx::UniqueFd handle(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const int segment = 12 + 160;
+    ASSERT_EQ(::setsockopt(handle.Get(), SOL_UDP, UDP_SEGMENT, &segment, sizeof(segment)), 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    to.sin_port = htons(receiver.GetPort());
+    ASSERT_EQ(::sendto(handle.Get(), joined.data(), joined.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
+              static_cast<ssize_t>(joined.size()));
+    ASSERT_TRUE(WaitUntil([&] { return receiver.Receive() == 0 && sink.taken.size() == samples.size(); }))
+        << sink.taken.size();
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        EXPECT_EQ(sink.taken[i].bytes, samples[i]);
     }
 }
 

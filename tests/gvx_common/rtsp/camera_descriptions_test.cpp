@@ -4,8 +4,10 @@
 #include "support/recording_logger.h"
 #include "support/temp_folder.h"
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -28,12 +30,17 @@ constexpr char kFormat[] = "Format sdp line failed.";
 const Row kRows[] = {
     {"h264_g711_recvonly", kTrackPair, "npt=now-"},
     {"line_feeds", kTrackPair, "npt=now-"},
+    {"carriage_returns", kTrackPair, "npt=now-"},
     {"blank_lines", kTrackPair, "npt=now-"},
     {"no_line_end_last", kVideo1, ""},
     {"absolute_control",
      "video|RTP/AVP|rtsp://192.0.2.64:554/live/ch1/trackID=1 audio|RTP/AVP|rtsp://192.0.2.64:554/live/ch1/trackID=2",
      "clock=20240101T000000Z-"},
     {"several_formats", "video|RTP/AVP|track1 audio|RTP/AVP|track2", ""},
+    {"formats_96_97", "video|RTP/AVP|track1", ""},
+    {"h265", "video|RTP/AVP|trackID=1", ""},
+    {"mpeg4_aac", "video|RTP/AVP|trackID=1 audio|RTP/AVP|trackID=2", ""},
+    {"transport_stream", "video|RTP/AVP|ts", ""},
     {"static_jpeg", "video|RTP/AVP|rtsp://192.0.2.64/mjpeg", ""},
     {"metadata_track", "video|RTP/AVP|video application|RTP/AVP|meta", ""},
     {"no_media", "", "npt=0-3600.5"},
@@ -55,7 +62,9 @@ const Row kRows[] = {
     {"udp_word", "video|RAW/RAW/UDP|raw", ""},
     {"feedback_over_tcp", "video|RTP/AVP|1", ""},
     {"secure_rtp", "video||1", ""},
+    {"format_200", "video||1", ""},
     {"format_huge", "video||1", ""},
+    {"format_is_a_word", "video||1", ""},
     {"long_media_line", "video||1", ""},
     // Flags: what follows, up to the next ':', is taken as their name.
     {"flag_between", kVideo1, ""},
@@ -89,11 +98,18 @@ std::string Sessions(CCommonRtspMethodDescribe& describe) {
 }
 
 TEST(CameraDescriptions, AreTakenOrRefusedAsTheirLinesSay) {
+    std::set<std::string> left;
+    for (const auto& file : std::filesystem::directory_iterator(SourceTree() / "fuzz/corpus/rtsp_sdp")) {
+        if (file.path().extension() != ".inputs") {
+            left.insert(file.path().filename());
+        }
+    }
     CCommonSocketStream unused;
     CCommonRtspMethodDescribe describe("DESCRIBE");
     describe.SetSocketStream(&unused);
     for (const Row& row : kRows) {
         SCOPED_TRACE(row.file);
+        left.erase(row.file);
         std::ifstream file(SourceTree() / "fuzz/corpus/rtsp_sdp" / row.file, std::ios::binary);
         const std::string body((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         ASSERT_FALSE(body.empty());
@@ -112,6 +128,7 @@ TEST(CameraDescriptions, AreTakenOrRefusedAsTheirLinesSay) {
         EXPECT_EQ(*row.told != '\0' ? 0 : 1, describe.GetRangeInfo(range, sizeof(range)));
         EXPECT_STREQ(row.told, range);
     }
+    EXPECT_EQ(std::set<std::string>(), left) << "descriptions without a row";
 }
 
 }  // namespace
