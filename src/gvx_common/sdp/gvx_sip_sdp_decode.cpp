@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 namespace {
@@ -56,6 +55,29 @@ bool CanDecode(std::string_view text, const CStreamParam* param) {
     }
     return true;
 }
+
+// The lines of a text, one after the other; what stands behind the last end of line is none.
+class LineCutter {
+public:
+    LineCutter(std::string_view text, std::string_view end) : m_rest(text), m_end(end) {}
+
+    bool Next(std::string& line) {
+        const std::size_t end = m_rest.find(m_end);
+        if (end == std::string_view::npos) {
+            return false;
+        }
+        line.assign(m_rest, 0, end);
+        m_rest.remove_prefix(end + m_end.size());
+        return true;
+    }
+    // What is not cut yet.
+    std::string_view Rest() const { return m_rest; }
+    void Return(std::string_view rest) { m_rest = rest; }
+
+private:
+    std::string_view m_rest;
+    const std::string_view m_end;
+};
 
 // The tokens of one line, which a space each separates, behind its letter and "=".
 class LineTokens {
@@ -114,14 +136,12 @@ int DecodeTalkBlock(CServiceSDP& codec, std::string_view data, unsigned int& nMe
     CStreamParam block{std::string()};
     bool bSendOnly = false;
     bool isOpen = false;
-    std::size_t begin = 0;
-    for (std::size_t end = data.find(SDP_LINE_TERMINAL_TAG); end != std::string_view::npos;
-         end = data.find(SDP_LINE_TERMINAL_TAG, begin)) {
-        if (end == begin) {
+    LineCutter lines(data, SDP_LINE_TERMINAL_TAG);
+    for (std::string line; lines.Next(line);) {
+        if (line.empty()) {
             GVX_LOG_WARN("decode single media", "decode single media - this line is emtpy.");
             return ZVS_FAIL;
         }
-        const std::string line(data.substr(begin, end - begin));
         const char letter = Lower(line.front());
         int result = ZVS_SUCCEED;
         if (letter == 'm' && !isOpen) {
@@ -135,8 +155,7 @@ int DecodeTalkBlock(CServiceSDP& codec, std::string_view data, unsigned int& nMe
         if (result != ZVS_SUCCEED) {
             return result;
         }
-        begin = end + std::strlen(SDP_LINE_TERMINAL_TAG);
-        nMediaLength = static_cast<int>(begin);
+        nMediaLength = static_cast<int>(data.size() - lines.Rest().size());
     }
     if (!bSendOnly) {
         param.m_nSrcRtpAudioPort = block.m_nSrcRtpAudioPort;
@@ -154,18 +173,16 @@ int CServiceSDP::DecodeSDP(const std::string& strSDP, CStreamParam* pStreamParam
         return ZVS_PARA_INVALID;
     }
     unsigned int nMedia = SDP_MEDIA_NONE;
-    std::size_t begin = 0;
-    std::string line;
-    for (std::size_t end = text.find(SDP_LINE_TERMINAL_TAG_N); end != std::string_view::npos;
-         end = text.find(SDP_LINE_TERMINAL_TAG_N, begin)) {
-        const bool hasReturn = end > begin && text[end - 1] == '\r';
-        line.assign(text, begin, end - begin - (hasReturn ? 1 : 0));
+    LineCutter lines(text, SDP_LINE_TERMINAL_TAG_N);
+    for (std::string line; lines.Next(line);) {
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
         const int result = DecodeLine(line, nMedia, pStreamParam);
         if (result != ZVS_SUCCEED) {
             LogBadLine("decode sdp - failure to decode line", line);
             return result;
         }
-        begin = end + 1;
     }
     return ZVS_SUCCEED;
 }
@@ -176,19 +193,18 @@ int CServiceSDP::DecodeT28181TalkSDP(const std::string& strSDP, CStreamParam* pS
         return ZVS_PARA_INVALID;
     }
     unsigned int nMedia = SDP_MEDIA_NONE;
-    std::size_t begin = 0;
-    std::string line;
-    for (std::size_t end = text.find(SDP_LINE_TERMINAL_TAG); end != std::string_view::npos;
-         end = text.find(SDP_LINE_TERMINAL_TAG, begin)) {
-        if (end == begin) {
+    LineCutter lines(text, SDP_LINE_TERMINAL_TAG);
+    std::string_view block = text;
+    for (std::string line; lines.Next(line); block = lines.Rest()) {
+        if (line.empty()) {
             GVX_LOG_WARN("decode sdp", "decode sdp - this line is emtpy.");
             return ZVS_FAIL;
         }
-        line.assign(text, begin, end - begin);
         int result = ZVS_SUCCEED;
-        int nMediaLength = static_cast<int>(line.size() + std::strlen(SDP_LINE_TERMINAL_TAG));
         if (Lower(line.front()) == 'm') {
-            result = DecodeTalkBlock(*this, text.substr(begin), nMedia, *pStreamParam, nMediaLength);
+            int nMediaLength = 0;
+            result = DecodeTalkBlock(*this, block, nMedia, *pStreamParam, nMediaLength);
+            lines.Return(block.substr(static_cast<std::size_t>(nMediaLength)));
         } else {
             result = DecodeLine(line, nMedia, pStreamParam);
         }
@@ -196,7 +212,6 @@ int CServiceSDP::DecodeT28181TalkSDP(const std::string& strSDP, CStreamParam* pS
             LogBadLine("decode sdp - failure to decode line", line);
             return result;
         }
-        begin += static_cast<std::size_t>(nMediaLength);
     }
     return ZVS_SUCCEED;
 }
