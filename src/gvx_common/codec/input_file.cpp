@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -16,34 +17,19 @@ std::string ErrnoText(int number) {
 
 }  // namespace
 
-InputFile::~InputFile() {
-    if (m_fd >= 0) {
-        close(m_fd);
-    }
-}
-
 bool InputFile::Open(const std::string& path, std::string& error) {
     // Without O_NONBLOCK a named pipe would hold the caller until somebody writes.
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) {
-        error = ErrnoText(errno);
-        return false;
-    }
+    UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
-    if (fstat(fd, &status) != 0) {
+    if (!fd.Valid() || fstat(fd.Get(), &status) != 0) {
         error = ErrnoText(errno);
-        close(fd);
         return false;
     }
     if (!S_ISREG(status.st_mode)) {
         error = S_ISDIR(status.st_mode) ? ErrnoText(EISDIR) : "Not a regular file";
-        close(fd);
         return false;
     }
-    if (m_fd >= 0) {
-        close(m_fd);
-    }
-    m_fd = fd;
+    m_fd = std::move(fd);
     m_offset = 0;
     return true;
 }
@@ -51,7 +37,7 @@ bool InputFile::Open(const std::string& path, std::string& error) {
 ssize_t InputFile::Read(std::uint8_t* buffer, std::size_t length) {
     ssize_t count = 0;
     do {
-        count = pread(m_fd, buffer, length, m_offset);
+        count = pread(m_fd.Get(), buffer, length, m_offset);
     } while (count < 0 && errno == EINTR);
     if (count > 0) {
         m_offset += count;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/unique_fd.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,11 +14,6 @@ namespace gvx {
 // early, and does no other harm. One thread.
 class InputFile {
 public:
-    InputFile() = default;
-    ~InputFile();
-    InputFile(const InputFile&) = delete;
-    InputFile& operator=(const InputFile&) = delete;
-
     // False with the system's reason in error, when the file is missing, unreadable or not a regular one.
     bool Open(const std::string& path, std::string& error);
     void Rewind() { m_offset = 0; }
@@ -25,7 +22,7 @@ public:
     ssize_t Read(std::uint8_t* buffer, std::size_t length);
 
 private:
-    int m_fd = -1;
+    UniqueFd m_fd;
     off_t m_offset = 0;
 };
 

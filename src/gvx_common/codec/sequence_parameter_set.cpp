@@ -9,10 +9,25 @@ bool ParseSequenceParameterSet(Codec codec, const std::uint8_t* nal, std::size_t
     return codec == Codec::H264 ? ParseSpsH264(nal, length, info) : ParseSpsH265(nal, length, info);
 }
 
-bool ApplyWindow(const CropWindow& window, std::uint32_t unitX, std::uint32_t unitY, SequenceInfo& info) {
-    const std::uint64_t cutX = (static_cast<std::uint64_t>(window.left) + window.right) * unitX;
-    const std::uint64_t cutY = (static_cast<std::uint64_t>(window.top) + window.bottom) * unitY;
-    if (cutX >= info.width || cutY >= info.height) {
+std::uint32_t ReadChromaFormat(BitReader& bits) {
+    const std::uint32_t format = bits.Ue();
+    if (format == 3) {
+        bits.Skip(1);  // separate planes, which have as many samples
+    }
+    return format;
+}
+
+bool CutWindow(BitReader& bits, std::uint32_t chromaFormat, std::uint32_t fields, SequenceInfo& info) {
+    if (!bits.Flag()) {
+        return bits.Ok();
+    }
+    const std::uint64_t left = bits.Ue();
+    const std::uint64_t right = bits.Ue();
+    const std::uint64_t top = bits.Ue();
+    const std::uint64_t bottom = bits.Ue();
+    const std::uint64_t cutX = (left + right) * (chromaFormat == 1 || chromaFormat == 2 ? 2 : 1);
+    const std::uint64_t cutY = (top + bottom) * (chromaFormat == 1 ? 2 : 1) * fields;
+    if (!bits.Ok() || cutX >= info.width || cutY >= info.height) {
         return false;
     }
     info.width -= static_cast<std::uint32_t>(cutX);

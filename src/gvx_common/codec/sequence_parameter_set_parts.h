@@ -11,15 +11,12 @@ namespace gvx {
 
 constexpr std::uint32_t kMaxPictureSide = 16384;
 
-struct CropWindow {
-    std::uint32_t left = 0;
-    std::uint32_t right = 0;
-    std::uint32_t top = 0;
-    std::uint32_t bottom = 0;
-};
+// chroma_format_idc, which both codecs begin a description of their samples with: 0 to 3, 1 for 4:2:0.
+std::uint32_t ReadChromaFormat(BitReader& bits);
 
-// Takes a window, counted in units, off the picture; false when nothing would be left.
-bool ApplyWindow(const CropWindow& window, std::uint32_t unitX, std::uint32_t unitY, SequenceInfo& info);
+// Takes the window that is cut off the picture, where there is one, which is counted in samples of colour, of each of
+// the fields. False when nothing would be left.
+bool CutWindow(BitReader& bits, std::uint32_t chromaFormat, std::uint32_t fields, SequenceInfo& info);
 
 // Aspect, overscan, signal type and chroma location, which stand alike in both codecs (H.264 and H.265 section E.2.1).
 void SkipUsabilityHead(BitReader& bits);

@@ -6,6 +6,8 @@
 namespace gvx {
 namespace {
 
+constexpr std::uint32_t kUsualChroma = 1;
+
 // ITU-T H.264 section 7.3.2.1.1: profiles whose sets carry a chroma format.
 bool HasChromaFormat(std::uint32_t profile) {
     static constexpr std::uint32_t kProfiles[] = {100, 110, 122, 244, 44, 83, 86, 118, 128, 138, 139, 134, 135};
@@ -25,27 +27,20 @@ void SkipScalingList(BitReader& bits, unsigned size) {
     }
 }
 
-struct ChromaFormat {
-    std::uint32_t idc = 1;  // 4:2:0
-    bool separatePlanes = false;
-};
-
-ChromaFormat ReadChromaFormat(BitReader& bits) {
-    ChromaFormat format;
-    format.idc = bits.Ue();
-    format.separatePlanes = format.idc == 3 && bits.Flag();
+std::uint32_t ReadSampleFormat(BitReader& bits) {
+    const std::uint32_t chroma = ReadChromaFormat(bits);
     bits.Ue();  // bit depths
     bits.Ue();
     bits.Skip(1);
     if (bits.Flag()) {
-        const unsigned lists = format.idc == 3 ? 12 : 8;
+        const unsigned lists = chroma == 3 ? 12 : 8;
         for (unsigned i = 0; i < lists && bits.Ok(); ++i) {
             if (bits.Flag()) {
                 SkipScalingList(bits, i < 6 ? 16 : 64);
             }
         }
     }
-    return format;
+    return chroma;
 }
 
 void SkipPictureOrder(BitReader& bits) {
@@ -63,7 +58,7 @@ void SkipPictureOrder(BitReader& bits) {
     }
 }
 
-bool ReadPictureSize(BitReader& bits, const ChromaFormat& format, SequenceInfo& info) {
+bool ReadPictureSize(BitReader& bits, std::uint32_t chroma, SequenceInfo& info) {
     const std::uint32_t widthInMbs = bits.Ue();
     const std::uint32_t heightInUnits = bits.Ue();
     const bool framesOnly = bits.Flag();
@@ -72,24 +67,13 @@ bool ReadPictureSize(BitReader& bits, const ChromaFormat& format, SequenceInfo& 
     }
     bits.Skip(1);
     constexpr std::uint32_t kMaxMbs = kMaxPictureSide / 16;
-    if (!bits.Ok() || widthInMbs >= kMaxMbs || heightInUnits >= kMaxMbs || format.idc > 3) {
+    if (!bits.Ok() || widthInMbs >= kMaxMbs || heightInUnits >= kMaxMbs || chroma > 3) {
         return false;
     }
     const std::uint32_t fields = framesOnly ? 1 : 2;
     info.width = (widthInMbs + 1) * 16;
     info.height = (heightInUnits + 1) * 16 * fields;
-    if (!bits.Flag()) {
-        return bits.Ok();
-    }
-    CropWindow window;
-    window.left = bits.Ue();
-    window.right = bits.Ue();
-    window.top = bits.Ue();
-    window.bottom = bits.Ue();
-    const bool planar = format.idc == 0 || format.separatePlanes;
-    const std::uint32_t unitX = !planar && (format.idc == 1 || format.idc == 2) ? 2 : 1;
-    const std::uint32_t unitY = (!planar && format.idc == 1 ? 2 : 1) * fields;
-    return bits.Ok() && ApplyWindow(window, unitX, unitY, info);
+    return CutWindow(bits, chroma, fields, info);
 }
 
 }  // namespace
@@ -99,13 +83,13 @@ bool ParseSpsH264(const std::uint8_t* nal, std::size_t length, SequenceInfo& inf
     const std::uint32_t profile = bits.Bits(8);
     bits.Skip(16);
     info.id = bits.Ue();
-    const ChromaFormat format = HasChromaFormat(profile) ? ReadChromaFormat(bits) : ChromaFormat{};
+    const std::uint32_t chroma = HasChromaFormat(profile) ? ReadSampleFormat(bits) : kUsualChroma;
     bits.Ue();  // log2_max_frame_num
     SkipPictureOrder(bits);
     bits.Ue();  // reference frames
     bits.Skip(1);
     constexpr std::uint32_t kMaxId = 31;
-    if (!ReadPictureSize(bits, format, info) || info.id > kMaxId) {
+    if (!ReadPictureSize(bits, chroma, info) || info.id > kMaxId) {
         return false;
     }
     if (bits.Flag()) {

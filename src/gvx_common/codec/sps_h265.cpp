@@ -73,25 +73,14 @@ std::uint32_t SkipShortTermSet(BitReader& bits, std::uint32_t index, std::uint32
 }
 
 bool ReadPictureSize(BitReader& bits, SequenceInfo& info) {
-    const std::uint32_t chroma = bits.Ue();
-    const bool separatePlanes = chroma == 3 && bits.Flag();
+    const std::uint32_t chroma = ReadChromaFormat(bits);
     info.width = bits.Ue();
     info.height = bits.Ue();
     if (!bits.Ok() || chroma > 3 || info.width == 0 || info.height == 0 || info.width > kMaxPictureSide ||
         info.height > kMaxPictureSide) {
         return false;
     }
-    if (!bits.Flag()) {
-        return bits.Ok();
-    }
-    CropWindow window;
-    window.left = bits.Ue();
-    window.right = bits.Ue();
-    window.top = bits.Ue();
-    window.bottom = bits.Ue();
-    const std::uint32_t unitX = !separatePlanes && (chroma == 1 || chroma == 2) ? 2 : 1;
-    const std::uint32_t unitY = !separatePlanes && chroma == 1 ? 2 : 1;
-    return bits.Ok() && ApplyWindow(window, unitX, unitY, info);
+    return CutWindow(bits, chroma, 1, info);
 }
 
 void SkipCodingTools(BitReader& bits) {

@@ -11,25 +11,21 @@
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
 constexpr const char* kTitle = "Rtp endpoint";
 constexpr int kMostPortTries = 64;
 
-// A socket bound to that address, or -1.
-int BoundSocket(const in_addr& ip, std::uint16_t port) {
-    const int handle = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+// A socket bound to that address, or none with errno.
+gvx::UniqueFd BoundSocket(const in_addr& ip, std::uint16_t port) {
+    gvx::UniqueFd handle(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr = ip;
     address.sin_port = htons(port);
-    if (handle != -1 && ::bind(handle, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-        const int error = errno;
-        ::close(handle);
-        errno = error;
-        return -1;
+    if (handle.Valid() && ::bind(handle.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        handle.Reset();
     }
     return handle;
 }
@@ -58,10 +54,6 @@ void SetBuffer(int handle, int option, int bytes) {
 
 }  // namespace
 
-CCommonRtpBase::~CCommonRtpBase() {
-    CloseSockets();
-}
-
 int CCommonRtpBase::OpenBase(const RtpEndpointParams& params, int bufferOption, int bufferBytes) {
     if (m_open) {
         GVX_LOG_ERR(kTitle, "The endpoint is open already, port[%u].", static_cast<unsigned int>(m_port));
@@ -88,7 +80,7 @@ int CCommonRtpBase::OpenBase(const RtpEndpointParams& params, int bufferOption, 
         if (result != ZVS_SUCCEED) {
             return result;
         }
-        SetBuffer(m_handle, bufferOption, bufferBytes);
+        SetBuffer(m_handle.Get(), bufferOption, bufferBytes);
     }
     CBB::GenerateRandom(&m_ssrc, sizeof(m_ssrc));
     m_cname = !params.strCname.empty() ? params.strCname : "gvx-" + std::to_string(m_port) + "@" + ip;
@@ -109,14 +101,14 @@ int CCommonRtpBase::OpenSockets(const std::string& ip, std::uint16_t port) {
     for (int i = 0; i < (port == 0 ? kMostPortTries : 1); ++i) {
         m_handle = BoundSocket(address, port);
         error = errno;
-        if (m_handle == -1) {
+        if (!m_handle.Valid()) {
             continue;
         }
-        const std::uint16_t got = PortOf(m_handle);
+        const std::uint16_t got = PortOf(m_handle.Get());
         if (got % 2 == 0 && got != 0) {
             m_controlHandle = BoundSocket(address, static_cast<std::uint16_t>(got + 1));
             error = errno;
-            if (m_controlHandle != -1) {
+            if (m_controlHandle.Valid()) {
                 m_port = got;
                 return ZVS_SUCCEED;
             }
@@ -129,12 +121,8 @@ int CCommonRtpBase::OpenSockets(const std::string& ip, std::uint16_t port) {
 }
 
 void CCommonRtpBase::CloseSockets() {
-    for (int* const handle : {&m_handle, &m_controlHandle}) {
-        if (*handle != -1) {
-            ::close(*handle);
-            *handle = -1;
-        }
-    }
+    m_handle.Reset();
+    m_controlHandle.Reset();
     m_port = 0;
 }
 
@@ -160,7 +148,7 @@ int CCommonRtpBase::ReceiveControl() {
     for (int i = 0; i < kMostAtATime; ++i) {
         sockaddr_in from{};
         socklen_t fromSize = sizeof(from);
-        const ssize_t size = ::recvfrom(m_controlHandle, packet, sizeof(packet), MSG_DONTWAIT,
+        const ssize_t size = ::recvfrom(m_controlHandle.Get(), packet, sizeof(packet), MSG_DONTWAIT,
                                         reinterpret_cast<sockaddr*>(&from), &fromSize);
         if (size < 0) {
             // ECONNREFUSED tells of a report that found nobody.
@@ -210,7 +198,7 @@ bool CCommonRtpBase::SendControl(const gvx::RtcpBuilder& packet) {
         return m_interleavedSend(RTP_FLOW_CONTROL, packet.Data(), packet.Size());
     }
     return m_remoteControl.sin_port != 0 &&
-           ::sendto(m_controlHandle, packet.Data(), packet.Size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+           ::sendto(m_controlHandle.Get(), packet.Data(), packet.Size(), MSG_DONTWAIT | MSG_NOSIGNAL,
                     reinterpret_cast<const sockaddr*>(&m_remoteControl), sizeof(m_remoteControl)) >= 0;
 }
 

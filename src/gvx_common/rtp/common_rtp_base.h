@@ -7,6 +7,7 @@
 
 #include <netinet/in.h>
 
+#include "base/unique_fd.h"
 #include "gvx_common/rtp/rtcp_packet.h"
 #include "gvx_common/rtp/rtcp_schedule.h"
 
@@ -36,13 +37,13 @@ struct RtpEndpointParams {
 // time.
 class CCommonRtpBase : private gvx::IRtcpVisitor {
 public:
-    virtual ~CCommonRtpBase();
+    virtual ~CCommonRtpBase() = default;
     CCommonRtpBase(const CCommonRtpBase&) = delete;
     CCommonRtpBase& operator=(const CCommonRtpBase&) = delete;
 
     // To be waited for with poll or epoll until they are readable. -1 when the session travels inside a TCP link.
-    int GetHandle() const { return m_handle; }
-    int GetControlHandle() const { return m_controlHandle; }
+    int GetHandle() const { return m_handle.Get(); }
+    int GetControlHandle() const { return m_controlHandle.Get(); }
     // The local port of RTP; RTCP has the next one. 0 without sockets.
     std::uint16_t GetPort() const { return m_port; }
     std::uint32_t GetSsrc() const { return m_ssrc; }
@@ -102,8 +103,8 @@ private:
     int OpenSockets(const std::string& ip, std::uint16_t port);
     void CloseSockets();
 
-    int m_handle = -1;
-    int m_controlHandle = -1;
+    gvx::UniqueFd m_handle;
+    gvx::UniqueFd m_controlHandle;
     std::uint16_t m_port = 0;
     bool m_open = false;
     std::uint32_t m_ssrc = 0;

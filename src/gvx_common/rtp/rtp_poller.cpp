@@ -31,20 +31,11 @@ bool Watch(int epoll, int handle, std::uint64_t key) {
 
 RtpPoller::RtpPoller(int restUs)
     : m_restUs(restUs), m_epoll(::epoll_create1(EPOLL_CLOEXEC)), m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (m_epoll != -1 && (m_wake == -1 || !Watch(m_epoll, m_wake, kWakeKey))) {
-        ::close(m_epoll);
-        m_epoll = -1;
+    if (m_epoll.Valid() && (!m_wake.Valid() || !Watch(m_epoll.Get(), m_wake.Get(), kWakeKey))) {
+        m_epoll.Reset();
     }
-    if (m_epoll == -1) {
+    if (!m_epoll.Valid()) {
         GVX_LOG_ERR("Rtp poller", "No descriptor to wait with, errno: %d.", errno);
-    }
-}
-
-RtpPoller::~RtpPoller() {
-    for (const int handle : {m_epoll, m_wake}) {
-        if (handle != -1) {
-            ::close(handle);
-        }
     }
 }
 
@@ -54,11 +45,11 @@ int RtpPoller::Add(CCommonRtpReceiver& receiver) {
         const int handle = receiver.GetHandle();
         const int controlHandle = receiver.GetControlHandle();
         const std::uint32_t id = m_nextId;
-        if (handle == -1 || !Watch(m_epoll, handle, id)) {
+        if (handle == -1 || !Watch(m_epoll.Get(), handle, id)) {
             return ZVS_FAIL;
         }
-        if (!Watch(m_epoll, controlHandle, id | kControlBit)) {
-            ::epoll_ctl(m_epoll, EPOLL_CTL_DEL, handle, nullptr);
+        if (!Watch(m_epoll.Get(), controlHandle, id | kControlBit)) {
+            ::epoll_ctl(m_epoll.Get(), EPOLL_CTL_DEL, handle, nullptr);
             return ZVS_FAIL;
         }
         m_entries.emplace(id, Entry{&receiver, handle, controlHandle, 0});
@@ -76,8 +67,8 @@ int RtpPoller::Remove(CCommonRtpReceiver& receiver) {
     if (found == m_entries.end()) {
         return ZVS_FAIL;
     }
-    ::epoll_ctl(m_epoll, EPOLL_CTL_DEL, found->second.handle, nullptr);
-    ::epoll_ctl(m_epoll, EPOLL_CTL_DEL, found->second.controlHandle, nullptr);
+    ::epoll_ctl(m_epoll.Get(), EPOLL_CTL_DEL, found->second.handle, nullptr);
+    ::epoll_ctl(m_epoll.Get(), EPOLL_CTL_DEL, found->second.controlHandle, nullptr);
     m_entries.erase(found);
     return ZVS_SUCCEED;
 }
@@ -85,7 +76,7 @@ int RtpPoller::Remove(CCommonRtpReceiver& receiver) {
 void RtpPoller::Wake() {
     const std::uint64_t one = 1;
     // A counter that is full has a wake-up pending.
-    [[maybe_unused]] const ssize_t written = ::write(m_wake, &one, sizeof(one));
+    [[maybe_unused]] const ssize_t written = ::write(m_wake.Get(), &one, sizeof(one));
 }
 
 int RtpPoller::Poll(int timeoutMs) {
@@ -97,11 +88,11 @@ int RtpPoller::Poll(int timeoutMs) {
     }
     std::array<epoll_event, 256> events;
     const int waitMs = static_cast<int>((std::clamp<std::int64_t>(waitUs, 0, kMostWaitUs) + 999) / 1000);
-    int count = ::epoll_wait(m_epoll, events.data(), static_cast<int>(events.size()), waitMs);
+    int count = ::epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()), waitMs);
     if (count > 0 && m_restUs > 0) {
         const timespec rest{0, std::min(m_restUs, 999999) * 1000L};
         ::nanosleep(&rest, nullptr);
-        count = ::epoll_wait(m_epoll, events.data(), static_cast<int>(events.size()), 0);
+        count = ::epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()), 0);
     }
     if (count < 0) {
         return errno == EINTR ? 0 : -1;
@@ -112,7 +103,7 @@ int RtpPoller::Poll(int timeoutMs) {
         const std::uint64_t key = events[static_cast<std::size_t>(i)].data.u64;
         if (key == kWakeKey) {
             std::uint64_t counter;
-            [[maybe_unused]] const ssize_t read = ::read(m_wake, &counter, sizeof(counter));
+            [[maybe_unused]] const ssize_t read = ::read(m_wake.Get(), &counter, sizeof(counter));
         } else {
             Serve(key);
             served += (key & kControlBit) == 0;

@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/unique_fd.h"
 #include "gvx_common/rtp/common_rtp_receiver.h"
 
 namespace gvx {
@@ -16,12 +17,11 @@ public:
     // streams are read together; the latency that this adds buys processor time. 0 reads at once.
     static constexpr int kRestUs = 2000;
     explicit RtpPoller(int restUs = kRestUs);
-    ~RtpPoller();
     RtpPoller(const RtpPoller&) = delete;
     RtpPoller& operator=(const RtpPoller&) = delete;
 
     // False when no epoll descriptor could be made; nothing can then be added.
-    bool IsUsable() const { return m_epoll != -1; }
+    bool IsUsable() const { return m_epoll.Valid(); }
 
     // The receiver is open and has sockets. From now on it belongs to the thread that polls, until it is removed. 0; 1
     // when it was added before or the system refuses.
@@ -50,8 +50,8 @@ private:
     std::int64_t RunTimers(std::int64_t nowUs);
 
     const int m_restUs;
-    int m_epoll;
-    int m_wake;
+    UniqueFd m_epoll;
+    UniqueFd m_wake;
     std::recursive_mutex m_mutex;  // guards what follows
     std::unordered_map<std::uint32_t, Entry> m_entries;
     std::vector<std::uint32_t> m_due;  // reused
