@@ -26,6 +26,7 @@
 #include "gvx_common/event/GvxMessage.h"
 #include "gvx_common/event/GvxNotifier.h"
 #include "gvx_common/http/common_http_stream.h"
+#include "gvx_common/http/http_credentials.h"
 #include "gvx_common/https/https_client.h"
 #include "gvx_common/https/https_stream_util.h"
 #include "gvx_common/media_memory/MemHandler.h"

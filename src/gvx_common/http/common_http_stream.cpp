@@ -1,17 +1,11 @@
 #include "gvx_common/http/common_http_stream.h"
 
 #include "gvx_common/config/gvx_config_mgr.h"
-#include "gvx_common/security/GvxAuthUtils.h"
-#include "gvx_common/security/gvx_security_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
-#include "base/base64.h"
 #include "base/bounded_string.h"
 #include "base/clock.h"
-#include "base/http_digest.h"
 #include "base/log.h"
-#include "base/random.h"
 
-#include <ace/Codecs.h>
 #include <ace/FILE_Connector.h>
 #include <ace/OS_NS_errno.h>
 
@@ -37,10 +31,6 @@ constexpr int kBodyPiece = 1024;
 constexpr int kPicturePiece = 1500;
 constexpr std::size_t kChallengeBytes = 512;
 constexpr std::size_t kAlgorithmBytes = 16;
-constexpr std::size_t kClearBytes = 256;
-constexpr std::size_t kBasicBytes = 121;
-constexpr std::size_t kMostAuthText = 512;
-constexpr std::size_t kCNonceBytes = 16;
 constexpr int kFileMode = 0644;
 
 constexpr const char* kAccept =
@@ -99,25 +89,14 @@ CCommonHttpStream::CCommonHttpStream() : m_pResponse(new (std::nothrow) char[kRe
 
 CCommonHttpStream::~CCommonHttpStream() {
     Close();
-    ForgetPassword();
-    memset_s(m_PassWord, sizeof(m_PassWord), 0, sizeof(m_PassWord));
-    memset_s(m_AuthMsg, sizeof(m_AuthMsg), 0, sizeof(m_AuthMsg));
     memset_s(m_RequestHeader, sizeof(m_RequestHeader), 0, sizeof(m_RequestHeader));
-}
-
-// A handle that a caller gave is the caller's.
-void CCommonHttpStream::ForgetPassword() {
-    if (m_bHoldsPassword) {
-        GvxSecurityMgr()->Release(m_PassWord);
-        m_bHoldsPassword = false;
-    }
-    memset_s(m_PassWord, sizeof(m_PassWord), 0, sizeof(m_PassWord));
 }
 
 // What was asked before is done with; a peer that sends a byte now and then meets no other limit.
 void CCommonHttpStream::StartDeadline() {
-    const int seconds =
-        CGvxUtility::toInt(GvxConfigMgr()->GetConfValue("HTTP_EXCHANGE_TIMEOUT", std::to_string(kExchangeSeconds)));
+    // Made once, so that no exchange allocates it; never destroyed, as threads may outlive static objects.
+    static const std::string& name = *new std::string("HTTP_EXCHANGE_TIMEOUT");
+    const int seconds = CGvxUtility::toInt(GvxConfigMgr()->GetConfValue(name, std::to_string(kExchangeSeconds)));
     const bool legal = seconds >= 1 && seconds <= kMostExchangeSeconds;
     m_oSocketStream.SetDeadline(gvx::MonotonicMilliseconds() + std::int64_t{legal ? seconds : kExchangeSeconds} * 1000);
 }
@@ -137,8 +116,7 @@ int CCommonHttpStream::Init(const char* szHost, std::uint16_t uPort, const char*
     }
     m_port = uPort;
     // The credentials of the device before are not for this one.
-    memset_s(m_UserName, sizeof(m_UserName), 0, sizeof(m_UserName));
-    ForgetPassword();
+    m_credentials.Forget();
     StartDeadline();
     const int result = m_oSocketStream.Connect(szHost, uPort, 0);
     m_bConnected = result == 0;
@@ -150,19 +128,8 @@ int CCommonHttpStream::Init(const char* szHost, std::uint16_t uPort, const char*
         GVX_LOG_ERR(kTitle, "invalid pass.");
         return ZVS_PARA_INVALID;
     }
-    if (strncpy_s(m_UserName, sizeof(m_UserName), Username, std::strlen(Username)) != 0) {
-        GVX_LOG_ERR(kTitle, "strncpy_s m_UserName failed!");
-        return ZVS_FAIL;
-    }
-    const std::size_t length = std::strlen(PassWord);
-    m_bHoldsPassword =
-        length >= sizeof(m_PassWord) && GvxSecurityMgr()->Hold(PassWord, m_PassWord, sizeof(m_PassWord)) == ZVS_SUCCEED;
-    if (!m_bHoldsPassword && strncpy_s(m_PassWord, sizeof(m_PassWord), PassWord, length) != 0) {
-        m_PassWord[0] = '\0';
-        GVX_LOG_ERR(kTitle, "strncpy_s m_PassWord failed!");
-        return ZVS_FAIL;
-    }
-    return result;
+    const int taken = m_credentials.Take(Username, PassWord);
+    return taken != ZVS_SUCCEED ? taken : result;
 }
 
 void CCommonHttpStream::Close() {
@@ -496,7 +463,8 @@ int CCommonHttpStream::DealHttpSnapShot(const char* snapFileName, Common_HTTP_AU
     int numberLength = sizeof(number) - 1;
     const bool given = ParseSession(m_ResponseHeader, "Content-Length", number, numberLength, 0) == ZVS_SUCCEED;
     const int snapLen = given ? CGvxUtility::toInt(number) : 0;
-    if (snapLen < 1 || snapLen > CGvxUtility::toInt(GvxConfigMgr()->GetConfValue("SNASHOT_PIC_MAX_SIZE", "15728640"))) {
+    static const std::string& most = *new std::string("SNASHOT_PIC_MAX_SIZE");
+    if (snapLen < 1 || snapLen > CGvxUtility::toInt(GvxConfigMgr()->GetConfValue(most, "15728640"))) {
         GVX_LOG_ERR(kTitle, "snapLen is negative or zero.");
         return ZVS_FAIL;
     }
@@ -665,120 +633,10 @@ bool CCommonHttpStream::IsUnauthorizedRsp(const char* pResponseHeader, Common_HT
     return true;
 }
 
-bool CCommonHttpStream::ClearPassword(char* clear, unsigned int size) const {
-    if (GvxSecurityMgr()->DecryptString(m_PassWord, clear, size) == ZVS_SUCCEED) {
-        return true;
-    }
-    GVX_LOG_ERR("decrypt password", "Failed.");
-    return false;
-}
-
 const char* CCommonHttpStream::GenBasicAuthorization() {
-    if (!GvxAuthUtils::AllowBasic(m_ipaddr)) {
-        return nullptr;
-    }
-    char password[kClearBytes] = {};
-    ClearPassword(password, sizeof(password));
-    char szAuth[kBasicBytes] = {};
-    const int length = snprintf_s(szAuth, sizeof(szAuth), sizeof(szAuth) - 1, "%s:%s", m_UserName, password);
-    memset_s(password, sizeof(password), 0, sizeof(password));
-    if (length < 0) {
-        memset_s(szAuth, sizeof(szAuth), 0, sizeof(szAuth));  // what fitted stands behind the empty text
-        GVX_LOG_ERR(kTitle, "snprintf_s for szAuth failed");
-        return nullptr;
-    }
-    std::size_t encodedLength = 0;
-    const std::unique_ptr<ACE_Byte[]> encoded(ACE_Base64::encode(reinterpret_cast<const ACE_Byte*>(szAuth),
-                                                                 static_cast<std::size_t>(length), &encodedLength));
-    memset_s(szAuth, sizeof(szAuth), 0, sizeof(szAuth));
-    if (encoded != nullptr) {
-        constexpr char kScheme[] = "Basic ";
-        constexpr std::size_t kSchemeLength = sizeof(kScheme) - 1;
-        encodedLength = std::min(encodedLength, sizeof(m_AuthMsg) - 1 - kSchemeLength);
-        memset_s(m_AuthMsg, sizeof(m_AuthMsg), 0, sizeof(m_AuthMsg));  // the rest of a longer value before
-        std::memcpy(m_AuthMsg, kScheme, kSchemeLength);
-        std::memcpy(m_AuthMsg + kSchemeLength, encoded.get(), encodedLength);
-        memset_s(encoded.get(), encodedLength, 0, encodedLength);
-    }
-    return reinterpret_cast<const char*>(m_AuthMsg);
+    return m_credentials.MakeBasic(m_ipaddr);
 }
 
 const char* CCommonHttpStream::GenDigestAuthorization(Common_HTTP_AUTH& httpAuth, const char* pUri) {
-    switch (httpAuth.uiAlgorithm) {
-        case HTTP_AUTH_ALGORTM_MASK_MD5:
-            return FillDigest(httpAuth, pUri, false, "MD5");
-        case HTTP_AUTH_ALGORTM_MASK_SHA256:
-            return FillDigest(httpAuth, pUri, true, "SHA-256");
-        case HTTP_AUTH_ALGORTM_MASK_MIXED:
-            GVX_LOG_INFO(kTitle, "Http auth algorithm in [MIXED] use MD5");
-            return FillDigest(httpAuth, pUri, false, "MD5");
-        default:
-            return FillDigest(httpAuth, pUri, false, nullptr);
-    }
-}
-
-const char* CCommonHttpStream::FillDigest(Common_HTTP_AUTH& httpAuth, const char* pUri, bool sha256,
-                                          const char* algorithm) {
-    const auto message = reinterpret_cast<char*>(m_AuthMsg);
-    const int begun =
-        pUri == nullptr ? -1
-        : algorithm == nullptr
-            ? snprintf_s(message, sizeof(m_AuthMsg), kMostAuthText,
-                         "Digest username=\"%s\", realm=\"%s\", nonce=\"%s\", uri=\"%s\", response=\"", m_UserName,
-                         httpAuth.szRealm, httpAuth.szNonce, pUri)
-            : snprintf_s(message, sizeof(m_AuthMsg), kMostAuthText,
-                         "Digest algorithm=%s, username=\"%s\", realm=\"%s\", nonce=\"%s\", uri=\"%s\", response=\"",
-                         algorithm, m_UserName, httpAuth.szRealm, httpAuth.szNonce, pUri);
-    if (begun < 0) {
-        GVX_LOG_ERR(kTitle, "snprintf_s for m_AuthMsg failed");
-        return nullptr;
-    }
-    char password[kClearBytes] = {};
-    ClearPassword(password, sizeof(password));
-    char ha1[kZvsHttpDigestTextBytes] = {};
-    const auto calcHA1 = sha256 ? ZVS_Security_Http_SHA256_DigestCalcHA1 : ZVS_Security_Http_MD5_DigestCalcHA1;
-    bool done = calcHA1("", m_UserName, httpAuth.szRealm, password, httpAuth.szNonce, "", ha1) == 0;
-    memset_s(password, sizeof(password), 0, sizeof(password));
-    const bool hasQop = httpAuth.szMsgQOP[0] != '\0';
-    if (hasQop) {
-        unsigned char random[kCNonceBytes];
-        const char* fault = nullptr;
-        strncpy_s(httpAuth.szNonceCount, sizeof(httpAuth.szNonceCount), NONCECOUNT, std::strlen(NONCECOUNT));
-        if (CBB::GenerateRandom(random, sizeof(random)) != 0) {
-            fault = "CBB::GenerateRandom failed";
-        } else if (CBB::CBase64::GetEncodeBinarySize(sizeof(random)) == 0) {
-            fault = "CBase64::GetEncodeBinarySize return 0";
-        } else if (CBB::CBase64::EncodeBinary(random, sizeof(random), httpAuth.szCNonce, sizeof(httpAuth.szCNonce)) !=
-                   0) {
-            fault = "CBase64::EncodeBinary failed";
-        }
-        if (fault != nullptr) {
-            memset_s(ha1, sizeof(ha1), 0, sizeof(ha1));
-            GVX_LOG_ERR(kTitle, "%s", fault);
-            return nullptr;
-        }
-    }
-    char response[kZvsHttpDigestTextBytes] = {};
-    const auto calcResponse =
-        sha256 ? ZVS_Security_Http_SHA256_DigestCalcResponse : ZVS_Security_Http_MD5_DigestCalcResponse;
-    done = done && calcResponse(ha1, httpAuth.szNonce, httpAuth.szNonceCount, httpAuth.szCNonce, httpAuth.szMsgQOP,
-                                "GET", pUri, "", response) == 0;
-    memset_s(ha1, sizeof(ha1), 0, sizeof(ha1));
-    if (!done) {
-        GVX_LOG_ERR(kTitle, "The digest can not be computed.");
-        return nullptr;
-    }
-    const auto append = [message](const char* text) {
-        return strncat_s(message, sizeof(m_AuthMsg), text, std::strlen(text)) == 0;
-    };
-    done = append(response) && append("\"");
-    if (hasQop) {
-        done = done && append(", qop=") && append(httpAuth.szMsgQOP) && append(", nc=") && append(NONCECOUNT) &&
-               append(", cnonce=\"") && append(httpAuth.szCNonce) && append("\"");
-    }
-    if (!done) {
-        GVX_LOG_ERR(kTitle, "strncat_s  failed.");
-        return nullptr;
-    }
-    return message;
+    return m_credentials.MakeDigest(httpAuth, pUri);
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "gvx_common/http/http_credentials.h"
 #include "gvx_common/socket/common_socket_stream.h"
 
 class ACE_Message_Queue_Base;
@@ -139,13 +140,10 @@ public:
 private:
     bool Append(const char* text);
     bool AppendEnd(const char* pCookieAndRange, long nFrom, long nTo);
-    void ForgetPassword();
     void ForgetRequest();
     void StartDeadline();
     bool ReadHeader(int& count);
     int ReadPicture(int snapLen, int& held);
-    bool ClearPassword(char* clear, unsigned int size) const;
-    const char* FillDigest(Common_HTTP_AUTH& httpAuth, const char* pUri, bool sha256, const char* algorithm);
 
     CCommonSocketStream m_oSocketStream;
     long m_RequestLength = 0;
@@ -162,8 +160,5 @@ private:
     char m_ResponseHeader[kRequestBytes + 1] = {};  // one more for a terminator
     bool m_bResponsed = false;
     std::unique_ptr<char[]> m_pContent;
-    char m_UserName[60] = {};
-    char m_PassWord[60] = {};  // enciphered; for one that is too long, a handle of the security manager, released here
-    unsigned char m_AuthMsg[513] = {};
-    bool m_bHoldsPassword = false;  // m_PassWord is a handle that this object asked the security manager for
+    gvx::HttpCredentials m_credentials;
 };
