@@ -228,6 +228,7 @@ TEST(RtpReceiver, ReportsAtTheIntervalWithLossJitterAndTheSendersTime) {
     const std::int64_t ticks = static_cast<std::int32_t>(fed.sink.taken.back().unit.rtpTime - info.rtpTime);
     EXPECT_EQ(fed.sink.taken.back().unit.captureWallUs, 1767323045250000 + ticks * 100 / 9);
     fed.clock->AdvanceMs(1300);
+    fed.Push(maker.Next(false, 100).packets[0]);  // a report is about what was heard since the one before
     fed.receiver.Close();
     fed.ReadControl();
     EXPECT_EQ(fed.byes, 1);
