@@ -42,6 +42,12 @@ int CStreamTransMgr::Init() {
     if (m_StreamTransVct.empty()) {
         const int wanted = GvxConfigMgr()->GetConfNumber("TRANSMISSION_THREAD_NUM", 5);
         m_unTransThreadNum = std::min(static_cast<unsigned int>(wanted), kMaxThreads);
+        const int interval = GvxConfigMgr()->GetConfNumber("MEDIA_SEND_INTERVAL", 5);
+        if (static_cast<unsigned int>(interval) > CStreamTransmission::kMaxSendIntervalMs) {
+            GVX_LOG_WARN("Init stream transmission manage",
+                         "MEDIA_SEND_INTERVAL is %d; threads pause for %u milliseconds, the most that there is.",
+                         interval, CStreamTransmission::kMaxSendIntervalMs);
+        }
     }
     while (m_StreamTransVct.size() < m_unTransThreadNum) {
         std::unique_ptr<CStreamTransmission> transmission(new (std::nothrow) CStreamTransmission);

@@ -2,7 +2,6 @@
 
 #include "base/log.h"
 #include "gvx_common/config/gvx_config_mgr.h"
-#include "gvx_common/media/datagram_sender.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 
 #include <ace/Message_Block.h>
@@ -27,7 +26,8 @@ constexpr std::size_t kQueueMark = 0x9600000;
 constexpr std::size_t kThreadStackSize = 8388608;
 constexpr const char* kThreadName = "StreamTrans";
 constexpr suseconds_t kDequeueWaitUs = 50000;
-constexpr unsigned int kMaxSendIntervalMs = 1000;  // the thread must notice that it is to end
+constexpr int kParkBytes = 1 << 20;
+constexpr int kMostParkBytes = 1 << 26;
 
 // What a signal does is set for the whole process. SIGINT is ignored so that Ctrl-C in the terminal does not kill the
 // process in the midst of a packet; but a program that handles SIGINT, by a handler or by waiting for it blocked, does
@@ -75,6 +75,8 @@ int CStreamTransmission::Init() {
     m_ulSendFixedNum = static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("MEDIA_SEND_FIXED_NUM", 10));
     m_ulMediaSendInterval = std::min(static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("MEDIA_SEND_INTERVAL", 5)),
                                      kMaxSendIntervalMs);
+    m_sender.SetParkBytes(
+        static_cast<std::size_t>(GvxConfigMgr()->GetConfNumber("MEDIA_PARK_BYTES", kParkBytes, 0, kMostParkBytes)));
     // Made before the thread starts, so that whoever ends the thread always finds it.
     m_pStreamTransSmp.reset(new (std::nothrow) ACE_Thread_Semaphore(0));
     GVX_CHECK_NULL_RETURN(m_pStreamTransSmp, ZVS_FAIL);
@@ -98,7 +100,7 @@ int CStreamTransmission::UnInit() {
     }
     WaitForThreadEnd();
     m_pStreamTransSmp.reset();
-    m_interleaved.DropRests();
+    m_sender.LoseWaiting();
     m_StreamQueue.high_water_mark(0);  // a stream that is still open gets nothing in any more
     DrainQueue();
     m_StreamQueue.close();
@@ -145,14 +147,15 @@ void CStreamTransmission::SendRound() {
         ServeMessages(taken);
         served += taken;
     } while (batch > served);
-    m_interleaved.FlushRests();
+    m_sender.SendWaiting();
     if (batch != 0) {
         ACE_OS::sleep(ACE_Time_Value(0, static_cast<suseconds_t>(m_ulMediaSendInterval) * 1000));
     }
 }
 
 std::size_t CStreamTransmission::TakeMessages(std::size_t wanted) {
-    const ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, kDequeueWaitUs);
+    const suseconds_t wait = m_sender.HasWaiting() ? gvx::StreamSender::kRetryMs * 1000 : kDequeueWaitUs;
+    const ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, wait);
     const std::size_t taken = m_StreamQueue.DequeueSome(m_taken.data(), wanted, deadline);
     if (taken != 0) {
         return taken;
@@ -194,11 +197,12 @@ void CStreamTransmission::SendBatch() {
 
 // A record with another protocol, or without its sockets, sends nothing, and that is no fault.
 void CStreamTransmission::SendPackets(SOCKET_INFO& info, const iovec* packets, std::size_t count) {
-    if (info.protocol == RTP_OVER_TCP && info.videoSockStream.get_handle() != ACE_INVALID_HANDLE) {
-        m_interleaved.Send(info, packets, count, m_SendTimeout);
-    } else if (info.protocol == RTP_OVER_UDP && info.videoSockDgram.get_handle() != ACE_INVALID_HANDLE &&
-               info.audioSockDgram.get_handle() != ACE_INVALID_HANDLE) {
-        gvx::SendDatagrams(info, packets, count, m_SendTimeout);
+    const bool canSend = info.protocol == RTP_OVER_TCP   ? info.videoSockStream.get_handle() != ACE_INVALID_HANDLE
+                         : info.protocol == RTP_OVER_UDP ? info.videoSockDgram.get_handle() != ACE_INVALID_HANDLE &&
+                                                               info.audioSockDgram.get_handle() != ACE_INVALID_HANDLE
+                                                         : false;
+    if (canSend) {
+        m_sender.Send(info, packets, count, m_SendTimeout);
     }
 }
 

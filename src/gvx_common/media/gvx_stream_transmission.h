@@ -1,9 +1,10 @@
 #pragma once
 
-#include "gvx_common/media/interleaved_sender.h"
 #include "gvx_common/media/packet_batch.h"
 #include "gvx_common/media/socket_info.h"
+#include "gvx_common/media/socket_write.h"
 #include "gvx_common/media/stream_queue.h"
+#include "gvx_common/media/stream_sender.h"
 
 #include <ace/Condition_Thread_Mutex.h>
 #include <ace/Message_Queue.h>
@@ -28,6 +29,7 @@ class CMediaBlockBuffer;
 class CStreamTransmission : public ACE_Task<ACE_MT_SYNCH> {
 public:
     using Queue = CStreamQueue;
+    static constexpr unsigned int kMaxSendIntervalMs = 1000;  // the thread must notice that it is to end
 
     // Makes the queue and starts the thread; IsRunning tells whether that worked.
     CStreamTransmission();
@@ -48,9 +50,8 @@ public:
     int svc() override;
 
     // Sends one packet by the record's protocol. 1 when an argument is null; else 0, also when the packet was lost.
-    // Over TCP waits 2 ms at most; what is left of a packet that left in part goes first next time. A peer that for
-    // 2 s makes no room for it, or for any packet at all, counts as gone. Called by the thread of this object, or by
-    // any one thread while it serves no packet of the same record.
+    // What finds no room waits in the record and goes first next time; see gvx::StreamSender. Called by the thread of
+    // this object, or by any one thread with records that count no holders while it serves no packet of the same one.
     int DoSendVideoFrame(SOCKET_INFO** ppSock, const char* buf, unsigned int len);
 
     bool IsRunning() const { return m_bRunning; }
@@ -60,7 +61,7 @@ public:
     unsigned int GetBatch(std::size_t count) const;
 
     // True when a send that failed with this errno leaves the stream usable.
-    static bool IsSockErrorOk(int error) { return gvx::InterleavedSender::IsErrorOk(error); }
+    static bool IsSockErrorOk(int error) { return gvx::IsRoomError(error); }
 
 private:
     void WaitForThreadEnd();
@@ -83,7 +84,7 @@ private:
     // Only the thread of this object uses these, and whoever calls DoSendVideoFrame in its place.
     std::array<ACE_Message_Block*, gvx::PacketBatch::kRoom> m_taken{};
     gvx::PacketBatch m_batch;
-    gvx::InterleavedSender m_interleaved;
+    gvx::StreamSender m_sender;
 };
 
 // Makes the transmission threads and shares them out. A stream takes a queue once and keeps it, so that its packets

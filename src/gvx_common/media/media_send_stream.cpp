@@ -58,6 +58,25 @@ int MakeSocket(const MediaSendParams& params, int type, int& handle, ACE_INET_Ad
     return ZVS_SUCCEED;
 }
 
+// Only the force option passes net.core.wmem_max, and only a process with CAP_NET_ADMIN may use it. The kernel doubles
+// what it is asked for (socket(7)).
+void AskForSendBuffer(int handle, const std::string& serviceID) {
+    if (::setsockopt(handle, SOL_SOCKET, SO_SNDBUFFORCE, &kUdpSendBuffer, sizeof(kUdpSendBuffer)) == 0) {
+        return;
+    }
+    ::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, &kUdpSendBuffer, sizeof(kUdpSendBuffer));
+    int given = 0;
+    socklen_t size = sizeof(given);
+    static std::atomic<bool> told{false};
+    if (::getsockopt(handle, SOL_SOCKET, SO_SNDBUF, &given, &size) == 0 && given / 2 < kUdpSendBuffer &&
+        !told.exchange(true)) {
+        GVX_LOG_WARN(kTitle,
+                     "Stream[%s] got a send buffer of %d bytes instead of %d: net.core.wmem_max allows no more. Bursts "
+                     "wait in the process instead. This is said once.",
+                     serviceID.c_str(), given / 2, kUdpSendBuffer);
+    }
+}
+
 // Opens and binds one socket; local becomes the address that it got.
 int OpenDatagram(ACE_SOCK_Dgram& socket, const MediaSendParams& params, std::uint16_t localPort, ACE_INET_Addr& local) {
     ACE_INET_Addr wanted;
@@ -67,7 +86,7 @@ int OpenDatagram(ACE_SOCK_Dgram& socket, const MediaSendParams& params, std::uin
     }
     socket.set_handle(handle);
     wanted.set_port_number(localPort);
-    ::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, &kUdpSendBuffer, sizeof(kUdpSendBuffer));
+    AskForSendBuffer(handle, params.strServiceID);
     if (::bind(handle, static_cast<const sockaddr*>(wanted.get_addr()), static_cast<socklen_t>(wanted.get_size())) !=
             0 ||
         socket.get_local_addr(local) != 0) {
@@ -255,9 +274,9 @@ void CMediaSendStream::EndUse() {
 }
 
 void CMediaSendStream::TearDown() {
-    m_ullDropped += m_pVideoRecord->ulDropped;
+    m_ullDropped += m_pVideoRecord->losses.LostOrWaiting();
     if (m_pAudioRecord != nullptr) {
-        m_ullDropped += m_pAudioRecord->ulDropped;
+        m_ullDropped += m_pAudioRecord->losses.LostOrWaiting();
         m_pAudioRecord->Drop();
         m_pAudioRecord = nullptr;
     }
@@ -363,8 +382,8 @@ MediaSendStatistics CMediaSendStream::GetStatistics() const {
     // The drops of the records move to this object as the stream is torn down: they are counted where they stand then.
     const UseGuard use(*this, true);
     if (use) {
-        statistics.ullDroppedPackets += m_pVideoRecord->ulDropped;
-        statistics.ullDroppedPackets += m_pAudioRecord != nullptr ? m_pAudioRecord->ulDropped.load() : 0;
+        statistics.ullDroppedPackets += m_pVideoRecord->losses.Lost();
+        statistics.ullDroppedPackets += m_pAudioRecord != nullptr ? m_pAudioRecord->losses.Lost() : 0;
     } else {
         WaitTornDown();
     }

@@ -26,7 +26,8 @@ struct MediaSendParams {
 
 // Counts since Open. A frame is a new RTP timestamp among the video packets. Packets and bytes are those handed to
 // the transmission thread, over TCP with their interleave; dropped are those that could not be handed over, and those
-// that the thread could not send. Packets that Close finds in the queue are thrown away and do not count as dropped.
+// that the thread could not send. Close throws packets away: those in the queue do not count as dropped; those do that
+// found no room in the socket and wait for it, also when they leave at that very moment.
 struct MediaSendStatistics {
     std::uint64_t ullVideoFrames = 0;
     std::uint64_t ullVideoPackets = 0;

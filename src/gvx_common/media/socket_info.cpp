@@ -25,12 +25,14 @@ void SOCKET_INFO::ResetSocketInfo() {
     videoSockStream.set_handle(ACE_INVALID_HANDLE);
     bStopped = false;
     bGone = false;
-    ulDropped = 0;
+    losses.Reset();
     unRestBegin = 0;
     unRestEnd = 0;
+    parked.Clear();
     bStalled = false;
     llStalledSince = 0;
-    bRestListed = false;
+    bWaitedFor = false;
+    bListed = false;
     bNoSegments = false;
     unBatchPlace = 0;
     m_nHolders = 0;
@@ -120,7 +122,7 @@ int CSocketInfoMgr::PopSocketQueue(SOCKET_INFO*& out) {
     out = nullptr;
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, m_MutexSocketInfo, ZVS_FAIL);
     if (m_SocketQueue.empty()) {
-        GVX_LOG_ERR("Pop socket info", "Queue size is 0.");
+        GVX_LOG_ERR("Pop socket info", "Queue size is 0. All records that MAX_SOCKET_SIZE allows are in use.");
         return ZVS_FAIL;
     }
     if (m_SocketQueue.front() == nullptr) {

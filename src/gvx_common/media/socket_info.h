@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gvx_common/media/parked_packets.h"
 #include "gvx_common/records/media_types.h"
 
 #include <ace/INET_Addr.h>
@@ -14,6 +15,34 @@
 #include <cstddef>
 #include <cstdint>
 #include <queue>
+
+namespace gvx {
+
+// How many packets of a stream wait in the transmission thread and how many it could not send, in one word, so that
+// whoever ends the stream sees both of one moment. Any thread reads; the one that serves the record writes.
+class PacketLosses {
+public:
+    std::uint64_t Lost() const { return m_both.load(std::memory_order_relaxed) & kLostMask; }
+    // With those that would be lost if the stream ended now.
+    std::uint64_t LostOrWaiting() const {
+        const std::uint64_t both = m_both.load(std::memory_order_relaxed);
+        return (both & kLostMask) + (both >> kWaitingShift);
+    }
+    void Lose(std::uint64_t count) { m_both.fetch_add(count, std::memory_order_relaxed); }
+    void BeginWaiting(std::uint64_t count) { m_both.fetch_add(count << kWaitingShift, std::memory_order_relaxed); }
+    // So many wait no longer, lost of them because they are lost.
+    void EndWaiting(std::uint64_t count, std::uint64_t lost) {
+        m_both.fetch_sub((count << kWaitingShift) - lost, std::memory_order_relaxed);
+    }
+    void Reset() { m_both = 0; }
+
+private:
+    static constexpr int kWaitingShift = 40;
+    static constexpr std::uint64_t kLostMask = (std::uint64_t{1} << kWaitingShift) - 1;
+    std::atomic<std::uint64_t> m_both{0};
+};
+
+}  // namespace gvx
 
 // The record of one open stream: where its packets go. It comes from CSocketInfoMgr and must stay valid while
 // packets that carry its address are queued; hold counts see to that for the streams that use them. The stated fields
@@ -34,7 +63,7 @@ struct SOCKET_INFO {
     // last one gives the record back to the pool; a record that owns its sockets closes them first, another lets go of
     // the record that does. All of it does nothing for a record that never began, whose life its user sees to.
     void BeginHolding(SOCKET_INFO* handleOwner);  // null: this record owns the sockets
-    bool Hold();  // false when the record does not count
+    bool Hold();                                  // false when the record does not count
     void Drop(int times = 1);
 
     TRANS_PROTOCOL protocol;
@@ -58,18 +87,18 @@ struct SOCKET_INFO {
     std::atomic<bool> bStopped{false};
     // Set by the transmission thread: the peer of a TCP stream is gone, nothing more can be sent.
     std::atomic<bool> bGone{false};
-    // Packets that the transmission thread tried to send and could not.
-    std::atomic<std::uint64_t> ulDropped{0};
+    gvx::PacketLosses losses;
 
-    // What a TCP send left over of a packet; it goes before anything else of the stream. Only the transmission
-    // thread that serves the stream touches these.
+    // What found no room in the socket goes before anything else of the stream: the rest of a packet that has left in
+    // part (TCP), then whole packets. Only the transmission thread that serves the stream touches these.
     std::array<char, MAX_REST> szRest;
     std::size_t unRestBegin;
     std::size_t unRestEnd;
-    bool bStalled;                // the last send found too little room: the next one does not wait
-    std::int64_t llStalledSince;  // while stalled: when the rest was left, or the first packet found no room at all;
-                                  // monotonic milliseconds
-    bool bRestListed;             // the thread keeps it in its list of streams with a rest
+    gvx::ParkedPackets parked;
+    bool bStalled;                // something waits
+    std::int64_t llStalledSince;  // while it does: when the last byte left, or this began; monotonic milliseconds
+    bool bWaitedFor;              // a thread has waited for room, and none has been made since
+    bool bListed;                 // the thread keeps it in its list of streams in which something waits
     bool bNoSegments;             // the socket refused segmentation offload: its packets go one by one
     std::uint32_t unBatchPlace;   // where the thread's present batch has this stream, if it has
 

@@ -296,6 +296,25 @@ TEST_F(MediaSendStream, ASlowReaderLosesPacketsButNeverTheFraming) {
     EXPECT_FALSE(stream.IsOpen());
 }
 
+TEST_F(MediaSendStream, PacketsThatWaitForAPeerAsTheStreamEndsCountAsDropped) {
+    const ScopedSlowClock clock;
+    const TestSocket listener(SOCK_STREAM, 16384);
+    CMediaSendStream stream;
+    ASSERT_EQ(stream.Open(Tcp(listener)), 0);
+    TestSocket peer = listener.Accept();
+    const std::string packet = RtpPacket(1, 1, 1392, 0);
+    std::size_t sent = 0;
+    for (; stream.GetStatistics().ullDroppedPackets == 0; ++sent) {
+        ASSERT_LT(sent, 50000u);
+        Send(stream, packet, true, RTP_OVER_TCP);
+    }
+    ASSERT_TRUE(WaitUntil([] { return CMediaBlockBuffer::instance()->getRemainBlockNum() == kBlocks; }));
+    stream.Close();
+    const std::size_t arrived = peer.ReceiveExactly(sent * packet.size()).size() / packet.size();
+    EXPECT_GT(stream.GetStatistics().ullDroppedPackets, 700u);  // a mebibyte's
+    EXPECT_EQ(arrived + stream.GetStatistics().ullDroppedPackets, sent);
+}
+
 TEST_F(MediaSendStream, AStreamThatIsStillOpenAtTheEndOfTheThreadsHarmsNobody) {
     const TestSocket video(SOCK_DGRAM);
     const std::string packet = RtpPacket(1, 1, 100);

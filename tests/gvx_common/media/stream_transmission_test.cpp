@@ -50,7 +50,7 @@ TEST_F(StreamTransmission, WhatCannotBeSentIsPassedOver) {
     record.info.protocol = RTP_OVER_UDP;
     record.info.audioSockDgram.set_handle(ACE_INVALID_HANDLE);  // both must be there
     EXPECT_EQ(transmission.DoSendVideoFrame(&info, "x", 1), 0);
-    EXPECT_EQ(record.info.ulDropped, 0u);
+    EXPECT_EQ(record.info.losses.Lost(), 0u);
     record.info.audioSockDgram.set_handle(record.sockets[1].Get());
     record.info.bVideoStream = false;
     EXPECT_EQ(transmission.DoSendVideoFrame(&info, "audio", 5), 0);
@@ -120,9 +120,9 @@ bool SendUntilRest(CStreamTransmission& transmission, SOCKET_INFO* info, const T
                    std::string& accepted) {
     for (int i = 0; i < 20000 && !HasRest(*info); ++i) {
         const std::string packet = LongPacket(i);
-        const std::uint64_t dropped = info->ulDropped;
+        const std::uint64_t dropped = info->losses.Lost();
         transmission.DoSendVideoFrame(&info, packet.data(), static_cast<unsigned int>(packet.size()));
-        if (info->ulDropped == dropped) {
+        if (info->losses.Lost() == dropped) {
             accepted += packet;
         } else {
             wire += peer.Receive(700);
@@ -134,15 +134,16 @@ bool SendUntilRest(CStreamTransmission& transmission, SOCKET_INFO* info, const T
 // Sends single bytes, none of which can leave in part, until one finds no room.
 bool SendUntilFull(CStreamTransmission& transmission, TcpRecord& record) {
     SOCKET_INFO* info = &record.info;
-    const std::uint64_t dropped = record.info.ulDropped;
-    for (int i = 0; i < 100000 && record.info.ulDropped == dropped; ++i) {
+    const std::uint64_t dropped = record.info.losses.Lost();
+    for (int i = 0; i < 100000 && record.info.losses.Lost() == dropped; ++i) {
         transmission.DoSendVideoFrame(&info, "x", 1);
     }
-    return record.info.ulDropped != dropped && !HasRest(record.info);
+    return record.info.losses.Lost() != dropped && !HasRest(record.info);
 }
 
 // What stays for two seconds ends the stream: the rest of a packet, or that no packet finds room at all.
 TEST_F(StreamTransmission, APeerThatTakesNothingForTwoSecondsEndsTheStream) {
+    const ScopedSettings settings("MEDIA_PARK_BYTES=0\n");
     for (const bool withRest : {true, false}) {
         ScopedTestClock clock;
         CStreamTransmission transmission;
@@ -170,7 +171,27 @@ TEST_F(StreamTransmission, APeerThatTakesNothingForTwoSecondsEndsTheStream) {
     }
 }
 
+TEST_F(StreamTransmission, WhatFindsNoRoomWaitsForASecondAtMost) {
+    ScopedTestClock clock;
+    const ScopedSettings settings("MEDIA_PARK_BYTES=65536\n");
+    CStreamTransmission transmission;
+    TcpRecord record;
+    SOCKET_INFO* info = &record.info;
+    const auto waiting = [info] { return info->losses.LostOrWaiting() - info->losses.Lost(); };
+    const std::string packet(1000, 'p');
+    for (int i = 0; i < 10000 && info->losses.Lost() == 0; ++i) {
+        transmission.DoSendVideoFrame(&info, packet.data(), 1000);
+    }
+    EXPECT_GT(waiting(), 50u);
+    EXPECT_LE(waiting(), 65u);
+    clock->AdvanceMs(1001);
+    transmission.DoSendVideoFrame(&info, packet.data(), 1000);
+    EXPECT_LE(waiting(), HasRest(*info) ? 2u : 1u);
+    EXPECT_FALSE(info->bGone);
+}
+
 TEST_F(StreamTransmission, AStalledStreamDoesNotKeepAnotherFromArriving) {
+    const ScopedSettings settings("MEDIA_PARK_BYTES=65536\n");
     const ScopedSlowClock clock;
     TcpRecord stalled;
     const TestSocket receiver(SOCK_DGRAM);
@@ -185,7 +206,7 @@ TEST_F(StreamTransmission, AStalledStreamDoesNotKeepAnotherFromArriving) {
         ASSERT_EQ(receiver.Receive(), std::to_string(i));
     }
     transmission.UnInit();
-    EXPECT_GT(stalled.info.ulDropped, 300u);  // its peer has read nothing
+    EXPECT_GT(stalled.info.losses.Lost(), 300u);  // its peer has read nothing
     EXPECT_FALSE(stalled.info.bGone);
 }
 

@@ -1,9 +1,9 @@
-#include "gvx_common/media/datagram_sender.h"
+#include "gvx_common/media/socket_write.h"
 
 #include "base/log.h"
 #include "gvx_common/media/packet_batch.h"
-#include "gvx_common/media/room_wait.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -105,31 +105,64 @@ void Messages::AskForSegments(std::size_t message, std::size_t segment) {
 
 }  // namespace
 
-void SendDatagrams(SOCKET_INFO& info, const iovec* packets, std::size_t count, const ACE_Time_Value& timeout) {
+bool IsRoomError(int error) {
+    return error == EAGAIN || error == EINTR || error == ETIME || error == ENOBUFS || error == ENOMEM;
+}
+
+SocketWrite WriteDatagrams(SOCKET_INFO& info, const iovec* packets, std::size_t count) {
     const ACE_HANDLE handle = info.bVideoStream ? info.videoSockDgram.get_handle() : info.audioSockDgram.get_handle();
     Messages messages;
-    RoomWait room(timeout);
-    for (std::size_t done = 0; done < count;) {
-        const std::size_t made = messages.Fill(info, packets + done, count - done);
+    SocketWrite write;
+    while (write.done < count) {
+        const std::size_t made = messages.Fill(info, packets + write.done, count - write.done);
         const int sent =
             ::sendmmsg(handle, messages.Data(), static_cast<unsigned int>(made), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent > 0) {
-            done += messages.PacketsOf(static_cast<std::size_t>(sent));
+            write.done += messages.PacketsOf(static_cast<std::size_t>(sent));
             continue;
         }
         const int error = errno;
         const std::size_t failed = messages.PacketsOf(1);
+        if (IsRoomError(error)) {
+            write.error = error;
+            break;
+        }
         if (failed > 1 && IsSegmentationRefused(error)) {
             info.bNoSegments = true;
             GVX_LOG_WARN("Stream transfer thread ",
                          "Stream[%s] sends its packets one by one: segmentation offload is refused, errno: %d.",
                          info.chServiceID, error);
-        } else if (error != EAGAIN || !room.For(handle)) {
-            info.ulDropped.fetch_add(failed, std::memory_order_relaxed);
-            LogSendFault(info, error);
-            done += failed;
+            continue;
         }
+        LogSendFault(info, error);
+        write.lost += failed;
+        write.done += failed;
     }
+    return write;
+}
+
+SocketWrite WriteInterleaved(const SOCKET_INFO& info, const iovec* packets, std::size_t count) {
+    SocketWrite write;
+    std::array<iovec, PacketBatch::kRoom> parts;
+    while (write.done < count) {
+        std::copy(packets + write.done, packets + count, parts.begin());
+        parts[0].iov_base = static_cast<char*>(parts[0].iov_base) + write.offset;
+        parts[0].iov_len -= write.offset;
+        msghdr head{};
+        head.msg_iov = parts.data();
+        head.msg_iovlen = count - write.done;
+        const ssize_t sent = ::sendmsg(info.videoSockStream.get_handle(), &head, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent < 0) {
+            write.error = errno;
+            break;
+        }
+        std::size_t bytes = static_cast<std::size_t>(sent) + write.offset;
+        while (write.done < count && bytes >= packets[write.done].iov_len) {
+            bytes -= packets[write.done++].iov_len;
+        }
+        write.offset = bytes;
+    }
+    return write;
 }
 
 }  // namespace gvx
