@@ -3,11 +3,9 @@
 #include "gvx_common/media/packet_batch.h"
 #include "gvx_common/media/socket_info.h"
 #include "gvx_common/media/socket_write.h"
-#include "gvx_common/media/stream_queue.h"
 #include "gvx_common/media/stream_sender.h"
+#include "gvx_common/media_memory/block_queue.h"
 
-#include <ace/Condition_Thread_Mutex.h>
-#include <ace/Message_Queue.h>
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Task.h>
 #include <ace/Thread_Semaphore.h>
@@ -28,7 +26,7 @@ class CMediaBlockBuffer;
 // The thread takes what is queued, up to a bound, and lets the packets of one stream leave together.
 class CStreamTransmission : public ACE_Task<ACE_MT_SYNCH> {
 public:
-    using Queue = CStreamQueue;
+    using Queue = gvx::BlockQueue;
     static constexpr unsigned int kMaxSendIntervalMs = 1000;  // the thread must notice that it is to end
 
     // Makes the queue and starts the thread; IsRunning tells whether that worked.
@@ -78,7 +76,7 @@ private:
     unsigned int m_ulMediaSendInterval = 0;  // MEDIA_SEND_INTERVAL, milliseconds
     static CMediaBlockBuffer* s_pMediaBlockBuff;
     const ACE_Time_Value m_SendTimeout{0, 2000};  // how long a stream without room may hold up the others
-    CStreamQueue m_StreamQueue;
+    Queue m_StreamQueue;
     std::unique_ptr<ACE_Thread_Semaphore> m_pStreamTransSmp;  // released by the thread as it ends
 
     // Only the thread of this object uses these, and whoever calls DoSendVideoFrame in its place.

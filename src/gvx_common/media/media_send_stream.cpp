@@ -5,12 +5,16 @@
 #include "base/log.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 #include "gvx_common/records/rtp_payload.h"
+#include "gvx_common/rtp/packet_run.h"
 
 #include <ace/Message_Block.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -134,7 +138,48 @@ private:
     const bool m_inUse;
 };
 
+// What a thread has built for one stream and not yet queued, with one use of the stream for all of it. Empty outside of
+// a run.
+class CMediaSendStream::HeldPackets final : public gvx::PacketRun::Holder {
+public:
+    // Of the calling thread.
+    static HeldPackets& Mine() {
+        static thread_local HeldPackets held;
+        return held;
+    }
+    // Result as Send.
+    int Put(CMediaSendStream& stream, const MEDIA_DATA& data, gvx::PacketRun* run);
+    // Queues all and lets go of the stream. False when the queue had no room for all.
+    bool HandOn() noexcept override;
+    void LetGoOf(const CMediaSendStream& stream) {
+        if (m_stream == &stream) {
+            HandOn();
+        }
+    }
+
+private:
+    static constexpr std::size_t kMost = 64;
+    enum class Kind { Video, Audio, Metadata };
+
+    bool Queue();
+    void Count(std::size_t packets, std::uint64_t bytes, std::uint64_t frames);
+    void NoteTimeStamp(const char* packet, std::size_t size);
+    ACE_Message_Block* TakeBlock(const gvx::PacketRun* run);
+
+    CMediaSendStream* m_stream = nullptr;
+    SOCKET_INFO* m_record = nullptr;
+    Kind m_kind = Kind::Video;
+    std::array<ACE_Message_Block*, kMost> m_packets{};
+    std::size_t m_count = 0;
+    std::uint64_t m_bytes = 0;
+    std::uint64_t m_frames = 0;
+    std::uint64_t m_lastTimeStamp = NO_TIME_STAMP;
+    std::array<ACE_Message_Block*, kMost> m_free{};  // taken from the pool and not yet used
+    std::size_t m_freeCount = 0;
+};
+
 CMediaSendStream::~CMediaSendStream() {
+    HeldPackets::Mine().LetGoOf(*this);
     Close();
     WaitTornDown();
 }
@@ -304,77 +349,146 @@ bool CMediaSendStream::IsOpen() const {
 }
 
 int CMediaSendStream::Send(const MEDIA_DATA& data) {
-    UseGuard use(*this);
-    if (!use || m_pVideoRecord->bGone.load(std::memory_order_relaxed)) {
-        return ZVS_GVX_OPEN_SOCKET_ERROR;
-    }
-    const bool audio = data.nVideoSize == 0 && data.nAudioSize != 0;
-    const std::size_t size = audio ? data.nAudioSize : data.nVideoSize != 0 ? data.nVideoSize : data.nMetaDataSize;
-    if (data.pDataBuf == nullptr || size == 0) {
-        return CountDrop("a packet is empty");
-    }
-    if (data.eTransProtocol != m_eProtocol) {
-        return CountDrop("a packet is built for another transport");
-    }
-    if (!audio || m_eProtocol == RTP_OVER_TCP) {
-        return Enqueue(m_pVideoRecord, data, size);
-    }
-    return m_pAudioRecord == nullptr ? int{ZVS_SUCCEED} : Enqueue(m_pAudioRecord, data, size);
+    HeldPackets& held = HeldPackets::Mine();
+    gvx::PacketRun* const run = gvx::PacketRun::Current();
+    const int result = held.Put(*this, data, run);
+    return run != nullptr || held.HandOn() ? result : int{ZVS_FAIL};
 }
 
-int CMediaSendStream::Enqueue(SOCKET_INFO* record, const MEDIA_DATA& data, std::size_t size) {
-    CMediaBlockBuffer* pool = CMediaBlockBuffer::instance();
-    ACE_Message_Block* block = pool->allocMediaBlock();
+int CMediaSendStream::HeldPackets::Put(CMediaSendStream& stream, const MEDIA_DATA& data, gvx::PacketRun* run) {
+    if (m_stream != &stream) {
+        HandOn();
+        if (!stream.BeginUse(false)) {
+            return ZVS_GVX_OPEN_SOCKET_ERROR;
+        }
+        m_stream = &stream;
+        m_lastTimeStamp = stream.m_ullLastTimeStamp.load(std::memory_order_relaxed);
+        if (run != nullptr) {
+            run->SetHolder(this);
+        }
+    }
+    if (stream.m_bClosed.load(std::memory_order_acquire) ||
+        stream.m_pVideoRecord->bGone.load(std::memory_order_relaxed)) {
+        return ZVS_GVX_OPEN_SOCKET_ERROR;
+    }
+    const Kind kind = data.nVideoSize != 0 ? Kind::Video : data.nAudioSize != 0 ? Kind::Audio : Kind::Metadata;
+    const std::size_t size = kind == Kind::Video   ? data.nVideoSize
+                             : kind == Kind::Audio ? data.nAudioSize
+                                                   : data.nMetaDataSize;
+    if (data.pDataBuf == nullptr || size == 0) {
+        return stream.CountDrop("a packet is empty");
+    }
+    if (data.eTransProtocol != stream.m_eProtocol) {
+        return stream.CountDrop("a packet is built for another transport");
+    }
+    SOCKET_INFO* const record =
+        kind == Kind::Audio && stream.m_eProtocol != RTP_OVER_TCP ? stream.m_pAudioRecord : stream.m_pVideoRecord;
+    if (record == nullptr) {
+        return ZVS_SUCCEED;
+    }
+    if (record != m_record || kind != m_kind || m_count == kMost) {
+        Queue();
+        m_record = record;
+        m_kind = kind;
+    }
+    ACE_Message_Block* const block = TakeBlock(run);
     if (block == nullptr) {
-        return CountDrop("no media block is free");
+        return stream.CountDrop("no media block is free");
     }
     // The pointer goes into the headroom of the block, so that the packet has the whole block.
     if (block->rd_ptr() < block->base() + sizeof(record) || block->space() < size) {
-        pool->freeMediaBlock(block);
-        return CountDrop("a packet does not fit a media block");
+        m_free[m_freeCount++] = block;
+        return stream.CountDrop("a packet does not fit a media block");
     }
     block->rd_ptr(block->rd_ptr() - sizeof(record));
     std::memcpy(block->rd_ptr(), &record, sizeof(record));
     std::memcpy(block->wr_ptr(), data.pDataBuf, size);
     block->wr_ptr(size);
-    record->Hold();
-    if (m_pQueue->Append(block) == -1) {
-        record->Drop();
-        pool->freeMediaBlock(block);
-        return CountDrop("the transmission queue is full");
+    m_packets[m_count++] = block;
+    m_bytes += size;
+    if (kind == Kind::Video) {
+        NoteTimeStamp(static_cast<const char*>(data.pDataBuf), size);
     }
-    CountSent(data, size);
     return ZVS_SUCCEED;
 }
 
-int CMediaSendStream::CountDrop(const char* reason) {
-    m_ullDropped.fetch_add(1, std::memory_order_relaxed);
+ACE_Message_Block* CMediaSendStream::HeldPackets::TakeBlock(const gvx::PacketRun* run) {
+    if (m_freeCount == 0) {
+        Queue();  // what is held here may be what others wait for
+        const std::size_t wanted = run == nullptr ? 1 : std::clamp<std::size_t>(run->Packets(), 1, kMost);
+        m_freeCount = CMediaBlockBuffer::instance()->allocMediaBlocks(m_free.data(), wanted);
+    }
+    return m_freeCount == 0 ? nullptr : m_free[--m_freeCount];
+}
+
+void CMediaSendStream::HeldPackets::NoteTimeStamp(const char* packet, std::size_t size) {
+    const std::size_t ahead = m_stream->m_eProtocol == RTP_OVER_TCP ? gvx::kInterleaveLen : 0;
+    if (size < ahead + kRtpTimeStampEnd) {
+        return;
+    }
+    std::uint32_t timeStamp = 0;
+    std::memcpy(&timeStamp, packet + ahead + kRtpTimeStampAt, sizeof(timeStamp));
+    m_frames += timeStamp != m_lastTimeStamp ? 1 : 0;
+    m_lastTimeStamp = timeStamp;
+}
+
+bool CMediaSendStream::HeldPackets::Queue() {
+    if (m_count == 0) {
+        return true;
+    }
+    m_record->Hold(static_cast<int>(m_count));
+    const std::uint64_t bytes = std::exchange(m_bytes, 0);
+    const std::size_t count = std::exchange(m_count, 0);
+    std::uint64_t unsent = 0;
+    const std::size_t queued = m_stream->m_pQueue->AppendSome(m_packets.data(), count);
+    if (const std::size_t refused = count - queued; refused != 0) {
+        for (std::size_t i = queued; i < count; ++i) {
+            unsent += m_packets[i]->length() - sizeof(m_record);
+        }
+        m_record->Drop(static_cast<int>(refused));
+        CMediaBlockBuffer::instance()->freeMediaBlocks(m_packets.data() + queued, refused);
+        m_stream->CountDrop("the transmission queue is full", refused);
+    }
+    const std::uint64_t frames = std::exchange(m_frames, 0);
+    if (queued != 0) {
+        Count(queued, bytes - unsent, frames);
+    }
+    return queued == count;
+}
+
+void CMediaSendStream::HeldPackets::Count(std::size_t packets, std::uint64_t bytes, std::uint64_t frames) {
+    m_stream->m_ullBytes.fetch_add(bytes, std::memory_order_relaxed);
+    if (m_kind == Kind::Audio) {
+        m_stream->m_ullAudioPackets.fetch_add(packets, std::memory_order_relaxed);
+    } else if (m_kind == Kind::Video) {
+        m_stream->m_ullVideoPackets.fetch_add(packets, std::memory_order_relaxed);
+    }
+    if (frames != 0) {
+        m_stream->m_ullVideoFrames.fetch_add(frames, std::memory_order_relaxed);
+        m_stream->m_ullLastTimeStamp.store(m_lastTimeStamp, std::memory_order_relaxed);
+    }
+}
+
+bool CMediaSendStream::HeldPackets::HandOn() noexcept {
+    if (m_stream == nullptr) {
+        return true;
+    }
+    const bool all = Queue();
+    if (m_freeCount != 0) {
+        CMediaBlockBuffer::instance()->freeMediaBlocks(m_free.data(), std::exchange(m_freeCount, 0));
+    }
+    m_record = nullptr;
+    std::exchange(m_stream, nullptr)->EndUse();
+    return all;
+}
+
+int CMediaSendStream::CountDrop(const char* reason, std::size_t count) {
+    m_ullDropped.fetch_add(count, std::memory_order_relaxed);
     const std::int64_t now = gvx::MonotonicMilliseconds();
     if (now >= m_llDropEpisodeEnd.exchange(now + kDropEpisodePauseMs, std::memory_order_relaxed)) {
         GVX_LOG_WARN(kTitle, "Stream[%s] drops packets: %s.", m_strServiceID.c_str(), reason);
     }
     return ZVS_FAIL;
-}
-
-void CMediaSendStream::CountSent(const MEDIA_DATA& data, std::size_t size) {
-    m_ullBytes.fetch_add(size, std::memory_order_relaxed);
-    if (data.nVideoSize == 0) {
-        if (data.nAudioSize != 0) {
-            m_ullAudioPackets.fetch_add(1, std::memory_order_relaxed);
-        }
-        return;
-    }
-    m_ullVideoPackets.fetch_add(1, std::memory_order_relaxed);
-    const std::size_t ahead = m_eProtocol == RTP_OVER_TCP ? gvx::kInterleaveLen : 0;
-    if (size < ahead + kRtpTimeStampEnd) {
-        return;
-    }
-    std::uint32_t timeStamp = 0;
-    std::memcpy(&timeStamp, static_cast<const char*>(data.pDataBuf) + ahead + kRtpTimeStampAt, sizeof(timeStamp));
-    if (m_ullLastTimeStamp.load(std::memory_order_relaxed) != timeStamp) {
-        m_ullLastTimeStamp.store(timeStamp, std::memory_order_relaxed);
-        m_ullVideoFrames.fetch_add(1, std::memory_order_relaxed);
-    }
 }
 
 MediaSendStatistics CMediaSendStream::GetStatistics() const {

@@ -38,7 +38,7 @@ struct MediaSendStatistics {
 
 // One open outgoing stream: its sockets, its records from CSocketInfoMgr and its place on a transmission thread.
 // Open from one thread; Send, Close, IsOpen and GetStatistics from any thread at the same time. Destroying it waits
-// for a Send that is under way, at most the 100 ms for which that may wait for a free block.
+// for a Send, and for a gvx::PacketRun, that is under way: at most the 100 ms for which a packet may wait for a block.
 class CMediaSendStream {
 public:
     CMediaSendStream() = default;
@@ -61,7 +61,9 @@ public:
 
     // Queues one packet. ZVS_SUCCEED; ZVS_FAIL for a packet that was dropped and counted; ZVS_GVX_OPEN_SOCKET_ERROR
     // when the stream is closed or its peer gone. Audio of a UDP stream without an audio destination succeeds unsent.
-    // Allocates nothing, and waits only while no block is free (100 ms).
+    // Allocates nothing, and waits only while no block is free (100 ms). Within a gvx::PacketRun of the calling thread
+    // up to 64 packets are queued and counted together, at its end at the latest; one for which the queue then has no
+    // room is counted as dropped.
     int Send(const MEDIA_DATA& data);
 
     // May also be called after Close, and then gives what Close left.
@@ -73,6 +75,7 @@ public:
 
 private:
     class UseGuard;
+    class HeldPackets;
 
     int TakeRecords(const MediaSendParams& params);
     int OpenSockets(const MediaSendParams& params);
@@ -84,9 +87,7 @@ private:
     void EndUse();
     void WaitTornDown() const;
     void TearDown();
-    int Enqueue(SOCKET_INFO* record, const MEDIA_DATA& data, std::size_t size);
-    int CountDrop(const char* reason);
-    void CountSent(const MEDIA_DATA& data, std::size_t size);
+    int CountDrop(const char* reason, std::size_t count = 1);
 
     SOCKET_INFO* m_pVideoRecord = nullptr;  // held from Open until TearDown
     SOCKET_INFO* m_pAudioRecord = nullptr;  // over UDP with audio; over TCP audio leaves through the video record

@@ -49,9 +49,9 @@ void SOCKET_INFO::BeginHolding(SOCKET_INFO* handleOwner) {
     }
 }
 
-bool SOCKET_INFO::Hold() {
+bool SOCKET_INFO::Hold(int times) {
     if (m_bCounted) {
-        m_nHolders.fetch_add(1, std::memory_order_relaxed);
+        m_nHolders.fetch_add(times, std::memory_order_relaxed);
     }
     return m_bCounted;
 }

@@ -63,7 +63,7 @@ struct SOCKET_INFO {
     // last one gives the record back to the pool; a record that owns its sockets closes them first, another lets go of
     // the record that does. All of it does nothing for a record that never began, whose life its user sees to.
     void BeginHolding(SOCKET_INFO* handleOwner);  // null: this record owns the sockets
-    bool Hold();                                  // false when the record does not count
+    bool Hold(int times = 1);                     // false when the record does not count
     void Drop(int times = 1);
 
     TRANS_PROTOCOL protocol;

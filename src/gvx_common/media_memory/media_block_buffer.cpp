@@ -55,6 +55,7 @@ int CMediaBlockBuffer::init(unsigned int size, unsigned int count, unsigned int 
         GVX_LOG_ERR("Media Block Buffer", "init media queue fail.");
         return ZVS_FAIL;
     }
+    m_MediaQueue.Reserve(count);
     m_unSize = size;
     m_unReserved = reserved;
     for (unsigned int i = 0; i < count; ++i) {
@@ -99,26 +100,26 @@ ACE_Message_Block* CMediaBlockBuffer::createMediaBlock(unsigned int size) {
 }
 
 ACE_Message_Block* CMediaBlockBuffer::allocMediaBlock() {
-    if (m_MediaQueue.state() == ACE_Message_Queue_Base::DEACTIVATED) {
-        GVX_LOG_ERR("Alloc media block fail.", "Media queue state null.");
-        return nullptr;
-    }
+    ACE_Message_Block* block = nullptr;
+    return allocMediaBlocks(&block, 1) == 1 ? block : nullptr;
+}
+
+std::size_t CMediaBlockBuffer::allocMediaBlocks(ACE_Message_Block** blocks, std::size_t wanted) {
     if (m_unSize == GVX_MEDIA_BLOCK_SIZE) {
         GVX_DEBUG("allocMediaBlock, media block count = %lu", static_cast<unsigned long>(m_MediaQueue.message_count()));
     }
-    ACE_Message_Block* block = nullptr;
-    // The block that was given back last is the one that the processor's caches still hold. The clock is asked only
-    // when there is none.
-    ACE_Time_Value deadline = ACE_Time_Value::zero;
-    if (m_MediaQueue.dequeue_tail(block, &deadline) != -1) {
-        return block;
+    // Blocks that were given back last are those that the processor's caches still hold. The clock is asked only when
+    // there is none.
+    std::size_t taken = m_MediaQueue.TakeLast(blocks, wanted, ACE_Time_Value::zero);
+    if (taken == 0 && errno == ESHUTDOWN) {
+        GVX_LOG_ERR("Alloc media block fail.", "Media queue state null.");
+        return 0;
     }
-    deadline = DeadlineIn(kAllocWaitUs);
-    if (m_MediaQueue.dequeue_tail(block, &deadline) == -1) {
-        ++m_AllocTimes;
-        return nullptr;
+    if (taken == 0) {
+        taken = m_MediaQueue.TakeLast(blocks, wanted, DeadlineIn(kAllocWaitUs));
+        m_AllocTimes += taken == 0 ? 1 : 0;
     }
-    return block;
+    return taken;
 }
 
 void CMediaBlockBuffer::freeMediaBlock(ACE_Message_Block*& block) {
@@ -127,19 +128,17 @@ void CMediaBlockBuffer::freeMediaBlock(ACE_Message_Block*& block) {
 }
 
 void CMediaBlockBuffer::freeMediaBlocks(ACE_Message_Block** messages, std::size_t count) {
-    ACE_Message_Block* freed = nullptr;
     for (std::size_t i = 0; i < count; ++i) {
-        for (ACE_Message_Block* block = messages[i]; block != nullptr;) {
-            ACE_Message_Block* const behind = block->cont();
+        ACE_Message_Block* behind = messages[i]->cont();
+        makeFree(*messages[i]);
+        while (behind != nullptr) {
+            ACE_Message_Block* block = behind;
+            behind = block->cont();
             makeFree(*block);
-            block->next(freed);
-            freed = block;
-            block = behind;
+            giveBack(&block, 1);
         }
     }
-    if (freed != nullptr) {
-        giveBack(freed);
-    }
+    giveBack(messages, count);
 }
 
 void CMediaBlockBuffer::makeFree(ACE_Message_Block& block) const {
@@ -150,22 +149,19 @@ void CMediaBlockBuffer::makeFree(ACE_Message_Block& block) const {
     block.wr_ptr(block.rd_ptr());
 }
 
-// Takes blocks that are linked through next(), which the queue takes as a whole or not at all.
-void CMediaBlockBuffer::giveBack(ACE_Message_Block* blocks) {
-    ACE_Time_Value deadline = DeadlineIn(kFreeWaitUs);
-    if (m_MediaQueue.enqueue_tail(blocks, &deadline) != -1) {
-        return;
-    }
-    GVX_LOG_ERR("Media Block Buffer freeMediaBlock fail, enqueue fail.",
-                "errno=%d, count %d, level %d~%d, message_bytes %d, message_length %d", ACE_OS::last_error(),
-                static_cast<int>(m_MediaQueue.message_count()), static_cast<int>(m_MediaQueue.low_water_mark()),
-                static_cast<int>(m_MediaQueue.high_water_mark()), static_cast<int>(m_MediaQueue.message_bytes()),
-                static_cast<int>(m_MediaQueue.message_length()));
-    while (blocks != nullptr) {
-        ACE_Message_Block* const behind = blocks->next();
+void CMediaBlockBuffer::giveBack(ACE_Message_Block** blocks, std::size_t count) {
+    for (std::size_t given = m_MediaQueue.AppendSome(blocks, count); given < count; ++given) {
+        ACE_Time_Value deadline = DeadlineIn(kFreeWaitUs);
+        if (m_MediaQueue.enqueue_tail(blocks[given], &deadline) != -1) {
+            continue;
+        }
+        GVX_LOG_ERR("Media Block Buffer freeMediaBlock fail, enqueue fail.",
+                    "errno=%d, count %d, level %d~%d, message_bytes %d, message_length %d", ACE_OS::last_error(),
+                    static_cast<int>(m_MediaQueue.message_count()), static_cast<int>(m_MediaQueue.low_water_mark()),
+                    static_cast<int>(m_MediaQueue.high_water_mark()), static_cast<int>(m_MediaQueue.message_bytes()),
+                    static_cast<int>(m_MediaQueue.message_length()));
         ++m_FreeTimes;
-        blocks->release();
-        blocks = behind;
+        blocks[given]->release();
     }
 }
 

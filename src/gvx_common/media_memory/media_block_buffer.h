@@ -1,7 +1,6 @@
 #pragma once
 
-#include <ace/Condition_Thread_Mutex.h>
-#include <ace/Message_Queue.h>
+#include "gvx_common/media_memory/block_queue.h"
 
 #include <atomic>
 #include <cstddef>
@@ -35,6 +34,9 @@ public:
     // A block that is the caller's until freeMediaBlock; null when none comes free within 100 ms.
     ACE_Message_Block* allocMediaBlock();
 
+    // The same for as many as are free, wanted at most: how many, under one lock.
+    std::size_t allocMediaBlocks(ACE_Message_Block** blocks, std::size_t wanted);
+
     // Gives a block back, with all behind it through cont(), and sets block to null. Contents and pointers are reset.
     void freeMediaBlock(ACE_Message_Block*& block);
 
@@ -49,9 +51,9 @@ public:
 private:
     ACE_Message_Block* createMediaBlock(unsigned int size);
     void makeFree(ACE_Message_Block& block) const;
-    void giveBack(ACE_Message_Block* blocks);
+    void giveBack(ACE_Message_Block** blocks, std::size_t count);
 
-    ACE_Message_Queue<ACE_MT_SYNCH> m_MediaQueue;  // the free blocks
+    gvx::BlockQueue m_MediaQueue;  // the free blocks
     unsigned int m_unSize = 0;
     unsigned int m_unCount = 0;
     unsigned int m_unReserved = 0;

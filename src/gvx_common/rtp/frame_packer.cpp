@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "gvx_common/records/rtp_payload.h"
 #include "gvx_common/rtp/nal_fragment.h"
+#include "gvx_common/rtp/packet_run.h"
 
 #include <ace/Message_Block.h>
 
@@ -103,6 +104,7 @@ template <typename Fragment>
 int FramePacker::SendFragments(const char* unit, std::size_t size) {
     constexpr std::size_t kHeadRoom = 3;
     static_assert(Fragment::kHeadBytes <= kHeadRoom, "one size of buffer for every codec");
+    const PacketRun run((size + GVX_RTP_MAX_PAYLOAD - 1) / GVX_RTP_MAX_PAYLOAD);
     unsigned char unitHead[Fragment::kUnitHeadBytes];
     std::memcpy(unitHead, unit, sizeof(unitHead));
     for (std::size_t at = 0; at < size;) {
