@@ -316,9 +316,17 @@ private:
             std::string url;
             return lens.EncodeRTSPUrl(param.get(), url);
         });
-        const int pictures = watch.WaitPictures(kPictures, m_options.pictureLimit);
+        const auto wait = [&](int count) {
+            const auto end = std::chrono::steady_clock::now() + m_options.pictureLimit;
+            while (watch.Pictures() < count && g_framesWithoutStartCode == without &&
+                   std::chrono::steady_clock::now() < end) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            }
+            return watch.Pictures();
+        };
+        const int pictures = wait(kPictures);
         m_journal.Call(m_lane, "RequestKeyframe", [&] { return lens.RequestKeyframe(param.get()); });
-        const int more = watch.WaitPictures(pictures + 2, m_options.pictureLimit);
+        const int more = pictures < kPictures ? pictures : wait(pictures + 2);
         m_journal.MustRefuse(m_lane, "StartStream of a channel that runs", [&] {
             return lens.StartStream(watch.UserInfo(), &StreamWatch::Send, param.get(), false);
         });
@@ -412,7 +420,11 @@ private:
         if (Start(lens, *param, watch, "StartStream of a recording") != 0) {
             return;
         }
-        if (watch.WaitPictures(1, m_options.pictureLimit) == 0) {
+        const auto end = std::chrono::steady_clock::now() + m_options.pictureLimit;
+        while (watch.Pictures() == 0 && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        if (watch.Pictures() == 0) {
             m_journal.Broken(m_lane, "StartStream of a recording", "no picture came");
         }
         for (const auto& [name, command] : {std::pair<const char*, STREAM_CONTROL_CMD>{"pause", STREAM_CONTROL_PAUSE},
@@ -619,7 +631,7 @@ void Drive(const DriveOptions& options, Journal& journal) {
                        "refuses to start: " + std::string(reason == nullptr ? "it gives no reason" : reason));
     } else {
         SetCallbacks(*sdk, journal);
-        const bool searches = StartSearch(*sdk, journal);
+        const bool searches = options.search && StartSearch(*sdk, journal);
         std::thread([&] { DeviceDrive(options, journal, *sdk, 1).RunWhole(); }).join();
         std::thread second([&] { DeviceDrive(options, journal, *sdk, 2).RunStreams(); });
         std::thread third([&] { DeviceDrive(options, journal, *sdk, 3).RunStreams(); });

@@ -17,6 +17,7 @@ struct DriveOptions {
     std::string user;
     std::string password;
     bool changes = false;                           // operations that change a device are called as well
+    bool search = true;                             // devices are searched for; a search takes some 15 s
     bool verbose = false;                           // the log goes to standard error
     std::chrono::milliseconds pictureLimit{20000};  // for the first pictures of a stream
 };

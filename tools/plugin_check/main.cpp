@@ -81,6 +81,7 @@ int Run(int argc, char** argv) {
     app.add_option("--limit", limitMs, "milliseconds that a call may take")
         ->check(CLI::Range(1, 3600000))
         ->capture_default_str();
+    app.add_flag("!--no-search", options.search, "leave out the search for devices, which takes some 15 s");
     app.add_flag("--verbose", options.verbose, "warnings and errors of the log to standard error");
     app.add_option(kJournalOption, journalEnd)->group("");  // hidden: the process that drives
     CLI11_PARSE(app, argc, argv);

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <deque>
 #include <memory>
-#include <thread>
 #include <utility>
 
 namespace plugin_check {
@@ -154,14 +153,6 @@ void StreamWatch::JudgeTime(Clock& clock, std::uint32_t stamp, const char* mediu
     }
     clock.started = true;
     clock.last = stamp;
-}
-
-int StreamWatch::WaitPictures(int count, std::chrono::milliseconds limit) const {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (m_pictures < count && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return m_pictures;
 }
 
 void StreamWatch::Close(const char* since) {

@@ -3,7 +3,6 @@
 #include "gvx_common/records/media_types.h"
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <set>
@@ -22,8 +21,7 @@ public:
     void* UserInfo();
     static int Send(MEDIA_DATA* data, STREAM_TYPE_EX* streamType);
 
-    // Waits until that many pictures have come in all, for limit at most; how many there are.
-    int WaitPictures(int count, std::chrono::milliseconds limit) const;
+    int Pictures() const { return m_pictures; }  // that have come, told apart by their time stamps
     int Packets() const { return m_packets; }
     // StopStream has returned, or the device is deleted: what comes from now on is wrong.
     void Close(const char* since);
