@@ -10,7 +10,7 @@ install(TARGETS gvx_base gvx_nss gvx_bp gvx_common EXPORT gvx_commonTargets
   FILE_SET tables DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gvx)
 install(TARGETS gvx-plugin-check EXPORT gvx_commonTargets RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS gvxd gvxctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(TARGETS gvx_plugin_file LIBRARY DESTINATION ${GVX_PLUGIN_INSTALL_DIR})
+install(TARGETS gvx_plugin_file gvx_plugin_rtsp LIBRARY DESTINATION ${GVX_PLUGIN_INSTALL_DIR})
 
 install(DIRECTORY conf/ DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/gvx)
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "file/alarm_table.h"
+#include "file/alarm_trigger.h"
 #include "file/device_directory.h"
 #include "file/line_assembler.h"
 #include "gvx_common/adapter/gvx_plugin.h"
@@ -31,7 +31,7 @@ private:
     bool Report(const AlarmTrigger& trigger, const char* recvTime, std::string& error) const;
 
     const std::shared_ptr<DeviceDirectory> m_devices;
-    AlarmTable m_table;
+    gvxplugin::AlarmTable m_table;
     LineAssembler m_lines;
     std::atomic<ADAPTER_ALARM_CALLBACK*> m_callback{nullptr};
 };

@@ -132,20 +132,10 @@ int Device::SendAlarm(const std::string& report) {
     return SendDeviceAlarm(m_plugin.Name(), m_code, *m_adapter, report);
 }
 
-bool Device::IsChannelBusy(const Lens& lens, const StreamRequest& request) const {
-    return std::any_of(m_streams.begin(), m_streams.end(), [&](const std::unique_ptr<LiveStream>& stream) {
-        return stream->Lens().adapter == lens.adapter && stream->Request().streamType == request.streamType &&
-               stream->Request().protocol == request.protocol;
-    });
-}
-
 Result Device::StartStream(const StreamRequest& request, LiveStream*& stream) {
     const Lens* lens = FindLens(request.lensCode);
     if (lens == nullptr) {
         return Failure(ZVS_GVX_LENS_NOT_EXIST);
-    }
-    if (IsChannelBusy(*lens, request)) {
-        return Failure(ZVS_GVX_STREAM_EXIST);
     }
     auto made = std::make_unique<LiveStream>(StreamLens{m_plugin.Name(), m_code, lens->code, lens->adapter}, request);
     Result result;

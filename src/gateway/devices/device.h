@@ -71,7 +71,6 @@ private:
     Result CreateAdapter(const DeviceRequest& request, const Place& place);
     Result ReadAbility(std::vector<LensRequest>& lenses);
     Result CreateLens(const LensRequest& request);
-    bool IsChannelBusy(const Lens& lens, const StreamRequest& request) const;
     void DeleteLens(Lens& lens);
     void DeleteAdapter();
 

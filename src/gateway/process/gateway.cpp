@@ -51,7 +51,7 @@ constexpr std::chrono::milliseconds kIntakeLimit(150);
 constexpr unsigned int kPoolSize = 8;
 constexpr const char* kDefaultListenPort = "9600";
 constexpr const char* kPluginSubfolder = "/gvx/plugins";
-constexpr const char* kDefaultPluginList = "file";
+constexpr const char* kDefaultPluginList = "file,rtsp";
 
 constexpr NumberSetting kCallLimitSeconds{"GVX_PLUGIN_CALL_LIMIT", 10, 1, 3600};
 constexpr NumberSetting kSweepPeriodSeconds{"HISTORY_SWEEP_PERIOD", 60, 1, 86400};

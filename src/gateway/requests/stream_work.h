@@ -14,7 +14,7 @@ struct GatewayContext;
 // ZVS_GVX_STREAM_NOT_EXIST, else the code of the step that failed.
 
 // NSS_START_STREAM_REQ: starts a stream of a lens. The answer tells what was negotiated, and media follows it.
-// ZVS_GVX_STREAM_EXIST where the identifier is taken, or the lens sends that type by that transport already.
+// ZVS_GVX_STREAM_EXIST where the identifier is taken, or by the plug-in where the lens sends that type by that transport to one alone.
 int StartStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
 // NSS_STOP_STREAM_REQ: stops it; the answer tells what was sent, also where the plug-in did not stop cleanly.
 int StopStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);

@@ -132,7 +132,14 @@ TEST(ParameterSets, ALaterSetReplacesTheOneOfItsIdentifierThoughEquallyLong) {
     EXPECT_EQ(Nal("\x68\xCE\x3C\x80"), std::string(bytes.begin(), bytes.end()));
 }
 
-TEST(BitReader, SignedCodesAlternate) {
+TEST(BitReader, SignedCodesAndEmulationPrevention) {
+    // Two zeroes are enough for an escape, and three have one too.
+    const std::uint8_t escaped[] = {0, 0, 3, 1, 0, 0, 0, 3, 2};
+    gvx::BitReader payload(escaped, sizeof(escaped), 0);
+    EXPECT_EQ(0x00000100u, payload.Bits(32));
+    EXPECT_EQ(0x000002u, payload.Bits(24));
+    EXPECT_TRUE(payload.Ok());
+
     const std::uint8_t codes[] = {0xA6, 0x42, 0xC0};  // 1, 010, 011, 00100, 00101, and a stop bit
     gvx::BitReader bits(codes, sizeof(codes), 0);
     for (const std::int32_t value : {0, 1, -1, 2, -2}) {

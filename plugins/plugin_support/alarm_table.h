@@ -5,22 +5,15 @@
 
 #include <string>
 
-namespace gvxfile {
+namespace gvxplugin {
 
 // A device's word that an alarm has begun or ended, in the device's own terms.
-struct AlarmTrigger {
-    static constexpr int kNoChannel = -1;
-
-    std::string device;
-    int channel = kNoChannel;  // none: the alarm is the device's own
-    std::string code;          // of the mapping table
-    bool hasAction = false;    // without one the alarm has begun
+struct AlarmEvent {
+    std::string code;        // of the mapping table
+    bool hasAction = false;  // without one the alarm has begun
     std::string action;
     std::string description;  // empty: that of the tables
 };
-
-// Reads one line; any thread. False with one sentence in error.
-bool ReadAlarmTrigger(const std::string& line, AlarmTrigger& trigger, std::string& error);
 
 // The alarm codes of the devices and what they mean to the platform: the mapping table of the plug-in, over which the
 // gateway's own description table gives the type of the device's form. Filled once, then read by any thread.
@@ -35,8 +28,7 @@ public:
     bool Load(const std::string& path, std::string& error);
 
     // Fills type, direction, description and extension of an alarm. False with one sentence in error.
-    bool Translate(const AlarmTrigger& trigger, enPuDevFormType form, ZVS_ALARM_REPORT& report,
-                   std::string& error) const;
+    bool Translate(const AlarmEvent& trigger, enPuDevFormType form, ZVS_ALARM_REPORT& report, std::string& error) const;
 
     std::size_t Size() const { return m_mappings.current_size(); }
 
@@ -44,4 +36,4 @@ private:
     DEVICE_ALARM_INFO_MAPPINGS_MAP m_mappings;  // owns its rows
 };
 
-}  // namespace gvxfile
+}  // namespace gvxplugin

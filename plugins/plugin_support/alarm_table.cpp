@@ -1,7 +1,6 @@
-#include "file/alarm_table.h"
+#include "plugin_support/alarm_table.h"
 
 #include "base/fixed_text.h"
-#include "base/json_io.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 
 #include <cerrno>
@@ -9,19 +8,8 @@
 
 #include <unistd.h>
 
-namespace gvxfile {
+namespace gvxplugin {
 namespace {
-
-constexpr long long kMaxChannel = 32767;
-
-bool ReadChannel(const Json::Value& root, AlarmTrigger& trigger) {
-    if (!root.isMember("channel")) {
-        return true;
-    }
-    const long long channel = gvx::JsonInt(root, "channel", -1);
-    trigger.channel = static_cast<int>(channel);
-    return channel >= 0 && channel <= kMaxChannel;
-}
 
 // No direction: tells whether the table has set one.
 constexpr ZVS_BOOL kUnset = 2;
@@ -33,29 +21,6 @@ bool CopyIfEmpty(char (&target)[Size], const char* text) {
 }
 
 }  // namespace
-
-bool ReadAlarmTrigger(const std::string& line, AlarmTrigger& trigger, std::string& error) {
-    Json::Value root;
-    std::string reason;
-    if (!gvx::ParseJson(line.data(), line.size(), root, &reason) || !root.isObject()) {
-        error = "It is no JSON object" + (reason.empty() ? std::string(".") : ": " + reason);
-        return false;
-    }
-    trigger.device = gvx::JsonText(root, "device");
-    trigger.code = gvx::JsonText(root, "code");
-    trigger.hasAction = root.isMember("action");
-    trigger.action = gvx::JsonText(root, "action");
-    trigger.description = gvx::JsonText(root, "description");
-    if (trigger.device.empty() || trigger.code.empty()) {
-        error = trigger.device.empty() ? "It names no \"device\"." : "It names no \"code\".";
-        return false;
-    }
-    if (!ReadChannel(root, trigger)) {
-        error = "Its \"channel\" is not one of 0 to " + std::to_string(kMaxChannel) + ".";
-        return false;
-    }
-    return true;
-}
 
 AlarmTable::~AlarmTable() {
     CGvxConfigMgr::ClearAlarmMappings(m_mappings);
@@ -72,7 +37,7 @@ bool AlarmTable::Load(const std::string& path, std::string& error) {
     return true;
 }
 
-bool AlarmTable::Translate(const AlarmTrigger& trigger, enPuDevFormType form, ZVS_ALARM_REPORT& report,
+bool AlarmTable::Translate(const AlarmEvent& trigger, enPuDevFormType form, ZVS_ALARM_REPORT& report,
                            std::string& error) const {
     CGvxConfigMgr& config = *CGvxConfigMgr::Instance();
     const std::string action = trigger.hasAction ? trigger.action : std::string(GVX_ALARM_ACTION_DEFAULT);
@@ -102,4 +67,4 @@ bool AlarmTable::Translate(const AlarmTrigger& trigger, enPuDevFormType form, ZV
     return true;
 }
 
-}  // namespace gvxfile
+}  // namespace gvxplugin

@@ -1,0 +1,217 @@
+#include "rtsp/camera_profile.h"
+
+#include "base/json_io.h"
+#include "gvx_common/codec/input_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+
+#include <unistd.h>
+
+namespace gvxrtsp {
+namespace {
+
+constexpr std::size_t kMaxFile = 256 * 1024;
+constexpr std::size_t kMaxPath = 200;
+constexpr const char* kPathTable = "rtsp_paths.json";
+constexpr const char* kProfileFolder = "rtsp_profiles";
+
+bool FileExists(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0 || errno != ENOENT;
+}
+
+bool ReadJsonFile(const std::string& file, Json::Value& root, std::string& error) {
+    std::string text;
+    std::string reason;
+    if (!gvx::ReadWholeFile(file, kMaxFile, text, error)) {
+        return false;
+    }
+    if (!gvx::ParseJson(text.data(), text.size(), root, &reason)) {
+        error = file + ": " + reason;
+        return false;
+    }
+    return true;
+}
+
+// A member that nobody knows is a mistake of its writer: it would do nothing.
+bool KnowsMembers(const Json::Value& object, const std::set<std::string>& known, std::string& error) {
+    if (!object.isObject()) {
+        error = "It is no JSON object.";
+        return false;
+    }
+    for (const std::string& name : object.getMemberNames()) {
+        if (known.count(name) == 0) {
+            error = "\"" + name + "\" is not known here; known are";
+            for (const std::string& one : known) {
+                error += " " + one;
+            }
+            error += ".";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ReadPath(const Json::Value& object, const char* name, std::string& path, std::string& error) {
+    const std::string value = gvx::JsonText(object, name, path);
+    const bool printable = std::all_of(value.begin(), value.end(), [](unsigned char c) { return c > ' ' && c < 127; });
+    if (value.size() > kMaxPath || !printable || (!value.empty() && value[0] != '/')) {
+        error =
+            "\"" + std::string(name) + "\" is no path: it begins with '/', has no blanks and at most 200 characters.";
+        return false;
+    }
+    path = value;
+    return true;
+}
+
+bool ReadCount(const Json::Value& root, const char* name, int most, int& count, std::string& error) {
+    const long long value = gvx::JsonInt(root, name, count);
+    if (value < 0 || value > most || (root.isMember(name) && !root[name].isIntegral())) {
+        error = "\"" + std::string(name) + "\" is not a number from 0 to " + std::to_string(most) + ".";
+        return false;
+    }
+    count = static_cast<int>(value);
+    return true;
+}
+
+bool ReadTransport(const Json::Value& object, CameraTransport& transport, std::string& error) {
+    const std::map<std::string, CameraTransport> names = {
+        {"auto", CameraTransport::Auto}, {"tcp", CameraTransport::Tcp}, {"udp", CameraTransport::Udp}};
+    if (!object.isMember("transport")) {
+        return true;
+    }
+    const auto found = names.find(gvx::JsonText(object, "transport"));
+    if (found == names.end()) {
+        error = "\"transport\" is none of auto, tcp and udp.";
+        return false;
+    }
+    transport = found->second;
+    return true;
+}
+
+bool ReadKeepAlive(const Json::Value& object, std::string& method, std::string& error) {
+    const std::string name = gvx::JsonText(object, "keepAlive", method);
+    if (!name.empty() && name != "OPTIONS" && name != "GET_PARAMETER" && name != "SET_PARAMETER") {
+        error = "\"keepAlive\" is none of OPTIONS, GET_PARAMETER and SET_PARAMETER.";
+        return false;
+    }
+    method = name;
+    return true;
+}
+
+bool ReadProfile(const Json::Value& object, const std::set<std::string>& known, CameraProfile& profile,
+                 std::string& error) {
+    int httpPort = profile.httpPort;
+    if (!KnowsMembers(object, known, error) || !ReadPath(object, "main", profile.paths.main, error) ||
+        !ReadPath(object, "sub", profile.paths.sub, error) ||
+        !ReadPath(object, "snapshot", profile.paths.snapshot, error) ||
+        !ReadTransport(object, profile.transport, error) || !ReadKeepAlive(object, profile.keepAlive, error) ||
+        !ReadCount(object, "httpPort", 65535, httpPort, error)) {
+        return false;
+    }
+    profile.httpPort = static_cast<std::uint16_t>(httpPort);
+    return true;
+}
+
+const std::set<std::string>& ProfileMembers() {
+    static const std::set<std::string> names = {"main", "sub", "snapshot", "transport", "keepAlive", "httpPort"};
+    return names;
+}
+
+}  // namespace
+
+std::string CameraProfile::Url(const std::string& path) const {
+    return "rtsp://" + address + ":" + std::to_string(port) + path;
+}
+
+bool CameraProfiles::Load(const std::string& configFile, std::string& error) {
+    const std::string folder = configFile.substr(0, configFile.find_last_of('/') + 1);
+    m_profileFolder = folder + kProfileFolder + "/";
+    Json::Value root(Json::objectValue);
+    if (FileExists(configFile) && !ReadJsonFile(configFile, root, error)) {
+        return false;
+    }
+    if (!KnowsMembers(root, {"loginsPerMinute", "lingerSeconds", "noFramesSeconds", "loops"}, error) ||
+        !ReadCount(root, "loginsPerMinute", 600, m_loginsPerMinute, error) ||
+        !ReadCount(root, "lingerSeconds", 3600, m_lingerSeconds, error) ||
+        !ReadCount(root, "noFramesSeconds", 3600, m_noFramesSeconds, error) ||
+        !ReadCount(root, "loops", 64, m_loops, error)) {
+        error = configFile + ": " + error;
+        return false;
+    }
+    m_loginsPerMinute = std::max(m_loginsPerMinute, 1);
+    m_noFramesSeconds = std::max(m_noFramesSeconds, 1);
+    return LoadPaths(folder + kPathTable, error);
+}
+
+bool CameraProfiles::LoadPaths(const std::string& file, std::string& error) {
+    Json::Value rows(Json::arrayValue);
+    if (FileExists(file) && !ReadJsonFile(file, rows, error)) {
+        return false;
+    }
+    for (const Json::Value& row : rows) {
+        CameraProfile profile;
+        if (!rows.isArray() || !ReadProfile(row, {"main", "sub", "snapshot"}, profile, error) ||
+            profile.paths.main.empty()) {
+            error = file + ": a row is no object with \"main\", \"sub\" and \"snapshot\". " + error;
+            return false;
+        }
+        m_usual.push_back(profile.paths);
+    }
+    if (m_usual.empty()) {
+        m_usual.push_back({"/", "", ""});
+    }
+    return true;
+}
+
+bool CameraProfiles::Apply(const std::string& extend, CameraProfile& profile, std::string& error) const {
+    if (extend.empty()) {
+        return true;
+    }
+    Json::Value root;
+    std::string reason;
+    if (!gvx::ParseJson(extend.data(), extend.size(), root, &reason)) {
+        error = "The extend text is no JSON: " + reason;
+        return false;
+    }
+    if (root.isObject() && root.isMember("profile")) {
+        const std::string name = gvx::JsonText(root, "profile");
+        Json::Value stored;
+        if (name.empty() || name[0] == '.' || name.find('/') != std::string::npos) {
+            error = "\"profile\" is no name of a file.";
+            return false;
+        }
+        const std::string file = m_profileFolder + name + ".json";
+        if (!ReadJsonFile(file, stored, error) || !ReadProfile(stored, ProfileMembers(), profile, error)) {
+            error = file + ": " + error;
+            return false;
+        }
+        root.removeMember("profile");
+    }
+    if (!ReadProfile(root, ProfileMembers(), profile, error)) {
+        error = "The extend text: " + error;
+        return false;
+    }
+    return true;
+}
+
+std::vector<CameraPaths> CameraProfiles::Candidates(const CameraProfile& profile) const {
+    if (!profile.paths.main.empty()) {
+        return {profile.paths};
+    }
+    std::vector<CameraPaths> candidates = m_usual;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_found.find(profile.Url(""));
+    if (found != m_found.end()) {
+        candidates.insert(candidates.begin(), found->second);
+    }
+    return candidates;
+}
+
+void CameraProfiles::Remember(const CameraProfile& profile, const CameraPaths& paths) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_found[profile.Url("")] = paths;
+}
+
+}  // namespace gvxrtsp

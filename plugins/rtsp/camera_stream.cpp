@@ -1,0 +1,213 @@
+#include "rtsp/camera_stream.h"
+
+#include "base/clock.h"
+#include "base/random.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace gvxrtsp {
+namespace {
+
+constexpr std::int64_t kSecondUs = 1000000;
+constexpr std::int64_t kLookUs = 60 * kSecondUs;
+constexpr std::int64_t kKeyFrameUs = 2 * kSecondUs;
+
+std::int64_t NowUs() {
+    return gvx::CurrentClock().MonotonicMicroseconds();
+}
+
+double RandomShare() {
+    std::uint16_t number = 0;
+    CBB::GenerateRandom(&number, sizeof(number));
+    return static_cast<double>(number) / UINT16_MAX;
+}
+
+}  // namespace
+
+CameraStream::CameraStream(MediaLoop& loop, const CameraProfile& profile, CameraProfiles& profiles, LoginPolicy& policy,
+                           StreamKind kind, bool looks, ICameraStateSink& sink)
+    : m_loop(loop),
+      m_profile(profile),
+      m_profiles(profiles),
+      m_policy(policy),
+      m_kind(kind),
+      m_looks(looks),
+      m_sink(sink),
+      m_overTcp(profile.transport != CameraTransport::Udp) {
+    m_loop.AddTimer(this);
+}
+
+CameraStream::~CameraStream() {
+    m_loop.RemoveTimer(this);
+}
+
+void CameraStream::Join(FrameSender* sender) {
+    if (std::find(m_senders.begin(), m_senders.end(), sender) == m_senders.end()) {
+        m_senders.push_back(sender);
+        const CameraStreamStatus status = Status();
+        if (m_session != nullptr && m_goal == CameraSession::Goal::Play && status.described) {
+            sender->Begin(status.description);
+        }
+    }
+    if (m_session != nullptr && m_goal == CameraSession::Goal::Play) {
+        m_session->RequestKeyframe();
+    }
+    m_dueUs = 0;
+}
+
+void CameraStream::Part(FrameSender* sender) {
+    m_senders.erase(std::remove(m_senders.begin(), m_senders.end(), sender), m_senders.end());
+    m_lingerUs = NowUs() + m_profiles.LingerSeconds() * kSecondUs;
+    m_dueUs = 0;
+}
+
+void CameraStream::RequestKeyframe() {
+    const std::int64_t nowUs = NowUs();
+    if (m_session == nullptr || m_goal != CameraSession::Goal::Play || !m_delivers ||
+        nowUs - m_keyFrameUs < kKeyFrameUs) {
+        return;
+    }
+    m_keyFrameUs = nowUs;
+    const TrackDescription* video = m_status.description.Video();  // written on this thread alone
+    const bool feedback = video != nullptr && video->pictureLoss;
+    if (feedback) {
+        m_session->RequestKeyframe();
+    } else if (m_policy.NextUs(nowUs) <= nowUs) {
+        LeaveSession();
+    }
+    m_dueUs = 0;
+}
+
+void CameraStream::Restart() {
+    LeaveSession();
+    m_nextLookUs = 0;
+    m_dueUs = 0;
+}
+
+void CameraStream::LeaveSession() {
+    if (m_session != nullptr) {
+        m_session->Leave();
+        m_leaving.push_back(std::move(m_session));
+    }
+}
+
+void CameraStream::OnTimer(std::int64_t nowUs) {
+    m_leaving.erase(std::remove_if(m_leaving.begin(), m_leaving.end(),
+                                   [](const std::unique_ptr<CameraSession>& session) { return session->IsOver(); }),
+                    m_leaving.end());
+    const bool wanted = !m_senders.empty();
+    const bool playing = m_session != nullptr && m_goal == CameraSession::Goal::Play;
+    if (playing && !wanted && nowUs >= m_lingerUs) {
+        LeaveSession();
+        m_nextLookUs = nowUs + kLookUs;
+    }
+    m_dueUs = m_leaving.empty() ? kNever : nowUs + kSecondUs / 10;
+    if (playing && !wanted) {
+        m_dueUs = std::min(m_dueUs, std::max(m_lingerUs, nowUs));
+    }
+    if (m_session != nullptr) {
+        return;
+    }
+    const bool looks = m_looks && nowUs >= m_nextLookUs;
+    if (!wanted && !looks) {
+        m_dueUs = m_looks ? std::min(m_dueUs, m_nextLookUs) : m_dueUs;
+        return;
+    }
+    const std::int64_t allowedUs = m_policy.NextUs(nowUs);
+    if (allowedUs > nowUs) {
+        m_dueUs = std::min(m_dueUs, allowedUs);
+        return;
+    }
+    Begin(wanted ? CameraSession::Goal::Play : CameraSession::Goal::Describe, nowUs);
+}
+
+void CameraStream::Begin(CameraSession::Goal goal, std::int64_t nowUs) {
+    CameraSession::Plan plan;
+    plan.goal = goal;
+    plan.kind = m_kind;
+    plan.overTcp = m_overTcp;
+    plan.candidates = m_profiles.Candidates(m_profile);
+    plan.noFramesUs = m_profiles.NoFramesSeconds() * kSecondUs;
+    m_goal = goal;
+    m_delivers = false;
+    m_policy.OnLogin(nowUs);
+    m_session =
+        std::make_unique<CameraSession>(m_loop, m_profile, std::move(plan), static_cast<ICameraSessionEvents&>(*this));
+    m_session->Start();
+}
+
+void CameraStream::OnDescribed(const StreamDescription& description, const CameraPaths& paths) {
+    m_profiles.Remember(m_profile, paths);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_status.described = true;
+        m_status.description = description;
+    }
+    for (FrameSender* sender : m_senders) {
+        sender->Begin(description);
+    }
+}
+
+void CameraStream::OnUnit(const TrackDescription& track, const gvx::RtpAccessUnit& unit) {
+    if (!m_delivers && track.video) {
+        m_delivers = true;
+        m_policy.OnSuccess();
+        SetState(CameraState::Online, "");
+    }
+    for (FrameSender* sender : m_senders) {
+        sender->Send(track, unit);
+    }
+    if (unit.IsDamaged() && track.video && NowUs() - m_keyFrameUs >= kKeyFrameUs) {
+        m_keyFrameUs = NowUs();
+        m_session->RequestKeyframe();
+    }
+}
+
+void CameraStream::OnEnded(CameraState state, const std::string& reason, bool transportRefused) {
+    const std::int64_t nowUs = NowUs();
+    m_leaving.push_back(std::move(m_session));
+    m_dueUs = 0;
+    m_nextLookUs = nowUs + kLookUs;
+    if (state == CameraState::Online) {
+        m_policy.OnSuccess();
+    } else if (transportRefused && m_profile.transport == CameraTransport::Auto) {
+        m_overTcp = !m_overTcp;
+        m_policy.OnFailure(nowUs, RandomShare());
+    } else if (state == CameraState::WrongPassword) {
+        m_policy.OnRefusal(nowUs);
+        m_policy.OnFailure(nowUs, RandomShare());
+        m_nextLookUs = 0;
+    } else {
+        m_policy.OnFailure(nowUs, RandomShare());
+        m_nextLookUs = 0;
+    }
+    SetState(state, reason);
+}
+
+void CameraStream::SetState(CameraState state, const std::string& reason) {
+    bool changed = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        changed = m_status.state != state;
+        m_status.state = state;
+        m_status.reason = reason;
+    }
+    m_looked.notify_all();
+    if (changed) {
+        m_sink.OnCameraState(m_kind, state, reason);
+    }
+}
+
+CameraStreamStatus CameraStream::Status() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_status;
+}
+
+CameraStreamStatus CameraStream::WaitForLook(std::chrono::milliseconds limit) const {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_looked.wait_for(lock, limit, [this] { return m_status.state != CameraState::Unknown || m_status.described; });
+    return m_status;
+}
+
+}  // namespace gvxrtsp

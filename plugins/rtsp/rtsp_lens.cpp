@@ -1,0 +1,158 @@
+#include "rtsp/rtsp_lens.h"
+
+#include "base/log.h"
+#include "gvx_common/adapter/gvx_reason.h"
+#include "gvx_common/records/rtp_payload.h"
+#include "gvx_common/records/stream_param.h"
+#include "plugin_support/guarded.h"
+#include "rtsp/rtsp_device.h"
+
+#include <utility>
+
+namespace gvxrtsp {
+namespace {
+
+constexpr const char* kTitle = "rtsp plug-in";
+// How long a request waits for a camera that was not described yet. The thread serves other devices too.
+constexpr std::chrono::milliseconds kDescriptionLimit(4000);
+
+bool ReadKind(const CStreamParam& param, StreamKind& kind) {
+    kind = param.m_nStreamID == STREAM_TYPE_REAL_SUB1 ? SUB_STREAM : MAIN_STREAM;
+    const bool live = param.m_nStreamID == STREAM_TYPE_REAL_MAIN || param.m_nStreamID == STREAM_TYPE_REAL_SUB1;
+    return live && (param.m_nDstTransProtocol == RTP_OVER_UDP || param.m_nDstTransProtocol == RTP_OVER_TCP);
+}
+
+// The result that stands for a state in which there is no stream to be had.
+int ResultOf(CameraState state) {
+    switch (state) {
+        case CameraState::WrongPassword:
+            return ZVS_GVX_UNAUTHORIZED;
+        case CameraState::NoSuchStream:
+            return ZVS_GVX_STREAM_NOT_EXIST;
+        case CameraState::BadDescription:
+            return ZVS_GVX_DEV_UN_SUPPORT;
+        default:
+            return ZVS_GVX_OPEN_SOCKET_ERROR;
+    }
+}
+
+}  // namespace
+
+RtspLens::RtspLens(const char* lensId, short channel, RtspDevice& device)
+    : CAdapterLensDefaults(lensId, channel, device), m_device(device), m_camera(device.GetCamera()) {
+    m_senders[MAIN_STREAM] = std::make_unique<FrameSender>(*this, MAIN_STREAM);
+    m_senders[SUB_STREAM] = std::make_unique<FrameSender>(*this, SUB_STREAM);
+}
+
+RtspLens::~RtspLens() {
+    PartAll();
+}
+
+void RtspLens::PartAll() {
+    m_camera->Loop().Call([this] {
+        for (const StreamKind kind : {MAIN_STREAM, SUB_STREAM}) {
+            if (CameraStream* stream = m_camera->Stream(kind); stream != nullptr) {
+                stream->Part(m_senders[kind].get());
+            }
+        }
+    });
+}
+
+int RtspLens::Uninit() {
+    PartAll();
+    return ZVS_SUCCEED;
+}
+
+int RtspLens::NegotiateStreamParam(CStreamParam* param) {
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    return gvxplugin::Guarded(kTitle, "NegotiateStreamParam", [&]() -> int {
+        StreamKind kind = MAIN_STREAM;
+        if (!ReadKind(*param, kind)) {
+            return GvxFail(ZVS_GVX_DEV_UN_SUPPORT, "A camera has a main and a first sub stream, live alone.");
+        }
+        // What the main stream is like stands for the sub stream until that has been asked for.
+        CameraStreamStatus status = m_device.Status(kind);
+        if (!status.described) {
+            status = m_device.MainStatus(kDescriptionLimit);
+        }
+        const TrackDescription* video = status.described ? status.description.Video() : nullptr;
+        if (video == nullptr) {
+            const std::string reason = status.reason.empty() ? "The camera has not answered yet." : status.reason;
+            return GvxFail(ResultOf(status.state), "%s. %s", CameraStateName(status.state), reason.c_str());
+        }
+        const bool h265 = video->codec == RTP_CODEC_H265;
+        param->m_nVideoFormat = h265 ? VIDEO_DEC_H265 : VIDEO_DEC_H264;
+        param->m_nVideoPayLoadType = h265 ? gvx::kPayloadH265 : gvx::kPayloadH264;
+        const TrackDescription* audio = status.description.Audio();
+        param->m_nAudioFormat = 0;
+        if (audio != nullptr) {
+            param->m_nAudioFormat = audio->codec == RTP_CODEC_AAC ? GVX_AUDIO_FORMAT_AAC
+                                    : audio->aLaw                 ? GVX_AUDIO_FORMAT_G711A
+                                                                  : GVX_AUDIO_FORMAT_G711U;
+            param->m_nAudioPayLoadType = audio->aLaw ? gvx::kPayloadG711A : gvx::kPayloadG711U;
+        }
+        param->m_nVedioAnalysePort = 0;
+        return ZVS_SUCCEED;
+    });
+}
+
+int RtspLens::StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* param, bool needExternData) {
+    GVX_CHECK_NULL_RETURN(func, ZVS_NULL_POINTER);
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    return gvxplugin::Guarded(kTitle, "StartStream", [&]() -> int {
+        StreamKind kind = MAIN_STREAM;
+        if (!ReadKind(*param, kind)) {
+            return ZVS_GVX_DEV_UN_SUPPORT;
+        }
+        StreamUser user;
+        user.serviceID = param->m_strServiceID;
+        user.userInfo = userInfo;
+        user.send = func;
+        user.overTcp = param->m_nDstTransProtocol == RTP_OVER_TCP;
+        user.needExternData = needExternData;
+        int result = ZVS_FAIL;
+        m_camera->Loop().Call([&] {
+            CameraStream* stream = m_camera->Stream(kind);
+            result = stream == nullptr ? ZVS_NULL_POINTER : m_senders[kind]->Add(std::move(user));
+            if (result == ZVS_SUCCEED) {
+                stream->Join(m_senders[kind].get());
+            }
+        });
+        return result;
+    });
+}
+
+int RtspLens::StopStream(CStreamParam* param, bool /*force*/) {
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    return gvxplugin::Guarded(kTitle, "StopStream", [&]() -> int {
+        StreamKind kind = MAIN_STREAM;
+        bool found = false;
+        if (ReadKind(*param, kind)) {
+            m_camera->Loop().Call([&] {
+                found = m_senders[kind]->Remove(param->m_strServiceID);
+                if (found && m_senders[kind]->IsEmpty()) {
+                    m_camera->Stream(kind)->Part(m_senders[kind].get());
+                }
+            });
+        }
+        return found ? ZVS_SUCCEED : ZVS_GVX_STREAM_NOT_EXIST;
+    });
+}
+
+int RtspLens::RequestKeyframe(CStreamParam* param) {
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    return gvxplugin::Guarded(kTitle, "RequestKeyframe", [&]() -> int {
+        StreamKind kind = MAIN_STREAM;
+        if (!ReadKind(*param, kind)) {
+            return ZVS_GVX_STREAM_NOT_EXIST;
+        }
+        m_camera->Loop().Post([camera = m_camera, kind] {
+            if (CameraStream* stream = camera->Stream(kind); stream != nullptr) {
+                stream->RequestKeyframe();
+            }
+        });
+        return ZVS_SUCCEED;
+    });
+}
+
+}  // namespace gvxrtsp

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "gvx_common/adapter/gvx_adapter_sdk.h"
+#include "plugin_support/alarm_table.h"
+#include "rtsp/camera_profile.h"
+#include "rtsp/media_loop.h"
+#include "rtsp/rtsp_device.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace gvxrtsp {
+
+// The plug-in as a whole: its settings, and the loops on which its cameras are served. Init comes first; then any
+// thread may make devices.
+class RtspSdk : public CAdapterSdkBase {
+public:
+    ~RtspSdk() override;
+
+    bool Init(const char* configFile) override;
+    int CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) override;
+    void SetAlarmMessageCallback(ADAPTER_ALARM_CALLBACK* callback) override { m_callback = callback; }
+
+    // Why the last Init of the process failed.
+    static const char* LastError();
+
+private:
+    bool Load(const std::string& configFile, std::string& error);
+    MediaLoop& QuietestLoop();
+
+    CameraProfiles m_profiles;
+    gvxplugin::AlarmTable m_alarms;
+    RtspDevice::AlarmCallback m_callback{nullptr};
+    std::vector<std::unique_ptr<MediaLoop>> m_loops;
+};
+
+}  // namespace gvxrtsp
