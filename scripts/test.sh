@@ -22,6 +22,10 @@ run_preset() {
   step "build ($preset)"
   cmake --preset "$preset" "${launcher[@]}" -DGVX_BUILD_BENCH=OFF >/dev/null
   cmake --build --preset "$preset" --target "${targets[@]}" -j "$jobs" -- --quiet
+  if [[ $preset == debug ]]; then
+    step "ABI of the last release"
+    scripts/check-abi.sh "build/$preset"
+  fi
   step "tests ($preset)"
   ctest --test-dir "build/$preset" --output-on-failure -j "$jobs" "$@"
 }

@@ -1,5 +1,6 @@
 """Starts gvxd where it cannot start: it ends with the documented code and one line that names the fault. Then stops it
 where a plug-in's call does not return. The plug-ins that misbehave stand in plugins_bad beside the others' folder."""
+import contextlib
 import os
 import pathlib
 import signal
@@ -41,12 +42,22 @@ def check_failures(options, folder, taken):
 
 
 def stop_with_hanging_plugin(options, folder, stack):
-    """One device hangs in StopStream, another streams: code 0 in time, and the log names plug-in and device."""
+    """One device hangs in StopStream: another goes on streaming and answering, the end has code 0 in time, and the log
+    names plug-in and device."""
     gateway = e2e.start_gateway(options, folder / "hanging_stop", stack, settings={"GVX_PLUGIN_LIST": "moody"})
     peer = e2e.Peer.linked(gateway.port, "GVX#900")
+    sink = stack.enter_context(e2e.udp_sink())
     for device, moods in (("STUCK", "StopStream=hang"), ("GOOD", "")):
         peer.add_device(device, moods, "moody")
-        peer.start_stream(device, "live-" + device, 9)
+        peer.start_stream(device, "live-" + device, sink.getsockname()[1] if device == "GOOD" else 9)
+    peer.send(e2e.frame(e2e.STOP_STREAM, 7, e2e.TAG_JSON, b'{"DevCode":"STUCK","ServiceID":"live-STUCK"}', trans=b"hangs"))
+    for number in range(3):
+        peer.add_device(f"MORE{number}", "", "moody")
+        sink.setblocking(False)
+        with contextlib.suppress(BlockingIOError):
+            while sink.recv(4096):
+                pass
+        e2e.check_media_flows(sink, LIMIT * options.slow, "beside a device that hangs")
     gateway.stop()
     e2e.check(gateway.lines("plug-in moody: StopStream of device STUCK has not returned"), "the log does not name it")
 

@@ -26,8 +26,11 @@ TEST_F(GatewayTest, DeviceIsAddedWithItsLensesAndDeletedAgain) {
     EXPECT_NE(named.text.find(list), std::string::npos) << named.text;
     moody->Report("CAM1", 3);
     EXPECT_TRUE(log->WaitFor("plug-in moody reports an exception of type 3. [dev:CAM1]"));
-    moody->Report("NOBODY", 4);
-    EXPECT_TRUE(log->Contains("[dev:NOBODY] report of type 4 is lost."));
+    EXPECT_EQ(DeleteDevice("CAM1").code, 0u);
+    moody->Report("CAM1", 4);
+    moody->Report("CAM1", 4);
+    EXPECT_EQ(log->Count("a report for CAM1 is lost, there is no such device."), 1u) << "one line for an episode";
+    EXPECT_TRUE(HasTrouble(gvx::PluginTrouble::Kind::CallsLate, "CAM1", 2));
 }
 
 TEST_F(GatewayTest, RequestThatIsNotAllowedIsRefusedWithAReason) {

@@ -5,6 +5,8 @@
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
 
+#include <algorithm>
+
 #include <dlfcn.h>
 
 namespace {
@@ -122,6 +124,13 @@ Answer GatewayTest::Start(const std::string& device, const std::string& stream, 
 
 Answer GatewayTest::Stop(const std::string& device, const std::string& stream) {
     return AskJson(NSS_STOP_STREAM_REQ, R"({"DevCode":")" + device + R"(","ServiceID":")" + stream + R"("})");
+}
+
+bool GatewayTest::HasTrouble(gvx::PluginTrouble::Kind kind, const std::string& device, std::uint64_t count) {
+    const auto troubles = gvx::PluginTroubles::Instance().List();
+    return std::any_of(troubles.begin(), troubles.end(), [&](const gvx::PluginTrouble& trouble) {
+        return trouble.kind == kind && trouble.device == device && trouble.count >= count;
+    });
 }
 
 void GatewayTest::EndLeftBehind(int alive) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gateway/alarms/plugin_troubles.h"
 #include "gateway/process/gateway.h"
 #include "plugins_bad/moody_plugin.h"
 #include "support/fake_peer.h"
@@ -54,6 +55,8 @@ protected:
     Answer Start(const std::string& device, const std::string& stream, const std::string& more = std::string(),
                  std::uint16_t port = 9);
     Answer Stop(const std::string& device, const std::string& stream);
+    // Whether the gateway knows of such a trouble, that many times at least.
+    static bool HasTrouble(gvx::PluginTrouble::Kind kind, const std::string& device, std::uint64_t count = 1);
     // Ends a gateway that left something behind when it stopped, as soon as it has as many objects more than before.
     void EndLeftBehind(int alive);
 

@@ -12,7 +12,7 @@ protected:
     GatewayIntakeTest() {
         intakePort = FakeListener().Port();
         folder.Settings(
-            "GVX_PLUGIN_LIST=moody\nGVX_PLUGIN_CALL_LIMIT=1\nGVX_INTAKE_MAX_WAIT_MS=3600000\nGVX_INTAKE_PORT=" +
+            "GVX_PLUGIN_LIST=moody,takes\nGVX_PLUGIN_CALL_LIMIT=1\nGVX_INTAKE_MAX_WAIT_MS=3600000\nGVX_INTAKE_PORT=" +
             std::to_string(intakePort) + "\n");
     }
     void Push(const std::string& bytes) {
@@ -45,7 +45,9 @@ TEST_F(GatewayIntakeTest, APluginThatDoesNotReturnIsNamedAndLeftBehind) {
     Push("hang");
     ASSERT_TRUE(WaitUntil([] { return !gvx::PluginCallWatch::Instance().OpenCalls().empty(); }));
     EXPECT_EQ(AddDevice("CAM1").code, 0u) << "nobody else is held up";
-    Push("more");
+    EXPECT_TRUE(log->WaitFor("plug-in takes: GvxTakeIntakeBlock of device - failed. 4 bytes"));
+    Push("another");
+    EXPECT_TRUE(log->WaitFor("plug-in takes: GvxTakeIntakeBlock of device - failed. 7 bytes")) << "it goes on alone";
     EXPECT_FALSE(gateway->Stop());
     EXPECT_TRUE(log->Contains("plug-in moody: GvxTakeIntakeBlock of device - has not returned for"));
     EXPECT_TRUE(device->ReadUntilClosed());

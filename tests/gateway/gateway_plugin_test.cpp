@@ -57,9 +57,16 @@ TEST_F(GatewayTest, StreamWhosePluginFailsWhileItStartsIsUndone) {
         ASSERT_EQ(AddDevice("CAM1", "Uninit=" + mood + " ClearAdapterInfo=" + mood + " RequestKeyframe=" + mood).code,
                   0u);
         ASSERT_EQ(Start("CAM1", "live").code, 0u);
-        EXPECT_EQ(AskJson(NSS_GET_IFRAME_REQ, R"({"DevCode":"CAM1","ServiceID":"live"})").code,
-                  mood == "throw" ? kThrew : kError);
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(AskJson(NSS_GET_IFRAME_REQ, R"({"DevCode":"CAM1","ServiceID":"live"})").code,
+                      mood == "throw" ? kThrew : kError);
+        }
+        const auto kind = mood == "throw" ? gvx::PluginTrouble::Kind::Throws : gvx::PluginTrouble::Kind::Fails;
+        EXPECT_TRUE(HasTrouble(kind, "CAM1", 2));
+        EXPECT_EQ(log->Count("plug-in moody: RequestKeyframe of device CAM1"), 1u) << "one line for an episode";
+        log->Clear();
         EXPECT_EQ(DeleteDevice("CAM1").code, 0u);
+        EXPECT_FALSE(HasTrouble(kind, "CAM1"));
         EXPECT_EQ(moody->alive, 3);
     }
 }
@@ -78,8 +85,10 @@ TEST_F(TimelessGatewayTest, PluginThatHangsHarmsItsOwnDeviceAlone) {
     clock->AdvanceMs(1);
     ASSERT_TRUE(log->WaitFor("plug-in moody: StopStream of device STUCK has not returned for 1 s")) << log->Dump();
     EXPECT_EQ(gvx::PluginCallWatch::Instance().NameOverdue(1000), 0u) << "it is named once";
+    EXPECT_TRUE(HasTrouble(gvx::PluginTrouble::Kind::DoesNotReturn, "STUCK"));
     moody->release = true;
     EXPECT_EQ(WaitAnswer(NSS_STOP_STREAM_REQ, stop).code, 0u);
+    EXPECT_TRUE(WaitUntil([] { return !HasTrouble(gvx::PluginTrouble::Kind::DoesNotReturn, "STUCK"); }));
     EXPECT_EQ(DeleteDevice("STUCK").code, 0u);
 }
 
@@ -126,7 +135,9 @@ TEST_F(GatewayTest, StopThatThrowsFindsItsObjectsStillThere) {
     const Answer stop = Stop("WILD", "wild");
     EXPECT_EQ(stop.code, kThrew);
     EXPECT_FALSE(stop.json["Reason"].asString().empty());
+    EXPECT_TRUE(WaitUntil([] { return HasTrouble(gvx::PluginTrouble::Kind::CallsLate, "WILD"); }));
     EXPECT_EQ(DeleteDevice("WILD").code, 0u);
+    EXPECT_TRUE(HasTrouble(gvx::PluginTrouble::Kind::LeftBehind, "WILD"));
     EXPECT_TRUE(log->Contains("plug-in moody: it may still use device WILD, its objects are kept."));
     EXPECT_EQ(AddDevice("WILD").code, 0u) << "the platform may go on with the device";
     EXPECT_EQ(Start("WILD", "wild").code, 0u);

@@ -5,6 +5,7 @@
 
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 #include "gvx_common/adapter/gvx_plugin.h"
+#include "gvx_common/adapter/gvx_reason.h"
 
 #include <chrono>
 #include <new>
@@ -27,6 +28,8 @@ public:
     bool Init(const char*) override {
 #ifdef START_THROWS
         throw std::runtime_error("no start today");
+#elif defined(START_TAKES)
+        return true;
 #elif defined(START_HANGS)
         while (true) {
             std::this_thread::sleep_for(std::chrono::seconds(1));
@@ -71,3 +74,10 @@ void GvxDestroyAdapter(CAdapterSdkBase* adapter) {
 const char* GvxPluginLastError() {
     return "clip /nowhere/clip.h264 cannot be opened";
 }
+
+#ifdef START_TAKES
+// Tells how much came.
+int GvxTakeIntakeBlock(CAdapterSdkBase*, const GvxIntakeBlock* block) {
+    return GvxFail(ZVS_FAIL, "%u bytes", block->uiLength);
+}
+#endif

@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "bp/cmd.h"
 #include "bp/message_block_ptr.h"
+#include "gateway/alarms/plugin_troubles.h"
 #include "gvx_common/event/gvx_reactor.h"
 
 #include <cstring>
@@ -22,6 +23,17 @@ std::function<CGvxReactor*(const std::string&)> g_reactorOf;  // Guarded by g_mu
 CGvxReactor* ReactorOf(const std::string& device) {
     const std::lock_guard<std::mutex> lock(g_mutex);
     return g_reactorOf ? g_reactorOf(device) : nullptr;
+}
+
+// A plug-in reports for a device that is not there, or not any more.
+bool IsLate(const std::string& device, const char* what) {
+    if (ReactorOf(device) != nullptr) {
+        return false;
+    }
+    if (PluginTroubles::Instance().Note(PluginTrouble::Kind::CallsLate, "-", what, device)) {
+        GVX_LOG_WARN("Device report", "%s for %.40s is lost, there is no such device.", what, device.c_str());
+    }
+    return true;
 }
 
 const char* LinkEventText(LINKCLOSE_NET_ELE_E event) {
@@ -73,7 +85,9 @@ bool PushReport(const ADAPTER_COMMON_MESSAGE& message, const std::string& text) 
 }
 
 void OnPluginReport(ADAPTER_COMMON_MESSAGE& message) {
-    PushReport(message, std::string());
+    if (!IsLate(TextOf(message.chDevId), "a report")) {
+        PushReport(message, std::string());
+    }
 }
 
 void OnPluginAlarm(const char* devID, const char* json) {
@@ -82,6 +96,9 @@ void OnPluginAlarm(const char* devID, const char* json) {
     ADAPTER_COMMON_MESSAGE message{};
     const std::size_t length = strnlen(json, kMaxReportBytes + 1);
     const bool fits = PutText(message.chDevId, devID);
+    if (fits && IsLate(devID, "an alarm")) {
+        return;
+    }
     if (!fits || length == 0 || length > kMaxReportBytes || !PushReport(message, std::string(json, length))) {
         GVX_LOG_ERR("Device alarm", "[dev:%.40s] an alarm of %zu bytes is lost.", devID, length);
     }

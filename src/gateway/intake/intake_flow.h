@@ -13,11 +13,13 @@
 
 namespace gvx {
 
+class IntakeTaker;
 class LoadedPlugin;
 
 // The queue between the intake's connections and the plug-ins that asked for what devices push. One thread serves it,
 // since blocks of one connection are pieces of one text; a plug-in that takes its time holds up the intake alone, which
-// then sheds load. Never destroyed, as its thread is never stopped.
+// then sheds load. One that does not come back within the limit of a call (GVX_PLUGIN_CALL_LIMIT) is passed over from
+// then on until it does, and the others go on. Never destroyed, as its thread is never stopped.
 class IntakeFlow : public CQueueFlowControl {
 public:
     static IntakeFlow& Instance();
@@ -36,7 +38,7 @@ public:
     void QFC_MsgFree(void* block) override;
 
 private:
-    using Takers = std::vector<const LoadedPlugin*>;
+    using Takers = std::vector<std::unique_ptr<IntakeTaker>>;
 
     IntakeFlow();
 
@@ -44,7 +46,8 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_emptied;
-    std::shared_ptr<const Takers> m_takers;  // Guarded by m_mutex; null while closed.
+    std::shared_ptr<const Takers> m_takers;  // Guarded by m_mutex; kept from Open until WaitIdle.
+    bool m_open = false;                     // Guarded by m_mutex.
     std::size_t m_pending = 0;               // Guarded by m_mutex; blocks queued or at work.
 };
 

@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "gateway/alarms/plugin_troubles.h"
 
 #include <chrono>
 
@@ -36,6 +37,7 @@ PluginCallWatch& PluginCallWatch::Instance() {
 }
 
 void PluginCallWatch::Start(std::int64_t limitMs) {
+    m_limitMs = limitMs;
     m_thread.Start("PluginWatch", kWatchPeriod, [this, limitMs] { NameOverdue(limitMs); });
 }
 
@@ -51,8 +53,15 @@ std::list<PluginCallWatch::Call>::iterator PluginCallWatch::Enter(const std::str
 }
 
 void PluginCallWatch::Leave(std::list<Call>::iterator call) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_calls.erase(call);
+    Call returned;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        returned = std::move(*call);
+        m_calls.erase(call);
+    }
+    if (returned.named) {
+        PluginTroubles::Instance().Returned(returned.plugin, returned.operation, returned.device);
+    }
 }
 
 std::size_t PluginCallWatch::NameOverdue(std::int64_t limitMs) {
@@ -64,6 +73,9 @@ std::size_t PluginCallWatch::NameOverdue(std::int64_t limitMs) {
             if (!call.named && nowMs - call.sinceMs >= limitMs) {
                 call.named = true;
                 overdue.push_back(call);
+                // Under the lock: the call may return at any moment, and ends the episode then.
+                PluginTroubles::Instance().Note(PluginTrouble::Kind::DoesNotReturn, call.plugin, call.operation,
+                                                call.device);
             }
         }
     }
@@ -88,15 +100,32 @@ std::vector<PluginCallWatch::Call> PluginCallWatch::OpenCalls() const {
 
 void LogPluginException(const std::string& plugin, const char* operation, const std::string& device,
                         const char* what) noexcept {
+    const char* const text = what == nullptr ? "not a std::exception" : what;
+    try {
+        if (!PluginTroubles::Instance().Note(PluginTrouble::Kind::Throws, plugin, operation, device,
+                                             ZVS_GVX_PLUGIN_EXCEPTION, text)) {
+            return;
+        }
+    } catch (const std::exception&) {
+        // No memory for the note: the line is written all the same.
+    }
     GVX_LOG_ERR_CODE("Plug-in exception", ZVS_GVX_PLUGIN_EXCEPTION, "plug-in %s: %s of device %s threw: %s",
-                     plugin.c_str(), operation, device.empty() ? "-" : device.c_str(),
-                     what == nullptr ? "not a std::exception" : what);
+                     plugin.c_str(), operation, device.empty() ? "-" : device.c_str(), text);
 }
 
 void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code,
                     const std::string& reason) {
+    // What a plug-in does not support is no trouble of it.
+    if (code != ZVS_GVX_DEV_UN_SUPPORT &&
+        !PluginTroubles::Instance().Note(PluginTrouble::Kind::Fails, plugin, operation, device, code, reason)) {
+        return;
+    }
     GVX_LOG_ERR_CODE("Plug-in error", code, "plug-in %s: %s of device %s failed.%s%s", plugin.c_str(), operation,
                      device.empty() ? "-" : device.c_str(), reason.empty() ? "" : " ", reason.c_str());
+}
+
+void NoteSuccess(const std::string& plugin, const char* operation, const std::string& device) {
+    PluginTroubles::Instance().Succeeded(plugin, operation, device);
 }
 
 void LeaveBehind(std::shared_ptr<void> object) {

@@ -4,6 +4,7 @@
 #include "base/zvs_error.h"
 #include "gvx_common/adapter/gvx_reason.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -17,14 +18,14 @@
 namespace gvx {
 
 // Every call into a plug-in that has not returned yet. A thread of its own looks through them and names each call
-// that takes too long, once. Any thread.
+// that takes too long, once; it is then among the PluginTroubles until it returns. Any thread.
 class PluginCallWatch {
 public:
     struct Call {
         std::string plugin;
-        const char* operation;  // static text
-        std::string device;     // "-" where the call concerns no device
-        std::int64_t sinceMs;   // monotonic
+        const char* operation = "";  // static text
+        std::string device;          // "-" where the call concerns no device
+        std::int64_t sinceMs = 0;    // monotonic
         bool named = false;
     };
 
@@ -33,6 +34,8 @@ public:
     // Starts the thread "PluginWatch"; a call is named when it has not returned for limitMs. Stop ends it.
     void Start(std::int64_t limitMs);
     void Stop();
+    // The limit of the last start.
+    std::int64_t LimitMs() const { return m_limitMs; }
 
     std::list<Call>::iterator Enter(const std::string& plugin, const char* operation, const std::string& device);
     void Leave(std::list<Call>::iterator call);
@@ -46,6 +49,7 @@ public:
 private:
     mutable std::mutex m_mutex;
     std::list<Call> m_calls;  // Guarded by m_mutex.
+    std::atomic<std::int64_t> m_limitMs{10000};
     PeriodicThread m_thread;
 };
 
@@ -62,12 +66,15 @@ private:
     std::list<PluginCallWatch::Call>::iterator m_call;
 };
 
-// Writes the one line about an exception that left a plug-in; what may be null.
+// The line about an exception that left a plug-in, one for an episode (PluginTroubles); what may be null.
 void LogPluginException(const std::string& plugin, const char* operation, const std::string& device,
                         const char* what) noexcept;
-// The one line about an error that a plug-in answers, with the reason that it gives, which may be empty.
+// The same about an error that a plug-in answers, with the reason that it gives, which may be empty.
 void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code,
                     const std::string& reason = std::string());
+
+// The operation has succeeded: ends its failures and exceptions.
+void NoteSuccess(const std::string& plugin, const char* operation, const std::string& device);
 
 // Calls into a plug-in. An exception becomes the failure value and a log line; so the caller sees results only.
 template <typename Result, typename Function>
@@ -100,6 +107,8 @@ int CallPlugin(const std::string& plugin, const char* operation, const std::stri
     std::string said = returned && code != 0 ? GvxTakeReason() : std::string();
     if (returned && code != 0) {
         LogPluginError(plugin, operation, device, code, said);
+    } else if (returned) {
+        NoteSuccess(plugin, operation, device);
     }
     if (reason != nullptr) {
         *reason = std::move(said);

@@ -10,6 +10,7 @@
 #include "bp/session.h"
 #include "gateway/alarms/device_reports.h"
 #include "gateway/alarms/gateway_alarms.h"
+#include "gateway/alarms/plugin_troubles.h"
 #include "gateway/devices/history_sweep.h"
 #include "gateway/links/link_options.h"
 #include "gateway/plugins/plugin_guard.h"
@@ -197,6 +198,7 @@ StartResult Gateway::StartPlugins(const GatewayOptions& options) {
     if (read.Failed()) {
         return read;
     }
+    PluginTroubles::Instance().Clear();
     PluginCallWatch::Instance().Start(limitSeconds * 1000);
     std::string dir = options.pluginDir.empty() ? Setting("GVX_PLUGIN_DIR", "") : options.pluginDir;
     if (dir.empty()) {

@@ -3,6 +3,7 @@
 #include "base/cbb_xml.h"
 #include "base/log.h"
 #include "bp/session.h"
+#include "gateway/alarms/plugin_troubles.h"
 #include "gateway/devices/device_request.h"
 #include "gateway/messages/answer.h"
 #include "gateway/requests/gateway_context.h"
@@ -68,6 +69,7 @@ Result AddDevice(GatewayContext& context, const BP::CGvxSessionBase& session, co
     }
     added = {device->PluginName(), device->Lenses()};
     if (context.devices.Insert(device)) {
+        PluginTroubles::Instance().DeviceAdded(request->info.strDevCode);
         return {};
     }
     return {ZVS_FAIL, "The gateway stops."};  // the table closed while the device was made
@@ -75,7 +77,9 @@ Result AddDevice(GatewayContext& context, const BP::CGvxSessionBase& session, co
 
 void DestroyDevice(GatewayContext& context, std::unique_ptr<Device> device) {
     const std::vector<std::string> streams = device->StreamIDs();
+    const std::string code = device->Code();
     device.reset();
+    PluginTroubles::Instance().DeviceDeleted(code);
     for (const std::string& serviceID : streams) {
         context.devices.ReleaseStream(serviceID);
     }

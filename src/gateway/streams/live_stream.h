@@ -90,7 +90,7 @@ private:
     // Over UDP metadata has sockets of its own; over TCP it leaves on the connection of the video.
     std::shared_ptr<CMediaSendStream> m_metadata;
     StreamPorts m_ports;
-    StreamGate m_gate;
+    StreamGate m_gate{m_lens.plugin, m_lens.device};
     bool m_running = false;
     bool m_leftBehind = false;
 };

@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/zvs_error.h"
+#include "gateway/alarms/plugin_troubles.h"
 #include "gvx_common/media/media_send_stream.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <string>
 #include <thread>
 
 namespace gvx {
@@ -38,7 +40,7 @@ std::uint64_t Word(std::uint64_t use, State state) {
 class StreamGate::Slot {
 public:
     // A free slot in its next use, held; null when there is none.
-    static Slot* Take();
+    static Slot* Take(const std::string& plugin, const std::string& device);
     // Gives a closed slot back.
     static void GiveBack(Slot* slot);
     // The slot of a packet's user information, which may be anything; use is the one that it is meant for.
@@ -60,7 +62,8 @@ private:
     static Table& AllSlots();
     int Forward(MEDIA_DATA* data, STREAM_TYPE_EX* streamType);
     void WaitWhileHeld(std::uint64_t held);
-    void BeginUse();
+    void BeginUse(const std::string& plugin, const std::string& device);
+    void NoteLate(std::uint64_t use);
 
     const std::size_t m_index;
     std::atomic<std::uint64_t> m_useAndState{static_cast<std::uint64_t>(State::Closed)};
@@ -71,7 +74,10 @@ private:
     CMediaSendStream* m_metadataTarget = nullptr;  // not owned
     bool m_audio = true;
     std::thread::id m_starter;
-    std::mutex m_mutex;  // For m_changed alone.
+    std::atomic<std::uint64_t> m_lateUse{0};  // the last use of which a late call was told; uses begin with 1
+    std::mutex m_mutex;                       // For m_changed and the names.
+    std::string m_plugin;                     // Guarded by m_mutex; of the use.
+    std::string m_device;                     // Guarded by m_mutex; of the use.
     std::condition_variable m_changed;
 };
 
@@ -89,7 +95,7 @@ StreamGate::Slot::Table& StreamGate::Slot::AllSlots() {
 }
 
 // A slot in which a call still is stays free and is passed over.
-StreamGate::Slot* StreamGate::Slot::Take() {
+StreamGate::Slot* StreamGate::Slot::Take(const std::string& plugin, const std::string& device) {
     Table& slots = AllSlots();
     const std::lock_guard<std::mutex> lock(slots.mutex);
     Slot* slot = nullptr;
@@ -103,7 +109,7 @@ StreamGate::Slot* StreamGate::Slot::Take() {
         slots.all[slots.count++].store(slot, std::memory_order_release);
     }
     if (slot != nullptr) {
-        slot->BeginUse();
+        slot->BeginUse(plugin, device);
     }
     return slot;
 }
@@ -120,7 +126,12 @@ StreamGate::Slot* StreamGate::Slot::Find(const void* userInfo, std::uint64_t& us
     return AllSlots().all[number % kMaxGates].load(std::memory_order_acquire);
 }
 
-void StreamGate::Slot::BeginUse() {
+void StreamGate::Slot::BeginUse(const std::string& plugin, const std::string& device) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_plugin = plugin;
+        m_device = device;
+    }
     m_target = nullptr;
     m_metadataTarget = nullptr;
     m_metadataPackets.store(0, std::memory_order_relaxed);
@@ -150,8 +161,11 @@ void StreamGate::Slot::Change(State state) {
 // always sees the other.
 int StreamGate::Slot::Pass(std::uint64_t use, MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
     m_inside.fetch_add(1);
-    if (m_useAndState.load() == Word(use, State::Held)) {
-        WaitWhileHeld(Word(use, State::Held));
+    const std::uint64_t found = m_useAndState.load();
+    if (found == Word(use, State::Held)) {
+        WaitWhileHeld(found);
+    } else if (found == Word(use, State::Closed)) {
+        NoteLate(use);
     }
     const std::uint64_t now = m_useAndState.load();
     int result = ZVS_GVX_OPEN_SOCKET_ERROR;
@@ -160,6 +174,21 @@ int StreamGate::Slot::Pass(std::uint64_t use, MEDIA_DATA* data, STREAM_TYPE_EX* 
     }
     m_inside.fetch_sub(1);
     return result;
+}
+
+// A gate is closed when StopStream has returned: no call may begin then.
+void StreamGate::Slot::NoteLate(std::uint64_t use) {
+    if (m_lateUse.exchange(use) == use) {
+        return;
+    }
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const std::string plugin = m_plugin;
+    const std::string device = m_device;
+    lock.unlock();
+    if (PluginTroubles::Instance().Note(PluginTrouble::Kind::CallsLate, plugin, "the send function", device)) {
+        GVX_LOG_WARN("Late call", "plug-in %s: it calls the send function of device %s although the stream is over.",
+                     plugin.c_str(), device.c_str());
+    }
 }
 
 int StreamGate::Slot::Forward(MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
@@ -190,7 +219,7 @@ void StreamGate::Slot::WaitWhileHeld(std::uint64_t held) {
     m_changed.wait_for(lock, kHoldLimit, [this, held] { return m_useAndState.load() != held; });
 }
 
-StreamGate::StreamGate() : m_slot(Slot::Take()) {}
+StreamGate::StreamGate(const std::string& plugin, const std::string& device) : m_slot(Slot::Take(plugin, device)) {}
 
 StreamGate::~StreamGate() {
     if (m_slot != nullptr) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 class CMediaSendStream;
 
@@ -20,8 +21,9 @@ class StreamGate {
 public:
     static constexpr std::size_t kMaxGates = 65536;
 
-    // Takes a slot. The thread that makes the gate is the one that starts the stream: it may send while it is held.
-    StreamGate();
+    // Takes a slot. The thread that makes the gate is the one that starts the stream: it may send while it is held. The
+    // names are those under which late calls are told (PluginTroubles).
+    explicit StreamGate(const std::string& plugin = "-", const std::string& device = "-");
     // Closes it. Calls that are inside must have ended, or their stream must be kept for good.
     ~StreamGate();
     StreamGate(const StreamGate&) = delete;
