@@ -26,7 +26,7 @@ cmake --build "$folder/build" --target "${libraries[@]/#/gvx_}" -- --quiet
 # Classes that no installed header names are nobody's but ours.
 public=$(cd "$folder/release" && sed -n 's/^  \(\S*\.h\))\{0,1\}$/src\/\1/p' src/*/CMakeLists.txt | sort)
 private=$(cd "$folder/release" && find src/base src/nss src/bp src/gvx_common -name '*.h' | sort | comm -23 - <(echo "$public"))
-names=$(cd "$folder/release" && sed -nE 's/^(class|struct) (\w+).*/\2/p' $private | sort -u | paste -sd'|')
+names=$(cd "$folder/release" && sed -nE 's/^(class|struct) (\w+)( final)?( :.*)? ?\{.*/\2/p' $private | sort -u | paste -sd'|')
 for kind in function variable; do
   printf '[suppress_%s]\n  name_regexp = (^|:: *|for )(gvx::)?(%s)(::|$)\n' "$kind" "$names"
 done >"$folder/private.abignore"
