@@ -12,7 +12,9 @@ install(TARGETS gvx-plugin-check EXPORT gvx_commonTargets RUNTIME DESTINATION ${
 install(TARGETS gvxd gvxctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS gvx_plugin_file gvx_plugin_rtsp LIBRARY DESTINATION ${GVX_PLUGIN_INSTALL_DIR})
 
-install(DIRECTORY conf/ DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/gvx)
+install(CODE "set(GVX_CONF_FROM ${PROJECT_SOURCE_DIR}/conf)
+  get_filename_component(GVX_CONF_TO \"${CMAKE_INSTALL_SYSCONFDIR}/gvx\" ABSOLUTE BASE_DIR \"\${CMAKE_INSTALL_PREFIX}\")")
+install(SCRIPT cmake/GvxInstallConfiguration.cmake)
 
 install(EXPORT gvx_commonTargets NAMESPACE gvx:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/gvx_common)
 configure_package_config_file(cmake/gvx_common-config.cmake.in ${CMAKE_BINARY_DIR}/gvx_common-config.cmake

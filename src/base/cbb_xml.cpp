@@ -6,6 +6,7 @@
 #include <tinyxml2.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -70,6 +71,16 @@ XMLElement* FindPath(XMLElement* first, std::string_view path) {
         }
     }
     return nullptr;
+}
+
+// "XML_ERROR_MISMATCHED_ELEMENT" as words.
+std::string FaultWords(std::string name) {
+    constexpr std::string_view kPrefix = "XML_ERROR_";
+    name.erase(0, name.compare(0, kPrefix.size(), kPrefix) == 0 ? kPrefix.size() : 0);
+    for (char& c : name) {
+        c = c == '_' ? ' ' : c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return "no well-formed XML (" + name + ")";
 }
 
 void Wipe(std::string& text) {
@@ -151,6 +162,8 @@ struct CXml::Impl {
     XMLElement* current = nullptr;  // null: before the first sibling
     XMLElement* justAdded = nullptr;
     std::string stream;
+    std::string faultText;
+    int faultLine = 0;
 
     void Rewind() {
         level = &document;
@@ -158,9 +171,11 @@ struct CXml::Impl {
         justAdded = nullptr;
     }
 
-    bool Refuse() {
+    bool Refuse(std::string why, int line = 0) {
         Clear();
         Rewind();
+        faultText = std::move(why);
+        faultLine = line;
         return false;
     }
 
@@ -199,27 +214,45 @@ CXml::~CXml() = default;
 
 bool CXml::Load(const char* fileName) {
     std::string content;
+    errno = 0;
     if (fileName == nullptr || !gvx::ReadWholeFile(fileName, kMaxDocumentBytes, content)) {
-        return m_impl->Refuse();
+        return m_impl->Refuse(errno != 0 ? std::strerror(errno) : "it is no regular file, or too long");
     }
     const bool parsed = Parse(content.data(), content.size());
     Wipe(content);
     return parsed;
 }
 
+const std::string& CXml::FaultText() const {
+    return m_impl->faultText;
+}
+
+int CXml::FaultLine() const {
+    return m_impl->faultLine;
+}
+
+int CXml::GetElemLine() const {
+    return m_impl->current != nullptr ? m_impl->current->GetLineNum() : 0;
+}
+
 bool CXml::Parse(const char* text) {
-    return text == nullptr ? m_impl->Refuse() : Parse(text, std::strlen(text));
+    return text == nullptr ? m_impl->Refuse("there is no text") : Parse(text, std::strlen(text));
 }
 
 bool CXml::Parse(const char* text, std::size_t length) {
     // The parser would stop at a zero byte and take what stands before it for the whole.
     if (text == nullptr || length == 0 || length > kMaxDocumentBytes || std::memchr(text, '\0', length) != nullptr) {
-        return m_impl->Refuse();
+        return m_impl->Refuse(text == nullptr || length == 0 ? "it is empty" : "it holds a zero byte or is too long");
     }
     WipeTexts(m_impl->document);
-    if (m_impl->document.Parse(text, length) != tinyxml2::XML_SUCCESS || !HasOneRoot(m_impl->document)) {
-        return m_impl->Refuse();
+    if (m_impl->document.Parse(text, length) != tinyxml2::XML_SUCCESS) {
+        return m_impl->Refuse(FaultWords(m_impl->document.ErrorName()), m_impl->document.ErrorLineNum());
     }
+    if (!HasOneRoot(m_impl->document)) {
+        return m_impl->Refuse("it has not one root element");
+    }
+    m_impl->faultText.clear();
+    m_impl->faultLine = 0;
     Wipe(m_impl->stream);  // not before: it may be what was parsed
     m_impl->Rewind();
     return true;

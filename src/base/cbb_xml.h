@@ -21,6 +21,10 @@ public:
     bool Load(const char* fileName);
     bool Parse(const char* text);
     bool Parse(const char* text, std::size_t length);
+    // Why the last Load or Parse has failed, in words that quote nothing of the document, and the line; empty and 0
+    // after a success. The line is 0 where the fault belongs to none.
+    const std::string& FaultText() const;
+    int FaultLine() const;
 
     // Finds the next element of that name among the siblings at the cursor's level, beginning behind the cursor's
     // element; where the cursor stands before the first sibling, with the first. On failure the cursor stays.
@@ -41,6 +45,8 @@ public:
     // Valid until the document changes.
     const char* GetElemValue() const;
     const char* GetElemName() const;
+    // The line on which the cursor's element begins in the text that was read; 0 when there is no element.
+    int GetElemLine() const;
     // Null when there is no such attribute.
     const char* GetAttributeValue(const char* name) const;
 

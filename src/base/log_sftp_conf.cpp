@@ -45,13 +45,16 @@ public:
     bool Load(bool make) {
         const std::string path = FilePath("log_sftp.key");
         std::string content;
-        if (!path.empty() && gvx::ReadWholeFile(path, kMaxFileBytes, content) && content.size() == m_key.size()) {
+        const bool read = !path.empty() && gvx::ReadWholeFile(path, kMaxFileBytes, content);
+        if (read && content.size() == m_key.size()) {
             std::copy(content.begin(), content.end(), m_key.begin());
             memset_s(content.data(), content.size(), 0, content.size());
             return true;
         }
-        // A key of another length is not replaced: something may be enciphered under what is left of it.
-        if (!make || path.empty() || !content.empty()) {
+        // A key of another length, or one that cannot be read now, is not replaced: something may be enciphered under
+        // it.
+        const bool missing = !read && access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+        if (!make || path.empty() || !content.empty() || !(read || missing)) {
             return false;
         }
         if (CBB::GenerateRandom(m_key.data(), m_key.size()) != 0) {

@@ -31,12 +31,15 @@ TEST_F(GatewayConfigTest, EditIsTakenOrRefusedWithAReason) {
     EXPECT_EQ(Edit("SERVICE_CAPACITY", "MAX_CAPS", "99").code, 0u);
     const std::string rows[][4] = {
         {"SERVICE_CAPACITY", "MAX_CAPS", "151", "151 is no value for MAX_CAPS."},
-        {"MESSAGE", "MAX_CAPS", "98", "MAX_CAPS does not stand in the section [MESSAGE]."},
+        {"MESSAGE", "MAX_CAPS", "98", "MAX_CAPS does not stand in the section [MESSAGE]; look in [SERVICE_CAPACITY]."},
         {"GATEWAY", "GVX_PLUGIN_LIST", "x", "GVX_PLUGIN_LIST can not be edited at run time."},
         {"MESSAGE", "MU_NSS_TIMEOUT", "soon", "MU_NSS_TIMEOUT is a number from 0 to 86400."},
         {"SIF_CFG", "GVX_SIP_LOG_SWITCH", "1", "A plug-in with a SIP stack is missing or refuses the switch."},
         {"MESSAGE", "GVX_MESSAGE_IP", "1234567890123456789012345678901234", "a section and a value have 31."},
         {"SERVICE_CAPACITY", "MAX_CAPS", "98;", "would be another after a restart"},
+        {"SERVICE_CAPACITY", "MAX_CAPS", "98x", "98x is no value for MAX_CAPS."},
+        {"SERVICE_CAPACITY", "MAX_CAP", "98", "MAX_CAP is no setting; MAX_CAPS is the nearest."},
+        {"LOG_CFG", "ServerPort", "99999", "ServerPort is a number from 0 to 65535."},
         {"LOG_CFG", "Password", secret + std::string(64, 'x'), ""},
         {"MESSAGE", "Password", secret, ""},
     };

@@ -34,9 +34,7 @@ TEST_F(GatewayIntakeTest, FaultOfAPluginCostsItsBlockAlone) {
     EXPECT_TRUE(log->WaitFor("plug-in moody: GvxTakeIntakeBlock of device - failed."));
     EXPECT_EQ(AddDevice("CAM1").code, 0u);
 
-    gvx::IntakeSettings settings;
-    ASSERT_FALSE(gvx::ReadIntakeSettings(settings).Failed());
-    const gvx::StartResult result = gvx::Intake().Start(settings, {});
+    const gvx::StartResult result = gvx::Intake().Start(gvx::ReadIntakeSettings(), {});
     EXPECT_EQ(result.code, gvx::ExitCode::CannotListen);
     EXPECT_NE(result.reason.find(std::to_string(intakePort)), std::string::npos) << result.reason;
 }

@@ -3,6 +3,7 @@
 #include "base/cbb_xml.h"
 #include "base/json_io.h"
 #include "base/zvs_error.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/requests.h"
 #include "nss/nss_msg_type.h"
@@ -118,6 +119,11 @@ int RunConfigGet(const CommonOptions& common, const ConfigOptions& options) {
         return Refused(response);
     }
     std::printf("%s\n", ShowUnifiedDocument(response.Xml()).c_str());
+    if (!options.section.empty() && !gvx::IsSettingSection(options.section)) {
+        const std::string near = gvx::NearSection(options.section);
+        return Fail(kExitRefused,
+                    options.section + " is no section" + (near.empty() ? "" : "; " + near + " is the nearest"));
+    }
     return kExitOk;
 }
 
@@ -133,7 +139,9 @@ int RunConfigSet(const CommonOptions& common, const ConfigOptions& options) {
     if (response.code != 0) {
         return Refused(response);
     }
-    std::printf("%s is set\n", options.key.c_str());
+    CBB::CXml stored;
+    const bool told = stored.Parse(response.Xml().c_str()) && stored.FindElem("Content/ConfigValue");
+    std::printf("%s is set%s%s\n", options.key.c_str(), told ? " to " : "", told ? stored.GetElemValue() : "");
     return kExitOk;
 }
 

@@ -7,7 +7,7 @@
 #include "base/paths.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/alarm/gvx_error_mgr.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <memory>
@@ -26,7 +26,7 @@ std::unique_ptr<LogFaultWatch> g_watch;
 }  // namespace
 
 void StartAlarmStore() {
-    std::string dir = CGvxConfigMgr::Instance()->GetConfValue("GVX_DATA_DIR", "");
+    std::string dir = SettingText(Setting::GVX_DATA_DIR);
     if (dir.empty()) {
         dir = RootedPath(kDefaultDataDir);
     }

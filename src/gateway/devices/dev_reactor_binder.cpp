@@ -1,27 +1,13 @@
 #include "gateway/devices/dev_reactor_binder.h"
 
 #include "bp/cmd.h"
-#include "gateway/settings/number_setting.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/event/gvx_dev_reactor_mgr.h"
 
 #include <iterator>
-#include <limits>
 #include <utility>
 
 namespace gvx {
-
-namespace {
-
-// How long CGvxDevReactorMgr keeps the history of a key.
-long long HistorySeconds() {
-    long long seconds = 1800;
-    ReadNumber(CGvxConfigMgr::Instance()->GetConfValue("HISTORY_TRACK_EXPIRED_TIME", ""), 0,
-               std::numeric_limits<int>::max(), seconds);
-    return seconds;
-}
-
-}  // namespace
 
 int DevReactorBinder::InitPool(unsigned int count) {
     MakeReactors(0, count);
@@ -123,7 +109,7 @@ void DevReactorBinder::Sweep() {
     ActOnNotesLocked();
     CGvxDevReactorMgr::Instance()->DelExpiredHistoryTrack();
     const std::time_t now = BP::OSTime::Time();
-    const long long limit = HistorySeconds();
+    const long long limit = SettingNumber(Setting::HISTORY_TRACK_EXPIRED_TIME);
     for (auto gone = m_gone.begin(); gone != m_gone.end();) {
         gone = now - gone->second > limit ? m_gone.erase(gone) : std::next(gone);
     }

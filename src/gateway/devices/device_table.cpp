@@ -2,6 +2,7 @@
 
 #include "base/fixed_text.h"
 #include "base/log.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/records/adapter_common_message.h"
 
 #include <ace/Message_Block.h>
@@ -10,13 +11,23 @@
 
 namespace gvx {
 
-bool DeviceTable::Insert(std::unique_ptr<Device>& device) {
+Result DeviceTable::Insert(std::unique_ptr<Device>& device) {
+    const auto most = static_cast<std::size_t>(SettingNumber(Setting::MAX_CAPS));
+    const std::size_t lenses = device->Lenses().size();
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_closed || m_devices.count(device->Code()) != 0) {
-        return false;
+    if (m_closed) {
+        return {ZVS_FAIL, "The gateway stops."};
     }
+    if (m_devices.count(device->Code()) != 0) {
+        return Failure(ZVS_GVX_DEV_EXIST);
+    }
+    if (m_lenses + lenses > most) {
+        return {ZVS_FAIL, "The gateway has " + std::to_string(m_lenses) + " cameras, this device would add " +
+                              std::to_string(lenses) + ", and MAX_CAPS allows " + std::to_string(most) + "."};
+    }
+    m_lenses += lenses;
     m_devices.emplace(device->Code(), std::move(device));
-    return true;
+    return {};
 }
 
 Device* DeviceTable::FindHere(const std::string& code) const {
@@ -33,6 +44,7 @@ std::unique_ptr<Device> DeviceTable::TakeHere(const std::string& code) {
     }
     std::unique_ptr<Device> device = std::move(found->second);
     m_devices.erase(found);
+    m_lenses -= device->Lenses().size();
     m_emptied.notify_all();
     return device;
 }

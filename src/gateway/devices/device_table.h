@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -18,8 +19,9 @@ namespace gvx {
 // own thread alone.
 class DeviceTable : public BP::IDeviceMgr {
 public:
-    // False when there is such a device or the table is closed; device then stays the caller's.
-    bool Insert(std::unique_ptr<Device>& device);
+    // A failure when there is such a device, the table is closed, or its lenses would be more than MAX_CAPS allows;
+    // device then stays the caller's.
+    Result Insert(std::unique_ptr<Device>& device);
     // The device of that code when it lives on this thread; null otherwise. Valid until this thread takes it out.
     Device* FindHere(const std::string& code) const;
     // The same, taken out of the table. The identifiers of its streams stay reserved.
@@ -48,6 +50,7 @@ private:
     mutable std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
     mutable std::condition_variable m_emptied;
     std::map<std::string, std::unique_ptr<Device>> m_devices;
+    std::size_t m_lenses = 0;                            // of all devices
     std::map<std::string, std::string> m_streamDevices;  // by stream identifier
     bool m_closed = false;
 };

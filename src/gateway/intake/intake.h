@@ -3,6 +3,7 @@
 #include "bp/poll_reactor.h"
 #include "gateway/intake/intake_acceptor.h"
 #include "gateway/intake/intake_settings.h"
+#include "gateway/settings/exit_codes.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "gateway/settings/exit_codes.h"
-
 #include <cstdint>
 #include <string>
 
@@ -22,8 +20,7 @@ struct IntakeSettings {
     IntakeLimits limits;
 };
 
-// Reads the keys GVX_INTAKE_* of the configuration. A value that is not allowed refuses the start. Of the
-// thread that starts the gateway.
-StartResult ReadIntakeSettings(IntakeSettings& settings);
+// Reads the keys GVX_INTAKE_* of the configuration. Any thread.
+IntakeSettings ReadIntakeSettings();
 
 }  // namespace gvx

@@ -1,6 +1,5 @@
 #include "gateway/process/gateway.h"
 
-#include "base/cbb_xml.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/zvs_error.h"
@@ -16,9 +15,10 @@
 #include "gateway/plugins/plugin_guard.h"
 #include "gateway/requests/frame_sink.h"
 #include "gateway/requests/gateway_work.h"
-#include "gateway/settings/number_setting.h"
 #include "gvx_common/config/cloud_config_mgr.h"
+#include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/event/gvx_reactor.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "gvx_common/media/media_service.h"
@@ -50,39 +50,13 @@ constexpr std::chrono::milliseconds kPushPeriod(20);
 constexpr std::chrono::milliseconds kIntakeLimit(150);
 
 constexpr unsigned int kPoolSize = 8;
-constexpr const char* kDefaultListenPort = "9600";
 constexpr const char* kPluginSubfolder = "/gvx/plugins";
-constexpr const char* kDefaultPluginList = "file,rtsp";
-
-constexpr NumberSetting kCallLimitSeconds{"GVX_PLUGIN_CALL_LIMIT", 10, 1, 3600};
-constexpr NumberSetting kSweepPeriodSeconds{"HISTORY_SWEEP_PERIOD", 60, 1, 86400};
-constexpr NumberSetting kMaxDevices{"MAX_DEVICE_NUM", DevReactorBinder::kDefaultMaxDevices, 1, 1000000};
-
-std::string Setting(const char* key, const std::string& fallback) {
-    return CGvxConfigMgr::Instance()->GetConfValue(key, fallback);
-}
 
 // Where an installed gvxd has its plug-ins: found from its own place, so that any prefix works.
 std::string InstalledPluginDir() {
     std::error_code ignored;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
     return (program.parent_path() / "..").string() + "/" + GVX_LIBRARY_FOLDER + kPluginSubfolder;
-}
-
-constexpr const char* kAlarmDescriptions = "/alarm/gvx_nvt_alarm_description.xml";
-
-// Which file of the configuration is at fault, and why.
-std::string FaultOfConfiguration(const std::string& dir) {
-    for (const char* name : {kAlarmDescriptions, "/zvs_gvx.conf", "/zvs_gvx_nat.conf"}) {
-        if (access((dir + name).c_str(), R_OK) != 0) {
-            return dir + name + ": " + std::strerror(errno);
-        }
-    }
-    CBB::CXml descriptions;
-    if (!descriptions.Load((dir + kAlarmDescriptions).c_str())) {
-        return dir + kAlarmDescriptions + " is no well-formed XML";
-    }
-    return dir + ", a file is empty or breaks its rules; the log says which";
 }
 
 void OpenLink(const std::string& name, int type, const std::string& link, const std::string& ip, unsigned int port) {
@@ -93,20 +67,22 @@ void CloseLink(const std::string& name, int type, const std::string& link, const
     CGvxConnectionMgr::Instance()->OnLinkClosed(name, type, link, ip, port);
 }
 
-bool ListenPort(const GatewayOptions& options, std::uint16_t& port, std::string& text) {
-    if (options.listenPort.has_value()) {
-        port = *options.listenPort;
-        text = std::to_string(port);
-        return true;
+}  // namespace
+
+bool TakeConfigFolder(const GatewayOptions& options, std::string& configDir) {
+    if (!options.configDir.empty()) {
+        setenv("GVX_CONFIG_DIR", options.configDir.c_str(), 1);
     }
-    text = Setting("GVX_LISTEN_PORT", kDefaultListenPort);
-    long long number = 0;
-    const bool ok = ReadNumber(text, 0, 65535, number);
-    port = static_cast<std::uint16_t>(number);
-    return ok;
+    return get_config_directory(configDir) == 0;
 }
 
-}  // namespace
+StartResult LoadPlugins(PluginHost& plugins, const GatewayOptions& options, const std::string& configDir) {
+    std::string dir = options.pluginDir.empty() ? SettingText(Setting::GVX_PLUGIN_DIR) : options.pluginDir;
+    if (dir.empty()) {
+        dir = InstalledPluginDir();
+    }
+    return plugins.LoadAll(dir, SplitNames(SettingText(Setting::GVX_PLUGIN_LIST)), configDir);
+}
 
 GatewayService& GatewayService::Instance() {
     static GatewayService service;
@@ -144,33 +120,25 @@ StartResult Gateway::Start(const GatewayOptions& options) {
 }
 
 StartResult Gateway::LoadConfiguration(const GatewayOptions& options) {
-    if (!options.configDir.empty()) {
-        setenv("GVX_CONFIG_DIR", options.configDir.c_str(), 1);
-    }
-    if (get_config_directory(m_configDir) != 0) {
+    if (!TakeConfigFolder(options, m_configDir)) {
         return StartFailure(ExitCode::ConfigFolder,
                             "configuration folder " + m_configDir + " does not exist or cannot be read");
     }
+    const FindingsKeeper findings;
     if (CGvxConfigMgr::Instance()->Init() != 0) {
-        return StartFailure(ExitCode::ConfigRefused, "configuration refused: " + FaultOfConfiguration(m_configDir));
+        return StartFailure(ExitCode::ConfigRefused, "configuration refused: " + findings.WhyNoStart());
     }
     // Without its file the gateway is one that the cloud has not taken over, and runs all the same.
     CCloudConfigMgr::Instance()->Init();
     // The core can live without its identifier; a gateway that peers are to link to cannot.
     if (CGvxConfigMgr::Instance()->GetGvxNetElementID().empty()) {
-        return StartFailure(ExitCode::ConfigRefused,
-                            "configuration refused: " + m_configDir + "/net.xml gives no NetElementID");
+        return StartFailure(ExitCode::ConfigRefused, "configuration refused: " + findings.WhyNoStart());
     }
     return {};
 }
 
 StartResult Gateway::StartCore() {
-    long long maxDevices = 0;
-    const StartResult read = ReadSetting(kMaxDevices, maxDevices);
-    if (read.Failed()) {
-        return read;
-    }
-    m_context->binder.SetMaxDevices(static_cast<std::size_t>(maxDevices));
+    m_context->binder.SetMaxDevices(static_cast<std::size_t>(SettingNumber(Setting::MAX_DEVICE_NUM)));
     if (m_context->binder.InitPool(kPoolSize) != 0) {
         return StartFailure(ExitCode::StartFailed, "the device reactors could not be started");
     }
@@ -193,18 +161,9 @@ StartResult Gateway::StartCore() {
 }
 
 StartResult Gateway::StartPlugins(const GatewayOptions& options) {
-    long long limitSeconds = 0;
-    const StartResult read = ReadSetting(kCallLimitSeconds, limitSeconds);
-    if (read.Failed()) {
-        return read;
-    }
     PluginTroubles::Instance().Clear();
-    PluginCallWatch::Instance().Start(limitSeconds * 1000);
-    std::string dir = options.pluginDir.empty() ? Setting("GVX_PLUGIN_DIR", "") : options.pluginDir;
-    if (dir.empty()) {
-        dir = InstalledPluginDir();
-    }
-    return m_context->plugins.LoadAll(dir, SplitNames(Setting("GVX_PLUGIN_LIST", kDefaultPluginList)), m_configDir);
+    PluginCallWatch::Instance().Start(SettingNumber(Setting::GVX_PLUGIN_CALL_LIMIT) * 1000);
+    return LoadPlugins(m_context->plugins, options, m_configDir);
 }
 
 StartResult Gateway::StartServing() {
@@ -220,30 +179,19 @@ StartResult Gateway::StartServing() {
     });
     m_context->plugins.OnRegistered([&links = m_context->linkEvents] { links.LetFramesIn(); });
     m_serves = true;
-    long long period = 0;
-    const StartResult read = ReadSetting(kSweepPeriodSeconds, period);
-    if (read.Failed()) {
-        return read;
-    }
-    if (!HistorySweep::Instance().Start(m_context->binder, static_cast<int>(period))) {
+    const auto period = static_cast<int>(SettingNumber(Setting::HISTORY_SWEEP_PERIOD));
+    if (!HistorySweep::Instance().Start(m_context->binder, period)) {
         return StartFailure(ExitCode::StartFailed, "the history sweep has no timer");
     }
     return {};
 }
 
 StartResult Gateway::StartLinks(const GatewayOptions& options) {
-    std::string portText;
-    m_listenIp = Setting("GVX_LISTEN_IP", "0.0.0.0");
-    std::uint16_t port = 0;
-    if (!ListenPort(options, port, portText)) {
-        return StartFailure(ExitCode::CannotListen, "GVX_LISTEN_PORT is no port: " + portText);
-    }
+    m_listenIp = SettingText(Setting::GVX_LISTEN_IP);
+    const auto port = options.listenPort.value_or(static_cast<std::uint16_t>(SettingNumber(Setting::GVX_LISTEN_PORT)));
     BP::LinkOptions links;
     links.localID = CGvxConfigMgr::Instance()->GetGvxNetElementID();
-    const StartResult read = ReadLinkOptions(links);
-    if (read.Failed()) {
-        return read;
-    }
+    ReadLinkOptions(links);
     GatewayContext& context = *m_context;
     if (!context.linkEvents.Start({&OpenLink, &CloseLink},
                                   [&context](BP::CCmd& cmd) { return FrameSink(context).Take(cmd); })) {
@@ -260,17 +208,16 @@ StartResult Gateway::StartLinks(const GatewayOptions& options) {
     errno = 0;
     if (BP::CNetFactory::Listen(m_listenIp.c_str(), port, &m_port) != 0) {
         const int fault = errno;
-        return StartFailure(ExitCode::CannotListen, "cannot listen on " + m_listenIp + ":" + portText + ": " +
-                                                        (fault != 0 ? std::strerror(fault) : "no such address"));
+        return StartFailure(ExitCode::CannotListen, "cannot listen on " + m_listenIp + ":" + std::to_string(port) +
+                                                        ": " + (fault != 0 ? std::strerror(fault) : "no such address"));
     }
     return {};
 }
 
 StartResult Gateway::StartIntake() {
-    IntakeSettings settings;
-    StartResult result = ReadIntakeSettings(settings);
-    if (result.Failed() || settings.port == 0) {
-        return result;
+    const IntakeSettings settings = ReadIntakeSettings();
+    if (settings.port == 0) {
+        return {};
     }
     m_intake = std::make_unique<Intake>();
     return m_intake->Start(settings, m_context->plugins.TakersOfIntake());

@@ -22,6 +22,12 @@ public:
     std::uint32_t GetServiceID() const override { return kServiceID; }
 };
 
+// Puts the configuration folder of the command line, if there is one, in force; false when the folder in force cannot
+// be read. configDir names it in both cases. Of main's thread.
+bool TakeConfigFolder(const GatewayOptions& options, std::string& configDir);
+// Loads and starts the plug-ins that command line and settings name.
+StartResult LoadPlugins(PluginHost& plugins, const GatewayOptions& options, const std::string& configDir);
+
 // The running gateway: starts every part in order and stops them. One object in a process, on one thread.
 //
 // Link events and what they lead to (a link's opening, the list of plug-ins, the report of used ports, the word to the

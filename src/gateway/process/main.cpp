@@ -2,12 +2,12 @@
 #include "base/log.h"
 #include "base/om_adapter.h"
 #include "gateway/plugins/plugin_guard.h"
+#include "gateway/process/config_check.h"
 #include "gateway/process/gateway.h"
 #include "gateway/process/overdue_watch.h"
 #include "gateway/process/startup_log.h"
 #include "gateway/process/stop_signal.h"
-#include "gateway/settings/number_setting.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -23,7 +23,11 @@ namespace {
 constexpr std::chrono::milliseconds kStopLimit(1800);
 // A start that is stopped gets the greater part of them.
 constexpr std::chrono::milliseconds kStartLimit(1500);
-constexpr const char* kDefaultLogLevel = "6";
+
+std::size_t MebiBytes(Setting setting) {
+    constexpr std::size_t kMebiByte = 1024u * 1024u;
+    return static_cast<std::size_t>(SettingNumber(setting)) * kMebiByte;
+}
 
 int Number(ExitCode code) {
     return static_cast<int>(code);
@@ -71,14 +75,13 @@ public:
 
     // The configuration stands behind the command line.
     StartResult Configured(const GatewayOptions& options) {
-        const std::string levelText = CGvxConfigMgr::Instance()->GetConfValue("GVX_LOG_LEVEL", kDefaultLogLevel);
-        long long level = OM_LOG_INFO;
-        if (!ReadNumber(levelText, OM_LOG_EMERG, OM_LOG_DEBUG, level)) {
-            return StartFailure(ExitCode::ConfigRefused, "GVX_LOG_LEVEL is not one of 0 to 7: " + levelText);
-        }
-        m_options.level = options.logLevel.value_or(static_cast<int>(level));
+        const auto level =
+            static_cast<int>(std::min(SettingNumber(Setting::GVX_LOG_LEVEL), SettingNumber(Setting::LogLevel)));
+        m_options.level = options.logLevel.value_or(level);
+        m_options.maxFileBytes = MebiBytes(Setting::LogFileSize);
+        m_options.maxFiles = static_cast<std::size_t>(SettingNumber(Setting::LogBackupCount));
         if (m_options.file.empty()) {
-            m_options.file = CGvxConfigMgr::Instance()->GetConfValue("GVX_LOG_FILE", "");
+            m_options.file = SettingText(Setting::GVX_LOG_FILE);
         }
         return m_options.file.empty() ? StartResult{} : Install();
     }
@@ -87,7 +90,7 @@ public:
 
 private:
     StartResult Install() {
-        if (m_installed && m_installedLevel == m_options.level) {
+        if (m_installed && SameAsInstalled()) {
             return {};
         }
         std::string error;
@@ -98,21 +101,29 @@ private:
         }
         m_startup->HandOver(std::move(logger));
         m_installed = true;
-        m_installedLevel = m_options.level;
+        m_installedOptions = m_options;
         return {};
+    }
+
+    bool SameAsInstalled() const {
+        return m_installedOptions.level == m_options.level && m_installedOptions.maxFiles == m_options.maxFiles &&
+               m_installedOptions.maxFileBytes == m_options.maxFileBytes;
     }
 
     OMLoggerOptions m_options;
     const std::shared_ptr<StartupLog> m_startup = std::make_shared<StartupLog>(OM_LOG_DEBUG);
     bool m_installed = false;
-    int m_installedLevel = OM_LOG_INFO;
+    OMLoggerOptions m_installedOptions;
 };
 
 // Begins the operation log in the file of GVX_OPERATION_LOG_FILE, if there is one.
 StartResult StartOperationLog() {
     OMLoggerOptions options;
     options.console = false;
-    options.file = CGvxConfigMgr::Instance()->GetConfValue("GVX_OPERATION_LOG_FILE", "");
+    options.file = SettingText(Setting::GVX_OPERATION_LOG_FILE);
+    options.level = static_cast<int>(SettingNumber(Setting::operationLogLevel));
+    options.maxFileBytes = MebiBytes(Setting::operationLogFileSize);
+    options.maxFiles = static_cast<std::size_t>(SettingNumber(Setting::operationLogBackupCount));
     if (options.file.empty()) {
         return {};
     }
@@ -165,6 +176,10 @@ int Run(int argc, const char* const* argv) {
     GatewayOptions options;
     if (const auto end = ParseOptions(argc, argv, options)) {
         return Number(*end);
+    }
+    if (options.checkConfig) {
+        OMAdapter::getInstance()->setLogger(std::make_shared<StartupLog>(OM_LOG_ERR));  // findings alone are shown
+        return CheckConfiguration(options);
     }
     StopSignal stopSignal;
     StartLogging logging;

@@ -1,5 +1,7 @@
 #include "gateway/process/options.h"
 
+#include "gvx_common/config/setting_table.h"
+
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -34,6 +36,16 @@ void Declare(CLI::App& app, GatewayOptions& options, std::string& levelName) {
     app.add_option("--listen-port", options.listenPort,
                    "TCP port for platform links, 0 for any free one (default: key GVX_LISTEN_PORT)");
     app.add_flag("--foreground", "run in the foreground, the only mode there is");
+    app.add_flag("--check-config", options.checkConfig,
+                 "look through the configuration as a start would, print what is wrong and start nothing;\n"
+                 "exit codes: 0 nothing, 1 a start would serve all the same, 2 it would not");
+    app.add_flag_callback(
+        "--list-settings",
+        [] {
+            std::fputs(SettingsPage().c_str(), stdout);
+            throw CLI::Success();
+        },
+        "print the table of all settings");
     app.set_version_flag("--version", std::string("gvxd ") + GVX_VERSION);
     app.footer(ExitCodeTable());
 }
@@ -51,7 +63,7 @@ std::optional<ExitCode> ParseOptions(int argc, const char* const* argv, GatewayO
     Declare(app, options, levelName);
     try {
         app.parse(argc, argv);
-    } catch (const CLI::Success& shown) {  // --help, --version
+    } catch (const CLI::Success& shown) {  // --help, --version, --list-settings
         app.exit(shown);
         return ExitCode::Ok;
     } catch (const CLI::ParseError& error) {

@@ -16,6 +16,7 @@ struct GatewayOptions {
     std::optional<int> logLevel;
     std::string pluginDir;
     std::optional<std::uint16_t> listenPort;  // 0 takes any free port
+    bool checkConfig = false;                 // look through the configuration and start nothing
 };
 
 // Reads the command line. No value: go on with options. Otherwise the process ends with that code; --help and

@@ -13,6 +13,7 @@
 #include "gvx_common/config/config_rules.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "nss/nss_msg_type.h"
 
 #include <json/value.h>
@@ -25,18 +26,6 @@ namespace gvx {
 
 namespace {
 
-// Settings of the command spine, which the platform's own list does not name: an operator may edit them, too.
-struct SpineRow {
-    std::string_view key;
-    long long least;
-    long long most;
-};
-constexpr SpineRow kSpineKeys[] = {
-    {"MU_NSS_TIMEOUT", 0, 86400},
-    {"OTHERS_NSS_TIMEOUT", 0, 86400},
-    {"HISTORY_TRACK_EXPIRED_TIME", 0, 31536000},
-};
-
 constexpr std::string_view kLogUploadNames[] = {"WorkSpace", "ServerAddr", "ServerPort", "Username", "Password"};
 
 struct Edit {
@@ -48,12 +37,6 @@ struct Edit {
 bool IsLogUpload(const Edit& edit) {
     return edit.section == "LOG_CFG" &&
            std::find(std::begin(kLogUploadNames), std::end(kLogUploadNames), edit.key) != std::end(kLogUploadNames);
-}
-
-const SpineRow* FindSpineRow(const std::string& key) {
-    const auto* row = std::find_if(std::begin(kSpineKeys), std::end(kSpineKeys),
-                                   [&key](const SpineRow& candidate) { return candidate.key == key; });
-    return row != std::end(kSpineKeys) ? row : nullptr;
 }
 
 bool StandsInSection(const Edit& edit) {
@@ -82,7 +65,8 @@ std::string WriteFault(const Edit& edit) {
         return "A value with ';' or with blanks around it would be another after a restart.";
     }
     if (!StandsInSection(edit)) {
-        return edit.key + " does not stand in the section [" + edit.section + "].";
+        return edit.key + " does not stand in the section [" + edit.section + "]; look in [" +
+               FindSetting(edit.key)->section + "].";
     }
     return "zvs_gvx.conf could not be written; the log says why.";
 }
@@ -107,16 +91,24 @@ Result Apply(const Edit& edit) {
         return {ZVS_PARA_INVALID, "ConfigName is missing."};
     }
     if (IsLogUpload(edit)) {
+        long long port = 0;
+        if (edit.key == "ServerPort" && !ReadNumber(edit.value, 0, 65535, port)) {
+            return {ZVS_PARA_INVALID, "ServerPort is a number from 0 to 65535."};
+        }
         const int code = GvxConfigMgr()->SetLogSFTPConf(edit.key.c_str(), edit.value.c_str());
         return code == ZVS_FAIL      ? Result{code, "The value of " + edit.key + " is too long."}
                : code != ZVS_SUCCEED ? Failure(code)
                                      : Result{};
     }
-    if (const SpineRow* row = FindSpineRow(edit.key)) {
-        long long number = 0;
-        if (!ReadNumber(edit.value, row->least, row->most, number)) {
-            return {ZVS_PARA_INVALID, edit.key + " is a number from " + std::to_string(row->least) + " to " +
-                                          std::to_string(row->most) + "."};
+    const SettingRow* const row = FindSetting(edit.key);
+    if (row == nullptr) {
+        const std::string near = NearKey(edit.key);
+        return {ZVS_FAIL, edit.key + " is no setting" + (near.empty() ? "." : "; " + near + " is the nearest.")};
+    }
+    if (row->edit.by == SettingEdit::By::Operator) {
+        if (!FitsSetting(*row, edit.value)) {
+            return {ZVS_PARA_INVALID, edit.key + " is a number from " + std::to_string(row->rule.least) + " to " +
+                                          std::to_string(row->rule.most) + "."};
         }
         const int code = GvxConfigMgr()->SetGVXConfigValue(edit.section, edit.key, edit.value);
         return code == ZVS_SUCCEED ? Result{} : Result{code, WriteFault(edit)};
@@ -124,6 +116,10 @@ Result Apply(const Edit& edit) {
     ScopedRecord record;
     if (!FillRecord(edit, record.info)) {
         return {ZVS_PARA_INVALID, "A key has 63 characters at most, a section and a value have 31."};
+    }
+    // "99 cameras" passes the platform's check for its number, but readers would not take it.
+    if (IsEditable(edit.key) && !row->edit.anyValue && ReadsBackEqual(edit.value) && !FitsSetting(*row, edit.value)) {
+        return {ZVS_FAIL, edit.value + " is no value for " + edit.key + "."};
     }
     const int code = GvxConfigMgr()->SetGvxConfigEdit(record.info);
     if (code == ZVS_SUCCEED) {
@@ -136,6 +132,11 @@ Result Apply(const Edit& edit) {
         return {code, edit.value + " is no value for " + edit.key + "."};
     }
     return {code, WriteFault(edit)};
+}
+
+// What a successful edit has left, as a log line may show it.
+std::string StoredValue(const Edit& edit) {
+    return LoggableValue(edit.key, GvxConfigMgr()->GetConfValue(edit.key, edit.value).c_str());
 }
 
 bool ReadXmlEdit(const BP::CCmd& cmd, Edit& edit) {
@@ -170,6 +171,7 @@ int EditConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, co
     Edit edit;
     const Result result =
         ReadXmlEdit(cmd, edit) ? Apply(edit) : Result{ZVS_PARA_INVALID, "The body holds no ConfigInfo."};
+    const std::string stored = result.Failed() ? std::string() : StoredValue(edit);
     memset_s(edit.value.data(), edit.value.size() + 1, 0, edit.value.size());  // it may be a password
     CBB::CXml body;
     body.AddDeclaration("1.0", "UTF-8");
@@ -179,6 +181,8 @@ int EditConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, co
     if (result.Failed()) {
         GVX_LOG_WARN_CODE("Edit of a setting", result.code, "%s", result.reason.c_str());
         body.AddElem("Reason", result.reason.c_str());
+    } else {
+        body.AddElem("ConfigValue", stored.c_str());
     }
     AnswerXml(cmd, body, result.code);
     return result.code;

@@ -68,11 +68,11 @@ Result AddDevice(GatewayContext& context, const BP::CGvxSessionBase& session, co
         return result;
     }
     added = {device->PluginName(), device->Lenses()};
-    if (context.devices.Insert(device)) {
+    result = context.devices.Insert(device);
+    if (!result.Failed()) {
         PluginTroubles::Instance().DeviceAdded(request->info.strDevCode);
-        return {};
     }
-    return {ZVS_FAIL, "The gateway stops."};  // the table closed while the device was made
+    return result;
 }
 
 void DestroyDevice(GatewayContext& context, std::unique_ptr<Device> device) {

@@ -6,6 +6,7 @@
 #include "gateway/plugins/plugin_guard.h"
 #include "gvx_common/adapter/gvx_adapter_lens.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 
 #include <arpa/inet.h>
 
@@ -19,8 +20,9 @@ constexpr unsigned int kConnectLimitMs = 1000;
 constexpr const char* kAnyAddress = "0.0.0.0";
 
 std::string MediaAddress() {
-    const std::string address = CGvxConfigMgr::Instance()->GetConfValue("GVX_MEDIA_IP", "");
-    return address == kAnyAddress ? std::string() : address;
+    const std::string address = CGvxConfigMgr::Instance()->GetConfValue("GVX_MEDIA_IP", kAnyAddress);
+    const bool usable = address != kAnyAddress && FitsSetting(RowOf(Setting::GVX_MEDIA_IP), address);
+    return usable ? address : std::string();
 }
 
 }  // namespace

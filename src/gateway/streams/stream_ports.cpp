@@ -1,15 +1,73 @@
 #include "gateway/streams/stream_ports.h"
 
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "base/unique_fd.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/ports/gvx_port_mgr.h"
 #include "gvx_common/records/stream_param.h"
+
+#include <mutex>
+#include <set>
+#include <vector>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 namespace gvx {
 
 namespace {
 
+bool IsExchanged() {
+    return SettingNumber(Setting::GVX_MEDIA_PORT_EXCHANGE) == 1;
+}
+
+// The ports of GVX_MEDIA_SEND_UDP that streams have. Any thread.
+class RangePorts {
+public:
+    static RangePorts& Instance() {
+        // Never destroyed: what was left behind may give its port back late.
+        static RangePorts& instance = *new RangePorts;
+        return instance;
+    }
+
+    // RTP goes out by every second port of a range, so that the one above is left for RTCP. Without a port when all
+    // are taken, by streams or by others.
+    PoolPort Take() {
+        std::vector<PortRange> ranges;
+        ReadPortRanges(SettingText(Setting::GVX_MEDIA_SEND_UDP), ranges);
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const PortRange& range : ranges) {
+            for (unsigned int port = range.from; port <= range.to; port += 2) {
+                if (m_taken.count(port) == 0 && IsFree(port)) {
+                    m_taken.insert(port);
+                    return {port, [this](unsigned int number) { GiveBack(number); }};
+                }
+            }
+        }
+        return {};
+    }
+
+private:
+    // Others of this host may have it.
+    static bool IsFree(unsigned int port) {
+        const UniqueFd probe(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        return probe.Valid() && bind(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    }
+
+    void GiveBack(unsigned int port) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_taken.erase(port);
+    }
+
+    std::mutex m_mutex;              // no other lock is taken under it
+    std::set<unsigned int> m_taken;  // Guarded by m_mutex.
+};
+
 bool TakeOne(CStreamParam& keeper, std::uint16_t& number) {
-    PoolPort port = CGvxPortMgr::Instance()->TakePort(GVX_MEDIA_SEND_UDP, UDP_PROCOTOL);
+    PoolPort port = IsExchanged() ? CGvxPortMgr::Instance()->TakePort(GVX_MEDIA_SEND_UDP, UDP_PROCOTOL)
+                                  : RangePorts::Instance().Take();
     number = static_cast<std::uint16_t>(port.Number());
     keeper.KeepPort(std::move(port));
     return number != 0;
@@ -18,7 +76,7 @@ bool TakeOne(CStreamParam& keeper, std::uint16_t& number) {
 }  // namespace
 
 bool StreamPorts::AreManaged() {
-    return CGvxConfigMgr::Instance()->GetConfValue("GVX_MEDIA_PORT_EXCHANGE", "0") == "1";
+    return IsExchanged() || !SettingText(Setting::GVX_MEDIA_SEND_UDP).empty();
 }
 
 bool StreamPorts::Take(bool audio, bool metadata, CStreamParam& keeper) {

@@ -6,12 +6,13 @@ class CStreamParam;
 
 namespace gvx {
 
-// The local UDP ports of one stream, where GVX_MEDIA_PORT_EXCHANGE has them come from the port manager; 0, the system's
-// choice, otherwise. The stream's parameters keep them: they go back when those are deleted, which must be after the
-// sockets are closed. Used on the thread of the device's reactor alone.
+// The local UDP ports of one stream: from the port manager, where GVX_MEDIA_PORT_EXCHANGE says so; from the ranges of
+// GVX_MEDIA_SEND_UDP, where there are any; otherwise 0, the system's choice. The stream's parameters keep them: they go
+// back when those are deleted, which must be after the sockets are closed. Used on the thread of the device's reactor
+// alone.
 class StreamPorts {
 public:
-    // Whether streams over UDP are to take their ports from the port manager.
+    // Whether streams over UDP are to take their ports rather than leave the choice to the system.
     static bool AreManaged();
 
     // Takes a port for video, and for audio and metadata where the stream has them. False when there is none; what has

@@ -3,7 +3,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "gvx_common/adapter/snapshot/snapshot_worker.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <ace/Guard_T.h>
@@ -176,8 +176,7 @@ void CAdapterLensBase::ServeSnapQueue() {
                 continue;
             }
             GVX_LOG_INFO(kTitle, "VcuSnapShotReqInfo success");
-            m_snapWorker->Pause(std::chrono::milliseconds(
-                CGvxUtility::toInt(GvxConfigMgr()->GetConfValue("EveryIPC_CapInterval", "300"))));
+            m_snapWorker->Pause(std::chrono::milliseconds(gvx::SettingNumber(gvx::Setting::EveryIPC_CapInterval)));
         } catch (const std::exception& fault) {
             GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_PLUGIN_EXCEPTION, "VcuSnapShotReqInfo failed: %s", fault.what());
         } catch (...) {

@@ -3,7 +3,7 @@
 #include "base/bounded_string.h"
 #include "base/log.h"
 #include "gvx_common/adapter/discovery/discovery_task.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <ace/Guard_T.h>
@@ -30,11 +30,7 @@ constexpr std::uint32_t kPercentPerTick = 6;
 constexpr std::uint32_t kWaitsForProbes = 99;
 
 int MaxSeconds() {
-    constexpr int kUsual = 600;
-    constexpr int kMost = 86400;
-    const int seconds =
-        CGvxUtility::toInt(GvxConfigMgr()->GetConfValue("DISCOVERY_MAX_SECONDS", std::to_string(kUsual)));
-    return seconds >= 1 && seconds <= kMost ? seconds : kUsual;
+    return static_cast<int>(gvx::SettingNumber(gvx::Setting::DISCOVERY_MAX_SECONDS));
 }
 
 using ListGuard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
@@ -144,7 +140,7 @@ bool CAdapterSdkBase::IsSearchOver() const {
 }
 
 int CAdapterSdkBase::GetLocalIpRange(DISCOVERY_IP_INFO& range) {
-    const std::string local = GvxConfigMgr()->GetConfValue("GVX_MESSAGE_IP", "127.0.0.1");
+    const std::string local = gvx::SettingText(gvx::Setting::GVX_MESSAGE_IP);
     if (!CGvxUtility::IsIPv4(local.c_str())) {
         GVX_LOG_ERR_CODE(kTitle, ZVS_IP_INVALID, "Local IP[%s] is invalid.", local.c_str());
         return ZVS_IP_INVALID;

@@ -2,6 +2,7 @@
 
 #include "base/bounded_string.h"
 #include "base/log.h"
+#include "base/whole_file.h"
 #include "gvx_common/config/config_rules.h"
 
 #include <algorithm>
@@ -125,9 +126,13 @@ int GVX_Config::init() {
     const FilePtr file = OpenRegular(resolvedPath, O_RDONLY);
     if (!file) {
         std::perror("fopen");
+        GVX_LOG_ERR_CODE("GVX_Config::init", ZVS_OPEN_FILE_ERROR, "Failed to open file [%s], err[%d]", resolvedPath,
+                         errno);
         return ZVS_FAIL;
     }
-    return ReadLines(file.get());
+    const int result = ReadLines(file.get());
+    m_isWhole = result == ZVS_SUCCEED;
+    return result;
 }
 
 int GVX_Config::ReadLines(FILE* file) {
@@ -142,6 +147,15 @@ int GVX_Config::ReadLines(FILE* file) {
             SkipLineEndBehind(buffers.line.get(), file);
         }
         TakeLine(buffers, pending);
+    }
+    // What was read so far is not the file: written back, it would take the rest away.
+    if (std::ferror(file) != 0) {
+        const int fault = errno;
+        std::perror("fgets");
+        GVX_LOG_ERR_CODE("GVX_Config::init", ZVS_OPEN_FILE_ERROR, "Failed to read file [%s], err[%d]",
+                         m_strIniFilename.c_str(), fault);
+        m_secList.clear();
+        return ZVS_FAIL;
     }
     return ZVS_SUCCEED;
 }
@@ -316,6 +330,11 @@ int GVX_Config::dump(FILE* stream) {
 
 int GVX_Config::save() {
     GVX_LOG_INFO("GVX_Config::save", "start");
+    if (!m_isWhole) {
+        GVX_LOG_ERR_CODE("GVX_Config::save", ZVS_FAIL, "[%s] was not read, so it is not written",
+                         m_strIniFilename.c_str());
+        return ZVS_FAIL;
+    }
     const std::string backFile = m_strIniFilename + ".bak";
     GVX_LOG_INFO("GVX_Config::save", "BackFile[%s],Filename[%s]", backFile.c_str(), m_strIniFilename.c_str());
     if (backFile.size() > kPathBytes - 1) {
@@ -330,6 +349,14 @@ int GVX_Config::save() {
                          backFile.c_str(), m_strIniFilename.c_str(), errno);
         return ZVS_FAIL;
     }
+    const std::size_t slash = m_strIniFilename.rfind('/');
+    if (!gvx::SyncFolder(slash == std::string::npos ? "." : m_strIniFilename.substr(0, slash + 1))) {
+        GVX_LOG_ERR_CODE(
+            "GVX_Config::save", ZVS_WRITE_FILE_ERROR,
+            "failed to bring the name of [%s] to the disk, err[%d]; a power loss may bring the old file back",
+            m_strIniFilename.c_str(), errno);
+        return ZVS_FAIL;
+    }
     return ZVS_SUCCEED;
 }
 
@@ -342,7 +369,7 @@ int GVX_Config::WriteSideFile(const std::string& backFile) {
         GVX_LOG_ERR_CODE("GVX_Config::save", ZVS_FAIL, "FilePath is null");
         return ZVS_FAIL;
     }
-    const FilePtr file = OpenRegular(resolvedPath, O_RDWR | O_CREAT);
+    FilePtr file = OpenRegular(resolvedPath, O_RDWR | O_CREAT);
     if (!file || ftruncate(fileno(file.get()), 0) != 0) {
         std::perror("save::fopen");
         GVX_LOG_ERR_CODE("GVX_Config::save", ZVS_FAIL, "fopen failed,Filename [%s]", resolvedPath);
@@ -352,5 +379,14 @@ int GVX_Config::WriteSideFile(const std::string& backFile) {
         GVX_LOG_ERR_CODE("GVX_Config::save", ZVS_FAIL, "failed to dump file [%s]", resolvedPath);
         return ZVS_FAIL;
     }
-    return ZVS_SUCCEED;
+    const int syncFault = fsync(fileno(file.get())) == 0 ? 0 : errno;
+    const int closeFault = std::fclose(file.release()) == 0 ? 0 : errno;
+    if (syncFault == 0 && closeFault == 0) {
+        return ZVS_SUCCEED;
+    }
+    // The system may forget what it could not write: a further save must not find this file's pages and call them good.
+    unlink(resolvedPath);
+    GVX_LOG_ERR_CODE("GVX_Config::save", ZVS_WRITE_FILE_ERROR, "failed to bring file [%s] to the disk, err[%d]",
+                     resolvedPath, syncFault != 0 ? syncFault : closeFault);
+    return ZVS_FAIL;
 }

@@ -43,7 +43,7 @@ public:
     static constexpr std::size_t kValueBytes = 8064;  // the line end counts
     static constexpr std::size_t kPathBytes = 4097;
 
-    // Reads the file; one that cannot be read gives a store without sections.
+    // Reads the file; one that cannot be read to its end gives a store without sections, which is never written.
     explicit GVX_Config(const char* filename);
     ~GVX_Config();
     GVX_Config(const GVX_Config&) = delete;
@@ -72,8 +72,10 @@ public:
     // Writes the image to an open stream, which stays open.
     int dump(FILE* stream);
 
-    // Writes the image to "<name>.bak" and renames that over the file, so that a reader finds either the old file or
-    // the new one whole. A failure may leave the side file behind.
+    // Writes the image to "<name>.bak", brings it to the disk and renames it over the file, so that a reader finds
+    // either the old file or the new one whole, also after a power loss. A store that could not be read whole is not
+    // written. A failure may leave the side file behind; when the folder alone could not be brought to the disk, the
+    // new file is in its place all the same.
     int save();
 
 private:
@@ -88,4 +90,5 @@ private:
 
     std::string m_strIniFilename;
     SECTION_LIST m_secList;
+    bool m_isWhole = false;  // the file was read to its end
 };

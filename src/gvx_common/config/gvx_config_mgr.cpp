@@ -93,6 +93,18 @@ CGvxConfigMgr* GvxConfigMgr() {
 
 int CGvxConfigMgr::Init() {
     const EditGuard editing(m_mutexEdit);
+    m_mayWrite = true;
+    return ReadAll();
+}
+
+int CGvxConfigMgr::Look() {
+    const EditGuard editing(m_mutexEdit);
+    m_mayWrite = false;
+    return ReadAll();
+}
+
+// Under m_mutexEdit.
+int CGvxConfigMgr::ReadAll() {
     LoadLocalIPFromXml();
     Publish(std::make_shared<const MapCfgKeyValue>());
     ClearAlarmInfoDesccription();
@@ -111,9 +123,11 @@ int CGvxConfigMgr::Init() {
         GVX_LOG_ERR("CGvxConfigMgr::Init", "BackFile name is too long:%d.", static_cast<int>(backFile.size()));
         return ZVS_FAIL;
     }
-    RemoveSideFile("zvs_gvx.conf", backFile);
-    for (const char* name : kRewrittenFiles) {
-        RemoveSideFile(name, directory + "/" + name + ".bak");
+    if (m_mayWrite) {
+        RemoveSideFile("zvs_gvx.conf", backFile);
+        for (const char* name : kRewrittenFiles) {
+            RemoveSideFile(name, directory + "/" + name + ".bak");
+        }
     }
     const int result = LoadZVSGvxConfig(confFile);
     if (result != ZVS_SUCCEED) {

@@ -10,7 +10,6 @@
 #include <climits>
 #include <cstdint>
 #include <functional>
-#include <istream>
 #include <list>
 #include <map>
 #include <memory>
@@ -52,6 +51,8 @@ public:
     // the operation and maintenance unit and the cloud say; a fault of net.xml or of the last two does not stop it.
     // A second call drops all settings and reads them anew; rows of alarm descriptions handed out before are then gone.
     int Init();
+    // The same for a look at the configuration: no file is written or removed.
+    int Look();
 
     // Reads the settings of confFile, and zvs_gvx_nat.conf of the configuration folder. Keys that are known already
     // keep their value. The first byte of the file is consumed as the check that it can be read.
@@ -222,15 +223,17 @@ private:
     int SetNatList(const std::string& file, const std::string& section, const std::string& key,
                    const std::string& value);
     void RestoreNatList();
+    void TellNatList();
     int SetDebugLogSwitch(const std::string& directory, const std::string& value);
     int SetFileValue(const std::string& file, const std::string& section, const std::string& key,
                      const std::string& value);
     std::string SubnetNatText() const;
     void KeepSubnetNatText(const std::string& text);
+    int ReadAll();
     void InsertSettings(const Settings& settings);
     void CheckSetting(const std::string& key, const std::string& value, const std::string& confFile);
     int LoadNatConfig();
-    void LoadNatSettings(std::istream& file);
+    void LoadNatSettings(const std::string& natFile, const std::string& content);
     void ReadSyncTime();
     bool FindConfValue(const std::string& key, std::string& value) const;
     void ApplyNetElementID(const std::string& path, const std::string& value);
@@ -239,6 +242,7 @@ private:
     // guards the configuration files, and the settings and the NAT list against a second editor. It is taken before
     // every other lock of this class; readers of settings do without. Recursive, as edits are built of edits.
     std::recursive_mutex m_mutexEdit;
+    bool m_mayWrite = true;  // Guarded by m_mutexEdit.
 
     // Held for no longer than it takes to copy or replace a member; no other lock is taken under it. The settings are
     // replaced as a whole, so that readers never wait for a load.

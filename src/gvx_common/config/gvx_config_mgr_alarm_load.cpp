@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "gvx_common/config/config_alarm.h"
+#include "gvx_common/config/config_findings.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <cerrno>
@@ -28,6 +29,7 @@ struct LoaderTexts {
     Fault emptyRoot;
     Fault noRow;
     Fault emptyRow;
+    gvx::ConfigFinding::Weight weight;
 };
 
 constexpr LoaderTexts kMappingTexts = {
@@ -37,6 +39,7 @@ constexpr LoaderTexts kMappingTexts = {
     {"###", "Into elem fail.", "Alarm info list do not have children."},
     {"AlarmInfo", "Alarm info xml find AlarmInfo fail.", "Can not find alarm info node."},
     {"###", "Alarm info xml into elem fail.", "Process do not have children."},
+    gvx::ConfigFinding::Weight::Error,
 };
 
 // The missing root names another element here.
@@ -47,14 +50,18 @@ constexpr LoaderTexts kDescriptionTexts = {
     {"###", "<AlarmInfoList> do not have children.", "<AlarmInfoList> do not have children."},
     {"AlarmInfo", "Find <AlarmInfo> failed.", "Find <AlarmInfo> failed."},
     {"###", "<AlarmInfo> do not have children.", "<AlarmInfo> do not have children."},
+    gvx::ConfigFinding::Weight::StopsStart,
 };
 
-void ReportFault(const LoaderTexts& texts, const Fault& fault, const std::string& location) {
+void ReportFault(const LoaderTexts& texts, const Fault& fault, const char* path, const std::string& location,
+                 int line) {
     const bool raised = gvx::ConfigAlarms().OnSideFileFault(location + ",ParaName=" + fault.paraName, "");
     GVX_LOG_ERR(texts.title, "%s", raised ? fault.whenRaised : fault.whenOpen);
+    gvx::TellFinding({texts.weight, path, line, fault.whenRaised});
 }
 
-void ReportLoadFault(const LoaderTexts& texts, const char* path, const std::string& location) {
+void ReportLoadFault(const LoaderTexts& texts, const CBB::CXml& xml, const char* path, const std::string& location) {
+    gvx::TellFinding({texts.weight, path, xml.FaultLine(), xml.FaultText()});
     if (gvx::ConfigAlarms().OnSideFileFault(location + ",ParaName=" + texts.load.paraName, "")) {
         GVX_LOG_ERR(texts.title, "%s[%s]", texts.load.whenRaised, path);
     } else {
@@ -154,7 +161,7 @@ bool TakeAction(CBB::CXml& xml, const LoaderTexts& texts, GVX_DEVICE_ALARM_ACTIO
 }
 
 // code is that of the row before where this one has none.
-bool LoadMappingRow(CBB::CXml& xml, const std::string& location, std::string& code,
+bool LoadMappingRow(CBB::CXml& xml, const char* path, const std::string& location, std::string& code,
                     DEVICE_ALARM_INFO_MAPPINGS_MAP& table) {
     const LoaderTexts& texts = kMappingTexts;
     auto row = MakeRow<GVX_DEVICE_ALARM_INFO_MAPPINGS>(texts.title);
@@ -165,6 +172,7 @@ bool LoadMappingRow(CBB::CXml& xml, const std::string& location, std::string& co
         const char* value = xml.GetElemValue();
         if (value == nullptr || *value == '\0') {
             GVX_LOG_ERR(texts.title, "Alarm code is null.");
+            gvx::TellFinding({texts.weight, path, xml.GetElemLine(), "this AlarmCode is empty; its row is left out"});
             gvx::ConfigAlarms().OnSideFileFault(location + ",ParaName=AlarmCode", "");
             return true;
         }
@@ -185,10 +193,11 @@ template <typename LoadRow>
 int LoadRows(const LoaderTexts& texts, const char* path, const std::string& location, LoadRow loadRow) {
     CBB::CXml xml;
     if (!xml.Load(path)) {
-        ReportLoadFault(texts, path, location);
+        ReportLoadFault(texts, xml, path, location);
         return ZVS_FAIL;
     }
     const Fault* fault = nullptr;
+    int line = 1;
     if (!xml.FindElem("AlarmInfoList")) {
         fault = &texts.noRoot;
     } else if (!xml.IntoElem()) {
@@ -197,11 +206,15 @@ int LoadRows(const LoaderTexts& texts, const char* path, const std::string& loca
         fault = &texts.noRow;
     }
     while (fault == nullptr) {
+        line = xml.GetElemLine();
         if (!xml.IntoElem()) {
             fault = &texts.emptyRow;
             break;
         }
         if (!loadRow(xml)) {
+            gvx::TellFinding(
+                {texts.weight, path, line,
+                 "this AlarmInfo can not be taken: a text is too long or missing, or its name stands twice"});
             return ZVS_FAIL;
         }
         xml.OutOfElem();
@@ -209,7 +222,7 @@ int LoadRows(const LoaderTexts& texts, const char* path, const std::string& loca
             return ZVS_SUCCEED;
         }
     }
-    ReportFault(texts, *fault, location);
+    ReportFault(texts, *fault, path, location, line);
     return ZVS_FAIL;
 }
 
@@ -255,7 +268,7 @@ int CGvxConfigMgr::LoadAlarmMappingsConfig(const char* path, DEVICE_ALARM_INFO_M
     const std::string location = std::string("Location=") + path;
     std::string code;
     return LoadRows(kMappingTexts, path, location,
-                    [&](CBB::CXml& xml) { return LoadMappingRow(xml, location, code, mappings); });
+                    [&](CBB::CXml& xml) { return LoadMappingRow(xml, path, location, code, mappings); });
 }
 
 void CGvxConfigMgr::ClearAlarmMappings(DEVICE_ALARM_INFO_MAPPINGS_MAP& mappings) {

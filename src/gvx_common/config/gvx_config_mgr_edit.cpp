@@ -263,8 +263,7 @@ int CGvxConfigMgr::SetFileValue(const std::string& file, const std::string& sect
                     key.c_str());
         return ZVS_FAIL;
     }
-    GVX_Config store(file.c_str());
-    if (store.set(section.c_str(), key.c_str(), value.c_str()) != ZVS_SUCCEED) {
+    if (m_mayWrite && GVX_Config(file.c_str()).set(section.c_str(), key.c_str(), value.c_str()) != ZVS_SUCCEED) {
         GVX_LOG_ERR("SetGVXConfigValue", "Failed to set gvx config, section=%s, key=%s, value=%s", section.c_str(),
                     key.c_str(), shown);
         return ZVS_FAIL;

@@ -4,49 +4,41 @@
 #include "base/paths.h"
 #include "base/whole_file.h"
 #include "gvx_common/config/config_alarm.h"
+#include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/config_rules.h"
+#include "gvx_common/config/settings_check.h"
+#include "gvx_common/utility/gvx_utility.h"
 
+#include <cerrno>
+#include <cstring>
 #include <sstream>
 
 namespace {
 
 constexpr std::size_t kMaxConfigBytes = 4u * 1024u * 1024u;  // far above any real file; bounds a wrong path
-constexpr const char* kLeadingBlanks = "\t ";
-constexpr const char* kTrailingBlanks = "\t\r\n ";
-
-std::string WithoutLeadingBlanks(const std::string& text) {
-    const std::size_t begin = text.find_first_not_of(kLeadingBlanks);
-    return begin == std::string::npos ? std::string() : text.substr(begin);
-}
-
-std::string WithoutTrailingBlanks(const std::string& text) {
-    // npos + 1 is 0: nothing is left of a text of blanks.
-    return text.substr(0, text.find_last_not_of(kTrailingBlanks) + 1);
-}
-
-// False for a line that is no setting.
-bool SplitSetting(const std::string& rawLine, std::string& key, std::string& value) {
-    const std::string line = WithoutTrailingBlanks(WithoutLeadingBlanks(rawLine));
-    const std::size_t equals = line.find('=');
-    if (equals == std::string::npos) {
-        return false;
-    }
-    key = WithoutTrailingBlanks(line.substr(0, equals));
-    value = WithoutLeadingBlanks(line.substr(equals + 1));
-    return true;
-}
-
 std::vector<std::pair<std::string, std::string>> ReadSettings(std::istream& file) {
     std::vector<std::pair<std::string, std::string>> settings;
     std::string line;
     std::string key;
     std::string value;
     while (std::getline(file, line)) {
-        if (SplitSetting(line.substr(0, line.find(';')), key, value)) {
+        if (gvx::SplitSetting(line.substr(0, line.find(';')), key, value)) {
             settings.emplace_back(key, value);
         }
     }
     return settings;
+}
+
+// Reads a file without which there is no start; a failure is told.
+bool ReadNeeded(const std::string& path, std::string& content) {
+    errno = 0;
+    if (gvx::ReadWholeFile(path, kMaxConfigBytes, content)) {
+        return true;
+    }
+    const char* const why = errno != 0 ? std::strerror(errno) : "it is no regular file, or too long";
+    content.clear();
+    gvx::TellFinding({gvx::ConfigFinding::Weight::StopsStart, path, 0, why});
+    return false;
 }
 
 }  // namespace
@@ -55,19 +47,23 @@ int CGvxConfigMgr::LoadZVSGvxConfig(const std::string& confFile) {
     const EditGuard editing(m_mutexEdit);
     std::string content;
     std::istringstream file;
-    if (gvx::ReadWholeFile(confFile, kMaxConfigBytes, content)) {
-        file.str(content);
-    }
+    const bool read = ReadNeeded(confFile, content);
+    file.str(content);
     const int firstByte = file.get();
     if (firstByte == 0) {
         GVX_LOG_ERR("LoadZVSGvxConfig", "confFile is NULL pointer.");
+        gvx::TellFinding({gvx::ConfigFinding::Weight::StopsStart, confFile, 1, "it begins with a zero byte"});
         return ZVS_FAIL;
     }
     if (file.fail()) {
+        if (read) {
+            gvx::TellFinding({gvx::ConfigFinding::Weight::StopsStart, confFile, 0, "it is empty"});
+        }
         gvx::ConfigAlarms().OnFileFault("Location=" + confFile + ",ParaName=###", "");
         return ZVS_FAIL;
     }
     const auto settings = ReadSettings(file);
+    gvx::CheckSettingsFile(confFile, content);
     InsertSettings(settings);
     for (const auto& [key, value] : settings) {
         CheckSetting(key, value, confFile);
@@ -109,24 +105,29 @@ int CGvxConfigMgr::LoadNatConfig() {
     }
     const std::string natFile = directory + "/zvs_gvx_nat.conf";
     std::string content;
-    if (!gvx::ReadWholeFile(natFile, kMaxConfigBytes, content)) {
+    if (!ReadNeeded(natFile, content)) {
         gvx::ConfigAlarms().OnFileFault("Location=" + natFile, "");
         GVX_LOG_INFO("LoadZVSGvxConfig", "open file error");
         return ZVS_FAIL;
     }
-    std::istringstream file(content);
-    LoadNatSettings(file);
+    LoadNatSettings(natFile, content);
     return ZVS_SUCCEED;
 }
 
-void CGvxConfigMgr::LoadNatSettings(std::istream& file) {
+void CGvxConfigMgr::LoadNatSettings(const std::string& natFile, const std::string& content) {
+    using Weight = gvx::ConfigFinding::Weight;
     GVX_LOG_INFO("LoadZVSGvxConfig", "start to parse private IP list");
+    std::istringstream file(content);
     std::string line;
     std::string key;
     std::string value;
-    while (std::getline(file, line)) {
+    for (int number = 1; std::getline(file, line); ++number) {
         GVX_LOG_INFO("LoadZVSGvxConfig", "linedDataMsg:%s", line.c_str());
-        if (!SplitSetting(line, key, value)) {
+        const std::string text = CGvxUtility::trim(line);
+        if (!gvx::SplitSetting(line, key, value)) {
+            if (!text.empty() && text[0] != ';' && text != "[SUBNET_NAT]") {
+                gvx::TellFinding({Weight::Warning, natFile, number, "[" + text + "] is no line of this file"});
+            }
             continue;
         }
         GVX_LOG_INFO("LoadZVSGvxConfig", "left_value:%s, right_value:%s", key.c_str(), value.c_str());
@@ -134,7 +135,13 @@ void CGvxConfigMgr::LoadNatSettings(std::istream& file) {
             GVX_LOG_INFO("LoadZVSGvxConfig", "start to parse private net list");
             KeepSubnetNatText(value);
             std::string list = value;
-            ParsePrivateIpList(list);
+            if (ParsePrivateIpList(list) != ZVS_SUCCEED) {
+                gvx::TellFinding({Weight::Warning, natFile, number,
+                                  "[" + list.substr(0, list.find(';')) +
+                                      "] is no <ip>/<mask>; the entries before it hold, those behind it do not"});
+            }
+        } else if (text[0] != ';') {
+            gvx::TellFinding({Weight::Warning, natFile, number, "nobody knows the key [" + key + "]"});
         }
     }
 }

@@ -5,6 +5,7 @@
 #include "base/net_interface.h"
 #include "base/paths.h"
 #include "gvx_common/config/config_alarm.h"
+#include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/utility/gvx_utility.h"
 
@@ -17,6 +18,7 @@
 
 namespace {
 
+using Weight = gvx::ConfigFinding::Weight;
 using NatGuard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
 
 constexpr const char* kServerElementID = "Net/NetElements/NetElement/Server/NetElementID";
@@ -96,6 +98,7 @@ int CGvxConfigMgr::LoadLocalIPFromXml() {
     }
     CBB::CXml xml;
     if (!xml.Load(path.c_str())) {
+        gvx::TellFinding({Weight::StopsStart, path, xml.FaultLine(), xml.FaultText()});
         if (gvx::ConfigAlarms().OnSideFileFault("Location=" + path + ",ParaName=###", "")) {
             GVX_LOG_ERR("LoadLocalIPFromXml", "can not load net.xml");
         } else {
@@ -105,10 +108,15 @@ int CGvxConfigMgr::LoadLocalIPFromXml() {
     }
     if (!xml.FindElem(kServerElementID) && !xml.FindElem(kClientElementID)) {
         GVX_LOG_ERR("LoadLocalIPFromXml", "can not find NetElementID from net.xml");
+        gvx::TellFinding({Weight::StopsStart, path, 1, std::string("there is no ") + kServerElementID});
         return ZVS_FAIL;
     }
     const char* pNetElementID = xml.GetElemValue();
     GVX_CHECK_NULL_RETURN(pNetElementID, ZVS_FAIL);
+    if (*pNetElementID == '\0') {
+        gvx::TellFinding({Weight::Error, path, xml.GetElemLine(),
+                          std::string("NetElementID is empty; [") + kDefaultElementID + "] holds"});
+    }
     ApplyNetElementID(path, pNetElementID);
     return ZVS_SUCCEED;
 }
@@ -206,13 +214,13 @@ void CGvxConfigMgr::UpdateIPAddressFromOmuConfig(const std::string& path) {
     }
     std::string ip;
     if (!ReadText(xml, GVXCONFIG_OMU_LOCALIP_XPATH, ip)) {
-        GVX_LOG_ERR("UpdateIPAddressFromOmuConfig", "The tag of local ip address is not found or empty");
+        GVX_LOG_INFO("UpdateIPAddressFromOmuConfig", "The tag of local ip address is not found or empty");
     } else if (SetGVXLocalIP(ip) != ZVS_SUCCEED) {
         GVX_LOG_ERR("UpdateIPAddressFromOmuConfig", "ipaddr=%s", ip.c_str());
         return;
     }
     if (!ReadText(xml, GVXCONFIG_OMU_MEDIAIP_XPATH, ip)) {
-        GVX_LOG_ERR("UpdateIPAddressFromOmuConfig", "The tag of media ip address is not found or empty");
+        GVX_LOG_INFO("UpdateIPAddressFromOmuConfig", "The tag of media ip address is not found or empty");
     } else if (SetGVXMediaIP(ip) != ZVS_SUCCEED) {
         GVX_LOG_ERR("UpdateIPAddressFromOmuConfig", "ipaddr=%s", ip.c_str());
     }
@@ -365,6 +373,16 @@ void CGvxConfigMgr::RestoreNatList() {
     KeepSubnetNatText(text);
 }
 
+// After a refusal the list in force may be another than the file's: a second refusal finds no text to restore.
+void CGvxConfigMgr::TellNatList() {
+    std::string all;
+    for (const std::string& entry : GetPrivateIpList()) {
+        all += (all.empty() ? "" : ";") + entry;
+    }
+    GVX_LOG_WARN("Set gvx Subnet Nat IP List Failed", "In force until an edit succeeds or gvxd starts anew: [%s]",
+                 all.c_str());
+}
+
 int CGvxConfigMgr::SetNatList(const std::string& file, const std::string& section, const std::string& key,
                               const std::string& value) {
     const std::string oldValue = SubnetNatText();
@@ -375,6 +393,7 @@ int CGvxConfigMgr::SetNatList(const std::string& file, const std::string& sectio
     std::string list = value;
     if (ParsePrivateIpList(list) != ZVS_SUCCEED) {
         RestoreNatList();
+        TellNatList();
         GVX_LOG_ERR("Set gvx Subnet Nat IP List Failed", "section=%s, key=%s, value=%s", section.c_str(), key.c_str(),
                     value.c_str());
         return ZVS_FAIL;
@@ -382,6 +401,7 @@ int CGvxConfigMgr::SetNatList(const std::string& file, const std::string& sectio
     GVX_Config store(file.c_str());
     if (store.set(section.c_str(), key.c_str(), value.c_str()) != ZVS_SUCCEED) {
         RestoreNatList();
+        TellNatList();
         GVX_LOG_ERR("Set gvx config value Failed", "section=%s, key=%s, value=%s", section.c_str(), key.c_str(),
                     value.c_str());
         return ZVS_FAIL;

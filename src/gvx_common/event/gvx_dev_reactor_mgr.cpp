@@ -3,7 +3,7 @@
 #include "base/bounded_string.h"
 #include "base/log.h"
 #include "bp/cmd.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <algorithm>
@@ -16,12 +16,8 @@ constexpr unsigned int kPoolStep = 8;
 // One bound device weighs as much as that many remembered ones.
 constexpr int kTracksPerDevice = 128;
 
-long ConfiguredNumber(const char* key, const char* defaultValue) {
-    return CGvxUtility::toInt(CGvxConfigMgr::Instance()->GetConfValue(key, defaultValue));
-}
-
 long MaxPoolSize() {
-    return ConfiguredNumber("MAX_DEV_REACTOR_NUM", "512");
+    return static_cast<long>(gvx::SettingNumber(gvx::Setting::MAX_DEV_REACTOR_NUM));
 }
 
 const char* Outcome(bool success) {
@@ -140,7 +136,7 @@ void CGvxDevReactorMgr::UpdateReactorUnbindTime(const std::string& key) {
 }
 
 void CGvxDevReactorMgr::DelExpiredHistoryTrack() {
-    const long limit = ConfiguredNumber("HISTORY_TRACK_EXPIRED_TIME", "1800");
+    const long limit = static_cast<long>(gvx::SettingNumber(gvx::Setting::HISTORY_TRACK_EXPIRED_TIME));
     const std::time_t now = BP::OSTime::Time();
     for (auto it = m_devReactorHistoryTrack.begin(); it != m_devReactorHistoryTrack.end();) {
         const ReactorTrack& track = it->second;

@@ -5,6 +5,7 @@
 #include "bp/service.h"
 #include "bp/session.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/event/NVR_Reactor.h"
 #include "gvx_common/event/gvx_reactor_session_table.h"
 #include "gvx_common/records/adapter_common_message.h"
@@ -37,10 +38,6 @@ bool IsDeviceDeletion(std::uint32_t reqID) {
 // Keys longer than a string keeps within itself, made once. They live until the process ends, since reactors stop
 // late in its end.
 struct ExpiryTexts {
-    const std::string muKey = "MU_NSS_TIMEOUT";
-    const std::string muDefault = "10";
-    const std::string othersKey = "OTHERS_NSS_TIMEOUT";
-    const std::string othersDefault = "30";
     const std::string neverKey = "NEVER_TIMEOUT_MESSAGE_TYPE";
     const std::string neverDefault = "0x0109,0x0a14,0x0110,0x0503,0xffff,0xfffc,0xfffb,0xfffa";
 };
@@ -52,11 +49,9 @@ const ExpiryTexts& Texts() {
 
 // Seconds; read at every pop, so an edited value takes effect at once.
 int ExpiryLimit(std::uint32_t reqID) {
-    const ExpiryTexts& texts = Texts();
     const bool ofMediaUnit = (reqID & kMediaUnitBits) == kMediaUnitBits;
-    return CGvxUtility::toInt(ofMediaUnit
-                                  ? CGvxConfigMgr::Instance()->GetConfValue(texts.muKey, texts.muDefault)
-                                  : CGvxConfigMgr::Instance()->GetConfValue(texts.othersKey, texts.othersDefault));
+    return static_cast<int>(
+        gvx::SettingNumber(ofMediaUnit ? gvx::Setting::MU_NSS_TIMEOUT : gvx::Setting::OTHERS_NSS_TIMEOUT));
 }
 
 bool IsLate(const BP::CCmd& cmd, int limit) {

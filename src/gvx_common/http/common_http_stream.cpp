@@ -1,6 +1,6 @@
 #include "gvx_common/http/common_http_stream.h"
 
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
 #include "base/bounded_string.h"
 #include "base/clock.h"
@@ -25,8 +25,6 @@ constexpr const char* kLineEnd = "\r\n";
 constexpr const char* kHeaderFailed = "GVX format requese header failed.";
 constexpr const char* kShortHeaderFailed = "GVX format request header failed.";
 constexpr int kReceiveSeconds = 8;
-constexpr int kExchangeSeconds = 600;  // the largest picture over a line of 256 kbit/s
-constexpr int kMostExchangeSeconds = 86400;
 constexpr int kBodyPiece = 1024;
 constexpr int kPicturePiece = 1500;
 constexpr std::size_t kChallengeBytes = 512;
@@ -94,11 +92,8 @@ CCommonHttpStream::~CCommonHttpStream() {
 
 // What was asked before is done with; a peer that sends a byte now and then meets no other limit.
 void CCommonHttpStream::StartDeadline() {
-    // Made once, so that no exchange allocates it; never destroyed, as threads may outlive static objects.
-    static const std::string& name = *new std::string("HTTP_EXCHANGE_TIMEOUT");
-    const int seconds = CGvxUtility::toInt(GvxConfigMgr()->GetConfValue(name, std::to_string(kExchangeSeconds)));
-    const bool legal = seconds >= 1 && seconds <= kMostExchangeSeconds;
-    m_oSocketStream.SetDeadline(gvx::MonotonicMilliseconds() + std::int64_t{legal ? seconds : kExchangeSeconds} * 1000);
+    m_oSocketStream.SetDeadline(gvx::MonotonicMilliseconds() +
+                                gvx::SettingNumber(gvx::Setting::HTTP_EXCHANGE_TIMEOUT) * 1000);
 }
 
 int CCommonHttpStream::Init(const char* szHost, std::uint16_t uPort, const char* Username, const char* PassWord) {
@@ -463,8 +458,7 @@ int CCommonHttpStream::DealHttpSnapShot(const char* snapFileName, Common_HTTP_AU
     int numberLength = sizeof(number) - 1;
     const bool given = ParseSession(m_ResponseHeader, "Content-Length", number, numberLength, 0) == ZVS_SUCCEED;
     const int snapLen = given ? CGvxUtility::toInt(number) : 0;
-    static const std::string& most = *new std::string("SNASHOT_PIC_MAX_SIZE");
-    if (snapLen < 1 || snapLen > CGvxUtility::toInt(GvxConfigMgr()->GetConfValue(most, "15728640"))) {
+    if (snapLen < 1 || snapLen > gvx::SettingNumber(gvx::Setting::SNASHOT_PIC_MAX_SIZE)) {
         GVX_LOG_ERR(kTitle, "snapLen is negative or zero.");
         return ZVS_FAIL;
     }

@@ -1,6 +1,6 @@
 #include "gvx_common/https/https_client.h"
 
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
 #include "base/clock.h"
 #include "base/log.h"
@@ -229,7 +229,7 @@ bool CHttpsClient::SetServerName() {
     if (!isAddress && SSL_set_tlsext_host_name(m_SSL.get(), m_host.c_str()) != 1) {
         return false;
     }
-    if (!m_isCAcheck || !GvxConfigMgr()->GetBoolConfValue("HTTPS_CHECK_HOST_NAME", false)) {
+    if (!m_isCAcheck || gvx::SettingNumber(gvx::Setting::HTTPS_CHECK_HOST_NAME) == 0) {
         return true;
     }
     return isAddress ? X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(m_SSL.get()), m_host.c_str()) == 1

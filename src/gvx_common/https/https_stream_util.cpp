@@ -1,6 +1,6 @@
 #include "gvx_common/https/https_stream_util.h"
 
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/https/https_client.h"
 #include "gvx_common/utility/gvx_utility.h"
 #include "base/bounded_string.h"
@@ -38,8 +38,6 @@ constexpr std::size_t kAnswerBytes = 4096;
 constexpr int kMostInterimHeads = 16;
 constexpr std::uint64_t kMostReadOff = 65536;
 // Beyond what a large file takes over a slow line: 100 MB at 512 kbit/s.
-constexpr int kUploadSeconds = 1800;
-constexpr int kMostUploadSeconds = 86400;
 constexpr std::string_view kBlankLine = "\r\n\r\n";
 
 class SemaphoreGuard {
@@ -85,10 +83,7 @@ bool ValueOf(const std::string& line, std::string_view key, std::string& value) 
 }
 
 std::int64_t Deadline() {
-    const int seconds =
-        CGvxUtility::toInt(GvxConfigMgr()->GetConfValue("HTTPS_UPLOAD_TIMEOUT", std::to_string(kUploadSeconds)));
-    const bool legal = seconds >= 1 && seconds <= kMostUploadSeconds;
-    return gvx::MonotonicMilliseconds() + std::int64_t{legal ? seconds : kUploadSeconds} * 1000;
+    return gvx::MonotonicMilliseconds() + gvx::SettingNumber(gvx::Setting::HTTPS_UPLOAD_TIMEOUT) * 1000;
 }
 
 // The session in it is a credential.

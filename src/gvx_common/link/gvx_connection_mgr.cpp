@@ -8,6 +8,7 @@
 #include "bp/net_factory.h"
 #include "bp/registration.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "nss/nss_msg.h"
 
 #include <ace/Guard_T.h>
@@ -199,7 +200,7 @@ void CGvxConnectionMgr::NotifyConnectMU(std::string strLinkID, unsigned int iMUP
         ConnectMU(id, muLink, ip, iMUPort, nullptr);
         return;
     }
-    std::string local = GvxConfigMgr()->GetConfValue("GVX_MESSAGE_IP", "127.0.0.1");
+    std::string local = gvx::SettingText(gvx::Setting::GVX_MESSAGE_IP);
     const int runMode = GvxConfigMgr()->GetRunMode();
     if (runMode == RunMode_CLOUD || runMode == RunMode_CLOUDEDGE) {
         local = InternalApiAddress();

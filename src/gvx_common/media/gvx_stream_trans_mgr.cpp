@@ -1,7 +1,7 @@
 #include "gvx_common/media/gvx_stream_transmission.h"
 
 #include "base/log.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 
 #include <ace/Guard_T.h>
@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr unsigned int kMaxThreads = 64;
 constexpr auto kStreamWait = std::chrono::milliseconds(1000);
 
 // Keeps for good what streams that were not closed in time still use. Not even the end of the process deletes it, since
@@ -40,14 +39,7 @@ CStreamTransMgr::~CStreamTransMgr() {
 int CStreamTransMgr::Init() {
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, m_MutexQueueNum, ZVS_FAIL);
     if (m_StreamTransVct.empty()) {
-        const int wanted = GvxConfigMgr()->GetConfNumber("TRANSMISSION_THREAD_NUM", 5);
-        m_unTransThreadNum = std::min(static_cast<unsigned int>(wanted), kMaxThreads);
-        const int interval = GvxConfigMgr()->GetConfNumber("MEDIA_SEND_INTERVAL", 5);
-        if (static_cast<unsigned int>(interval) > CStreamTransmission::kMaxSendIntervalMs) {
-            GVX_LOG_WARN("Init stream transmission manage",
-                         "MEDIA_SEND_INTERVAL is %d; threads pause for %u milliseconds, the most that there is.",
-                         interval, CStreamTransmission::kMaxSendIntervalMs);
-        }
+        m_unTransThreadNum = static_cast<unsigned int>(gvx::SettingNumber(gvx::Setting::TRANSMISSION_THREAD_NUM));
     }
     while (m_StreamTransVct.size() < m_unTransThreadNum) {
         std::unique_ptr<CStreamTransmission> transmission(new (std::nothrow) CStreamTransmission);

@@ -1,7 +1,7 @@
 #include "gvx_common/media/gvx_stream_transmission.h"
 
 #include "base/log.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 
 #include <ace/Message_Block.h>
@@ -27,8 +27,6 @@ constexpr std::size_t kQueueArray = 4096;  // messages; as many as half of the u
 constexpr std::size_t kThreadStackSize = 8388608;
 constexpr const char* kThreadName = "StreamTrans";
 constexpr suseconds_t kDequeueWaitUs = 50000;
-constexpr int kParkBytes = 1 << 20;
-constexpr int kMostParkBytes = 1 << 26;
 
 // What a signal does is set for the whole process. SIGINT is ignored so that Ctrl-C in the terminal does not kill the
 // process in the midst of a packet; but a program that handles SIGINT, by a handler or by waiting for it blocked, does
@@ -86,13 +84,11 @@ int CStreamTransmission::Init() {
     m_StreamQueue.Reserve(kQueueArray);
     msg_queue(&m_StreamQueue);
     s_pMediaBlockBuff = CMediaBlockBuffer::instance();
-    // A negative number counts as a very large one.
-    m_ulBalanceCoeff = static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("STREAM_SMOOTH_COEFF", 0));
-    m_ulSendFixedNum = static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("MEDIA_SEND_FIXED_NUM", 10));
-    m_ulMediaSendInterval = std::min(static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("MEDIA_SEND_INTERVAL", 5)),
-                                     kMaxSendIntervalMs);
-    m_sender.SetParkBytes(
-        static_cast<std::size_t>(GvxConfigMgr()->GetConfNumber("MEDIA_PARK_BYTES", kParkBytes, 0, kMostParkBytes)));
+    m_ulBalanceCoeff = static_cast<unsigned int>(gvx::SettingNumber(gvx::Setting::STREAM_SMOOTH_COEFF));
+    m_ulSendFixedNum = static_cast<unsigned int>(gvx::SettingNumber(gvx::Setting::MEDIA_SEND_FIXED_NUM));
+    // At most a second: the thread must notice that it is to end.
+    m_ulMediaSendInterval = static_cast<unsigned int>(gvx::SettingNumber(gvx::Setting::MEDIA_SEND_INTERVAL));
+    m_sender.SetParkBytes(static_cast<std::size_t>(gvx::SettingNumber(gvx::Setting::MEDIA_PARK_BYTES)));
     // Made before the thread starts, so that whoever ends the thread always finds it.
     m_pStreamTransSmp.reset(new (std::nothrow) ACE_Thread_Semaphore(0));
     GVX_CHECK_NULL_RETURN(m_pStreamTransSmp, ZVS_FAIL);

@@ -27,7 +27,6 @@ class CMediaBlockBuffer;
 class CStreamTransmission : public ACE_Task<ACE_MT_SYNCH> {
 public:
     using Queue = gvx::BlockQueue;
-    static constexpr unsigned int kMaxSendIntervalMs = 1000;  // the thread must notice that it is to end
 
     // Makes the queue and starts the thread; IsRunning tells whether that worked.
     CStreamTransmission();

@@ -1,17 +1,14 @@
 #include "gvx_common/media/media_service.h"
 
 #include "base/log.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/media/gvx_stream_transmission.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 
 namespace gvx {
 
 int StartMediaService() {
-    constexpr int kLeastBlocks = 64;
-    constexpr int kMostBlocks = 1 << 20;
-    const auto blocks =
-        static_cast<unsigned int>(GvxConfigMgr()->GetConfNumber("MEDIA_BLOCK_NUM", 8192, kLeastBlocks, kMostBlocks));
+    const auto blocks = static_cast<unsigned int>(SettingNumber(Setting::MEDIA_BLOCK_NUM));
     if (CMediaBlockBuffer::instance()->init(GVX_MEDIA_BLOCK_SIZE, blocks, sizeof(SOCKET_INFO*)) != ZVS_SUCCEED) {
         return ZVS_FAIL;
     }

@@ -2,7 +2,7 @@
 
 #include "base/bounded_string.h"
 #include "base/log.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 
 #include <ace/Guard_T.h>
 
@@ -92,7 +92,7 @@ CSocketInfoMgr::~CSocketInfoMgr() {
 }
 
 int CSocketInfoMgr::Init() {
-    const int count = GvxConfigMgr()->GetConfNumber("MAX_SOCKET_SIZE", 1000);
+    const auto count = static_cast<int>(gvx::SettingNumber(gvx::Setting::MAX_SOCKET_SIZE));
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, m_MutexSocketInfo, ZVS_FAIL);
     while (m_nBuilt < count) {
         SOCKET_INFO* info = new (std::nothrow) SOCKET_INFO;

@@ -1,7 +1,7 @@
 #include "gvx_common/media_memory/media_block_buffer.h"
 
 #include "base/log.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 
 #include <ace/Message_Block.h>
 #include <ace/OS_NS_errno.h>
@@ -24,11 +24,9 @@ ACE_Time_Value DeadlineIn(suseconds_t microseconds) {
     return ACE_OS::gettimeofday() + ACE_Time_Value(0, microseconds);
 }
 
-// Room for one packet, as configured; a setting that is no sensible size counts as the nearest that is.
+// Room for one packet, as configured.
 unsigned int FirstBufferSize() {
-    constexpr int kLeast = 64;
-    constexpr int kMost = 1024 * 1024;
-    return static_cast<unsigned int>(CGvxConfigMgr::Instance()->GetConfNumber("MEDIA_BUFF_SIZE", 1500, kLeast, kMost));
+    return static_cast<unsigned int>(gvx::SettingNumber(gvx::Setting::MEDIA_BUFF_SIZE));
 }
 
 }  // namespace

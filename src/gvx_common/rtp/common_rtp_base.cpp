@@ -3,7 +3,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/random.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/rtp/rtp_view.h"
 
 #include <algorithm>
@@ -74,7 +74,7 @@ int CCommonRtpBase::OpenBase(const RtpEndpointParams& params, int bufferOption, 
         }
     }
     const std::string ip =
-        !params.strLocalIp.empty() ? params.strLocalIp : GvxConfigMgr()->GetConfValue("GVX_MEDIA_IP", "127.0.0.1");
+        !params.strLocalIp.empty() ? params.strLocalIp : gvx::SettingText(gvx::Setting::GVX_MEDIA_IP);
     if (!m_interleavedSend) {
         const int result = OpenSockets(ip, params.usLocalPort);
         if (result != ZVS_SUCCEED) {

@@ -2,7 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/rtp/h264_depacketizer.h"
 #include "gvx_common/rtp/h265_depacketizer.h"
 #include "gvx_common/rtp/rtp_view.h"
@@ -26,13 +26,8 @@ constexpr std::int64_t kSilentUs = 1000000;
 constexpr std::int64_t kPictureLossPauseUs = 500000;
 
 int SocketBufferBytes() {
-    constexpr int kDefaultKib = 384;
-    constexpr long kMostKib = 1048576;
-    const std::string text = GvxConfigMgr()->GetConfValue("SOCKET_BUFFER_SIZE", std::to_string(kDefaultKib));
-    char* end = nullptr;
-    const long kib = std::strtol(text.c_str(), &end, 10);
-    const bool valid = !text.empty() && *end == '\0' && kib >= 1 && kib <= kMostKib;
-    return static_cast<int>((valid ? kib : kDefaultKib) * 1024);
+    constexpr long long kKib = 1024;
+    return static_cast<int>(gvx::SettingNumber(gvx::Setting::SOCKET_BUFFER_SIZE) * kKib);
 }
 
 // What one call of recvmmsg reads into. With UDP_GRO a message may hold many packets of one size. A thread has one,

@@ -8,7 +8,7 @@
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/socket/common_socket_stream.h"
 #include "gvx_common/utility/gvx_utility.h"
 
@@ -17,12 +17,8 @@ namespace {
 constexpr char kTitle[] = "RTSP describe";
 constexpr std::size_t kMediaLineBytes = 128;
 
-constexpr int kExchangeSeconds = 60;  // long beyond what 4 KB take on the slowest of links
-constexpr int kMaxExchangeSeconds = 3600;
-
 std::int64_t ExchangeMilliseconds() {
-    const int seconds = CGvxUtility::toInt(CGvxConfigMgr::Instance()->GetConfValue("RTSP_EXCHANGE_TIMEOUT", "0"));
-    return (seconds >= 1 && seconds <= kMaxExchangeSeconds ? seconds : kExchangeSeconds) * std::int64_t{1000};
+    return gvx::SettingNumber(gvx::Setting::RTSP_EXCHANGE_TIMEOUT) * 1000;
 }
 
 // Puts a nearer deadline on a socket for a scope.

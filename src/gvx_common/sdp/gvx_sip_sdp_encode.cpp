@@ -3,7 +3,7 @@
 #include "base/bounded_string.h"
 #include "base/log.h"
 #include "bp/cmd.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/records/media_types.h"
 #include "gvx_common/utility/gvx_utility.h"
 
@@ -65,10 +65,6 @@ private:
 
     std::string m_text;
 };
-
-std::string ConfValue(const char* key, const char* defaultValue) {
-    return CGvxConfigMgr::Instance()->GetConfValue(key, defaultValue);
-}
 
 std::string SourceAddress(std::uint32_t networkOrder) {
     char text[INET_ADDRSTRLEN] = {};
@@ -300,7 +296,7 @@ int AddT28181Video(const CStreamParam& param, std::uint32_t port, std::uint32_t 
         GVX_LOG_ERR("encode media - unsupport video protocol", "Protocol=%d.", static_cast<int>(protocol));
         return ZVS_FAIL;
     }
-    const std::string area = ConfValue("SUPPORT_AREA_TYPE", "0");
+    const std::string area = gvx::SettingText(gvx::Setting::SUPPORT_AREA_TYPE);
     sdp.Add("m=video ", port, protocolName);
     if (const char* const payload = H265Payload(area)) {
         sdp.Add(" 96 97 98 99 ", payload);
@@ -322,7 +318,7 @@ int AddT28181Video(const CStreamParam& param, std::uint32_t port, std::uint32_t 
     if (AreaOf(area) == SUPPORT_AREA_HEFEI) {
         sdp.Line("f=v/", codec.converVideoEncode(param.m_nVideoFormat), "/", param.m_nStreamID + 101, "///a///");
     }
-    sdp.Line("a=", ConfValue("LIVE_VIEW_VIDEO", "recvonly"));
+    sdp.Line("a=", gvx::SettingText(gvx::Setting::LIVE_VIEW_VIDEO));
     return ZVS_SUCCEED;
 }
 
@@ -441,24 +437,24 @@ int CServiceSDP::EncodeT28181SDP(const std::string& strLensID, CStreamParam* pSt
     if (AddActiveTime(param, "snprintf_s czEndTime failed", sdp) != ZVS_SUCCEED) {
         return ZVS_FAIL;
     }
-    const auto addAudio = [&](const char* directionKey) {
+    const auto addAudio = [&](gvx::Setting direction) {
         if (AddT28181Media(SDP_MEDIA_AUDIO, param, bIsResp, bNatCross, *this, sdp) != ZVS_SUCCEED) {
             GVX_LOG_ERR("encode sdp - failure to encode audio", "Lens_ID=%s, Service_ID=%s.", strLensID.c_str(),
                         param.m_strServiceID.c_str());
             return ZVS_FAIL;
         }
-        sdp.Line("a=", ConfValue(directionKey, "sendonly"));
+        sdp.Line("a=", gvx::SettingText(direction));
         return ZVS_SUCCEED;
     };
     int result = ZVS_SUCCEED;
     if (service == SERVICE_TYPE_AUDIO_CALL) {
         // Both directions are sendonly by default: devices are known to take it so.
-        result = addAudio("AUDIO_TALK_SEND");
+        result = addAudio(gvx::Setting::AUDIO_TALK_SEND);
         if (result == ZVS_SUCCEED) {
-            result = addAudio("AUDIO_TALK_RECV");
+            result = addAudio(gvx::Setting::AUDIO_TALK_RECV);
         }
     } else if (service == SERVICE_TYPE_AUDIO_BROADCAST) {
-        result = addAudio("AUDIO_BROADCAST");
+        result = addAudio(gvx::Setting::AUDIO_BROADCAST);
     } else {
         result = AddT28181Media(SDP_MEDIA_VIDEO, param, bIsResp, bNatCross, *this, sdp);
         if (result != ZVS_SUCCEED) {

@@ -11,7 +11,7 @@
 #include "base/bounded_string.h"
 #include "base/http_digest.h"
 #include "base/log.h"
-#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 
 namespace {
 
@@ -76,7 +76,7 @@ bool GvxAuthUtils::DigestAccessAuthenSHA256(const AuthorizationInfoDigest& authI
 }
 
 bool GvxAuthUtils::AllowBasic(const std::string& device) {
-    if (CGvxConfigMgr::Instance()->GetBoolConfValue("AUTH_ALLOW_BASIC", true)) {
+    if (gvx::SettingNumber(gvx::Setting::AUTH_ALLOW_BASIC) != 0) {
         return true;
     }
     static std::mutex mutex;

@@ -227,6 +227,20 @@ int CSecurityMgr::Init() {
     return missing || ReadyLocked() ? ZVS_SUCCEED : ZVS_FAIL;
 }
 
+bool CSecurityMgr::LookAtKeyFiles(std::string& file, std::string& why) {
+    for (const char* name : {kKeyName, kFormerName}) {
+        file = KeyFolder() + name;
+        std::string bytes;
+        Fingerprint print;
+        const FileState state = ReadKeys(file, name == kKeyName, bytes, print, why);
+        Wipe(bytes);
+        if (state == FileState::Refused) {
+            return false;
+        }
+    }
+    return true;
+}
+
 void CSecurityMgr::UnInit() {
     std::unique_ptr<bpInotifyEventWatcher> watcher;  // ends after the lock is gone: its thread may wait for it
     const std::lock_guard<std::mutex> guard(m_state->mutex);

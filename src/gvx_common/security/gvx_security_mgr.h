@@ -32,6 +32,9 @@ public:
     // Takes a key that is there now instead of at first need, so that a fault shows at start. 0, also when there is no
     // file yet; 1 when the file is refused. Once it is mended, the next use takes it.
     int Init();
+    // Looks at the key files without making or taking any. False when one of them would be refused; file and why name
+    // it then.
+    static bool LookAtKeyFiles(std::string& file, std::string& why);
     // Ends the watching and wipes keys and held passwords. What comes after begins anew.
     void UnInit();
 

@@ -1,12 +1,18 @@
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/config/unified_config_table.h"
 #include "gvx_common/records/gvx_adapter_records.h"
 #include "support/recording_logger.h"
 #include "support/settings_folder.h"
 
 #include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
 
 namespace {
 
@@ -67,6 +73,78 @@ TEST_F(ShippedConfiguration, HoldsWhatMayBeReadOrEditedInItsSection) {
                                            {"SCU_SIP_PORT", std::uint16_t{5061}},
                                            {"ONVIF_ALARM_LISTENER_PORT", std::uint16_t{8089}}}))
         << m_log->Dump();
+}
+
+// The comment above each key, as one line, by the key.
+std::map<std::string, std::string> Comments(const std::string& conf) {
+    std::map<std::string, std::string> comments;
+    std::istringstream lines(conf);
+    std::string comment;
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t equals = line.find('=');
+        if (!line.empty() && line[0] == ';') {
+            comment += line.substr(1);
+            continue;
+        }
+        if (equals != std::string::npos) {
+            comments[line.substr(0, equals)] = comment + " ";
+        }
+        comment.clear();
+    }
+    return comments;
+}
+
+// Every source of a room in one text.
+std::string SourcesOf(const std::string& room) {
+    std::string all;
+    for (const auto& entry : std::filesystem::directory_iterator(SourceTree() / "src" / room)) {
+        if (entry.path().extension() == ".cpp") {
+            std::ifstream file(entry.path());
+            all.append(std::istreambuf_iterator<char>(file), {});
+        }
+    }
+    return all;
+}
+
+TEST(SettingTable, AgreesWithTheFilesCommentsTheCodeAndThePage) {
+    const std::filesystem::path tree = SourceTree();
+    std::ifstream confFile(tree / "conf/zvs_gvx.conf");
+    const std::map<std::string, std::string> comments =
+        Comments({std::istreambuf_iterator<char>(confFile), std::istreambuf_iterator<char>()});
+    std::size_t inFile = 0;
+    for (const gvx::SettingRow& row : gvx::AllSettings()) {
+        const std::string key = row.key;
+        std::istringstream rooms(row.readers == nullptr ? "" : row.readers);
+        for (std::string room; rooms >> room;) {
+            const std::string code = SourcesOf(room);
+            EXPECT_TRUE(code.find("Setting::" + key) != std::string::npos ||
+                        code.find('"' + key + '"') != std::string::npos)
+                << key << " is not read in " << room;
+        }
+        if (row.file != std::string("zvs_gvx.conf")) {
+            continue;
+        }
+        ++inFile;
+        ASSERT_EQ(1u, comments.count(key)) << key << " does not ship";
+        const std::string& comment = comments.at(key);
+        const auto says = [&comment](const std::string& words) { return comment.find(words) != std::string::npos; };
+        const std::string fallback = row.fallback;
+        const std::size_t stated = comment.find("Default " + fallback);
+        EXPECT_TRUE(fallback.empty() ? says("No default") || says("Default empty")
+                    : fallback.size() > 32
+                        ? says("Default as below.")
+                        : stated != std::string::npos &&
+                              std::string(" .,;").find(comment[stated + 8 + fallback.size()]) != std::string::npos)
+            << key << ": the default is [" << fallback << "], not as in:" << comment;
+        EXPECT_EQ(row.readers == nullptr, says("Not read by gvxd.")) << key;
+        if (row.rule.kind == gvx::SettingKind::Number && row.rule.most > 1) {
+            EXPECT_TRUE(says(gvx::SettingValues(row))) << key << ": " << gvx::SettingValues(row);
+        }
+    }
+    EXPECT_EQ(inFile, comments.size()) << "zvs_gvx.conf has a key that is not in the table";
+    std::ifstream page(tree / "docs/settings.md");
+    EXPECT_TRUE(gvx::SettingsPage() == std::string(std::istreambuf_iterator<char>(page), {}))
+        << "docs/settings.md is not what gvxd --list-settings prints";
 }
 
 }  // namespace

@@ -1,0 +1,96 @@
+#include "gateway/process/config_check.h"
+
+#include "base/cbb_xml.h"
+#include "base/fixed_text.h"
+#include "base/log_sftp_conf.h"
+#include "base/paths.h"
+#include "bp/registration.h"
+#include "gateway/process/gateway.h"
+#include "gvx_common/config/config_findings.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/setting_table.h"
+#include "gvx_common/security/gvx_security_mgr.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include <unistd.h>
+
+namespace gvx {
+
+namespace {
+
+using Weight = ConfigFinding::Weight;
+
+constexpr int kNothingFound = 0;
+constexpr int kWarnings = 1;
+constexpr int kNoStart = 2;
+
+// A file without which a start goes on; one that is there must be whole.
+void CheckOptionalXml(const std::string& path) {
+    CBB::CXml xml;
+    if (access(path.c_str(), F_OK) == 0 && !xml.Load(path.c_str())) {
+        TellFinding({Weight::Warning, path, xml.FaultLine(), xml.FaultText()});
+    }
+}
+
+void CheckIdentity(const std::string& netXml) {
+    const std::string& id = CGvxConfigMgr::Instance()->GetGvxNetElementID();
+    if (!id.empty() && !BP::IsLinkIdentifier(id)) {
+        CBB::CXml xml;
+        const bool found = xml.Load(netXml.c_str()) && xml.FindElem("Net/NetElements/NetElement/Server/NetElementID");
+        TellFinding({Weight::StopsStart, netXml, found ? xml.GetElemLine() : 0,
+                     "NetElementID [" + id + "] is no link identifier such as GVX#001"});
+    }
+}
+
+void CheckKeyFiles(const std::string& configDir) {
+    std::string file;
+    std::string why;
+    if (!CSecurityMgr::LookAtKeyFiles(file, why)) {
+        TellFinding({Weight::Warning, file, 0, why});
+    }
+    LOG_SFTP_CONF upload{};
+    if (read_log_sftp_conf(&upload) != 0) {
+        TellFinding({Weight::Warning, configDir + "/log_sftp.conf", 0, "it or its key log_sftp.key is damaged"});
+    }
+    memset_s(&upload, sizeof(upload), 0, sizeof(upload));
+}
+
+void LookThrough(const GatewayOptions& options) {
+    std::string configDir;
+    if (!TakeConfigFolder(options, configDir)) {
+        TellFinding({Weight::StopsStart, configDir, 0, "the configuration folder does not exist or cannot be read"});
+        return;
+    }
+    CGvxConfigMgr::Instance()->Look();
+    CheckIdentity(configDir + "/net.xml");
+    for (const char* name : {"/log.xml", "/other/device_ability.xml"}) {
+        CheckOptionalXml(configDir + name);
+    }
+    for (const char* path : {GVX_CLOUD_CONFIG_PATH, GVXCONFIG_OMU_COMMON_CONFIG_PATH}) {
+        CheckOptionalXml(RootedPath(path));
+    }
+    CheckKeyFiles(configDir);
+    PluginHost plugins;
+    const StartResult started = LoadPlugins(plugins, options, configDir);
+    if (started.Failed()) {
+        TellFinding({Weight::StopsStart, "", 0, started.reason});
+    }
+    plugins.UnloadAll();
+}
+
+}  // namespace
+
+int CheckConfiguration(const GatewayOptions& options) {
+    const FindingsKeeper findings;
+    LookThrough(options);
+    int code = kNothingFound;
+    for (const ConfigFinding& finding : findings.All()) {
+        std::printf("%s\n", finding.Line().c_str());
+        code = std::max(code, finding.weight == Weight::StopsStart ? kNoStart : kWarnings);
+    }
+    return code;
+}
+
+}  // namespace gvx
