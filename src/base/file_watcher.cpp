@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -18,14 +19,43 @@
 
 namespace {
 
-constexpr std::uint32_t kEvents = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
+constexpr std::uint32_t kFileEvents = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
+constexpr std::uint32_t kFolderEvents = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
+constexpr int kNotWatched = -1;
 constexpr const char* kTitle = "File watcher";
 
+// One file. Every folder on its way is watched for the next part of the path, so that a folder that comes later, or is
+// moved away and made anew, is noticed.
 struct Watch {
-    int folder;        // inotify's number of the folder
-    std::string file;  // name inside it
+    std::vector<std::string> parts;  // of the path; the last is the file
+    std::string begin;               // in front of the first: "/" or "./"
     InotifyConfigHandler::Callback callback;
+    std::vector<int> numbers;  // for each part, inotify's number of the folder in which it stands
+
+    std::string Folder(std::size_t part) const {
+        std::string folder = begin;
+        for (std::size_t i = 0; i < part; ++i) {
+            folder += parts[i] + "/";
+        }
+        return folder;
+    }
+    bool IsOnFolder() const { return numbers.back() != kNotWatched; }
 };
+
+Watch MakeWatch(const InotifyConfigHandler& handler) {
+    const std::string& path = handler.GetFullFilePath();
+    Watch watch;
+    watch.begin = path[0] == '/' ? "/" : "./";
+    watch.callback = handler.GetCallback();
+    std::istringstream parts(path);
+    for (std::string part; std::getline(parts, part, '/');) {
+        if (!part.empty()) {
+            watch.parts.push_back(part);
+        }
+    }
+    watch.numbers.assign(watch.parts.size(), kNotWatched);
+    return watch;
+}
 
 }  // namespace
 
@@ -45,20 +75,55 @@ public:
     bool IsOpen() const { return m_inotify.Valid() && m_stop.Valid(); }
 
     int Add(const InotifyConfigHandler& handler) {
-        const std::string& path = handler.GetFullFilePath();
-        const std::size_t slash = path.rfind('/');
-        const std::string folder = slash == std::string::npos ? "." : path.substr(0, std::max<std::size_t>(slash, 1));
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const int number = inotify_add_watch(m_inotify.Get(), folder.c_str(), kEvents | IN_ONLYDIR);
-        if (number < 0) {
-            GVX_LOG_ERR(kTitle, "The folder %s cannot be watched: %s", folder.c_str(), std::strerror(errno));
+        Watch watch = MakeWatch(handler);
+        if (watch.parts.empty()) {
+            GVX_LOG_ERR(kTitle, "%s is no path of a file", handler.GetFullFilePath().c_str());
             return 1;
         }
-        m_watches.push_back({number, path.substr(slash == std::string::npos ? 0 : slash + 1), handler.GetCallback()});
+        Arm(watch);
+        if (std::all_of(watch.numbers.begin(), watch.numbers.end(), [](int n) { return n == kNotWatched; })) {
+            GVX_LOG_ERR(kTitle, "No folder of %s can be watched: %s", handler.GetFullFilePath().c_str(),
+                        std::strerror(errno));
+            return 1;
+        }
+        m_watches.push_back(std::move(watch));
         return StartThread();
     }
 
 private:
+    // From the top downwards, so that what comes while this runs is seen by the folder above it.
+    void Arm(Watch& watch) const {
+        const std::size_t file = watch.parts.size() - 1;
+        watch.numbers.assign(watch.parts.size(), kNotWatched);
+        for (std::size_t part = 0; part <= file; ++part) {
+            const std::uint32_t events = part == file ? kFileEvents : kFolderEvents;
+            // A folder may be on the way of several files.
+            watch.numbers[part] =
+                inotify_add_watch(m_inotify.Get(), watch.Folder(part).c_str(), events | IN_ONLYDIR | IN_MASK_ADD);
+            if (watch.numbers[part] == kNotWatched && errno != EACCES) {
+                return;  // it is not there, and nothing below it
+            }
+        }
+    }
+
+    void ArmAnew(Watch& watch) {
+        const std::vector<int> former = watch.numbers;
+        const bool wasOnFolder = watch.IsOnFolder();
+        Arm(watch);
+        for (const int number : former) {
+            if (std::none_of(m_watches.begin(), m_watches.end(), [number](const Watch& w) {
+                    return std::find(w.numbers.begin(), w.numbers.end(), number) != w.numbers.end();
+                })) {
+                inotify_rm_watch(m_inotify.Get(), number);
+            }
+        }
+        if (wasOnFolder != watch.IsOnFolder()) {
+            GVX_LOG_INFO(kTitle, "The folder %s %s", watch.Folder(watch.parts.size() - 1).c_str(),
+                         wasOnFolder ? "is gone; it is waited for" : "is there; its file is watched");
+        }
+    }
+
     int StartThread() {
         if (m_thread.joinable()) {
             return 0;
@@ -115,23 +180,41 @@ private:
         return callbacks;
     }
 
-    void MarkChanged(const char* buffer, std::size_t length, std::vector<bool>& changed) const {
+    void MarkChanged(const char* buffer, std::size_t length, std::vector<bool>& changed) {
         for (std::size_t at = 0; at + sizeof(inotify_event) <= length;) {
             inotify_event event;
             std::memcpy(&event, buffer + at, sizeof(event));
             const std::string name(event.len == 0 ? "" : buffer + at + sizeof(event));
             at += sizeof(event) + event.len;
-            if ((event.mask & IN_IGNORED) != 0) {
-                GVX_LOG_WARN(kTitle, "A watched folder is gone; its files are watched no more");
-            }
             for (std::size_t i = 0; i < changed.size(); ++i) {
                 // Lost events may have been about any file.
-                const bool lost = (event.mask & IN_Q_OVERFLOW) != 0;
-                if (lost || (event.wd == m_watches[i].folder && name == m_watches[i].file)) {
+                if (Concerns(event, name, m_watches[i])) {
                     changed[i] = true;
                 }
             }
         }
+    }
+
+    // Whether an event may mean another content of the file; what is watched for it is then up to date.
+    bool Concerns(const inotify_event& event, const std::string& name, Watch& watch) {
+        bool changed = (event.mask & IN_Q_OVERFLOW) != 0;
+        bool moved = changed;
+        for (std::size_t part = 0; part < watch.parts.size(); ++part) {
+            if (event.wd != watch.numbers[part] || changed) {
+                continue;
+            }
+            const bool isFile = part + 1 == watch.parts.size();
+            if ((event.mask & IN_IGNORED) != 0) {
+                moved = true;  // the folder is gone; the one above it tells what comes in its place
+            } else if (name == watch.parts[part]) {
+                changed = (event.mask & (isFile ? kFileEvents : kFolderEvents)) != 0;
+                moved = moved || (changed && !isFile);
+            }
+        }
+        if (moved) {
+            ArmAnew(watch);
+        }
+        return changed;
     }
 
     const gvx::UniqueFd m_inotify;

@@ -31,9 +31,9 @@ public:
     bpInotifyEventWatcher(const bpInotifyEventWatcher&) = delete;
     bpInotifyEventWatcher& operator=(const bpInotifyEventWatcher&) = delete;
 
-    // Begins to watch the handler's file, which need not exist; its folder must. 0 for success; 1 with a log line
-    // when the handler has no path or callback, or the folder cannot be watched. From a success on, no change is
-    // missed.
+    // Begins to watch the handler's file. Neither it nor its folder need exist: folders that come later, or are moved
+    // away and made anew, are followed. 0 for success; 1 with a log line when the handler has no path or callback, or
+    // no folder on the way can be watched. From a success on, no change is missed.
     int AddHandler(const InotifyConfigHandler& handler);
 
     // Ends the watching for all handlers. No callback runs after the return.

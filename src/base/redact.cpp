@@ -19,6 +19,8 @@ constexpr std::string_view kSecretParts[] = {"password", "passwd",     "passphra
 constexpr std::string_view kSecretNames[] = {"pass", "pw"};
 constexpr std::string_view kMediaKey = "inline";  // an SDP's a=crypto line (RFC 4568, section 9.2)
 constexpr std::string_view kKeyEnding = "key";
+constexpr std::string_view kSettingValue = "alue=";  // of "value=", "oldValue=" and "newValue="
+constexpr Position kSettingValueReach = 16;
 
 char Lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -55,6 +57,11 @@ bool IsSecret(std::string_view name) {
             EqualsIgnoringCase(name.substr(name.size() - kKeyEnding.size()), kKeyEnding));
 }
 
+// "value", "oldValue", "newValue".
+bool IsSettingValue(std::string_view name) {
+    return name.size() >= 5 && EqualsIgnoringCase(name.substr(name.size() - 5), "value");
+}
+
 // Takes the line piece by piece; the text is copied only when something is found.
 class Redactor {
 public:
@@ -85,7 +92,7 @@ private:
             }
         } else if (mark == ':' && m_line.compare(at, 3, "://") == 0) {
             VisitUrl(at + 3);
-        } else if (IsSecret(NameBefore(at))) {
+        } else if (IsSecret(NameBefore(at)) || (m_namesSecret && IsSettingValue(NameBefore(at)))) {
             VisitValue(at);
         }
     }
@@ -108,7 +115,7 @@ private:
 
     void VisitValue(Position mark) {
         const Position begin = std::min(m_line.find_first_not_of(kBlanks, mark + 1), m_line.size());
-        if (begin == m_line.size() || m_line[begin] == '{') {
+        if (begin == m_line.size() || m_line[begin] == '{' || NamesASetting(mark, begin)) {
             return;
         }
         const bool bare = IsNameChar(m_line[mark - 1]);
@@ -124,6 +131,25 @@ private:
         } else {
             Hide(begin, EndOfBareValue(begin));
         }
+    }
+
+    // "key=NAME, value=..." tells of a setting: its name is no secret, whatever its value is.
+    bool NamesASetting(Position mark, Position begin) {
+        if (!EqualsIgnoringCase(NameBefore(mark), kKeyEnding)) {
+            return false;
+        }
+        Position end = begin;
+        while (end < m_line.size() && IsNameChar(m_line[end])) {
+            ++end;
+        }
+        const std::string_view rest = m_line.substr(end, kSettingValueReach);
+        const Position value = rest.find(kSettingValue);
+        if (end == begin || rest.substr(0, 2) != ", " || value == kNone ||
+            !std::all_of(rest.begin() + 2, rest.begin() + static_cast<std::ptrdiff_t>(value), IsNameChar)) {
+            return false;
+        }
+        m_namesSecret = IsSecret(m_line.substr(begin, end - begin));
+        return true;
     }
 
     Position ClosingQuote(Position opening) const {
@@ -195,7 +221,8 @@ private:
 
     const std::string_view m_line;
     Position m_at = 0;
-    Position m_copied = 0;  // everything before it is in m_result or was hidden
+    bool m_namesSecret = false;  // a setting that was named before, whose values follow
+    Position m_copied = 0;       // everything before it is in m_result or was hidden
     std::string m_result;
 };
 

@@ -41,6 +41,8 @@ TEST(Redact, HidesTheSecretAndKeepsTheRest) {
         {"[dev:7, ch:1] 12:30:05 a=b <c>", "[dev:7, ch:1] 12:30:05 a=b <c>"},
         {"key[GVX_MESSAGE_IP] default[1]", "key[GVX_MESSAGE_IP] default[1]"},
         {"keyframe=1 monkeys: 3", "keyframe=1 monkeys: 3"},
+        {"section=WRONG, key=MAX_CAPS, value=200", "section=WRONG, key=MAX_CAPS, value=200"},
+        {"key=SFTP_PASSWORD, oldValue=a, newValue=b", "key=SFTP_PASSWORD, oldValue=***, newValue=***"},
         {"wrong password", "wrong password"},
         {"= : < [ :// <>", "= : < [ :// <>"},
     };

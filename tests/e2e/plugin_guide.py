@@ -57,6 +57,16 @@ def check_headers(prefix):
         sys.exit(f"gvx_common.h and the installed headers differ: {sorted(installed ^ named)}")
 
 
+def check_second_install(build, prefix):
+    """A file of the configuration that its operator has edited stays, and the shipped one lies beside it."""
+    edited = prefix / "etc/gvx/net.xml"
+    edited.write_text(edited.read_text().replace("GVX#001", "GVX#002"))
+    run("cmake", "--install", build, "--prefix", str(prefix))
+    new = [path.name for path in prefix.rglob("*.new")]
+    if "GVX#002" not in edited.read_text() or new != ["net.xml.new"]:
+        sys.exit(f"a second install touches what is edited, or lays down {new}")
+
+
 def check_refused_names(folder):
     (folder / "here").mkdir()
     for name, why in (("", "missing"), ("MyCam", "only a-z"), ("my cam", "only a-z"), ("a/b", "only a-z"), ("x" * 33, "33"),
@@ -107,6 +117,7 @@ def main():
         os.environ.update(PATH=f"{prefix}/bin:{os.environ['PATH']}", PKG_CONFIG_PATH=str(package.parent),
                           CMAKE_PREFIX_PATH=str(prefix))
         check_headers(prefix)
+        check_second_install(build, prefix)
         check_refused_names(folder)
         walk(page, folder)
         run("gvx-new-plugin", "by-make_2", cwd=folder)

@@ -15,7 +15,8 @@ protected:
         folder.WriteConf(
             "[GATEWAY]\nGVX_PLUGIN_LIST=moody\nGVX_PLUGIN_CALL_LIMIT=1\n"
             "[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\nGVX_MESSAGE_IP=127.0.0.1\n"
-            "[SERVICE_CAPACITY]\nMAX_CAPS=128\n[SIF_CFG]\nGVX_SIP_LOG_SWITCH=0\n"
+            "[SERVICE_CAPACITY]\nMAX_CAPS=128\n[MEDIA]\nGVX_MEDIA_SEND_UDP=47000-47400\n[SIF_CFG]\nGVX_SIP_LOG_SWITCH="
+            "0\n"
             "[GB35114_CFG]\nGB35114_SECURITY_LEVEL=A\nGB35114_KEYLABEL=gvx001\n"
             "GB35114_SERVER_ID=34020000002000000001\nGB35114_DATE_INTERNAL=600\n");
     }
@@ -76,6 +77,24 @@ TEST_F(GatewayConfigTest, SettingsOfSecureVideoComeWithARequestAndWithAnAnswer) 
     EXPECT_EQ(level() + GvxConfigMgr()->GetConfValue("GB35114_DATE_INTERNAL", ""), "B300");
     SendJson(NSS_GET_GB35114_CONF_RSP, body("C"));
     EXPECT_TRUE(WaitUntil([&] { return level() == "C"; })) << log->Dump();
+}
+
+TEST_F(GatewayConfigTest, LimitsActOnTheNextDeviceAndStream) {
+    ASSERT_EQ(Edit("SERVICE_CAPACITY", "MAX_CAPS", "2").code, 0u);
+    ASSERT_EQ(AddDevice("CAM1").code, 0u);
+    const Answer tooMany = AddDevice("CAM2");
+    EXPECT_EQ(tooMany.code, static_cast<unsigned>(ZVS_FAIL));
+    EXPECT_NE(tooMany.text.find("MAX_CAPS allows 2."), std::string::npos) << tooMany.text;
+    for (const auto& [range, low, high] : {std::tuple{"", 47000u, 47400u}, {"48000-48400", 48000u, 48400u}}) {
+        ASSERT_TRUE(*range == '\0' || Edit("MEDIA", "GVX_MEDIA_SEND_UDP", range).code == 0);
+        const Answer started = Start("CAM1", "S");
+        const unsigned int port = started.json["SrcVideoPort"].asUInt();
+        EXPECT_TRUE(started.code == 0 && port >= low && port <= high && port % 2 == 0) << started.text << port;
+        EXPECT_EQ(AskJson(NSS_STOP_STREAM_REQ, R"({"DevCode":"CAM1","ServiceID":"S"})").code, 0u);
+    }
+    ASSERT_EQ(DeleteDevice("CAM1").code, 0u);
+    EXPECT_EQ(AddDevice("CAM2").code, 0u) << "a deleted camera makes room";
+    EXPECT_EQ(DeleteDevice("CAM2").code, 0u);
 }
 
 TEST_F(GatewayConfigTest, ChangedTimeoutActsOnTheNextCommandServed) {

@@ -22,6 +22,11 @@ int CCloudConfigMgr::Init() {
     UnInit();
     // A file that is not there yet is watched for, too: the cloud side may take the gateway over at any time.
     ReadFlag();
+    if (!m_inited) {
+        GVX_LOG_WARN("Cloud configuration",
+                     "No alarm leaves until [%s] says that the cloud side has taken this gateway over.",
+                     gvx::RootedPath(GVX_CLOUD_CONFIG_PATH).c_str());
+    }
     m_pInotifyWatcher.reset(new (std::nothrow) bpInotifyEventWatcher);
     if (m_pInotifyWatcher == nullptr) {
         GVX_LOG_ERR("CCloudConfigMgr::Init", "CCloudConfigMgr create InotifyEventWatcher Object fail");

@@ -17,8 +17,8 @@ public:
     CCloudConfigMgr(const CCloudConfigMgr&) = delete;
     CCloudConfigMgr& operator=(const CCloudConfigMgr&) = delete;
 
-    // Reads the file and begins to watch it, whether it is there or not. 0; 1 when the file cannot be read, holds an
-    // empty flag, or cannot be watched because its folder is missing. A second call begins anew.
+    // Reads the file and begins to watch it, whether it and its folder are there or not. 0; 1 when the file cannot be
+    // read, holds an empty flag, or cannot be watched. A second call begins anew.
     int Init();
 
     // Ends the watching; the flag stays.

@@ -24,6 +24,7 @@ struct CloseFile {
 using FilePtr = std::unique_ptr<FILE, CloseFile>;
 using TextBuffer = std::unique_ptr<char[]>;
 
+constexpr std::size_t kMaxFileBytes = 4u * 1024u * 1024u;  // far above any real file; bounds a wrong path
 constexpr const char* kTrimmed = "\r\n \t";
 
 // Opens a regular file and no other kind, without waiting: a pipe in its place would block the caller for good. Null
@@ -36,7 +37,7 @@ FilePtr OpenRegular(const char* path, int flags) {
     }
     struct stat status {};
     const bool regular = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-    FilePtr file(regular ? fdopen(fd, (flags & O_ACCMODE) == O_RDONLY ? "r" : "r+") : nullptr);
+    FilePtr file(regular ? fdopen(fd, "r+") : nullptr);
     if (!file) {
         close(fd);
         errno = EINVAL;
@@ -123,16 +124,17 @@ int GVX_Config::init() {
     if (realpath(m_strIniFilename.c_str(), resolvedPath) == nullptr || resolvedPath[0] == '\0') {
         return ZVS_FAIL;
     }
-    const FilePtr file = OpenRegular(resolvedPath, O_RDONLY);
-    if (!file) {
+    // In one piece: what was read up to a fault is not the file, and written back it would take the rest away.
+    std::string content;
+    if (!gvx::ReadWholeFile(resolvedPath, kMaxFileBytes, content)) {
         std::perror("fopen");
-        GVX_LOG_ERR_CODE("GVX_Config::init", ZVS_OPEN_FILE_ERROR, "Failed to open file [%s], err[%d]", resolvedPath,
+        GVX_LOG_ERR_CODE("GVX_Config::init", ZVS_OPEN_FILE_ERROR, "Failed to read file [%s], err[%d]", resolvedPath,
                          errno);
         return ZVS_FAIL;
     }
-    const int result = ReadLines(file.get());
-    m_isWhole = result == ZVS_SUCCEED;
-    return result;
+    const FilePtr file(content.empty() ? nullptr : fmemopen(content.data(), content.size(), "r"));
+    m_isWhole = content.empty() || (file && ReadLines(file.get()) == ZVS_SUCCEED);
+    return m_isWhole ? ZVS_SUCCEED : ZVS_FAIL;
 }
 
 int GVX_Config::ReadLines(FILE* file) {
@@ -147,15 +149,6 @@ int GVX_Config::ReadLines(FILE* file) {
             SkipLineEndBehind(buffers.line.get(), file);
         }
         TakeLine(buffers, pending);
-    }
-    // What was read so far is not the file: written back, it would take the rest away.
-    if (std::ferror(file) != 0) {
-        const int fault = errno;
-        std::perror("fgets");
-        GVX_LOG_ERR_CODE("GVX_Config::init", ZVS_OPEN_FILE_ERROR, "Failed to read file [%s], err[%d]",
-                         m_strIniFilename.c_str(), fault);
-        m_secList.clear();
-        return ZVS_FAIL;
     }
     return ZVS_SUCCEED;
 }

@@ -151,7 +151,7 @@ std::string Near(const std::string& word, const char* SettingRow::*name) {
         return std::string();
     }
     std::string near;
-    std::size_t least = std::max<std::size_t>(word.size() / 3, 1) + 1;
+    std::size_t least = std::max<std::size_t>(word.size() / 3, 2) + 1;
     for (const SettingRow& row : kRows) {
         const std::size_t distance = Distance(CGvxUtility::toUpper(word), CGvxUtility::toUpper(std::string(row.*name)));
         if (distance < least) {

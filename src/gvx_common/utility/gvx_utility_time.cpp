@@ -4,6 +4,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 
@@ -83,10 +84,22 @@ std::string WriteTime(const std::tm& fields, TimeForm form) {
     return text;
 }
 
-// The moment that local fields name; whether daylight saving is in force then is for the zone to say.
+long OffsetAt(std::time_t moment) {
+    std::tm local{};
+    return localtime_r(&moment, &local) != nullptr ? local.tm_gmtoff : 0;
+}
+
+// The moment that local fields name. Where the clock has shown them twice it is the first; where it has left them out,
+// what the clock would have shown without the change. mktime keeps a guess of the call before, which decides there.
 std::time_t LocalToSeconds(std::tm fields) {
-    fields.tm_isdst = -1;
-    return std::mktime(&fields);
+    constexpr std::time_t kDay = 86400;
+    const std::time_t asUtc = timegm(&fields);
+    const std::time_t before = asUtc - OffsetAt(asUtc - kDay);
+    const std::time_t after = asUtc - OffsetAt(asUtc + kDay);
+    const auto shows = [asUtc](std::time_t moment) { return moment + OffsetAt(moment) == asUtc; };
+    const std::time_t first = std::min(before, after);
+    const std::time_t last = std::max(before, after);
+    return shows(first) ? first : shows(last) ? last : before;
 }
 
 bool UtcToLocal(std::tm utc, std::tm& local) {

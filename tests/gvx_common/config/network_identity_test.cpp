@@ -150,7 +150,10 @@ protected:
 };
 
 TEST_F(CloudConfigTest, FlagFollowsTheFile) {
-    EXPECT_EQ(1, CCloudConfigMgr::Instance()->Init()) << "not even a folder to watch";
+    EXPECT_EQ(1, CCloudConfigMgr::Instance()->Init());
+    Write(Cloud("true"));
+    EXPECT_TRUE(Becomes(true)) << "its folder has come later";
+    CCloudConfigMgr::Instance()->SetCloudConfigInited(false);
     Write("<CloudConfig><inited/></CloudConfig>");
     EXPECT_EQ(1, CCloudConfigMgr::Instance()->Init());
     Write(Cloud("TRUE"));

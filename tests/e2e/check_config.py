@@ -1,0 +1,87 @@
+"""gvxd --check-config: silent on the shipped configuration; each of many broken ones gives its exit code and names the
+line. Nothing is written, and no port is opened."""
+import os
+import shutil
+import subprocess
+
+import gvx_e2e as e2e
+
+CONF, NAT, NET = "zvs_gvx.conf", "zvs_gvx_nat.conf", "net.xml"
+ALARM, FILE, MAPPING = "alarm/gvx_nvt_alarm_description.xml", "plugins/file.json", "plugins/file_alarms.xml"
+# file; what stands there, and what is put in its place (None: the file is taken away); exit code; what else the line says
+ROWS = [
+    (CONF, "GVX_LISTEN_PORT=9600", "GVX_LISTEN_PORT=x", 1, "[9600] holds"),
+    (CONF, "GVX_LISTEN_PORT=9600", "GVX_LISEN_PORT=9600", 1, "GVX_LISTEN_PORT is the nearest"),
+    (CONF, "[MEDIA]", "[MEDAI]", 1, "MEDIA is the nearest"),
+    (CONF, "MEDIA_BLOCK_NUM=8192", "MEDIA_BLOCK_NUM=lots", 1, "64 to 1048576; [8192] holds"),
+    (CONF, "MEDIA_BLOCK_NUM=8192", "MEDIA_BLOCK_NUM=2", 1, "[64] holds"),
+    (CONF, "TRANSMISSION_THREAD_NUM=5", "TRANSMISSION_THREAD_NUM=999", 1, "[64] holds"),
+    (CONF, "TRANSMISSION_THREAD_NUM=5", "TRANSMISSION_THREAD_NUM=0", 1, "[1] holds"),
+    (CONF, "MAX_SOCKET_SIZE=1000", "MAX_SOCKET_SIZE=abc", 1, "[1000] holds"),
+    (CONF, "OTHERS_NSS_TIMEOUT=30", "OTHERS_NSS_TIMEOUT=-1", 1, "0 to 86400; [30] holds"),
+    (CONF, "MU_NSS_TIMEOUT=10", "MU_NSS_TIMEOUT=-1", 1, "[10] holds"),
+    (CONF, "GVX_MEDIA_SEND_UDP=", "GVX_MEDIA_SEND_UDP=47000:47010", 1, "ranges <from>-<to>"),
+    (CONF, "MAX_CAPS=128", "MAX_CAPS=500", 1, "1 to 300; [128] holds"),
+    (CONF, "GVX_MESSAGE_IP=127.0.0.1", "GVX_MESSAGE_IP=01.2.3.4", 1, "an IPv4 address; [127.0.0.1] holds"),
+    (CONF, "IS_SUPPORT_VSP=0", "IS_SUPPORT_VSP=00", 1, "0 or 1"),
+    (CONF, "LogLevel=6", "LogLevel=abc", 1, "[6] holds"),
+    (CONF, "GB35114_KEYLABEL=gvx001", "GB35114_KEYLABEL=a_c", 1, "counts as not set"),
+    (CONF, "LIVE_VIEW_VIDEO=recvonly", "LIVE_VIEW_VIDEO=both", 1, "sendonly, recvonly or sendrecv"),
+    (CONF, "GVX_LINK_DEAD_TIME=30000", "GVX_LINK_DEAD_TIME=15000", 1, "[20000] holds"),
+    (CONF, "HISTORY_SWEEP_PERIOD=60", "HISTORY_SWEEP_PERIOD", 1, "no comment, section or setting"),
+    (CONF, "BAND_WIDTH=256", "MAX_CAPS=1", 1, "stands again; line "),
+    (CONF, "BAND_WIDTH=256", "NODE_CODE=7", 1, "edits look for it in [PLATFORM]"),
+    (CONF, "BAND_WIDTH=256", "SUBNET_NAT_IP_LIST=", 1, "looked for in zvs_gvx_nat.conf"),
+    (CONF, "; Settings of", "GVX_LISTEN_PORT=1", 1, "loses its first character"),
+    (CONF, "GVX_PLUGIN_LIST=file,rtsp", "GVX_PLUGIN_LIST=nothing", 2, "gvx_plugin_nothing.so"),
+    (CONF, None, None, 2, "No such file"),
+    (NAT, "SUBNET_NAT_IP_LIST=", "SUBNET_NAT_IP_LIST=10.0.0.0/255.0.0.0;bad", 1, "[bad] is no <ip>/<mask>"),
+    (NAT, None, None, 2, "No such file"),
+    (NET, "<NetElementID>GVX#001", "<NetElementID>a b", 2, "no link identifier"),
+    (NET, "<NetElementID>GVX#001", "<NetElementID>", 1, "[GVX#001] holds"),
+    (NET, "</NetElements>", "</Net>", 2, "no well-formed XML"),
+    (NET, None, None, 2, "No such file"),
+    (ALARM, "</AlarmInfoList>", "</AlarmInfo>", 2, "no well-formed XML"),
+    (ALARM, "<AlarmType>ALARM_DISK_FAULT</AlarmType>", "<AlarmType>ALARM_DISK_FULL</AlarmType>", 2, "stands twice"),
+    (MAPPING, "</AlarmInfoList>", "", 2, "no well-formed XML"),
+    (FILE, "}", "]", 2, "Line "),
+    ("log.xml", "</Log>", "", 1, "no well-formed XML"),
+    ("log_sftp.conf", "", "no json", 1, "damaged"),
+]
+# Faults of a file as a whole, and those whose line the parser tells.
+WITHOUT_LINE = ("gvx_plugin_nothing.so", "Line ", "damaged", "No such file", "no well-formed XML")
+
+
+def check_config(options, conf, root):
+    done = subprocess.run([options.gvxd, "--check-config", "--config-dir", conf, "--plugin-dir", options.plugin_dir],
+                          env={**os.environ, "GVX_ROOT": str(root)}, capture_output=True, text=True, timeout=60 * options.slow,
+                          check=False)
+    return done.returncode, done.stdout + done.stderr
+
+
+def run(options, folder, _stack):
+    for root in (options.conf + "/root", folder / "no_root"):
+        told = check_config(options, options.conf, root)
+        e2e.check(told == (0, ""), f"the shipped configuration gives {told}")
+    for number, (name, old, new, code, says) in enumerate(ROWS):
+        conf = folder / str(number)
+        shutil.copytree(options.conf, conf)
+        line = ""
+        if old is None:
+            (conf / name).unlink()
+        else:
+            text = (conf / name).read_text() if old else ""
+            at = text.index(old)
+            (conf / name).write_text(text.replace(old, new, 1))
+            line = "" if says in WITHOUT_LINE else f":{text.count(chr(10), 0, at) + 1}: "
+        before = {path: path.read_bytes() for path in conf.rglob("*") if path.is_file()}
+        got, text = check_config(options, conf, folder / "no_root")
+        named = f"{conf}/{name}{line}" if says != "gvx_plugin_nothing.so" else says
+        e2e.check(got == code and any(named in row and says in row for row in text.splitlines()),
+                  f"{name}, {new}: exit code {got}, not {code}, or no line has {named!r} and {says!r}: {text}")
+        e2e.check(before == {path: path.read_bytes() for path in conf.rglob("*") if path.is_file()}, f"{name}: written to")
+    print(f"{len(ROWS)} broken configurations named")
+
+
+if __name__ == "__main__":
+    e2e.main(run)
