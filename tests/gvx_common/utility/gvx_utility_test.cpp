@@ -261,6 +261,12 @@ TEST_F(UtilityTimes, ConversionsFollowTheZone) {
         EXPECT_EQ(1, U::TransUTCFormatToLocal(bad, m_text, plain)) << bad;
         EXPECT_EQ("unchanged", m_text);
     }
+    for (const char* before : {"20260701120000", "20260101120000"}) {
+        ASSERT_EQ(0, U::TransLocalFormatToUTC(before, m_text, plain));
+        EXPECT_EQ("20261025003000", Made(U::TransLocalFormatToUTC("20261025023000", m_text, plain)))
+            << "the first of two hours, whatever was asked before";
+        EXPECT_EQ("20260329013000", Made(U::TransLocalFormatToUTC("20260329023000", m_text, plain))) << "left out";
+    }
     long last = 0;
     EXPECT_TRUE(U::CheckTimingStatus(last, 10));
     m_clock->AdvanceSeconds(9);
@@ -291,7 +297,11 @@ TEST(UtilityTexts, CharacterSets) {
     EXPECT_EQ(2, CGvxUtility::ConvertCharset(nullptr, "UTF-8", "x", back));
     EXPECT_EQ("unchanged", back);
     EXPECT_TRUE(CGvxUtility::IsUtf8(utf8) && CGvxUtility::IsUtf8(""));
-    EXPECT_FALSE(CGvxUtility::IsUtf8("\xC0\x80") || CGvxUtility::IsUtf8("\xED\xA0\x80"));
+    EXPECT_TRUE(CGvxUtility::IsUtf8("\xF4\x8F\xBF\xBF"));
+    for (const char* bad : {"\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xE6\x91",
+                            "\xF8\x88\x80\x80\x80", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF", "\x80"}) {
+        EXPECT_FALSE(CGvxUtility::IsUtf8(bad)) << bad;
+    }
 }
 
 TEST(UtilityTexts, XmlElementsByPath) {
