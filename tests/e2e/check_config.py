@@ -42,7 +42,7 @@ ROWS = [
     (NET, "</NetElements>", "</Net>", 2, "no well-formed XML"),
     (NET, None, None, 2, "No such file"),
     (ALARM, "</AlarmInfoList>", "</AlarmInfo>", 2, "no well-formed XML"),
-    (ALARM, "<AlarmType>ALARM_DISK_FAULT</AlarmType>", "<AlarmType>ALARM_DISK_FULL</AlarmType>", 2, "stands twice"),
+    (ALARM, "<AlarmInfo>\n    <AlarmType>ALARM_DISK_FULL<", "<AlarmInfo>\n    <AlarmType>ALARM_DISK_FAULT<", 2, "stands twice"),
     (MAPPING, "</AlarmInfoList>", "", 2, "no well-formed XML"),
     (FILE, "}", "]", 2, "Line "),
     ("log.xml", "</Log>", "", 1, "no well-formed XML"),

@@ -53,6 +53,8 @@ TEST_F(GatewayConfigTest, EditIsTakenOrRefusedWithAReason) {
     const std::tuple<const char*, unsigned, const char*> changes[] = {
         {R"(MU_NSS_TIMEOUT","ConfigValue":"7"})", 1, "MU_NSS_TIMEOUT can not be edited at run time."},
         {R"(MAX_CAPS","ConfigValue":78})", 2, "ConfigValue is no text."},
+        {R"(MAX_CAPS","ConfigValue":"78x"})", 1, "The value is not allowed or could not be written; the log says why."},
+        {R"(MAX_CAP","ConfigValue":"78"})", 1, "MAX_CAP is no setting; MAX_CAPS is the nearest."},
     };
     for (const auto& [change, code, reason] : changes) {
         const Answer refused = AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ,

@@ -85,6 +85,18 @@ bool FillRecord(const Edit& edit, CONFIG_INFO& info) {
            PutText(info.chConfigValue, edit.value);
 }
 
+std::string NoSetting(const std::string& key) {
+    const std::string near = NearKey(key);
+    return key + " is no setting" + (near.empty() ? "." : "; " + near + " is the nearest.");
+}
+
+// "99 cameras" passes the platform's check for its number, but readers would not take it.
+bool IsOddValue(const std::string& key, const std::string& value) {
+    const SettingRow* const row = FindSetting(key);
+    return row != nullptr && IsEditable(key) && !row->edit.anyValue && ReadsBackEqual(value) &&
+           !FitsSetting(*row, value);
+}
+
 // Does the edit. A failure says why.
 Result Apply(const Edit& edit) {
     if (edit.key.empty()) {
@@ -102,8 +114,7 @@ Result Apply(const Edit& edit) {
     }
     const SettingRow* const row = FindSetting(edit.key);
     if (row == nullptr) {
-        const std::string near = NearKey(edit.key);
-        return {ZVS_FAIL, edit.key + " is no setting" + (near.empty() ? "." : "; " + near + " is the nearest.")};
+        return {ZVS_FAIL, NoSetting(edit.key)};
     }
     if (row->edit.by == SettingEdit::By::Operator) {
         if (!FitsSetting(*row, edit.value)) {
@@ -117,8 +128,7 @@ Result Apply(const Edit& edit) {
     if (!FillRecord(edit, record.info)) {
         return {ZVS_PARA_INVALID, "A key has 63 characters at most, a section and a value have 31."};
     }
-    // "99 cameras" passes the platform's check for its number, but readers would not take it.
-    if (IsEditable(edit.key) && !row->edit.anyValue && ReadsBackEqual(edit.value) && !FitsSetting(*row, edit.value)) {
+    if (IsOddValue(edit.key, edit.value)) {
         return {ZVS_FAIL, edit.value + " is no value for " + edit.key + "."};
     }
     const int code = GvxConfigMgr()->SetGvxConfigEdit(record.info);
@@ -192,17 +202,24 @@ int TakeChangedConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*sessio
     Json::Value request;
     Json::Value body(Json::objectValue);
     bool isText = true;
+    bool isOdd = false;
     if (ReadJsonObject(cmd, request)) {
         body["ConfigName"] = JsonText(request, "ConfigName");
         isText = !request.isMember("ConfigValue") || request["ConfigValue"].isString();
+        std::string value = JsonText(request, "ConfigValue");
+        isOdd = isText && IsOddValue(JsonText(request, "ConfigName"), value);
+        memset_s(value.data(), value.size() + 1, 0, value.size());  // it may be a password
     }
     WipeJson(request);
     // The core takes what is no text for an empty value, and that switches some settings off.
-    const int code = isText ? GvxConfigMgr()->SetEditConfigFromFrame(cmd.GetMsgBlock()) : int{ZVS_PARA_INVALID};
+    const int code = isOdd    ? int{ZVS_FAIL}
+                     : isText ? GvxConfigMgr()->SetEditConfigFromFrame(cmd.GetMsgBlock())
+                              : int{ZVS_PARA_INVALID};
     if (code != ZVS_SUCCEED) {
         const std::string key = JsonText(body, "ConfigName");
-        body["Reason"] = !isText           ? "ConfigValue is no text."
-                         : key.empty()     ? "The body names no setting."
+        body["Reason"] = !isText                       ? "ConfigValue is no text."
+                         : key.empty()                 ? "The body names no setting."
+                         : FindSetting(key) == nullptr ? NoSetting(key)
                          : IsEditable(key) ? "The value is not allowed or could not be written; the log says why."
                                            : key + " can not be edited at run time.";
     }

@@ -83,7 +83,7 @@ TEST_F(SipSdpEncodeTest, EachServiceInEachFormAsWrittenByHand) {
         Configure(says("area 1")       ? "SUPPORT_AREA_TYPE=1\n"
                   : says("area 2")     ? "SUPPORT_AREA_TYPE=2\nLIVE_VIEW_VIDEO=sendrecv\n"
                   : says("area 3")     ? "SUPPORT_AREA_TYPE=3\n"
-                  : says("directions") ? "AUDIO_TALK_SEND=send\nAUDIO_TALK_RECV=recv\nAUDIO_BROADCAST=cast\n"
+                  : says("directions") ? "AUDIO_TALK_SEND=sendrecv\nAUDIO_TALK_RECV=recvonly\nAUDIO_BROADCAST=recvonly\n"
                                        : "");
         std::string text;
         auto decode = &CServiceSDP::DecodeSDP;
