@@ -33,7 +33,10 @@ int ChannelOf(const CStreamParam& param) {
 }  // namespace
 
 FileLens::FileLens(const char* lensId, short channel, CAdapterDevBase& parent, MediaPtr media)
-    : CAdapterLensDefaults(lensId, channel, parent), m_media(std::move(media)), m_metadataUser(kNoChannel) {}
+    : CAdapterLensDefaults(lensId, channel, parent),
+      m_device(parent.GetMainDevID()),
+      m_media(std::move(media)),
+      m_metadataUser(kNoChannel) {}
 
 FileLens::~FileLens() {
     m_players.clear();
@@ -98,6 +101,7 @@ int FileLens::StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* 
     PlayTarget target;
     target.withMetadata = param->m_nVedioAnalysePort != 0 && m_media->metadata != nullptr;
     target.lens = this;
+    target.device = m_device;
     target.channelID = channelID;
     target.overTcp = param->m_nDstTransProtocol == RTP_OVER_TCP;
     target.needExternData = needExternData;

@@ -30,6 +30,7 @@ private:
     int StartPlayer(PlayTarget target);
     Player* FindPlayer(const CStreamParam* param) const;
 
+    const std::string m_device;
     MediaPtr m_media;
     std::map<int, std::unique_ptr<Player>> m_players;  // by channel
     int m_metadataUser;                                // channel of the player that sends metadata

@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "gvx_common/alarm/gvx_error_mgr.h"
 
 #include <algorithm>
 #include <chrono>
@@ -83,11 +84,20 @@ void Player::Play() {
         if (read == gvx::ReadResult::Failed) {
             GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Stream[%s] ends: %s", m_target.serviceID.c_str(),
                              m_source.Error().c_str());
+            ReportEnd();
             return;
         }
         if (read == gvx::ReadResult::End || !PlayPacket(packet)) {
             return;
         }
+    }
+}
+
+// On a thread of ours, so it is no answer that tells the platform.
+void Player::ReportEnd() const {
+    if (GVXErrorMgr* const reports = GVXErrorMgr::getInstance()) {
+        reports->reportHstError("", __func__, m_target.device.c_str(), m_target.lens->GetSubDevID(),
+                                ZVS_OPEN_FILE_ERROR, "playing the medium", "%s", m_source.Error().c_str());
     }
 }
 

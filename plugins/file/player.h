@@ -25,6 +25,7 @@ struct PlayTarget {
     bool withMetadata = false;
     void* userInfo = nullptr;
     std::string serviceID;  // for the log
+    std::string device;     // for the report of a failure
 };
 
 // Plays a medium into a channel of a lens, on a thread of its own: pictures, audio and metadata leave in the order of
@@ -49,6 +50,7 @@ public:
 private:
     void Run() noexcept;
     void Play();
+    void ReportEnd() const;
     bool PlayPacket(MediaPacket& packet);
     bool PlayMetadataBefore(std::int64_t endMicroseconds);
     bool WaitUntilDue(std::int64_t mediaMicroseconds);

@@ -6,6 +6,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -19,9 +20,10 @@ struct Store {
     gvx::Statement deleteItem;
     gvx::Statement countItems;
     gvx::Statement readItems;
+    gvx::Statement readDistinct;
 
     void Close() {
-        for (gvx::Statement* statement : {&addItem, &deleteItem, &countItems, &readItems}) {
+        for (gvx::Statement* statement : {&addItem, &deleteItem, &countItems, &readItems, &readDistinct}) {
             statement->reset();
         }
         database.reset();
@@ -37,7 +39,10 @@ struct Store {
         deleteItem = gvx::PrepareStatement(database.get(), "DELETE FROM alarm WHERE type = ?1 AND info = ?2");
         countItems = gvx::PrepareStatement(database.get(), "SELECT count(*) FROM alarm");
         readItems = gvx::PrepareStatement(database.get(), "SELECT type, info FROM alarm ORDER BY id LIMIT ?1");
-        if (addItem != nullptr && deleteItem != nullptr && countItems != nullptr && readItems != nullptr) {
+        readDistinct = gvx::PrepareStatement(
+            database.get(), "SELECT type, info FROM alarm GROUP BY type, info ORDER BY min(id) LIMIT ?1");
+        if (addItem != nullptr && deleteItem != nullptr && countItems != nullptr && readItems != nullptr &&
+            readDistinct != nullptr) {
             return true;
         }
         GVX_LOG_ERR("Alarm store", "Opening %s failed: %s", path, sqlite3_errmsg(database.get()));
@@ -77,25 +82,41 @@ bool IsTerminated(const Alarm_Item& item) {
            std::memchr(item.AlarmInfo, '\0', sizeof(item.AlarmInfo)) != nullptr;
 }
 
-// Runs a statement that changes the table and has the item's two texts as its arguments.
-int RunWithItem(const char* what, gvx::Statement Store::*member, const Alarm_Item* item) {
-    if (item == nullptr || !IsTerminated(*item)) {
+bool Step(sqlite3_stmt* statement, const Alarm_Item& item) {
+    const Use use(statement);
+    return sqlite3_bind_text(statement, 1, item.AlarmType, -1, SQLITE_STATIC) == SQLITE_OK &&
+           sqlite3_bind_text(statement, 2, item.AlarmInfo, -1, SQLITE_STATIC) == SQLITE_OK &&
+           sqlite3_step(statement) == SQLITE_DONE;
+}
+
+// Runs a statement that changes the table and has an item's two texts as its arguments, for each item, in one write.
+int RunWithItems(const char* what, gvx::Statement Store::*member, const Alarm_Item* items, std::size_t count) {
+    if (items == nullptr || !std::all_of(items, items + count, &IsTerminated)) {
         GVX_LOG_ERR("Alarm store", "%s failed: the item is null or not terminated", what);
         return 1;
     }
     Store& store = TheStore();
     const std::lock_guard<std::mutex> lock(store.mutex);
-    if (store.database == nullptr) {
+    sqlite3* const database = store.database.get();
+    if (database == nullptr) {
         return Failed(what, nullptr);
     }
     sqlite3_stmt* const statement = (store.*member).get();
-    const Use use(statement);
-    if (sqlite3_bind_text(statement, 1, item->AlarmType, -1, SQLITE_STATIC) != SQLITE_OK ||
-        sqlite3_bind_text(statement, 2, item->AlarmInfo, -1, SQLITE_STATIC) != SQLITE_OK ||
-        sqlite3_step(statement) != SQLITE_DONE) {
-        return Failed(what, store.database.get());
+    if (count == 1) {
+        return Step(statement, *items) ? 0 : Failed(what, database);
     }
-    return 0;
+    bool done = sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+    for (std::size_t at = 0; done && at < count; ++at) {
+        done = Step(statement, items[at]);
+    }
+    if (done && sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) {
+        return 0;
+    }
+    Failed(what, database);
+    if (sqlite3_get_autocommit(database) == 0) {
+        sqlite3_exec(database, "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+    return 1;
 }
 
 int CountItems(const Store& store, int* count) {
@@ -113,10 +134,9 @@ bool CopyColumn(sqlite3_stmt* statement, int column, char* target, std::size_t s
     return text != nullptr && gvx::PutText(target, size, text);
 }
 
-int ReadItems(const Store& store, Alarm_Item* items, int* count) {
+int ReadItems(const Store& store, sqlite3_stmt* statement, Alarm_Item* items, int* count) {
     const int room = *count;
     *count = 0;
-    sqlite3_stmt* const statement = store.readItems.get();
     const Use use(statement);
     if (sqlite3_bind_int(statement, 1, room < 0 ? 0 : room) != SQLITE_OK) {
         return Failed("Reading the items", store.database.get());
@@ -151,14 +171,17 @@ int ZVS_AlarmInit(const char* path) {
 }
 
 int ZVS_AddAlarmItem(const Alarm_Item* item) {
-    return RunWithItem("Adding an item", &Store::addItem, item);
+    return RunWithItems("Adding an item", &Store::addItem, item, 1);
 }
 
 int ZVS_DelAlarmItem(const Alarm_Item* item) {
-    return RunWithItem("Deleting an item", &Store::deleteItem, item);
+    return RunWithItems("Deleting an item", &Store::deleteItem, item, 1);
 }
 
-int ZVS_GetAllAlarmItem(Alarm_Item* items, int* count) {
+namespace {
+
+// Of the statement, or of the count where there are no items.
+int GetItems(gvx::Statement Store::*member, Alarm_Item* items, int* count) {
     if (count == nullptr) {
         GVX_LOG_ERR("Alarm store", "Reading the items failed: no count");
         return 1;
@@ -168,7 +191,13 @@ int ZVS_GetAllAlarmItem(Alarm_Item* items, int* count) {
     if (store.database == nullptr) {
         return Failed("Reading the items", nullptr);
     }
-    return items == nullptr ? CountItems(store, count) : ReadItems(store, items, count);
+    return items == nullptr ? CountItems(store, count) : ReadItems(store, (store.*member).get(), items, count);
+}
+
+}  // namespace
+
+int ZVS_GetAllAlarmItem(Alarm_Item* items, int* count) {
+    return GetItems(&Store::readItems, items, count);
 }
 
 void ZVS_AlarmClose() {
@@ -176,3 +205,25 @@ void ZVS_AlarmClose() {
     const std::lock_guard<std::mutex> lock(store.mutex);
     store.Close();
 }
+
+namespace gvx {
+
+bool AlarmStoreIsOpen() {
+    Store& store = TheStore();
+    const std::lock_guard<std::mutex> lock(store.mutex);
+    return store.database != nullptr;
+}
+
+int AddAlarmItems(const std::vector<Alarm_Item>& items) {
+    return RunWithItems("Adding items", &Store::addItem, items.data(), items.size());
+}
+
+int DeleteAlarmItems(const std::vector<Alarm_Item>& items) {
+    return RunWithItems("Deleting items", &Store::deleteItem, items.data(), items.size());
+}
+
+int ReadDistinctAlarmItems(Alarm_Item* items, int* count) {
+    return GetItems(&Store::readDistinct, items, count);
+}
+
+}  // namespace gvx

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 // The store of open alarms, which outlives the process, kill -9 included: what an operation answered with 0 is on
 // disk. One store a process. Any thread; the operations are serialised.
 
@@ -12,7 +14,7 @@ static_assert(sizeof(Alarm_Item) == 266, "the record's layout is fixed");
 // Opens the store at a file path, made when it is missing; its folder must exist. A store that is open already is
 // closed first. A file that is corrupt, or no data base, is set aside as "<path>.corrupt-<UTC date and time>" and a
 // fresh store is begun, with one error line. 0 for success, else 1 with a log line: the folder is missing or cannot be
-// written to, the disk is full, or another process holds the store for 2 s.
+// written to, the disk is full, a page cannot be read, or another process holds the store for 2 s.
 int ZVS_AlarmInit(const char* path);
 
 // Adds one item; equal items may stand in the store more than once. 0 for success; 1 for a null or unterminated
@@ -28,3 +30,16 @@ int ZVS_GetAllAlarmItem(Alarm_Item* items, int* count);
 
 // Closes the store; the operations fail until it is opened again.
 void ZVS_AlarmClose();
+
+namespace gvx {
+
+bool AlarmStoreIsOpen();
+
+// Several items in one write, all or none: added, or deleted as by ZVS_DelAlarmItem. 0 for success; 1 as above.
+int AddAlarmItems(const std::vector<Alarm_Item>& items);
+int DeleteAlarmItems(const std::vector<Alarm_Item>& items);
+
+// As ZVS_GetAllAlarmItem with items, equal ones once.
+int ReadDistinctAlarmItems(Alarm_Item* items, int* count);
+
+}  // namespace gvx

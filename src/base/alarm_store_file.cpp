@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -29,8 +30,8 @@ constexpr const char* kPrepareStore =
 // The parts of a data base, each with its own name behind that of the file.
 constexpr const char* kParts[] = {"", "-wal", "-shm"};
 
-// An SQLite result; SQLITE_CORRUPT also for pages that do not fit together.
-int CheckPages(sqlite3* database) {
+// SQLITE_OK, SQLITE_CORRUPT for pages that do not fit together, or another SQLite result.
+int QuickCheck(sqlite3* database) {
     const Statement statement = PrepareStatement(database, "PRAGMA quick_check(1)");
     if (statement == nullptr) {
         return sqlite3_errcode(database);
@@ -43,12 +44,42 @@ int CheckPages(sqlite3* database) {
     return text != nullptr && std::strcmp(text, "ok") == 0 ? SQLITE_OK : SQLITE_CORRUPT;
 }
 
+// Reads the whole of a file of the data base, by a descriptor of SQLite's own: to close another one would end its
+// locks.
+int ReadThrough(sqlite3* database, int whichFile) {
+    sqlite3_file* file = nullptr;
+    sqlite3_int64 size = 0;
+    if (sqlite3_file_control(database, nullptr, whichFile, &file) != SQLITE_OK || file == nullptr ||
+        file->pMethods == nullptr) {
+        return SQLITE_OK;
+    }
+    int result = file->pMethods->xFileSize(file, &size);
+    char block[4096];
+    for (sqlite3_int64 at = 0; result == SQLITE_OK && at < size; at += static_cast<sqlite3_int64>(sizeof(block))) {
+        const auto length = std::min<sqlite3_int64>(static_cast<sqlite3_int64>(sizeof(block)), size - at);
+        result = file->pMethods->xRead(file, block, static_cast<int>(length), at);
+    }
+    return result;
+}
+
+// The check calls a page that cannot be read a damaged one, so it is believed when each can be read.
+int CheckPages(sqlite3* database) {
+    int result = QuickCheck(database);
+    for (const int file : {SQLITE_FCNTL_FILE_POINTER, SQLITE_FCNTL_JOURNAL_POINTER}) {
+        if (result == SQLITE_CORRUPT) {
+            const int read = ReadThrough(database, file);
+            result = read == SQLITE_OK ? result : read;
+        }
+    }
+    return result;
+}
+
 // An SQLite result with its message in reason.
 int TryOpen(const std::string& path, Database& database, std::string& reason) {
     sqlite3* raw = nullptr;
     // The store's own lock serves one caller at a time, so SQLite needs none.
-    int result = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-                                 nullptr);
+    int result =
+        sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     database.reset(raw);
     if (result == SQLITE_OK) {
         result = sqlite3_busy_timeout(raw, kBusyMilliseconds);
@@ -60,7 +91,8 @@ int TryOpen(const std::string& path, Database& database, std::string& reason) {
         result = CheckPages(raw);
     }
     if (result == SQLITE_OK) {
-        // Processes that are killed again and again would let the log grow; where it cannot be emptied now, it can later.
+        // Processes that are killed again and again would let the log grow; where it cannot be emptied now, it can
+        // later.
         sqlite3_wal_checkpoint_v2(raw, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
     }
     if (result != SQLITE_OK) {
@@ -122,7 +154,11 @@ Database OpenAlarmDatabase(const std::string& path) {
     Database database;
     std::string reason;
     int result = TryOpen(path, database, reason);
-    if (result == SQLITE_NOTADB || result == SQLITE_CORRUPT) {
+    const auto isDamaged = [&result] { return result == SQLITE_NOTADB || result == SQLITE_CORRUPT; };
+    if (isDamaged()) {
+        result = TryOpen(path, database, reason);  // a read that failed for once may have looked like it
+    }
+    if (isDamaged()) {
         if (!SetAside(path, reason)) {
             return nullptr;
         }

@@ -99,6 +99,10 @@ void CDispatcher::SetWriter(Writer writer) {
     WriterSlot().Exchange(writer ? std::make_shared<const Writer>(std::move(writer)) : nullptr);
 }
 
+LinkRoom CDispatcher::RoomOf(const std::string& linkID) {
+    return WriterSlot().Get() != nullptr ? LinkRoom::Free : CNetFactory::RoomOf(linkID);
+}
+
 int CDispatcher::dispatcherOutWithoutTransaction(int, const char* linkID, const char*, std::uint32_t reqID,
                                                  ACE_Message_Block*& block, bool bCompress, unsigned int) {
     const int fault = CheckOutgoing(block, bCompress);

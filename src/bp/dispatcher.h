@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bp/cmd.h"
+#include "bp/net_factory.h"
 
 #include <cstdint>
 #include <functional>
@@ -53,6 +54,8 @@ struct CDispatcher {
     // over when it answers 0.
     using Writer = std::function<int(const std::string& linkID, ACE_Message_Block* block)>;
     static void SetWriter(Writer writer);
+    // CNetFactory::RoomOf; a writer of one's own always has room.
+    static LinkRoom RoomOf(const std::string& linkID);
 
     // Entry for the link layer: a whole frame has arrived. Takes the block over in every case. The sink's answer,
     // or ZVS_PARA_INVALID for a block without a head.

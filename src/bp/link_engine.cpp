@@ -28,6 +28,8 @@ constexpr std::int64_t kLongestWaitMs = 500;
 // Deadlines are looked at no more often than this, however many links there are.
 constexpr std::int64_t kCheckGapMs = 10;
 constexpr int kPauseAfterFaultMs = 100;
+// What a sender of much may leave in a queue, so that answers behind it do not wait long.
+constexpr std::size_t kRoomyBytes = 1u << 20;
 
 }  // namespace
 
@@ -367,6 +369,15 @@ std::shared_ptr<Link> LinkEngine::FindOpen(const std::string& linkID) const {
 int LinkEngine::Send(const std::string& linkID, ACE_Message_Block* block) {
     const std::shared_ptr<Link> link = FindOpen(linkID);
     return link != nullptr ? link->Send(block) : ZVS_NET_SEND_ERROR;
+}
+
+LinkRoom LinkEngine::RoomOf(const std::string& linkID) const {
+    const std::shared_ptr<Link> link = FindOpen(linkID);
+    if (link == nullptr) {
+        return LinkRoom::NoLink;
+    }
+    const std::size_t most = std::min(kRoomyBytes, m_options.maxQueuedBytes / 2);
+    return link->Describe().queuedBytes < most ? LinkRoom::Free : LinkRoom::Full;
 }
 
 void LinkEngine::RequestFlush(std::shared_ptr<Link> link) {

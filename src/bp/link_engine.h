@@ -53,6 +53,7 @@ public:
     int AddConnector(const ConnectorKey& key, ConnectorOptions options);
     int RemoveConnector(const ConnectorKey& key);
     int Send(const std::string& linkID, ACE_Message_Block* block);
+    LinkRoom RoomOf(const std::string& linkID) const;
     std::vector<LinkInfo> Links() const;
     const LinkOptions& Options() const { return m_options; }
 

@@ -120,6 +120,11 @@ int CNetFactory::Send(const std::string& linkID, ACE_Message_Block* block) {
     return engine->Send(linkID, block);
 }
 
+LinkRoom CNetFactory::RoomOf(const std::string& linkID) {
+    const std::shared_ptr<LinkEngine> engine = TheFactory().engine.Get();
+    return engine != nullptr ? engine->RoomOf(linkID) : LinkRoom::NoLink;
+}
+
 std::vector<LinkInfo> CNetFactory::Links() {
     const std::shared_ptr<LinkEngine> engine = TheFactory().engine.Get();
     return engine != nullptr ? engine->Links() : std::vector<LinkInfo>();

@@ -21,16 +21,16 @@ struct LinkEvents {
 };
 
 struct LinkOptions {
-    std::string localID;                        // this side's identifier, such as "GVX#001"
-    std::size_t maxFrameBytes = 4u << 20;       // a longer frame closes the link
-    std::size_t maxQueuedBytes = 8u << 20;      // per link; a frame that would go beyond is refused
-    std::size_t maxLinks = 1024;                // a further peer is closed at once
-    int registerTimeoutMs = 5000;               // from accept or connect to the peer's registration
-    int frameTimeoutMs = 10000;                 // from the first byte of a frame to its last
-    int keepAliveMs = 10000;                    // silence of our own after which a keep-alive is sent
-    int silenceTimeoutMs = 30000;               // silence of the peer after which the link is closed
-    int backoffMinMs = 500;                     // first wait before an outgoing link is tried again
-    int backoffMaxMs = 30000;                   // the wait doubles up to this
+    std::string localID;                    // this side's identifier, such as "GVX#001"
+    std::size_t maxFrameBytes = 4u << 20;   // a longer frame closes the link
+    std::size_t maxQueuedBytes = 8u << 20;  // per link; a frame that would go beyond is refused
+    std::size_t maxLinks = 1024;            // a further peer is closed at once
+    int registerTimeoutMs = 5000;           // from accept or connect to the peer's registration
+    int frameTimeoutMs = 10000;             // from the first byte of a frame to its last
+    int keepAliveMs = 10000;                // silence of our own after which a keep-alive is sent
+    int silenceTimeoutMs = 30000;           // silence of the peer after which the link is closed
+    int backoffMinMs = 500;                 // first wait before an outgoing link is tried again
+    int backoffMaxMs = 30000;               // the wait doubles up to this
 };
 
 struct LinkInfo {
@@ -43,6 +43,9 @@ struct LinkInfo {
     std::uint64_t framesOut = 0;
     std::uint64_t framesRefused = 0;  // for a full queue
 };
+
+// Whether a link's queue takes more of what need not leave at once.
+enum class LinkRoom { NoLink, Full, Free };
 
 // TCP links, all served by one I/O thread. Framing, registration and keep-alive: docs/nss-link.md.
 // Every operation but the events may be called from any thread; none waits for a peer.
@@ -61,8 +64,8 @@ struct CNetFactory {
     // it is deleted. id is this side's identifier. localIp may be null. With retry false the link is made once.
     // connectTimeoutMs 0 takes the default of 5000. 0 when the link is on its way, ZVS_PARA_INVALID for an address
     // that is none, ZVS_FAIL when there is already a link to that address and type.
-    static int CreateClientLink(const std::string& id, int type, const char* peerIp, int peerPort,
-                                const char* localIp, bool retry, unsigned int connectTimeoutMs);
+    static int CreateClientLink(const std::string& id, int type, const char* peerIp, int peerPort, const char* localIp,
+                                bool retry, unsigned int connectTimeoutMs);
     // 0, or ZVS_FAIL when there is no such link.
     static int DeleteClientLinkByAddr(const char* ip, int port, int type);
 
@@ -70,6 +73,10 @@ struct CNetFactory {
     // ZVS_NET_SEND_ERROR: no such link, or its queue is full (the first refusal of an episode is logged, all are
     // counted). ZVS_NULL_POINTER: no block. ZVS_PARA_INVALID: no whole frame, or one beyond maxFrameBytes.
     static int Send(const std::string& linkID, ACE_Message_Block* block);
+
+    // For senders of much, who leave room for answers and requests: Full from 1 MiB in the queue, or half of what it
+    // takes, on.
+    static LinkRoom RoomOf(const std::string& linkID);
 
     static std::vector<LinkInfo> Links();
 };

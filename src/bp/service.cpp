@@ -36,6 +36,11 @@ bool CDeviceMgr::FindMainDevice(const std::string& devCode, std::string& address
     return deviceMgr != nullptr && deviceMgr->FindMainDevice(devCode, address);
 }
 
+bool CDeviceMgr::FindOwner(const std::string& code, std::string& devCode) {
+    IDeviceMgr* const deviceMgr = g_deviceMgr;
+    return deviceMgr != nullptr && deviceMgr->FindOwner(code, devCode);
+}
+
 void CPluginMgr::SetImplementation(IPluginRegistry* implementation) {
     g_pluginRegistry = implementation;
 }

@@ -36,6 +36,8 @@ public:
     virtual int HandleClusterTaskShiftIn(int reason, const std::string& nodeCode) = 0;
     // The address of the device of that code, empty when it has none. False when there is no such device.
     virtual bool FindMainDevice(const std::string& /*devCode*/, std::string& /*address*/) { return false; }
+    // The code of the device to which a code of its own or of one of its channels belongs. False when it is not known.
+    virtual bool FindOwner(const std::string& /*code*/, std::string& /*devCode*/) { return false; }
 };
 
 struct CDeviceMgr {
@@ -45,6 +47,7 @@ struct CDeviceMgr {
     static std::string GetReqDevID(std::uint32_t seqID);
     static int HandleClusterTaskShiftIn(int reason, const std::string& nodeCode);  // 1 without an implementation
     static bool FindMainDevice(const std::string& devCode, std::string& address);
+    static bool FindOwner(const std::string& code, std::string& devCode);
 };
 
 // What the command layer's flow control tells about one of its threads. Numbers in host order.

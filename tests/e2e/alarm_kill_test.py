@@ -20,6 +20,8 @@ RECORD_FAIL, FLOW = "308521803", "308521806"
 ON, OFF, FLOW_OFF = "ALARM_GVX_LOG_RECORD_FAIL_ON", "ALARM_GVX_LOG_RECORD_FAIL_OFF", "ALARM_GVX_FLOW_CONTROL_ERROR_OFF"
 STORE_ON, STORE_OFF = "ALARM_GVX_ALARM_RECORD_FAIL_ON", "ALARM_GVX_ALARM_RECORD_FAIL_OFF"
 THREADS, KILLS, KILLS_MEANWHILE = 4, 200, 20
+BEFORE, NEVER = -1, -2  # when the links open; else so many milliseconds after the store
+IN_HAND = 32 + THREADS  # clears that were sent last: their rows may be still there
 
 
 def rows(store):
@@ -48,6 +50,8 @@ class Run:
         self.flows, self.sent, self.loaded, self.stored = set(), collections.Counter(), False, 0
         self.raised = collections.Counter()  # raising alarms since the last clear that was sent
         self.doubled = 0
+        self.clears = []  # texts of the clearing alarms that were sent
+        self.told = {}  # whether the last word that was sent about a text is a raise
         for line in output.splitlines(keepends=True):
             if line.endswith("\n"):
                 self._take(*line.split())
@@ -58,7 +62,9 @@ class Run:
         if step == "sent":
             text = " ".join(rest)
             self.sent[what, text] += 1
+            self.clears += [text] if what in (OFF, FLOW_OFF) else []
             if what in (ON, OFF):
+                self.told[text] = what == ON
                 self.raised[text] = self.raised[text] + 1 if what == ON else 0
                 self.doubled += self.raised[text] > 1
         elif step == "loaded":
@@ -81,6 +87,7 @@ class Account:
     def __init__(self):
         self.alarms = self.lost = self.doubled = 0
         self.before = collections.Counter()
+        self.platform = {}  # whether an alarm of that text is open there
 
     def add(self, run, found):
         self.alarms += run.stored
@@ -89,30 +96,43 @@ class Account:
         # A raise that is open from before must not go out anew.
         self.doubled += sum(run.raised[text] > 0 and not run.sent[OFF, text] for _, text in expected)
         expected.update((file_row(number), is_open) for number, is_open in run.open.items())
+        self.platform.update(run.told)
         in_doubt = {file_row(number) for number, what in run.last.items() if what != "flow"}
-        for row in set(expected) | {row for row in found if row[0] == RECORD_FAIL}:
-            if row not in in_doubt:
-                self.lost += bool(expected.get(row)) and found[row] == 0
-                self.doubled += not expected.get(row) and found[row] > 0
-            self.doubled += found[row] > 1
+        known = set(expected) | {row for row in found if row[0] == RECORD_FAIL}
+        known |= {(RECORD_FAIL, text) for text in self.platform}
+        for _, text in in_doubt:
+            self.platform.pop(text, None)  # a raise may have left ahead of its row
+        for row in known - in_doubt:
+            is_open, is_open_there = expected.get(row), self.platform.get(row[1])
+            self.lost += bool(is_open or is_open_there) and found[row] == 0
+            # A row whose clear has not left yet stays.
+            self.doubled += not is_open and is_open_there is False and found[row] > 0 and self._is_done(run, row[1])
+        self.doubled += sum(count > 1 for row, count in found.items() if row[0] == RECORD_FAIL)
         self._add_flows(run, found)
         self.before = found
 
+    @staticmethod
+    def _is_done(run, text):
+        return text in run.clears[:-IN_HAND] and text not in run.clears[-IN_HAND:]
+
     def _add_flows(self, run, found):
-        """A start clears those of before; a row that it has not come to waits for the next one, as those of now do."""
-        before = collections.Counter({text: count for (kind, text), count in self.before.items() if kind == FLOW})
-        for text, count in before.items():
-            self.lost += max(0, count - run.resumed[text]) if run.loaded or not found[FLOW, text] else 0
-        self.doubled += sum((run.resumed - before).values())
+        """A start clears those of before; a row whose clear has not left waits for the next one, as those of now do."""
+        before = {text for kind, text in self.before if kind == FLOW}
         now = {flow_row(number) for number in run.flows}
         expected = now | {flow_row(number) for number, what in run.last.items() if what == "flow"}
-        expected |= set() if run.loaded else set(self.before)
+        for text in before:
+            self.lost += not run.resumed[text] and not found[FLOW, text]
+            self.doubled += (FLOW, text) not in expected and found[FLOW, text] > 0 and self._is_done(run, text)
+        self.doubled += sum((run.resumed - collections.Counter(before)).values())
+        expected |= set(self.before)
         self.lost += len(now - set(found))
         self.doubled += sum(count - (row in expected) for row, count in found.items() if row[0] == FLOW)
 
 
 def run_until_killed(program, store):
-    with subprocess.Popen([program, "loop", str(store), str(THREADS)], stdout=subprocess.PIPE, text=True) as process:
+    links = random.choice([BEFORE, NEVER, random.randrange(40)])
+    with subprocess.Popen([program, "loop", str(store), str(THREADS), str(links)], stdout=subprocess.PIPE,
+                          text=True) as process:
         output = ""
         if random.randrange(4) == 0:  # somewhere in the start, most of the time
             time.sleep(random.uniform(0, 0.03))

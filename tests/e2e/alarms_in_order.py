@@ -1,12 +1,17 @@
 """Alarms of the gateway before the first link to OMU, while the main service is down and before the cloud side has
-taken the gateway over: where each goes, and in which order. What an earlier process left open is cleared or kept."""
+taken the gateway over: where each goes, and in which order. What an earlier process left open is cleared or kept, also
+when starts are refused, and when very much of it meets a main service that reads late."""
 import contextlib
 import sqlite3
+import subprocess
+import threading
+import time
 
 import gvx_e2e as e2e
 
 FLOW_OFF, STORE_OFF = "ALARM_GVX_FLOW_CONTROL_ERROR_OFF", "ALARM_GVX_ALARM_RECORD_FAIL_OFF"
 LOG_ALARM = ("308521803", "FilePath=/nowhere,FileName=x,ErrorCode=500")
+LEFT_OPEN = [("308521806", "queue a"), LOG_ALARM, ("308521806", "queue b")]
 
 
 def leave_open(folder, *open_alarms):
@@ -41,10 +46,10 @@ def types(found):
     return [kind for kind, _ in found]
 
 
-def start(options, folder, stack, name, inited="true"):
+def start(options, folder, stack, name, inited="true", left_open=LEFT_OPEN):
     place = folder / name
     place.mkdir()
-    store = leave_open(place, ("308521806", "queue a"), LOG_ALARM, ("308521806", "queue b"))
+    store = leave_open(place, *left_open)
     cloud = place / "root" / "home" / "zvs_common"
     cloud.mkdir(parents=True)
     (cloud / "cloudconfig.xml").write_text(f"<CloudConfig><inited>{inited}</inited></CloudConfig>")
@@ -86,17 +91,80 @@ def main_service_first(options, folder, stack):
 
 
 def not_taken_over(options, folder, stack):
-    gateway, _ = start(options, folder, stack, "no_cloud", inited="false")
+    gateway, store = start(options, folder, stack, "no_cloud", inited="false")
     omu, main = e2e.Peer.linked(gateway.port, "OMU#001"), e2e.Peer.linked(gateway.port, "GVX#000")
     e2e.check(alarms(main, e2e.KSP_REPORT) == [] and alarms(omu, e2e.GATEWAY_ALARM) == [], "an alarm left before the flag")
     lost = gateway.lines("Cloud config inited is false, no need to send alarm")
     e2e.check(len(lost) == 7, f"{len(lost)} lines tell of lost alarms")  # three of the store, two alarms to two peers
+    e2e.check(stored(store) == LEFT_OPEN, f"left in the store: {stored(store)}")
     gateway.stop()
     print("before the cloud flag: nothing leaves and nothing waits")
 
 
+def refused(options, folder, stack):
+    """Starts that come to nothing take nothing from the store; the one that gets its links clears what is open."""
+    gateway, store = start(options, folder, stack, "refused")
+    second = e2e.Gateway(options, folder / "second", settings={"GVX_PLUGIN_LIST": "nowhere"})
+    second.folder = gateway.folder
+    e2e.wait_until(lambda: gateway.lines("gvxd ready"), 30 * options.slow, "the start")
+
+    def fails(code, named):
+        done = subprocess.run([*second.command(), "--listen-port", "0"], env=second.whole_environment(), check=False,
+                              capture_output=True, text=True, timeout=60 * options.slow)
+        e2e.check(done.returncode == code and named in done.stderr and len(done.stderr.splitlines()) == 1,
+                  f"exit code {done.returncode}: {done.stderr}")
+        e2e.check(stored(store) == LEFT_OPEN, f"left in the store: {stored(store)}")
+
+    fails(15, f"the data folder {store.parent} belongs to another gateway")
+    gateway.stop()  # ahead of its first link
+    fails(12, "nowhere")
+    gateway.start()
+    gateway.kill()
+    gateway.start()
+    omu, main = e2e.Peer.linked(gateway.port, "OMU#001"), e2e.Peer.linked(gateway.port, "GVX#000")
+    for peer, kind in ((omu, e2e.GATEWAY_ALARM), (main, e2e.KSP_REPORT)):
+        found = alarms(peer, kind, 2 * options.slow)
+        e2e.check(found[:2] == [(FLOW_OFF, "queue a"), (FLOW_OFF, "queue b")], f"got {found}")
+    e2e.check(stored(store) == [LOG_ALARM], f"left in the store: {stored(store)}")
+    gateway.stop()
+    print("refused, stopped and killed starts: every row is there until its clear has left")
+
+
+def late_reader(options, folder, stack):
+    """Each of very many held alarms arrives once and in order at peers that begin to read late."""
+    wanted = [f"queue {number}" for number in range(options.held)]
+    begin = time.monotonic()
+    gateway, store = start(options, folder, stack, "late", left_open=[("308521806", text) for text in wanted])
+    took = time.monotonic() - begin
+    omu = e2e.Peer.linked(gateway.port, "OMU#001", receive_buffer=4096)
+    main = e2e.Peer.linked(gateway.port, "GVX#000", receive_buffer=4096)
+    e2e.wait_until(lambda: gateway.lines("open alarms restored"), 60 * options.slow, "the store is read")
+    time.sleep(3)
+    found = {}
+
+    def read(peer, kind, location_at):
+        found[kind] = texts = []
+        while len(texts) < options.held and (message := peer.receive_if_any(20 * options.slow)):
+            text = e2e.text(message.raw[location_at:location_at + 256])
+            texts += [text] if message.kind == kind and text.startswith("queue") else []
+
+    readers = [threading.Thread(target=read, args=row) for row in ((omu, e2e.GATEWAY_ALARM, 608), (main, e2e.KSP_REPORT, 1132))]
+    for reader in readers:
+        reader.start()
+    for reader in readers:
+        reader.join()
+    closing = ", ".join(f"{name} got {len(found[kind])} of {options.held}, lost {len(set(wanted) - set(found[kind]))}, "
+                        f"doubled {len(found[kind]) - len(set(found[kind]))}"
+                        for name, kind in (("OMU", e2e.GATEWAY_ALARM), ("KSP", e2e.KSP_REPORT)))
+    print(f"peers that read 3 s late: {closing}; listening after {took:.1f} s")
+    e2e.check(all(texts == wanted for texts in found.values()), f"not each once and in order: {closing}")
+    e2e.check(not gateway.lines("Link queue full"), "the alarms overran a queue")
+    e2e.wait_until(lambda: stored(store) == [], 30 * options.slow, "the rows are deleted")
+    gateway.stop()
+
+
 def alarms_in_order(*arguments):
-    for part in (omu_first, main_service_first, not_taken_over):
+    for part in (omu_first, main_service_first, not_taken_over, refused, late_reader):
         part(*arguments)
 
 

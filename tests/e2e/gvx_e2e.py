@@ -355,6 +355,7 @@ def main(test, programs=("gvxd", "gvxctl", "plugin-dir", "conf")):
     parser.add_argument("--recorder", default=os.environ.get("GVX_LOCK_RECORDER"), help="the library of lock_order.py")
     parser.add_argument("--print", action="store_true", help="lock_order.py: print what was recorded, check nothing")
     parser.add_argument("--kills", type=int, help="how often the kill tests end a process")
+    parser.add_argument("--held", type=int, default=10000, help="alarms_in_order.py: how many alarms wait for the links")
     parser.add_argument("--slow", type=float, default=1, help="factor of every limit")
     options = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="gvx_e2e_") as name, contextlib.ExitStack() as stack:

@@ -5,13 +5,20 @@
 #include "base/log_fault.h"
 #include "base/om_adapter.h"
 #include "base/paths.h"
+#include "base/periodic_thread.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/alarm/gvx_error_mgr.h"
 #include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
 
+#include <cerrno>
+#include <chrono>
 #include <memory>
 #include <string>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/file.h>
 
 namespace gvx {
 
@@ -19,26 +26,16 @@ namespace {
 
 constexpr const char* kDefaultDataDir = "/var/lib/gvx";
 constexpr const char* kStoreName = "/alarms.db";
+// How soon held alarms follow when a link has room again.
+constexpr std::chrono::milliseconds kKeeperPeriod(100);
 
-// Of the thread that starts and stops the gateway.
+// Of the thread that starts and stops the gateway; the watch is begun anew by the keeper's thread while that runs.
 std::unique_ptr<LogFaultWatch> g_watch;
+std::unique_ptr<PeriodicThread> g_keeper;
 
-}  // namespace
-
-void StartAlarmStore() {
-    std::string dir = SettingText(Setting::GVX_DATA_DIR);
-    if (dir.empty()) {
-        dir = RootedPath(kDefaultDataDir);
-    }
-    // The store says why when there is no folder after all.
-    CGvxUtility::dirCreate(dir);
-    const int result = CEmergencyProtection::Instance()->LoadAlarmStatus(dir + kStoreName);
-    GVX_LOG_INFO("Alarm store", "%s%s, %s", dir.c_str(), kStoreName,
-                 result == ZVS_SUCCEED ? "open alarms restored" : "nothing restored");
-}
-
-void StopAlarmStore() {
-    ZVS_AlarmClose();
+std::string DataDir() {
+    const std::string dir = SettingText(Setting::GVX_DATA_DIR);
+    return dir.empty() ? RootedPath(kDefaultDataDir) : dir;
 }
 
 void StartLogFaultAlarms() {
@@ -48,8 +45,49 @@ void StartLogFaultAlarms() {
     g_watch->Start();
 }
 
-void StopLogFaultAlarms() {
+// What a store that opens late brings back is compared with the log files anew.
+void KeepAlarms() {
+    CEmergencyProtection* const alarms = CEmergencyProtection::Instance();
+    if (alarms->KeepStore()) {
+        StartLogFaultAlarms();
+    }
+    if (alarms->CountHeldAlarms() != 0) {
+        alarms->SendAlarmCacheToGvx();
+    }
+}
+
+}  // namespace
+
+bool DataFolder::Take(std::string& reason) {
+    const std::string dir = DataDir();
+    CGvxUtility::dirCreate(dir);
+    m_folder.Reset(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (m_folder.Valid() && flock(m_folder.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        m_folder.Reset();
+        reason = "the data folder " + dir + " belongs to another gateway that runs (GVX_DATA_DIR)";
+        return false;
+    }
+    return true;
+}
+
+void StartAlarms() {
+    const std::string path = DataDir() + kStoreName;
+    const int result = CEmergencyProtection::Instance()->LoadAlarmStatus(path);
+    GVX_LOG_INFO("Alarm store", "%s, %s", path.c_str(),
+                 result == ZVS_SUCCEED ? "open alarms restored" : "nothing restored");
+    StartLogFaultAlarms();
+    g_keeper = std::make_unique<PeriodicThread>();
+    try {
+        g_keeper->Start("AlarmKeeper", kKeeperPeriod, &KeepAlarms);
+    } catch (const std::system_error& fault) {
+        GVX_LOG_ERR("Alarm keeper", "The thread cannot be made, held alarms leave with the next one: %s", fault.what());
+    }
+}
+
+void StopAlarms() {
+    g_keeper.reset();
     g_watch.reset();
+    ZVS_AlarmClose();
 }
 
 void StartErrorReports() {

@@ -1,20 +1,33 @@
 #pragma once
 
+#include "base/unique_fd.h"
+
+#include <string>
+
 namespace gvx {
 
 // The alarms of the gateway itself, begun and ended with the process, on the thread that starts and stops it.
 
-// Opens the store of open alarms in the folder of GVX_DATA_DIR, which is made when it is missing, and takes what was
-// open at the last end into the table. A store that fails is no reason not to start: it raises its own alarm. Once,
-// with the configuration loaded and ahead of everything that raises alarms of its own.
-void StartAlarmStore();
-// Closes the store; alarms that come later are kept in memory alone.
-void StopAlarmStore();
+// The folder of GVX_DATA_DIR, which belongs to one gateway at a time. Released with the object, and when the process
+// ends in any way.
+class DataFolder {
+public:
+    // Makes the folder when it is missing and takes it, before anything in it is touched. False, with the reason, when
+    // another process has it. A folder that cannot be had is no reason not to start: the store says why.
+    bool Take(std::string& reason);
+    void Release() { m_folder.Reset(); }
 
-// Has the faults of the log files raise and clear their alarms. Begun when the open alarms are restored, so that one
-// whose fault has gone meanwhile is cleared; without its thread the gateway runs all the same.
-void StartLogFaultAlarms();
-void StopLogFaultAlarms();
+private:
+    UniqueFd m_folder;
+};
+
+// Opens the store of open alarms in that folder, takes what was open at the last end into the table, and begins the
+// thread that hands held alarms to the links and opens a store that could not be opened. A store that fails is no
+// reason not to start: it raises its own alarm. Once, behind everything that can refuse the start, so that what is
+// cleared can leave; the faults of the log files raise and clear their alarms from then on.
+void StartAlarms();
+// Ends the above and closes the store; alarms that come later are kept in memory alone.
+void StopAlarms();
 
 // The device error reporter of this process, deleted when nothing can report any more.
 void StartErrorReports();

@@ -34,6 +34,7 @@ Device::Device(LoadedPlugin& plugin, const MainDeviceInfo& info, CGvxReactor* re
 
 Result Device::Create(const DeviceRequest& request, const Place& place, std::unique_ptr<Device>& device) {
     std::unique_ptr<Device> made(new Device(*request.plugin, request.info, place.reactor));
+    made->m_scuLinkID = place.scuLinkID;
     Result result = made->CreateAdapter(request, place);
     std::vector<LensRequest> lenses = request.lenses;
     if (!result.Failed()) {

@@ -45,6 +45,7 @@ public:
     const std::string& Code() const { return m_code; }
     const std::string& Address() const { return m_address; }  // as the addition gave it; may be empty
     const std::string& PluginName() const;
+    const std::string& ScuLinkID() const { return m_scuLinkID; }  // of the addition; may be empty
     // The reactor that serves the device; not owned. Any thread.
     CGvxReactor* Reactor() const { return m_reactor; }
     // True on the thread that made the device.
@@ -77,6 +78,7 @@ private:
     LoadedPlugin& m_plugin;
     const std::string m_code;
     const std::string m_address;
+    std::string m_scuLinkID;
     CGvxReactor* const m_reactor;
     const std::thread::id m_thread = std::this_thread::get_id();
     CAdapterDevBase* m_adapter = nullptr;  // made by the plug-in, owned

@@ -2,6 +2,7 @@
 
 #include "base/fixed_text.h"
 #include "base/log.h"
+#include "gvx_common/alarm/gvx_error_mgr.h"
 #include "gvx_common/config/setting_table.h"
 #include "gvx_common/records/adapter_common_message.h"
 
@@ -26,6 +27,9 @@ Result DeviceTable::Insert(std::unique_ptr<Device>& device) {
                               std::to_string(lenses) + ", and MAX_CAPS allows " + std::to_string(most) + "."};
     }
     m_lenses += lenses;
+    for (const Device::Lens& lens : device->Lenses()) {
+        m_lensOwners.emplace(lens.code, device->Code());
+    }
     m_devices.emplace(device->Code(), std::move(device));
     return {};
 }
@@ -45,6 +49,12 @@ std::unique_ptr<Device> DeviceTable::TakeHere(const std::string& code) {
     std::unique_ptr<Device> device = std::move(found->second);
     m_devices.erase(found);
     m_lenses -= device->Lenses().size();
+    for (const Device::Lens& lens : device->Lenses()) {
+        const auto owner = m_lensOwners.find(lens.code);
+        if (owner != m_lensOwners.end() && owner->second == code) {
+            m_lensOwners.erase(owner);
+        }
+    }
     m_emptied.notify_all();
     return device;
 }
@@ -112,6 +122,12 @@ int DeviceTable::ProcessSdkException(const ACE_Message_Block* block) {
     }
     GVX_LOG_WARN("Device report", "plug-in %s reports an exception of type %u. [dev:%s]", known->PluginName().c_str(),
                  message.ExceptionType, device.c_str());
+    if (GVXErrorMgr* const reports = GVXErrorMgr::getInstance()) {
+        reports->reportHstError(known->ScuLinkID().c_str(), __func__, device.c_str(),
+                                TextOf(message.chSubDevId).c_str(), message.ExceptionType, "serving the device",
+                                "plug-in %s reports an exception of type %u", known->PluginName().c_str(),
+                                message.ExceptionType);
+    }
     return 0;
 }
 
@@ -122,6 +138,20 @@ bool DeviceTable::FindMainDevice(const std::string& devCode, std::string& addres
         return false;
     }
     address = found->second->Address();
+    return true;
+}
+
+bool DeviceTable::FindOwner(const std::string& code, std::string& devCode) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_devices.count(code) != 0) {
+        devCode = code;
+        return true;
+    }
+    const auto lens = m_lensOwners.find(code);
+    if (lens == m_lensOwners.end()) {
+        return false;
+    }
+    devCode = lens->second;
     return true;
 }
 

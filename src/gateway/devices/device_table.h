@@ -45,12 +45,15 @@ public:
     std::string GetReqDevID(std::uint32_t seqID) override;
     int HandleClusterTaskShiftIn(int reason, const std::string& nodeCode) override;
     bool FindMainDevice(const std::string& devCode, std::string& address) override;
+    // Knows the codes of lenses, which are what a plug-in makes them.
+    bool FindOwner(const std::string& code, std::string& devCode) override;
 
 private:
     mutable std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
     mutable std::condition_variable m_emptied;
     std::map<std::string, std::unique_ptr<Device>> m_devices;
-    std::size_t m_lenses = 0;                            // of all devices
+    std::size_t m_lenses = 0;                         // of all devices
+    std::map<std::string, std::string> m_lensOwners;  // the devices by the codes of their lenses; the first keeps one
     std::map<std::string, std::string> m_streamDevices;  // by stream identifier
     bool m_closed = false;
 };

@@ -33,8 +33,9 @@ void AnswerXml(const BP::CCmd& cmd, CBB::CXml& body, int code);
 void AnswerJson(const BP::CCmd& cmd, const Json::Value& body, int code);
 
 // Refusals with the reason for a human: <Content><DevCode/><Reason/></Content>, or the members of that name. What
-// plug-ins have reported on this thread goes with a refusal: as InfoType and DevErrorInfo of the same Content, or as
-// the text of the member ErrorReport; and it is the whole body of a bare answer that tells of a failure.
+// plug-ins have reported on this thread, or else a report of the failure itself, goes with a refusal of work on a
+// device: as InfoType and DevErrorInfo of the same Content, or as the text of the member ErrorReport; and it is the
+// whole body of a bare answer that tells of a failure.
 void RefuseXml(const BP::CCmd& cmd, const std::string& device, const Result& result);
 void RefuseJson(const BP::CCmd& cmd, Json::Value body, const Result& result);
 

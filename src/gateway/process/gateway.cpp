@@ -97,8 +97,6 @@ StartResult Gateway::Start(const GatewayOptions& options) {
     }
     StartResult result = StartCore();
     if (!result.Failed()) {
-        StartAlarmStore();
-        StartLogFaultAlarms();
         result = StartPlugins(options);
     }
     if (!result.Failed()) {
@@ -114,6 +112,7 @@ StartResult Gateway::Start(const GatewayOptions& options) {
         Release();
         return result;
     }
+    StartAlarms();
     GVX_LOG_INFO("gvxd", "gvxd ready, listening on %s:%u, plug-ins: %s", m_listenIp.c_str(), m_port,
                  m_context->plugins.NameList().c_str());
     return result;
@@ -124,17 +123,28 @@ StartResult Gateway::LoadConfiguration(const GatewayOptions& options) {
         return StartFailure(ExitCode::ConfigFolder,
                             "configuration folder " + m_configDir + " does not exist or cannot be read");
     }
+    // Ahead of the settings, whose alarms ask for its flag. Without its file the gateway is one that the cloud has not
+    // taken over, and runs all the same.
+    CCloudConfigMgr::Instance()->Init();
+    StartResult result = LoadSettings();
+    if (result.Failed()) {
+        CCloudConfigMgr::Instance()->UnInit();
+        m_dataFolder.Release();
+    }
+    return result;
+}
+
+StartResult Gateway::LoadSettings() {
     const FindingsKeeper findings;
     if (CGvxConfigMgr::Instance()->Init() != 0) {
         return StartFailure(ExitCode::ConfigRefused, "configuration refused: " + findings.WhyNoStart());
     }
-    // Without its file the gateway is one that the cloud has not taken over, and runs all the same.
-    CCloudConfigMgr::Instance()->Init();
     // The core can live without its identifier; a gateway that peers are to link to cannot.
     if (CGvxConfigMgr::Instance()->GetGvxNetElementID().empty()) {
         return StartFailure(ExitCode::ConfigRefused, "configuration refused: " + findings.WhyNoStart());
     }
-    return {};
+    std::string reason;
+    return m_dataFolder.Take(reason) ? StartResult{} : StartFailure(ExitCode::StartFailed, reason);
 }
 
 StartResult Gateway::StartCore() {
@@ -306,8 +316,8 @@ void Gateway::Release() {
     }
     m_context->plugins.UnloadAll();
     StopErrorReports();
-    StopLogFaultAlarms();
-    StopAlarmStore();
+    StopAlarms();
+    m_dataFolder.Release();
     CCloudConfigMgr::Instance()->UnInit();
     PluginCallWatch::Instance().Stop();
     CSecurityMgr::Instance()->UnInit();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bp/service.h"
+#include "gateway/alarms/gateway_alarms.h"
 #include "gateway/intake/intake.h"
 #include "gateway/process/options.h"
 #include "gateway/requests/gateway_context.h"
@@ -59,6 +60,7 @@ public:
     GatewayContext& Context() { return *m_context; }
 
 private:
+    StartResult LoadSettings();
     StartResult StartCore();
     StartResult StartPlugins(const GatewayOptions& options);
     StartResult StartServing();
@@ -73,6 +75,7 @@ private:
     // Shared with the work that reactors may look up until they end.
     const std::shared_ptr<GatewayContext> m_context = std::make_shared<GatewayContext>();
     std::unique_ptr<Intake> m_intake;  // null when devices have nowhere to push to
+    DataFolder m_dataFolder;
     std::string m_configDir;
     std::string m_listenIp;
     std::uint16_t m_port = 0;

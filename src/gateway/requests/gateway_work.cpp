@@ -13,6 +13,7 @@
 #include "gateway/requests/stream_work.h"
 #include "gateway/settings/number_setting.h"
 #include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/alarm/gvx_error_mgr.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_type.h"
 
@@ -51,7 +52,7 @@ int ConnectMediaUnit(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session
 // Says how many alarms of the gateway wait for their delivery. Fed in when the main-service link opens.
 int TellHeldAlarms(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
     GVX_LOG_INFO("Alarm control", "cmd[0x%04x], %zu alarms wait for their delivery.", cmd.GetReqID(),
-                 CEmergencyProtection::Instance()->GetHeldAlarms().size());
+                 CEmergencyProtection::Instance()->CountHeldAlarms());
     if (cmd.GetMsgBlock() != nullptr) {
         AnswerBare(cmd, ZVS_SUCCEED);
     }
@@ -77,6 +78,9 @@ constexpr WorkRow kWorkRows[] = {
 
 int RunWork(GatewayContext& context, Work work, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     const RunningWork::Scope running(context.work, cmd.GetReqID(), session.GetRespDevID());
+    if (GVXErrorMgr* const reports = GVXErrorMgr::getInstance()) {
+        reports->forgetErrRsp();  // of a request before
+    }
     if (context.stopping && cmd.GetReqID() != GVX_INTERNAL_REQ_DELETE) {
         AnswerBare(cmd, ZVS_FAIL);
         return ZVS_FAIL;

@@ -1,29 +1,23 @@
 #include "gvx_common/alarm/emergency_protection.h"
 
 #include "base/alarm_store.h"
+#include "base/clock.h"
 #include "base/fixed_text.h"
 #include "base/log.h"
 #include "base/net_interface.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
-#include "gvx_common/utility/gvx_utility.h"
 
-#include <iterator>
+#include <algorithm>
 #include <memory>
 #include <new>
 
-#include <endian.h>
-
-// Building and holding one alarm, the table of open alarms, and the store's operations with an eye on its health. What
-// raises and clears alarms stands in emergency_protection_faults.cpp.
+// The table of open alarms, and the store's operations with an eye on its health. What raises and clears alarms stands
+// in emergency_protection_faults.cpp.
 
 namespace {
 
-constexpr const char* kMakerName = "TARVEL";
-constexpr const char* kGatewayPrefix = "GVX#";
-constexpr const char* kGatewayName = "CloudKSP_GVX";
-constexpr std::size_t kLinkPrefixLength = 4;  // "OMU#"
-constexpr const char* kOccurTimeForm = "YYYYMMDDhhmmss";
+constexpr std::int64_t kReopenMs = 60000;
 
 template <std::size_t N>
 bool Put(const char* title, char (&field)[N], const std::string& text, const char* message) {
@@ -47,6 +41,14 @@ int LoadingFailed() {
     return ZVS_FAIL;
 }
 
+void NoteOperation(const char* title, const char* what, int result) {
+    if (result == 0) {
+        GVX_DEBUG("zvs %s alarm item ok.", what);
+    } else {
+        GVX_LOG_ERR(title, "zvs %s alarm item failed.", what);
+    }
+}
+
 constexpr std::size_t kAddressBytes = 16;
 
 std::string HostLocation() {
@@ -67,85 +69,23 @@ CEmergencyProtection* CEmergencyProtection::Instance() {
     return instance;
 }
 
-bool CEmergencyProtection::FillAlarm(GVX_ALARM_REPORT& report, const std::string& type, const std::string& inType,
-                                     const std::string& location, const std::string& description) const {
-    const std::string omuLink = GvxConnectionMgr()->GetOmuLinkId();
-    const std::string element = omuLink.size() > kLinkPrefixLength ? omuLink.substr(kLinkPrefixLength) : std::string();
-    std::string occurTime;
-    CGvxUtility::GetCurrentUtcTime(occurTime, kOccurTimeForm);
-    constexpr const char* kTitle = "SetGvxBPAlarmRepMsg";
-    return Put(kTitle, report.cFac, kMakerName, "memcpy_s cFac failed!") &&
-           Put(kTitle, report.cNetEleID, element, "memcpy_s cNetEleID failed!") &&
-           Put(kTitle, report.cAlarmInCode, kGatewayPrefix + element, "memcpy_s cAlarmInCode failed!") &&
-           Put(kTitle, report.cAlarmInName, kGatewayName, "memcpy_s cAlarmInName failed!") &&
-           Put(kTitle, report.cAlarmType, type, "strncpy_s stGvxAlarmReport.cAlarmType failed!") &&
-           Put(kTitle, report.cAlarmInType, inType, "strncpy_s stGvxAlarmReport.cAlarmInType failed!") &&
-           Put(kTitle, report.cOccurTime, occurTime, "strncpy_s stGvxAlarmReport.cOccurTime failed!") &&
-           Put(kTitle, report.cLocationInfo, location.empty() ? GvxConfigMgr()->GetLocalIP() : location,
-               "strncpy_s stGvxAlarmReport.cLocationInfo failed!") &&
-           Put(kTitle, report.cAlarmDesc, description, "strncpy_s stGvxAlarmReport.cAlarmDesc failed!");
-}
+CEmergencyProtection::CEmergencyProtection()
+    : m_outbox([this](const std::vector<gvx::OutboundAlarm>& clears) { ForgetEnded(clears); }) {}
 
 void CEmergencyProtection::SetGvxBPAlarmRepMsg(const std::string& type, const std::string& inType,
-                                               const std::string& location, const std::string& description, bool flag) {
-    GVX_LOG_INFO("SetGvxBPAlarmRepMsg", "Emergency Protection set gvx alarm reponse message is called.");
-    GVX_LOG_INFO("Gateway alarm", "type[%s], input type[%s], location[%s], description[%s]", type.c_str(),
-                 inType.c_str(), location.c_str(), description.c_str());
-    GVX_ALARM_REPORT stGvxAlarmReport{};
-    stGvxAlarmReport.iAlarmEventID = static_cast<std::int64_t>(htobe64(m_GvxAlarmEventID++));
-    unsigned int elementType = 0;
-    std::string linkId;
-    if (!GvxConnectionMgr()->GetLinkInfoByType(BP::SUBSYS_GVX, elementType, linkId)) {
-        GVX_LOG_ERR("SetGvxBPAlarmRepMsg", "Get PeerNetLinkID Error [%d]", static_cast<int>(BP::SUBSYS_GVX));
-        CachePluginAlarm(type, inType, location, description);
-        return;
-    }
-    if (!FillAlarm(stGvxAlarmReport, type, inType, location, description)) {
-        return;
-    }
-    GvxConnectionMgr()->sendGVXAlarmReportToKSP(stGvxAlarmReport);
-    GvxConnectionMgr()->SendGvxAlarmReqMsgToOMU(stGvxAlarmReport, flag, false);
+                                               const std::string& location, const std::string& description,
+                                               bool /*flag*/) {
+    m_outbox.Add({{type, inType, location, description}});
 }
 
 int CEmergencyProtection::CachePluginAlarm(const std::string& type, const std::string& inType,
                                            const std::string& location, const std::string& description) {
-    if (type.empty() || inType.empty() || location.empty()) {
-        return ZVS_PARA_INVALID;
-    }
-    constexpr const char* kTitle = "CachePluginAlarm";
-    _ZVS_REPORT_LIST gvxAlarmReport{};
-    if (!Put(kTitle, gvxAlarmReport.cAlarmType, type, "alarmType snprintf failed") ||
-        !Put(kTitle, gvxAlarmReport.cAlarmInType, inType, "alarmInType snprintf failed") ||
-        !Put(kTitle, gvxAlarmReport.cLocationInfo, location, "localInfo strncpy_s failed") ||
-        !Put(kTitle, gvxAlarmReport.cAlarmDesc, description,
-             ("alarmDesc[" + description + "] snprintf failed").c_str())) {
-        return ZVS_FAIL;
-    }
-    const std::lock_guard<std::recursive_mutex> guard(m_alarmCacheMutex);
-    m_alarmCacheVect.push_back(gvxAlarmReport);
-    GVX_LOG_INFO("Cache alarm success,", "alarm type[%s]", type.c_str());
-    return ZVS_SUCCEED;
+    return m_outbox.Hold({{type, inType, location, description}});
 }
 
 int CEmergencyProtection::SendAlarmCacheToGvx() {
-    const std::lock_guard<std::recursive_mutex> guard(m_alarmCacheMutex);
-    // By place and by copy: an alarm that cannot leave is put behind these while they are walked.
-    for (std::size_t at = 0, count = m_alarmCacheVect.size(); at < count; ++at) {
-        const _ZVS_REPORT_LIST alarm = m_alarmCacheVect[at];
-        GVX_LOG_INFO("SendAlarmCacheToGvx", "Send alarm[%s] to GVX.", alarm.cAlarmType);
-        SetGvxBPAlarmRepMsg(alarm.cAlarmType, alarm.cAlarmInType, alarm.cLocationInfo, alarm.cAlarmDesc, false);
-    }
-    m_alarmCacheVect.clear();
+    m_outbox.Send();
     return ZVS_SUCCEED;
-}
-
-std::vector<gvx::HeldAlarm> CEmergencyProtection::GetHeldAlarms() const {
-    const std::lock_guard<std::recursive_mutex> guard(m_alarmCacheMutex);
-    std::vector<gvx::HeldAlarm> held;
-    for (const _ZVS_REPORT_LIST& alarm : m_alarmCacheVect) {
-        held.push_back({alarm.cAlarmType, alarm.cAlarmInType, alarm.cLocationInfo, alarm.cAlarmDesc});
-    }
-    return held;
 }
 
 void CEmergencyProtection::OnSMULinkOpened() {
@@ -165,40 +105,92 @@ void CEmergencyProtection::OnGVXLinkClosed() {
 }
 
 int CEmergencyProtection::LoadAlarmStatus(const std::string& path) {
-    if (Gvx_AlarmInit(path.c_str()) != 0) {
-        return LoadingFailed();
+    {
+        const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+        m_storePath = path;
     }
+    m_reopenAtMs = gvx::MonotonicMilliseconds() + kReopenMs;
     int count = 0;
-    if (Gvx_GetAllAlarmItem(nullptr, &count) != 0) {
+    if (Gvx_AlarmInit(path.c_str()) != 0 || Gvx_GetAllAlarmItem(nullptr, &count) != 0) {
         return LoadingFailed();
     }
     GVX_LOG_INFO("LoadAlarmStatus", "[getAllAlarmItem] The count of Alarm Item is %d\n", count);
-    if (count <= 0) {
-        return ZVS_FAIL;
-    }
-    const int result = RestoreItems(count);
-    if (result != ZVS_SUCCEED) {
+    std::vector<Pair> flows;
+    const int result = count > 0 ? RestoreItems(count, flows) : ZVS_FAIL;
+    if ((count > 0 && result != ZVS_SUCCEED) || !StoreRemembered()) {
         return result;
     }
-    DelAlarmStatusItemAndSendResume(ALARM_GVX_FLOW_CONTROL, "ALARM_GVX_FLOW_CONTROL_ERROR_OFF", "");
-    return ZVS_SUCCEED;
+    m_reopenAtMs = 0;
+    if (result == ZVS_SUCCEED) {
+        SendResumes("ALARM_GVX_FLOW_CONTROL_ERROR_OFF", "", flows);
+        GVX_LOG_INFO("DelAlarmStatusItemAndSendResume", "Clear alarm Status map ok.");
+    }
+    return result;
 }
 
-int CEmergencyProtection::RestoreItems(int count) {
-    const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+bool CEmergencyProtection::KeepStore() {
+    const std::int64_t at = m_reopenAtMs;
+    if (at == 0 || gvx::MonotonicMilliseconds() < at) {
+        return false;
+    }
+    std::string path;
+    {
+        const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+        path = m_storePath;
+    }
+    LoadAlarmStatus(path);
+    return m_reopenAtMs == 0;
+}
+
+// Pairs of flow control that this process has not raised itself go into flows and not into the table.
+int CEmergencyProtection::RestoreItems(int count, std::vector<Pair>& flows) {
+    count = std::min(count, kMostRestored);
     const std::unique_ptr<Alarm_Item[]> items(new (std::nothrow) Alarm_Item[static_cast<std::size_t>(count)]);
     if (items == nullptr) {
         GVX_LOG_ERR_CODE("LoadAlarmStatus", ZVS_ALLOC_MEMORY_ERROR, "%d alarm items", count);
         return ZVS_ALLOC_MEMORY_ERROR;
     }
-    if (Gvx_GetAllAlarmItem(items.get(), &count) != 0) {
+    if (TellStoreHealth(gvx::ReadDistinctAlarmItems(items.get(), &count)) != 0) {
         return LoadingFailed();
     }
+    if (count == kMostRestored) {
+        GVX_LOG_WARN("LoadAlarmStatus", "More than %d alarms are stored, the rest waits for the next start", count - 1);
+    }
+    const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
     for (int at = 0; at < count; ++at) {
-        m_alarmStatusMap.emplace(items[static_cast<std::size_t>(at)].AlarmType,
-                                 items[static_cast<std::size_t>(at)].AlarmInfo);
+        const Alarm_Item& item = items[static_cast<std::size_t>(at)];
+        Pair pair(item.AlarmType, item.AlarmInfo);
+        const auto open = m_openAlarms.find(pair);
+        if (open != m_openAlarms.end()) {
+            open->second.rows = std::max<std::size_t>(open->second.rows, 1);
+        } else if (m_endings.count(pair) != 0) {
+            continue;  // cleared by this process, and the clear still waits
+        } else if (pair.first == ALARM_GVX_FLOW_CONTROL) {
+            flows.push_back(std::move(pair));
+        } else {
+            m_openAlarms.emplace(std::move(pair), OpenAlarm{++m_lastNumber, 1});
+        }
     }
     return ZVS_SUCCEED;
+}
+
+// What was remembered while there was no store goes into it.
+bool CEmergencyProtection::StoreRemembered() {
+    const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+    std::vector<Alarm_Item> items;
+    for (const auto& [pair, open] : m_openAlarms) {
+        Alarm_Item item{};
+        if (open.rows == 0 && gvx::PutText(item.AlarmType, pair.first) && gvx::PutText(item.AlarmInfo, pair.second)) {
+            items.push_back(item);
+        }
+    }
+    if (!items.empty() && gvx::AddAlarmItems(items) != 0) {
+        return false;
+    }
+    for (auto& entry : m_openAlarms) {
+        entry.second.rows = std::max<std::size_t>(entry.second.rows, 1);
+    }
+    return true;
 }
 
 int CEmergencyProtection::AddAlarmStatusItem(const std::string& id, const std::string& info) {
@@ -206,11 +198,32 @@ int CEmergencyProtection::AddAlarmStatusItem(const std::string& id, const std::s
     if (!PutType("AddAlarmStatusItem", alarmItem, id) || !PutInfo("AddAlarmStatusItem", alarmItem, info)) {
         return ZVS_FAIL;
     }
-    if (Gvx_AddAlarmItem(&alarmItem) != 0) {
-        GVX_LOG_ERR("ZVS Add Alarm Item", "Failed!");
+    bool touchesStore = false;
+    int result = 0;
+    {
+        const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+        const auto [entry, isNew] = m_openAlarms.emplace(Pair(id, info), OpenAlarm{});
+        OpenAlarm& open = entry->second;
+        if (isNew) {
+            open.since = ++m_lastNumber;
+        }
+        // A row whose clear still waits serves the new alarm; it is not deleted with that clear any more.
+        if (m_endings.erase(entry->first) != 0) {
+            open.rows = 1;
+        }
+        // Ahead of the first opening memory has it until then.
+        touchesStore = !m_storePath.empty() && open.rows < kMostEqualRows && !(isNew && open.rows != 0);
+        if (touchesStore) {
+            result = ZVS_AddAlarmItem(&alarmItem);
+            open.rows += result == 0 ? 1 : 0;
+        }
     }
-    const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
-    m_alarmStatusMap.emplace(id, info);
+    if (touchesStore) {
+        NoteOperation("Gvx_AddAlarmItem", "add", result);
+        if (TellStoreHealth(result) != 0) {
+            GVX_LOG_ERR("ZVS Add Alarm Item", "Failed!");
+        }
+    }
     return ZVS_SUCCEED;
 }
 
@@ -220,28 +233,29 @@ int CEmergencyProtection::DelAlarmStatusItem(const std::string& id, const std::s
         return ZVS_PARA_INVALID;
     }
     Alarm_Item alarmItem{};
-    if (!PutType("DelAlarmStatusItem", alarmItem, id)) {
+    if (!PutType("DelAlarmStatusItem", alarmItem, id) || !PutInfo("DelAlarmStatusItem", alarmItem, info)) {
         return ZVS_FAIL;
     }
-    const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
-    const auto range = m_alarmStatusMap.equal_range(id);
-    for (auto item = range.first; item != range.second;) {
-        const bool isGone = item->second == info && PutInfo("DelAlarmStatusItem", alarmItem, item->second) &&
-                            Gvx_DelAlarmItem(&alarmItem) == 0;
-        item = isGone ? m_alarmStatusMap.erase(item) : std::next(item);
+    int result = 0;
+    {
+        const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+        const auto open = m_openAlarms.find(Pair(id, info));
+        if (open == m_openAlarms.end()) {
+            return ZVS_SUCCEED;
+        }
+        result = ZVS_DelAlarmItem(&alarmItem);
+        if (result == 0 || !gvx::AlarmStoreIsOpen()) {
+            m_openAlarms.erase(open);
+        }
     }
+    NoteOperation("Gvx_DelAlarmItem", "delete", result);
+    TellStoreHealth(result);
     return ZVS_SUCCEED;
 }
 
 int CEmergencyProtection::IsAlarmStatusItemExist(const std::string& id, const std::string& info) const {
     const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
-    const auto range = m_alarmStatusMap.equal_range(id);
-    for (auto item = range.first; item != range.second; ++item) {
-        if (item->second == info) {
-            return ZVS_SUCCEED;
-        }
-    }
-    return ZVS_FAIL;
+    return m_openAlarms.count(Pair(id, info)) != 0 ? ZVS_SUCCEED : ZVS_FAIL;
 }
 
 int CEmergencyProtection::DelAlarmStatusItemAndSendResume(const std::string& id, const std::string& resumeType,
@@ -250,29 +264,95 @@ int CEmergencyProtection::DelAlarmStatusItemAndSendResume(const std::string& id,
     if (!PutType("DelAlarmStatusItemAndSendResume", alarmItem, id)) {
         return ZVS_FAIL;
     }
-    const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
-    const auto range = m_alarmStatusMap.equal_range(id);
-    for (auto item = range.first; item != range.second; ++item) {
-        if (!PutInfo("DelAlarmStatusItemAndSendResume", alarmItem, item->second)) {
-            return ZVS_FAIL;
+    std::vector<std::pair<std::uint64_t, Pair>> byAge;
+    {
+        const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+        for (auto open = m_openAlarms.lower_bound(Pair(id, "")); open != m_openAlarms.end() && open->first.first == id;
+             ++open) {
+            byAge.emplace_back(open->second.since, open->first);
         }
-        const std::string& text = info.empty() ? item->second : info;
-        SetGvxBPAlarmRepMsg(resumeType, GVX_ALARM_DEV_TYPE, text, text, false);
-        ZVS_DelAlarmItem(&alarmItem);
     }
-    m_alarmStatusMap.erase(range.first, range.second);
+    std::sort(byAge.begin(), byAge.end());
+    std::vector<Pair> pairs;
+    for (auto& entry : byAge) {
+        pairs.push_back(std::move(entry.second));
+    }
+    SendResumes(resumeType, info, pairs);
     GVX_LOG_INFO("DelAlarmStatusItemAndSendResume", "Clear alarm Status map ok.");
     return ZVS_SUCCEED;
 }
 
+void CEmergencyProtection::SendResumes(const std::string& resumeType, const std::string& info,
+                                       const std::vector<Pair>& pairs) {
+    std::vector<gvx::OutboundAlarm> resumes;
+    resumes.reserve(pairs.size());
+    {
+        const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+        for (const Pair& pair : pairs) {
+            const std::string& text = info.empty() ? pair.second : info;
+            gvx::OutboundAlarm resume{{resumeType, GVX_ALARM_DEV_TYPE, text, text}};
+            resume.tellsStore = false;
+            EndByLocked(resume, pair);
+            resumes.push_back(std::move(resume));
+        }
+    }
+    m_outbox.AddAll(std::move(resumes));
+}
+
+void CEmergencyProtection::EndByLocked(gvx::OutboundAlarm& alarm, const Pair& pair) {
+    m_openAlarms.erase(pair);
+    alarm.endedId = pair.first;
+    alarm.endedInfo = pair.second;
+    alarm.ending = m_endings[pair] = ++m_lastNumber;
+}
+
+// The rows of clears that links have taken. One that an equal alarm needs again by now stays, as does one that cannot
+// be deleted, whose pair is then remembered again.
+void CEmergencyProtection::ForgetEnded(const std::vector<gvx::OutboundAlarm>& clears) {
+    bool tells = false;
+    int result = 0;
+    {
+        const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+        std::vector<Alarm_Item> items;
+        std::vector<Pair> told;
+        for (const gvx::OutboundAlarm& clear : clears) {
+            Pair pair(clear.endedId, clear.endedInfo);
+            const auto ending = m_endings.find(pair);
+            Alarm_Item item{};
+            if (ending == m_endings.end() || ending->second != clear.ending ||
+                !PutType("Alarm cleared", item, pair.first) || !PutInfo("Alarm cleared", item, pair.second)) {
+                continue;
+            }
+            m_endings.erase(ending);
+            items.push_back(item);
+            if (clear.tellsStore) {
+                told.push_back(std::move(pair));
+            }
+        }
+        if (items.empty() || m_storePath.empty()) {
+            return;
+        }
+        result = gvx::DeleteAlarmItems(items);
+        tells = !told.empty();
+        if (result != 0 && gvx::AlarmStoreIsOpen()) {
+            for (Pair& pair : told) {
+                m_openAlarms.emplace(std::move(pair), OpenAlarm{++m_lastNumber, 1});
+            }
+        }
+    }
+    NoteOperation("Gvx_DelAlarmItem", "delete", result);
+    if (tells) {
+        TellStoreHealth(result);
+    }
+}
+
 int CEmergencyProtection::TellStoreHealth(int result) {
     if (result == 0) {
-        GvxConnectionMgr()->SetGvxAlarmRepMsg("ALARM_GVX_ALARM_RECORD_FAIL_OFF", GVX_ALARM_DEV_TYPE, HostLocation(),
-                                              "");
+        SetGvxAlarmRepMsg("ALARM_GVX_ALARM_RECORD_FAIL_OFF", GVX_ALARM_DEV_TYPE, HostLocation(), "");
         GVX_DEBUG("send alarm record fail off msg.");
         m_bAlarmReport = true;
     } else if (m_bAlarmReport.exchange(false)) {
-        GvxConnectionMgr()->SetGvxAlarmRepMsg("ALARM_GVX_ALARM_RECORD_FAIL_ON", GVX_ALARM_DEV_TYPE, HostLocation(), "");
+        SetGvxAlarmRepMsg("ALARM_GVX_ALARM_RECORD_FAIL_ON", GVX_ALARM_DEV_TYPE, HostLocation(), "");
         GVX_LOG_INFO("Alarm store health", "send alarm record fail on msg.");
     }
     return result;
@@ -284,21 +364,13 @@ int CEmergencyProtection::Gvx_AlarmInit(const char* path) {
 
 int CEmergencyProtection::Gvx_AddAlarmItem(const Alarm_Item* item) {
     const int result = ZVS_AddAlarmItem(item);
-    if (result == 0) {
-        GVX_DEBUG("zvs add alarm item ok.");
-    } else {
-        GVX_LOG_ERR("Gvx_AddAlarmItem", "zvs add alarm item failed.");
-    }
+    NoteOperation("Gvx_AddAlarmItem", "add", result);
     return TellStoreHealth(result);
 }
 
 int CEmergencyProtection::Gvx_DelAlarmItem(const Alarm_Item* item) {
     const int result = ZVS_DelAlarmItem(item);
-    if (result == 0) {
-        GVX_DEBUG("zvs delete alarm item ok.");
-    } else {
-        GVX_LOG_ERR("Gvx_DelAlarmItem", "zvs delete alarm item failed.");
-    }
+    NoteOperation("Gvx_DelAlarmItem", "delete", result);
     return TellStoreHealth(result);
 }
 

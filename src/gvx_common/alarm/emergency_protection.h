@@ -1,12 +1,14 @@
 #pragma once
 
-#include "gvx_common/records/gvx_alarm_records.h"
+#include "gvx_common/alarm/alarm_outbox.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct Alarm_Item;
@@ -26,59 +28,51 @@ constexpr const char* ALARM_GVX_FLOW_CONTROL = "308521806";
 constexpr const char* ALARM_GVX_SYS_PORT_CONFLICT = "308521807";
 constexpr const char* ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL = "308521809";
 
-using SCU_STR_STR_MULTIMAP = std::multimap<std::string, std::string>;
 using BP_Thread_Mutex = std::mutex;
 
-namespace gvx {
-
-// An alarm that waits for the gateway's link.
-struct HeldAlarm {
-    std::string type;
-    std::string inType;
-    std::string location;
-    std::string description;
-};
-
-}  // namespace gvx
-
 // The open alarms of the gateway itself: a table in memory and a store on disk, so that a process that dies with an
-// alarm open can clear it when it comes back. Builds the gateway's alarms and holds them back while its main-service
-// link is down.
+// alarm open can clear it when it comes back. A row of the store stays until the alarm that clears it has been handed
+// to a link. The gateway's alarms leave by an outbox, which keeps their order and holds them while a link is missing.
 //
 // Every operation may be called from any thread. Operations that touch the store wait for the disk, and all of them
 // write log lines: none may be called with a lock held that a log line, a send or a link event takes. m_Mutex is held
-// while remembered alarms are restored, deleted and resumed, alarms that this sends included, so nothing on the way of
-// an alarm may ask this class.
+// around the store, never while an alarm is sent.
 class CEmergencyProtection {
 public:
     // The singleton; never null, alive until the process ends.
     static CEmergencyProtection* Instance();
 
-    CEmergencyProtection() = default;
+    CEmergencyProtection();
     virtual ~CEmergencyProtection() = default;
     CEmergencyProtection(const CEmergencyProtection&) = delete;
     CEmergencyProtection& operator=(const CEmergencyProtection&) = delete;
 
-    // Opens the store (made when it is missing) and takes its alarms into the table; those of flow control, which
-    // cannot outlive a process, are cleared at once, the others by the event that shows their fault gone. Once, at
-    // start. 0; 1 when nothing was there to restore, which is no fault, or when the store fails;
-    // ZVS_ALLOC_MEMORY_ERROR.
+    // Opens the store (made when it is missing) and takes its alarms into the table, equal ones once and kMostRestored
+    // at most; those of flow control, which cannot outlive a process, are cleared at once, the others by the event that
+    // shows their fault gone. What this process has remembered before goes into the store. At start, and by KeepStore.
+    // 0; 1 when nothing was there to restore, which is no fault, or when the store fails; ZVS_ALLOC_MEMORY_ERROR.
     int LoadAlarmStatus(const std::string& path);
+    static constexpr int kMostRestored = static_cast<int>(gvx::AlarmOutbox::kMostHeld);
+
+    // Opens a store that could not be opened, once a minute. True when that has just succeeded.
+    bool KeepStore();
 
     // Remembers an open alarm by identifier (at most 9 characters) and information text (at most 255). 0, also when
     // the store fails and memory alone has it; 1 when a text is too long. An equal pair is not refused: ask
-    // IsAlarmStatusItemExist first.
+    // IsAlarmStatusItemExist first. The store has at most kMostEqualRows of one pair.
     int AddAlarmStatusItem(const std::string& id, const std::string& info);
+    static constexpr std::size_t kMostEqualRows = 16;
 
-    // Forgets all equal pairs; one whose deletion from the store fails stays. 0, also when there is none; 2 with a log
-    // line when a text is empty.
+    // Forgets all equal pairs at once; one whose deletion from an open store fails stays. 0, also when there is none; 2
+    // with a log line when a text is empty.
     int DelAlarmStatusItem(const std::string& id, const std::string& info);
 
     // 0 when exactly this pair is remembered, 1 when it is not.
     int IsAlarmStatusItemExist(const std::string& id, const std::string& info) const;
 
     // Sends the clearing alarm for each entry of the identifier, with info as its texts or, where that is empty, the
-    // entry's own, and forgets them all. 0, or 1 when a text is too long.
+    // entry's own, and forgets them all; each row goes when its alarm has been handed to a link. 0, or 1 when a text is
+    // too long.
     int DelAlarmStatusItemAndSendResume(const std::string& id, const std::string& resumeType, const std::string& info);
 
     // A configuration value was illegal or a configuration file could not be read: raises the alarm and remembers it
@@ -106,17 +100,29 @@ public:
     void SetGvxBPAlarmRepMsg(const std::string& type, const std::string& inType, const std::string& location,
                              const std::string& description, bool flag);
 
-    // Holds an alarm until SendAlarmCacheToGvx; in memory, without a limit. 0; 2 when type, inType or location is
-    // empty; 1 when a text is too long, and the alarm is then dropped with a log line that names the field.
+    // An alarm of the gateway that waits, as it was raised, until the link to OMU has opened for the first time; the
+    // body of CGvxConnectionMgr::SetGvxAlarmRepMsg.
+    void SetGvxAlarmRepMsg(const std::string& type, const std::string& inType, const std::string& location,
+                           const std::string& description) {
+        RaiseBehindOmu({{type, inType, location, description}});
+    }
+    // The link to OMU has opened: what waited for the first one leaves in its order.
+    void SendAlarmsBehindOmu() { m_outbox.OmuIsKnown(); }
+
+    // Holds an alarm until the next sending; in memory, as many as gvx::AlarmOutbox says. 0; 2 when type, inType or
+    // location is empty; 1 when a text is too long, and the alarm is then dropped with a log line that names the field.
     int CachePluginAlarm(const std::string& type, const std::string& inType, const std::string& location,
                          const std::string& description);
 
-    // Sends what is held, oldest first, and empties the cache. Only to be called with the main-service link up: what
-    // cannot leave then is lost. 0.
+    // Sends what is held, oldest first, as fast as the links take it; what they do not take now stays, in its order,
+    // for the next call. 0.
     int SendAlarmCacheToGvx();
 
-    // The alarms that wait for the main-service link, oldest first.
-    std::vector<gvx::HeldAlarm> GetHeldAlarms() const;
+    // The alarms that wait for a link, oldest first, those for the first link to OMU last; how many they are, and how
+    // many were lost because too many waited.
+    std::vector<gvx::HeldAlarm> GetHeldAlarms() const { return m_outbox.Waiting(); }
+    std::size_t CountHeldAlarms() const { return m_outbox.CountWaiting(); }
+    std::uint64_t CountLostAlarms() const { return m_outbox.CountLost(); }
 
     // The store's operations, see base/alarm_store.h, with a look at its health: each success sends
     // ALARM_GVX_ALARM_RECORD_FAIL_OFF, the first failure after one ALARM_GVX_ALARM_RECORD_FAIL_ON. The store's result.
@@ -132,21 +138,35 @@ public:
     void OnGVXLinkClosed();
 
 private:
+    using Pair = std::pair<std::string, std::string>;  // identifier, information text
+    struct OpenAlarm {
+        std::uint64_t since = 0;  // numbers rise with time
+        std::size_t rows = 0;     // in the store, as far as this process knows; 0 where it has none
+    };
+
     void RaiseLogAlarm(const char* type, const char* id, unsigned int errorCode, const std::string& text);
     void ClearLogAlarm(const char* type, const char* id, unsigned int errorCode, const std::string& text);
-    int RestoreItems(int count);
-    bool FillAlarm(GVX_ALARM_REPORT& report, const std::string& type, const std::string& inType,
-                   const std::string& location, const std::string& description) const;
-    // Gives the result of a store operation back, and sends the alarm about the store's health.
+    void ResumeFlow(const std::string& text);
+    void RaiseBehindOmu(gvx::OutboundAlarm alarm);
+    // Forgets the pair and marks the alarm as the one that clears it. The caller sends the alarm; nothing is marked
+    // when the pair is not remembered.
+    void EndByLocked(gvx::OutboundAlarm& alarm, const Pair& pair);
+    void ForgetEnded(const std::vector<gvx::OutboundAlarm>& clears);
+    void SendResumes(const std::string& resumeType, const std::string& info, const std::vector<Pair>& pairs);
+    int RestoreItems(int count, std::vector<Pair>& flows);
+    bool StoreRemembered();
+    // Gives the result of a store operation back, and sends the alarm about the store's health. Without m_Mutex.
     int TellStoreHealth(int result);
 
-    std::atomic<std::uint64_t> m_GvxAlarmEventID{0};  // the next alarm's event number
-    SCU_STR_STR_MULTIMAP m_alarmStatusMap;            // Guarded by m_Mutex.
-    // An addition is stored ahead of it; reading and deletion hold it around the store. Taken inside m_logWarnMutex.
+    // Guards the four below, and is held around the store, so that table and store agree. Taken inside m_logWarnMutex.
     mutable BP_Thread_Mutex m_Mutex;
-    std::atomic<bool> m_bAlarmReport{true};  // the store worked last time
-    // Recursive: an alarm that SendAlarmCacheToGvx sends may come back into the cache. Taken inside m_Mutex.
-    mutable std::recursive_mutex m_alarmCacheMutex;
-    std::vector<_ZVS_REPORT_LIST> m_alarmCacheVect;  // Guarded by m_alarmCacheMutex.
+    std::map<Pair, OpenAlarm> m_openAlarms;
+    std::map<Pair, std::uint64_t> m_endings;  // rows whose clear has not been handed over, with the number of the clear
+    std::uint64_t m_lastNumber = 0;           // of open alarms and of clears
+    std::string m_storePath;                  // of the last opening; empty before the first
+
+    std::atomic<bool> m_bAlarmReport{true};     // the store worked last time
+    std::atomic<std::int64_t> m_reopenAtMs{0};  // monotonic; 0 when the store need not be opened again
+    gvx::AlarmOutbox m_outbox;
     BP_Thread_Mutex m_logWarnMutex;  // Makes the look and the raise or clear of OnLogWarn one step; outermost.
 };

@@ -31,8 +31,7 @@ public:
         return true;
     }
     void OnIllegalSetting(const std::string& location, const std::string& description) override {
-        CEmergencyProtection::Instance()->SetGvxBPAlarmRepMsg("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE,
-                                                              location, description, false);
+        GvxConnectionMgr()->SetGvxAlarmRepMsg("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE, location, description);
     }
 };
 
@@ -129,7 +128,7 @@ void CEmergencyProtection::RaiseLogAlarm(const char* type, const char* id, unsig
         }
         return;
     }
-    GvxConnectionMgr()->SetGvxAlarmRepMsg(type, GVX_ALARM_DEV_TYPE, text, "");
+    SetGvxAlarmRepMsg(type, GVX_ALARM_DEV_TYPE, text, "");
     GVX_LOG_INFO("OnLogWarn", "OnLogWarn add alarm item. alarmid = %s .", id);
     AddAlarmStatusItem(id, text);
 }
@@ -142,9 +141,31 @@ void CEmergencyProtection::ClearLogAlarm(const char* type, const char* id, unsig
         }
         return;
     }
-    GvxConnectionMgr()->SetGvxAlarmRepMsg(type, GVX_ALARM_DEV_TYPE, text, "");
+    gvx::OutboundAlarm clear{{type, GVX_ALARM_DEV_TYPE, text, ""}};
+    {
+        const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+        EndByLocked(clear, Pair(id, text));
+    }
     GVX_LOG_INFO("OnLogWarn", "OnLogWarn delete alarm item. alarmid = %s .", id);
-    DelAlarmStatusItem(id, text);
+    RaiseBehindOmu(std::move(clear));
+}
+
+void CEmergencyProtection::RaiseBehindOmu(gvx::OutboundAlarm alarm) {
+    if (GvxConnectionMgr()->AdmitAlarm(alarm.type, alarm.inType, alarm.location, alarm.description)) {
+        m_outbox.AddBehindOmu(std::move(alarm));
+    }
+}
+
+void CEmergencyProtection::ResumeFlow(const std::string& text) {
+    gvx::OutboundAlarm resume{{"ALARM_GVX_FLOW_CONTROL_ERROR_OFF", GVX_ALARM_DEV_TYPE, text, text}};
+    {
+        const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+        const Pair pair(ALARM_GVX_FLOW_CONTROL, text);
+        if (m_openAlarms.count(pair) != 0) {
+            EndByLocked(resume, pair);
+        }
+    }
+    m_outbox.Add(std::move(resume));
 }
 
 void CEmergencyProtection::OnFluxControlWarn(BP::fluxControlWarnInfo* pInfo) {
@@ -159,8 +180,7 @@ void CEmergencyProtection::OnFluxControlResume(BP::fluxControlWarnInfo* pInfo) {
     GVX_CHECK_NULL_RETURN_VOID(pInfo);
     const std::string text = ThreadText(*pInfo);
     GVX_LOG_INFO("OnFluxControlResume", "On Flux Control Resume %s", text.c_str());
-    SetGvxBPAlarmRepMsg("ALARM_GVX_FLOW_CONTROL_ERROR_OFF", GVX_ALARM_DEV_TYPE, text, text, false);
-    DelAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, text);
+    ResumeFlow(text);
 }
 
 void CEmergencyProtection::OnFluxControlWarn(const std::string& protocol, const std::string& queue,
@@ -175,6 +195,5 @@ void CEmergencyProtection::OnFluxControlResume(const std::string& protocol, cons
                                                const std::string& code) {
     const std::string text = "Protocal=" + protocol + ",MsgQueue=" + queue + ",FlowControlCode=[" + code + "]";
     GVX_LOG_INFO("OnFluxControlResume", "On Flux Control Resume %s", text.c_str());
-    SetGvxBPAlarmRepMsg("ALARM_GVX_FLOW_CONTROL_ERROR_OFF", GVX_ALARM_DEV_TYPE, text, text, false);
-    DelAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, text);
+    ResumeFlow(text);
 }

@@ -100,45 +100,33 @@ bool CGvxConnectionMgr::AlarmsMayLeave() {
     return false;
 }
 
-void CGvxConnectionMgr::SetGvxAlarmRepMsg(const std::string& type, const std::string& inType,
-                                          const std::string& location, const std::string& description) {
+bool CGvxConnectionMgr::WasSent(int result) {
+    return result != ZVS_FAIL && result != static_cast<int>(kNoServicePointer) && result != ZVS_ALLOC_MEMORY_ERROR;
+}
+
+bool CGvxConnectionMgr::AdmitAlarm(const std::string& type, const std::string& inType, const std::string& location,
+                                   std::string& description) {
     ZVS_REPORT_LIST stGvxAlarmReport{};
     if (!AlarmsMayLeave() || !Put(kWaitTitle, stGvxAlarmReport.cAlarmType, type, "snprintf_s cAlarmType failed") ||
         !Put(kWaitTitle, stGvxAlarmReport.cAlarmInType, inType, "snprintf_s cAlarmInType failed") ||
         !Put(kWaitTitle, stGvxAlarmReport.cLocationInfo, location,
              "strncpy_s stGvxAlarmReport.cLocationInfo failed!")) {
-        return;
+        return false;
     }
-    std::string text = description;
     if (type == kServersFailOn || type == kServersFailOff) {
-        getGB35114AlarmDesc(description, text);
+        getGB35114AlarmDesc(std::string(description), description);
     }
-    if (!Put(kWaitTitle, stGvxAlarmReport.cAlarmDesc, text, "snprintf_s cAlarmDesc failed")) {
-        return;
-    }
-    {
-        const std::lock_guard<std::mutex> lock(m_sendMessageMutex);
-        if (GetOmuLinkId().empty()) {
-            GVX_LOG_INFO(kWaitTitle, "Push gvx alarm to msglist, alarm type is %s.", type.c_str());
-            m_sendMessageList.push_back(stGvxAlarmReport);
-            return;
-        }
-    }
-    GVX_LOG_INFO(kWaitTitle, "Send gvx alarm to msglist, alarm type is [%s].", type.c_str());
-    CEmergencyProtection::Instance()->SetGvxBPAlarmRepMsg(type, inType, location, text, false);
+    return Put(kWaitTitle, stGvxAlarmReport.cAlarmDesc, description, "snprintf_s cAlarmDesc failed");
+}
+
+void CGvxConnectionMgr::SetGvxAlarmRepMsg(const std::string& type, const std::string& inType,
+                                          const std::string& location, const std::string& description) {
+    CEmergencyProtection::Instance()->SetGvxAlarmRepMsg(type, inType, location, description);
 }
 
 // Called when the link to OMU has its identifier: whoever comes later finds it and does not wait any more.
 void CGvxConnectionMgr::SendWaitingAlarms() {
-    std::list<ZVS_REPORT_LIST> waiting;
-    {
-        const std::lock_guard<std::mutex> lock(m_sendMessageMutex);
-        waiting.swap(m_sendMessageList);
-    }
-    for (const ZVS_REPORT_LIST& alarm : waiting) {
-        CEmergencyProtection::Instance()->SetGvxBPAlarmRepMsg(alarm.cAlarmType, alarm.cAlarmInType, alarm.cLocationInfo,
-                                                              alarm.cAlarmDesc, false);
-    }
+    CEmergencyProtection::Instance()->SendAlarmsBehindOmu();
 }
 
 int CGvxConnectionMgr::SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report, bool, bool) {

@@ -2,6 +2,7 @@
 
 #include "base/fixed_text.h"
 #include "base/log.h"
+#include "bp/service.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/alarm/gvx_alarm_dictionary.h"
 #include "gvx_common/alarm/gvx_alarm_texts.h"
@@ -105,10 +106,13 @@ const char* FormWord(_PU_DEV_FORM_TYPE form) {
     return kWords[at];
 }
 
-// The device that owns the channel: the same code for channel 0. False, with a log line, for a code that has no
-// channel.
+// The device that owns the channel: the same code for channel 0. A code too short to have one stands for the device to
+// which the gateway knows it to belong; false, with a log line, without such a device.
 bool FrontDeviceOf(const std::string& strDevCode, std::string& device) {
     if (strDevCode.size() <= kChannelDigits) {
+        if (BP::CDeviceMgr::FindOwner(strDevCode, device)) {
+            return true;
+        }
         GVX_LOG_ERR(kFailedTitle, "the length of strDevCode[%d] must be longer than strDeviceIDTemp[%d]",
                     static_cast<int>(strDevCode.size()), static_cast<int>(kChannelDigits));
         return false;
@@ -169,7 +173,13 @@ int CGvxConnectionMgr::sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& rep
     if (!FillNodeCode(stDeviceAlarmReportInfo) || !FrontDeviceOf(code, device)) {
         return ZVS_FAIL;
     }
-    if (setLocationInfo(*id, device, code, location) != ZVS_SUCCEED) {
+    // Channels of plug-ins have codes of their own making, of which the front device's is none.
+    std::string located = device;
+    std::string address;
+    if (!BP::CDeviceMgr::FindMainDevice(device, address) && !BP::CDeviceMgr::FindOwner(code, located)) {
+        located = device;
+    }
+    if (setLocationInfo(*id, located, code, location) != ZVS_SUCCEED) {
         GVX_LOG_ERR(kFailedTitle, "The location is not known, AlarmType is[%s]", type.c_str());
         return ZVS_FAIL;
     }

@@ -21,7 +21,8 @@ public:
     // Writes the report as a new document, whatever xml held before:
     //   Content: InfoType, DevErrorInfo: DevList (DevInfo: DevCode, ChannelCode), ErrorOccurTime, ErrorCode,
     //   FaultSourceIP, FaultSourceModule, ErrorDetail
-    // Control characters, which XML cannot carry, become blanks. 0, or 1 when an element could not be added.
+    // Control characters, which XML cannot carry, become blanks, and bytes that are no UTF-8 become U+FFFD. 0, or 1
+    // when an element could not be added.
     int fromStruToXml(CBB::CXml& xml) const;
 
     // Gives back all texts and pairs; the report is then as a fresh one.
@@ -35,5 +36,5 @@ public:
     std::string sFaultSourceModule;  // "GVX"
     std::string sErrDetail;
     std::string sLinkID;   // the link of the report; empty for one that is kept for a response
-    long long nTicks = 0;  // when it was made, in seconds of BP::OSTime
+    long long nTicks = 0;  // when it was made, in seconds of the monotonic clock
 };

@@ -28,8 +28,9 @@ constexpr const char* kFaultModule = "GVX";
 constexpr std::chrono::seconds kPassPeriod(1);
 constexpr const char* kThreadName = "ErrorReport";
 
-std::string OverLapKey(const std::string& devCode, int errorCode) {
-    return devCode + std::to_string(errorCode);
+// Reports age by a clock that nobody sets.
+long long NowSeconds() {
+    return gvx::MonotonicMilliseconds() / 1000;
 }
 
 }  // namespace
@@ -131,7 +132,7 @@ void GVXErrorMgr::fillReport(GVXDevErr& err, const char* cDevCode, const char* c
     err.sFaultSourceIP = CGvxConfigMgr::Instance()->GetLocalIP();
     err.sFaultSourceModule = kFaultModule;
     err.sErrDetail = detail;
-    err.nTicks = BP::OSTime::Time();
+    err.nTicks = NowSeconds();
 }
 
 void GVXErrorMgr::saveError(int tid, const char* cDevCode, const char* cChannelCode, int errorCode,
@@ -180,6 +181,7 @@ void GVXErrorMgr::saveRspErrToMap(int tid, GVXDevErr& err) {
     ReportPtr pDevErrStru = copyReport(err);
     GVX_CHECK_NULL_RETURN_VOID(pDevErrStru);
     m_mapError.emplace(tid, std::move(pDevErrStru));
+    m_kept = m_mapError.size();
 }
 
 void GVXErrorMgr::saveReportToList(GVXDevErr& err) {
@@ -255,6 +257,16 @@ void GVXErrorMgr::eraseErrRspLocked(int tid) {
         return;
     }
     m_mapError.erase(entry);
+    m_kept = m_mapError.size();
+}
+
+void GVXErrorMgr::forgetErrRsp() {
+    if (m_kept == 0) {
+        return;
+    }
+    const ACE_Guard<ACE_Thread_Mutex> guard(mutexToMap);
+    m_mapError.erase(gettid());
+    m_kept = m_mapError.size();
 }
 
 GVXErrorMgr::ReportPtr GVXErrorMgr::popReport() {
@@ -274,6 +286,7 @@ void GVXErrorMgr::eraseErrRpt() {
 void GVXErrorMgr::removeAllErrRsp() {
     const ACE_Guard<ACE_Thread_Mutex> guard(mutexToMap);
     m_mapError.clear();
+    m_kept = 0;
 }
 
 void GVXErrorMgr::removeAllErrRpt() {
@@ -286,11 +299,12 @@ void GVXErrorMgr::removeAllErr() {
     removeAllErrRsp();
 }
 
-void GVXErrorMgr::ageKeptReports(std::time_t now) {
+void GVXErrorMgr::ageKeptReports(long long now) {
     const ACE_Guard<ACE_Thread_Mutex> guard(mutexToMap);
     for (auto entry = m_mapError.begin(); entry != m_mapError.end();) {
         entry = now - entry->second->nTicks >= kKeptReportSeconds ? m_mapError.erase(entry) : std::next(entry);
     }
+    m_kept = m_mapError.size();
 }
 
 std::size_t GVXErrorMgr::countErrRsp() const {
@@ -357,13 +371,13 @@ bool GVXErrorMgr::waitForNextPass() {
 }
 
 void GVXErrorMgr::reportPass() {
-    const std::time_t now = BP::OSTime::Time();
+    const long long now = NowSeconds();
     sendFirstReport(now);
     ageKeptReports(now);
     ageOverLap(now);
 }
 
-void GVXErrorMgr::sendFirstReport(std::time_t now) {
+void GVXErrorMgr::sendFirstReport(long long now) {
     const ReportPtr report = popReport();
     if (report == nullptr) {
         return;
@@ -375,13 +389,13 @@ void GVXErrorMgr::sendFirstReport(std::time_t now) {
 
 void GVXErrorMgr::CheckOverLap(GVXDevErr& report) const {
     report.lstDevInfo.remove_if([&](const GVXDevErr::DevPair& pair) {
-        return m_mapOverLap.count(OverLapKey(pair.first, report.nErrorCode)) != 0;
+        return m_mapOverLap.count(std::make_pair(pair.first, report.nErrorCode)) != 0;
     });
 }
 
-void GVXErrorMgr::recordOverLap(const GVXDevErr& report, std::time_t now) {
+void GVXErrorMgr::recordOverLap(const GVXDevErr& report, long long now) {
     for (const GVXDevErr::DevPair& pair : report.lstDevInfo) {
-        m_mapOverLap.emplace(OverLapKey(pair.first, report.nErrorCode), now);
+        m_mapOverLap.emplace(std::make_pair(pair.first, report.nErrorCode), now);
     }
 }
 
@@ -401,7 +415,7 @@ void GVXErrorMgr::sendErrorToSCU(GVXDevErr* struErr, const std::string& linkID, 
                                                      transID);
 }
 
-void GVXErrorMgr::ageOverLap(std::time_t now) {
+void GVXErrorMgr::ageOverLap(long long now) {
     for (auto entry = m_mapOverLap.begin(); entry != m_mapOverLap.end();) {
         entry = now - entry->second >= kOverlapSeconds ? m_mapOverLap.erase(entry) : std::next(entry);
     }

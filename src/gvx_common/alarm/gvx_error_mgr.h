@@ -8,13 +8,13 @@
 #include <condition_variable>
 #include <cstdarg>
 #include <cstddef>
-#include <ctime>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 
 // Tells the platform in words which device failed, when and why. A plug-in reports from the thread on which its
 // operation was called, and the answer to that request carries the report; or it reports from a thread of its own,
@@ -64,6 +64,9 @@ public:
     // is none or the work is stopped, and xml is then unchanged; ZVS_MU_LOCK_NOT_INIT_OK without the lock.
     int getXmlInfoByTidWithDestory(CBB::CXml& xml, int errorCode);
 
+    // Drops what the calling thread's report was kept for; without a line when there is none. What serves requests
+    // calls it ahead of each, so that a report never leaves with the answer to another one.
+    void forgetErrRsp();
     // Drop one kept report or the first that waits to be sent; or all of a kind.
     void eraseErrRsp(int tid);
     void eraseErrRpt();
@@ -114,12 +117,12 @@ private:
 
     static ReportPtr copyReport(const GVXDevErr& err);  // null without memory
     ReportPtr popReport();                              // null when none waits
-    void sendFirstReport(std::time_t now);
+    void sendFirstReport(long long now);
     void CheckOverLap(GVXDevErr& report) const;
-    void recordOverLap(const GVXDevErr& report, std::time_t now);
+    void recordOverLap(const GVXDevErr& report, long long now);
     static void sendErrorToSCU(GVXDevErr* struErr, const std::string& linkID, const std::string& transID);
-    void ageKeptReports(std::time_t now);
-    void ageOverLap(std::time_t now);
+    void ageKeptReports(long long now);
+    void ageOverLap(long long now);
 
     static GVXErrorMgr* m_this;               // Guarded by mutexToInstance.
     mutable ACE_Thread_Mutex mutexToList;     // guards m_lstErr
@@ -128,8 +131,9 @@ private:
 
     std::list<ReportPtr> m_lstErr;        // reports to send
     std::map<int, ReportPtr> m_mapError;  // kept reports by thread identifier
-    std::map<std::string, long long>
-        m_mapOverLap;  // device and code to the time of sending; of the report thread alone
+    std::atomic<std::size_t> m_kept{0};   // how many those are; written under mutexToMap
+    // Device and code to the time of sending; of the report thread alone.
+    std::map<std::pair<std::string, int>, long long> m_mapOverLap;
     std::thread m_ReportThreadID;
     std::atomic<bool> m_bInitial{false};
     std::atomic<bool> m_StopWork{false};

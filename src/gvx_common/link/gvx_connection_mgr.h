@@ -11,7 +11,6 @@
 #include <ace/Recursive_Thread_Mutex.h>
 
 #include <cstdint>
-#include <list>
 #include <map>
 #include <mutex>
 #include <string>
@@ -68,8 +67,9 @@ public:
     // The main-service link, whatever the type. False, and a log line, when it is down.
     bool GetLinkInfoByType(BP::enSubsysType eSubsysType, unsigned int& uElementType, std::string& strLinkID);
 
-    std::string GetOmuLinkId();  // keeps the last one after the link has closed
-    std::string GetScuLinkId();  // the first SCU link; empty when there is none
+    std::string GetOmuLinkId();             // keeps the last one after the link has closed
+    std::string MainServiceLinkId() const;  // empty while it is down; writes no line
+    std::string GetScuLinkId();             // the first SCU link; empty when there is none
 
     // Whose service id requests carry. The first non-null pointer sticks; it is not owned.
     void SetGvxService(BP::IService* pGvxService);
@@ -88,17 +88,15 @@ public:
     // number can equal a failure value.
     unsigned int SendReqMsgWithXml(BP::enSubsysType eSubsysType, unsigned int uiNetEleType, enNssMsgType uiMsgType,
                                    CBB::CXml& XmlReq, std::string strSCULinkID, std::string strTransID);
-    unsigned int SendReqMsgWithStruct(BP::enSubsysType eSubsysType, unsigned int uiNetEleType,
-                                      enNssMsgType uiMsgType, const char* pMsgBody, unsigned int iMsgBodyLen,
-                                      std::string strSCULinkID);
+    unsigned int SendReqMsgWithStruct(BP::enSubsysType eSubsysType, unsigned int uiNetEleType, enNssMsgType uiMsgType,
+                                      const char* pMsgBody, unsigned int iMsgBodyLen, std::string strSCULinkID);
     // 0, or 1, or ZVS_ALLOC_MEMORY_ERROR. An empty transaction is generated.
     int SendRetMsgWithJson(unsigned short msgType, const std::string& jsonMsg, int netElemType, std::string linkID,
                            const std::string& transactionID);
 
     // Responses to a command, which stays the caller's. Failures are logged and not retried.
     void SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, unsigned int uiRspCode, bool bWithTransaction);
-    void SendRespMsgWithStruct(BP::CCmd* pCmd, const char* pMsgBody, unsigned int iMsgBodyLen,
-                               unsigned int uiRspCode);
+    void SendRespMsgWithStruct(BP::CCmd* pCmd, const char* pMsgBody, unsigned int iMsgBodyLen, unsigned int uiRspCode);
     void SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& value, unsigned int uiRspCode);
 
     // Feeds a message in as if it had come from the network. 0 or 1. The dispatcher owns the block after a success.
@@ -127,14 +125,21 @@ public:
     // report are not looked at. The sequence number, or 1, 2, ZVS_ALLOC_MEMORY_ERROR; 1 for a type that is not in it.
     int sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& report, const _PU_DEV_FORM_TYPE& form);
 
-    // An alarm of the gateway itself. Until the link to OMU has opened for the first time it waits in memory. A text
-    // that is too long drops it with a log line: type 63 characters, inType 3, location and description 255.
+    // An alarm of the gateway itself. Until the link to OMU has opened for the first time it waits in memory, with as
+    // many others as gvx::AlarmOutbox says. A text that is too long drops it with a log line: type 63 characters,
+    // inType 3, location and description 255.
     void SetGvxAlarmRepMsg(const std::string& type, const std::string& inType, const std::string& location,
                            const std::string& description);
+    // Whether such an alarm may go on its way; false has written why. A code of an external server in description
+    // becomes its text.
+    static bool AdmitAlarm(const std::string& type, const std::string& inType, const std::string& location,
+                           std::string& description);
     // A whole alarm of the gateway to OMU, iAlarmEventID in network order. 0 or 1; the flags have no effect.
     int SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report, bool, bool);
     // Its report to the cloud platform; result as for a device's alarm.
     int sendGVXAlarmReportToKSP(const _ZVS_GVX_DEV_ALARM_REPORT& report);
+    // Whether a result of these is a sequence number. The first two numbers of a process cannot be told from failures.
+    static bool WasSent(int result);
 
 private:
     using NetConnectionMap = std::map<std::string, CGvxConnection>;
@@ -163,7 +168,6 @@ private:
     // False, with a warning, before the cloud side has taken the gateway over.
     static bool AlarmsMayLeave();
     CGvxConnection MainServiceConnection() const;
-    std::string MainServiceLinkId() const;
     // The gateway's own identifier and its text behind "GVX#"; false, with an error line, when it is too short.
     static bool OwnNodeText(std::string& ownId, std::string& nodeText);
 
@@ -181,10 +185,6 @@ private:
     CGvxConnection m_gvxMainServiceConnection;
     BP::IService* m_pGvxService = nullptr;  // not owned
     std::string m_strOmuNetLinkID;
-    // Guards m_sendMessageList and the step from "the link to OMU has never been up" into it. Taken ahead of
-    // m_connectionMutex; never held while sending.
-    std::mutex m_sendMessageMutex;
-    std::list<ZVS_REPORT_LIST> m_sendMessageList;  // alarms that wait for the first link to OMU
 };
 
 CGvxConnectionMgr* GvxConnectionMgr();

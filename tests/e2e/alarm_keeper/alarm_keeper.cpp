@@ -8,6 +8,7 @@
 
 #include <ace/Message_Block.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -24,8 +25,9 @@
 //   loaded RESULT           the store has been opened, and what it held taken over
 //   begin raise N, done raise N (the same for clear and flow)
 // Usage:
-//   alarm_keeper loop STORE THREADS    without end; each thread has ten log files of its own
-//   alarm_keeper ask STORE             does what standard input says, "raise N" or "clear N", until its end
+//   alarm_keeper loop STORE THREADS LINKS    without end; each thread has ten log files of its own; the links open so
+//                                            many milliseconds after the store, or before it (-1), or never (-2)
+//   alarm_keeper ask STORE                   does what standard input says, "raise N" or "clear N", until its end
 
 namespace {
 
@@ -54,8 +56,8 @@ int TellAlarm(std::unique_ptr<BP::CCmd> cmd) {
     return 0;
 }
 
-// Links that swallow everything, so that alarms are neither held nor listed.
-void OpenLinks() {
+// What is to be said about links that swallow everything.
+void PrepareLinks() {
     CCloudConfigMgr::Instance()->SetCloudConfigInited(true);
     GvxConnectionMgr()->SetException([](ADAPTER_COMMON_MESSAGE&) {});
     BP::CDispatcher::SetWriter([](const std::string&, ACE_Message_Block* block) {
@@ -64,6 +66,9 @@ void OpenLinks() {
     });
     BP::CDispatcher::SetSink(&TellAlarm);
     BP::CTransactionMgr::StopWaiting();  // nobody answers
+}
+
+void OpenLinks() {
     GvxConnectionMgr()->OnLinkOpened("", 0, "OMU#1", "127.0.0.1", 1);
     GvxConnectionMgr()->OnLinkOpened("", 0, "GVX#000", "127.0.0.1", 1);
 }
@@ -83,7 +88,7 @@ void Do(const std::string& what, int number) {
 
 [[noreturn]] void Loop(int thread) {
     unsigned int seed = static_cast<unsigned int>(getpid() * 31 + thread);
-    int flow = thread * 1000000;
+    int flow = (thread + 1) * 1000000;
     for (;;) {
         const int draw = rand_r(&seed) % (2 * kFilesOfAThread + 1);
         const int file = thread * kFilesOfAThread + draw / 2;
@@ -99,10 +104,14 @@ void Do(const std::string& what, int number) {
 
 int main(int argc, char** argv) {
     const std::string mode = argc > 2 ? argv[1] : "";
-    if (mode != "ask" && (mode != "loop" || argc < 4)) {
+    if (mode != "ask" && (mode != "loop" || argc < 5)) {
         return 2;
     }
-    OpenLinks();
+    const int linksAt = mode == "loop" ? std::atoi(argv[4]) : -1;
+    PrepareLinks();
+    if (linksAt == -1) {
+        OpenLinks();
+    }
     Tell("loaded " + std::to_string(CEmergencyProtection::Instance()->LoadAlarmStatus(argv[2])));
     if (mode == "ask") {
         int number = 0;
@@ -112,6 +121,12 @@ int main(int argc, char** argv) {
         return 0;
     }
     std::vector<std::thread> threads;
+    if (linksAt >= 0) {
+        threads.emplace_back([linksAt] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(linksAt));
+            OpenLinks();
+        });
+    }
     for (int thread = 0; thread < std::atoi(argv[3]); ++thread) {
         threads.emplace_back(&Loop, thread);
     }

@@ -37,7 +37,11 @@ struct OneDevice : BP::IDeviceMgr {
     int HandleClusterTaskShiftIn(int, const std::string&) override { return 1; }
     bool FindMainDevice(const std::string& code, std::string& address) override {
         address = "10.0.0.2";
-        return code == "12340000";
+        return code == "12340000" || code == "D1";
+    }
+    bool FindOwner(const std::string& code, std::string& device) override {
+        device = "D1";
+        return code == "D1_0" || code == "D1 lens 1";
     }
 };
 
@@ -180,6 +184,13 @@ TEST_F(AlarmDelivery, ADeviceAlarmCarriesItsFieldsInTheirPlaces) {
         EXPECT_EQ("HostIP=10.0.0.1,LocalDesc=" + Text(sent, kInCode), Text(sent, kLocation));
     }
     EXPECT_EQ(1, GvxConnectionMgr()->sendGVXDeviceAlarmReportToKSP(DeviceAlarm("ALARM_DEVICE_REMOVE", "1234"), PU_IPC));
+    // Codes of a plug-in's own making, one of them too short to have a channel.
+    for (const auto& [code, front] : {std::pair<std::string, const char*>{"D1 lens 1", "D1 le0000"}, {"D1_0", "D1"}}) {
+        GvxConnectionMgr()->sendGVXDeviceAlarmReportToKSP(DeviceAlarm("ALARM_DEVICE_REMOVE", code), PU_IPC);
+        const std::string sent = NextReport();
+        EXPECT_EQ(front, Text(sent, kFrontDevice));
+        EXPECT_EQ("HostIP=10.0.0.1,LocalDesc=" + code + "[DevIP:10.0.0.2]", Text(sent, kLocation));
+    }
 }
 
 TEST_F(AlarmDelivery, WhatStopsOneReceiverDoesNotStopTheOther) {

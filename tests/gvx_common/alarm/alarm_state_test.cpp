@@ -1,8 +1,10 @@
 #include "gvx_common/alarm/alarm_fixture.h"
 
 #include "base/bounded_string.h"
+#include "support/test_clock.h"
 
 #include <cstddef>
+#include <filesystem>
 #include <map>
 #include <thread>
 #include <vector>
@@ -90,17 +92,26 @@ TEST_F(AlarmState, ARestartClearsFlowControlAtOnceAndTheRestByTheirEvents) {
 }
 
 TEST_F(AlarmState, AStoreThatFailsRaisesOneAlarmAndClearsItWhenItWorks) {
+    ScopedTestClock clock;
     CEmergencyProtection alarms;
     alarms.AddAlarmStatusItem("1", "not open");
     alarms.AddAlarmStatusItem("1", "not open either");
     EXPECT_EQ(1, alarms.LoadAlarmStatus(m_folder.Path("missing/alarms.db")));
     EXPECT_EQ(Texts{"ALARM_GVX_ALARM_RECORD_FAIL_ON|HostIP=10.0.0.1|"}, Sent());
-    // What the store does not delete stays, what it did not take is in memory all the same.
-    EXPECT_EQ(0, alarms.DelAlarmStatusItem("1", "not open"));
-    EXPECT_EQ(0, alarms.IsAlarmStatusItemExist("1", "not open"));
-    EXPECT_EQ(1, alarms.LoadAlarmStatus(m_store));
+    // Without a store memory alone decides: each fault has one raise and one clear.
     EXPECT_EQ(0, alarms.DelAlarmStatusItem("1", "not open"));
     EXPECT_EQ(1, alarms.IsAlarmStatusItemExist("1", "not open"));
+    for (const unsigned int code : {500u, 550u, 550u, 500u}) {
+        alarms.OnLogWarn(code, "/l", "a");
+    }
+    EXPECT_EQ(3u, Sent().size());
+    // It is tried again once a minute, and takes what memory has.
+    std::filesystem::create_directory(m_folder.Path("missing"));
+    EXPECT_FALSE(alarms.KeepStore());
+    clock->AdvanceSeconds(60);
+    EXPECT_TRUE(alarms.KeepStore());
+    EXPECT_FALSE(alarms.KeepStore());
+    EXPECT_EQ(2, Stored());
     ZVS_AlarmClose();
     alarms.AddAlarmStatusItem("1", "closed");
     EXPECT_EQ(Texts{"ALARM_GVX_ALARM_RECORD_FAIL_ON|HostIP=10.0.0.1|"}, Sent());
@@ -157,12 +168,50 @@ TEST_F(AlarmState, AlarmsWaitInOrderWhileTheMainServiceIsDown) {
     EXPECT_EQ(Texts{}, Sent());
 }
 
+TEST_F(AlarmState, OneOrderForAnObjectWhileTheLinkComesAndGoes) {
+    CEmergencyProtection& alarms = *CEmergencyProtection::Instance();
+    ASSERT_EQ(1, alarms.LoadAlarmStatus(m_store));
+    for (int round = 0; round < 100; ++round) {
+        CloseMainService();
+        std::thread faults([&alarms] {
+            for (const unsigned int code : {500u, 550u, 500u, 550u}) {
+                alarms.OnLogWarn(code, "/l", "a");
+            }
+        });
+        OpenMainService();
+        faults.join();
+        ASSERT_EQ(0u, alarms.GetHeldAlarms().size()) << "one stays with the link up";
+    }
+    const Texts sent = Sent();
+    EXPECT_EQ(400u, sent.size());
+    for (std::size_t at = 0; at < sent.size(); ++at) {
+        ASSERT_EQ(sent[at].find("_ON|") != std::string::npos, at % 2 == 0) << at;
+    }
+    EXPECT_EQ(0, Stored());
+}
+
+TEST_F(AlarmState, TooManyHeldAlarmsLoseTheOldestAndAreCounted) {
+    CEmergencyProtection& alarms = *CEmergencyProtection::Instance();
+    const std::uint64_t before = alarms.CountLostAlarms();
+    for (std::size_t number = 0; number < gvx::AlarmOutbox::kMostHeld + 2; ++number) {
+        alarms.CachePluginAlarm("ALARM_T", GVX_ALARM_DEV_TYPE, std::to_string(number), "");
+    }
+    EXPECT_EQ("2", alarms.GetHeldAlarms().front().location);
+    EXPECT_EQ(before + 2, alarms.CountLostAlarms());
+    EXPECT_TRUE(m_log->Contains("the oldest goes: type[ALARM_T], location[0]", "Alarms are lost"));
+    alarms.SendAlarmCacheToGvx();
+    EXPECT_TRUE(m_log->Contains("2 of those that waited are lost", "Alarms are lost"));
+}
+
 TEST_F(AlarmState, TextsThatDoNotFitAreDroppedWithTheirMessage) {
     CEmergencyProtection alarms;
     const std::string full(255, 'x');
     EXPECT_EQ(0, alarms.CachePluginAlarm(std::string(63, 't'), "123", full, full));
     EXPECT_EQ(0, alarms.CachePluginAlarm("t", "1", "l", ""));
     EXPECT_EQ(2, alarms.CachePluginAlarm("t", "1", "", "d"));
+    EXPECT_EQ(2u, alarms.GetHeldAlarms().size());
+    alarms.SendAlarmCacheToGvx();
+    EXPECT_EQ(2u, Sent().size());
     const std::string tooLong[][4] = {{std::string(64, 't'), "1", "l", "d"},
                                       {"t", "1234", "l", "d"},
                                       {"t", "1", full + "x", "d"},
@@ -171,7 +220,7 @@ TEST_F(AlarmState, TextsThatDoNotFitAreDroppedWithTheirMessage) {
         EXPECT_EQ(1, alarms.CachePluginAlarm(type, inType, location, description));
         alarms.SetGvxBPAlarmRepMsg(type, inType, location, description, false);
     }
-    EXPECT_EQ(2u, alarms.GetHeldAlarms().size());
+    EXPECT_EQ(0u, alarms.GetHeldAlarms().size());
     EXPECT_EQ(1, alarms.AddAlarmStatusItem("1234567890", "x"));
     EXPECT_EQ(1, alarms.AddAlarmStatusItem("1", full + "x"));
     EXPECT_EQ(1, alarms.IsAlarmStatusItemExist("1", full + "x"));

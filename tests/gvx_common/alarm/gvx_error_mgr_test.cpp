@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <string>
 #include <thread>
@@ -64,6 +65,16 @@ TEST_F(ErrorReports, OneThreadsReportsBecomeOneAnswerWithEveryDevice) {
     EXPECT_EQ(Taken(77), "") << "it was moved out";
     Keep("CAM3", 9);
     EXPECT_NE(Taken(-1).find("<ErrorCode>9</ErrorCode>"), std::string::npos);
+    Keep("CAM\xE9", 9, "\xC3\xA9 \xF0\x9F\x98\x80|\xC0\x80|\xED\xA0\x80|\xF4\x90\x80\x80|\xEF\xBF\xBE|\xE2\x82");
+    const std::string bad = "\xEF\xBF\xBD";
+    const std::string strict = Taken(-1);
+    EXPECT_NE(strict.find("<DevCode>CAM" + bad + "</DevCode>"), std::string::npos);
+    EXPECT_NE(strict.find("\xC3\xA9 \xF0\x9F\x98\x80|" + bad + bad + "|" + bad + bad + bad + "|" + bad + bad + bad +
+                          bad + "|" + bad + bad + bad + "|" + bad + bad + "."),
+              std::string::npos);
+    Keep("CAM3", 9);
+    m_reports.forgetErrRsp();  // another request begins
+    EXPECT_EQ(Taken(-1), "");
 }
 
 TEST_F(ErrorReports, ADevicesSameErrorIsSentOnceInThirtySeconds) {
@@ -74,6 +85,7 @@ TEST_F(ErrorReports, ADevicesSameErrorIsSentOnceInThirtySeconds) {
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_NE(sent[0].bytes.find("<DevCode>CAM1</DevCode>"), std::string::npos);
     EXPECT_EQ(sent[0].Type(), 0x01B1u);
+    m_clock->StepWall(std::chrono::hours(-1));
     m_clock->AdvanceSeconds(30);
     Host("CAM1", 5);
     EXPECT_EQ(SentIn(1).size(), 0u);
@@ -81,6 +93,10 @@ TEST_F(ErrorReports, ADevicesSameErrorIsSentOnceInThirtySeconds) {
     EXPECT_EQ(SentIn(1).size(), 0u);
     Host("CAM1", 5);
     EXPECT_EQ(SentIn(1).size(), 1u);
+    // Two devices and codes that would be one text.
+    Host("X1", 23);
+    Host("X12", 3);
+    EXPECT_EQ(SentIn(2).size(), 2u);
 }
 
 TEST_F(ErrorReports, TheListTakesFortyOneReportsAndDropsTheRest) {

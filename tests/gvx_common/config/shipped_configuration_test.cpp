@@ -1,4 +1,5 @@
 #include "gvx_common/alarm/emergency_protection.h"
+#include "gvx_common/config/cloud_config_mgr.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/config/setting_table.h"
@@ -33,6 +34,7 @@ protected:
 };
 
 TEST_F(ShippedConfiguration, LoadsWithoutAlarmOrComplaintAndStaysAsItIs) {
+    CCloudConfigMgr::Instance()->SetCloudConfigInited(true);
     const std::size_t former = CEmergencyProtection::Instance()->GetHeldAlarms().size();
     const std::string before = m_folder.Read("conf/zvs_gvx.conf");
     ASSERT_EQ(0, m_mgr.Init()) << m_log->Dump();

@@ -1,0 +1,256 @@
+#include "gvx_common/alarm/alarm_outbox.h"
+
+#include "base/fixed_text.h"
+#include "base/log.h"
+#include "base/zvs_error.h"
+#include "bp/dispatcher.h"
+#include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
+#include "gvx_common/utility/gvx_utility.h"
+
+#include <utility>
+
+#include <endian.h>
+
+namespace gvx {
+
+namespace {
+
+constexpr const char* kMakerName = "TARVEL";
+constexpr const char* kGatewayPrefix = "GVX#";
+constexpr const char* kGatewayName = "CloudKSP_GVX";
+constexpr std::size_t kLinkPrefixLength = 4;  // "OMU#"
+constexpr const char* kOccurTimeForm = "YYYYMMDDhhmmss";
+
+// So many clears at most share one write of the store.
+constexpr std::size_t kMostEndedAtOnce = 32;
+
+template <std::size_t N>
+bool Put(const char* title, char (&field)[N], const std::string& text, const char* message) {
+    if (!PutText(field, text)) {
+        GVX_LOG_ERR(title, "%s", message);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool AlarmOutbox::Fill(GVX_ALARM_REPORT& report, const HeldAlarm& alarm) {
+    const std::string omuLink = GvxConnectionMgr()->GetOmuLinkId();
+    const std::string element = omuLink.size() > kLinkPrefixLength ? omuLink.substr(kLinkPrefixLength) : std::string();
+    std::string occurTime;
+    CGvxUtility::GetCurrentUtcTime(occurTime, kOccurTimeForm);
+    constexpr const char* kTitle = "SetGvxBPAlarmRepMsg";
+    return Put(kTitle, report.cFac, kMakerName, "memcpy_s cFac failed!") &&
+           Put(kTitle, report.cNetEleID, element, "memcpy_s cNetEleID failed!") &&
+           Put(kTitle, report.cAlarmInCode, kGatewayPrefix + element, "memcpy_s cAlarmInCode failed!") &&
+           Put(kTitle, report.cAlarmInName, kGatewayName, "memcpy_s cAlarmInName failed!") &&
+           Put(kTitle, report.cAlarmType, alarm.type, "strncpy_s stGvxAlarmReport.cAlarmType failed!") &&
+           Put(kTitle, report.cAlarmInType, alarm.inType, "strncpy_s stGvxAlarmReport.cAlarmInType failed!") &&
+           Put(kTitle, report.cOccurTime, occurTime, "strncpy_s stGvxAlarmReport.cOccurTime failed!") &&
+           Put(kTitle, report.cLocationInfo, alarm.location.empty() ? GvxConfigMgr()->GetLocalIP() : alarm.location,
+               "strncpy_s stGvxAlarmReport.cLocationInfo failed!") &&
+           Put(kTitle, report.cAlarmDesc, alarm.description, "strncpy_s stGvxAlarmReport.cAlarmDesc failed!");
+}
+
+// False when it has been dropped or is held, and so need not be sent now.
+bool AlarmOutbox::Queue(OutboundAlarm alarm) {
+    GVX_LOG_INFO("SetGvxBPAlarmRepMsg", "Emergency Protection set gvx alarm reponse message is called.");
+    GVX_LOG_INFO("Gateway alarm", "type[%s], input type[%s], location[%s], description[%s]", alarm.type.c_str(),
+                 alarm.inType.c_str(), alarm.location.c_str(), alarm.description.c_str());
+    unsigned int elementType = 0;
+    std::string linkId;
+    if (!GvxConnectionMgr()->GetLinkInfoByType(BP::SUBSYS_GVX, elementType, linkId)) {
+        GVX_LOG_ERR("SetGvxBPAlarmRepMsg", "Get PeerNetLinkID Error [%d]", static_cast<int>(BP::SUBSYS_GVX));
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            ++m_nextEvent;
+        }
+        Hold(std::move(alarm));
+        return false;
+    }
+    GVX_ALARM_REPORT report{};
+    if (!Fill(report, alarm)) {
+        return false;
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    PushLocked(m_line, std::move(alarm));
+    return true;
+}
+
+void AlarmOutbox::PushLocked(Line& line, OutboundAlarm alarm) {
+    if (line.alarms.size() >= kMostHeld) {
+        const OutboundAlarm& oldest = line.alarms.front();
+        if (line.lost++ == 0) {
+            GVX_LOG_ERR("Alarms are lost", "%zu wait for a link, the oldest goes: type[%s], location[%s]", kMostHeld,
+                        oldest.type.c_str(), oldest.location.c_str());
+        } else {
+            GVX_DEBUG("The oldest alarm is lost: type[%s], location[%s]", oldest.type.c_str(), oldest.location.c_str());
+        }
+        line.alarms.pop_front();
+    }
+    line.alarms.push_back(std::move(alarm));
+}
+
+void AlarmOutbox::Add(OutboundAlarm alarm) {
+    // A link that has opened meanwhile has looked at an empty line, hence the second look.
+    Queue(std::move(alarm));
+    Send();
+}
+
+void AlarmOutbox::AddAll(std::vector<OutboundAlarm> alarms) {
+    for (OutboundAlarm& alarm : alarms) {
+        Queue(std::move(alarm));
+    }
+    Send();
+}
+
+void AlarmOutbox::AddBehindOmu(OutboundAlarm alarm) {
+    {
+        const std::lock_guard<std::mutex> lock(m_omuMutex);
+        if (!m_behindOmu.alarms.empty() || GvxConnectionMgr()->GetOmuLinkId().empty()) {
+            GVX_LOG_INFO("Set gvx alarm", "Push gvx alarm to msglist, alarm type is %s.", alarm.type.c_str());
+            PushLocked(m_behindOmu, std::move(alarm));
+            return;
+        }
+        GVX_LOG_INFO("Set gvx alarm", "Send gvx alarm to msglist, alarm type is [%s].", alarm.type.c_str());
+        Queue(std::move(alarm));
+    }
+    Send();
+}
+
+void AlarmOutbox::OmuIsKnown() {
+    {
+        const std::lock_guard<std::mutex> lock(m_omuMutex);
+        for (OutboundAlarm& alarm : m_behindOmu.alarms) {
+            Queue(std::move(alarm));
+        }
+        m_behindOmu.alarms.clear();
+        const std::lock_guard<std::mutex> lineLock(m_mutex);
+        m_line.lost += std::exchange(m_behindOmu.lost, 0);
+    }
+    Send();
+}
+
+int AlarmOutbox::Hold(OutboundAlarm alarm) {
+    if (alarm.type.empty() || alarm.inType.empty() || alarm.location.empty()) {
+        return ZVS_PARA_INVALID;
+    }
+    constexpr const char* kTitle = "CachePluginAlarm";
+    _ZVS_REPORT_LIST fields{};
+    if (!Put(kTitle, fields.cAlarmType, alarm.type, "alarmType snprintf failed") ||
+        !Put(kTitle, fields.cAlarmInType, alarm.inType, "alarmInType snprintf failed") ||
+        !Put(kTitle, fields.cLocationInfo, alarm.location, "localInfo strncpy_s failed") ||
+        !Put(kTitle, fields.cAlarmDesc, alarm.description,
+             ("alarmDesc[" + alarm.description + "] snprintf failed").c_str())) {
+        return ZVS_FAIL;
+    }
+    GVX_LOG_INFO("Cache alarm success,", "alarm type[%s]", alarm.type.c_str());
+    alarm.waited = true;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    PushLocked(m_line, std::move(alarm));
+    return ZVS_SUCCEED;
+}
+
+// OMU's part is lost while OMU has no link; a link that is there must have room.
+bool AlarmOutbox::LinksHaveRoom() {
+    const std::string mainService = GvxConnectionMgr()->MainServiceLinkId();
+    return !mainService.empty() && BP::CDispatcher::RoomOf(mainService) == BP::LinkRoom::Free &&
+           BP::CDispatcher::RoomOf(GvxConnectionMgr()->GetOmuLinkId()) != BP::LinkRoom::Full;
+}
+
+void AlarmOutbox::Send() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_sendAgain = true;
+    if (m_sending) {
+        return;
+    }
+    m_sending = true;
+    while (std::exchange(m_sendAgain, false)) {
+        SendLine(lock);
+    }
+    m_sending = false;
+    const std::uint64_t lost = m_line.alarms.empty() ? std::exchange(m_line.lost, 0) : 0;
+    m_lost += lost;
+    const std::uint64_t all = m_lost;
+    lock.unlock();
+    if (lost != 0) {
+        GVX_LOG_ERR("Alarms are lost", "%llu of those that waited are lost, %llu since the start",
+                    static_cast<unsigned long long>(lost), static_cast<unsigned long long>(all));
+    }
+}
+
+void AlarmOutbox::SendLine(std::unique_lock<std::mutex>& lock) {
+    std::vector<OutboundAlarm> ended;
+    bool goesOn = true;
+    while (goesOn && !m_line.alarms.empty()) {
+        OutboundAlarm alarm = std::move(m_line.alarms.front());
+        m_line.alarms.pop_front();
+        lock.unlock();
+        goesOn = LinksHaveRoom() && SendOne(alarm);
+        if (goesOn && alarm.handed && alarm.ending != 0) {
+            ended.push_back(std::move(alarm));
+        }
+        if (ended.size() >= kMostEndedAtOnce) {
+            m_ended(std::exchange(ended, {}));
+        }
+        lock.lock();
+        if (!goesOn) {
+            alarm.waited = true;
+            m_line.alarms.push_front(std::move(alarm));
+        }
+    }
+    if (!ended.empty()) {
+        lock.unlock();
+        m_ended(ended);
+        lock.lock();
+    }
+}
+
+// False when a link has taken its part no more: what it has not taken is sent to it again. What fails with links that
+// take it is lost, with the lines that tell why.
+bool AlarmOutbox::SendOne(OutboundAlarm& alarm) {
+    if (alarm.waited) {
+        GVX_LOG_INFO("SendAlarmCacheToGvx", "Send alarm[%s] to GVX.", alarm.type.c_str());
+    }
+    GVX_ALARM_REPORT report{};
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        report.iAlarmEventID = static_cast<std::int64_t>(htobe64(m_nextEvent++));
+    }
+    if (!Fill(report, alarm)) {
+        return true;
+    }
+    const bool kspFails =
+        alarm.toKsp && !CGvxConnectionMgr::WasSent(GvxConnectionMgr()->sendGVXAlarmReportToKSP(report));
+    const bool omuFails = alarm.toOmu && GvxConnectionMgr()->SendGvxAlarmReqMsgToOMU(report, false, false) != 0;
+    alarm.handed = alarm.handed || (alarm.toKsp && !kspFails) || (alarm.toOmu && !omuFails);
+    alarm.toKsp = kspFails;
+    alarm.toOmu = omuFails;
+    return !(kspFails || omuFails) || LinksHaveRoom();
+}
+
+std::vector<HeldAlarm> AlarmOutbox::Waiting() const {
+    std::vector<HeldAlarm> waiting;
+    const std::lock_guard<std::mutex> omuLock(m_omuMutex);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (const Line* line : {&m_line, &m_behindOmu}) {
+        waiting.insert(waiting.end(), line->alarms.begin(), line->alarms.end());
+    }
+    return waiting;
+}
+
+std::size_t AlarmOutbox::CountWaiting() const {
+    const std::lock_guard<std::mutex> omuLock(m_omuMutex);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_line.alarms.size() + m_behindOmu.alarms.size();
+}
+
+std::uint64_t AlarmOutbox::CountLost() const {
+    const std::lock_guard<std::mutex> omuLock(m_omuMutex);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lost + m_line.lost + m_behindOmu.lost;
+}
+
+}  // namespace gvx

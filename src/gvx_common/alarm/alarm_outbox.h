@@ -1,0 +1,104 @@
+#pragma once
+
+#include "gvx_common/records/gvx_alarm_records.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace gvx {
+
+// The texts of an alarm that waits for a link.
+struct HeldAlarm {
+    std::string type;
+    std::string inType;
+    std::string location;
+    std::string description;
+};
+
+// An alarm of the gateway on its way out.
+struct OutboundAlarm : HeldAlarm {
+    // What the alarm clears: identifier and text as they are remembered, and the number of this clear, 0 for an alarm
+    // that clears nothing.
+    std::string endedId{};
+    std::string endedInfo{};
+    std::uint64_t ending = 0;
+    bool tellsStore = true;  // the store's success with the row is told as an alarm of its own
+
+    // Of the outbox:
+    bool toKsp = true;  // not handed over yet
+    bool toOmu = true;
+    bool handed = false;  // a link has taken it
+    bool waited = false;
+};
+
+// The alarms of the gateway on their way to KSP and OMU, in one order: what comes later never overtakes, whatever the
+// links do. Alarms are handed over while both links have room in their queues and wait otherwise, in memory, at most
+// kMostHeld; beyond that the oldest is lost, which is counted and told.
+//
+// Any thread. Nothing is sent under a lock: the thread that finds nobody sending sends for all, and whoever adds an
+// alarm meanwhile leaves it to that one.
+class AlarmOutbox {
+public:
+    static constexpr std::size_t kMostHeld = 131072;
+
+    // Told of clears that have been handed to a link, several at a time, on the sending thread outside every lock.
+    using Ended = std::function<void(const std::vector<OutboundAlarm>& clears)>;
+
+    explicit AlarmOutbox(Ended ended) : m_ended(std::move(ended)) {}
+    AlarmOutbox(const AlarmOutbox&) = delete;
+    AlarmOutbox& operator=(const AlarmOutbox&) = delete;
+
+    // Adds an alarm behind those that wait, and sends what can be sent. With the main-service link down it is held, as
+    // by Hold. A text that does not fit its field drops it with a log line.
+    void Add(OutboundAlarm alarm);
+    // The same behind the first link to OMU, for which the alarm waits in a list of its own.
+    void AddBehindOmu(OutboundAlarm alarm);
+    // Several, with one look at the links.
+    void AddAll(std::vector<OutboundAlarm> alarms);
+    // The first link to OMU has its identifier: its list joins the others.
+    void OmuIsKnown();
+
+    // Holds an alarm for the next sending. 0; 2 when type, inType or location is empty; 1 when a text is too long.
+    int Hold(OutboundAlarm alarm);
+
+    // Sends what waits, oldest first, until nothing waits or a link has no room.
+    void Send();
+
+    // What waits, oldest first, that for OMU behind the rest.
+    std::vector<HeldAlarm> Waiting() const;
+    std::size_t CountWaiting() const;
+    std::uint64_t CountLost() const;
+
+private:
+    // Alarms in their order, and what was lost of them since they last were none.
+    struct Line {
+        std::deque<OutboundAlarm> alarms;
+        std::uint64_t lost = 0;
+    };
+
+    bool Queue(OutboundAlarm alarm);
+    void PushLocked(Line& line, OutboundAlarm alarm);
+    void SendLine(std::unique_lock<std::mutex>& lock);
+    bool SendOne(OutboundAlarm& alarm);
+    static bool Fill(GVX_ALARM_REPORT& report, const HeldAlarm& alarm);
+    static bool LinksHaveRoom();
+
+    const Ended m_ended;
+    // Guards the list for OMU and the step from it into the line. Taken ahead of m_mutex; nothing is sent under it.
+    mutable std::mutex m_omuMutex;
+    Line m_behindOmu;  // Guarded by m_omuMutex.
+
+    mutable std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
+    Line m_line;
+    std::uint64_t m_nextEvent = 0;  // the next alarm's event number
+    std::uint64_t m_lost = 0;
+    bool m_sending = false;
+    bool m_sendAgain = false;  // somebody has asked while another sent
+};
+
+}  // namespace gvx
