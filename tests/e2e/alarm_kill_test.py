@@ -51,6 +51,7 @@ class Run:
         self.raised = collections.Counter()  # raising alarms since the last clear that was sent
         self.doubled = 0
         self.clears = []  # texts of the clearing alarms that were sent
+        self.ends = collections.Counter()  # ends of faults; the clears of some may still wait
         self.told = {}  # whether the last word that was sent about a text is a raise
         for line in output.splitlines(keepends=True):
             if line.endswith("\n"):
@@ -78,6 +79,7 @@ class Run:
             if what == "flow":
                 self.flows.add(number)
             else:
+                self.ends[file_row(number)[1]] += what == "clear" and self.open.get(number, True)
                 self.open[number] = what == "raise"
 
 
@@ -113,7 +115,8 @@ class Account:
 
     @staticmethod
     def _is_done(run, text):
-        return text in run.clears[:-IN_HAND] and text not in run.clears[-IN_HAND:]
+        return (text in run.clears[:-IN_HAND] and text not in run.clears[-IN_HAND:]
+                and run.clears.count(text) >= run.ends[text])
 
     def _add_flows(self, run, found):
         """A start clears those of before; a row whose clear has not left waits for the next one, as those of now do."""

@@ -53,7 +53,9 @@ def start(options, folder, stack, name, inited="true", left_open=LEFT_OPEN):
     cloud = place / "root" / "home" / "zvs_common"
     cloud.mkdir(parents=True)
     (cloud / "cloudconfig.xml").write_text(f"<CloudConfig><inited>{inited}</inited></CloudConfig>")
-    return e2e.start_gateway(options, place, stack, {}), store
+    gateway = e2e.start_gateway(options, place, stack, {})
+    e2e.wait_until(lambda: gateway.lines("gvxd ready"), 60 * options.slow, "the store is read")
+    return gateway, store
 
 
 def omu_first(options, folder, stack):
@@ -106,7 +108,6 @@ def refused(options, folder, stack):
     gateway, store = start(options, folder, stack, "refused")
     second = e2e.Gateway(options, folder / "second", settings={"GVX_PLUGIN_LIST": "nowhere"})
     second.folder = gateway.folder
-    e2e.wait_until(lambda: gateway.lines("gvxd ready"), 30 * options.slow, "the start")
 
     def fails(code, named):
         done = subprocess.run([*second.command(), "--listen-port", "0"], env=second.whole_environment(), check=False,
@@ -138,7 +139,6 @@ def late_reader(options, folder, stack):
     took = time.monotonic() - begin
     omu = e2e.Peer.linked(gateway.port, "OMU#001", receive_buffer=4096)
     main = e2e.Peer.linked(gateway.port, "GVX#000", receive_buffer=4096)
-    e2e.wait_until(lambda: gateway.lines("open alarms restored"), 60 * options.slow, "the store is read")
     time.sleep(3)
     found = {}
 
