@@ -8,6 +8,7 @@
 #include "bp/message_block_ptr.h"
 #include "gateway/messages/request_body.h"
 #include "gateway/settings/number_setting.h"
+#include "gvx_common/forms/request_table.h"
 #include "nss/nss_msg.h"
 
 #include <cstddef>
@@ -118,6 +119,11 @@ void ReadAsGateway(BP::CCmd& cmd) {
         gvx::JsonText(json, "DevCode");
         gvx::JsonInt(json, "StreamType");
         gvx::JsonBool(json, "Audio");
+        for (const gvx::RequestRow& row : gvx::AllRequests()) {
+            std::string fault;
+            Require(gvx::ReadRecord(row.request(), json, nullptr, fault) == fault.empty());
+            gvx::UnknownMember(row.request(), json);
+        }
     }
 }
 

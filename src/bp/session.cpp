@@ -67,7 +67,9 @@ Refusal& CurrentRefusal() {
     return refusal;
 }
 
-void Refuse(const CCmd& cmd) {
+}  // namespace
+
+void RefuseUnsupported(const CCmd& cmd) {
     const std::shared_ptr<const RefusalAnswer> answer = CurrentRefusal().Get();
     if (answer == nullptr) {
         AnswerUnsupported(cmd);
@@ -75,8 +77,6 @@ void Refuse(const CCmd& cmd) {
         (*answer)(cmd, ZVS_GVX_DEV_UN_SUPPORT);
     }
 }
-
-}  // namespace
 
 void RegisterSessionWork(std::uint32_t reqID, SessionWork work) {
     std::shared_ptr<const SessionWork> entry;
@@ -115,7 +115,7 @@ int CGvxSessionBase::HandleCmd(const CCmd* cmd) {
     if (work == nullptr) {
         GVX_LOG_WARN("Session", "No work for cmd[0x%04x]. [dev:%s, link:%s]", cmd->GetReqID(), m_strRespDevID.c_str(),
                      cmd->GetNetLinkID().c_str());
-        Refuse(*cmd);
+        RefuseUnsupported(*cmd);
         return ZVS_GVX_DEV_UN_SUPPORT;
     }
     try {

@@ -101,6 +101,9 @@ using SessionWork = std::function<int(CGvxSessionBase& session, const CCmd& cmd)
 // before the first command; an empty function brings that back.
 using RefusalAnswer = std::function<void(const CCmd& cmd, int code)>;
 void SetRefusalAnswer(RefusalAnswer answer);
+// Refuses a request with ZVS_GVX_DEV_UN_SUPPORT in that way. A response is not answered, nor is a command without a
+// frame: nobody waits for either. Any thread.
+void RefuseUnsupported(const CCmd& cmd);
 
 // Registers or replaces the work for a request type; an empty work removes it. Any thread.
 void RegisterSessionWork(std::uint32_t reqID, SessionWork work);

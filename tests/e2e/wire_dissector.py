@@ -75,6 +75,8 @@ def compare_frame(data, found, where):
     kind = struct.unpack(">H", data[2:4])[0]
     shown = found["gvxnss.type"].get("showname")
     e2e.check(NAMES.get(kind, "NSS_") in shown, f"{where}: type 0x{kind:04x} is shown as {shown}")
+    if not any(data[76:80]):
+        e2e.check("ZVS_SUCCEED" in found["gvxnss.code"].get("showname"), f"{where}: the result has no name")
     forms = {form for form in FORMS if f"gvxnss.{form}" in found}
     e2e.check(len(forms) == (len(data) > e2e.HEAD.size), f"{where}: forms {forms}")
     if kind in (0x0000, 0x9000):

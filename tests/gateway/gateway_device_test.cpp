@@ -101,8 +101,11 @@ TEST_F(GatewayTest, RefusalLeavesByTheMainServiceLink) {
     EXPECT_EQ(AskXml(NSS_ALARM_CONTRON_REQ, "").code, 0u) << "a peer that asks gets its answer";
     for (const char* id : {"SCU#900", "OMU#900"}) {
         const auto other = Link(id);
-        ASSERT_TRUE(other->SendFrame(NSS_DEVICE_REBOOT_REQ, 77, "trans-77"));
-        EXPECT_EQ(WaitAnswer(NSS_DEVICE_REBOOT_REQ, 77).code, static_cast<unsigned>(ZVS_GVX_DEV_UN_SUPPORT)) << id;
+        for (const std::uint16_t unserved :
+             {NSS_SEND_DEVICE_REQ, NSS_ADD_USER_REQ}) {  // the second has no session either
+            ASSERT_TRUE(other->SendFrame(unserved, 77, "trans-77"));
+            EXPECT_EQ(WaitAnswer(unserved, 77).code, static_cast<unsigned>(ZVS_GVX_DEV_UN_SUPPORT)) << id;
+        }
     }
 }
 

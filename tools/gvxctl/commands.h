@@ -6,12 +6,14 @@
 #include <string>
 
 // One function for each command of the tool. Each prints to standard output, faults to standard error, and returns the
-// exit code: 0 for success, 1 when the gateway refused or something was wrong, 3 when no link could be made. Commands
-// run on main's thread; the same holds for those of alarm_commands.h, config_commands.h, peer_commands.h and demo.h.
+// exit code: 0 for success, 1 when the gateway refused or something was wrong, 2 for a wrong command line, 3 when no
+// link could be made. Commands run on main's thread; the same holds for those of alarm_commands.h, config_commands.h,
+// peer_commands.h and demo.h.
 namespace gvxctl {
 
 constexpr int kExitOk = 0;
 constexpr int kExitRefused = 1;
+constexpr int kExitWrongUse = 2;
 constexpr int kExitNoLink = 3;
 
 struct CommonOptions {

@@ -65,17 +65,8 @@ int Ask(const CommonOptions& common, std::uint16_t type, std::uint16_t tag, cons
     return platform.Request(type, tag, body, response, error) ? kExitOk : Fail(kExitRefused, error);
 }
 
-std::string ReasonIn(const Response& response) {
-    CBB::CXml xml;
-    if (xml.Parse(response.Xml().c_str()) && xml.FindElem("Content/Reason")) {
-        return xml.GetElemValue();
-    }
-    const std::string reason = gvx::JsonText(JsonBody(response), "Reason");
-    return reason.empty() ? ZvsErrorText(static_cast<int>(response.code)) : reason;
-}
-
 int Refused(const Response& response) {
-    return Fail(kExitRefused, "refused, code " + std::to_string(response.code) + ": " + ReasonIn(response));
+    return Fail(kExitRefused, RefusalText(response));
 }
 
 void BreakBefore(std::string& text, const std::string& tag, const char* indent) {

@@ -1,6 +1,6 @@
 #include "gvxctl/demo.h"
 
-#include "base/zvs_error.h"
+#include "gvxctl/frame_text.h"
 #include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/report.h"
@@ -105,8 +105,7 @@ bool Demo::CheckAnswer(bool answered, const Response& response) {
     Say(DescribeResponse(response));
     m_summary["answers"].append(ResponseToJson(response));
     if (response.code != 0) {
-        Fault(std::string(NssMsgTypeName(response.requestType)) + " was refused with " + std::to_string(response.code) +
-              " " + ZvsErrorName(static_cast<int>(response.code)));
+        Fault(std::string(NssMsgTypeName(response.requestType)) + " was refused with " + CodeText(response.code));
     }
     return response.code == 0;
 }

@@ -151,7 +151,12 @@ int main(int argc, char** argv) {
     AddSecretCommands(app, line);
     gvxctl::AddPeerCommands(app, line);
     gvxctl::AddAlarmCommands(app, line);
-    CLI11_PARSE(app, argc, argv);
+    gvxctl::AddDeviceRequestCommands(app, line);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? gvxctl::kExitOk : gvxctl::kExitWrongUse;  // help is no fault
+    }
     gvxctl::CatchInterrupts();
     return line.run();
 }

@@ -3,6 +3,7 @@
 #include "base/clock.h"
 #include "base/json_io.h"
 #include "base/zvs_error.h"
+#include "gvxctl/frame_text.h"
 #include "nss/nss_msg_type.h"
 
 #include <json/value.h>
@@ -113,7 +114,7 @@ bool PeerLink::RegisterOut(int timeoutMs, std::string& error) {
     }
     if (answer.Type() != NSS_BP_REGISTER_RSP || answer.head.uiRspCode != 0) {
         error = std::string("the registration was answered by ") + NssMsgTypeName(answer.Type()) + " code " +
-                std::to_string(answer.head.uiRspCode);
+                CodeText(answer.head.uiRspCode);
         return false;
     }
     m_remoteId = LinkIdOf(answer);

@@ -128,6 +128,18 @@ SentCounts SentCountsOf(const Response& stopResponse) {
     return counts;
 }
 
+std::string RefusalText(const Response& response) {
+    const int code = static_cast<int>(response.code);
+    CBB::CXml xml;
+    std::string reason = gvx::JsonText(JsonBody(response), "Reason");
+    if (reason.empty() && xml.Parse(response.Xml().c_str()) && xml.FindElem("Content/Reason")) {
+        reason = xml.GetElemValue();
+    }
+    const char* const name = ZvsErrorName(code);
+    return "refused, " + (std::string(name) == "ZVS_UNKNOWN" ? "code " + std::to_string(code) : std::string(name)) +
+           ": " + Printable(reason.empty() ? ZvsErrorText(code) : reason);
+}
+
 std::string DescribeResponse(const Response& response) {
     const int code = static_cast<int>(response.code);
     char head[256];

@@ -61,6 +61,8 @@ struct SentCounts {
 };
 SentCounts SentCountsOf(const Response& stopResponse);
 
+// Why a request was refused, for a person: the result by its name, and the gateway's reason or what the result means.
+std::string RefusalText(const Response& response);
 // One response as a text, or as a JSON object.
 std::string DescribeResponse(const Response& response);
 Json::Value ResponseToJson(const Response& response);

@@ -3,6 +3,7 @@
 
 local folder = debug.getinfo(1, "S").source:match("^@(.*[/\\])") or "./"
 local names = dofile(folder .. "gvx_nss_names.lua")
+local results = dofile(folder .. "gvx_nss_results.lua")
 
 local HEAD_BYTES = 116
 local ITEM_HEAD_BYTES = 6
@@ -32,7 +33,7 @@ f.link_control = ProtoField.bool("gvxnss.link_control", "Of the link itself")
 f.seq = ProtoField.uint32("gvxnss.seq", "Sequence number")
 f.trace = ProtoField.uint32("gvxnss.trace", "Trace number")
 f.transaction = ProtoField.string("gvxnss.transaction", "Transaction")
-f.code = ProtoField.uint32("gvxnss.code", "Result")
+f.code = ProtoField.uint32("gvxnss.code", "Result", base.DEC, results)
 f.reserve = ProtoField.bytes("gvxnss.reserve", "Reserve")
 f.length = ProtoField.uint32("gvxnss.length", "Frame length")
 f.form = ProtoField.string("gvxnss.form", "Body form")
@@ -207,7 +208,8 @@ local function describe(head, form, body_bytes, link_id)
     text = text .. " trans=" .. head.transaction
   end
   if head.kind >= RESPONSE_OFFSET then
-    text = text .. string.format(" code=%u", head.code)
+    local result = head.code ~= 0 and results[head.code]
+    text = text .. string.format(" code=%u", head.code) .. (result and " " .. result or "")
   end
   if link_id then
     text = text .. " link=" .. link_id

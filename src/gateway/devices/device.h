@@ -51,6 +51,8 @@ public:
     // True on the thread that made the device.
     bool IsHere() const { return m_thread == std::this_thread::get_id(); }
 
+    // What the plug-in has made; the device's.
+    CAdapterDevBase& Adapter() const { return *m_adapter; }
     const std::vector<Lens>& Lenses() const { return m_lenses; }
     // The lens of that code, the first one for an empty code; null when there is none.
     const Lens* FindLens(const std::string& code) const;

@@ -10,6 +10,7 @@
 #include "gateway/requests/config_work.h"
 #include "gateway/requests/device_work.h"
 #include "gateway/requests/gateway_context.h"
+#include "gateway/requests/operation_work.h"
 #include "gateway/requests/stream_work.h"
 #include "gateway/settings/number_setting.h"
 #include "gvx_common/alarm/emergency_protection.h"
@@ -21,11 +22,10 @@ namespace gvx {
 
 namespace {
 
-using Work = int (*)(GatewayContext&, BP::CGvxSessionBase&, const BP::CCmd&);
-
+// A request whose work is more than one operation of a plug-in; the others stand in request_table.inc.
 struct WorkRow {
     std::uint32_t reqID;
-    Work work;
+    int (*work)(GatewayContext&, BP::CGvxSessionBase&, const BP::CCmd&);
 };
 
 // The SCU answers with the port of its media unit, and the unit's link is opened.
@@ -76,7 +76,7 @@ constexpr WorkRow kWorkRows[] = {
     {NSS_ALARM_CONTRON_REQ, &TellHeldAlarms},
 };
 
-int RunWork(GatewayContext& context, Work work, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
+int RunWork(GatewayContext& context, const OperationWork& work, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     const RunningWork::Scope running(context.work, cmd.GetReqID(), session.GetRespDevID());
     if (GVXErrorMgr* const reports = GVXErrorMgr::getInstance()) {
         reports->forgetErrRsp();  // of a request before
@@ -96,11 +96,15 @@ void RefuseUnserved(const BP::CCmd& cmd, int code) {
 }  // namespace
 
 void RegisterGatewayWork(const std::shared_ptr<GatewayContext>& context) {
+    const auto add = [&context](std::uint32_t reqID, OperationWork work) {
+        BP::RegisterSessionWork(reqID,
+                                [context, work = std::move(work)](BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
+                                    return RunWork(*context, work, session, cmd);
+                                });
+    };
+    ForEachOperation(add);
     for (const WorkRow& row : kWorkRows) {
-        const Work work = row.work;
-        BP::RegisterSessionWork(row.reqID, [context, work](BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
-            return RunWork(*context, work, session, cmd);
-        });
+        add(row.reqID, row.work);
     }
     BP::SetRefusalAnswer(&RefuseUnserved);
 }

@@ -79,22 +79,23 @@ public:
     virtual ZVS_INT32 getCamGeogPostion(ZVS_CHAR*, ZVS_UINT32, ZVS_CHAR*, ZVS_UINT32, ZVS_ULONG) {
         return ZVS_GVX_DEV_UN_SUPPORT;
     }
-    virtual int SendGpsPositionSubscribe(unsigned int, const std::string&, const std::string&, ZVS_UINT32,
-                                         const std::string&, const std::string&) {
-        return ZVS_GVX_DEV_UN_SUPPORT;
-    }
-    virtual int SendSensorInfoSubscribe(const std::string&, const std::string&, unsigned int, unsigned int) {
-        return ZVS_GVX_DEV_UN_SUPPORT;
-    }
+    // Subscriptions: reports of where a moving device is, every interval seconds from start to end (UTC,
+    // "YYYYMMDDhhmmss", empty for no bound), and of a sensor's values, for expires seconds. What a plug-in does not
+    // supply is logged with the device and answered with ZVS_GVX_DEV_UN_SUPPORT; the same holds for the lists of
+    // devices below and for AddMultimachineAssistanceIpc.
+    virtual int SendGpsPositionSubscribe(unsigned int sequence, const std::string& deviceID,
+                                         const std::string& subscriber, ZVS_UINT32 interval, const std::string& start,
+                                         const std::string& end);
+    virtual int SendSensorInfoSubscribe(const std::string& deviceID, const std::string& subscriber,
+                                        unsigned int interval, unsigned int expires);
     virtual void UnRegistRenewTimer() {}
     virtual int SetAlarmLinkagePara(const char*, const std::list<PU_ALARM_LINKAGE_INFO_STRU>&) = 0;
-    virtual int GetExternDevList(EXT_DEVICE_MAP&, EXT_DEVICE_MAP&, EXT_DEVICE_MAP&) { return ZVS_GVX_DEV_UN_SUPPORT; }
-    virtual int SetExternDevList(EXT_DEVICE_P_MAP&, EXT_DEVICE_P_MAP&, EXT_DEVICE_P_MAP&) {
-        return ZVS_GVX_DEV_UN_SUPPORT;
-    }
-    virtual int AddExternDevList(EXT_DEVICE_P_MAP&, EXT_DEVICE_P_MAP&, EXT_DEVICE_P_MAP&) {
-        return ZVS_GVX_DEV_UN_SUPPORT;
-    }
+    // The devices behind an external system: those that it has, all that the platform knows, and further ones.
+    virtual int GetExternDevList(EXT_DEVICE_MAP& cameras, EXT_DEVICE_MAP& alarmInputs, EXT_DEVICE_MAP& alarmOutputs);
+    virtual int SetExternDevList(EXT_DEVICE_P_MAP& cameras, EXT_DEVICE_P_MAP& alarmInputs,
+                                 EXT_DEVICE_P_MAP& alarmOutputs);
+    virtual int AddExternDevList(EXT_DEVICE_P_MAP& cameras, EXT_DEVICE_P_MAP& alarmInputs,
+                                 EXT_DEVICE_P_MAP& alarmOutputs);
     virtual int ModExternDevNotify(CExtDevInfo*) { return 0; }
     virtual int ClearSubDevMap() { return 0; }
     virtual int DelSubDev(const std::string&) { return 0; }
@@ -127,7 +128,7 @@ public:
     virtual void SetLoginHandle(long handle);
     virtual int SetCacheRecord(bool) { return 0; }
     virtual int DelMultimachineAssistanceIpc(const std::string&) { return ZVS_GVX_DEV_UN_SUPPORT; }
-    virtual int AddMultimachineAssistanceIpc(const std::string&, const std::string&) { return ZVS_GVX_DEV_UN_SUPPORT; }
+    virtual int AddMultimachineAssistanceIpc(const std::string& communityID, const std::string& ipcCode);
     virtual void SetVideoChannelRelation(std::vector<_VIDEO_CHANNEL_CODE_RELATION>&) {}
     virtual void handleDevStatusChangedNotify(MainDevStatus) {}
     virtual void SynDeviceTime() {}

@@ -51,6 +51,11 @@ int CAdapterLensBase::EncodeRspSDP(const CStreamParam* param, std::string& sdp) 
     return codec.EncodeSDP(param == nullptr ? std::string() : param->m_strSrcCode, param, sdp, true);
 }
 
+ZVS_INT32 CAdapterLensBase::HandleSendJsonMessage(const std::string&, const std::string&, std::string& answer) {
+    answer.clear();
+    return ZVS_GVX_DEV_UN_SUPPORT;
+}
+
 bool CAdapterLensBase::IsConfItemValid(const CONF_ITEM_MASK_STRU* mask, _DEVICE_CONFIG_INDEX index) {
     if (mask == nullptr || index < 0 || index >= BOTTOM_INDEX) {
         return false;

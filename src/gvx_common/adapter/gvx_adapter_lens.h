@@ -156,9 +156,8 @@ public:
     virtual int SetHomePostionInfo(const char*) { return ZVS_GVX_DEV_UN_SUPPORT; }
     virtual void setConnectId(const ZVS_CHAR*) {}
     // Passes a JSON message to the device: its method, its body, and the device's answer.
-    virtual ZVS_INT32 HandleSendJsonMessage(const std::string&, const std::string&, std::string&) {
-        return ZVS_GVX_DEV_UN_SUPPORT;
-    }
+    // A lens that takes none leaves the answer empty: ZVS_GVX_DEV_UN_SUPPORT.
+    virtual ZVS_INT32 HandleSendJsonMessage(const std::string& method, const std::string& body, std::string& answer);
     virtual ZVS_INT32 HandleStartCalibration(bool) { return ZVS_GVX_DEV_UN_SUPPORT; }
     virtual ZVS_INT32 HandleGetMasterSlaveCalibrationStatus(MASTER_SLAVE_CALIBRATION_STATUS_PARA&) {
         return ZVS_GVX_DEV_UN_SUPPORT;
@@ -166,7 +165,7 @@ public:
     virtual ZVS_INT32 HandleStartMasterSlaveLocate(MASTER_SLAVE_LOCATE_PARA&) { return ZVS_GVX_DEV_UN_SUPPORT; }
     virtual void GetVisualAreaBufferInfo(VisualAreaInfo&) {}
     virtual void SetLensChannelId(const unsigned long&) {}
-    virtual enProfileAbnormalType GetChannelAbnormalFlag() { return PROFILE_NORMAL; }
+    virtual enProfileAbnormalType GetChannelAbnormalFlag() { return m_profileFlag; }
     // True when the request may still run: it is at most 1000 ms old. A timeStamp in the future counts as too old.
     virtual bool OnCheckSnapShotRequest(const PU_SNAP_CONF_REQ& snapReq);
 

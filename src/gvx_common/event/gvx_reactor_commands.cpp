@@ -316,6 +316,7 @@ int CGvxReactor::ServeCmd(const BP::CCmd& cmd, const std::string& devID) {
     const std::unique_ptr<BP::CGvxSessionBase> session = CreatSession(&cmd, devID);
     if (session == nullptr) {
         GVX_LOG_ERR("handle cmd", "not create session by reqID[0x%04x]", cmd.GetReqID());
+        BP::RefuseUnsupported(cmd);
         return 1;
     }
     session->SetCmd(&cmd);

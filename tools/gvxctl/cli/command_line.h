@@ -4,6 +4,7 @@
 #include "gvxctl/commands.h"
 #include "gvxctl/config_commands.h"
 #include "gvxctl/demo.h"
+#include "gvxctl/device_commands.h"
 #include "gvxctl/peer_commands.h"
 
 #include <CLI/CLI.hpp>
@@ -26,6 +27,8 @@ struct CommandLine {
     ScenarioOptions scenario;
     AlarmsOptions alarms;
     TriggerOptions trigger;
+    DeviceRequestOptions request;
+    bool requestsPage = false;
     std::function<int()> run;
 };
 
@@ -37,5 +40,7 @@ CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, c
 
 void AddPeerCommands(CLI::App& app, CommandLine& line);   // peer, scenario
 void AddAlarmCommands(CLI::App& app, CommandLine& line);  // alarms, alarm trigger
+// One for each request to a device, by the table of requests; and requests, which lists them.
+void AddDeviceRequestCommands(CLI::App& app, CommandLine& line);
 
 }  // namespace gvxctl
