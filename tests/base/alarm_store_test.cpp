@@ -8,10 +8,13 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 namespace {
 
@@ -32,6 +35,20 @@ std::vector<std::string> Stored() {
                         items[static_cast<std::size_t>(i)].AlarmInfo);
     }
     return texts;
+}
+
+// The reads of SQLite, of which one fails: the one that finds 0.
+long g_readsBeforeFault = -1;
+
+bool FailsNow() {
+    errno = EIO;
+    return g_readsBeforeFault-- == 0;
+}
+ssize_t Read(int fd, void* target, size_t size) {
+    return FailsNow() ? -1 : read(fd, target, size);
+}
+ssize_t ReadAt(int fd, void* target, size_t size, off_t at) {
+    return FailsNow() ? -1 : pread(fd, target, size, at);
 }
 
 class AlarmStore : public testing::Test {
@@ -92,6 +109,35 @@ TEST_F(AlarmStore, SetsACorruptFileAsideAndBeginsAFreshOne) {
     EXPECT_EQ(m_folder.Read("alarm.db.corrupt-20260102030405-1"), damaged);
     EXPECT_EQ(Stored(), std::vector<std::string>());
     EXPECT_EQ(m_log->CountLevel(OM_LOG_ERR), 2u);
+}
+
+// A page that cannot be read is no damaged one: the opening fails, or has tried again, and nothing is set aside.
+TEST_F(AlarmStore, AReadThatFailsOnceWhileOpeningLosesNothing) {
+    constexpr std::size_t kItems = 300;  // several pages
+    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
+    ASSERT_EQ(gvx::AddAlarmItems(std::vector<Alarm_Item>(kItems, Item("1", std::string(200, 'i')))), 0);
+    ZVS_AlarmClose();
+    sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
+    system->xSetSystemCall(system, "read", reinterpret_cast<sqlite3_syscall_ptr>(&Read));
+    for (const char* name : {"pread", "pread64"}) {
+        system->xSetSystemCall(system, name, reinterpret_cast<sqlite3_syscall_ptr>(&ReadAt));
+    }
+    std::size_t failed = 0;
+    bool reached = true;
+    for (long at = 0; reached; ++at) {
+        g_readsBeforeFault = at;
+        const bool opened = ZVS_AlarmInit(m_path.c_str()) == 0;
+        reached = g_readsBeforeFault < 0;
+        g_readsBeforeFault = -1;
+        failed += opened ? 0 : 1;
+        ASSERT_TRUE(opened || ZVS_AlarmInit(m_path.c_str()) == 0) << at;
+        ASSERT_EQ(Stored().size(), kItems) << at;
+        ZVS_AlarmClose();
+    }
+    system->xSetSystemCall(system, nullptr, nullptr);
+    EXPECT_GT(failed, 0u);
+    EXPECT_EQ(m_log->CountLevel(OM_LOG_ERR), failed) << "each with a line";
+    EXPECT_FALSE(m_log->Contains("set aside", "Alarm store"));
 }
 
 TEST_F(AlarmStore, RefusesAPlaceWhereNoStoreCanBe) {

@@ -13,6 +13,10 @@ ALARM = struct.Struct(">64s32s64s20s20sI32sI32s")
 IDLE, RATE = 800, 400
 
 
+def line(code, action, **more):
+    return json.dumps({"device": "CAM001", "channel": 0, "code": code, "action": action, **more}).encode() + b"\n"
+
+
 def read_alarm(message):
     """An SCU alarm as a dictionary, with its description."""
     code, _, kind, _, _, action, _, number, recorder = ALARM.unpack(message.raw[: ALARM.size])
@@ -29,8 +33,16 @@ def read_report(message):
     return e2e.text(message.raw[1064:1128]), struct.unpack_from("<Q", message.raw, 32)[0]
 
 
-def line(code, action, **more):
-    return json.dumps({"device": "CAM001", "channel": 0, "code": code, "action": action, **more}).encode() + b"\n"
+def check_short_code(push, peer, seconds):
+    """A device of two characters is reported to the cloud platform, with its address."""
+    peer.must(e2e.ADD_DEV, e2e.TAG_XML, b"<Content><DevCode>D1</DevCode><PluginName>file</PluginName><IP>192.0.2.7</IP>"
+              b'<FormType>1</FormType><Extend>{"media": "clip"}</Extend></Content>')
+    push(line("shield", "start", device="D1"))
+    raw = peer.receive_kind(e2e.KSP_REPORT, seconds).raw
+    location = e2e.text(raw[1132:1388])
+    e2e.check(location.endswith(",LocalDesc=D1_0[DevIP:192.0.2.7]") and e2e.text(raw[296:552]) == "D1", f"location {location}")
+
+
 
 
 def check_alarms(push, peer, seconds):
@@ -67,6 +79,7 @@ def push_alarms(options, folder, stack):
     device = connect()
     check_alarms(device.sendall, platform.main, seconds)
     check_alarms(lambda data: [device.sendall(data[i: i + 7]) for i in range(0, len(data), 7)], platform.main, seconds)
+    check_short_code(device.sendall, platform.main, seconds)
     device.sendall(b"\0\xff rubbish\n" + b"x" * 5000 + b"\n" + line("nonsense", "start"))
     idle = [connect() for _ in range(IDLE)]
     check_alarms(device.sendall, platform.main, seconds)

@@ -26,6 +26,15 @@ TEST_F(GatewayTest, DeviceIsAddedWithItsLensesAndDeletedAgain) {
     EXPECT_NE(named.text.find(list), std::string::npos) << named.text;
     moody->Report("CAM1", 3);
     EXPECT_TRUE(log->WaitFor("plug-in moody reports an exception of type 3. [dev:CAM1]"));
+    for (;;) {  // and as a message of its own, whose answer nobody waits for
+        const auto frame = peer->ReadFrame();
+        ASSERT_TRUE(frame.has_value());
+        if (frame->head.usiMsgType == NSS_COMMON_INFO_REQ) {
+            EXPECT_NE(frame->body.find("<DevCode>CAM1</DevCode>"), std::string::npos);
+            EXPECT_NE(frame->body.find("plug-in moody reports an exception of type 3."), std::string::npos);
+            break;
+        }
+    }
     EXPECT_EQ(DeleteDevice("CAM1").code, 0u);
     moody->Report("CAM1", 4);
     moody->Report("CAM1", 4);
