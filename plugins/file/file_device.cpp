@@ -17,8 +17,9 @@ constexpr std::uint32_t kStreamsOfLens = 3;  // the main stream and two sub stre
 
 }  // namespace
 
-FileDevice::FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEntry> entry)
-    : m_media(std::move(media)), m_entry(std::move(entry)) {}
+FileDevice::FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEntry> entry,
+                       std::shared_ptr<PictureDesk> desk)
+    : m_media(std::move(media)), m_entry(std::move(entry)), m_desk(std::move(desk)) {}
 
 int FileDevice::Init() {
     SetLoginStatus(true);
@@ -81,9 +82,13 @@ int FileDevice::CreateLens(const char* lensId, const short& channel, CAdapterDev
     return Guarded("CreateLens", [&] {
         m_lensIds[static_cast<unsigned int>(channel)] = lensId;
         m_entry->AddLens(static_cast<unsigned int>(channel), lensId);
-        lens = new FileLens(lensId, channel, owner, m_media[static_cast<std::size_t>(channel)]);
+        lens = new FileLens(lensId, channel, owner, m_media[static_cast<std::size_t>(channel)], m_desk);
         return ZVS_SUCCEED;
     });
+}
+
+int FileDevice::VcuGetUploadImgRsp(PU_UPLOAD_IMAGE_RSP& address) {
+    return Guarded("VcuGetUploadImgRsp", [&] { return m_desk->Send(GetMainDevID(), address); });
 }
 
 const std::string FileDevice::GetLensIDThroughChannoId(unsigned int channel) {

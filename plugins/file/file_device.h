@@ -2,6 +2,7 @@
 
 #include "file/device_directory.h"
 #include "file/media_list.h"
+#include "file/picture_desk.h"
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 
 #include <map>
@@ -15,7 +16,7 @@ namespace gvxfile {
 class FileDevice : public CAdapterDevDefaults {
 public:
     // One lens for each medium, numbered from 0.
-    FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEntry> entry);
+    FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEntry> entry, std::shared_ptr<PictureDesk> desk);
 
     int Init() override;
     int GetDeviceAbility(GVX_DEVICE_ABILITY_INFO& ability) override;
@@ -23,6 +24,7 @@ public:
     int ResetLogin() override;
     int CreateLens(const char* lensId, const short& channel, CAdapterDevBase*& parent,
                    CAdapterLensBase*& lens) override;
+    int VcuGetUploadImgRsp(PU_UPLOAD_IMAGE_RSP& address) override;
     const std::string GetLensIDThroughChannoId(unsigned int channel) override;
 
 private:
@@ -31,6 +33,7 @@ private:
     std::vector<MediaPtr> m_media;
     std::map<unsigned int, std::string> m_lensIds;  // by channel
     const std::unique_ptr<DirectoryEntry> m_entry;  // what other threads may know of this device
+    const std::shared_ptr<PictureDesk> m_desk;
 };
 
 }  // namespace gvxfile

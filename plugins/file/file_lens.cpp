@@ -3,6 +3,8 @@
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
 #include "file/guarded.h"
+#include "gvx_common/adapter/gvx_reason.h"
+#include "gvx_common/records/ptz_records.h"
 #include "gvx_common/records/rtp_payload.h"
 #include "gvx_common/records/stream_param.h"
 
@@ -14,9 +16,17 @@ namespace {
 constexpr const char* kTitle = "file plug-in";
 constexpr int kNoChannel = -1;
 
-// The channel of a live stream; none for other stream types and transports.
+bool IsRecording(const CStreamParam& param) {
+    return param.m_nStreamID >= STREAM_TYPE_PLAYBACK1 && param.m_nStreamID <= STREAM_TYPE_PLAYBACK4;
+}
+
+bool IsVoice(const CStreamParam& param) {
+    return param.m_nStreamID == STREAM_AUDIO_TALKBACK || param.m_nStreamID == STREAM_AUDIO_BROADCAST;
+}
+
+// The channel of a live stream or a recording; none for other stream types and transports.
 int ChannelOf(const CStreamParam& param) {
-    if (param.m_nStreamID >= static_cast<std::uint32_t>(STREAM_TYPE_REAL_MAX)) {
+    if (param.m_nStreamID >= static_cast<std::uint32_t>(STREAM_TYPE_REAL_MAX) && !IsRecording(param)) {
         return kNoChannel;
     }
     const int type = static_cast<int>(param.m_nStreamID);
@@ -32,36 +42,49 @@ int ChannelOf(const CStreamParam& param) {
 
 }  // namespace
 
-FileLens::FileLens(const char* lensId, short channel, CAdapterDevBase& parent, MediaPtr media)
+FileLens::FileLens(const char* lensId, short channel, CAdapterDevBase& parent, MediaPtr media,
+                   std::shared_ptr<PictureDesk> desk)
     : CAdapterLensDefaults(lensId, channel, parent),
       m_device(parent.GetMainDevID()),
       m_media(std::move(media)),
-      m_metadataUser(kNoChannel) {}
+      m_metadataUser(kNoChannel),
+      m_desk(std::move(desk)) {}
 
 FileLens::~FileLens() {
+    StopSnapQueueThread();
     m_players.clear();
+    m_talk.reset();
 }
 
 int FileLens::Uninit() {
     m_players.clear();
+    StopVoiceStream(nullptr);
     m_metadataUser = kNoChannel;
     return ZVS_SUCCEED;
 }
 
 int FileLens::NegotiateStreamParam(CStreamParam* param) {
     GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
-    if (ChannelOf(*param) == kNoChannel) {
-        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_DEV_UN_SUPPORT, "Stream[%s]: no live stream of type[%u] over protocol[%u].",
-                         param->m_strServiceID.c_str(), param->m_nStreamID, param->m_nDstTransProtocol);
-        return ZVS_GVX_DEV_UN_SUPPORT;
+    if (IsVoice(*param)) {
+        if (m_media->talkPath.empty()) {
+            return GvxFail(ZVS_GVX_DEV_UN_SUPPORT, "Medium '%s' names no file \"talk\".", m_media->name.c_str());
+        }
+    } else if (ChannelOf(*param) == kNoChannel) {
+        return GvxFail(ZVS_GVX_DEV_UN_SUPPORT, "There is no stream of type %u over protocol %u.", param->m_nStreamID,
+                       param->m_nDstTransProtocol);
+    }
+    PictureRange pictures;
+    if (const int result = IsRecording(*param) ? FindPictures(*param, pictures) : ZVS_SUCCEED; result != ZVS_SUCCEED) {
+        return result;
     }
     const bool h264 = m_media->codec == gvx::Codec::H264;
     param->m_nVideoFormat = h264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
     param->m_nVideoPayLoadType = h264 ? gvx::kPayloadH264 : gvx::kPayloadH265;
-    param->m_nAudioFormat = m_media->HasAudio() ? static_cast<std::uint32_t>(m_media->audioFormat) : 0;
+    param->m_nAudioFormat =
+        m_media->HasAudio() || IsVoice(*param) ? static_cast<std::uint32_t>(m_media->audioFormat) : 0;
     param->m_nAudioPayLoadType =
         m_media->audioFormat == GVX_AUDIO_FORMAT_G711A ? gvx::kPayloadG711A : gvx::kPayloadG711U;
-    if (m_media->metadata == nullptr) {
+    if (m_media->metadata == nullptr || IsRecording(*param)) {
         param->m_nVedioAnalysePort = 0;
     }
     return ZVS_SUCCEED;
@@ -99,7 +122,12 @@ int FileLens::StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* 
         return ZVS_GVX_DEV_UN_SUPPORT;
     }
     PlayTarget target;
-    target.withMetadata = param->m_nVedioAnalysePort != 0 && m_media->metadata != nullptr;
+    target.withMetadata = param->m_nVedioAnalysePort != 0 && m_media->metadata != nullptr && !IsRecording(*param);
+    if (IsRecording(*param)) {
+        if (const int result = FindPictures(*param, target.pictures); result != ZVS_SUCCEED) {
+            return result;
+        }
+    }
     target.lens = this;
     target.device = m_device;
     target.channelID = channelID;
@@ -116,6 +144,13 @@ int FileLens::StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* 
     target.userInfo = userInfo;
     return Guarded("StartStream", [&] {
         target.serviceID = param->m_strServiceID;
+        if (IsRecording(*param)) {
+            target.download = param->m_nBusinessType == SERVICE_TYPE_PU_DOWNLOAD;
+            target.onEnd = [desk = m_desk, device = GetParentDev().GetMainDevID(), lens = std::string(GetSubDevID()),
+                            service = param->m_strServiceID] {
+                desk->Report(ADAPTER_REPORT_RECORDING_END, device, lens, service);
+            };
+        }
         return StartPlayer(std::move(target));
     });
 }
@@ -124,11 +159,18 @@ int FileLens::StartPlayer(PlayTarget target) {
     const int channelID = target.channelID;
     const std::string serviceID = target.serviceID;
     const bool withMetadata = target.withMetadata;
-    auto player = std::make_unique<Player>(m_media, std::move(target));
+    MediaPtr media = m_media;
+    if (target.onEnd != nullptr) {
+        constexpr double kDownloadFactor = 4;
+        auto recorded = std::make_shared<MediaEntry>(*m_media);
+        recorded->loop = false;
+        recorded->speed = {false, target.download ? kDownloadFactor : 1};
+        media = std::move(recorded);
+    }
+    auto player = std::make_unique<Player>(std::move(media), std::move(target));
     std::string error;
     if (!player->Start(error)) {
-        GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Stream[%s]: %s", serviceID.c_str(), error.c_str());
-        return ZVS_OPEN_FILE_ERROR;
+        return GvxFail(ZVS_OPEN_FILE_ERROR, "%s", error.c_str());
     }
     m_players[channelID] = std::move(player);
     m_metadataUser = withMetadata ? channelID : m_metadataUser;
@@ -167,6 +209,166 @@ int FileLens::RequestKeyframe(CStreamParam* param) {
     GVX_DEBUG("Stream[%s]: the next key frame is led by its parameter sets.", param->m_strServiceID.c_str());
     player->RequestParameterSets();
     return ZVS_SUCCEED;
+}
+
+int FileLens::FindPictures(const CStreamParam& param, PictureRange& range) const {
+    std::int64_t from = 0;
+    std::int64_t to = 0;
+    std::string error;
+    if (!param.m_strRecordFileName.empty() && param.m_strRecordFileName != m_media->name) {
+        return GvxFail(ZVS_PARA_INVALID, "There is no recording '%s'.", param.m_strRecordFileName.c_str());
+    }
+    if (!ParseUtcTime(param.m_strPuRecordStartTime, from) || !ParseUtcTime(param.m_strPuRecordEndTime, to)) {
+        return GvxFail(ZVS_PARA_INVALID, "The recording's range is none of UTC times.");
+    }
+    if (!m_media->recording->Find(from, to, range, error)) {
+        return GvxFail(ZVS_PARA_INVALID, "%s", error.c_str());
+    }
+    return ZVS_SUCCEED;
+}
+
+int FileLens::PlayBackStreamControl(const STREAM_CONTROL_PARAM_S& control, CStreamParam* param) {
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    Player* const player = IsRecording(*param) ? FindPlayer(param) : nullptr;
+    if (player == nullptr) {
+        return GvxFail(ZVS_GVX_STREAM_NOT_EXIST, "The stream plays no recording.");
+    }
+    switch (control.eCmd) {
+        case STREAM_CONTROL_PLAY:
+        case STREAM_CONTROL_PAUSE:
+            player->Pause(control.eCmd == STREAM_CONTROL_PAUSE);
+            return ZVS_SUCCEED;
+        case STREAM_CONTROL_SEEK:
+            player->SeekTo(m_media->recording->KeyOfSecond(control.uiPosition));
+            return ZVS_SUCCEED;
+        case STREAM_CONTROL_SPEED:
+            if (control.dSpeed <= 0) {
+                return GvxFail(ZVS_GVX_DEV_UN_SUPPORT, "A file plays forwards only.");
+            }
+            player->SetSpeed(control.dSpeed);
+            return ZVS_SUCCEED;
+    }
+    return GvxFail(ZVS_GVX_DEV_UN_SUPPORT, "Command %d is not known.", static_cast<int>(control.eCmd));
+}
+
+int FileLens::StartVoiceStream(void* userInfo, SEND_VOICE_STREAM_FUNC* func, CStreamParam* param) {
+    GVX_CHECK_NULL_RETURN(func, ZVS_NULL_POINTER);
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    const int channelID = static_cast<int>(param->m_nStreamID);
+    const std::lock_guard<std::mutex> lock(m_talkMutex);
+    if (m_talk != nullptr) {
+        return GvxFail(ZVS_GVX_STREAM_EXIST, "The lens is being talked to already.");
+    }
+    if (!PrepareChannel(channelID, func)) {
+        return ZVS_ALLOC_MEMORY_ERROR;
+    }
+    return Guarded("StartVoiceStream", [&]() -> int {
+        std::string error;
+        auto talk = std::make_unique<Talk>(m_media, *this, channelID, userInfo);
+        if (!talk->Start(channelID == STREAM_AUDIO_TALKBACK, error)) {
+            return GvxFail(ZVS_OPEN_FILE_ERROR, "%s", error.c_str());
+        }
+        m_talk = std::move(talk);
+        return ZVS_SUCCEED;
+    });
+}
+
+int FileLens::StopVoiceStream(CStreamParam*) {
+    const std::lock_guard<std::mutex> lock(m_talkMutex);
+    if (m_talk == nullptr) {
+        return ZVS_GVX_STREAM_NOT_EXIST;
+    }
+    const int channelID = m_talk->ChannelID();
+    m_talk.reset();
+    getMidiaChannel(channelID)->m_pSendStreamFunc = nullptr;
+    return ZVS_SUCCEED;
+}
+
+void FileLens::EnqueueAudioData(ACE_Message_Block* block) {
+    const BP::MessageBlockPtr owned(block);
+    const std::lock_guard<std::mutex> lock(m_talkMutex);
+    if (owned != nullptr && m_talk != nullptr) {
+        m_talk->Write(*owned);
+    }
+}
+
+// A medium is one recording.
+int FileLens::GetPuRecordList(GET_PU_RECORD_INFO& search, std::list<_GET_PU_RECORD_DATA_LIST>& list) {
+    std::int64_t begin = 0;
+    std::int64_t end = 0;
+    _GET_PU_RECORD_DATA_LIST row;
+    std::string error;
+    list.clear();
+    search.uiTotal = 0;
+    if (!m_media->recording->Span(begin, end, row.ullBytes, error)) {
+        return GvxFail(ZVS_OPEN_FILE_ERROR, "%s", error.c_str());
+    }
+    row.strContentID = m_media->name;
+    row.strStartTime = UtcTimeText(begin);
+    row.strEndTime = UtcTimeText(end);
+    const bool overlaps = (search.strEndTime.empty() || row.strStartTime < search.strEndTime) &&
+                          (search.strStartTime.empty() || row.strEndTime > search.strStartTime);
+    const bool ofType = search.eRecordType == PU_RECORD_ALL || search.eRecordType == row.eRecordType;
+    if (overlaps && ofType) {
+        search.uiTotal = 1;
+        if (search.uiFromIndex == 0 && search.uiMaxCount > 0) {
+            list.push_back(std::move(row));
+        }
+    }
+    return ZVS_SUCCEED;
+}
+
+// The picture of a file does not change, so that those of one request are taken at once.
+int FileLens::VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ& request) {
+    return Guarded("VcuSnapShotReqInfo", [&]() -> int {
+        std::string error;
+        const StillPicture::Bytes bytes = m_media->still->Get(error);
+        if (bytes == nullptr) {
+            GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "%s [lens:%s]", error.c_str(), GetSubDevID());
+            return GvxFail(ZVS_OPEN_FILE_ERROR, "%s", error.c_str());
+        }
+        for (std::uint32_t number = 0; number < request.nSnapNum; ++number) {
+            m_desk->Keep(GetParentDev().GetMainDevID(), GetSubDevID(), request, bytes);
+        }
+        return ZVS_SUCCEED;
+    });
+}
+
+int FileLens::VcuUploadImgCompReq(PU_UPLOAD_IMAGE_COMP_REQ& end) {
+    GVX_LOG_INFO(kTitle, "The platform's word about picture %s: %d. [lens:%s]", end.strContentID.c_str(), end.nResult,
+                 GetSubDevID());
+    return ZVS_SUCCEED;
+}
+
+int FileLens::SetPresetParam(MSG_PTZ_SET_PRESET_REQ& preset) {
+    constexpr std::uint32_t kMost = 256;
+    return Guarded("SetPresetParam", [&]() -> int {
+        if (preset.uiPresetIndex == 0) {
+            for (preset.uiPresetIndex = 1; m_presets.count(preset.uiPresetIndex) != 0; ++preset.uiPresetIndex) {
+            }
+        }
+        if (m_presets.size() >= kMost && m_presets.count(preset.uiPresetIndex) == 0) {
+            return GvxFail(ZVS_PARA_INVALID, "The lens has 256 presets already.");
+        }
+        m_presets[preset.uiPresetIndex] = preset.strPresetName;
+        return ZVS_SUCCEED;
+    });
+}
+
+int FileLens::GetPresetParam(std::list<_MSG_PTZ_GET_PRESET_RSP>& presets) {
+    return Guarded("GetPresetParam", [&] {
+        presets.clear();
+        for (const auto& [index, name] : m_presets) {
+            presets.push_back({index, name});
+        }
+        return ZVS_SUCCEED;
+    });
+}
+
+int FileLens::DelPresetParam(const MSG_PTZ_DEL_PRESET_REQ& preset) {
+    return m_presets.erase(preset.uiPresetIndex) != 0
+               ? ZVS_SUCCEED
+               : GvxFail(ZVS_PARA_INVALID, "There is no preset %u.", preset.uiPresetIndex);
 }
 
 }  // namespace gvxfile

@@ -1,5 +1,6 @@
 #include "file/file_sdk.h"
 
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "file/file_device.h"
 #include "file/guarded.h"
@@ -69,15 +70,34 @@ int FileSdk::CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) 
     return Guarded("CreateDevice", [&]() -> int {
         std::vector<MediaPtr> lenses;
         std::string error;
-        if (!m_media.Resolve(info.strExtend, lenses, error)) {
+        MediaPtr found = info.strExtend.empty() ? m_media.At(info.strIP) : nullptr;  // as a search has found it
+        if (found != nullptr) {
+            lenses.push_back(std::move(found));
+        } else if (!m_media.Resolve(info.strExtend, lenses, error)) {
             return GvxFail(ZVS_PARA_INVALID, "%s", error.c_str());
         }
         auto entry = std::make_unique<DirectoryEntry>(m_devices, info.strDevCode, info.eDevFormType);
-        auto made = std::make_unique<FileDevice>(std::move(lenses), std::move(entry));
+        auto made = std::make_unique<FileDevice>(std::move(lenses), std::move(entry), m_desk);
         Describe(info, *made);
         device = made.release();
         return ZVS_SUCCEED;
     });
+}
+
+void FileSdk::Probe(const std::list<std::string>& addresses) {
+    for (const std::string& address : addresses) {
+        const MediaPtr media = m_media.At(address);
+        DeviceDiscoveryInfo found{};
+        if (IsSearchOver()) {
+            return;
+        }
+        if (media != nullptr && gvx::PutText(found.szIp, address) && gvx::PutText(found.szFac, "gvx") &&
+            gvx::PutText(found.szType, media->name.substr(0, sizeof found.szType - 1)) &&
+            gvx::PutText(found.szSerialNumber, "FILE-" + address)) {
+            UpdateDiscoveryDeviceList(found);
+        }
+    }
+    UpdateDiscoveryPrecent(100);
 }
 
 }  // namespace gvxfile

@@ -12,6 +12,8 @@
 #include <iterator>
 #include <system_error>
 
+#include <unistd.h>
+
 namespace gvxfile {
 namespace {
 
@@ -121,8 +123,8 @@ bool ReadAudio(const Json::Value& object, const std::string& folder, MediaEntry&
 
 // A member that is misspelt would otherwise play as if it were absent.
 bool KnowsAllMembers(const Json::Value& object, const std::string& name, std::string& error) {
-    static const char* const kMembers[] = {"video", "audio", "audio_format", "metadata",
-                                           "codec", "fps",   "loop",         "speed"};
+    static const char* const kMembers[] = {"video", "audio", "audio_format", "metadata", "codec",   "fps",
+                                           "loop",  "speed", "picture",      "talk",     "recorded"};
     for (const std::string& member : object.getMemberNames()) {
         if (std::find(std::begin(kMembers), std::end(kMembers), member) == std::end(kMembers)) {
             error = "Medium '" + name + "': member '" + member + "' is not known.";
@@ -149,7 +151,8 @@ bool ProbeVideo(MediaEntry& entry, std::string& error) {
     }
     gvx::AccessUnit unit;
     std::size_t seen = 0;
-    while (reader.Sequence().width == 0 && seen < kProbeBytes) {
+    bool hasPicture = false;
+    while ((reader.Sequence().width == 0 || !hasPicture) && seen < kProbeBytes) {
         const gvx::ReadResult result = reader.Next(unit);
         if (result == gvx::ReadResult::Failed) {
             error = Fault(entry, entry.videoPath, "cannot be read: " + reader.Error());
@@ -158,10 +161,11 @@ bool ProbeVideo(MediaEntry& entry, std::string& error) {
         if (result == gvx::ReadResult::End) {
             break;
         }
+        hasPicture = true;
         seen += unit.bytes.size();
     }
     const gvx::SequenceInfo& sequence = reader.Sequence();
-    if (sequence.width == 0) {
+    if (sequence.width == 0 || !hasPicture) {
         const char* codec = entry.codec == gvx::Codec::H264 ? "H.264" : "H.265";
         error = Fault(entry, entry.videoPath,
                       std::string("begins with no ") + codec + " sequence parameter set and picture");
@@ -171,6 +175,9 @@ bool ProbeVideo(MediaEntry& entry, std::string& error) {
     entry.height = sequence.height;
     if (!entry.frameRate.Known()) {
         entry.frameRate = sequence.frameRate.Known() ? sequence.frameRate : kUsualFrameRate;
+    }
+    if (entry.recording != nullptr) {
+        entry.recording->SetFrameRate(entry.frameRate);
     }
     return true;
 }
@@ -238,12 +245,29 @@ bool ReadMediaEntry(const std::string& name, const Json::Value& object, const st
         error = "Medium '" + name + "': metadata is not the name of a file.";
         return false;
     }
+    entry.talkPath = Joined(folder, gvx::JsonText(object, "talk"));
+    std::int64_t recordedAt = 0;
+    const std::string recorded = gvx::JsonText(object, "recorded");
+    if (object.isMember("recorded") && !ParseUtcTime(recorded, recordedAt)) {
+        error = "Medium '" + name + "': recorded is no UTC time YYYYMMDDhhmmss.";
+        return false;
+    }
     if (object.isMember("fps") && !ParseFrameRate(gvx::JsonText(object, "fps"), entry.frameRate)) {
         error = "Medium '" + name + "': fps is not a rate from 0.1 to 1000, such as 25 or \"30000/1001\".";
         return false;
     }
-    return ReadCodec(object, entry, error) && ReadAudio(object, folder, entry, error) &&
-           ReadPlayOptions(object, entry, error);
+    if (!ReadCodec(object, entry, error) || !ReadAudio(object, folder, entry, error) ||
+        !ReadPlayOptions(object, entry, error)) {
+        return false;
+    }
+    const std::string picture = Joined(folder, gvx::JsonText(object, "picture"));
+    if (!picture.empty() && access(picture.c_str(), R_OK) != 0) {
+        error = Fault(entry, picture, "cannot be read: " + std::generic_category().message(errno));
+        return false;
+    }
+    entry.still = std::make_shared<StillPicture>(entry.videoPath, entry.codec, picture);
+    entry.recording = std::make_shared<Recording>(entry.videoPath, entry.codec, recordedAt);
+    return true;
 }
 
 bool ProbeMedia(MediaEntry& entry, std::string& error) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "file/metadata_script.h"
+#include "file/recording.h"
+#include "file/still_picture.h"
 #include "gvx_common/codec/codec.h"
 #include "gvx_common/records/media_types.h"
 
@@ -27,7 +29,10 @@ struct MediaEntry {
     AUDIO_FORMAT_TYPE audioFormat = GVX_AUDIO_FORMAT_G711A;
     std::string metadataPath;  // empty: no metadata
     std::shared_ptr<const MetadataScript> metadata;
-    gvx::Rational frameRate;  // as configured, else from the file, else 25
+    std::string talkPath;  // what is said to the lens is written there; empty: it takes no sound
+    std::shared_ptr<StillPicture> still;
+    std::shared_ptr<Recording> recording;  // the same pictures as something recorded
+    gvx::Rational frameRate;               // as configured, else from the file, else 25
     bool loop = true;
     Speed speed;
     std::uint32_t width = 0;

@@ -4,7 +4,9 @@
 #include "gvx_common/codec/input_file.h"
 
 #include <cerrno>
+#include <iterator>
 
+#include <arpa/inet.h>
 #include <unistd.h>
 
 namespace gvxfile {
@@ -66,7 +68,31 @@ bool MediaList::Load(const std::string& configFile, std::string& error) {
             return false;
         }
     }
+    return !root.isMember("discovery") || ReadDiscovery(root["discovery"], error);
+}
+
+bool MediaList::ReadDiscovery(const Json::Value& object, std::string& error) {
+    constexpr long long kMost = 65536;
+    in_addr first{};
+    const long long count =
+        object.isObject() ? gvx::JsonInt(object, "count", static_cast<long long>(m_media.size())) : -1;
+    if (count < 0 || count > kMost || inet_pton(AF_INET, gvx::JsonText(object, "first").c_str(), &first) != 1 ||
+        std::uint64_t{ntohl(first.s_addr)} + static_cast<std::uint64_t>(count) > UINT32_MAX) {
+        error = "\"discovery\" is no object with \"first\", an IPv4 address, and \"count\", at most 65536.";
+        return false;
+    }
+    m_firstAddress = ntohl(first.s_addr);
+    m_addresses = m_media.empty() ? 0 : static_cast<std::uint32_t>(count);
     return true;
+}
+
+MediaPtr MediaList::At(const std::string& address) const {
+    in_addr parsed{};
+    if (inet_pton(AF_INET, address.c_str(), &parsed) != 1) {
+        return nullptr;
+    }
+    const std::uint32_t place = ntohl(parsed.s_addr) - m_firstAddress;
+    return place < m_addresses ? std::next(m_media.begin(), place % m_media.size())->second : nullptr;
 }
 
 MediaPtr MediaList::Find(const std::string& name, std::string& error) const {

@@ -4,6 +4,7 @@
 
 #include <json/forwards.h>
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -26,13 +27,21 @@ public:
 
     std::size_t Size() const { return m_media.size(); }
 
+    // The medium that a search finds at that address; null when there is none.
+    MediaPtr At(const std::string& address) const;
+
 private:
     MediaPtr Find(const std::string& name, std::string& error) const;
     bool ResolveNames(const Json::Value& names, std::vector<MediaPtr>& lenses, std::string& error) const;
     bool ResolveFiles(const Json::Value& list, std::vector<MediaPtr>& lenses, std::string& error) const;
 
     std::string m_folder;  // what relative paths start from
+    bool ReadDiscovery(const Json::Value& object, std::string& error);
+
     std::map<std::string, MediaPtr> m_media;
+    // Addresses at which media are found, in the order of their names and over and over; host order.
+    std::uint32_t m_firstAddress = 0;
+    std::uint32_t m_addresses = 0;
 };
 
 }  // namespace gvxfile

@@ -78,6 +78,7 @@ void MediaSource::TakePicture(MediaPacket& packet) {
     }
     packet.video = true;
     packet.key = m_unit.key;
+    packet.picture = m_picture++;
     packet.data = m_unit.bytes.data();
     packet.length = m_unit.bytes.size();
     packet.ticks = m_ticks.Next();
@@ -92,11 +93,32 @@ bool MediaSource::BeginPass() {
         return false;
     }
     m_passHasPicture = false;
+    m_picture = 0;
     m_videoEnded = false;
     m_video.Rewind();
     m_audio.Rewind();
     m_audioRunning = m_withAudio;
     m_audioSamples = std::max(m_lastAudioSamples + 1, m_videoTicks * 4 / 45);
+    return true;
+}
+
+bool MediaSource::BeginAt(std::uint64_t picture) {
+    m_video.Rewind();
+    m_unitReady = false;
+    m_videoEnded = false;
+    for (m_picture = 0; m_picture < picture && !m_videoEnded; ++m_picture) {
+        if (!LoadPicture()) {
+            return false;
+        }
+    }
+    m_unitReady = false;
+    m_videoTicks = static_cast<std::int64_t>(picture * kVideoClockHz * m_entry.frameRate.denominator /
+                                             m_entry.frameRate.numerator);
+    m_audioSamples = m_videoTicks * 4 / 45;
+    m_lastAudioSamples = m_audioSamples - static_cast<std::int64_t>(kAudioSamples);
+    m_audio.MoveTo(static_cast<std::uint64_t>(m_audioSamples));
+    m_audioRunning = m_withAudio;
+    m_parameterSetsWanted = true;
     return true;
 }
 

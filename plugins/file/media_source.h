@@ -15,6 +15,7 @@ namespace gvxfile {
 struct MediaPacket {
     bool video = false;
     bool key = false;
+    std::uint64_t picture = 0;  // number of a picture in its pass, from 0
     std::uint8_t* data = nullptr;
     std::size_t length = 0;
     std::uint32_t ticks = 0;            // of its RTP clock since the one before of its kind
@@ -33,6 +34,10 @@ public:
 
     // False when a file cannot be opened; error then is one sentence that names it.
     bool Open(bool withAudio, std::string& error);
+
+    // Goes on with that picture, led by its parameter sets, and the audio of its time. RTP ticks go on as if nothing
+    // had happened. False when a file could not be read on; behind the last picture Next tells the end.
+    bool BeginAt(std::uint64_t picture);
 
     // Failed: a file could not be read on, and Error() tells why in a sentence.
     gvx::ReadResult Next(MediaPacket& packet);
@@ -61,6 +66,7 @@ private:
     bool m_parameterSetsWanted = false;
     TickCounter m_ticks;
     std::int64_t m_videoTicks = 0;  // time of the next picture
+    std::uint64_t m_picture = 0;    // its number in this pass
 
     gvx::InputFile m_audio;
     bool m_audioRunning = false;

@@ -33,7 +33,12 @@ Player::Player(MediaPtr media, PlayTarget target)
       m_target(std::move(target)),
       m_source(*m_media),
       m_metadata(m_target.withMetadata ? m_media->metadata.get() : nullptr),
-      m_metadataSender(*m_target.lens, m_target.overTcp, m_target.userInfo) {}
+      m_metadataSender(*m_target.lens, m_target.overTcp, m_target.userInfo),
+      m_factor(m_media->speed.factor) {
+    if (m_target.pictures.first != 0) {
+        m_seek = m_target.pictures.first;
+    }
+}
 
 bool Player::Start(std::string& error) {
     if (!m_source.Open(m_target.withAudio, error)) {
@@ -74,20 +79,20 @@ void Player::Run() noexcept {
 }
 
 void Player::Play() {
-    m_origin = gvx::CurrentClock().MonotonicMicroseconds();
     MediaPacket packet;
     for (;;) {
         if (m_parameterSetsWanted.exchange(false, std::memory_order_relaxed)) {
             m_source.RequestParameterSets();
         }
-        const gvx::ReadResult read = m_source.Next(packet);
+        gvx::ReadResult read = TakeSeek() ? m_source.Next(packet) : gvx::ReadResult::Failed;
         if (read == gvx::ReadResult::Failed) {
             GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Stream[%s] ends: %s", m_target.serviceID.c_str(),
                              m_source.Error().c_str());
             ReportEnd();
             return;
         }
-        if (read == gvx::ReadResult::End || !PlayPacket(packet)) {
+        const bool behind = packet.video && packet.picture >= m_target.pictures.end;
+        if (read == gvx::ReadResult::End || behind ? !EndRecording() : PlayPacket(packet) == Wake::Over) {
             return;
         }
     }
@@ -101,16 +106,50 @@ void Player::ReportEnd() const {
     }
 }
 
+// The end of a recording comes when its last picture has been seen. False when the stream is over.
+bool Player::EndRecording() {
+    if (m_target.onEnd == nullptr) {
+        return false;
+    }
+    const auto last = static_cast<std::int64_t>(m_target.pictures.end);
+    const gvx::Rational& rate = m_media->frameRate;
+    const Wake wake = WaitUntilDue(last * kMicroseconds * rate.denominator / rate.numerator);
+    if (wake != Wake::Due) {
+        return wake == Wake::Seek;
+    }
+    m_target.onEnd();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_wake.wait(lock, [this] { return m_stop || m_seek.has_value(); });
+    return !m_stop;
+}
+
+// Moves to the picture that was asked for. False when a file could not be read on.
+bool Player::TakeSeek() {
+    std::optional<std::uint64_t> picture;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        picture.swap(m_seek);
+        m_originKnown = m_originKnown && !picture.has_value();
+    }
+    return !picture.has_value() || m_source.BeginAt(*picture);
+}
+
 // Metadata of the same time follows the picture, whose timestamp it carries.
-bool Player::PlayPacket(MediaPacket& packet) {
-    return PlayMetadataBefore(packet.timeMicroseconds) && WaitUntilDue(packet.timeMicroseconds) &&
-           Judge(Send(packet)) && PlayMetadataBefore(packet.timeMicroseconds + 1);
+Player::Wake Player::PlayPacket(MediaPacket& packet) {
+    if (!PlayMetadataBefore(packet.timeMicroseconds)) {
+        return Wake::Over;
+    }
+    const Wake wake = WaitUntilDue(packet.timeMicroseconds);
+    if (wake != Wake::Due) {
+        return wake;
+    }
+    return Judge(Send(packet)) && PlayMetadataBefore(packet.timeMicroseconds + 1) ? Wake::Due : Wake::Over;
 }
 
 bool Player::PlayMetadataBefore(std::int64_t endMicroseconds) {
     std::int64_t due = 0;
     while (const MetadataMessage* message = m_metadata.TakeBefore(endMicroseconds, due)) {
-        if (!WaitUntilDue(due)) {
+        if (WaitUntilDue(due) == Wake::Over) {
             return false;
         }
         const std::uint64_t pts = m_target.lens->getMidiaChannel(m_target.channelID)->m_ulVideoTimestamp;
@@ -134,23 +173,56 @@ bool Player::Judge(int result) {
     return true;
 }
 
-bool Player::WaitUntilDue(std::int64_t mediaMicroseconds) {
+Player::Wake Player::WaitUntilDue(std::int64_t mediaMicroseconds) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (m_media->speed.unlimited) {
-        return !m_stop;
-    }
-    const auto offset = static_cast<std::int64_t>(static_cast<double>(mediaMicroseconds) / m_media->speed.factor);
-    while (!m_stop) {
-        const std::int64_t left = m_origin + offset - gvx::CurrentClock().MonotonicMicroseconds();
+    while (!m_stop && !m_seek.has_value()) {
+        if (m_media->speed.unlimited) {
+            return Wake::Due;
+        }
+        const auto offset = static_cast<std::int64_t>(static_cast<double>(mediaMicroseconds) / m_factor);
+        if (!m_originKnown) {
+            m_origin = Now() - offset;
+            m_originKnown = true;
+        }
+        const std::int64_t left = m_origin + offset - Now();
         if (left < -kMaxLate) {
             m_origin -= left;
         }
-        if (left <= 0) {
-            return true;
+        if (left <= 0 && !m_paused) {
+            return Wake::Due;
         }
-        m_wake.wait_for(lock, std::chrono::microseconds(std::min(left, kMaxSleep)));
+        m_wake.wait_for(lock, std::chrono::microseconds(m_paused ? kMaxSleep : std::min(left, kMaxSleep)));
     }
-    return false;
+    return m_stop ? Wake::Over : Wake::Seek;
+}
+
+// Time stands still while the stream does.
+std::int64_t Player::Now() const {
+    return m_paused ? m_pausedAt : gvx::CurrentClock().MonotonicMicroseconds();
+}
+
+void Player::Pause(bool pause) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    if (pause != m_paused) {
+        const std::int64_t now = gvx::CurrentClock().MonotonicMicroseconds();
+        m_origin += pause ? 0 : now - m_pausedAt;
+        m_pausedAt = now;
+        m_paused = pause;
+    }
+    m_wake.notify_all();
+}
+
+void Player::SetSpeed(double factor) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_origin = Now() - static_cast<std::int64_t>(static_cast<double>(Now() - m_origin) * m_factor / factor);
+    m_factor = factor;
+    m_wake.notify_all();
+}
+
+void Player::SeekTo(std::uint64_t picture) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_seek = picture;
+    m_wake.notify_all();
 }
 
 int Player::Send(MediaPacket& packet) {

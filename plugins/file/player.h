@@ -9,7 +9,9 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -26,6 +28,11 @@ struct PlayTarget {
     void* userInfo = nullptr;
     std::string serviceID;  // for the log
     std::string device;     // for the report of a failure
+    // Of a stream that plays a recording: its pictures, and who is told when the last one has gone. Such a stream then
+    // waits for a seek.
+    PictureRange pictures{0, UINT64_MAX};
+    std::function<void()> onEnd;  // null for a live stream
+    bool download = false;
 };
 
 // Plays a medium into a channel of a lens, on a thread of its own: pictures, audio and metadata leave in the order of
@@ -44,6 +51,12 @@ public:
     // again.
     void Stop();
 
+    // What becomes of a recording while it plays: it stands still and goes on, at another speed (above 0), or from
+    // another picture. Any thread.
+    void Pause(bool pause);
+    void SetSpeed(double factor);
+    void SeekTo(std::uint64_t picture);
+
     // See MediaSource::RequestParameterSets. Any thread.
     void RequestParameterSets() { m_parameterSetsWanted.store(true, std::memory_order_relaxed); }
 
@@ -51,9 +64,14 @@ private:
     void Run() noexcept;
     void Play();
     void ReportEnd() const;
-    bool PlayPacket(MediaPacket& packet);
+    enum class Wake { Due, Seek, Over };
+
+    Wake PlayPacket(MediaPacket& packet);
+    bool EndRecording();
+    bool TakeSeek();
+    std::int64_t Now() const;
     bool PlayMetadataBefore(std::int64_t endMicroseconds);
-    bool WaitUntilDue(std::int64_t mediaMicroseconds);
+    Wake WaitUntilDue(std::int64_t mediaMicroseconds);
     bool Judge(int result);
     int Send(MediaPacket& packet);
     void ReportFailure(int result);
@@ -64,15 +82,20 @@ private:
     MetadataSchedule m_metadata;
     MetadataSender m_metadataSender;
     std::atomic<bool> m_parameterSetsWanted{false};
-    // When the medium's time 0 is or would have been, by the monotonic clock.
-    std::int64_t m_origin = 0;
     std::uint64_t m_pictures = 0;
     std::uint64_t m_messages = 0;
     std::uint64_t m_failures = 0;
 
     std::mutex m_mutex;
     std::condition_variable m_wake;
-    bool m_stop = false;  // guarded by m_mutex
+    bool m_stop = false;  // guarded by m_mutex, as is all below
+    // When the medium's time 0 is or would have been, by the monotonic clock.
+    std::int64_t m_origin = 0;
+    bool m_originKnown = false;  // else the next packet is due at once
+    double m_factor;
+    bool m_paused = false;
+    std::int64_t m_pausedAt = 0;
+    std::optional<std::uint64_t> m_seek;
     std::thread m_thread;
 };
 

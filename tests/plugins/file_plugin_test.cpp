@@ -2,7 +2,10 @@
 #include "gvx_common/adapter/gvx_plugin.h"
 #include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/media_memory/MediaMemPool.h"
+#include "gvx_common/records/ptz_records.h"
+#include "gvx_common/records/recording_records.h"
 #include "gvx_common/records/stream_param.h"
+#include "support/caught_frames.h"
 #include "support/recording_logger.h"
 #include "support/sent_packets.h"
 #include "support/stream_bytes.h"
@@ -53,6 +56,21 @@ private:
     mutable std::mutex m_mutex;
     std::vector<SentPacket> m_packets;  // Guarded by m_mutex.
 };
+
+// What the plug-in reports of its devices.
+std::mutex g_reportMutex;
+std::vector<ADAPTER_COMMON_MESSAGE> g_reports;  // Guarded by g_reportMutex.
+
+void TakeReport(ADAPTER_COMMON_MESSAGE& message) {
+    const std::lock_guard<std::mutex> lock(g_reportMutex);
+    g_reports.push_back(message);
+}
+
+// Takes the reports that have come.
+std::vector<ADAPTER_COMMON_MESSAGE> Reports() {
+    const std::lock_guard<std::mutex> lock(g_reportMutex);
+    return std::exchange(g_reports, {});
+}
 
 // The plug-in with one medium "demo": 5 pictures of 2 slices, 0.2 s each, and 1 s of G.711A audio.
 class FilePluginTest : public testing::Test {
@@ -141,7 +159,7 @@ TEST_F(FilePluginTest, ReportsItsChannelsAndRefusesWhatItCannotSend) {
 
     CStreamParam param;
     param.m_nDstTransProtocol = RTP_OVER_UDP;
-    param.m_nStreamID = STREAM_TYPE_PLAYBACK1;
+    param.m_nStreamID = STREAM_TYPE_METADATA;
     EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_lens->NegotiateStreamParam(&param));
     EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, Start(param));
     param.m_nStreamID = STREAM_TYPE_REAL_MAIN;
@@ -269,4 +287,113 @@ TEST_F(FilePluginTest, MetadataLeavesWithTheVideoWhenItIsAskedFor) {
         EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
     }
     g_mediaPool.UnInit();
+}
+
+TEST_F(FilePluginTest, PlaysARangeOfItsRecordingAndDoesAsItIsTold) {
+    ScopedTestClock clock;
+    m_folder.Write("v.h264", stream_bytes::H264Stream(20, 1, 5));
+    MakeLens(R"(, "recorded": "20260101000000")");
+    m_sdk->SetCommonMessageCallback(&TakeReport);
+    const std::unique_ptr<CStreamParam> param(m_lens->CreateStreamParam("replay"));
+    param->m_nStreamID = STREAM_TYPE_PLAYBACK1;
+    param->m_nDstTransProtocol = RTP_OVER_UDP;
+    param->m_strPuRecordStartTime = "20260101000009";
+    param->m_strPuRecordEndTime = "20260101000010";
+    EXPECT_EQ(ZVS_PARA_INVALID, m_lens->NegotiateStreamParam(param.get()));
+    EXPECT_EQ(GvxTakeReason(), "Nothing was recorded from 20260101000009 to 20260101000010.");
+    param->m_strPuRecordStartTime = "20260101000001";
+    param->m_strPuRecordEndTime = "20260101000003";
+    ASSERT_EQ(0, m_lens->NegotiateStreamParam(param.get()));
+    param->m_nAudioFormat = 0;
+    const auto control = [&](STREAM_CONTROL_CMD command, double speed = 1, std::uint32_t position = 0) {
+        return m_lens->PlayBackStreamControl({command, speed, position}, param.get());
+    };
+    const auto pictures = [this](std::size_t count) {
+        return WaitUntil([&] { return m_recorder.Pictures() == count; });
+    };
+    ASSERT_EQ(0, Start(*param));
+    ASSERT_TRUE(pictures(1));
+    clock->AdvanceMs(200);
+    ASSERT_TRUE(pictures(2));
+    ASSERT_EQ(0, control(STREAM_CONTROL_PAUSE));
+    clock->AdvanceSeconds(10);
+    ASSERT_EQ(0, control(STREAM_CONTROL_PLAY));
+    clock->AdvanceMs(199);
+    EXPECT_EQ(2u, m_recorder.Pictures()) << "time went on while the stream stood still";
+    clock->AdvanceMs(1);
+    ASSERT_TRUE(pictures(3));
+    EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, control(STREAM_CONTROL_SPEED, -1));
+    ASSERT_EQ(0, control(STREAM_CONTROL_SPEED, 2));
+    clock->AdvanceMs(100);
+    ASSERT_TRUE(pictures(4));
+    ASSERT_EQ(0, control(STREAM_CONTROL_SEEK, 1, 2));  // to picture 10 of 5 to 14
+    ASSERT_TRUE(pictures(5));
+    std::vector<ADAPTER_COMMON_MESSAGE> reports;
+    ASSERT_TRUE(WaitUntil([&] {
+        clock->AdvanceMs(10);
+        reports = Reports();
+        return !reports.empty();
+    }));
+    EXPECT_EQ(9u, m_recorder.Pictures());
+    EXPECT_EQ(ADAPTER_REPORT_RECORDING_END, static_cast<int>(reports[0].ExceptionType));
+    EXPECT_STREQ("replay", reports[0].chServiceID);
+    EXPECT_STREQ("CAM001", reports[0].chDevId);
+    EXPECT_EQ(0, m_lens->StopStream(param.get(), false));
+}
+
+TEST_F(FilePluginTest, ListsItsRecordingTakesPicturesAndKeepsPresets) {
+    m_folder.Write("p.jpg", "\xFF\xD8 picture");
+    MakeLens(R"(, "recorded": "20260101000000", "picture": "p.jpg")");
+    m_sdk->SetCommonMessageCallback(&TakeReport);
+    GET_PU_RECORD_INFO search;
+    std::list<_GET_PU_RECORD_DATA_LIST> list;
+    ASSERT_EQ(0, m_lens->GetPuRecordList(search, list));
+    ASSERT_EQ(1u, list.size());
+    EXPECT_EQ("demo 20260101000000 20260101000001",
+              list.front().strContentID + " " + list.front().strStartTime + " " + list.front().strEndTime);
+    search.strStartTime = "20260101000001";
+    ASSERT_EQ(0, m_lens->GetPuRecordList(search, list));
+    EXPECT_TRUE(list.empty());
+
+    PU_SNAP_CONF_REQ request{};
+    request.nSnapNum = 2;
+    request.bIsUpload = true;
+    request.sessionId = 77;
+    ASSERT_EQ(0, m_lens->VcuSnapShotReqInfo(request));
+    const auto reports = Reports();
+    ASSERT_EQ(2u, reports.size());
+    EXPECT_EQ(ADAPTER_REPORT_PICTURE_TAKEN, static_cast<int>(reports[0].ExceptionType));
+    EXPECT_EQ(77u, std::uint64_t{reports[1].ulIdentifyID});
+    EXPECT_STRNE(reports[0].stContentId, reports[1].stContentId);
+    PU_UPLOAD_IMAGE_RSP address;
+    address.strContentID = reports[0].stContentId;
+    address.nResult = ZVS_FAIL;
+    EXPECT_EQ(ZVS_FAIL, m_device->VcuGetUploadImgRsp(address));
+    EXPECT_EQ(ZVS_PARA_INVALID, m_device->VcuGetUploadImgRsp(address)) << "a picture without an address is dropped";
+
+    MSG_PTZ_SET_PRESET_REQ preset;
+    preset.strPresetName = "gate";
+    ASSERT_EQ(0, m_lens->SetPresetParam(preset));
+    EXPECT_EQ(1u, preset.uiPresetIndex);
+    std::list<_MSG_PTZ_GET_PRESET_RSP> presets;
+    ASSERT_EQ(0, m_lens->GetPresetParam(presets));
+    EXPECT_EQ("gate", presets.front().strPresetName);
+    EXPECT_EQ(0, m_lens->DelPresetParam({1}));
+    EXPECT_EQ(ZVS_PARA_INVALID, m_lens->DelPresetParam({1}));
+}
+
+TEST_F(FilePluginTest, WritesWhatIsSaidToItAndAnswersWithItsAudio) {
+    MakeLens(R"(, "talk": "said.alaw")");
+    const auto param = Negotiate(RTP_OVER_UDP, STREAM_AUDIO_TALKBACK);
+    EXPECT_EQ(8u, param->m_nAudioPayLoadType);
+    ASSERT_EQ(0, m_lens->StartVoiceStream(&m_recorder, &PacketRecorder::Take, param.get()));
+    EXPECT_EQ(ZVS_GVX_STREAM_EXIST, m_lens->StartVoiceStream(&m_recorder, &PacketRecorder::Take, param.get()));
+    m_lens->EnqueueAudioData(BlockOf("hello "));
+    m_lens->EnqueueAudioData(BlockOf("lens"));
+    ASSERT_TRUE(WaitUntil([this] { return m_recorder.All().size() > 3; }));
+    EXPECT_EQ(STREAM_AUDIO_TALKBACK, m_recorder.All()[0].streamType);
+    EXPECT_EQ(8u, m_recorder.All()[0].PayloadType());
+    EXPECT_EQ(0, m_lens->StopVoiceStream(param.get()));
+    m_lens->EnqueueAudioData(BlockOf("late"));
+    EXPECT_EQ("hello lens", m_folder.Read("said.alaw"));
 }

@@ -44,34 +44,6 @@ int OneShot(const CommonOptions& common, const std::function<bool(Platform&, Res
     return response.code == 0 ? kExitOk : kExitRefused;
 }
 
-// The files that the options ask for.
-bool WriteSdpFiles(const StreamSpec& spec, const Response& response, std::string& error) {
-    if (spec.sdpFile.empty() && spec.playerSdpFile.empty()) {
-        return true;
-    }
-    const std::string sdp = gvx::JsonText(JsonBody(response), "SDP");
-    std::string player;
-    if (sdp.empty()) {
-        error = "the answer describes no session";
-        return false;
-    }
-    if (!spec.sdpFile.empty() && !gvx::ReplaceWholeFile(spec.sdpFile, sdp)) {
-        error = "cannot write " + spec.sdpFile;
-        return false;
-    }
-    if (spec.playerSdpFile.empty()) {
-        return true;
-    }
-    if (!MakePlayerSdp(sdp, spec.video, spec.audioPort, player, error)) {
-        return false;
-    }
-    if (!gvx::ReplaceWholeFile(spec.playerSdpFile, player)) {
-        error = "cannot write " + spec.playerSdpFile;
-        return false;
-    }
-    return true;
-}
-
 bool StartReceiver(RtpReceiver& receiver, const ReceiveOptions& options, std::string& error) {
     MetadataOptions metadata = options.metadata;
     if (!options.json) {
@@ -98,6 +70,33 @@ void ReceiveUntilDone(RtpReceiver& receiver, const ReceiveOptions& options) {
 }
 
 }  // namespace
+
+bool WriteSdpFiles(const StreamSpec& spec, const Response& response, std::string& error) {
+    if (spec.sdpFile.empty() && spec.playerSdpFile.empty()) {
+        return true;
+    }
+    const std::string sdp = gvx::JsonText(JsonBody(response), "SDP");
+    std::string player;
+    if (sdp.empty()) {
+        error = "the answer describes no session";
+        return false;
+    }
+    if (!spec.sdpFile.empty() && !gvx::ReplaceWholeFile(spec.sdpFile, sdp)) {
+        error = "cannot write " + spec.sdpFile;
+        return false;
+    }
+    if (spec.playerSdpFile.empty()) {
+        return true;
+    }
+    if (!MakePlayerSdp(sdp, spec.video, spec.audioPort, player, error)) {
+        return false;
+    }
+    if (!gvx::ReplaceWholeFile(spec.playerSdpFile, player)) {
+        error = "cannot write " + spec.playerSdpFile;
+        return false;
+    }
+    return true;
+}
 
 int RunAddDevice(const CommonOptions& common, const DeviceSpec& spec) {
     return OneShot(common, [&](Platform& platform, Response& response, std::string& error) {

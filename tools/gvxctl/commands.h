@@ -22,6 +22,9 @@ struct CommonOptions {
     bool json = false;
 };
 
+// Writes the files that the options ask for (--sdp, --player-sdp). False with a reason.
+bool WriteSdpFiles(const StreamSpec& spec, const Response& response, std::string& error);
+
 int RunAddDevice(const CommonOptions& common, const DeviceSpec& spec);
 int RunDeleteDevice(const CommonOptions& common, const std::string& devCode);
 int RunStartStream(const CommonOptions& common, const StreamSpec& spec);

@@ -151,6 +151,7 @@ int main(int argc, char** argv) {
     AddSecretCommands(app, line);
     gvxctl::AddPeerCommands(app, line);
     gvxctl::AddAlarmCommands(app, line);
+    gvxctl::AddMediaCommands(app, line);
     gvxctl::AddDeviceRequestCommands(app, line);
     try {
         app.parse(argc, argv);

@@ -149,7 +149,7 @@ void Platform::OnFrame(PeerLink& link, const Frame& frame) {
         return Deliver(frame);
     }
     FrameSpec answer;
-    if (m_answers.Answer(frame, answer)) {
+    if ((m_answerer && m_answerer(frame, answer)) || m_answers.Answer(frame, answer)) {
         link.Send(answer);
     }
 }

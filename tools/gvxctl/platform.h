@@ -32,6 +32,9 @@ public:
     // Sees every frame that comes in, on the thread of its link. May be empty.
     using Watcher = std::function<void(const std::string& linkId, const Frame& frame)>;
 
+    // Answers a request of the gateway; false leaves it to DefaultAnswers. On the thread of its link. May be empty.
+    using Answerer = std::function<bool(const Frame& request, FrameSpec& answer)>;
+
     explicit Platform(Endpoint gateway, Watcher watcher = nullptr, const PortRanges& ports = PortRanges());
 
     // Opens the port that the SCU will tell the gateway. Before the first link.
@@ -47,6 +50,9 @@ public:
     // thread but a link's; several threads may wait at once.
     bool Request(std::uint16_t type, std::uint16_t tag, const std::string& body, Response& response, std::string& error,
                  int timeoutMs = 15000);
+
+    // Before the first link.
+    void SetAnswerer(Answerer answerer) { m_answerer = std::move(answerer); }
 
     // From now on a request links anew first where another main service has taken the link over. For a caller that
     // sends from one thread.
@@ -69,6 +75,7 @@ private:
 
     Endpoint m_gateway;
     Watcher m_watcher;
+    Answerer m_answerer;
     DefaultAnswers m_answers;
     struct Wait {
         std::uint16_t responseType;

@@ -3,6 +3,7 @@
 #include "base/cbb_xml.h"
 #include "base/json_io.h"
 #include "base/zvs_error.h"
+#include "gvx_common/records/stream_param.h"
 #include "gvxctl/frame_text.h"
 #include "nss/nss_msg_type.h"
 
@@ -66,9 +67,19 @@ Json::Value StreamIdentity(const StreamSpec& spec) {
 
 Json::Value StartBody(const StreamSpec& spec) {
     Json::Value body = StreamIdentity(spec);
-    body["StreamType"] = spec.streamType;
+    if (spec.service == 0) {
+        body["StreamType"] = spec.streamType;
+    }
     body["Protocol"] = spec.tcp ? 2 : 1;
     body["DstIP"] = spec.video.ip;
+    if (spec.service != 0) {
+        body["ServiceType"] = spec.service;
+    }
+    if (spec.service == SERVICE_TYPE_PU_PLAYBACK || spec.service == SERVICE_TYPE_PU_DOWNLOAD) {
+        body["ContentID"] = spec.content;
+        body["StartTime"] = spec.from;
+        body["EndTime"] = spec.to;
+    }
     body["DstVideoPort"] = spec.video.port;
     if (spec.audioPort != 0) {
         body["DstAudioPort"] = spec.audioPort;
@@ -82,11 +93,11 @@ Json::Value StartBody(const StreamSpec& spec) {
     return body;
 }
 
+}  // namespace
+
 bool SendJson(Platform& platform, std::uint16_t type, const Json::Value& body, Response& response, std::string& error) {
     return platform.Request(type, NSS_TAG_JSON_CONTENT, gvx::WriteJson(body), response, error);
 }
-
-}  // namespace
 
 bool AddDevice(Platform& platform, const DeviceSpec& spec, Response& response, std::string& error) {
     return platform.Request(NSS_ADD_MAIN_DEV_REQ, NSS_TAG_XML_CONTENT, DeviceBody(spec), response, error);
@@ -102,6 +113,15 @@ bool StartStream(Platform& platform, const StreamSpec& spec, Response& response,
 
 bool StopStream(Platform& platform, const StreamSpec& spec, Response& response, std::string& error) {
     return SendJson(platform, NSS_STOP_STREAM_REQ, StreamIdentity(spec), response, error);
+}
+
+bool ControlStream(Platform& platform, const StreamSpec& spec, const StreamControl& control, Response& response,
+                   std::string& error) {
+    Json::Value body = StreamIdentity(spec);
+    body["Command"] = control.command;
+    body["Speed"] = control.speed;
+    body["Position"] = control.position;
+    return SendJson(platform, NSS_STREAM_CTRL_REQ, body, response, error);
 }
 
 bool RequestIFrame(Platform& platform, const StreamSpec& spec, Response& response, std::string& error) {

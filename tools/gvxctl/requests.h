@@ -37,15 +37,30 @@ struct StreamSpec {
     bool extension = false;
     bool metadata = false;
     std::uint16_t metadataPort = 0;  // UDP only
-    std::string sdpFile;             // for the answer's session description as it came; empty: none
-    std::string playerSdpFile;       // for what a plain player receives the stream by
+    int service = 0;                 // 5 talk, 6 broadcast, 7 download, 8 playback; 0 live view
+    std::string content;             // of a recording; empty: what lies in the range
+    std::string from;                // of a recording, UTC, "YYYYMMDDhhmmss"
+    std::string to;
+    std::string sdpFile;        // for the answer's session description as it came; empty: none
+    std::string playerSdpFile;  // for what a plain player receives the stream by
+};
+
+// What a stream that plays a recording is to do.
+struct StreamControl {
+    int command = 0;  // 0 play, 1 pause, 2 seek, 3 speed
+    double speed = 1;
+    unsigned int position = 0;  // of a seek, in seconds from the recording's start
 };
 
 bool AddDevice(Platform& platform, const DeviceSpec& spec, Response& response, std::string& error);
 bool DeleteDevice(Platform& platform, const std::string& devCode, Response& response, std::string& error);
 bool StartStream(Platform& platform, const StreamSpec& spec, Response& response, std::string& error);
 bool StopStream(Platform& platform, const StreamSpec& spec, Response& response, std::string& error);
+bool ControlStream(Platform& platform, const StreamSpec& spec, const StreamControl& control, Response& response,
+                   std::string& error);
 bool RequestIFrame(Platform& platform, const StreamSpec& spec, Response& response, std::string& error);
+
+bool SendJson(Platform& platform, std::uint16_t type, const Json::Value& body, Response& response, std::string& error);
 
 // The response's JSON body; null when there is none or it cannot be read.
 Json::Value JsonBody(const Response& response);

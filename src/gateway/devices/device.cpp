@@ -1,5 +1,8 @@
 #include "gateway/devices/device.h"
 
+#include "base/clock.h"
+#include "base/fixed_text.h"
+#include "base/json_io.h"
 #include "base/log.h"
 #include "gateway/devices/device_alarm.h"
 #include "gateway/messages/answer.h"
@@ -7,6 +10,7 @@
 #include "gateway/plugins/plugin_host.h"
 #include "gvx_common/adapter/gvx_adapter_dev.h"
 #include "gvx_common/adapter/gvx_adapter_lens.h"
+#include "gvx_common/link/gvx_connection_mgr.h"
 
 #include <algorithm>
 
@@ -129,6 +133,68 @@ const Device::Lens* Device::FindLens(const std::string& code) const {
     return lens == m_lenses.end() ? nullptr : &*lens;
 }
 
+Result Device::RequestSnapshot(const std::string& lensCode, PU_SNAP_CONF_REQ request) {
+    const Lens* const lens = FindLens(lensCode);
+    if (lens == nullptr) {
+        return Failure(ZVS_GVX_LENS_NOT_EXIST);
+    }
+    if (!PutText(request.stCamerCode, lens->code)) {
+        return Failure(ZVS_PARA_INVALID, "The lens code is too long.");
+    }
+    request.timeStamp = static_cast<std::uint64_t>(CurrentClock().WallMicroseconds() / 1000);
+    const int code = lens->adapter->EnqueueSnapRequest(request);
+    return code == 0 ? Result{} : Failure(code);
+}
+
+void Device::TakeUploadAddress(PU_UPLOAD_IMAGE_RSP address) {
+    CallPlugin(m_plugin.Name(), "VcuGetUploadImgRsp", m_code, [&] { return m_adapter->VcuGetUploadImgRsp(address); });
+}
+
+void Device::TakeUploadEnd(const std::string& lensCode, PU_UPLOAD_IMAGE_COMP_REQ end) {
+    const Lens* const lens = FindLens(lensCode);
+    if (lens != nullptr) {
+        CallPlugin(m_plugin.Name(), "VcuUploadImgCompReq", m_code,
+                   [&] { return lens->adapter->VcuUploadImgCompReq(end); });
+    }
+}
+
+bool Device::TakeReport(const ADAPTER_COMMON_MESSAGE& report) {
+    Json::Value body(Json::objectValue);
+    body["DevCode"] = m_code;
+    body["LensCode"] = TextOf(report.chSubDevId);
+    enNssMsgType type = NSS_GET_UPLOAD_IMAGE_URL_REQ;
+    switch (report.ExceptionType) {
+        case ADAPTER_REPORT_RECORDING_END:
+            type = NSS_FILE_TO_END_REQ;
+            body["ServiceID"] = TextOf(report.chServiceID);
+            break;
+        case ADAPTER_REPORT_PICTURE_SENT:
+        case ADAPTER_REPORT_PICTURE_LOST:
+            type = NSS_IMAGE_UPLOAD_COMPLETE_REQ;
+            body["Result"] = report.ExceptionType == ADAPTER_REPORT_PICTURE_SENT ? ZVS_SUCCEED : ZVS_FAIL;
+            break;
+        case ADAPTER_REPORT_PICTURE_TAKEN:
+            break;
+        default:
+            return false;
+    }
+    if (report.ExceptionType != ADAPTER_REPORT_RECORDING_END) {
+        body["ContentID"] = TextOf(report.stContentId);
+        body["SessionID"] = Json::UInt64(report.ulIdentifyID);
+        body["SnapType"] = static_cast<int>(report.enSnapType);
+    }
+    const int result = CGvxConnectionMgr::Instance()->SendRetMsgWithJson(type, WriteJson(body), kElementGVX,
+                                                                         std::string(), std::string());
+    if (result != 0 && type == NSS_GET_UPLOAD_IMAGE_URL_REQ) {
+        PU_UPLOAD_IMAGE_RSP address;
+        address.strLensCode = TextOf(report.chSubDevId);
+        address.strContentID = TextOf(report.stContentId);
+        address.nResult = result;
+        TakeUploadAddress(std::move(address));
+    }
+    return true;
+}
+
 int Device::SendAlarm(const std::string& report) {
     return SendDeviceAlarm(m_plugin.Name(), m_code, *m_adapter, report);
 }
@@ -195,6 +261,7 @@ Device::~Device() {
 }
 
 void Device::DeleteLens(Lens& lens) {
+    CallPlugin(m_plugin.Name(), "StopSnapQueueThread", m_code, [&] { return lens.adapter->StopSnapQueueThread(); });
     if (lens.initialised) {
         CallPlugin(m_plugin.Name(), "Uninit of a lens", m_code, [&] { return lens.adapter->Uninit(); });
     }

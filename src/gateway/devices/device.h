@@ -3,6 +3,7 @@
 #include "gateway/devices/device_request.h"
 #include "gateway/streams/live_stream.h"
 #include "gvx_common/records/gvx_adapter_records.h"
+#include "gvx_common/records/recording_records.h"
 
 #include <memory>
 #include <string>
@@ -56,6 +57,14 @@ public:
     const std::vector<Lens>& Lenses() const { return m_lenses; }
     // The lens of that code, the first one for an empty code; null when there is none.
     const Lens* FindLens(const std::string& code) const;
+
+    // Queues a request for a snapshot at a lens, the first one for an empty code.
+    Result RequestSnapshot(const std::string& lensCode, PU_SNAP_CONF_REQ request);
+    // The platform's answers about a picture of a lens: where to send it, and whether it has arrived.
+    void TakeUploadAddress(PU_UPLOAD_IMAGE_RSP address);
+    void TakeUploadEnd(const std::string& lensCode, PU_UPLOAD_IMAGE_COMP_REQ end);
+    // Passes on what the plug-in has reported (ADAPTER_REPORT_TYPE); false for a report that is none of these.
+    bool TakeReport(const ADAPTER_COMMON_MESSAGE& report);
 
     // Sends an alarm that the plug-in has reported for the device (device_alarm.h).
     int SendAlarm(const std::string& report);

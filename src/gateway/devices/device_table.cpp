@@ -120,6 +120,9 @@ int DeviceTable::ProcessSdkException(const ACE_Message_Block* block) {
     if (block->length() > sizeof(message)) {
         return known->SendAlarm(std::string(block->rd_ptr() + sizeof(message), block->length() - sizeof(message)));
     }
+    if (known->TakeReport(message)) {
+        return 0;
+    }
     GVX_LOG_WARN("Device report", "plug-in %s reports an exception of type %u. [dev:%s]", known->PluginName().c_str(),
                  message.ExceptionType, device.c_str());
     if (GVXErrorMgr* const reports = GVXErrorMgr::getInstance()) {

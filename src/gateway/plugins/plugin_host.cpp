@@ -3,6 +3,7 @@
 #include "base/json_io.h"
 #include "base/log.h"
 #include "gateway/alarms/device_reports.h"
+#include "gateway/plugins/discovery_reports.h"
 #include "gateway/plugins/plugin_guard.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 
@@ -86,6 +87,10 @@ StartResult LoadedPlugin::Start(const std::string& configFile) {
         m_sdk->SetCommonMessageCallback(&OnPluginReport);
         return 0;
     });
+    CallPlugin(Name(), "SetDiscoveryDeviceCallback", "", [&] {
+        m_sdk->SetDiscoveryDeviceCallback(&OnDiscoveryReport);
+        return 0;
+    });
     CallPlugin(Name(), "SetAlarmMessageCallback", "", [&] {
         m_sdk->SetAlarmMessageCallback(&OnPluginAlarm);
         return 0;
@@ -128,6 +133,26 @@ StartResult PluginHost::LoadAll(const std::string& dir, const std::vector<std::s
         m_plugins.push_back(std::move(plugin));
     }
     return {};
+}
+
+bool PluginHost::StopSearches(std::chrono::milliseconds limit) {
+    for (const auto& plugin : m_plugins) {
+        CallPlugin(plugin->Name(), "StopSearchDevice", "", [&plugin] {
+            plugin->Sdk().StopSearchDevice();
+            return 0;
+        });
+    }
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    bool ended = true;
+    for (const auto& plugin : m_plugins) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (!plugin->Sdk().WaitSearchEnd(static_cast<unsigned int>(std::max<std::int64_t>(left.count(), 0)))) {
+            GVX_LOG_ERR("Stop", "plug-in %s still searches for devices.", plugin->Name().c_str());
+            ended = false;
+        }
+    }
+    return ended;
 }
 
 void PluginHost::UnloadAll() {

@@ -5,6 +5,7 @@
 #include "gvx_common/adapter/gvx_adapter_sdk.h"
 #include "gvx_common/adapter/plugin_library.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -50,6 +51,9 @@ public:
     // Loads <dir>/gvx_plugin_<name>.so for each name, in order, and ends at the first failure. A plug-in's own
     // configuration file is <configDir>/plugins/<name>.json.
     StartResult LoadAll(const std::string& dir, const std::vector<std::string>& names, const std::string& configDir);
+    // Ends the searches of all plug-ins. False when the probes of one have not returned within the limit; its adapter
+    // must then not be destroyed.
+    bool StopSearches(std::chrono::milliseconds limit);
     // Destroys every adapter, last one first. Not before the last device of each is gone.
     void UnloadAll();
 

@@ -48,6 +48,8 @@ constexpr std::chrono::milliseconds kTearDownLimit(1200);
 constexpr std::chrono::milliseconds kPushPeriod(20);
 // What a plug-in gets to come to the end of a block that a device has pushed, beside the above.
 constexpr std::chrono::milliseconds kIntakeLimit(150);
+// And what its probes get to return.
+constexpr std::chrono::milliseconds kSearchLimit(300);
 
 constexpr unsigned int kPoolSize = 8;
 constexpr const char* kPluginSubfolder = "/gvx/plugins";
@@ -241,7 +243,8 @@ bool Gateway::Stop() {
     }
     BP::CTransactionMgr::StopWaiting();
     const bool devicesIdle = TearDownDevices();
-    const bool idle = StopIntake() && devicesIdle;
+    const bool searchesEnded = m_context->plugins.StopSearches(kSearchLimit);
+    const bool idle = StopIntake() && devicesIdle && searchesEnded;
     StopLinks();
     const bool callsOpen = PluginCallWatch::Instance().NameOpen() != 0;
     if (idle && !callsOpen && LeftBehindCount() == m_leftBehindBefore) {

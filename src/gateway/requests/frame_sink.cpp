@@ -50,8 +50,8 @@ int FrameSink::Take(BP::CCmd& cmd) {
     return ZVS_SUCCEED;
 }
 
-// The answer to the list of plug-ins belongs to no session, and neither do those of the port exchange that come when
-// nobody waits for them any more.
+// The answers to the list of plug-ins and to reports belong to no session, and neither do those of the port exchange
+// that come when nobody waits for them any more.
 bool FrameSink::ConsumeOwnAnswer(const BP::CCmd& cmd) {
     if (cmd.GetReqID() == NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP) {
         if (cmd.GetNetElemType() != kElementGVX) {
@@ -61,7 +61,8 @@ bool FrameSink::ConsumeOwnAnswer(const BP::CCmd& cmd) {
         CGvxPortMgr::Instance()->TakeLateReply(cmd.GetMsgBlock());
         return true;
     }
-    if (cmd.GetReqID() == NSS_PLUGIN_SEND_PORTLIST_DATA_RSP) {
+    if (cmd.GetReqID() == NSS_PLUGIN_SEND_PORTLIST_DATA_RSP || cmd.GetReqID() == NSS_DISCOVERED_DEVICE_NOTIFY_RSP ||
+        cmd.GetReqID() == NSS_FILE_TO_END_RSP) {
         return true;
     }
     if (cmd.GetReqID() != NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_RSP) {

@@ -11,6 +11,8 @@
 #include "gateway/requests/device_work.h"
 #include "gateway/requests/gateway_context.h"
 #include "gateway/requests/operation_work.h"
+#include "gateway/requests/search_work.h"
+#include "gateway/requests/snapshot_work.h"
 #include "gateway/requests/stream_work.h"
 #include "gateway/settings/number_setting.h"
 #include "gvx_common/alarm/emergency_protection.h"
@@ -66,6 +68,12 @@ constexpr WorkRow kWorkRows[] = {
     {NSS_START_STREAM_REQ, &StartStream},
     {NSS_STOP_STREAM_REQ, &StopStream},
     {NSS_GET_IFRAME_REQ, &GetKeyFrame},
+    {NSS_STREAM_CTRL_REQ, &ControlStream},
+    {NSS_SNAPSHOT_REQ, &TakeSnapshot},
+    {NSS_GET_UPLOAD_IMAGE_URL_RSP, &TakeUploadAddress},
+    {NSS_IMAGE_UPLOAD_COMPLETE_RSP, &TakeUploadEnd},
+    {NSS_START_SEARCH_DEVICE_REQ, &StartSearch},
+    {NSS_STOP_SEARCH_DEVICE_REQ, &StopSearch},
     {NSS_CONFIG_QUERY_REQ, &QueryConfig},
     {NSS_CONFIG_EDIT_REQ, &EditConfig},
     {NSS_SET_GVX_PLUGIN_CONFIG_REQ, &TakeChangedConfig},

@@ -13,6 +13,7 @@ namespace gvx {
 namespace {
 
 constexpr unsigned int kVideoClockRate = 90000;
+constexpr unsigned int kVoiceClockRate = 8000;
 
 int Refuse(const BP::CCmd& cmd, const std::string& device, const std::string& serviceID, const Result& result) {
     GVX_LOG_ERR_CODE("Stream", result.code, "cmd[0x%04x] %s [dev:%s, stream:%s]", cmd.GetReqID(), result.reason.c_str(),
@@ -34,10 +35,11 @@ Json::Value Identity(const std::string& device, const LiveStream& stream) {
 
 Json::Value StartedBody(const Device& device, const LiveStream& stream) {
     Json::Value body = Identity(device.Code(), stream);
+    body["ServiceType"] = stream.Request().service;
     body["StreamType"] = static_cast<int>(stream.Request().streamType);
     body["Protocol"] = static_cast<int>(stream.Request().protocol);
     body["SrcIP"] = stream.SourceIp();
-    body["SrcVideoPort"] = stream.SourceVideoPort();
+    body["SrcVideoPort"] = stream.Request().IsVoice() ? 0 : stream.SourceVideoPort();
     body["SrcAudioPort"] = stream.SourceAudioPort();
     body["VideoFormat"] = stream.VideoFormat();
     body["VideoPayload"] = stream.VideoPayload();
@@ -45,7 +47,10 @@ Json::Value StartedBody(const Device& device, const LiveStream& stream) {
     body["AudioPayload"] = stream.AudioPayload();
     body["SrcMetadataPort"] = stream.SourceMetadataPort();
     body["MetadataPayload"] = stream.SendsMetadata() ? kPayloadMetadata : 0;
-    body["ClockRate"] = kVideoClockRate;
+    body["ClockRate"] = stream.Request().IsVoice() ? kVoiceClockRate : kVideoClockRate;
+    if (stream.Request().IsVoice()) {
+        body["VoicePort"] = stream.VoicePort();
+    }
     const Device::Lens* lens = device.FindLens(stream.Lens().lensCode);
     body["Width"] = lens == nullptr ? 0 : lens->ability.nWidth;
     body["Height"] = lens == nullptr ? 0 : lens->ability.nHeight;
@@ -57,6 +62,7 @@ void AddStatistics(Json::Value& body, const StreamStatistics& statistics) {
     body["VideoPackets"] = Json::UInt64(statistics.ullVideoPackets);
     body["AudioPackets"] = Json::UInt64(statistics.ullAudioPackets);
     body["MetadataPackets"] = Json::UInt64(statistics.metadataPackets);
+    body["VoiceFrames"] = Json::UInt64(statistics.voiceFrames);
     body["Dropped"] = Json::UInt64(statistics.ullDroppedPackets);
     body["Bytes"] = Json::UInt64(statistics.ullBytes);
 }
@@ -170,6 +176,38 @@ int StopStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::
     }
     GVX_LOG_INFO("Stop stream", "result %d. [dev:%s, stream:%s]", result, code.c_str(), named.serviceID.c_str());
     return result;
+}
+
+int ControlStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
+    const std::string code = session.GetRespDevID();
+    const NamedStream named = FindStreamOrRefuse(context, code, cmd);
+    if (named.stream == nullptr) {
+        return named.code;
+    }
+    Json::Value body;
+    ReadJsonObject(cmd, body);  // it could be read before
+    constexpr double kFastest = 16;
+    constexpr long long kLastSecond = 366LL * 86400;
+    const long long command = JsonInt(body, "Command", -1);
+    const long long position = JsonInt(body, "Position", 0);
+    STREAM_CONTROL_PARAM_S control;
+    Result result;
+    if (command < STREAM_CONTROL_PLAY || command > STREAM_CONTROL_SPEED) {
+        result = {ZVS_PARA_INVALID, "Command is not 0, 1, 2 or 3."};
+    } else if (position < 0 || position > kLastSecond) {
+        result = {ZVS_PARA_INVALID, "Position is not one of 0 to 31622400."};
+    } else {
+        control.eCmd = static_cast<STREAM_CONTROL_CMD>(command);
+        control.uiPosition = static_cast<std::uint32_t>(position);
+        control.dSpeed = body["Speed"].isNumeric() ? body["Speed"].asDouble() : 1;
+        const bool allowed = control.dSpeed != 0 && control.dSpeed >= -kFastest && control.dSpeed <= kFastest;
+        result = allowed ? named.stream->Control(control) : Result{ZVS_PARA_INVALID, "Speed is not one of -16 to 16."};
+    }
+    if (result.Failed()) {
+        return Refuse(cmd, code, named.serviceID, result);
+    }
+    AnswerJson(cmd, Identity(code, *named.stream), ZVS_SUCCEED);
+    return ZVS_SUCCEED;
 }
 
 int GetKeyFrame(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {

@@ -18,6 +18,8 @@ struct GatewayContext;
 int StartStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
 // NSS_STOP_STREAM_REQ: stops it; the answer tells what was sent, also where the plug-in did not stop cleanly.
 int StopStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
+// NSS_STREAM_CTRL_REQ: what a stream that plays a recording is to do. ZVS_GVX_DEV_UN_SUPPORT for any other stream.
+int ControlStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
 // NSS_GET_IFRAME_REQ: asks the plug-in for a key frame.
 int GetKeyFrame(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
 

@@ -79,6 +79,12 @@ void LiveStream::FillParam() {
     m_param->m_nDstVideoPort = m_request.dstVideoPort;
     m_param->m_nDstAudioIP = m_request.dstIp;
     m_param->m_nDstAudioPort = overTcp ? m_request.dstVideoPort : m_request.dstAudioPort;
+    m_param->m_nBusinessType = static_cast<std::uint32_t>(m_request.service);
+    m_param->m_strRecordFileName = m_request.contentID;
+    m_param->m_strRecordStartTime = m_request.startTime;
+    m_param->m_strRecordEndTime = m_request.endTime;
+    m_param->m_strPuRecordStartTime = m_request.startTime;
+    m_param->m_strPuRecordEndTime = m_request.endTime;
     if (!m_request.audio) {
         m_param->m_nDstAudioPort = 0;
     }
@@ -135,7 +141,11 @@ int LiveStream::TakePorts(std::string& reason) {
 
 int LiveStream::OpenMedia(std::string& reason) {
     MediaSendParams params = SendParams();
-    params.nVideoLocalPort = m_ports.Video();
+    if (m_request.IsVoice()) {
+        params.videoDstAddr.set(m_request.dstAudioPort, m_request.dstIp);  // nothing goes there
+    } else {
+        params.nVideoLocalPort = m_ports.Video();
+    }
     params.nAudioLocalPort = m_ports.Audio();
     params.audioDstAddr.set(m_request.audio ? m_request.dstAudioPort : std::uint16_t{0}, m_request.dstIp);
     int code = m_media->Open(params);
@@ -146,12 +156,26 @@ int LiveStream::OpenMedia(std::string& reason) {
         reason = "The sockets of the stream could not be opened. " + ReasonOf(code);
         return code;
     }
-    m_gate.SetTarget(m_media.get(), SendsAudio());
+    m_gate.SetTarget(m_media.get(), SendsAudio() && m_request.service != SERVICE_TYPE_AUDIO_BROADCAST);
     const std::uint32_t source = inet_addr(SourceIp().c_str());
     m_param->m_nSrcRtpVideoIp = source;
     m_param->m_nSrcRtpVideoPort = SourceVideoPort();
     m_param->m_nSrcRtpAudioIp = source;
     m_param->m_nSrcRtpAudioPort = SourceAudioPort();
+    return m_request.IsVoice() ? OpenVoice(reason) : 0;
+}
+
+// A description tells the platform where to send its sound.
+int LiveStream::OpenVoice(std::string& reason) {
+    m_voice = std::make_unique<VoiceReceiver>();
+    const int code = m_voice->Open({m_request.dstIp, m_request.dstAudioPort, m_ports.Video(), MediaAddress(),
+                                    m_param->m_nAudioFormat, static_cast<int>(m_param->m_nAudioPayLoadType)});
+    if (code != 0) {
+        reason = Failure(code, "The platform's sound cannot be received.").reason;
+        return code;
+    }
+    m_param->m_nSrcRtpVideoPort = 0;
+    m_param->m_nSrcRtpAudioPort = m_voice->Port();
     return 0;
 }
 
@@ -171,15 +195,28 @@ int LiveStream::OpenMetadata() {
 
 int LiveStream::StartPlugin(std::string& reason) {
     std::string said;
-    const int code = Call(
-        "StartStream",
-        [](LiveStream& self) {
-            return self.m_lens.adapter->StartStream(self.m_gate.UserInfo(), &StreamGate::Send, self.m_param,
-                                                    self.m_request.extension);
-        },
-        &said);
+    int code = m_request.IsVoice()
+                   ? Call(
+                         "StartVoiceStream",
+                         [](LiveStream& self) {
+                             return self.m_lens.adapter->StartVoiceStream(self.m_gate.UserInfo(), &StreamGate::Send,
+                                                                          self.m_param);
+                         },
+                         &said)
+                   : Call(
+                         "StartStream",
+                         [](LiveStream& self) {
+                             return self.m_lens.adapter->StartStream(self.m_gate.UserInfo(), &StreamGate::Send,
+                                                                     self.m_param, self.m_request.extension);
+                         },
+                         &said);
     if (code == ZVS_GVX_PLUGIN_EXCEPTION) {
         LeaveObjectsBehind();  // whether it has started a thread is not known
+    }
+    if (code == 0 && m_request.IsVoice() && !m_voice->Start(m_lens.plugin, m_lens.device, *m_lens.adapter)) {
+        Call("StopVoiceStream", [](LiveStream& self) { return self.m_lens.adapter->StopVoiceStream(self.m_param); });
+        code = ZVS_FAIL;
+        said = "There is no thread for the platform's sound.";
     }
     if (code != 0) {
         reason = Failure(code, "The plug-in did not start the stream.", said).reason;
@@ -207,9 +244,26 @@ int LiveStream::RequestKeyframe() {
     return Call("RequestKeyframe", [](LiveStream& self) { return self.m_lens.adapter->RequestKeyframe(self.m_param); });
 }
 
+Result LiveStream::Control(const STREAM_CONTROL_PARAM_S& control) {
+    if (!m_request.IsRecording()) {
+        return {ZVS_GVX_DEV_UN_SUPPORT, "The stream plays no recording."};
+    }
+    std::string said;
+    const int code = CallPlugin(
+        m_lens.plugin, "PlayBackStreamControl", m_lens.device,
+        [this, &control] { return m_lens.adapter->PlayBackStreamControl(control, m_param); }, &said);
+    return code == 0 ? Result{} : Failure(code, "", said);
+}
+
 int LiveStream::Stop(bool force) {
-    const int code = CallPlugin(m_lens.plugin, "StopStream", m_lens.device,
-                                [this, force] { return m_lens.adapter->StopStream(m_param, force); });
+    if (m_voice != nullptr) {
+        m_voice->Stop();
+    }
+    const int code =
+        CallPlugin(m_lens.plugin, m_request.IsVoice() ? "StopVoiceStream" : "StopStream", m_lens.device, [this, force] {
+            return m_request.IsVoice() ? m_lens.adapter->StopVoiceStream(m_param)
+                                       : m_lens.adapter->StopStream(m_param, force);
+        });
     m_running = false;
     if (code == ZVS_GVX_PLUGIN_EXCEPTION) {
         LeaveObjectsBehind();  // whether its thread has ended is not known
@@ -259,7 +313,8 @@ void LiveStream::LeaveObjectsBehind() {
 }
 
 StreamStatistics LiveStream::Statistics() const {
-    StreamStatistics statistics{m_media->GetStatistics(), m_gate.MetadataPackets()};
+    StreamStatistics statistics{m_media->GetStatistics(), m_gate.MetadataPackets(),
+                                m_voice == nullptr ? 0 : m_voice->Frames()};
     if (m_metadata != nullptr) {
         const MediaSendStatistics metadata = m_metadata->GetStatistics();
         statistics.ullDroppedPackets += metadata.ullDroppedPackets;

@@ -3,7 +3,9 @@
 #include "gateway/streams/stream_gate.h"
 #include "gateway/streams/stream_ports.h"
 #include "gateway/streams/stream_request.h"
+#include "gateway/streams/voice_receiver.h"
 #include "gvx_common/media/media_send_stream.h"
+#include "gvx_common/records/gvx_adapter_records.h"
 #include "gvx_common/records/stream_param.h"
 
 #include <cstdint>
@@ -25,9 +27,11 @@ struct StreamLens {
 // What a stream has sent. Dropped packets and bytes are those of all its media.
 struct StreamStatistics : MediaSendStatistics {
     std::uint64_t metadataPackets = 0;
+    std::uint64_t voiceFrames = 0;  // of the platform, handed to the lens
 };
 
-// One stream of a lens, from its parameters to its socket. Used on the thread of the device's reactor alone.
+// One stream of a lens, from its parameters to its socket: live, of a recording, or a talk or broadcast, for which the
+// platform's sound comes in as well. Used on the thread of the device's reactor alone.
 class LiveStream {
 public:
     LiveStream(StreamLens lens, StreamRequest request);
@@ -45,6 +49,8 @@ public:
     // How the lens describes the running stream to the platform; empty with a log line when it does not.
     std::string SessionDescription();
     int RequestKeyframe();
+    // What the platform wants of a stream that plays a recording; ZVS_GVX_DEV_UN_SUPPORT for any other.
+    Result Control(const STREAM_CONTROL_PARAM_S& control);
     // Stops the plug-in, closes the sockets, deletes the parameters. The plug-in's answer, which tells about the device
     // alone: a plug-in that returns from StopStream calls the send function no more. IsLeftBehind is true when it threw
     // instead, or a call is still inside the send function.
@@ -67,6 +73,8 @@ public:
     std::uint16_t SourceVideoPort() const { return m_media->GetVideoLocalAddr().get_port_number(); }
     std::uint16_t SourceAudioPort() const;
     std::uint16_t SourceMetadataPort() const;
+    // Where the platform's sound is waited for; 0 where none is.
+    std::uint16_t VoicePort() const { return m_voice == nullptr ? std::uint16_t{0} : m_voice->Port(); }
 
 private:
     bool SendsAudio() const;
@@ -76,6 +84,7 @@ private:
     int TakePorts(std::string& reason);
     int OpenMedia(std::string& reason);
     int OpenMetadata();
+    int OpenVoice(std::string& reason);
     MediaSendParams SendParams() const;
     int StartPlugin(std::string& reason);
     int Call(const char* operation, int (*call)(LiveStream&), std::string* said = nullptr);
@@ -91,6 +100,7 @@ private:
     std::shared_ptr<CMediaSendStream> m_metadata;
     StreamPorts m_ports;
     StreamGate m_gate{m_lens.plugin, m_lens.device};
+    std::unique_ptr<VoiceReceiver> m_voice;  // of a talk or a broadcast alone
     bool m_running = false;
     bool m_leftBehind = false;
 };

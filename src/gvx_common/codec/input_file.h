@@ -17,6 +17,8 @@ public:
     // False with the system's reason in error, when the file is missing, unreadable or not a regular one.
     bool Open(const std::string& path, std::string& error);
     void Rewind() { m_offset = 0; }
+    // Reading goes on there; behind the end there is nothing.
+    void MoveTo(std::uint64_t offset) { m_offset = static_cast<off_t>(offset); }
 
     // Reads up to `length` bytes at the position and moves it on: the count, 0 at the end, -1 with errno set.
     ssize_t Read(std::uint8_t* buffer, std::size_t length);

@@ -25,6 +25,19 @@ enum SnapType : std::int32_t {
     SNAP_TYPE_ALARM = 3,
 };
 
+// What a plug-in reports of a device (ExceptionType), by the callback of SetCommonMessageCallback; chDevId names it.
+// Every other value is an exception of the device SDK, which is only logged.
+enum ADAPTER_REPORT_TYPE : std::uint16_t {
+    // A picture was taken and waits for an address to be sent to. chSubDevId: the lens; stContentId: what the plug-in
+    // calls the picture; ulIdentifyID and enSnapType: those of the request. VcuGetUploadImgRsp brings the address.
+    ADAPTER_REPORT_PICTURE_TAKEN = 101,
+    // It was sent, or could not be; same fields. VcuUploadImgCompReq brings the platform's word about the former.
+    ADAPTER_REPORT_PICTURE_SENT = 102,
+    ADAPTER_REPORT_PICTURE_LOST = 103,
+    // A stream of a recording has come to its end by itself. chSubDevId: the lens; chServiceID: the stream.
+    ADAPTER_REPORT_RECORDING_END = 104,
+};
+
 // The record that reports go up in: link events and device SDK exceptions. Packed, numbers in host order. A link
 // event clears all of it and fills only chNetEleLinkId and eLinkCloseNetEle.
 #pragma pack(push, 1)

@@ -1,5 +1,7 @@
 #include "gvxctl/cli/command_line.h"
 
+#include "gvx_common/records/stream_param.h"
+
 namespace gvxctl {
 namespace {
 
@@ -59,6 +61,90 @@ void AddPeerCommands(CLI::App& app, CommandLine& line) {
     scenario.add_option("--set", line.scenario.vars, "NAME=VALUE for ${NAME} in the file");
     scenario.add_option("--log", line.scenario.log, "the gateway's log file, for steps that look into it");
     scenario.add_flag("--full", line.scenario.full, "print whole frames");
+}
+
+void AddMediaCommands(CLI::App& app, CommandLine& line) {
+    constexpr int kMostSeconds = 86400;
+    const auto addDevice = [](CLI::App& command, std::string& device, std::string& lens) {
+        command.add_option("--dev", device, "device code")->capture_default_str();
+        command.add_option("--lens", lens, "lens code (default: the device's first)");
+    };
+    CLI::App& search = AddLinkedCommand(app, line, "search", "search for devices and print what a plug-in finds",
+                                        [&line] { return RunSearch(line.common, line.search); });
+    search.add_option("--plugin", line.search.plugin, "name of the plug-in that searches")->capture_default_str();
+    search.add_option(
+        "--range", line.search.ranges,
+        "FIRST-LAST or one address, within one /24; may be given several times (default: the gateway's own)");
+    search.add_option("--added", line.search.added, "address of a device that is known; may be given several times");
+    search.add_option("--protocol", line.search.protocol, "number of the device protocol");
+    search.add_option("--seconds", line.search.seconds, "end the search after that time")
+        ->capture_default_str()
+        ->check(CLI::Range(1, kMostSeconds));
+
+    CLI::App& snapshot = AddLinkedCommand(app, line, "snapshot", "have a lens take pictures and send them to a server",
+                                          [&line] { return RunSnapshot(line.common, line.snapshot); });
+    addDevice(snapshot, line.snapshot.devCode, line.snapshot.lensCode);
+    snapshot.add_option("--count", line.snapshot.count, "pictures")->capture_default_str()->check(CLI::Range(1, 10));
+    snapshot.add_option("--type", line.snapshot.type, "1 by hand, 2 by a plan, 3 for an alarm")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 3));
+    snapshot.add_option("--url", line.snapshot.url,
+                        "https://HOST:PORT/PATH?FILESESSIONID=..., where they are sent (default: they are only taken)");
+    snapshot.add_option("--seconds", line.snapshot.seconds, "wait that long for them")
+        ->capture_default_str()
+        ->check(CLI::Range(1, kMostSeconds));
+
+    CLI::App& playback =
+        AddLinkedCommand(app, line, "playback", "play a range of a recording, record it and wait for its end", [&line] {
+            line.playback.stream.service = line.download ? SERVICE_TYPE_PU_DOWNLOAD : SERVICE_TYPE_PU_PLAYBACK;
+            return RunPlayback(line.common, line.playback);
+        });
+    StreamSpec& played = line.playback.stream;
+    played.serviceId = "playback-1";
+    addDevice(playback, played.devCode, played.lensCode);
+    playback.add_option("--service-id", played.serviceId, "identifier of the stream")->capture_default_str();
+    playback.add_option("--content", played.content, "which recording (default: what lies in the range)");
+    playback.add_option("--from", played.from, "begin of the range, UTC, YYYYMMDDhhmmss")->required();
+    playback.add_option("--to", played.to, "its end")->required();
+    playback.add_flag("--download", line.download, "as a download, faster than it was recorded");
+    playback.add_flag("--tcp", played.tcp, "interleaved over TCP instead of UDP");
+    playback.add_option("--ip", line.playback.ip, "local address")->capture_default_str();
+    playback.add_option("--video", line.playback.files.video, "file for the elementary stream");
+    playback.add_option("--audio", line.playback.files.audio, "file for the audio bytes");
+    playback.add_option("--speed", line.playback.speed, "of the recorded speed")->check(CLI::Range(-16.0, 16.0));
+    playback.add_option("--seek", line.playback.seek, "go there at once, seconds from the recording's start")
+        ->check(CLI::Range(0, 366 * 86400));
+    playback.add_option("--pause", line.playback.pauseMs, "stand still that many milliseconds, then go on")
+        ->check(CLI::Range(0, 3600000));
+    playback.add_option("--sdp", played.sdpFile, "file for the session description of the answer, as it came");
+    playback.add_option("--seconds", line.playback.seconds, "wait that long for its end")
+        ->capture_default_str()
+        ->check(CLI::Range(1, kMostSeconds));
+
+    for (const bool broadcast : {false, true}) {
+        CLI::App& talk = AddLinkedCommand(app, line, broadcast ? "broadcast" : "talk",
+                                          broadcast ? "speak to a lens" : "talk with a lens", [&line, broadcast] {
+                                              line.talk.stream.service =
+                                                  broadcast ? SERVICE_TYPE_AUDIO_BROADCAST : SERVICE_TYPE_AUDIO_CALL;
+                                              return RunTalk(line.common, line.talk);
+                                          });
+        StreamSpec& spoken = line.talk.stream;
+        spoken.serviceId = "talk-1";
+        addDevice(talk, spoken.devCode, spoken.lensCode);
+        talk.add_option("--service-id", spoken.serviceId, "identifier of the stream")->capture_default_str();
+        talk.add_option("--ip", line.talk.ip, "local address")->capture_default_str();
+        talk.add_option("--send", line.talk.send, "G.711 file that is said, 8000 Hz")->required(broadcast);
+        if (!broadcast) {
+            talk.add_option("--audio", line.talk.receive, "file for what the lens says");
+        }
+        talk.add_option("--sdp", spoken.sdpFile, "file for the session description of the answer, as it came");
+        talk.add_option("--seconds", line.talk.seconds, "end after that time (default: when the file was said)")
+            ->check(CLI::Range(0, kMostSeconds));
+        talk.add_flag("--json", line.common.json, "print the outcome as JSON");
+    }
+    for (CLI::App* command : {&search, &snapshot, &playback}) {
+        command->add_flag("--json", line.common.json, "print the outcome as JSON");
+    }
 }
 
 void AddAlarmCommands(CLI::App& app, CommandLine& line) {

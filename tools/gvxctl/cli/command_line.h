@@ -5,6 +5,7 @@
 #include "gvxctl/config_commands.h"
 #include "gvxctl/demo.h"
 #include "gvxctl/device_commands.h"
+#include "gvxctl/media_commands.h"
 #include "gvxctl/peer_commands.h"
 
 #include <CLI/CLI.hpp>
@@ -29,6 +30,11 @@ struct CommandLine {
     TriggerOptions trigger;
     DeviceRequestOptions request;
     bool requestsPage = false;
+    SearchOptions search;
+    SnapshotOptions snapshot;
+    PlaybackOptions playback;
+    TalkOptions talk;
+    bool download = false;
     std::function<int()> run;
 };
 
@@ -39,6 +45,7 @@ CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, c
                            std::function<int()> run);
 
 void AddPeerCommands(CLI::App& app, CommandLine& line);   // peer, scenario
+void AddMediaCommands(CLI::App& app, CommandLine& line);  // search, snapshot, playback, talk, broadcast
 void AddAlarmCommands(CLI::App& app, CommandLine& line);  // alarms, alarm trigger
 // One for each request to a device, by the table of requests; and requests, which lists them.
 void AddDeviceRequestCommands(CLI::App& app, CommandLine& line);

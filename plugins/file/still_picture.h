@@ -1,0 +1,32 @@
+#pragma once
+
+#include "gvx_common/codec/codec.h"
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace gvxfile {
+
+// A snapshot of a medium, as JPEG: a file that was named, else the clip's first picture, which ffmpeg decodes once,
+// when it is first asked for. Any thread.
+class StillPicture {
+public:
+    using Bytes = std::shared_ptr<const std::string>;
+
+    // picturePath is empty where no file was named.
+    StillPicture(std::string videoPath, gvx::Codec codec, std::string picturePath)
+        : m_videoPath(std::move(videoPath)), m_codec(codec), m_picturePath(std::move(picturePath)) {}
+
+    // Null with one sentence in error, when there is none. Waits for ffmpeg, 20 s at most.
+    Bytes Get(std::string& error);
+
+private:
+    const std::string m_videoPath;
+    const gvx::Codec m_codec;
+    const std::string m_picturePath;
+    std::mutex m_mutex;
+    Bytes m_bytes;  // Guarded by m_mutex; null until it was asked for.
+};
+
+}  // namespace gvxfile

@@ -1,0 +1,20 @@
+#pragma once
+
+namespace BP {
+class CCmd;
+class CGvxSessionBase;
+}  // namespace BP
+
+namespace gvx {
+
+struct GatewayContext;
+
+// The work about searches for devices, on the gateway's own reactor (gateway_work.h).
+
+// NSS_START_SEARCH_DEVICE_REQ: a plug-in begins to search; what it finds goes to the platform under the request's
+// transaction (gateway/plugins/discovery_reports.h). ZVS_GVX_DEV_DISCOVERY_RUNNING while it searches already.
+int StartSearch(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
+// NSS_STOP_SEARCH_DEVICE_REQ: ends it, with a last report.
+int StopSearch(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd);
+
+}  // namespace gvx
