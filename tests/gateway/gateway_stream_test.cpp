@@ -124,6 +124,15 @@ TEST_F(GatewayTest, StartThatIsNotAllowedIsRefusedWithAReason) {
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"Metadata":true)", ZVS_PARA_INVALID,
          "DstMetadataPort is not one of 1"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"LensCode":"X")", ZVS_GVX_LENS_NOT_EXIST, "lens"},
+        {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"ServiceType":4)", ZVS_PARA_INVALID, "ServiceType"},
+        {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"ServiceType":8,"StreamType":2)", ZVS_PARA_INVALID,
+         "StreamType of a recording"},
+        {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"ServiceType":7,"StartTime":"20260101000001",
+            "EndTime":"20260101000001")",
+         ZVS_PARA_INVALID, "range"},
+        {R"("ServiceID":"s","DstIP":"127.0.0.1","DstAudioPort":9,"ServiceType":5,"Protocol":2)", ZVS_PARA_INVALID,
+         "Protocol of a talk"},
+        {R"("ServiceID":"s","DstIP":"127.0.0.1","ServiceType":6)", ZVS_PARA_INVALID, "DstAudioPort is not one of 1"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":1,"Protocol":2)", ZVS_NET_CONNECT_ERROR, "sockets"},
     };
     for (const auto& row : rows) {
@@ -132,4 +141,7 @@ TEST_F(GatewayTest, StartThatIsNotAllowedIsRefusedWithAReason) {
         EXPECT_NE(answer.json["Reason"].asString().find(row.reason), std::string::npos) << answer.text;
     }
     EXPECT_EQ(Start("CAM1", "s").code, 0u) << "a refused stream leaves nothing behind";
+    const Answer paused = AskJson(NSS_STREAM_CTRL_REQ, R"({"DevCode":"CAM1","ServiceID":"s","Command":1})");
+    EXPECT_EQ(paused.code, static_cast<unsigned>(ZVS_GVX_DEV_UN_SUPPORT));
+    EXPECT_EQ(paused.json["Reason"].asString(), "The stream plays no recording.");
 }
