@@ -3,6 +3,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/random.h"
+#include "bp/frame_clone.h"
 
 #include <ace/Message_Block.h>
 
@@ -54,6 +55,15 @@ ACE_Message_Block* CCmd::ReleaseMsgBlock() {
     return block;
 }
 
+const std::string& CCmd::GetTransID() const {
+    static const std::string& none = *new std::string;  // commands are looked at late in the end of the process
+    return m_strTransID != nullptr ? *m_strTransID : none;
+}
+
+void CCmd::SetTransID(std::string transID) {
+    m_strTransID = std::make_shared<const std::string>(std::move(transID));
+}
+
 CCmd* CCmd::NewClone() const noexcept {
     try {
         auto copy = std::make_unique<CCmd>();
@@ -66,7 +76,7 @@ CCmd* CCmd::NewClone() const noexcept {
         copy->m_strTransID = m_strTransID;
         copy->m_pAttachment = m_pAttachment;
         if (m_pMsgBlock != nullptr) {
-            copy->m_pMsgBlock = m_pMsgBlock->clone();
+            copy->m_pMsgBlock = CloneFrame(*m_pMsgBlock).release();
             if (copy->m_pMsgBlock == nullptr) {
                 return nullptr;
             }
@@ -82,12 +92,17 @@ std::time_t OSTime::Time() {
 }
 
 std::string CMKTransID::GenerateTransID() {
+    std::string text;
+    GenerateTransID(text);
+    return text;
+}
+
+void CMKTransID::GenerateTransID(std::string& text) {
     static const std::uint64_t processPart = DrawProcessPart();
     static std::atomic<std::uint64_t> counter{0};
-    std::string text(2 * kHexDigits + 1, '-');
+    text.assign(2 * kHexDigits + 1, '-');
     WriteHex(processPart, &text[0]);
     WriteHex(counter.fetch_add(1) + 1, &text[kHexDigits + 1]);
-    return text;
 }
 
 }  // namespace BP

@@ -55,8 +55,8 @@ public:
     const std::string& GetNetLinkID() const { return m_strNetLinkID; }
     void SetNetLinkID(std::string linkID) { m_strNetLinkID = std::move(linkID); }
 
-    const std::string& GetTransID() const { return m_strTransID; }
-    void SetTransID(std::string transID) { m_strTransID = std::move(transID); }
+    const std::string& GetTransID() const;
+    void SetTransID(std::string transID);
 
     std::uint32_t GetServiceID() const { return m_uiServiceID; }
     void SetServiceID(std::uint32_t serviceID) { m_uiServiceID = serviceID; }
@@ -80,7 +80,7 @@ private:
     std::time_t m_timestamp = 0;
     ACE_Message_Block* m_pMsgBlock = nullptr;  // owned
     std::string m_strNetLinkID;
-    std::string m_strTransID;
+    std::shared_ptr<const std::string> m_strTransID;  // null: empty; never changed, so clones share it
     std::shared_ptr<CmdAttachment> m_pAttachment;
 };
 
@@ -101,6 +101,8 @@ struct OSTime {
 // most 40 characters. Any thread.
 struct CMKTransID {
     static std::string GenerateTransID();
+    // Into a text that is used again and again, which allocates nothing.
+    static void GenerateTransID(std::string& text);
 };
 
 }  // namespace BP

@@ -212,8 +212,10 @@ void Link::BecomeOpen() {
 }
 
 int Link::handle_input(ACE_HANDLE) {
-    // One buffer serves all links: there is one I/O thread, and what is read is used up before the next read.
-    static thread_local std::array<char, kReadChunkBytes> buffer;
+    // One buffer serves all links: there is one I/O thread, and what is read is used up before the next read. Made by
+    // the thread that reads, since storage of threads would be there once for each thread of the process.
+    static thread_local const auto room = std::make_unique<std::array<char, kReadChunkBytes>>();
+    std::array<char, kReadChunkBytes>& buffer = *room;
     for (int reads = 0; reads < kReadsPerWake && m_state != State::Closed; ++reads) {
         const ssize_t got = ::recv(m_socket.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
         if (got < 0 && (errno == EAGAIN || errno == EINTR)) {

@@ -67,7 +67,61 @@ Refusal& CurrentRefusal() {
     return refusal;
 }
 
+constexpr std::size_t kSessionBytes = 256;
+
+// What the last session of a thread has left for the next one.
+struct SessionSpare {
+    ~SessionSpare() { ::operator delete(memory); }
+    void* memory = nullptr;
+    std::string sessionID;
+    std::string respDevID;
+};
+
+SessionSpare& Spare() {
+    static thread_local SessionSpare spare;
+    return spare;
+}
+
 }  // namespace
+
+CGvxSessionBase::CGvxSessionBase(SessionKind kind)
+    : m_kind(kind), m_strSessionID(std::move(Spare().sessionID)), m_strRespDevID(std::move(Spare().respDevID)) {
+    m_strSessionID.clear();
+    m_strRespDevID.clear();
+}
+
+CGvxSessionBase::~CGvxSessionBase() {
+    Spare().sessionID = std::move(m_strSessionID);
+    Spare().respDevID = std::move(m_strRespDevID);
+}
+
+void* CGvxSessionBase::operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    if (size > kSessionBytes) {
+        return ::operator new(size, std::nothrow);
+    }
+    void* const kept = std::exchange(Spare().memory, nullptr);
+    return kept != nullptr ? kept : ::operator new(kSessionBytes, std::nothrow);
+}
+
+void* CGvxSessionBase::operator new(std::size_t size) {
+    void* const memory = operator new(size, std::nothrow);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void CGvxSessionBase::operator delete(void* memory, std::size_t size) noexcept {
+    if (size <= kSessionBytes && Spare().memory == nullptr) {
+        Spare().memory = memory;
+    } else {
+        ::operator delete(memory);
+    }
+}
+
+void CGvxSessionBase::operator delete(void* memory, const std::nothrow_t&) noexcept {
+    ::operator delete(memory);
+}
 
 void RefuseUnsupported(const CCmd& cmd) {
     const std::shared_ptr<const RefusalAnswer> answer = CurrentRefusal().Get();

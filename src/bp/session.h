@@ -2,8 +2,10 @@
 
 #include "bp/cmd.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -30,7 +32,16 @@ enum class SessionKind { DeviceManage, DeviceConfig, DeviceStream, DeviceAlarm, 
 
 class CGvxSessionBase : public ISession {
 public:
-    explicit CGvxSessionBase(SessionKind kind) : m_kind(kind) {}
+    // A session is made for every command of a reactor and destroyed on the same thread, so its memory and that of its
+    // texts is kept there for the next one.
+    explicit CGvxSessionBase(SessionKind kind);
+    ~CGvxSessionBase() override;
+    CGvxSessionBase(const CGvxSessionBase&) = delete;
+    CGvxSessionBase& operator=(const CGvxSessionBase&) = delete;
+    static void* operator new(std::size_t size);
+    static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
+    static void operator delete(void* memory, std::size_t size) noexcept;
+    static void operator delete(void* memory, const std::nothrow_t&) noexcept;
 
     // Looks up the work registered for the command's request type and runs it on this thread. No work
     // registered: refuses a request with ZVS_GVX_DEV_UN_SUPPORT (see SetRefusalAnswer) and returns that code. An

@@ -1,5 +1,6 @@
 #include "base/zvs_error.h"
 #include "bp/dispatcher.h"
+#include "bp/message_block_ptr.h"
 #include "bp/session.h"
 #include "support/caught_frames.h"
 #include "support/fake_peer.h"
@@ -33,6 +34,24 @@ protected:
     BP::CDevicePtzSession m_session;
     CaughtFrames m_answers;
 };
+
+TEST(CommandClone, IsAFrameOfItsOwnThatLivesGrowsAndIsClonedAsAnyOther) {
+    BP::CCmd cmd;
+    auto* const block = new ACE_Message_Block(64);
+    block->copy("head and body", 13);
+    block->rd_ptr(5);
+    cmd.SetMsgBlock(block);
+    cmd.SetTransID("a transaction text that is longer than a string keeps within itself");
+    std::unique_ptr<BP::CCmd> clone(cmd.NewClone());
+    cmd.SetMsgBlock(nullptr);
+    EXPECT_EQ(clone->GetTransID(), cmd.GetTransID());
+    const BP::MessageBlockPtr frame(clone->ReleaseMsgBlock());
+    clone.reset();
+    const BP::MessageBlockPtr second(frame->clone());
+    ASSERT_EQ(frame->size(4096), 0);
+    EXPECT_EQ(std::string(frame->rd_ptr(), frame->length()), "and body");
+    EXPECT_EQ(std::string(second->rd_ptr(), second->length()), "and body");
+}
 
 TEST_F(Session, RunsTheWorkOfItsRequestTypeEvenOneThatThrows) {
     const auto cmd = Command(kRequest);

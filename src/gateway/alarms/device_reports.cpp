@@ -78,7 +78,7 @@ bool PushReport(const ADAPTER_COMMON_MESSAGE& message, const std::string& text) 
     entry.m_tRecvTime = cmd.GetTimestamp();
     entry.m_devID = device;
     if (reactor->PushMessage(entry) != 0) {
-        GVX_LOG_WARN("Device report", "[dev:%s] report of type %u is refused.", device.c_str(), message.ExceptionType);
+        GVX_DEBUG("[dev:%s] report of type %u is refused.", device.c_str(), message.ExceptionType);
         return false;
     }
     return true;

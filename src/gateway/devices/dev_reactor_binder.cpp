@@ -1,18 +1,73 @@
 #include "gateway/devices/dev_reactor_binder.h"
 
+#include "base/log.h"
 #include "bp/cmd.h"
 #include "gvx_common/config/setting_table.h"
 #include "gvx_common/event/gvx_dev_reactor_mgr.h"
 
+#include <chrono>
 #include <iterator>
+#include <system_error>
 #include <utility>
+
+#include <pthread.h>
 
 namespace gvx {
 
+DevReactorBinder::~DevReactorBinder() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stopMaking = true;
+    }
+    m_sparesWanted.notify_all();
+    if (m_maker.joinable()) {
+        m_maker.join();
+    }
+}
+
 int DevReactorBinder::InitPool(unsigned int count) {
     MakeReactors(0, count);
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return CGvxDevReactorMgr::Instance()->ReactorPoolInit(count);
+    int result = 0;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        result = CGvxDevReactorMgr::Instance()->ReactorPoolInit(count);
+    }
+    if (result == 0 && !m_maker.joinable()) {
+        try {
+            m_maker = std::thread(&DevReactorBinder::MakeSpares, this);
+            pthread_setname_np(m_maker.native_handle(), "GvxReactorMaker");
+        } catch (const std::system_error& fault) {
+            GVX_LOG_WARN("Init reactor pool.", "Reactors are made as they are needed: there is no thread for it, %s.",
+                         fault.what());
+        }
+    }
+    return result;
+}
+
+void DevReactorBinder::MakeSpares() {
+    constexpr std::chrono::seconds kPauseAfterFailure(1);
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_stopMaking) {
+        if (CGvxDevReactorMgr::Instance()->SparesWanted() == 0) {
+            m_sparesWanted.wait(lock);
+            continue;
+        }
+        const std::size_t index = CGvxDevReactorMgr::Instance()->NextIndex();
+        lock.unlock();
+        auto reactor = CGvxDevReactorMgr::MakeReactor(index);
+        lock.lock();
+        if (reactor != nullptr) {
+            CGvxDevReactorMgr::Instance()->AddSpare(std::move(reactor));
+        } else if (!m_stopMaking) {
+            m_sparesWanted.wait_for(lock, kPauseAfterFailure);
+        }
+    }
+}
+
+CGvxReactor* DevReactorBinder::ScheduleLocked(const std::string& key) {
+    CGvxReactor* const reactor = CGvxDevReactorMgr::Instance()->ScheduleReactor(key);
+    m_sparesWanted.notify_one();
+    return reactor;
 }
 
 // What is not made here, the pool makes, or says that it cannot.
@@ -43,7 +98,7 @@ CGvxReactor* DevReactorBinder::Bind(const std::string& key) {
     PrepareReactors();
     const std::lock_guard<std::mutex> lock(m_mutex);
     ActOnNotesLocked();
-    return CGvxDevReactorMgr::Instance()->ScheduleReactor(key);
+    return ScheduleLocked(key);
 }
 
 CGvxReactor* DevReactorBinder::Find(const std::string& key) {
@@ -89,7 +144,7 @@ bool DevReactorBinder::HasPlaceLocked(const std::string& key, std::string& reaso
 }
 
 CGvxReactor* DevReactorBinder::BindLocked(const std::string& key) {
-    CGvxReactor* reactor = CGvxDevReactorMgr::Instance()->ScheduleReactor(key);
+    CGvxReactor* reactor = ScheduleLocked(key);
     if (reactor != nullptr) {
         m_gone.erase(key);
         m_bound.insert(key);

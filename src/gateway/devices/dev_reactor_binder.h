@@ -1,11 +1,13 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
 #include <ctime>
 #include <map>
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 class CGvxReactor;
@@ -18,13 +20,18 @@ namespace gvx {
 //
 // Session work calls the Settle operations alone: they leave a note, and the next of the other operations acts on it
 // first, so that no work waits here. Those may be called by any thread that serves no reactor's upcall: the link I/O
-// thread, timers, the one that starts and stops. A new reactor waits for its thread, so reactors are made before the
-// mutex is taken.
+// thread, timers, the one that starts and stops. A new reactor waits for its thread, so a thread of this object makes
+// reactors before they are needed; only a burst that outruns it makes its own, and before the mutex is taken.
 class DevReactorBinder {
 public:
     static constexpr std::size_t kDefaultMaxDevices = 10000;
 
-    // Fills the pool; 0 for success.
+    DevReactorBinder() = default;
+    ~DevReactorBinder();
+    DevReactorBinder(const DevReactorBinder&) = delete;
+    DevReactorBinder& operator=(const DevReactorBinder&) = delete;
+
+    // Fills the pool and begins to make spare reactors; 0 for success.
     int InitPool(unsigned int count);
 
     // The reactor of a key that is no device, bound when needed; null when the pool is empty.
@@ -57,6 +64,8 @@ private:
 
     void MakeReactors(std::size_t index, unsigned int count);
     void PrepareReactors();
+    void MakeSpares();
+    CGvxReactor* ScheduleLocked(const std::string& key);
     CGvxReactor* BindLocked(const std::string& key);
     void ReleaseLocked(const std::string& key);
     bool HasPlaceLocked(const std::string& key, std::string& reason) const;
@@ -66,10 +75,13 @@ private:
 
     std::mutex m_mutex;  // Guards CGvxDevReactorMgr and all down to m_notesMutex.
     std::map<std::string, std::size_t> m_waitingAdditions;
-    std::set<std::string> m_bound;          // devices alone
+    std::set<std::string> m_bound;              // devices alone
     std::map<std::string, std::time_t> m_gone;  // devices that have history alone, and since when
     std::size_t m_maxDevices = kDefaultMaxDevices;
-    std::mutex m_notesMutex;  // Innermost.
+    std::thread m_maker;
+    std::condition_variable m_sparesWanted;
+    bool m_stopMaking = false;
+    std::mutex m_notesMutex;    // Innermost.
     std::vector<Note> m_notes;  // Guarded by m_notesMutex.
 };
 

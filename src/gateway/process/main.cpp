@@ -12,6 +12,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <thread>
+
+#include <malloc.h>
 
 #include <unistd.h>
 
@@ -136,6 +139,16 @@ StartResult StartOperationLog() {
     return {};
 }
 
+// Large buffers go back to the system as soon as they are freed: the threshold above which the allocator maps memory
+// would else rise with the first of them that is freed. Few arenas, since hundreds of threads come and go.
+void TuneAllocator() {
+    constexpr int kMapBytes = 128 * 1024;
+    constexpr unsigned int kLeastArenas = 4;
+    ::mallopt(M_MMAP_THRESHOLD, kMapBytes);
+    ::mallopt(M_TRIM_THRESHOLD, kMapBytes);
+    ::mallopt(M_ARENA_MAX, static_cast<int>(std::max(std::thread::hardware_concurrency(), kLeastArenas)));
+}
+
 StartResult StartAll(Gateway& gateway, StartLogging& logging, const GatewayOptions& options) {
     RaiseDescriptorLimit();
     StartResult result = gateway.LoadConfiguration(options);
@@ -195,6 +208,7 @@ int Run(int argc, const char* const* argv) {
     {
         const OverdueWatch watch([&stopSignal] { return stopSignal.First() != 0; }, kStartLimit,
                                  [&stopSignal] { AbandonStart(stopSignal.First()); });
+        TuneAllocator();
         result = StartAll(gateway, logging, options);
         stopLimit -= std::min(watch.SinceBegun(), kStartLimit);
     }

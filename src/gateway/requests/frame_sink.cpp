@@ -119,8 +119,11 @@ bool FrameSink::Push(BP::CCmd& cmd, const std::string& device, CGvxReactor* reac
     if (reactor != nullptr && reactor->PushMessage(entry) == 0) {
         return true;
     }
-    GVX_LOG_ERR_CODE("Request refused", ZVS_FAIL, "cmd[0x%04x] finds no room. [dev:%s, link:%s]", cmd.GetReqID(),
-                     device.c_str(), cmd.GetNetLinkID().c_str());
+    // A reactor has said so itself, once for all commands that it refuses in one go.
+    if (reactor == nullptr) {
+        GVX_LOG_ERR_CODE("Request refused", ZVS_FAIL, "cmd[0x%04x] finds no reactor. [dev:%s, link:%s]", cmd.GetReqID(),
+                         device.c_str(), cmd.GetNetLinkID().c_str());
+    }
     AnswerBare(cmd, ZVS_FAIL);
     return false;
 }

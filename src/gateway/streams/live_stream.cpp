@@ -154,6 +154,9 @@ int LiveStream::OpenMedia(std::string& reason) {
     }
     if (code != 0) {
         reason = "The sockets of the stream could not be opened. " + ReasonOf(code);
+        if (CSocketInfoMgr::Instance()->GetFreeNum() == 0) {
+            reason += " As many are in use as MAX_SOCKET_SIZE allows.";
+        }
         return code;
     }
     m_gate.SetTarget(m_media.get(), SendsAudio() && m_request.service != SERVICE_TYPE_AUDIO_BROADCAST);

@@ -176,6 +176,14 @@ unsigned int CGvxDevReactorMgr::ReactorsNeeded() const {
     return grows ? static_cast<unsigned int>(std::max<long>(0, room - static_cast<long>(m_spareReactors.size()))) : 0;
 }
 
+// Two steps of growth, so that a burst of devices finds the second while the first is replaced.
+unsigned int CGvxDevReactorMgr::SparesWanted() const {
+    const long size = static_cast<long>(m_devReactorVector.size());
+    const long spares = static_cast<long>(m_spareReactors.size());
+    const long wanted = std::min<long>(2 * kPoolStep, MaxPoolSize() - size) - spares;
+    return wanted > 0 && BoundDevices() + kPoolStep >= size - 1 ? static_cast<unsigned int>(wanted) : 0;
+}
+
 void CGvxDevReactorMgr::ExpandReactorPool(unsigned int count) {
     const long size = static_cast<long>(m_devReactorVector.size());
     const long max = MaxPoolSize();

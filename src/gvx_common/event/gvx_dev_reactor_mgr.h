@@ -46,6 +46,8 @@ public:
     // next binding will make, one of them, and the handing over of it. The pool takes what was handed over before it
     // makes any itself, and names threads by their place in it.
     unsigned int ReactorsNeeded() const;
+    // How many are worth making ahead of that, while the pool is about to grow.
+    unsigned int SparesWanted() const;
     std::size_t NextIndex() const { return m_devReactorVector.size() + m_spareReactors.size(); }
     static gvx::CountedPtr<CGvxReactor> MakeReactor(std::size_t index);  // null, with a log line; needs no lock
     void AddSpare(gvx::CountedPtr<CGvxReactor> reactor) { m_spareReactors.push_back(std::move(reactor)); }

@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t kDefaultStackBytes = 524288;
 constexpr unsigned int kMaxQueuedCmds = 512;
+constexpr std::size_t kSpareTexts = 16;
 constexpr int kSemaphoreMax = 2147483647;
 constexpr unsigned int kLoopErrorPauseSeconds = 1;
 constexpr long kNotifyPauseMicroseconds = 100000;
@@ -63,6 +64,7 @@ CGvxReactor::~CGvxReactor() {
 void CGvxReactor::classMemberInit() {
     m_unStackSize = kDefaultStackBytes;
     m_iMaxCmdCnt = kMaxQueuedCmds;
+    m_spareTexts.reserve(kSpareTexts);
     strncpy_s(m_aucThreadName, sizeof(m_aucThreadName), "gvx", sizeof(m_aucThreadName) - 1);
 }
 
@@ -115,8 +117,12 @@ int CGvxReactor::createServiceThreads() {
         return 1;
     }
     CGvxUtility::pthreadSetThreadname(threadID, m_aucThreadName);
-    // UnInit needs the semaphore, which is the first thing that the thread makes.
+    // UnInit needs the semaphore, which is the first thing that the thread makes. Without it the thread ends.
     m_threadStarted.acquire();
+    if (!m_bRunFlag) {
+        WaitForThreadEnd();
+        return 1;
+    }
     return 0;
 }
 
@@ -130,6 +136,7 @@ int CGvxReactor::svc() {
     m_pReactor->restart(false);
     m_pReactorEventThreadSemaphore = new (std::nothrow) ACE_Thread_Semaphore(0, nullptr, nullptr, kSemaphoreMax);
     g_bp_memstat += m_pReactorEventThreadSemaphore != nullptr ? 1 : 0;
+    m_bRunFlag = m_pReactorEventThreadSemaphore != nullptr;
     m_threadStarted.release();
     GVX_CHECK_NULL_RETURN(m_pReactorEventThreadSemaphore, 1);
     while (m_bRunFlag) {

@@ -13,6 +13,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <vector>
 
 class NVR_Reactor;
 
@@ -94,6 +95,8 @@ private:
     bool QueueClone(const BP::CGvxNssCmd_& cmd);
     void TakeBackLastCmd();
     int PushMsgWhenQueueFull(const BP::CGvxNssCmd_& cmd);
+    int RefuseCmd(const BP::CGvxNssCmd_& cmd);
+    void TellRefusedCmds();
     void DiscardCmdAfterDelDev(const BP::CGvxNssCmd_& entry);
     bool DiscardTimeoutCmd(std::unique_ptr<BP::CCmd>& cmd);
     void DropQueue();
@@ -110,8 +113,12 @@ private:
     std::size_t m_unStackSize = 0;
     ACE_Thread_Mutex m_EventHdMutex;  // Never taken together with m_mutexCmd.
     char m_aucThreadName[16] = {};
+    BP::CGvxNssCmd_ m_served;               // the reactor's thread alone
+    std::string m_sessionID;                // of the session made last; the same
+    std::vector<std::string> m_spareTexts;  // of commands that were served, for the next; guarded by m_mutexCmd
     CCmdQueue m_queueCmd;                   // Guarded by m_mutexCmd.
     ACE_Recursive_Thread_Mutex m_mutexCmd;  // Never held across notify or a session.
     unsigned int m_iMaxCmdCnt = 0;
+    unsigned long m_refusedCmds = 0;          // since the queue is full; guarded by m_mutexCmd
     ACE_Thread_Semaphore m_threadStarted{0};  // given when the thread has made all that UnInit looks at
 };

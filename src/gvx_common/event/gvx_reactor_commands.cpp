@@ -183,7 +183,12 @@ bool CGvxReactor::QueueClone(const BP::CGvxNssCmd_& cmd) {
         return false;
     }
     try {
-        BP::CGvxNssCmd_ entry{clone.get(), cmd.m_tRecvTime, cmd.m_devID};
+        BP::CGvxNssCmd_ entry{clone.get(), cmd.m_tRecvTime, std::string()};
+        if (!m_spareTexts.empty()) {
+            entry.m_devID = std::move(m_spareTexts.back());
+            m_spareTexts.pop_back();
+        }
+        entry.m_devID = cmd.m_devID;
         // A deletion goes to the front: what it makes moot is then purged unserved.
         if (IsDeviceDeletion(clone->GetReqID())) {
             m_queueCmd.push_front(std::move(entry));
@@ -211,8 +216,7 @@ void CGvxReactor::TakeBackLastCmd() {
 
 int CGvxReactor::PushMsgWhenQueueFull(const BP::CGvxNssCmd_& cmd) {
     if (cmd.m_pCmd->GetReqID() != GVX_INTERNAL_REQ_SDK_EXCEPTION) {
-        GVX_LOG_ERR("push message", "device cmd queue excceed max size.");
-        return 1;
+        return RefuseCmd(cmd);
     }
     const ACE_Message_Block* const pMb = cmd.m_pCmd->GetMsgBlock();
     GVX_CHECK_NULL_RETURN(pMb, 1);
@@ -221,18 +225,40 @@ int CGvxReactor::PushMsgWhenQueueFull(const BP::CGvxNssCmd_& cmd) {
     if (pMb->length() >= sizeof(ADAPTER_COMMON_MESSAGE) && pMessage->ExceptionType == kUrgentExceptionType) {
         return 0;
     }
-    GVX_LOG_ERR("push message", "device cmd queue excceed max size.");
+    return RefuseCmd(cmd);
+}
+
+// A line for the first command of an episode, which lasts until the queue has emptied by half.
+int CGvxReactor::RefuseCmd(const BP::CGvxNssCmd_& cmd) {
+    if (m_refusedCmds++ == 0) {
+        GVX_LOG_ERR("push message", "device cmd queue excceed max size. [dev:%s]", cmd.m_devID.c_str());
+    }
     return 1;
+}
+
+void CGvxReactor::TellRefusedCmds() {
+    if (m_refusedCmds != 0 && m_queueCmd.size() <= m_iMaxCmdCnt / 2) {
+        GVX_LOG_WARN("push message", "device cmd queue takes commands again, refused[%lu].",
+                     std::exchange(m_refusedCmds, 0));
+    }
 }
 
 int CGvxReactor::PopMessage(BP::CGvxNssCmd_& out) {
     const CFunction_Log_Begin_End scope("guard dev cmd queue mutex when handle cmd", "");
     ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_mutexCmd);
-    if (!guard.locked() || m_queueCmd.empty()) {
+    if (!guard.locked()) {
+        return 1;
+    }
+    if (m_spareTexts.size() < m_spareTexts.capacity()) {
+        m_spareTexts.push_back(std::move(out.m_devID));
+    }
+    out.m_devID.clear();
+    if (m_queueCmd.empty()) {
         return 1;
     }
     BP::CGvxNssCmd_ entry = std::move(m_queueCmd.front());
     m_queueCmd.pop_front();
+    TellRefusedCmds();
     if (entry.m_pCmd == nullptr) {
         GVX_LOG_ERR("pop message", "cmd is NULL");
         return 2;
@@ -285,7 +311,7 @@ bool CGvxReactor::DiscardTimeoutCmd(std::unique_ptr<BP::CCmd>& cmd) {
 
 // An exception that serving lets out costs the one command and not the process.
 int CGvxReactor::handle_exception(ACE_HANDLE) {
-    BP::CGvxNssCmd_ entry;
+    BP::CGvxNssCmd_& entry = m_served;
     std::unique_ptr<BP::CCmd> cmd;
     try {
         return ServeNextCmd(entry, cmd);
@@ -329,7 +355,7 @@ int CGvxReactor::ServeCmd(const BP::CCmd& cmd, const std::string& devID) {
 std::unique_ptr<BP::CGvxSessionBase> CGvxReactor::CreatSession(const BP::CCmd* pCmd, const std::string& devID) {
     GVX_CHECK_NULL_RETURN(pCmd, nullptr);
     const unsigned int seq = CGvxUtility::CreatSeqID();
-    std::string sessionID = BP::CMKTransID::GenerateTransID();
+    BP::CMKTransID::GenerateTransID(m_sessionID);
     GVX_DEBUG("Create session as req id[0x%04x], dev id[%s]", pCmd->GetReqID(), devID.c_str());
     const std::optional<BP::SessionKind> kind = FindSessionKind(pCmd->GetReqID());
     if (!kind) {
@@ -339,7 +365,7 @@ std::unique_ptr<BP::CGvxSessionBase> CGvxReactor::CreatSession(const BP::CCmd* p
     std::unique_ptr<BP::CGvxSessionBase> pSession = NewSessionOfKind(*kind, this);
     GVX_CHECK_NULL_RETURN(pSession, nullptr);
     pSession->SetCmd(pCmd);
-    pSession->SetSessionID(std::move(sessionID));
+    pSession->SetSessionID(m_sessionID);
     pSession->SetRespDevID(devID);
     return pSession;
 }
