@@ -3,6 +3,7 @@
 #include "media_path_clip.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -130,6 +131,113 @@ bool BareUdp::SendSegmented(const std::size_t* sizes, std::size_t count) const {
     return true;
 }
 
+void BareUdp::SendParts(iovec* parts, std::size_t count) const {
+    constexpr std::size_t kMostMessages = 128;
+    struct alignas(cmsghdr) Control {
+        char bytes[CMSG_SPACE(sizeof(std::uint16_t))];
+    };
+    std::array<mmsghdr, kMostMessages> messages;
+    std::array<Control, kMostMessages> controls;
+    unsigned int made = 0;
+    for (std::size_t at = 0; at < count; ++made) {
+        const std::size_t segment = parts[at].iov_len;
+        std::size_t packets = 1;
+        std::size_t total = segment;
+        while (at + packets < count && packets < kMostSegments && parts[at + packets - 1].iov_len == segment &&
+               parts[at + packets].iov_len <= segment && total + parts[at + packets].iov_len <= kMostBytes) {
+            total += parts[at + packets++].iov_len;
+        }
+        messages[made] = mmsghdr{};
+        msghdr& head = messages[made].msg_hdr;
+        head.msg_name = const_cast<sockaddr_in*>(&m_to);
+        head.msg_namelen = sizeof(m_to);
+        head.msg_iov = parts + at;
+        head.msg_iovlen = packets;
+        if (packets > 1) {
+            head.msg_control = controls[made].bytes;
+            head.msg_controllen = sizeof(controls[made].bytes);
+            cmsghdr* const part = CMSG_FIRSTHDR(&head);
+            part->cmsg_level = SOL_UDP;
+            part->cmsg_type = UDP_SEGMENT;
+            part->cmsg_len = CMSG_LEN(sizeof(std::uint16_t));
+            const auto size = static_cast<std::uint16_t>(segment);
+            std::memcpy(CMSG_DATA(part), &size, sizeof(size));
+        }
+        at += packets;
+    }
+    for (unsigned int sent = 0; sent < made;) {
+        const int now = ::sendmmsg(m_handle, messages.data() + sent, made - sent, MSG_NOSIGNAL);
+        sent += now > 0 ? static_cast<unsigned int>(now) : 1;
+    }
+}
+
+TwoThreadUdp::TwoThreadUdp(const sockaddr_in& to) : m_socket(to) {
+    sem_init(&m_wake, 0, 0);
+    m_thread = std::thread(&TwoThreadUdp::Run, this);
+}
+
+TwoThreadUdp::~TwoThreadUdp() {
+    m_stop = true;
+    sem_post(&m_wake);
+    m_thread.join();
+    sem_destroy(&m_wake);
+}
+
+void TwoThreadUdp::Publish(std::size_t made) {
+    m_made.store(made);
+    if (m_asleep.load() && m_asleep.exchange(false)) {
+        sem_post(&m_wake);
+    }
+}
+
+void TwoThreadUdp::Send(const std::size_t* sizes, std::size_t count) {
+    std::size_t made = m_made.load(std::memory_order_relaxed);
+    for (std::size_t i = 0; i < count; ++i) {
+        if (made - m_sent.load(std::memory_order_acquire) == kSlots) {
+            Publish(made);
+            while (made - m_sent.load(std::memory_order_acquire) > kSlots / 4) {
+                ::usleep(200);
+            }
+        }
+        Slot& slot = m_slots[made % kSlots];
+        slot.size = sizes[i];
+        std::memcpy(slot.bytes, zeros, sizes[i]);
+        ++made;
+        if (i + 1 == count || (i > 0 && sizes[i] < sizes[i - 1])) {
+            Publish(made);
+        }
+    }
+}
+
+void TwoThreadUdp::WaitUntilSent() const {
+    while (m_sent.load() != m_made.load()) {
+        ::usleep(200);
+    }
+}
+
+void TwoThreadUdp::Run() {
+    constexpr std::size_t kMost = 128;
+    std::array<iovec, kMost> parts;
+    while (!m_stop) {
+        const std::size_t sent = m_sent.load(std::memory_order_relaxed);
+        const std::size_t count = std::min(m_made.load() - sent, kMost);
+        if (count == 0) {
+            m_asleep.store(true);
+            if (m_made.load() != sent && m_asleep.exchange(false)) {
+                continue;
+            }
+            sem_wait(&m_wake);
+            continue;
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            Slot& slot = m_slots[(sent + i) % kSlots];
+            parts[i] = {slot.bytes, slot.size};
+        }
+        m_socket.SendParts(parts.data(), count);
+        m_sent.store(sent + count, std::memory_order_release);
+    }
+}
+
 BareTcp::BareTcp(const sockaddr_in& to) : m_handle(::socket(AF_INET, SOCK_STREAM, 0)) {
     const int on = 1;
     if (::connect(m_handle, reinterpret_cast<const sockaddr*>(&to), sizeof(to)) != 0) {
@@ -146,6 +254,41 @@ BareTcp::~BareTcp() {
 void BareTcp::SendEach(const std::size_t* sizes, std::size_t count) const {
     for (std::size_t i = 0; i < count; ++i) {
         ::send(m_handle, zeros, sizes[i], MSG_NOSIGNAL);
+    }
+}
+
+void BareTcp::SendUnits(const std::size_t* sizes, std::size_t count) const {
+    constexpr std::size_t kMost = 1024;  // of a gathered write
+    static std::vector<char> room(std::size_t{kMost} * 2048);
+    std::vector<iovec> parts;
+    parts.reserve(kMost);
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::memcpy(room.data() + used, zeros, sizes[i]);
+        parts.push_back({room.data() + used, sizes[i]});
+        used += sizes[i];
+        if (i + 1 < count && parts.size() < kMost && (i == 0 || sizes[i] >= sizes[i - 1])) {
+            continue;
+        }
+        std::size_t at = 0;
+        while (at < parts.size()) {
+            msghdr head{};
+            head.msg_iov = parts.data() + at;
+            head.msg_iovlen = parts.size() - at;
+            const ssize_t sent = ::sendmsg(m_handle, &head, MSG_NOSIGNAL);
+            if (sent < 0) {
+                return;
+            }
+            auto left = static_cast<std::size_t>(sent);
+            for (; at < parts.size() && left >= parts[at].iov_len; ++at) {
+                left -= parts[at].iov_len;
+            }
+            if (left != 0) {
+                parts[at] = {static_cast<char*>(parts[at].iov_base) + left, parts[at].iov_len - left};
+            }
+        }
+        parts.clear();
+        used = 0;
     }
 }
 

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <thread>
 #include <vector>
 
 #include <netinet/in.h>
+#include <semaphore.h>
+#include <sys/uio.h>
 
 // The loops that do only what cannot be avoided, and the peers that do the same work.
 namespace bench {
@@ -24,10 +28,43 @@ public:
     // Copies each packet once and sends runs of equal size as one segmented buffer. False when the kernel refuses it.
     bool SendSegmented(const std::size_t* sizes, std::size_t count) const;
     void SendBytes(const char* bytes, std::size_t size) const;
+    // Sends packets as they stand, runs of equal size as one segmented buffer, many with one call.
+    void SendParts(iovec* parts, std::size_t count) const;
 
 private:
     int m_handle;
     sockaddr_in m_to;
+};
+
+// What the stated design cannot avoid: one thread copies each packet once into a ring, a second one takes what is there
+// and sends it as BareUdp::SendParts does. The maker publishes a NAL unit at a time and wakes the sender when that
+// waits.
+class TwoThreadUdp {
+public:
+    explicit TwoThreadUdp(const sockaddr_in& to);
+    ~TwoThreadUdp();
+    TwoThreadUdp(const TwoThreadUdp&) = delete;
+    TwoThreadUdp& operator=(const TwoThreadUdp&) = delete;
+    void Send(const std::size_t* sizes, std::size_t count);
+    void WaitUntilSent() const;
+
+private:
+    static constexpr std::size_t kSlots = 4096;
+    struct Slot {
+        std::size_t size;
+        char bytes[2040];
+    };
+    void Run();
+    void Publish(std::size_t made);
+
+    const BareUdp m_socket;
+    std::vector<Slot> m_slots{kSlots};
+    alignas(64) std::atomic<std::size_t> m_made{0};
+    alignas(64) std::atomic<std::size_t> m_sent{0};
+    alignas(64) std::atomic<bool> m_asleep{false};
+    std::atomic<bool> m_stop{false};
+    sem_t m_wake;
+    std::thread m_thread;
 };
 
 class BareTcp {
@@ -37,6 +74,8 @@ public:
     BareTcp(const BareTcp&) = delete;
     BareTcp& operator=(const BareTcp&) = delete;
     void SendEach(const std::size_t* sizes, std::size_t count) const;
+    // Copies each packet once and sends a NAL unit, whose last packet is shorter, with one gathered write.
+    void SendUnits(const std::size_t* sizes, std::size_t count) const;
 
 private:
     int m_handle;

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the benchmarks and prints their tables, each value beside its floor in the same run.
-#   scripts/bench.sh [spine] [media] [config] [memory] [links] [alarms] [sdp] [rtp] [http]   default: all
+#   scripts/bench.sh [spine] [media] [config] [memory] [links] [alarms] [sdp] [rtp] [http] [scale]   default: all but scale
 # Exits 1 when a goal in a table is not met. Clips made by ffmpeg are kept in build/bench-clips.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -59,8 +59,14 @@ for bench in "${wanted[@]}"; do
       make_clips
       run_bench bench_rtp_receive "$clips/1080p_4M.h264"
       ;;
+    scale)
+      make_clips
+      echo
+      python3 bench/scale.py --gvxd build/release/bin/gvxd --gvxctl build/release/bin/gvxctl \
+        --plugin-dir build/release/plugins --conf conf --clip "$clips/1080p_4M.h264" || failed=1
+      ;;
     *)
-      echo "unknown benchmark: $bench (spine, media, config, memory, links, alarms, sdp, rtp or http)" >&2
+      echo "unknown benchmark: $bench (spine, media, config, memory, links, alarms, sdp, rtp, http or scale)" >&2
       exit 2
       ;;
   esac

@@ -112,6 +112,10 @@ void ParkedPackets::Remove(std::size_t count) {
     }
 }
 
+std::size_t ParkedPackets::BytesOfAll() {
+    return bytesOfAll.load(std::memory_order_relaxed);
+}
+
 std::size_t ParkedPackets::RemoveOlderThan(std::int64_t moment) {
     std::size_t removed = 0;
     for (; m_count > 0 && FrontHead().came < moment; ++removed) {

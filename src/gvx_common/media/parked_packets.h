@@ -38,6 +38,9 @@ public:
 
     void Clear() { Remove(m_count); }
 
+    // Bytes that all objects of the process hold now. Any thread.
+    static std::size_t BytesOfAll();
+
 private:
     struct Piece;
     struct Head;

@@ -2,6 +2,7 @@
 #include "gvx_common/media/media_service.h"
 #include "gvx_common/media/packet_batch.h"
 #include "gvx_common/media/socket_write.h"
+#include "gvx_common/rtp/packet_run.h"
 #include "media_test_support.h"
 #include "support/wait_until.h"
 
@@ -120,6 +121,71 @@ TEST(GatheredSend, StreamsThatComeAndGoNeverReachAnothersReceiver) {
     EXPECT_TRUE(WaitUntil([] { return CMediaBlockBuffer::instance()->getRemainBlockNum() == 512; }));
     read();
     EXPECT_GT(received, 0u);
+    gvx::StopMediaService();
+}
+
+// Each thread sends packets of NAL units to peers that read, stall, leave or reset the connection; the stream ends
+// early or late. Together they come to some 5,000 packets a second.
+TEST(GatheredSend, StreamsThatStallEndAndAreResetGiveEverythingBack) {
+    constexpr int kStreams = 8;
+    constexpr int kUnits = 20;
+    constexpr int kPacketsAUnit = 17;
+    const ScopedSettings settings(
+        "MAX_SOCKET_SIZE=8\nTRANSMISSION_THREAD_NUM=2\nMEDIA_BLOCK_NUM=512\nMEDIA_PARK_BYTES=131072\n");
+    ASSERT_EQ(gvx::StartMediaService(), 0);
+    enum Peer : unsigned int { Reads, Stalls, Leaves, Resets };
+    std::vector<std::thread> senders;
+    for (unsigned int seed = 0; seed < 3; ++seed) {
+        senders.emplace_back([seed] {
+            std::mt19937 random(seed);
+            for (unsigned int i = 0; i < kStreams; ++i) {
+                const TestSocket listener(SOCK_STREAM, 8192);
+                const unsigned int peerKind = i % 4;
+                MediaSendParams params;
+                params.eProtocol = RTP_OVER_TCP;
+                params.videoDstAddr = listener.Address();
+                CMediaSendStream stream;
+                ASSERT_EQ(stream.Open(params), 0);
+                TestSocket peer = listener.Accept();
+                const auto closeAt = static_cast<int>(random() % (2 * kUnits));
+                for (int unit = 0; unit < kUnits; ++unit) {
+                    {
+                        const gvx::PacketRun run(kPacketsAUnit);
+                        for (int left = kPacketsAUnit; left > 0; --left) {
+                            std::string packet(1 + random() % 1404, 'p');
+                            MEDIA_DATA data{};
+                            data.pDataBuf = packet.data();
+                            data.nVideoSize = static_cast<std::uint32_t>(packet.size());
+                            data.eTransProtocol = RTP_OVER_TCP;
+                            stream.Send(data);
+                        }
+                    }
+                    if (peerKind == Reads) {
+                        std::string bytes(65536, '\0');
+                        ::recv(peer.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+                    } else if (peerKind != Stalls && unit == kUnits / 2) {
+                        const linger reset{1, 0};
+                        if (peerKind == Resets) {
+                            ::setsockopt(peer.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
+                        }
+                        peer.Close();
+                    }
+                    if (unit == closeAt) {
+                        stream.Close();
+                    }
+                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                }
+                const MediaSendStatistics statistics = stream.GetStatistics();
+                EXPECT_GE(statistics.ullVideoPackets, 1u);
+            }
+        });
+    }
+    for (std::thread& sender : senders) {
+        sender.join();
+    }
+    EXPECT_TRUE(WaitUntil([] { return CSocketInfoMgr::Instance()->GetFreeNum() == 8; }));
+    EXPECT_TRUE(WaitUntil([] { return CMediaBlockBuffer::instance()->getRemainBlockNum() == 512; }));
+    EXPECT_EQ(gvx::ParkedPackets::BytesOfAll(), 0u);
     gvx::StopMediaService();
 }
 
