@@ -111,12 +111,12 @@ void ReadAsGateway(BP::CCmd& cmd) {
     Json::Value again;
     // Readers are kept from text to text: what one left behind must not change the next.
     Require(gvx::ReadJsonObject(cmd, again) == good && (!good || again == json));
-    // The work reads the same whether the target's tree came with the command or not.
-    cmd.SetAttachment(target.body);
-    const bool isXml = target.body != nullptr && target.body->xml != nullptr;
-    Require(target.malformed || isXml || (gvx::ReadJsonObject(cmd, again) == good && (!good || again == json)));
     if (good) {
-        gvx::JsonText(json, "DevCode");
+        NssBodyView body;
+        NssBodyView item;
+        const bool isXml = NssBody(cmd.GetMsgBlock(), body) &&
+                           NssFindItem(body.data, body.length, NSS_TAG_XML_CONTENT, item);
+        Require(isXml || target.malformed || target.device == gvx::JsonText(json, "DevCode"));
         gvx::JsonInt(json, "StreamType");
         gvx::JsonBool(json, "Audio");
         for (const gvx::RequestRow& row : gvx::AllRequests()) {

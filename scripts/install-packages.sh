@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build ccache pkg-config python3 git
-  libace-dev libtinyxml2-dev libjsoncpp-dev libssl-dev libsqlite3-dev libspdlog-dev libcli11-dev
+  libace-dev libtinyxml2-dev libjsoncpp-dev libexpat1-dev rapidjson-dev libssl-dev libsqlite3-dev libspdlog-dev libcli11-dev
   libboost-dev libgtest-dev libgmock-dev
   ffmpeg gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
   gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi tshark libjemalloc2 libmimalloc2.0

@@ -1,6 +1,7 @@
 #include "base/cbb_xml.h"
 
 #include "base/whole_file.h"
+#include "base/xml_reader.h"
 
 #include <openssl/crypto.h>
 #include <tinyxml2.h>
@@ -20,18 +21,6 @@ constexpr std::size_t kMaxDocumentBytes = 16u * 1024u * 1024u;
 
 using tinyxml2::XMLElement;
 using tinyxml2::XMLNode;
-
-// The parser takes several roots and loose text between them; a document has one root and none.
-bool HasOneRoot(const tinyxml2::XMLDocument& document) {
-    int roots = 0;
-    for (const XMLNode* node = document.FirstChild(); node != nullptr; node = node->NextSibling()) {
-        roots += node->ToElement() != nullptr ? 1 : 0;
-        if (node->ToText() != nullptr) {
-            return false;
-        }
-    }
-    return roots == 1;
-}
 
 bool IsElementName(const char* name) {
     return name != nullptr && *name != '\0' && std::strpbrk(name, " \t\r\n<>&\"'/=") == nullptr &&
@@ -106,15 +95,39 @@ void WipeTexts(tinyxml2::XMLDocument& document) {
     }
 }
 
-// Prints into one text of its own and leaves no copy behind when that grows.
+// A text that grows without leaving a copy behind, and is wiped at its end.
+class WipedText {
+public:
+    ~WipedText() { Wipe(m_text); }
+    WipedText() = default;
+    WipedText(const WipedText&) = delete;
+    WipedText& operator=(const WipedText&) = delete;
+
+    void Append(const char* data, std::size_t size) {
+        if (m_text.size() + size > m_text.capacity()) {
+            std::string larger;
+            larger.reserve(std::max({m_text.capacity() * 2, m_text.size() + size, kFirstBytes}));
+            larger.append(m_text);
+            m_text.swap(larger);
+            Wipe(larger);
+        }
+        m_text.append(data, size);
+    }
+    const std::string& Get() const { return m_text; }
+    std::string Take() { return std::exchange(m_text, std::string()); }
+    void Clear() { Wipe(m_text); }
+
+private:
+    static constexpr std::size_t kFirstBytes = 4096;
+
+    std::string m_text;
+};
+
 class TextPrinter : public tinyxml2::XMLPrinter {
 public:
-    explicit TextPrinter(bool compact) : XMLPrinter(nullptr, compact) { m_text.reserve(kFirstBytes); }
-    ~TextPrinter() override { Wipe(m_text); }
-    TextPrinter(const TextPrinter&) = delete;
-    TextPrinter& operator=(const TextPrinter&) = delete;
+    explicit TextPrinter(bool compact) : XMLPrinter(nullptr, compact) {}
 
-    std::string Take() { return std::exchange(m_text, std::string()); }
+    std::string Take() { return m_text.Take(); }
 
 protected:
     void Print(const char* format, ...) override __attribute__((format(printf, 2, 3))) {
@@ -127,24 +140,77 @@ protected:
             Write(piece, std::min<std::size_t>(static_cast<std::size_t>(length), sizeof(piece) - 1));
         }
     }
-    void Write(const char* data, size_t size) override {
-        if (m_text.size() + size > m_text.capacity()) {
-            std::string larger;
-            larger.reserve(std::max(m_text.capacity() * 2, m_text.size() + size));
-            larger.append(m_text);
-            m_text.swap(larger);
-            Wipe(larger);
-        }
-        m_text.append(data, size);
-    }
+    void Write(const char* data, size_t size) override { m_text.Append(data, size); }
     void Putc(char c) override { Write(&c, 1); }
 
 private:
-    static constexpr std::size_t kFirstBytes = 4096;
     static constexpr std::size_t kPieceBytes = 256;  // the printer formats nothing but numbers
 
-    std::string m_text;
+    WipedText m_text;
 };
+
+// Makes the tree of what the reader tells. The tree's own parser is not used: it lets much pass that is not well
+// formed, and looks for doubled attributes in quadratic time.
+class TreeBuilder : public gvx::XmlSink {
+public:
+    explicit TreeBuilder(tinyxml2::XMLDocument& document) : m_document(document), m_parent(&document) {}
+
+    void ElementBegins(const char* name, const char* const* attributes) override {
+        PutText();
+        XMLElement* const element = m_document.NewElement(name);
+        for (; *attributes != nullptr; attributes += 2) {
+            element->SetAttribute(attributes[0], attributes[1]);
+        }
+        m_parent->InsertEndChild(element);
+        m_parent = element;
+    }
+    void ElementEnds() override {
+        PutText();
+        m_parent = m_parent->Parent();
+    }
+    void Text(const char* text, std::size_t length) override { m_text.Append(text, length); }
+    void CDataBegins() override { m_mayBeBlank = true; }
+    // A comment inside a text comes to stand before it, so that the text is one.
+    void Comment(const char* text) override { m_parent->InsertEndChild(m_document.NewComment(text)); }
+    void Instruction(const char* target, const char* text) override {
+        const std::string whole = std::string(target) + (*text == '\0' ? "" : " ") + text;
+        m_parent->InsertEndChild(m_document.NewDeclaration(whole.c_str()));
+    }
+    // What the tree holds, and what is written of it, is UTF-8.
+    void Declaration(const char* version, bool hasEncoding, int standalone) override {
+        std::string text = std::string("xml version=\"") + version + "\"";
+        text += hasEncoding ? " encoding=\"UTF-8\"" : "";
+        text += standalone < 0 ? "" : standalone == 0 ? " standalone=\"no\"" : " standalone=\"yes\"";
+        m_document.InsertEndChild(m_document.NewDeclaration(text.c_str()));
+    }
+
+private:
+    // Blanks between elements are layout and not kept.
+    void PutText() {
+        const bool blank = m_text.Get().find_first_not_of(" \t\r\n") == std::string::npos;
+        if (!m_text.Get().empty() && (!blank || m_mayBeBlank)) {
+            m_parent->InsertEndChild(m_document.NewText(m_text.Get().c_str()));
+        }
+        m_text.Clear();
+        m_mayBeBlank = false;
+    }
+
+    tinyxml2::XMLDocument& m_document;
+    XMLNode* m_parent;
+    WipedText m_text;
+    bool m_mayBeBlank = false;
+};
+
+// The text that stands before the first child element.
+const char* TextOf(const XMLElement& element) {
+    for (const XMLNode* node = element.FirstChild(); node != nullptr && node->ToElement() == nullptr;
+         node = node->NextSibling()) {
+        if (node->ToText() != nullptr) {
+            return node->Value();
+        }
+    }
+    return "";
+}
 
 }  // namespace
 
@@ -240,13 +306,15 @@ bool CXml::Parse(const char* text) {
 }
 
 bool CXml::Parse(const char* text, std::size_t length) {
-    // The parser would stop at a zero byte and take what stands before it for the whole.
-    if (text == nullptr || length == 0 || length > kMaxDocumentBytes || std::memchr(text, '\0', length) != nullptr) {
-        return m_impl->Refuse(text == nullptr || length == 0 ? "it is empty" : "it holds a zero byte or is too long");
+    if (text == nullptr || length == 0 || length > kMaxDocumentBytes) {
+        return m_impl->Refuse(text == nullptr || length == 0 ? "it is empty" : "it is too long");
     }
     WipeTexts(m_impl->document);
-    if (m_impl->document.Parse(text, length) != tinyxml2::XML_SUCCESS) {
-        return m_impl->Refuse(FaultWords(m_impl->document.ErrorName()), m_impl->document.ErrorLineNum());
+    m_impl->document.Clear();
+    TreeBuilder builder(m_impl->document);
+    std::string fault;
+    if (!gvx::XmlReader(builder, gvx::XmlLimits()).Read(text, length, &fault)) {
+        return m_impl->Refuse(fault);
     }
     if (!HasOneRoot(m_impl->document)) {
         return m_impl->Refuse("it has not one root element");
@@ -291,7 +359,7 @@ void CXml::Rewind() {
 }
 
 const char* CXml::GetElemValue() const {
-    return m_impl->current == nullptr ? nullptr : OrEmpty(m_impl->current->GetText());
+    return m_impl->current == nullptr ? nullptr : TextOf(*m_impl->current);
 }
 
 const char* CXml::GetElemName() const {

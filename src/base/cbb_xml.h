@@ -17,7 +17,9 @@ public:
     CXml& operator=(const CXml&) = delete;
 
     // Reads a document from a file or from memory; the cursor then stands at the top level, before the first
-    // element. A document that is not well formed, longer than 16 MiB or nested too deeply is refused.
+    // element. Refused is a document that is not well formed XML 1.0, one in an encoding other than UTF-8, UTF-16,
+    // ISO-8859-1 and US-ASCII, one with a document type declaration, and one of more than 16 MiB, 100,000 elements, 100
+    // elements inside each other or 256 attributes of an element. Texts are UTF-8 then, and so is what is written.
     bool Load(const char* fileName);
     bool Parse(const char* text);
     bool Parse(const char* text, std::size_t length);
@@ -41,8 +43,9 @@ public:
     // Moves the cursor to the top level, before the first element.
     void Rewind();
 
-    // The text of the cursor's element; null when there is no element. An element without text gives "".
-    // Valid until the document changes.
+    // The text of the cursor's element up to its first child element; null when there is no element. What comments and
+    // the bounds of CDATA sections divide is one text. An element without text, or with blanks alone, gives "". Valid
+    // until the document changes.
     const char* GetElemValue() const;
     const char* GetElemName() const;
     // The line on which the cursor's element begins in the text that was read; 0 when there is no element.

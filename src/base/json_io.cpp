@@ -119,6 +119,9 @@ bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::st
     if (length > kMaxJsonBytes) {
         return Refuse(value, error, "longer than " + std::to_string(kMaxJsonBytes) + " bytes");
     }
+    if (CountJsonValues(text, length) > kMaxJsonValues) {
+        return Refuse(value, error, "more than " + std::to_string(kMaxJsonValues) + " values");
+    }
     std::string fault;
     try {
         if (ParseOrThrow(text, length, value, fault)) {
@@ -128,6 +131,23 @@ bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::st
         fault = thrown.what();
     }
     return Refuse(value, error, std::move(fault));
+}
+
+// Each value but the first stands behind a bracket, a comma or a colon.
+std::size_t CountJsonValues(const char* text, std::size_t length) noexcept {
+    std::size_t count = 1;
+    bool inText = false;
+    for (std::size_t at = 0; at < length; ++at) {
+        const char c = text[at];
+        if (c == '"') {
+            inText = !inText;
+        } else if (inText) {
+            at += c == '\\' ? 1 : 0;
+        } else {
+            count += c == ',' || c == ':' || c == '[' || c == '{' ? 1 : 0;
+        }
+    }
+    return count;
 }
 
 std::string WriteJson(const Json::Value& value) {

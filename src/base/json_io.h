@@ -10,10 +10,14 @@ namespace gvx {
 
 constexpr std::size_t kMaxJsonBytes = 4u * 1024u * 1024u;  // a frame is never longer
 constexpr unsigned kMaxJsonDepth = 64;
+constexpr std::size_t kMaxJsonValues = 100000;
 
-// Parses text; false when it is too long, too deep or malformed, and *error (may be null) then says what and
-// where. Duplicate keys are refused.
+// Parses text; false when it is too long, too deep, of too many values or malformed, and *error (may be null) then says
+// what and where. Duplicate keys are refused.
 bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::string* error);
+
+// At least as many as the values that the text holds, names of members among them; found without parsing.
+std::size_t CountJsonValues(const char* text, std::size_t length) noexcept;
 
 // Compact text, one line, ended by a line feed as Json::FastWriter ends it.
 std::string WriteJson(const Json::Value& value);

@@ -17,6 +17,11 @@ enum enGvxInternalRequest : std::uint32_t {
     GVX_INTERNAL_REQ_SDK_EXCEPTION = 0xFFFF,  // its block holds an ADAPTER_COMMON_MESSAGE
 };
 
+// Whether a type is one of those above, which no peer may send.
+constexpr bool IsInternalRequest(std::uint32_t reqID) noexcept {
+    return reqID == GVX_INTERNAL_REQ_ALARM_CONTROL || (reqID >= GVX_INTERNAL_REQ_FFFA && reqID <= 0xFFFF);
+}
+
 namespace BP {
 
 // What whoever takes a command in has read from its frame already, for whoever serves it.

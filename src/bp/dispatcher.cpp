@@ -134,7 +134,7 @@ CCmd* CDispatcher::dispatcherSyncMsgOut(std::uint32_t serviceID, int, const char
         return nullptr;
     }
     const unsigned int limitSeconds = timeoutSeconds != 0 ? timeoutSeconds : kSyncTimeoutSeconds;
-    TransactionTable::Wait wait(transID, TextOf(linkID));
+    TransactionTable::Wait wait(transID, TextOf(linkID), reqID);
     if (!wait.Begun()) {
         GVX_LOG_ERR("Synchronous send", "Stopping, or nobody can wait for this transaction. ReqID[0x%04x] TransID[%s]",
                     reqID, transID.c_str());

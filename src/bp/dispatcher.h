@@ -30,7 +30,8 @@ struct CDispatcher {
                                             const char* transID, std::uint32_t reqID, ACE_Message_Block*& block,
                                             bool bCompress, unsigned int priority);
 
-    // Sends and waits at most timeoutSeconds for the response that carries the transaction; 0 means the limit of
+    // Sends and waits at most timeoutSeconds for the response: the frame of type reqID + 0x9000 that carries the
+    // transaction and comes by the same link; 0 means the limit of
     // kSyncTimeoutSeconds, since a wait without one could hold its thread for ever. The caller owns the returned
     // command; null for a failed send, a time-out, a close of the link or a stop. Takes the block over in every case.
     // On the link I/O thread, which would have to receive the answer, it is refused at once with null.

@@ -4,9 +4,21 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace BP {
+
+namespace {
+
+MessageBlockPtr MakeBlockOf(LinkAccount* account, std::size_t bytes) {
+    MessageBlockPtr block(new (std::nothrow)
+                              ACE_Message_Block(bytes, ACE_Message_Block::MB_DATA, nullptr, nullptr, account));
+    // A block whose data could not be had exists all the same.
+    return block == nullptr || block->data_block() == nullptr || block->base() == nullptr ? nullptr : std::move(block);
+}
+
+}  // namespace
 
 bool ReadFrameHead(const ACE_Message_Block* frame, NssMsgHeader& head) noexcept {
     if (frame == nullptr || frame->length() < kNssHeaderBytes) {
@@ -69,7 +81,7 @@ void FrameReader::HeadComplete() {
         m_fault = Fault::Length;
         return;
     }
-    m_frame = MakeMessageBlock(m_frameBytes);
+    m_frame = MakeBlockOf(m_account, m_frameBytes);
     if (m_frame == nullptr) {
         m_fault = Fault::Memory;
         return;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bp/link_memory.h"
 #include "bp/message_block_ptr.h"
 #include "nss/nss_msg_header.h"
 
@@ -28,6 +29,9 @@ class FrameReader {
 public:
     enum class Fault { None, Version, Length, Memory };
 
+    // Whose memory the frames take; null, as at first, for nobody's. Outlives the reader.
+    void SetAccount(LinkAccount* account) { m_account = account; }
+
     // Frames longer than this are a fault; may change between frames.
     void SetMaxFrameBytes(std::size_t maxFrameBytes) { m_maxFrameBytes = maxFrameBytes; }
 
@@ -36,7 +40,11 @@ public:
 
     // True when a frame is whole; it must be taken before more is fed.
     bool Complete() const { return m_frame != nullptr && m_frame->length() == m_frameBytes; }
+    // Of the frame that is whole.
+    std::size_t FrameBytes() const { return m_frameBytes; }
     MessageBlockPtr Take();
+    // Gives the memory of a frame back that is not whole; nothing is fed behind it.
+    void Drop() { m_frame.reset(); }
 
     // True between the first byte of a frame and its last.
     bool Partial() const { return m_headFilled > 0; }
@@ -49,6 +57,7 @@ public:
 private:
     void HeadComplete();
 
+    LinkAccount* m_account = nullptr;
     std::size_t m_maxFrameBytes = kNssHeaderBytes;
     char m_head[kNssHeaderBytes] = {};
     std::size_t m_headFilled = 0;

@@ -3,6 +3,8 @@
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
+#include "bp/cmd.h"
+#include "bp/poll_reactor.h"
 #include "bp/registration.h"
 #include "nss/nss_msg_type.h"
 
@@ -11,11 +13,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <cstring>
 #include <utility>
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 namespace BP {
 
@@ -33,38 +38,62 @@ constexpr int kReadsPerWake = 2;
 // A wake writes this much to one link at most, so that no link has the thread to itself.
 constexpr std::size_t kWriteBytesPerWake = 256u * 1024u;
 
+// Serving one link's frames takes about this much of a turn at most. A frame that alone may take longer, because its
+// body is searched for a device, waits until the others have had their turn.
+using ServeClock = std::chrono::steady_clock;
+constexpr std::chrono::microseconds kServeTime(500);
+constexpr std::size_t kHeavyFrameBytes = 16u * 1024u;
+
+// A link itself, with what the reactor and the tables keep of it, and what TLS takes beside.
+std::size_t OwnBytes(const LinkTls* tls) {
+    return tls == nullptr ? 4096u : 32768u;
+}
+
+// TLS hands out a record at a time, of this many bytes at most.
+constexpr std::size_t kTlsRecordBytes = 16u * 1024u;
+constexpr int kRecordsPerWake = 8;
+
 }  // namespace
 
-Link::Link(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket, const NetAddress& peer)
+Link::Link(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket, const NetAddress& peer,
+           std::shared_ptr<LinkMemory> memory, LinkTls* tls)
     : m_owner(owner),
       m_options(options),
       m_socket(std::move(socket)),
       m_peer(peer),
       m_localID(options.localID),
-      m_queue(options.maxQueuedBytes),
+      m_tls(tls),
+      m_account(LinkAccount::Open(std::move(memory))),
+      m_queue(options.maxQueuedBytes, *m_account),
       m_lastHeardMs(gvx::MonotonicMilliseconds()),
       m_lastSaidMs(m_lastHeardMs) {
+    m_account->Charge(OwnBytes(m_tls));
+    m_reader.SetAccount(m_account.get());
     m_reader.SetMaxFrameBytes(std::min(kMaxRegistrationBytes, options.maxFrameBytes));
     SendSmallFramesAtOnce(m_socket.Get());
 }
 
 std::shared_ptr<Link> Link::Accepted(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket,
-                                     const NetAddress& peer) {
-    std::shared_ptr<Link> link(new Link(owner, options, std::move(socket), peer));
+                                     const NetAddress& peer, std::shared_ptr<LinkMemory> memory, LinkTls* tls) {
+    std::shared_ptr<Link> link(new Link(owner, options, std::move(socket), peer, std::move(memory), tls));
     link->m_setupDeadlineMs = link->m_lastHeardMs + options.registerTimeoutMs;
     return link;
 }
 
 std::shared_ptr<Link> Link::Connecting(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket,
-                                       const NetAddress& peer, const std::string& localID,
-                                       std::int64_t connectDeadlineMs, int connectLogLevel) {
-    std::shared_ptr<Link> link(new Link(owner, options, std::move(socket), peer));
-    link->m_localID = localID;
+                                       const NetAddress& peer, std::shared_ptr<LinkMemory> memory, LinkTls* tls,
+                                       const Attempt& attempt) {
+    std::shared_ptr<Link> link(new Link(owner, options, std::move(socket), peer, std::move(memory), tls));
+    link->m_localID = attempt.localID;
     link->m_outgoing = true;
     link->m_state = State::Connecting;
-    link->m_connectLogLevel = connectLogLevel;
-    link->m_setupDeadlineMs = connectDeadlineMs;
+    link->m_attempt = attempt;
+    link->m_setupDeadlineMs = attempt.connectDeadlineMs;
     return link;
+}
+
+Link::~Link() {
+    m_account->Discharge(OwnBytes(m_tls) + BacklogBytes());
 }
 
 bool Link::Begin(ACE_Reactor& reactor) {
@@ -76,23 +105,115 @@ bool Link::Begin(ACE_Reactor& reactor) {
     }
     this->reactor(&reactor);
     m_owner.WakeBy(m_setupDeadlineMs);
+    return m_state == State::Connecting || BeginTls();
+}
+
+bool Link::BeginTls() {
+    if (m_tls == nullptr) {
+        return true;
+    }
+    m_session = m_tls->Begin(m_socket.Get(), m_outgoing);
+    if (m_session == nullptr) {
+        Close(OM_LOG_WARNING, "no memory for TLS");
+        return false;
+    }
+    m_state = State::Handshaking;
     return true;
 }
 
-// The whole process may have been paused, as in a stopped virtual machine. Unread bytes then show that the peer lives.
+void Link::Handshake() {
+    const TlsSession::Result result = m_session->Handshake();
+    m_lastHeardMs = gvx::MonotonicMilliseconds();
+    if (result == TlsSession::Result::Done) {
+        BeginRegistration();
+    } else if (result == TlsSession::Result::Failed) {
+        Close(OM_LOG_WARNING, m_session->Fault());
+    } else if (result == TlsSession::Result::Ended) {
+        PeerEnded(0);
+    }
+    if (m_state != State::Closed) {
+        WatchWrite(result == TlsSession::Result::WantWrite);
+    }
+}
+
+void Link::BeginRegistration() {
+    m_state = State::Registering;
+    if (m_outgoing) {
+        SendControl(MakeRegisterRequest(m_localID));
+    }
+}
+
+// As recv without waiting: 0 for the end, -1 with errno.
+ssize_t Link::Receive(char* buffer, std::size_t length) {
+    if (m_session == nullptr) {
+        return ::recv(m_socket.Get(), buffer, length, MSG_DONTWAIT);
+    }
+    std::size_t got = 0;
+    switch (m_session->Read(buffer, length, got)) {
+        case TlsSession::Result::Done:
+            return static_cast<ssize_t>(got);
+        case TlsSession::Result::Ended:
+            return 0;
+        case TlsSession::Result::Failed:
+            errno = EPROTO;
+            return -1;
+        default:
+            errno = EAGAIN;
+            return -1;
+    }
+}
+
+// As sendmsg without waiting.
+ssize_t Link::Transmit(struct iovec* parts, int count) {
+    if (m_session == nullptr) {
+        struct msghdr message = {};
+        message.msg_iov = parts;
+        message.msg_iovlen = static_cast<std::size_t>(count);
+        return ::sendmsg(m_socket.Get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    }
+    // What one record takes; a write that is tried again begins with the same bytes, since the queue has kept them.
+    static thread_local std::array<char, kTlsRecordBytes> record;
+    std::size_t filled = 0;
+    for (int at = 0; at < count && filled < record.size(); ++at) {
+        const std::size_t take = std::min(parts[at].iov_len, record.size() - filled);
+        std::memcpy(record.data() + filled, parts[at].iov_base, take);
+        filled += take;
+    }
+    std::size_t put = 0;
+    const TlsSession::Result result = m_session->Write(record.data(), filled, put);
+    if (result == TlsSession::Result::Done) {
+        return static_cast<ssize_t>(put);
+    }
+    errno = result == TlsSession::Result::WantRead || result == TlsSession::Result::WantWrite ? EAGAIN : EPROTO;
+    return -1;
+}
+
+void Link::WatchWrite(bool watch) {
+    if (watch && !m_writeWatched) {
+        reactor()->schedule_wakeup(this, ACE_Event_Handler::WRITE_MASK);
+    } else if (!watch && m_writeWatched) {
+        reactor()->cancel_wakeup(this, ACE_Event_Handler::WRITE_MASK);
+    }
+    m_writeWatched = watch;
+}
+
+// The whole process may have been paused, as in a stopped virtual machine. Unread bytes then show that the peer lives,
+// and so do those that wait here.
 bool Link::BytesWaitUnread() const {
     char byte;
-    return ::recv(m_socket.Get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
+    return m_readPaused || ::recv(m_socket.Get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
 }
 
 void Link::CheckDeadlines(std::int64_t nowMs) {
     if (m_state == State::Open) {
         CheckOpenDeadlines(nowMs);
     } else if (m_state != State::Closed) {
-        if (nowMs < m_setupDeadlineMs || (m_state == State::Registering && BytesWaitUnread())) {
+        if (nowMs < m_setupDeadlineMs || (m_state != State::Connecting && BytesWaitUnread())) {
             m_owner.WakeBy(std::max(m_setupDeadlineMs, nowMs + 1));
         } else if (m_state == State::Connecting) {
-            Close(m_connectLogLevel, "connect failed: no answer in time");
+            Close(m_attempt.logLevel, "connect failed: no answer in time");
+        } else if (m_state == State::Handshaking) {
+            Close(OM_LOG_WARNING, "never registered: TLS was not agreed upon in time");
         } else {
             Close(OM_LOG_WARNING, m_reader.Partial()
                                       ? "never registered: half a frame, and its rest did not come in time"
@@ -126,14 +247,25 @@ void Link::Close(int logLevel, const std::string& reason) {
     GVX_LOG(logLevel, "Link closed", "[peer:%s:%u, link:%s] %s", m_peer.ip.c_str(), m_peer.port, m_linkID.c_str(),
             reason.c_str());
     if (reactor() != nullptr) {
-        reactor()->remove_handler(this, ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
+        TakeOut(*reactor(), *this);
+    }
+    if (m_session != nullptr) {
+        m_session->End();
     }
     ::shutdown(m_socket.Get(), SHUT_RDWR);
     m_queue.Close();
+    m_reader.Drop();
+    PutBacklog(nullptr, 0);
+    if (m_framesDropped > 1) {
+        GVX_LOG_WARN("Link frames dropped", "[peer:%s:%u, link:%s] %llu frames of types that never travel on a link",
+                     m_peer.ip.c_str(), m_peer.port, m_linkID.c_str(),
+                     static_cast<unsigned long long>(m_framesDropped.load()));
+    }
     m_owner.LinkClosed(*this, wasOpen);
 }
 
 void Link::ReleaseSocket() {
+    m_session.reset();
     reactor(nullptr);  // a thread that still sends may be the last to let go of this link, after the reactor's end
     m_socket.Reset();
 }
@@ -145,9 +277,11 @@ LinkInfo Link::Describe() const {
     info.port = m_peer.port;
     info.outgoing = m_outgoing;
     info.queuedBytes = m_queue.Bytes();
+    info.memoryBytes = m_account->Bytes();
     info.framesIn = m_framesIn;
     info.framesOut = m_queue.FramesOut();
     info.framesRefused = m_queue.FramesRefused();
+    info.framesDropped = m_framesDropped;
     return info;
 }
 
@@ -162,7 +296,14 @@ void Link::Connected() {
     m_lastHeardMs = m_lastSaidMs = gvx::MonotonicMilliseconds();
     m_setupDeadlineMs = m_lastHeardMs + m_options.registerTimeoutMs;
     m_owner.WakeBy(m_setupDeadlineMs);
-    SendControl(MakeRegisterRequest(m_localID));
+    if (!BeginTls()) {
+        return;
+    }
+    if (m_state == State::Handshaking) {
+        Handshake();
+    } else {
+        BeginRegistration();
+    }
 }
 
 void Link::RegistrationArrived(MessageBlockPtr frame, std::uint16_t type, std::uint32_t rspCode) {
@@ -181,6 +322,15 @@ void Link::RegistrationArrived(MessageBlockPtr frame, std::uint16_t type, std::u
     std::string fault;
     if (!ReadRegistration(frame.get(), m_linkID, &fault)) {
         RefuseRegistration(frame.get(), fault);
+        return;
+    }
+    if (m_session != nullptr && !m_session->PeerIs(m_linkID)) {
+        const std::string named = m_linkID;
+        RefuseRegistration(frame.get(), "the certificate does not name " + named);
+        return;
+    }
+    if (m_outgoing && ElementTypeOf(m_linkID) != m_attempt.peerType) {
+        Close(OM_LOG_WARNING, "the peer is not of the kind that this link was made for");
         return;
     }
     if (!m_outgoing && !SendControl(MakeRegisterResponse(frame.get(), m_localID, ZVS_SUCCEED))) {
@@ -216,8 +366,14 @@ int Link::handle_input(ACE_HANDLE) {
     // the thread that reads, since storage of threads would be there once for each thread of the process.
     static thread_local const auto room = std::make_unique<std::array<char, kReadChunkBytes>>();
     std::array<char, kReadChunkBytes>& buffer = *room;
-    for (int reads = 0; reads < kReadsPerWake && m_state != State::Closed; ++reads) {
-        const ssize_t got = ::recv(m_socket.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+    if (m_state == State::Handshaking) {
+        Handshake();
+        return 0;
+    }
+    const int mostReads = m_session != nullptr ? kRecordsPerWake : kReadsPerWake;
+    const std::size_t fullRead = m_session != nullptr ? 1 : buffer.size();  // less means that nothing is left
+    for (int reads = 0; reads < mostReads && m_state != State::Closed; ++reads) {
+        const ssize_t got = Receive(buffer.data(), buffer.size());
         if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
             break;
         }
@@ -226,16 +382,38 @@ int Link::handle_input(ACE_HANDLE) {
             break;
         }
         m_lastHeardMs = gvx::MonotonicMilliseconds();
-        if (!Consume(buffer.data(), static_cast<std::size_t>(got)) || static_cast<std::size_t>(got) < buffer.size()) {
+        if (!Consume(buffer.data(), static_cast<std::size_t>(got), Heavy::Postponed) ||
+            static_cast<std::size_t>(got) < fullRead) {
             break;
         }
     }
     return 0;
 }
 
-bool Link::Consume(const char* data, std::size_t length) {
+// False when no more is to be read now: the link has closed, or the rest has been put off.
+bool Link::Consume(const char* data, std::size_t length, Heavy heavy) {
+    const ServeClock::time_point until = ServeClock::now() + kServeTime;
     bool frameEnded = false;
-    while (length > 0) {
+    for (;;) {
+        if (m_reader.Complete()) {
+            if (heavy == Heavy::Postponed && m_reader.FrameBytes() > kHeavyFrameBytes) {
+                Postpone(data, length);
+                return false;
+            }
+            heavy = Heavy::Postponed;
+            frameEnded = true;
+            FrameArrived(m_reader.Take());
+            if (m_state == State::Closed) {
+                return false;
+            }
+            if (length > 0 && ServeClock::now() >= until) {
+                Postpone(data, length);
+                return false;
+            }
+        }
+        if (length == 0) {
+            break;
+        }
         const std::size_t used = m_reader.Feed(data, length);
         data += used;
         length -= used;
@@ -243,21 +421,66 @@ bool Link::Consume(const char* data, std::size_t length) {
             CloseForReaderFault();
             return false;
         }
-        if (m_reader.Complete()) {
-            frameEnded = true;
-            FrameArrived(m_reader.Take());
-            if (m_state == State::Closed) {
-                return false;
-            }
+        if (!MemoryIsThere()) {
+            return false;
         }
     }
     if (!m_reader.Partial()) {
         m_frameDeadlineMs = kNoDeadline;
     } else if (frameEnded || m_frameDeadlineMs == kNoDeadline) {
-        m_frameDeadlineMs = m_lastHeardMs + m_options.frameTimeoutMs;
+        m_frameDeadlineMs = gvx::MonotonicMilliseconds() + m_options.frameTimeoutMs;
         m_owner.WakeBy(m_frameDeadlineMs);
     }
     return true;
+}
+
+// The frame that has just begun may have been the one too many.
+bool Link::MemoryIsThere() {
+    if (!m_account->All().Over()) {
+        return true;
+    }
+    m_owner.ShedMemory();
+    if (m_state != State::Closed && m_account->Denied()) {
+        char text[96] = {0};
+        sprintf_s(text, sizeof(text), "no memory for a frame of %u bytes, the links hold too much",
+                  m_reader.HeadLength());
+        Close(OM_LOG_WARNING, text);
+    }
+    return m_state != State::Closed;
+}
+
+void Link::Postpone(const char* data, std::size_t length) {
+    PutBacklog(data, length);
+    if (!m_readPaused) {
+        m_readPaused = true;
+        reactor()->cancel_wakeup(this, ACE_Event_Handler::READ_MASK);
+    }
+    m_owner.BacklogWaits(shared_from_this());
+}
+
+void Link::PutBacklog(const char* data, std::size_t length) {
+    m_account->Discharge(BacklogBytes());
+    if (length == 0) {
+        std::string().swap(m_backlog);
+    } else {
+        m_backlog.assign(data, length);
+    }
+    m_account->Charge(BacklogBytes());
+}
+
+void Link::ServeBacklog() {
+    if (m_state == State::Closed) {
+        return;
+    }
+    const std::string backlog = m_backlog;
+    if (!Consume(backlog.data(), backlog.size(), Heavy::Served)) {
+        return;
+    }
+    PutBacklog(nullptr, 0);
+    m_readPaused = false;
+    if (reactor()->schedule_wakeup(this, ACE_Event_Handler::READ_MASK) == -1) {
+        Close(OM_LOG_WARNING, gvx::ErrnoText("the connection cannot be watched", errno));
+    }
 }
 
 void Link::CloseForReaderFault() {
@@ -279,12 +502,14 @@ void Link::CloseForReaderFault() {
 
 void Link::PeerEnded(int error) {
     if (m_state == State::Connecting) {
-        Close(m_connectLogLevel, gvx::ErrnoText("connect failed", error));
+        Close(m_attempt.logLevel, gvx::ErrnoText("connect failed", error));
+    } else if (m_session != nullptr && !m_session->Fault().empty()) {
+        Close(OM_LOG_WARNING, m_session->Fault());
     } else if (error != 0) {
         Close(OM_LOG_WARNING, gvx::ErrnoText("the connection broke", error));
     } else if (m_reader.Partial()) {
         Close(OM_LOG_WARNING, "the peer ended the connection inside a frame");
-    } else if (m_state == State::Registering) {
+    } else if (m_state != State::Open) {
         Close(OM_LOG_WARNING, "the peer ended the connection without a registration");
     } else {
         Close(OM_LOG_INFO, "the peer ended the connection");
@@ -303,9 +528,20 @@ void Link::FrameArrived(MessageBlockPtr frame) {
     } else if (type == NSS_KEEPALIVE_REQ) {
         // The answer is dropped when the queue is full: the bytes that wait there also show the peer that we live.
         SendControl(MakeKeepAliveResponse(frame.get()));
+    } else if (IsInternalRequest(type)) {
+        DropInternal(type);
     } else if (type != static_cast<std::uint16_t>(NSS_KEEPALIVE_RSP)) {
         ++m_framesIn;
         m_owner.FrameReceived(*this, std::move(frame));
+    }
+}
+
+// What the layers in here give to each other would be obeyed whoever sent it.
+void Link::DropInternal(std::uint16_t type) {
+    if (++m_framesDropped == 1) {
+        GVX_LOG_WARN("Link frames dropped",
+                     "[peer:%s:%u, link:%s] a frame of type 0x%04x, which never travels on a link", m_peer.ip.c_str(),
+                     m_peer.port, m_linkID.c_str(), type);
     }
 }
 
@@ -327,6 +563,9 @@ int Link::Send(ACE_Message_Block* block) {
             if (!m_flushWanted.exchange(true)) {
                 m_owner.RequestFlush(shared_from_this());
             }
+            if (m_account->All().Over()) {
+                m_owner.RequestShed();
+            }
             return ZVS_SUCCEED;
         case SendQueue::PushResult::FirstFull:
             GVX_LOG_WARN("Link queue full", "[peer:%s:%u, link:%s] %zu bytes wait, frames are refused until they left",
@@ -338,12 +577,13 @@ int Link::Send(ACE_Message_Block* block) {
 }
 
 void Link::Flush() {
-    if (m_state == State::Closed || m_state == State::Connecting) {
+    if (m_state == State::Closed || m_state == State::Connecting || m_state == State::Handshaking) {
         return;
     }
     // The mark is cleared before the queue is looked at, so that a frame pushed meanwhile asks for another flush.
     m_flushWanted = false;
-    const SendQueue::WriteResult written = m_queue.WriteTo(m_socket.Get(), kWriteBytesPerWake);
+    const SendQueue::WriteResult written =
+        m_queue.WriteTo([this](struct iovec* parts, int count) { return Transmit(parts, count); }, kWriteBytesPerWake);
     if (written.bytes > 0) {
         m_lastSaidMs = gvx::MonotonicMilliseconds();
     }
@@ -352,22 +592,21 @@ void Link::Flush() {
                      m_peer.port, m_linkID.c_str(), static_cast<unsigned long long>(written.refusedInEpisode));
     }
     if (written.state == SendQueue::WriteState::Failed) {
-        Close(OM_LOG_WARNING, gvx::ErrnoText("the connection broke", written.error));
+        PeerEnded(written.error);
         return;
     }
     const bool watch = written.state != SendQueue::WriteState::Drained;
     if (watch) {
         m_flushWanted = true;  // the socket asks for the next flush, so a push need not
     }
-    if (watch && !m_writeWatched) {
-        reactor()->schedule_wakeup(this, ACE_Event_Handler::WRITE_MASK);
-    } else if (!watch && m_writeWatched) {
-        reactor()->cancel_wakeup(this, ACE_Event_Handler::WRITE_MASK);
-    }
-    m_writeWatched = watch;
+    WatchWrite(watch);
 }
 
 int Link::handle_output(ACE_HANDLE) {
+    if (m_state == State::Handshaking) {
+        Handshake();
+        return 0;
+    }
     if (m_state != State::Connecting) {
         Flush();
         return 0;

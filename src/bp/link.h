@@ -2,6 +2,8 @@
 
 #include "base/unique_fd.h"
 #include "bp/frame_reader.h"
+#include "bp/link_memory.h"
+#include "bp/link_tls.h"
 #include "bp/message_block_ptr.h"
 #include "bp/net_address.h"
 #include "bp/net_factory.h"
@@ -15,13 +17,17 @@
 #include <memory>
 #include <string>
 
+#include <sys/types.h>
+
+struct iovec;
+
 namespace BP {
 
 class Link;
 
 constexpr std::int64_t kNoDeadline = std::numeric_limits<std::int64_t>::max();
 
-// What a link needs of the engine that serves it. All but RequestFlush is called on the I/O thread.
+// What a link needs of the engine that serves it. All but RequestFlush and RequestShed is called on the I/O thread.
 class LinkOwner {
 public:
     virtual ~LinkOwner() = default;
@@ -30,24 +36,39 @@ public:
     virtual void FrameReceived(Link& link, MessageBlockPtr frame) = 0;
     // The link is closed for good. The owner calls ReleaseSocket when no upcall can run any more.
     virtual void LinkClosed(Link& link, bool wasOpen) = 0;
+    // Bytes that were read wait because serving them takes long: ServeBacklog of the link is wanted when others have
+    // had their turn.
+    virtual void BacklogWaits(std::shared_ptr<Link> link) = 0;
+    // All links hold too much: those that hold most are to be closed, this one perhaps.
+    virtual void ShedMemory() = 0;
     // The link must look at its deadlines at that monotonic millisecond or before.
     virtual void WakeBy(std::int64_t deadlineMs) = 0;
     // Any thread: Flush of the link is wanted on the I/O thread.
     virtual void RequestFlush(std::shared_ptr<Link> link) = 0;
+    // Any thread: ShedMemory is wanted on the I/O thread.
+    virtual void RequestShed() = 0;
 };
 
 // One TCP link from its socket to its close: framing, registration, keep-alive, sending. Send and Describe may be
 // called by any thread once the link is open, all else by the I/O thread alone. docs/nss-link.md gives the protocol.
 class Link : public ACE_Event_Handler, public std::enable_shared_from_this<Link> {
 public:
-    // For a peer that connected to us. options and owner outlive the link.
+    // For a peer that connected to us. options, owner and tls outlive the link; memory is that of all links. tls is
+    // null where links are plain.
     static std::shared_ptr<Link> Accepted(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket,
-                                          const NetAddress& peer);
-    // For a socket whose connect is under way; localID registers there, and the connect must succeed by the deadline.
-    // Its failure is logged at the level given, since an attempt is often one of many.
+                                          const NetAddress& peer, std::shared_ptr<LinkMemory> memory, LinkTls* tls);
+    // For a socket whose connect is under way. What the attempt asks for:
+    struct Attempt {
+        std::string localID;  // registers there
+        int peerType = 0;     // element code that the peer's identifier must have
+        std::int64_t connectDeadlineMs = 0;
+        int logLevel = 0;  // of a failure to connect, since an attempt is often one of many
+    };
     static std::shared_ptr<Link> Connecting(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket,
-                                            const NetAddress& peer, const std::string& localID,
-                                            std::int64_t connectDeadlineMs, int connectLogLevel);
+                                            const NetAddress& peer, std::shared_ptr<LinkMemory> memory, LinkTls* tls,
+                                            const Attempt& attempt);
+
+    ~Link() override;
 
     // Puts the link under the reactor. False when it refuses; the link is then closed, and says so in the log.
     bool Begin(ACE_Reactor& reactor);
@@ -58,6 +79,10 @@ public:
 
     // Writes what waits.
     void Flush();
+    // Goes on with what BacklogWaits told of: for a moment, or for one frame that takes longer.
+    void ServeBacklog();
+    // What is held for the link, as allocated.
+    std::size_t MemoryBytes() const { return m_account->Bytes(); }
     // Closes for every deadline that has passed, keeps the link alive where it is quiet, and asks for the next wake.
     void CheckDeadlines(std::int64_t nowMs);
     // Closes with one log line; the second and later calls do nothing.
@@ -74,12 +99,25 @@ public:
     int handle_close(ACE_HANDLE, ACE_Reactor_Mask) override;
 
 private:
-    enum class State { Connecting, Registering, Open, Closed };
+    enum class State { Connecting, Handshaking, Registering, Open, Closed };
 
-    Link(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket, const NetAddress& peer);
+    Link(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket, const NetAddress& peer,
+         std::shared_ptr<LinkMemory> memory, LinkTls* tls);
 
     void Connected();
-    bool Consume(const char* data, std::size_t length);
+    bool BeginTls();
+    void Handshake();
+    void BeginRegistration();
+    ssize_t Receive(char* buffer, std::size_t length);
+    ssize_t Transmit(struct iovec* parts, int count);
+    void WatchWrite(bool watch);
+    enum class Heavy { Postponed, Served };
+    bool Consume(const char* data, std::size_t length, Heavy heavy);
+    bool MemoryIsThere();
+    void Postpone(const char* data, std::size_t length);
+    std::size_t BacklogBytes() const { return m_backlog.empty() ? 0 : m_backlog.capacity(); }
+    void PutBacklog(const char* data, std::size_t length);
+    void DropInternal(std::uint16_t type);
     void CloseForReaderFault();
     void PeerEnded(int error);
     void FrameArrived(MessageBlockPtr frame);
@@ -96,11 +134,16 @@ private:
     const NetAddress m_peer;
     std::string m_localID;
     bool m_outgoing = false;
-    int m_connectLogLevel = 0;
+    Attempt m_attempt;  // of an outgoing link
     State m_state = State::Registering;
     bool m_writeWatched = false;  // the reactor tells when the socket takes bytes again
     std::string m_linkID;         // constant from the opening on
+    LinkTls* const m_tls;
+    std::unique_ptr<TlsSession> m_session;  // null: the link is plain
+    LinkAccount::Ptr m_account;
     FrameReader m_reader;
+    std::string m_backlog;      // read, and not looked at yet
+    bool m_readPaused = false;  // until the backlog has been served
     SendQueue m_queue;
     std::int64_t m_setupDeadlineMs = kNoDeadline;  // connect, then registration
     std::int64_t m_frameDeadlineMs = kNoDeadline;
@@ -108,6 +151,7 @@ private:
     std::int64_t m_lastSaidMs = 0;
     std::atomic<bool> m_flushWanted{false};  // a flush is under way, or the socket will ask for it
     std::atomic<std::uint64_t> m_framesIn{0};
+    std::atomic<std::uint64_t> m_framesDropped{0};
 };
 
 }  // namespace BP

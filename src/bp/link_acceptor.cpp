@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "bp/poll_reactor.h"
 
 #include <ace/Reactor.h>
 
@@ -36,7 +37,7 @@ gvx::UniqueFd OpenListener(const NetAddress& local, NetAddress& bound) {
 
 LinkAcceptor::~LinkAcceptor() {
     if (reactor() != nullptr) {
-        reactor()->remove_handler(this, ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
+        TakeOut(*reactor(), *this);
     }
 }
 

@@ -30,6 +30,9 @@ constexpr std::int64_t kCheckGapMs = 10;
 constexpr int kPauseAfterFaultMs = 100;
 // What a sender of much may leave in a queue, so that answers behind it do not wait long.
 constexpr std::size_t kRoomyBytes = 1u << 20;
+// While bytes wait on the sockets of other links, what takes long gets a third of the thread's time.
+constexpr int kShareOfOthers = 2;
+constexpr std::int64_t kRefusalLineMs = 60000;
 
 }  // namespace
 
@@ -46,13 +49,21 @@ LinkThreadMark::~LinkThreadMark() {
 }
 
 LinkEngine::LinkEngine(const LinkOptions& options, LinkEvents events)
-    : m_options(options), m_events(std::move(events)) {}
+    : m_options(options), m_memory(std::make_shared<LinkMemory>(options.maxMemoryBytes)), m_events(std::move(events)) {}
 
 LinkEngine::~LinkEngine() {
     Stop();
 }
 
 int LinkEngine::Start() {
+    if (m_options.tls.Given()) {
+        std::string fault;
+        m_tls = LinkTls::Load(m_options.tls, &fault);
+        if (m_tls == nullptr) {
+            GVX_LOG_ERR_CODE("Link TLS", ZVS_OPEN_FILE_ERROR, "%s", fault.c_str());
+            return ZVS_OPEN_FILE_ERROR;
+        }
+    }
     m_reactor = MakePollReactor();
     if (m_reactor == nullptr || !m_wake.Valid() ||
         m_reactor->register_handler(&m_wake, ACE_Event_Handler::READ_MASK) != 0) {
@@ -98,22 +109,68 @@ void LinkEngine::Run() {
 }
 
 void LinkEngine::Turn() {
-    WaitForEvents();
+    const bool eventServed = WaitForEvents();
     RunWork();
     const std::int64_t now = gvx::MonotonicMilliseconds();
     if (now >= m_nextCheckMs) {
         CheckDeadlines(now);
     }
+    ServeBacklog(eventServed);
     Bury();
 }
 
-void LinkEngine::WaitForEvents() {
+// Serves one event, if there is one: the reactor dispatches one at a time, each ready link in its turn.
+bool LinkEngine::WaitForEvents() {
     const std::int64_t untilCheck = m_nextCheckMs - gvx::MonotonicMilliseconds();
-    const std::int64_t waitMs = std::clamp<std::int64_t>(untilCheck, 0, kLongestWaitMs);
+    const std::int64_t waitMs = m_backlogs.empty() ? std::clamp<std::int64_t>(untilCheck, 0, kLongestWaitMs) : 0;
     ACE_Time_Value wait(0, static_cast<suseconds_t>(waitMs * 1000));
-    if (m_reactor->handle_events(wait) < 0 && errno != EINTR) {
+    const int served = m_reactor->handle_events(wait);
+    if (served < 0 && errno != EINTR) {
         GVX_LOG_ERR("Link engine", "%s", gvx::ErrnoText("waiting for the links failed", errno).c_str());
         m_wake.WaitAside(kPauseAfterFaultMs);
+    }
+    return served > 0;
+}
+
+void LinkEngine::BacklogWaits(std::shared_ptr<Link> link) {
+    m_backlogs.push_back(std::move(link));
+}
+
+void LinkEngine::ServeBacklog(bool eventServed) {
+    const auto begun = std::chrono::steady_clock::now();
+    if (m_backlogs.empty() || (eventServed && begun < m_backlogNotBefore)) {
+        return;
+    }
+    const std::shared_ptr<Link> link = std::move(m_backlogs.front());
+    m_backlogs.pop_front();
+    link->ServeBacklog();
+    const auto ended = std::chrono::steady_clock::now();
+    m_backlogNotBefore = ended + kShareOfOthers * (ended - begun);
+}
+
+// A link that holds less than an equal part is never closed for what others hold.
+void LinkEngine::ShedMemory() {
+    while (m_memory->Over()) {
+        const auto debtor = std::max_element(m_links.begin(), m_links.end(), [](const auto& one, const auto& other) {
+            return one.second.link->MemoryBytes() < other.second.link->MemoryBytes();
+        });
+        const std::size_t share = std::max(LinkAccount::kAlwaysBytes, m_memory->Limit() / (m_links.size() + 1));
+        const std::size_t held = debtor == m_links.end() ? 0 : debtor->second.link->MemoryBytes();
+        if (held <= share) {
+            return;
+        }
+        const std::shared_ptr<Link> link = debtor->second.link;
+        link->Close(OM_LOG_WARNING, "the links hold more than " + std::to_string(m_memory->Limit()) +
+                                        " bytes, and this one most of all: " + std::to_string(held));
+    }
+}
+
+void LinkEngine::RequestShed() {
+    if (!m_shedAsked.exchange(true)) {
+        Post([this] {
+            m_shedAsked = false;
+            ShedMemory();
+        });
     }
 }
 
@@ -262,8 +319,12 @@ void LinkEngine::Attempt(const std::shared_ptr<LinkConnector>& connector, std::i
         AttemptEnded(connector);
         return;
     }
-    Adopt(Link::Connecting(*this, m_options, std::move(socket), options.peer, options.localID,
-                           nowMs + options.connectTimeoutMs, connector->FailureLogLevel()),
+    Link::Attempt attempt;
+    attempt.localID = options.localID;
+    attempt.peerType = connector->Key().type;
+    attempt.connectDeadlineMs = nowMs + options.connectTimeoutMs;
+    attempt.logLevel = connector->FailureLogLevel();
+    Adopt(Link::Connecting(*this, m_options, std::move(socket), options.peer, m_memory, m_tls.get(), attempt),
           connector);
 }
 
@@ -297,13 +358,33 @@ void LinkEngine::Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkCo
     link->Begin(*m_reactor);
 }
 
-void LinkEngine::PeerArrived(gvx::UniqueFd socket, const NetAddress& peer) {
-    if (m_incoming >= m_options.maxLinks) {
-        GVX_LOG_WARN("Link closed", "[peer:%s:%u, link:] too many links, the limit is %zu", peer.ip.c_str(), peer.port,
-                     m_options.maxLinks);
+bool LinkEngine::MayConnect(const NetAddress& peer) const {
+    return m_options.peers.empty() ||
+           std::any_of(m_options.peers.begin(), m_options.peers.end(),
+                       [&peer](const NetNetwork& network) { return network.Contains(peer); });
+}
+
+void LinkEngine::Refuse(Refusals& refusals, const NetAddress& peer, const std::string& reason) {
+    const std::int64_t now = gvx::MonotonicMilliseconds();
+    if (refusals.toldMs >= 0 && now - refusals.toldMs < kRefusalLineMs) {
+        ++refusals.since;
         return;
     }
-    Adopt(Link::Accepted(*this, m_options, std::move(socket), peer), nullptr);
+    GVX_LOG_WARN(
+        "Link closed", "[peer:%s:%u, link:] %s%s", peer.ip.c_str(), peer.port, reason.c_str(),
+        refusals.since == 0 ? "" : (", " + std::to_string(refusals.since) + " more since the last line").c_str());
+    refusals.toldMs = now;
+    refusals.since = 0;
+}
+
+void LinkEngine::PeerArrived(gvx::UniqueFd socket, const NetAddress& peer) {
+    if (!MayConnect(peer)) {
+        Refuse(m_strangers, peer, "not one of the networks that may connect");
+    } else if (m_incoming >= m_options.maxLinks) {
+        Refuse(m_tooMany, peer, "too many links, the limit is " + std::to_string(m_options.maxLinks));
+    } else {
+        Adopt(Link::Accepted(*this, m_options, std::move(socket), peer, m_memory, m_tls.get()), nullptr);
+    }
 }
 
 void LinkEngine::LinkRegistered(Link& link) {

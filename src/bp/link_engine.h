@@ -3,11 +3,14 @@
 #include "bp/link.h"
 #include "bp/link_acceptor.h"
 #include "bp/link_connector.h"
+#include "bp/link_memory.h"
 #include "bp/net_factory.h"
 #include "bp/poll_reactor.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -43,7 +46,7 @@ public:
     LinkEngine(const LinkOptions& options, LinkEvents events);
     ~LinkEngine() override;
 
-    // Makes the reactor and starts the thread. 0 or ZVS_FAIL, logged.
+    // Makes the reactor and starts the thread. 0, ZVS_FAIL, or ZVS_OPEN_FILE_ERROR for the files of TLS; logged.
     int Start();
     // Closes every link and ends the thread. Not on the I/O thread.
     void Stop();
@@ -61,8 +64,11 @@ public:
     void LinkRegistered(Link& link) override;
     void FrameReceived(Link& link, MessageBlockPtr frame) override;
     void LinkClosed(Link& link, bool wasOpen) override;
+    void BacklogWaits(std::shared_ptr<Link> link) override;
+    void ShedMemory() override;
     void WakeBy(std::int64_t deadlineMs) override;
     void RequestFlush(std::shared_ptr<Link> link) override;
+    void RequestShed() override;
     void PeerArrived(gvx::UniqueFd socket, const NetAddress& peer) override;
 
 private:
@@ -71,16 +77,24 @@ private:
         std::shared_ptr<LinkConnector> connector;  // null for a link that the peer made
     };
     using Work = std::function<void()>;
+    // Peers that were turned away for one reason: a line now and then tells of them all.
+    struct Refusals {
+        std::int64_t toldMs = -1;  // -1: never
+        std::uint64_t since = 0;   // not told yet
+    };
 
     void Post(Work work);
     void Run();
     void Turn();
-    void WaitForEvents();
+    bool WaitForEvents();
+    void ServeBacklog(bool eventServed);
     void RunWork();
     void CheckDeadlines(std::int64_t nowMs);
     void Bury();
     void Shutdown();
 
+    bool MayConnect(const NetAddress& peer) const;
+    static void Refuse(Refusals& refusals, const NetAddress& peer, const std::string& reason);
     void Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkConnector> connector);
     std::shared_ptr<Link> FindOpen(const std::string& linkID) const;
     void Report(const LinkEvents::Event& event, const char* name, const Link& link);
@@ -90,17 +104,24 @@ private:
     std::vector<std::shared_ptr<LinkConnector>> Connectors() const;
 
     const LinkOptions m_options;
+    const std::shared_ptr<LinkMemory> m_memory;  // frames that wait to be served may outlive the engine
     const LinkEvents m_events;
+    std::unique_ptr<LinkTls> m_tls;  // null: links are plain. I/O thread, once it runs.
     std::unique_ptr<ACE_Reactor> m_reactor;
     WakeHandler m_wake;
     std::thread m_thread;
     std::atomic<bool> m_stopping{false};
+    std::atomic<bool> m_shedAsked{false};
 
     // I/O thread only.
     std::unordered_map<const Link*, LiveLink> m_links;
     std::vector<std::shared_ptr<Link>> m_dead;  // closed in this turn; an upcall of theirs may still be under way
     std::vector<std::unique_ptr<LinkAcceptor>> m_acceptors;
     std::size_t m_incoming = 0;
+    std::deque<std::shared_ptr<Link>> m_backlogs;  // in the order of their turns
+    std::chrono::steady_clock::time_point m_backlogNotBefore;
+    Refusals m_strangers;
+    Refusals m_tooMany;
     std::int64_t m_nextCheckMs = 0;
 
     mutable std::mutex m_mutexOpen;

@@ -1,8 +1,12 @@
 #include "bp/net_address.h"
 
+#include <algorithm>
+#include <bitset>
 #include <cstring>
+#include <memory>
 
 #include <arpa/inet.h>
+#include <ifaddrs.h>
 #include <netinet/in.h>
 
 namespace BP {
@@ -27,6 +31,95 @@ bool NetAddress::Parse(const char* ip, int port, NetAddress& address) {
         return FromSystem(storage, sizeof(v6), address);
     }
     return false;
+}
+
+namespace {
+
+// The address as it stands on the wire; of an IPv4 address in IPv6 form, the IPv4 address.
+std::string WireBytes(const NetAddress& address) {
+    struct sockaddr_in v4;
+    struct sockaddr_in6 v6;
+    if (address.storage.ss_family == AF_INET) {
+        std::memcpy(&v4, &address.storage, sizeof(v4));
+        return std::string(reinterpret_cast<const char*>(&v4.sin_addr), sizeof(v4.sin_addr));
+    }
+    std::memcpy(&v6, &address.storage, sizeof(v6));
+    const std::string bytes(reinterpret_cast<const char*>(&v6.sin6_addr), sizeof(v6.sin6_addr));
+    return IN6_IS_ADDR_V4MAPPED(&v6.sin6_addr) ? bytes.substr(12) : bytes;
+}
+
+}  // namespace
+
+bool NetNetwork::Parse(const std::string& text, NetNetwork& network) {
+    const std::size_t slash = text.find('/');
+    NetNetwork parsed;
+    if (!NetAddress::Parse(text.substr(0, slash).c_str(), 0, parsed.first)) {
+        return false;
+    }
+    const unsigned int most = parsed.first.storage.ss_family == AF_INET ? 32 : 128;
+    parsed.bits = most;
+    if (slash != std::string::npos) {
+        const std::string digits = text.substr(slash + 1);
+        if (digits.empty() || digits.size() > 3 || digits.find_first_not_of("0123456789") != std::string::npos) {
+            return false;
+        }
+        parsed.bits = static_cast<unsigned int>(std::stoul(digits));
+    }
+    if (parsed.bits > most) {
+        return false;
+    }
+    network = parsed;
+    return true;
+}
+
+bool NetNetwork::Contains(const NetAddress& address) const {
+    const std::string mine = WireBytes(first);
+    const std::string other = WireBytes(address);
+    if (mine.size() != other.size()) {
+        return false;
+    }
+    const std::size_t whole = bits / 8;
+    const unsigned int rest = bits % 8;
+    if (mine.compare(0, whole, other, 0, whole) != 0) {
+        return false;
+    }
+    const unsigned int difference = rest == 0 ? 0u : static_cast<unsigned char>(mine[whole] ^ other[whole]);
+    return difference >> (8 - rest) == 0;
+}
+
+std::vector<NetNetwork> OwnNetworks(const NetAddress& local) {
+    std::vector<NetNetwork> networks;
+    ifaddrs* raw = nullptr;
+    if (::getifaddrs(&raw) != 0) {
+        return networks;
+    }
+    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> all(raw, &::freeifaddrs);
+    const std::string wanted = WireBytes(local);
+    const bool any = wanted.find_first_not_of('\0') == std::string::npos;
+    for (const ifaddrs* entry = all.get(); entry != nullptr; entry = entry->ifa_next) {
+        const int family = entry->ifa_addr != nullptr ? entry->ifa_addr->sa_family : AF_UNSPEC;
+        if ((family != AF_INET && family != AF_INET6) || entry->ifa_netmask == nullptr) {
+            continue;
+        }
+        const auto length =
+            static_cast<socklen_t>(family == AF_INET ? sizeof(struct sockaddr_in) : sizeof(struct sockaddr_in6));
+        struct sockaddr_storage address = {};
+        struct sockaddr_storage mask = {};
+        std::memcpy(&address, entry->ifa_addr, length);
+        std::memcpy(&mask, entry->ifa_netmask, length);
+        mask.ss_family = address.ss_family;  // some systems leave it out
+        NetNetwork network;
+        NetAddress maskAddress;
+        if (!NetAddress::FromSystem(address, length, network.first) ||
+            !NetAddress::FromSystem(mask, length, maskAddress) || (!any && WireBytes(network.first) != wanted)) {
+            continue;
+        }
+        for (const char byte : WireBytes(maskAddress)) {
+            network.bits += static_cast<unsigned int>(std::bitset<8>(static_cast<unsigned char>(byte)).count());
+        }
+        networks.push_back(network);
+    }
+    return networks;
 }
 
 bool NetAddress::FromSystem(const struct sockaddr_storage& storage, socklen_t length, NetAddress& address) {

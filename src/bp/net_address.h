@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <sys/socket.h>
 
@@ -21,5 +22,21 @@ struct NetAddress {
     // From what the system tells, such as accept or getsockname. False for another family.
     static bool FromSystem(const struct sockaddr_storage& storage, socklen_t length, NetAddress& address);
 };
+
+// The addresses that share their first bits. A plain value.
+struct NetNetwork {
+    NetAddress first;
+    unsigned int bits = 0;
+
+    // From "10.0.0.0/8" or a single address, IPv4 or IPv6. False when it is none. Bits behind the prefix are not looked
+    // at.
+    static bool Parse(const std::string& text, NetNetwork& network);
+    // An IPv4 address is found in its IPv6 form (::ffff:0:0/96), too.
+    bool Contains(const NetAddress& address) const;
+};
+
+// The networks in which an address of this host stands, by the masks of its interfaces; for an address that means all
+// of them (0.0.0.0, ::), the networks of all. Empty when the system does not tell.
+std::vector<NetNetwork> OwnNetworks(const NetAddress& local);
 
 }  // namespace BP

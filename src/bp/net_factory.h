@@ -1,5 +1,8 @@
 #pragma once
 
+#include "bp/link_tls.h"
+#include "bp/net_address.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -21,16 +24,19 @@ struct LinkEvents {
 };
 
 struct LinkOptions {
-    std::string localID;                    // this side's identifier, such as "GVX#001"
-    std::size_t maxFrameBytes = 4u << 20;   // a longer frame closes the link
-    std::size_t maxQueuedBytes = 8u << 20;  // per link; a frame that would go beyond is refused
-    std::size_t maxLinks = 1024;            // a further peer is closed at once
-    int registerTimeoutMs = 5000;           // from accept or connect to the peer's registration
-    int frameTimeoutMs = 10000;             // from the first byte of a frame to its last
-    int keepAliveMs = 10000;                // silence of our own after which a keep-alive is sent
-    int silenceTimeoutMs = 30000;           // silence of the peer after which the link is closed
-    int backoffMinMs = 500;                 // first wait before an outgoing link is tried again
-    int backoffMaxMs = 30000;               // the wait doubles up to this
+    std::string localID;                      // this side's identifier, such as "GVX#001"
+    std::size_t maxFrameBytes = 4u << 20;     // a longer frame closes the link
+    std::size_t maxQueuedBytes = 8u << 20;    // per link; a frame that would go beyond is refused
+    std::size_t maxLinks = 1024;              // a further peer is closed at once
+    std::size_t maxMemoryBytes = 256u << 20;  // all links together; beyond it whoever holds most is closed first
+    LinkTlsFiles tls{};                       // without a certificate links are plain
+    std::vector<NetNetwork> peers{};          // who may connect to us; empty: everybody
+    int registerTimeoutMs = 5000;             // from accept or connect to the peer's registration
+    int frameTimeoutMs = 10000;               // from the first byte of a frame to its last
+    int keepAliveMs = 10000;                  // silence of our own after which a keep-alive is sent
+    int silenceTimeoutMs = 30000;             // silence of the peer after which the link is closed
+    int backoffMinMs = 500;                   // first wait before an outgoing link is tried again
+    int backoffMaxMs = 30000;                 // the wait doubles up to this
 };
 
 struct LinkInfo {
@@ -38,10 +44,12 @@ struct LinkInfo {
     std::string ip;
     unsigned int port = 0;
     bool outgoing = false;
-    std::size_t queuedBytes = 0;
+    std::size_t queuedBytes = 0;  // that wait to be sent, as allocated
+    std::size_t memoryBytes = 0;  // all that is held for it, as allocated
     std::uint64_t framesIn = 0;
     std::uint64_t framesOut = 0;
     std::uint64_t framesRefused = 0;  // for a full queue
+    std::uint64_t framesDropped = 0;  // of types that never travel
 };
 
 // Whether a link's queue takes more of what need not leave at once.
@@ -50,7 +58,8 @@ enum class LinkRoom { NoLink, Full, Free };
 // TCP links, all served by one I/O thread. Framing, registration and keep-alive: docs/nss-link.md.
 // Every operation but the events may be called from any thread; none waits for a peer.
 struct CNetFactory {
-    // Starts the I/O thread. 0, or a code of enZvsError.
+    // Starts the I/O thread. 0, or a code of enZvsError: ZVS_PARA_INVALID for an identifier that is none,
+    // ZVS_OPEN_FILE_ERROR for files of TLS that cannot be used.
     static int Start(const LinkOptions& options, LinkEvents events);
     // Writes what the sockets still take, closes every link (each reports its close), ends the I/O thread and waits
     // for it. Refused with a log line when an event calls it. Start may follow.
@@ -63,7 +72,8 @@ struct CNetFactory {
     // Makes an outgoing link and keeps it: a link that is lost or cannot be made is tried again with back-off until
     // it is deleted. id is this side's identifier. localIp may be null. With retry false the link is made once.
     // connectTimeoutMs 0 takes the default of 5000. 0 when the link is on its way, ZVS_PARA_INVALID for an address
-    // that is none, ZVS_FAIL when there is already a link to that address and type.
+    // that is none, ZVS_FAIL when there is already a link to that address and type. type is the element code of the
+    // peer: one that registers as something else is closed.
     static int CreateClientLink(const std::string& id, int type, const char* peerIp, int peerPort, const char* localIp,
                                 bool retry, unsigned int connectTimeoutMs);
     // 0, or ZVS_FAIL when there is no such link.
@@ -71,7 +81,8 @@ struct CNetFactory {
 
     // Queues a whole frame; takes the block over when it answers 0, and uses its next pointer while it is queued.
     // ZVS_NET_SEND_ERROR: no such link, or its queue is full (the first refusal of an episode is logged, all are
-    // counted). ZVS_NULL_POINTER: no block. ZVS_PARA_INVALID: no whole frame, or one beyond maxFrameBytes.
+    // counted); an empty queue takes any frame. ZVS_NULL_POINTER: no block. ZVS_PARA_INVALID: no whole frame, or one
+    // beyond maxFrameBytes.
     static int Send(const std::string& linkID, ACE_Message_Block* block);
 
     // For senders of much, who leave room for answers and requests: Full from 1 MiB in the queue, or half of what it

@@ -40,6 +40,11 @@ std::unique_ptr<ACE_Reactor> MakePollReactor() {
     return std::make_unique<ACE_Reactor>(reactor.release(), true);
 }
 
+void TakeOut(ACE_Reactor& reactor, ACE_Event_Handler& handler) {
+    reactor.schedule_wakeup(&handler, ACE_Event_Handler::READ_MASK);
+    reactor.remove_handler(&handler, ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
+}
+
 WakeHandler::WakeHandler() : m_fd(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
 
 void WakeHandler::Ring() {

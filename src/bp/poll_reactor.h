@@ -15,6 +15,10 @@ namespace BP {
 // when its descriptor could not be made.
 std::unique_ptr<ACE_Reactor> MakePollReactor();
 
+// Takes a handler out of a reactor that MakePollReactor made, without a call to handle_close. The reactor itself keeps one
+// that waits for nothing at the moment.
+void TakeOut(ACE_Reactor& reactor, ACE_Event_Handler& handler);
+
 // Ends the wait of a reactor from any thread, never blocking: the counter of an eventfd takes every ring. The
 // reactor's own notification pipe can fill up and is not used.
 class WakeHandler : public ACE_Event_Handler {

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 
-#include <sys/socket.h>
 #include <sys/uio.h>
 
 namespace BP {
@@ -20,12 +19,12 @@ SendQueue::~SendQueue() {
 }
 
 SendQueue::PushResult SendQueue::Push(ACE_Message_Block* block) {
-    const std::size_t bytes = block->total_length();
+    const std::size_t bytes = LinkAccount::BytesOf(block);
     std::lock_guard<std::mutex> guard(m_mutex);
     if (m_closed) {
         return PushResult::Closed;
     }
-    if (m_bytes + bytes > m_maxBytes) {
+    if ((m_first != nullptr && m_bytes + bytes > m_maxBytes) || m_account.Denied()) {
         if (IsControlFrame(block)) {
             return PushResult::Full;
         }
@@ -40,6 +39,7 @@ SendQueue::PushResult SendQueue::Push(ACE_Message_Block* block) {
     }
     m_last = block;
     m_bytes += bytes;
+    m_account.Charge(bytes);
     return PushResult::Queued;
 }
 
@@ -62,9 +62,10 @@ int SendQueue::Gather(struct iovec* parts, int maxParts) {
 ACE_Message_Block* SendQueue::ConsumeLocked(std::size_t bytes) {
     ACE_Message_Block* const first = m_first;
     ACE_Message_Block* lastLeft = nullptr;
-    m_bytes -= bytes;
+    std::size_t freed = 0;
     while (m_first != nullptr && bytes >= m_first->total_length()) {
         bytes -= m_first->total_length();
+        freed += LinkAccount::BytesOf(m_first);
         m_framesOut += IsControlFrame(m_first) ? 0 : 1;
         lastLeft = m_first;
         m_first = m_first->next();
@@ -77,6 +78,8 @@ ACE_Message_Block* SendQueue::ConsumeLocked(std::size_t bytes) {
     if (m_first == nullptr) {
         m_last = nullptr;
     }
+    m_bytes -= freed;
+    m_account.Discharge(freed);
     if (lastLeft == nullptr) {
         return nullptr;
     }
@@ -84,14 +87,12 @@ ACE_Message_Block* SendQueue::ConsumeLocked(std::size_t bytes) {
     return first;
 }
 
-SendQueue::WriteResult SendQueue::WriteTo(int fd, std::size_t budget) {
+SendQueue::WriteResult SendQueue::WriteTo(const Writer& writer, std::size_t budget) {
     WriteResult result{WriteState::More, 0, 0, 0};
     struct iovec parts[kMaxParts];
     while (result.bytes < budget) {
-        struct msghdr message = {};
-        message.msg_iov = parts;
-        message.msg_iovlen = static_cast<std::size_t>(Gather(parts, kMaxParts));
-        const ssize_t sent = message.msg_iovlen > 0 ? ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT) : 0;
+        const int count = Gather(parts, kMaxParts);
+        const ssize_t sent = count > 0 ? writer(parts, count) : 0;
         if (sent < 0) {
             if (errno == EINTR) {
                 continue;
@@ -131,7 +132,7 @@ void SendQueue::Close() {
     std::unique_lock<std::mutex> lock(m_mutex);
     ACE_Message_Block* const first = m_first;
     m_first = m_last = nullptr;
-    m_bytes = 0;
+    m_account.Discharge(m_bytes.exchange(0));
     m_closed = true;
     lock.unlock();
     ReleaseChain(first);

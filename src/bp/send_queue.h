@@ -1,28 +1,34 @@
 #pragma once
 
+#include "bp/link_memory.h"
 #include "bp/message_block_ptr.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <mutex>
+
+#include <sys/types.h>
 
 struct iovec;
 
 namespace BP {
 
-// Frames that wait to be written to one socket, bounded in bytes. Any thread pushes; one thread writes. Queued
-// blocks are chained through their own next pointers, so pushing allocates nothing.
+// Frames that wait to be written to one socket, bounded in what they take of the memory, heads and blocks included. Any
+// thread pushes; one thread writes. Queued blocks are chained through their own next pointers, so pushing allocates
+// nothing.
 class SendQueue {
 public:
-    explicit SendQueue(std::size_t maxBytes) : m_maxBytes(maxBytes) {}
+    // account, whose memory they take, outlives the queue.
+    SendQueue(std::size_t maxBytes, LinkAccount& account) : m_maxBytes(maxBytes), m_account(account) {}
     ~SendQueue();
     SendQueue(const SendQueue&) = delete;
     SendQueue& operator=(const SendQueue&) = delete;
 
     // FirstFull is the refusal that begins an episode; the episode lasts until the queue has been written out.
     enum class PushResult { Queued, FirstFull, Full, Closed };
-    // Takes the block over when it is queued.
+    // Takes the block over when it is queued. An empty queue takes any frame, unless the account is denied more.
     PushResult Push(ACE_Message_Block* block);
 
     enum class WriteState { Drained, More, Blocked, Failed };
@@ -32,13 +38,15 @@ public:
         std::uint64_t refusedInEpisode;  // not 0 when this writing ended an episode of refusals
         int error;                       // errno of a failure
     };
-    // Writes what the non-blocking socket takes, gathering frames, until about budget bytes have left. The lock is not
-    // held while the system writes.
-    WriteResult WriteTo(int fd, std::size_t budget);
+    // As sendmsg with the parts, without waiting: how many bytes were taken, or -1 with errno.
+    using Writer = std::function<ssize_t(struct iovec* parts, int count)>;
+    // Writes what is taken, gathering frames, until about budget bytes have left. The lock is not held meanwhile.
+    WriteResult WriteTo(const Writer& writer, std::size_t budget);
 
     // Releases what is queued; from then on nothing is taken.
     void Close();
 
+    // What the queued frames take.
     std::size_t Bytes() const { return m_bytes; }
     std::uint64_t FramesOut() const { return m_framesOut; }
     std::uint64_t FramesRefused() const { return m_framesRefused; }
@@ -50,6 +58,7 @@ private:
     static void ReleaseChain(ACE_Message_Block* first);
 
     const std::size_t m_maxBytes;
+    LinkAccount& m_account;
     mutable std::mutex m_mutex;
     ACE_Message_Block* m_first = nullptr;  // Guarded by m_mutex. Owned, as are all behind it.
     ACE_Message_Block* m_last = nullptr;   // Guarded by m_mutex.

@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "bp/dispatcher.h"
+#include "nss/nss_msg_header.h"
 
 #include <algorithm>
 #include <chrono>
@@ -66,7 +67,8 @@ std::unique_ptr<CCmd> TransactionTable::Deliver(std::unique_ptr<CCmd> response) 
         m_open.erase(open);
     }
     const auto wait = m_waits.find(response->GetTransID());
-    if (wait == m_waits.end() || wait->second->m_answer != nullptr) {
+    if (wait == m_waits.end() || wait->second->m_answer != nullptr ||
+        wait->second->m_answerID != response->GetReqID() || wait->second->m_linkID != response->GetNetLinkID()) {
         return response;
     }
     wait->second->m_answer = std::move(response);
@@ -97,8 +99,11 @@ void TransactionTable::Resume() {
     m_stopped = false;
 }
 
-TransactionTable::Wait::Wait(std::string transID, std::string linkID)
-    : m_table(Instance()), m_transID(std::move(transID)), m_linkID(std::move(linkID)) {
+TransactionTable::Wait::Wait(std::string transID, std::string linkID, std::uint32_t reqID)
+    : m_table(Instance()),
+      m_transID(std::move(transID)),
+      m_linkID(std::move(linkID)),
+      m_answerID((reqID + kNssResponseOffset) & 0xFFFF) {
     std::lock_guard<std::mutex> guard(m_table.m_mutex);
     m_begun = !m_table.m_stopped && !m_transID.empty() && m_table.m_waits.emplace(m_transID, this).second;
 }

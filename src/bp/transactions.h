@@ -24,12 +24,12 @@ public:
     std::size_t CountOpen();
     std::size_t Expire();
 
-    // One thread's wait for the response of one transaction. Begins before the request leaves, so that an early
-    // answer is not missed, and ends with the object.
+    // One thread's wait for the response to one request: of its type, its transaction and its link. Begins before the
+    // request leaves, so that an early answer is not missed, and ends with the object.
     class Wait {
     public:
-        // linkID: where the request goes.
-        Wait(std::string transID, std::string linkID);
+        // linkID: where the request goes. reqID: its type.
+        Wait(std::string transID, std::string linkID, std::uint32_t reqID);
         ~Wait();
         Wait(const Wait&) = delete;
         Wait& operator=(const Wait&) = delete;
@@ -46,14 +46,16 @@ public:
         TransactionTable& m_table;
         const std::string m_transID;
         const std::string m_linkID;
+        const std::uint32_t m_answerID;
         bool m_begun = false;
         bool m_linkLost = false;  // Guarded by the table's mutex until Take has returned.
         std::condition_variable m_changed;
         std::unique_ptr<CCmd> m_answer;  // Guarded by the table's mutex.
     };
 
-    // Hands a response to the thread that waits for it. When there is none, or it has its answer already, the
-    // command is handed back. Ends the open transaction of that text in any case.
+    // Hands a response to the thread that waits for it. When there is none, or it has its answer already, or waits for
+    // another type or from another link, the command is handed back. Ends the open transaction of that text in any
+    // case.
     std::unique_ptr<CCmd> Deliver(std::unique_ptr<CCmd> response);
 
     // A link has closed: its answers can come no more, and whoever waits for one of them is let go.

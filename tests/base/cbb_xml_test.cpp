@@ -1,9 +1,11 @@
 #include "base/cbb_xml.h"
 
+#include "base/text_member.h"
 #include "support/temp_folder.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -55,8 +57,34 @@ TEST(XmlParser, RefusesWhatIsNoDocumentAndIsThenEmpty) {
         deep += "<a>";
     }
     const std::string withZero("<a/>\0<b/>", 9);
-    for (const std::string& text : std::vector<std::string>{"", "text", "<a>", "<a></b>", "<a/><b/>", "<a/>text",
-                                                            withZero, deep, "<!-- only -->"}) {
+    std::string attributes = "<a";
+    for (int i = 0; i < 257; ++i) {
+        attributes += " a" + std::to_string(i) + "=''";
+    }
+    std::string elements = "<r>";
+    for (int i = 0; i < 100000; ++i) {
+        elements += "<a/>";
+    }
+    for (const std::string& text : std::vector<std::string>{"",
+                                                            "text",
+                                                            "<a>",
+                                                            "<a></b>",
+                                                            "<a/><b/>",
+                                                            "<a/>text",
+                                                            withZero,
+                                                            deep,
+                                                            "<!-- only -->",
+                                                            "<a>\xC3\x28</a>",
+                                                            "<a>\xED\xA0\x80</a>",
+                                                            "<a>&#0;</a>",
+                                                            "<a>&#1;</a>",
+                                                            "<a>&other;</a>",
+                                                            "<a b='<'/>",
+                                                            "<a b='1' b='2'/>",
+                                                            "<!DOCTYPE a [<!ENTITY e 'x'>]><a>&e;</a>",
+                                                            "<?xml version='1.0' encoding='GB2312'?><a/>",
+                                                            attributes + "/>",
+                                                            elements + "</r>"}) {
         ASSERT_TRUE(xml.Parse("<r/>"));
         EXPECT_FALSE(xml.Parse(text.data(), text.size())) << text.substr(0, 20);
         EXPECT_FALSE(xml.NextElem()) << text.substr(0, 20);
@@ -65,6 +93,30 @@ TEST(XmlParser, RefusesWhatIsNoDocumentAndIsThenEmpty) {
     EXPECT_FALSE(xml.Load("/nonexistent/file.xml"));
     EXPECT_FALSE(xml.Load("/"));
     EXPECT_TRUE(xml.Parse("<!-- head --><a/><!-- tail -->"));
+}
+
+TEST(XmlParser, TextsAreWholeWhateverDividesThemAndComeAsUtf8) {
+    const std::pair<std::string, const char*> rows[] = {
+        {"<a>CAM<![CDATA[X]]>002</a>", "CAMX002"},
+        {"<a><![CDATA[1]]><![CDATA[<2>]]></a>", "1<2>"},
+        {"<a>be<!-- and -->fore<b/>behind</a>", "before"},
+        {"<?go on?><a><?go?>x&lt;&#65;&#x42;</a>", "x<AB"},
+        {"<a>\n  <b/>\n</a>", ""},
+        {"<a><![CDATA[ ]]></a>", " "},
+        {"<a><b/>behind</a>", ""},
+        {"<?xml version='1.0' encoding='ISO-8859-1'?><a>\xE9</a>", "\xC3\xA9"},
+        {std::string("\xFF\xFE<\0a\0>\0x\0<\0/\0a\0>\0", 18), "x"},
+    };
+    for (const auto& [text, value] : rows) {
+        CBB::CXml xml;
+        ASSERT_TRUE(xml.Parse(text.data(), text.size())) << text;
+        ASSERT_TRUE(xml.FindElem("a")) << text;
+        EXPECT_STREQ(xml.GetElemValue(), value) << text;
+        const std::string body = text.substr(std::min(text.find("<a>"), text.size()));
+        const std::string below = "<?xml version='1.0' encoding='ISO-8859-1'?><r>" + body + "</r>";
+        const gvx::TextMember member = gvx::FindXmlMember(below.data(), below.size(), "r", "a");
+        EXPECT_TRUE(body.empty() || member.text == value) << below << member.text << member.fault;
+    }
 }
 
 TEST(XmlEncoder, WritesCompactTextThatReadsBackAndRefusesWhatXmlCannotCarry) {

@@ -1,5 +1,7 @@
 #include "base/json_io.h"
 
+#include "base/text_member.h"
+
 #include <gtest/gtest.h>
 #include <json/value.h>
 
@@ -49,6 +51,35 @@ TEST(JsonIo, WritesOneLineAndReadsMembersWithTheirFallbacks) {
     EXPECT_TRUE(gvx::JsonBool(value, "number", true));
     EXPECT_FALSE(gvx::JsonBool(value, "number", false));
     EXPECT_EQ(gvx::JsonInt(Json::Value("text"), "a", 3), 3);
+}
+
+TEST(JsonMember, IsFoundAlongTheWayAndWhatIsNoObjectIsRefused) {
+    using State = gvx::TextMember::State;
+    const std::tuple<std::string, State, const char*> rows[] = {
+        {R"({"a":{"D":"x"},"b":["D","y"],"D":"C\u0041M"})", State::Found, "CAM"},
+        {R"({"D":""})", State::Found, ""},
+        {R"({"E":"D"})", State::Absent, ""},
+        {R"({"D":7})", State::NoText, ""},
+        {R"({"D":{"D":"x"}})", State::NoText, ""},
+        {R"({"D":"1","D":"2"})", State::Malformed, ""},
+        {R"(["D"])", State::Malformed, ""},
+        {R"({"D":"x"} 1)", State::Malformed, ""},
+        {"{\"D\":\"\xC3\"}", State::Malformed, ""},
+        {std::string("{}\0", 3), State::Malformed, ""},
+        {"{\"a\":" + std::string(65, '[') + std::string(65, ']') + "}", State::Malformed, ""},
+        {"{\"a\":[0" + std::string(40000, ',') + "]}", State::Malformed, ""},
+    };
+    for (const auto& [text, state, value] : rows) {
+        const gvx::TextMember member = gvx::FindJsonMember(text.data(), text.size(), "D");
+        EXPECT_EQ(member.state, state) << text.substr(0, 80) << " " << member.fault;
+        EXPECT_EQ(member.text, value) << text.substr(0, 80);
+        EXPECT_EQ(member.fault.empty(), state != State::Malformed) << text.substr(0, 80);
+    }
+    Json::Value value;
+    const std::string many = "[0" + std::string(100000, ',') + "]";
+    std::string fault;
+    EXPECT_FALSE(gvx::ParseJson(many.data(), many.size(), value, &fault));
+    EXPECT_EQ(fault, "more than 100000 values");
 }
 
 }  // namespace

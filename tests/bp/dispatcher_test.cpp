@@ -118,6 +118,8 @@ TEST_F(Dispatcher, SynchronousSendGetsItsAnswerAndAllElseReachesTheSink) {
     ASSERT_TRUE(Written());
     EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kRequest, "mine")));    // no response
     EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, "other")));  // another's
+    EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(0x9BAB, "mine")));      // of another request
+    EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#2", Block(kResponse, "mine")));   // of nobody who was asked
     EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, "mine")));
     EXPECT_EQ(0, BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, "mine")));  // twice
     waiting.join();
@@ -125,7 +127,7 @@ TEST_F(Dispatcher, SynchronousSendGetsItsAnswerAndAllElseReachesTheSink) {
     EXPECT_EQ(kResponse, answer->GetReqID());
     EXPECT_EQ("mine", answer->GetTransID());
     EXPECT_EQ(9u, answer->GetServiceID());
-    EXPECT_EQ((std::vector<std::string>{"mine", "other", "mine"}), Sunk());
+    EXPECT_EQ((std::vector<std::string>{"mine", "other", "mine", "mine", "mine"}), Sunk());
 }
 
 TEST_F(Dispatcher, SynchronousSendEndsByTimeAndALateAnswerReachesTheSink) {

@@ -169,4 +169,73 @@ TEST_F(LinkFaults, SilentPeerIsAskedAndThenClosedWhileOneThatAnswersStays) {
     EXPECT_FALSE(Has([](const BP::CCmd& frame) { return frame.GetReqID() != kType; }));
 }
 
+TEST_F(LinkFaults, TypesThatNeverTravelAreDroppedWithOneLine) {
+    StartListening();
+    auto peer = RegisteredPeer("SCU#001");
+    for (const int type : {0xDC11, 0xFFFA, 0xFFFB, 0xFFFC, 0xFFFD, 0xFFFE, 0xFFFF}) {
+        ASSERT_TRUE(peer->SendFrame(static_cast<std::uint16_t>(type), 1, "forged"));
+    }
+    EXPECT_TRUE(Exchanges(*peer, "SCU#001"));
+    EXPECT_FALSE(Has([](const BP::CCmd& frame) { return frame.GetTransID() == "forged"; }));
+    EXPECT_EQ(7u, BP::CNetFactory::Links().at(0).framesDropped);
+    EXPECT_EQ(1u, m_log->Count("a frame of type 0xdc11, which never travels", "Link frames dropped"));
+}
+
+TEST_F(LinkFaults, WhoHoldsMostIsClosedFirstAndSmallFramesAlwaysPass) {
+    BP::LinkOptions options;
+    options.maxMemoryBytes = 8u << 20;
+    StartListening(options);
+    auto healthy = RegisteredPeer("OMU#001");
+    const std::string most = FakePeer::MakeFrame(kType, 1, "", 0, std::string(3900000, 'm')).substr(0, 100000);
+    const std::string less = FakePeer::MakeFrame(kType, 1, "", 0, std::string(2500000, 'l')).substr(0, 100000);
+    auto modest = RegisteredPeer("SCU#1");
+    auto first = RegisteredPeer("SCU#2");
+    ASSERT_TRUE(modest->SendRaw(less) && first->SendRaw(most));
+    ASSERT_TRUE(WaitUntil([] {
+        std::size_t held = 0;
+        for (const BP::LinkInfo& link : BP::CNetFactory::Links()) {
+            held += link.memoryBytes;
+        }
+        return held > 6400000;
+    }));
+    auto second = RegisteredPeer("SCU#3");
+    ASSERT_TRUE(second->SendRaw(most));
+    ASSERT_TRUE(m_log->WaitFor("and this one most of all: "));
+    EXPECT_TRUE(Exchanges(*healthy, "OMU#001"));
+    EXPECT_TRUE(modest->Connected());
+    EXPECT_EQ(3u, OpenLinks());
+    EXPECT_EQ(1u, m_log->Count("the links hold more than 8388608 bytes", "Link closed"));
+}
+
+TEST_F(LinkFaults, StrangersAreTurnedAwayWithOneLine) {
+    BP::LinkOptions options;
+    options.peers.resize(2);
+    ASSERT_TRUE(BP::NetNetwork::Parse("127.0.0.8/29", options.peers[0]));
+    ASSERT_TRUE(BP::NetNetwork::Parse("10.1.2.3", options.peers[1]));
+    StartListening(options);
+    for (int count = 0; count < 3; ++count) {
+        auto stranger = FakePeer::Connect(m_port);
+        ASSERT_NE(nullptr, stranger);
+        EXPECT_TRUE(stranger->ReadUntilClosed());
+    }
+    EXPECT_EQ(1u, m_log->Count("not one of the networks that may connect", "Link closed"));
+    const std::tuple<const char*, const char*, bool> rows[] = {
+        {"127.0.0.8/29", "127.0.0.15", true}, {"127.0.0.8/29", "127.0.0.16", false},
+        {"10.1.2.3", "10.1.2.3", true},       {"10.1.2.3", "10.1.2.2", false},
+        {"0.0.0.0/0", "9.9.9.9", true},       {"10.0.0.0/8", "::ffff:10.9.9.9", true},
+        {"fd00:1::/32", "fd00:1:2::3", true}, {"fd00:1::/33", "fd00:1:8000::", false},
+        {"10.0.0.0/8", "fd00::1", false},
+    };
+    for (const auto& [network, address, inside] : rows) {
+        BP::NetNetwork parsed;
+        BP::NetAddress peer;
+        ASSERT_TRUE(BP::NetNetwork::Parse(network, parsed) && BP::NetAddress::Parse(address, 1, peer)) << network;
+        EXPECT_EQ(inside, parsed.Contains(peer)) << network << " " << address;
+    }
+    for (const char* wrong : {"", "/8", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/8x", "host", "::/129"}) {
+        BP::NetNetwork parsed;
+        EXPECT_FALSE(BP::NetNetwork::Parse(wrong, parsed)) << wrong;
+    }
+}
+
 }  // namespace

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 namespace {
 
@@ -17,7 +18,10 @@ TEST(SendQueue, RefusalsFormOneEpisodeUntilTheQueueIsWrittenOut) {
     ASSERT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
     const gvx::UniqueFd near(ends[0]);
     const gvx::UniqueFd far(ends[1]);
-    BP::SendQueue queue(2 * kNssHeaderBytes);
+    const auto memory = std::make_shared<BP::LinkMemory>(1u << 20);
+    const BP::LinkAccount::Ptr account = BP::LinkAccount::Open(memory);
+    const std::size_t frameBytes = BP::LinkAccount::BytesOf(BP::MakeBareFrame(NssMsgHeader{}).get());
+    BP::SendQueue queue(2 * frameBytes, *account);
     const auto push = [&queue] {
         BP::MessageBlockPtr block = BP::MakeBareFrame(NssMsgHeader{});
         const BP::SendQueue::PushResult result = queue.Push(block.get());
@@ -31,11 +35,13 @@ TEST(SendQueue, RefusalsFormOneEpisodeUntilTheQueueIsWrittenOut) {
         for (const Push expected : {Push::Queued, Push::Queued, Push::FirstFull, Push::Full, Push::Full}) {
             EXPECT_EQ(expected, push());
         }
-        const BP::SendQueue::WriteResult written = queue.WriteTo(near.Get(), 1u << 20);
+        const BP::SendQueue::WriteResult written = queue.WriteTo(
+            [&near](struct iovec* parts, int count) { return ::writev(near.Get(), parts, count); }, 1u << 20);
         EXPECT_EQ(BP::SendQueue::WriteState::Drained, written.state);
         EXPECT_EQ(2 * kNssHeaderBytes, written.bytes);
         EXPECT_EQ(3u, written.refusedInEpisode);
         EXPECT_EQ(0u, queue.Bytes());
+        EXPECT_EQ(0u, memory->Bytes());
     }
     EXPECT_EQ(6u, queue.FramesRefused());
     EXPECT_EQ(4u, queue.FramesOut());

@@ -356,6 +356,8 @@ def main(test, programs=("gvxd", "gvxctl", "plugin-dir", "conf")):
     parser.add_argument("--print", action="store_true", help="lock_order.py: print what was recorded, check nothing")
     parser.add_argument("--kills", type=int, help="how often the kill tests end a process")
     parser.add_argument("--held", type=int, default=10000, help="alarms_in_order.py: how many alarms wait for the links")
+    parser.add_argument("--seconds", type=float, default=1.0, help="hostile_peers.py: of each case")
+    parser.add_argument("--case", default="", help="hostile_peers.py: this one alone")
     parser.add_argument("--slow", type=float, default=1, help="factor of every limit")
     options = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="gvx_e2e_") as name, contextlib.ExitStack() as stack:

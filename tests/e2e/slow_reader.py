@@ -5,7 +5,7 @@ import time
 
 import gvx_e2e as e2e
 
-ANSWER_BYTES = 200            # at least, of a refusal with its reason
+ANSWER_BYTES = 400            # of the memory, at least, of a refusal with its reason
 QUEUE_LIMIT = 8 << 20         # bytes that the gateway keeps for one link
 BATCH = 400                   # fewer than a device's queue admits
 GROWTH_LIMIT_KIB = 96 * 1024  # the queue, with what keeping it in blocks of one frame costs

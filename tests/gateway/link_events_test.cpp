@@ -3,10 +3,12 @@
 #include "gateway/gateway_fixture.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_type.h"
+#include "support/wait_until.h"
 
 #include <algorithm>
 #include <chrono>
 #include <future>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -62,6 +64,67 @@ TEST(LinkEventThreadTest, ServesInOrderAndHoldsBackWhatCouldNotBeAnswered) {
     const std::vector<std::string> expected{"opened SCU#1", "opened GVX#1", "frame 1", "frame 2", "waits",
                                             "closed GVX#1", "opened GVX#1", "frame 4", "waits"};
     EXPECT_EQ(diary, expected) << "a stop serves what is queued";
+}
+
+TEST(LinkEventThreadTest, AnOpeningThatWaitsForItsPeerDelaysThatPeerAlone) {
+    const ScopedRecordingLogger log;
+    std::promise<void> answered;
+    const std::shared_future<void> answer = answered.get_future().share();
+    std::mutex mutex;
+    std::vector<std::string> diary;  // Guarded by mutex.
+    std::size_t dropped = 0;
+    const auto write = [&](const std::string& line) {
+        const std::lock_guard<std::mutex> guard(mutex);
+        diary.push_back(line);
+    };
+    const auto has = [&](const std::string& line) {
+        const std::lock_guard<std::mutex> guard(mutex);
+        return std::count(diary.begin(), diary.end(), line) != 0;
+    };
+    gvx::LinkEventThread thread;
+    ASSERT_TRUE(thread.Start({[&](const std::string&, int, const std::string& link, const std::string&, unsigned int) {
+                                  write("opened " + link);
+                                  if (link == "GVX#silent") {
+                                      thread.Aside([&] {
+                                          answer.wait();
+                                          write("answered");
+                                      });
+                                  }
+                              },
+                              [&](const std::string&, int, const std::string& link, const std::string&, unsigned int) {
+                                  write("closed " + link);
+                              }},
+                             [&](const BP::CCmd&) {
+                                 ++dropped;
+                                 return 0;
+                             }));
+    const BP::LinkEvents events = thread.Callbacks();
+    events.opened("", kElementGVX, "GVX#silent", "127.0.0.1", 1);
+    ASSERT_TRUE(WaitUntil([&] { return has("opened GVX#silent"); }));
+    events.closed("", kElementGVX, "GVX#silent", "127.0.0.1", 1);
+    events.opened("", kElementGVX, "GVX#silent", "127.0.0.1", 2);
+    auto cmd = std::make_unique<BP::CCmd>();
+    cmd->SetNetLinkID("GVX#silent");
+    int result = -1;
+    EXPECT_TRUE(thread.Hold(cmd, result));
+    events.closed("", kElementGVX, "GVX#silent", "127.0.0.1", 2);
+    events.opened("", kElementSCU, "SCU#1", "127.0.0.1", 3);
+    EXPECT_TRUE(WaitUntil([&] { return has("opened SCU#1"); }));
+    EXPECT_FALSE(has("closed GVX#silent"));
+    // While it waits, its link comes and goes, and the queue stays bounded.
+    for (std::size_t flap = 0; flap < 3 * gvx::LinkEventThread::kMaxEvents; ++flap) {
+        events.opened("", kElementGVX, "GVX#silent", "127.0.0.1", 4);
+        events.closed("", kElementGVX, "GVX#silent", "127.0.0.1", 4);
+    }
+    answered.set_value();
+    thread.Stop();
+    EXPECT_EQ(diary[0], "opened GVX#silent");
+    EXPECT_EQ(diary[2], "answered");
+    EXPECT_EQ(diary[3], "closed GVX#silent");
+    diary.erase(std::remove(diary.begin(), diary.end(), "answered"), diary.end());
+    EXPECT_LE(diary.size(), gvx::LinkEventThread::kMaxEvents + 5);
+    EXPECT_EQ(dropped, 0u) << "nothing is kept for a link that has gone";
+    EXPECT_EQ(log->Count("are passed over"), 1u);
 }
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -16,9 +17,12 @@
 
 namespace gvx {
 
-// Serves the events of all links, in the order in which they came, on a thread of its own: what a link's opening leads
-// to may wait for a peer's answer, which the link I/O thread has to receive meanwhile. Callbacks belong to the link
-// I/O thread, Hold to any thread that takes a frame in; both wait for nobody.
+// Serves the events of all links, in the order in which they came, on a thread of its own. What an opening leads to may
+// wait for the peer's answer: that part runs aside, on a thread that ends with it, and delays the further events of
+// that link alone. Callbacks belong to the link I/O thread, Hold to any thread that takes a frame in; both wait for
+// nobody.
+//
+// Nothing is kept for a link that has closed: frames of it that are still held are dropped.
 //
 // Answers leave by the main-service link, which its opened event makes known. Frames that such a link brings before
 // are held back and follow, in order, as soon as LetFramesIn says so, or its event has been served.
@@ -29,6 +33,10 @@ public:
 
     // What is held back for one link at most; a frame beyond is refused.
     static constexpr std::size_t kMaxHeldBytes = 8u << 20;
+    // From so many waiting events on, a link that opened and closed before it was its turn is passed over.
+    static constexpr std::size_t kMaxEvents = 1024;
+    // As many openings may wait for an answer; a further one waits on the thread of the events and holds up all.
+    static constexpr std::size_t kMaxAside = 64;
 
     LinkEventThread() = default;
     ~LinkEventThread();
@@ -47,6 +55,10 @@ public:
     // Takes a frame over, result 0, when its link's opening has not been served yet. Refused, with the nonzero result
     // and a log line, when too much is held. False, and nothing has happened: the frame may go its way.
     bool Hold(std::unique_ptr<BP::CCmd>& cmd, int& result);
+
+    // On this thread, from within an event: has work that may wait for the link's peer done aside. Elsewhere, and where
+    // no thread can be had, it is done at once.
+    void Aside(std::function<void()> work);
 
     // On this thread, from within an opened event: answers reach the link from now on.
     void LetFramesIn();
@@ -68,6 +80,11 @@ private:
     };
 
     void Queue(Event event);
+    bool PassOver(const Event& closed);
+    bool StartAside(const std::string& linkID, std::function<void()> work);
+    void RunAside(const std::string& linkID, const std::function<void()>& work);
+    void JoinEnded(std::unique_lock<std::mutex>& lock);
+    std::deque<Event>::iterator NextEvent();
     void Run();
     void Serve(const Event& event);
     void FeedHeldFrames(const std::string& linkID);
@@ -76,11 +93,15 @@ private:
     BP::LinkEvents m_handlers;
     FrameTaker m_takeFrame;
     std::thread m_thread;
+    const Event* m_serving = nullptr;  // this thread only
     const Event* m_opening = nullptr;  // this thread only: the main-service opening whose frames still wait
 
     std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
     std::condition_variable m_changed;
     std::deque<Event> m_events;
+    std::map<std::string, std::thread> m_aside;  // by the link whose further events wait for it
+    std::vector<std::string> m_ended;            // of those, which have come to their end
+    std::uint64_t m_passedOver = 0;
     std::map<std::string, Entrance> m_entrances;  // by link identifier
     bool m_stopping = false;
 };

@@ -2,6 +2,7 @@
 
 #include "base/cbb_xml.h"
 #include "base/json_io.h"
+#include "base/text_member.h"
 #include "nss/nss_msg.h"
 
 #include <ace/Message_Block.h>
@@ -20,50 +21,23 @@ RequestTarget Malformed(std::string reason) {
     return target;
 }
 
-RequestTarget ForDevice(const std::string& device, std::shared_ptr<ParsedBody> body) {
-    if (!device.empty() && !IsCode(device)) {
+RequestTarget ForDevice(const TextMember& code, const char* form) {
+    RequestTarget target;
+    switch (code.state) {
+        case TextMember::State::Malformed:
+            return Malformed(std::string("The ") + form + " body is not well formed: " + code.fault + ".");
+        case TextMember::State::NoText:
+            return Malformed("DevCode is no text.");
+        case TextMember::State::Absent:
+            return target;
+        case TextMember::State::Found:
+            break;
+    }
+    if (!code.text.empty() && !IsCode(code.text)) {
         return Malformed("DevCode is no identifier of 1 to 32 characters.");
     }
-    RequestTarget target;
-    target.device = device;
-    target.body = std::move(body);
+    target.device = code.text;
     return target;
-}
-
-RequestTarget FromXml(const NssBodyView& text) {
-    auto body = std::make_shared<ParsedBody>();
-    body->textBytes = text.length;
-    body->xml = std::make_unique<CBB::CXml>();
-    CBB::CXml& xml = *body->xml;
-    if (!xml.Parse(text.data, text.length)) {
-        return Malformed("The XML body is not well formed.");
-    }
-    const bool named = xml.FindElem("Content") && xml.IntoElem() && xml.FindElem("DevCode");
-    const std::string device = named ? xml.GetElemValue() : "";
-    return ForDevice(device, std::move(body));
-}
-
-RequestTarget FromJson(const NssBodyView& text) {
-    auto body = std::make_shared<ParsedBody>();
-    body->textBytes = text.length;
-    body->json = std::make_unique<Json::Value>();
-    Json::Value& json = *body->json;
-    std::string error;
-    if (!ParseJson(text.data, text.length, json, &error)) {
-        return Malformed("The JSON body is not well formed: " + error);
-    }
-    if (!json.isObject()) {
-        return Malformed("The JSON body is no object.");
-    }
-    if (json.isMember("DevCode") && !json["DevCode"].isString()) {
-        return Malformed("DevCode is no text.");
-    }
-    const std::string device = JsonText(json, "DevCode");
-    return ForDevice(device, std::move(body));
-}
-
-std::shared_ptr<ParsedBody> ParsedWith(const BP::CCmd& cmd) {
-    return std::dynamic_pointer_cast<ParsedBody>(cmd.GetAttachment());
 }
 
 bool FindText(const BP::CCmd& cmd, std::uint16_t tag, NssBodyView& text) {
@@ -73,8 +47,6 @@ bool FindText(const BP::CCmd& cmd, std::uint16_t tag, NssBodyView& text) {
 }
 
 }  // namespace
-
-ParsedBody::~ParsedBody() = default;
 
 bool IsCode(const std::string& text) {
     return !text.empty() && text.size() <= kMaxCodeLength &&
@@ -91,25 +63,19 @@ RequestTarget ReadRequestTarget(const ACE_Message_Block& frame) {
     }
     NssBodyView text;
     if (NssFindItem(body.data, body.length, NSS_TAG_XML_CONTENT, text)) {
-        return FromXml(text);
+        return ForDevice(FindXmlMember(text.data, text.length, "Content", "DevCode"), "XML");
     }
     if (NssFindItem(body.data, body.length, NSS_TAG_JSON_CONTENT, text)) {
-        return FromJson(text);
+        return ForDevice(FindJsonMember(text.data, text.length, "DevCode"), "JSON");
     }
     return {};
 }
 
 std::unique_ptr<CBB::CXml> ReadXmlContent(const BP::CCmd& cmd) {
-    const std::shared_ptr<ParsedBody> parsed = ParsedWith(cmd);
-    std::unique_ptr<CBB::CXml> xml = parsed == nullptr ? nullptr : std::move(parsed->xml);
-    if (xml != nullptr) {
-        xml->Rewind();
-    } else {
-        NssBodyView text;
-        xml = std::make_unique<CBB::CXml>();
-        if (!FindText(cmd, NSS_TAG_XML_CONTENT, text) || !xml->Parse(text.data, text.length)) {
-            return nullptr;
-        }
+    NssBodyView text;
+    auto xml = std::make_unique<CBB::CXml>();
+    if (!FindText(cmd, NSS_TAG_XML_CONTENT, text) || !xml->Parse(text.data, text.length)) {
+        return nullptr;
     }
     return xml->FindElem("Content") && xml->IntoElem() ? std::move(xml) : nullptr;
 }
@@ -120,12 +86,6 @@ std::string XmlText(CBB::CXml& xml, const char* name) {
 }
 
 bool ReadJsonObject(const BP::CCmd& cmd, Json::Value& body) {
-    const std::shared_ptr<ParsedBody> parsed = ParsedWith(cmd);
-    if (parsed != nullptr && parsed->json != nullptr) {
-        body.swap(*parsed->json);
-        parsed->json = nullptr;
-        return true;
-    }
     NssBodyView text;
     return FindText(cmd, NSS_TAG_JSON_CONTENT, text) && ParseJson(text.data, text.length, body, nullptr) &&
            body.isObject();

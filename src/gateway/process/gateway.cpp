@@ -199,16 +199,22 @@ StartResult Gateway::StartServing() {
 }
 
 StartResult Gateway::StartLinks(const GatewayOptions& options) {
-    m_listenIp = SettingText(Setting::GVX_LISTEN_IP);
+    m_listenIp = LinkListenIp();
     const auto port = options.listenPort.value_or(static_cast<std::uint16_t>(SettingNumber(Setting::GVX_LISTEN_PORT)));
     BP::LinkOptions links;
     links.localID = CGvxConfigMgr::Instance()->GetGvxNetElementID();
     ReadLinkOptions(links);
+    ReadLinkPeers(m_listenIp, links.peers);
+    if (const StartResult tls = ReadLinkTls(m_listenIp, links.tls); tls.Failed()) {
+        return tls;
+    }
     GatewayContext& context = *m_context;
     if (!context.linkEvents.Start({&OpenLink, &CloseLink},
                                   [&context](BP::CCmd& cmd) { return FrameSink(context).Take(cmd); })) {
         return StartFailure(ExitCode::StartFailed, "the thread of link events could not be started");
     }
+    CGvxConnectionMgr::Instance()->SetPeerWaitRunner(
+        [&context](std::function<void()> work) { context.linkEvents.Aside(std::move(work)); });
     const int started = BP::CNetFactory::Start(links, context.linkEvents.Callbacks());
     if (started == ZVS_PARA_INVALID) {
         return StartFailure(ExitCode::ConfigRefused, m_configDir + "/net.xml: its NetElementID [" + links.localID +
@@ -309,6 +315,7 @@ void Gateway::StopServing() {
 void Gateway::StopLinks() {
     BP::CNetFactory::Stop();
     m_context->linkEvents.Stop();
+    CGvxConnectionMgr::Instance()->SetPeerWaitRunner({});
 }
 
 void Gateway::Release() {

@@ -31,17 +31,14 @@ int FrameSink::Take(BP::CCmd& cmd) {
     // A block without a head is fed in by ourselves: a link lets whole frames through only.
     const ACE_Message_Block* const block = cmd.GetMsgBlock();
     const bool hasFrame = block != nullptr && block->length() >= kNssHeaderBytes;
-    RequestTarget target = hasFrame ? ReadRequestTarget(*block) : RequestTarget{};
+    const RequestTarget target = hasFrame ? ReadRequestTarget(*block) : RequestTarget{};
     if (target.malformed) {
         GVX_LOG_ERR_CODE("Malformed request", ZVS_PARA_INVALID, "cmd[0x%04x] %s [link:%s]", cmd.GetReqID(),
                          target.reason.c_str(), cmd.GetNetLinkID().c_str());
         AnswerBare(cmd, ZVS_PARA_INVALID);
         return ZVS_SUCCEED;
     }
-    const bool mayWait = target.body != nullptr && target.body->textBytes <= ParsedBody::kMaxWaitingBytes;
-    const bool isAddition = cmd.GetReqID() == NSS_ADD_MAIN_DEV_REQ;
-    cmd.SetAttachment(mayWait || isAddition ? std::move(target.body) : nullptr);
-    if (isAddition) {
+    if (cmd.GetReqID() == NSS_ADD_MAIN_DEV_REQ) {
         PushAddition(cmd, target.device);
         return ZVS_SUCCEED;
     }

@@ -21,7 +21,7 @@ public:
     // 0 when the frame was taken, answered or not; the code of the link when a frame of ours could not leave. A request
     // that cannot be understood, an addition that cannot succeed and what a reactor's full queue refuses are answered
     // at once.
-    // What is read of the command goes with it, as its attachment.
+    // What is read of an addition goes with it, as its attachment.
     int Take(BP::CCmd& cmd);
 
 private:

@@ -47,6 +47,11 @@ int ConnectMediaUnit(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session
         GVX_LOG_ERR_CODE("Media unit's port", ZVS_PARA_INVALID, "The answer names no LinkID or no MUPort.");
         return ZVS_PARA_INVALID;
     }
+    if (!CGvxConnectionMgr::Instance()->TakeLinkPortAnswer(cmd.GetNetLinkID(), linkID)) {
+        GVX_LOG_WARN_CODE("Media unit's port", ZVS_PARA_INVALID, "Link[%s] was not asked about [%s], or has answered.",
+                          cmd.GetNetLinkID().c_str(), linkID.c_str());
+        return ZVS_PARA_INVALID;
+    }
     CGvxConnectionMgr::Instance()->NotifyConnectMU(linkID, static_cast<unsigned int>(port));
     return ZVS_SUCCEED;
 }

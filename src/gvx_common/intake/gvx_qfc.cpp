@@ -232,6 +232,11 @@ FLOW_CONGTROL_MSG* CQueueFlowControl::PopFront() {
     FLOW_CONGTROL_MSG* const item = m_FlowControlQue.front();
     m_FlowControlQue.pop_front();
     --m_ulEnterQueCnt;
+    // Two arrivals signal the event once when no thread has waited between them: whoever leaves something behind wakes
+    // the next.
+    if (!m_FlowControlQue.empty()) {
+        m_evWait.signal();
+    }
     return item;
 }
 

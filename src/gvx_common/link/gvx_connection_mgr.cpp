@@ -26,6 +26,12 @@ constexpr unsigned short kAlarmControlSelf = GVX_INTERNAL_REQ_ALARM_CONTROL;
 
 std::array<std::atomic<MainServiceObserver>, 2> g_mainServiceSteps{};  // by MainServiceStep
 
+void TakeMainServiceStep(MainServiceStep step, const std::string& linkId) {
+    if (const MainServiceObserver observer = g_mainServiceSteps[static_cast<std::size_t>(step)]; observer != nullptr) {
+        observer(linkId);
+    }
+}
+
 std::string NodeText(const std::string& id) {
     return id.size() > kPeerPrefixLength ? id.substr(kPeerPrefixLength) : std::string();
 }
@@ -127,6 +133,10 @@ void CGvxConnectionMgr::OnSCULinkClosed(const std::string& linkId, const std::st
             m_SCUConnections.erase(linkId);
         }
     }
+    {
+        const std::lock_guard<std::mutex> lock(m_connectionMutex);
+        m_portQueries.erase(linkId);
+    }
     ReportLinkEvent(linkId, NET_ELE_SCU_CLOSE);
 
     const std::string received = NodeText(linkId);
@@ -134,6 +144,11 @@ void CGvxConnectionMgr::OnSCULinkClosed(const std::string& linkId, const std::st
     if (received == local) {
         GVX_LOG_WARN("SCU link closed", "The strRecvLinkID is: [%s], strLocolLinkID is:[%s].", received.c_str(),
                      local.c_str());
+        // A media link that stands stays; one that has never come about is not tried for any more.
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
+        if (guard.locked() && m_MUConnections.count(PairedMULink(linkId)) == 0) {
+            EndMuAttempt(PairedMULink(linkId));
+        }
         return;
     }
     RemoveMULinkOfSCU(linkId);
@@ -148,6 +163,7 @@ void CGvxConnectionMgr::RemoveMULinkOfSCU(const std::string& scuLinkId) {
     const auto found = m_MUConnections.find(muLink);
     if (found == m_MUConnections.end()) {
         GVX_LOG_WARN("SCU link closed", "The link ID is: [%s] .", muLink.c_str());
+        EndMuAttempt(muLink);
         return;
     }
     const std::string ip = found->second.GetElementIP();
@@ -155,6 +171,7 @@ void CGvxConnectionMgr::RemoveMULinkOfSCU(const std::string& scuLinkId) {
     GVX_LOG_INFO("SCU link closed", "The link strIP: %s, uiMUServerPort: %u", ip.c_str(), port);
     BP::CNetFactory::DeleteClientLinkByAddr(ip.c_str(), static_cast<int>(port), kElementMU);
     m_MUConnections.erase(found);
+    EndMuAttempt(muLink);
 }
 
 void CGvxConnectionMgr::OnMULinkOpened(const std::string& linkId, const std::string& ip, unsigned int port) {
@@ -210,9 +227,41 @@ void CGvxConnectionMgr::NotifyConnectMU(std::string strLinkID, unsigned int iMUP
 
 void CGvxConnectionMgr::ConnectMU(const std::string& ownId, const std::string& muLink, const std::string& ip,
                                   unsigned int port, const char* localIp) {
+    if (!BeginMuAttempt(muLink, ip, port)) {
+        GVX_LOG_ERR("GVX open link to MU failed.", "The link ID is[%s], %zu others are kept.", muLink.c_str(),
+                    kMaxMuAttempts);
+        return;
+    }
     if (BP::CNetFactory::CreateClientLink(ownId, kElementMU, ip.c_str(), static_cast<int>(port), localIp, true, 0) !=
         0) {
         GVX_LOG_ERR("GVX open link to MU failed.", "The link ID is[%s].", muLink.c_str());
+    }
+}
+
+bool CGvxConnectionMgr::BeginMuAttempt(const std::string& muLink, const std::string& ip, unsigned int port) {
+    ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
+    if (!guard.locked()) {
+        return false;
+    }
+    const auto known = m_muAttempts.find(muLink);
+    if (known != m_muAttempts.end() && known->second.GetElementIP() == ip && known->second.GetElementPort() == port) {
+        return true;
+    }
+    EndMuAttempt(muLink);
+    if (m_muAttempts.size() >= kMaxMuAttempts) {
+        return false;
+    }
+    m_muAttempts[muLink] = MakeConnection(muLink, kElementMU, ip, port);
+    return true;
+}
+
+// MUConnectionMutex is held.
+void CGvxConnectionMgr::EndMuAttempt(const std::string& muLink) {
+    const auto known = m_muAttempts.find(muLink);
+    if (known != m_muAttempts.end()) {
+        BP::CNetFactory::DeleteClientLinkByAddr(known->second.GetElementIP().c_str(),
+                                                static_cast<int>(known->second.GetElementPort()), kElementMU);
+        m_muAttempts.erase(known);
     }
 }
 
@@ -231,9 +280,12 @@ void CGvxConnectionMgr::OnOMULinkOpened(const std::string& linkId, const std::st
     SendWaitingAlarms();
 }
 
-void CGvxConnectionMgr::OnOMULinkClosed(const std::string& /*linkId*/, const std::string& /*ip*/,
-                                        unsigned int /*port*/) {
+// The close of another unit's link than the recorded one leaves the record alone.
+void CGvxConnectionMgr::OnOMULinkClosed(const std::string& linkId, const std::string& /*ip*/, unsigned int /*port*/) {
     const std::lock_guard<std::mutex> lock(m_connectionMutex);
+    if (m_OMUConnection.GetLinkId() != linkId) {
+        return;
+    }
     m_OMUConnection.SetConnected(false);
     m_OMUConnection.SetLinkId(std::string());
 }
@@ -252,14 +304,21 @@ void CGvxConnectionMgr::OnGVXMainServiceLinkOpened(const std::string& linkId, co
     {
         const std::lock_guard<std::mutex> lock(m_connectionMutex);
         m_gvxMainServiceConnection = MakeConnection(linkId, kElementOMU, ip, port);
+        m_mainServices.remove_if([&linkId](const CGvxConnection& other) { return other.GetLinkId() == linkId; });
+        m_mainServices.push_back(m_gvxMainServiceConnection);
     }
     BP::CPluginMgr::RegisterPlugin();
-    for (const std::atomic<MainServiceObserver>& step : g_mainServiceSteps) {
-        if (const MainServiceObserver observer = step; observer != nullptr) {
-            observer(linkId);
-        }
+    TakeMainServiceStep(MainServiceStep::HeldAlarms, linkId);
+    // The list of ports waits for its answer, and what follows waits for the list.
+    const auto lastSteps = [this, linkId] {
+        TakeMainServiceStep(MainServiceStep::UsedPorts, linkId);
+        FeedAlarmControl();
+    };
+    if (m_peerWaitRunner) {
+        m_peerWaitRunner(lastSteps);
+    } else {
+        lastSteps();
     }
-    FeedAlarmControl();
 }
 
 // Two commands to ourselves, which enter as if they had come from the main service: it has no way to ask for them.
@@ -283,12 +342,26 @@ void CGvxConnectionMgr::FeedAlarmControl() {
     }
 }
 
-void CGvxConnectionMgr::OnGVXMainServiceLinkClosed(const std::string& /*linkId*/, const std::string& /*ip*/,
+// The close of a link that is not the recorded one leaves the record alone. When the recorded one closes and another
+// main service is linked, that one is recorded anew: it has had its opening already, and would hear nothing any more.
+void CGvxConnectionMgr::OnGVXMainServiceLinkClosed(const std::string& linkId, const std::string& /*ip*/,
                                                    unsigned int /*port*/) {
+    std::string follower;
     {
         const std::lock_guard<std::mutex> lock(m_connectionMutex);
-        m_gvxMainServiceConnection.SetConnected(false);
-        m_gvxMainServiceConnection.SetLinkId(std::string());
+        m_mainServices.remove_if([&linkId](const CGvxConnection& other) { return other.GetLinkId() == linkId; });
+        if (m_gvxMainServiceConnection.GetLinkId() == linkId) {
+            m_gvxMainServiceConnection.SetConnected(false);
+            m_gvxMainServiceConnection.SetLinkId(std::string());
+            if (!m_mainServices.empty()) {
+                m_gvxMainServiceConnection = m_mainServices.back();
+                follower = m_gvxMainServiceConnection.GetLinkId();
+            }
+        }
+    }
+    if (!follower.empty()) {
+        GVX_LOG_WARN("GVX main service link closed", "The link ID is[%s], [%s] serves instead.", linkId.c_str(),
+                     follower.c_str());
     }
     BP::CDeviceMgr::HandleClusterTaskShiftIn(0, std::string());
 }
@@ -364,8 +437,23 @@ void CGvxConnectionMgr::SendQueryLinkPortToScu(const std::string& linkId) {
     CBB::CXml xml;
     xml.AddDeclaration("1.0", "UTF-8");
     xml.AddElem("Content", "query");
+    {
+        // Ahead of the query, since the answer may be faster than this thread.
+        const std::lock_guard<std::mutex> lock(m_connectionMutex);
+        m_portQueries[linkId] = m_gvxMainServiceConnection.GetLinkId();
+    }
     SendReqMsgWithXml(BP::SUBSYS_SCU, kElementSCU, NSS_NOTIFY_LINK_PORT_TO_GVX_REQ, xml, linkId, std::string());
     GVX_LOG_INFO("Query link port", "msg type[0x02D4][NSS_NOTIFY_LINK_PORT_TO_GVX_REQ]. linkID=%s", linkId.c_str());
+}
+
+bool CGvxConnectionMgr::TakeLinkPortAnswer(const std::string& fromLink, const std::string& scuLinkId) {
+    const std::lock_guard<std::mutex> lock(m_connectionMutex);
+    const auto query = m_portQueries.find(scuLinkId);
+    if (query == m_portQueries.end() || query->second.empty() || query->second != fromLink) {
+        return false;
+    }
+    m_portQueries.erase(query);
+    return true;
 }
 
 bool CGvxConnectionMgr::OwnNodeText(std::string& ownId, std::string& nodeText) {

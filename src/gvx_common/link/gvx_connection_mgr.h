@@ -10,10 +10,14 @@
 
 #include <ace/Recursive_Thread_Mutex.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <list>
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace CBB {
 class CXml;
@@ -38,15 +42,17 @@ using GvxExceptionCallback = void (*)(ADAPTER_COMMON_MESSAGE&);
 // What follows upon the opening of the main-service link, in this order, once the plug-ins have been announced.
 enum class MainServiceStep { HeldAlarms, UsedPorts };
 using MainServiceObserver = void (*)(const std::string& linkId);
+// Does work of a link event that may wait for the peer's answer, so that it holds up the events of other links not.
+using PeerWaitRunner = std::function<void(std::function<void()> work)>;
 
 // The process-wide record of the platform peers that this gateway is linked to, and all sending to them. Every
 // outbound message leaves by the main-service link, whatever link its caller names; SyncSendReqMsg alone uses the
 // caller's.
 //
-// Link events come from one thread, which may wait for a peer's answer and so is not the network layer's I/O thread;
-// sends come from every reactor thread. Lock order:
-// SCUConnectionMutex and MUConnectionMutex are never held together, and neither is held across a callback or a
-// call into the network layer, deletion of a client link excepted.
+// Link events come from one thread, which is not the network layer's I/O thread; what waits for a peer's answer is
+// given to the runner of such work. Sends come from every reactor thread. Lock order: SCUConnectionMutex and
+// MUConnectionMutex are never held together, and neither is held across a callback or a call into the network layer,
+// deletion of a client link excepted.
 class CGvxConnectionMgr {
 public:
     static CGvxConnectionMgr* Instance();
@@ -60,8 +66,15 @@ public:
     // Element code of a link identifier. The first argument is not looked at.
     int JudgeElementType(int iNetElementType, const std::string& strLinkID);
 
+    // Whether an answer to SendQueryLinkPortToScu about that SCU may be believed: it came by the link by which the
+    // query has left, and is the first one. Any thread.
+    bool TakeLinkPortAnswer(const std::string& fromLink, const std::string& scuLinkId);
+
     // Opens the link to the media unit that is paired with an SCU, at the SCU's address and that port. A pair whose
-    // media link is still known is left as it is.
+    // media link is still known is left as it is; one that is only tried for is given up for another port. At most
+    // kMaxMuAttempts are made; each ends with its SCU's link, unless its media link is there by then and the SCU is
+    // that of the own node.
+    static constexpr std::size_t kMaxMuAttempts = 64;
     void NotifyConnectMU(std::string strLinkID, unsigned int iMUPort);
 
     // The main-service link, whatever the type. False, and a log line, when it is down.
@@ -79,6 +92,8 @@ public:
     // Who takes a step; set when the library is loaded, by the rooms above this one. Runs on the thread of the link
     // events, outside every lock of this class.
     static void SetMainServiceObserver(MainServiceStep step, MainServiceObserver observer);
+    // Without one, as at first, such work is done at once. Set while no link is open.
+    void SetPeerWaitRunner(PeerWaitRunner runner) { m_peerWaitRunner = std::move(runner); }
 
     void SendQueryCGInfoToScu();
     void SendGet35114SevCfgParamReqToOMU();
@@ -159,6 +174,8 @@ private:
 
     void ReportLinkEvent(const std::string& linkId, LINKCLOSE_NET_ELE_E event);
     void RemoveMULinkOfSCU(const std::string& scuLinkId);
+    bool BeginMuAttempt(const std::string& muLink, const std::string& ip, unsigned int port);
+    void EndMuAttempt(const std::string& muLink);
     void ConnectMU(const std::string& ownId, const std::string& muLink, const std::string& ip, unsigned int port,
                    const char* localIp);
     static std::string InternalApiAddress();
@@ -176,13 +193,17 @@ private:
     GvxExceptionCallback m_pException = nullptr;
     ACE_Recursive_Thread_Mutex SCUConnectionMutex;  // guards m_SCUConnections
     ACE_Recursive_Thread_Mutex MUConnectionMutex;   // guards m_MUConnections
-    // Guards m_OMUConnection, m_gvxMainServiceConnection and m_strOmuNetLinkID, which link events write and senders
-    // read. Innermost: nothing is called while it is held.
+    // Guards m_OMUConnection, m_gvxMainServiceConnection, m_mainServices, m_portQueries and m_strOmuNetLinkID, which
+    // link events write and senders read. Innermost: nothing is called while it is held.
     mutable std::mutex m_connectionMutex;
     CGvxConnection m_OMUConnection;
     NetConnectionMap m_SCUConnections;
     NetConnectionMap m_MUConnections;
+    NetConnectionMap m_muAttempts;  // links to media units that the network layer keeps. Guarded by MUConnectionMutex.
     CGvxConnection m_gvxMainServiceConnection;
+    std::list<CGvxConnection> m_mainServices;          // all that are linked, the last opened last
+    std::map<std::string, std::string> m_portQueries;  // SCU to the link that was asked about it
+    PeerWaitRunner m_peerWaitRunner;
     BP::IService* m_pGvxService = nullptr;  // not owned
     std::string m_strOmuNetLinkID;
 };

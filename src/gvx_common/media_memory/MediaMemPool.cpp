@@ -2,6 +2,7 @@
 
 #include "base/bounded_string.h"
 #include "base/log.h"
+#include "base/zvs_error.h"
 #include "gvx_common/media_memory/MediaMemPool_tracking.h"
 #include "gvx_common/media_memory/block_stack.h"
 
@@ -87,7 +88,7 @@ inline ACE_Message_Block* MediaMemPool::Pop(unsigned int level) {
 // A level is freed only when none of its blocks is counted and it is no longer the current one. A caller that has
 // counted itself and then still sees its level as the current one may therefore pop from it in peace: whoever frees the
 // level has either seen that count or has already published another level. So the common case needs no lock.
-unsigned int MediaMemPool::ReserveLevel() {
+unsigned int MediaMemPool::ReserveLevel(bool& justRefused) {
     const unsigned int seen = m_level.load();
     const bool mayRise = seen < kTopLevel && !CertainlyNotAbove(HighMark(seen));
     const bool reserved = seen != 0 && !mayRise;
@@ -102,7 +103,9 @@ unsigned int MediaMemPool::ReserveLevel() {
         m_memStackSize[seen].fetch_sub(1);
         DestroyIfLeft(seen);
     }
+    const bool refusedBefore = m_refused;
     TryIncLevel();
+    justRefused = m_refused && !refusedBefore;
     const unsigned int level = m_level.load();
     if (level != 0) {
         m_memStackSize[level].fetch_add(1);
@@ -111,20 +114,48 @@ unsigned int MediaMemPool::ReserveLevel() {
 }
 
 ACE_Message_Block* MediaMemPool::TakeReserved() {
-    const unsigned int level = ReserveLevel();
+    bool justRefused = false;
+    const unsigned int level = ReserveLevel(justRefused);
     if (level == 0) {
         return m_cache.Take(m_memoryStack[0].get());
     }
     ACE_Message_Block* block = Pop(level);
     if (block == nullptr) {
         // While it was counted, the last block of a level that has been left may have come back.
-        const SpinlockGuard guard(m_spinLock);
-        m_memStackSize[level].fetch_sub(1);
-        DestroyIfLeft(level);
-        return nullptr;
+        bool refused = false;
+        {
+            const SpinlockGuard guard(m_spinLock);
+            m_memStackSize[level].fetch_sub(1);
+            DestroyIfLeft(level);
+            refused = m_refused;
+        }
+        return refused && !justRefused ? TakeWithoutLevel() : nullptr;
     }
     m_usedPacketSize.fetch_add(1);
     return block;
+}
+
+// No block of the current level can come back and lower it, since it has none. So what a returning block would do is
+// done here, and the level is tried again.
+ACE_Message_Block* MediaMemPool::TakeWithoutLevel() {
+    {
+        const SpinlockGuard guard(m_spinLock);
+        const unsigned int current = m_level.load();
+        if (LowWaterLevel(current)) {
+            TryDecLevel();
+        } else if (m_memory[current] != nullptr || CreateMem(current)) {
+            m_refused = false;
+        }
+        for (unsigned int level = m_level.load(); level != 0; --level) {
+            ACE_Message_Block* const block = m_memory[level] == nullptr ? nullptr : Pop(level);
+            if (block != nullptr) {
+                m_memStackSize[level].fetch_add(1);
+                m_usedPacketSize.fetch_add(1);
+                return block;
+            }
+        }
+    }
+    return m_cache.Take(m_memoryStack[0].get());
 }
 
 ACE_Message_Block* MediaMemPool::Alloc(const char* file, int line) {
@@ -233,6 +264,7 @@ bool MediaMemPool::Init() {
         }
         ++g_bp_memstat;
     }
+    m_refused = false;
     return m_cache.Start(GetPacketSize(0)) && CreateMem(m_level.load());
 }
 
@@ -254,7 +286,9 @@ bool MediaMemPool::CreateMem(unsigned int level) {
     }
     const unsigned int count = GetPacketSize(level);
     m_memory[level].reset(new (std::nothrow) char[static_cast<std::size_t>(count) << 11]);
-    m_mbArray[level].reset(new (std::nothrow) ACE_Message_Block[count]);
+    if (m_memory[level] != nullptr) {
+        m_mbArray[level].reset(new (std::nothrow) ACE_Message_Block[count]);
+    }
     if (m_memory[level] == nullptr || m_mbArray[level] == nullptr) {
         m_memory[level].reset();
         m_mbArray[level].reset();
@@ -320,6 +354,11 @@ bool MediaMemPool::TryIncLevel() {
     }
     const bool created = CreateMem(level + 1);
     m_level.store(level + 1);
+    m_refused = m_memory[level + 1] == nullptr;
+    if (m_refused) {
+        GVX_LOG_ERR_CODE("MediaMemPool", ZVS_ALLOC_MEMORY_ERROR,
+                         "no memory for level[%u], blocks come from the levels below until there is", level + 1);
+    }
     return created;
 }
 
@@ -328,6 +367,7 @@ void MediaMemPool::TryDecLevel() {
     if (level != 0 && LowWaterLevel(level)) {
         CreateMem(level - 1);  // may have been freed while the pool stood above it
         m_level.store(level - 1);
+        m_refused = m_memory[level - 1] == nullptr;
         m_timeToDecLevel = false;
     }
 }

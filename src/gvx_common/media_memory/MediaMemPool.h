@@ -12,8 +12,14 @@ class ACE_Message_Block;
 // The process-wide pool of 2048-byte media blocks, cut from large arenas, so that the media path never calls the heap.
 //
 // The pool has five levels of 64 MiB to 1 GiB. Blocks are taken from the current level only. When more than nine tenths
-// of that level's count are out, over all levels, the next one is opened; when fewer than three tenths are out, the
-// pool falls back by one, and a level above the current one is freed with its last block. Level 0 stays until UnInit.
+// of that level's count are out, over all levels, the next one is opened; when fewer than three tenths are out while a
+// block of a level above 0 comes back, the pool falls back by one. A level that has been left is freed when one of its
+// own blocks comes back as the last; one that was left with none out stays, and serves the next rise. Level 0 stays
+// until UnInit. So a gateway that was never busy holds level 0 (64 MiB, with heads about 70 MiB) and the nodes of all
+// five free lists, and one that was busy may keep more when it is quiet again.
+//
+// A level whose memory cannot be had stays the current one. The call that found it out answers null; each one behind it
+// tries again, and takes a block of the levels below while that fails. One line tells of each such time.
 //
 // Any thread may allocate and free. Init and UnInit belong to the thread that starts and stops the process.
 class MediaMemPool {
@@ -35,8 +41,9 @@ public:
     void UnInit();
 
     // A block that is the caller's until Free, not reset: the caller calls reset() on it. Null, without a log line,
-    // when the current level is exhausted. Reaches the heap only when this call opens a level; every other caller that
-    // needs that level waits meanwhile. file and line are kept while losses are tracked.
+    // when the current level is exhausted, or could not be opened and those below it are exhausted. Reaches the heap
+    // only when this call opens a level; every other caller that needs that level waits meanwhile. file and line are
+    // kept while losses are tracked.
     ACE_Message_Block* Alloc(const char* file, int line);
 
     // Gives a block back, with all behind it through cont(). 0; 1 for a null block. A block whose flags carry no level
@@ -77,8 +84,9 @@ private:
     bool CertainlyAbove(float mark) const;
 
     bool MayTakeFromLevelZero() const;
-    unsigned int ReserveLevel();
+    unsigned int ReserveLevel(bool& justRefused);
     ACE_Message_Block* TakeReserved();
+    ACE_Message_Block* TakeWithoutLevel();
     bool Push(unsigned int level, ACE_Message_Block* mb);
     ACE_Message_Block* Pop(unsigned int level);
     bool FillLevel(unsigned int level, unsigned int count);
@@ -98,6 +106,7 @@ private:
     // Guards m_level, CreateMem and DestroyMem, and the moves from the cache's counts. Innermost: only the log is
     // called under it.
     Spinlock m_spinLock;
+    bool m_refused = false;    // the current level has no memory. Guarded by m_spinLock.
     gvx::ThreadCache m_cache;  // of level 0
 };
 

@@ -118,6 +118,18 @@ TEST_F(FlowControlTest, ShedsWhatIsTooMuchAndWhatWaitsTooLong) {
     EXPECT_EQ(2u, ErrorLines("reached the upper limit"));
 }
 
+TEST_F(FlowControlTest, NothingWaitsBesideAnIdleWorker) {
+    m_queue.SetMaxMsgProcThreadNum(4);
+    ASSERT_TRUE(m_queue.Init());
+    for (unsigned round = 1; round <= 50; ++round) {
+        m_queue.Hold(true);
+        ASSERT_EQ(4u, m_queue.Accepted(4));
+        ASSERT_TRUE(WaitUntil([&] { return m_queue.Served() == 4 * round; })) << m_queue.Served();
+        m_queue.Hold(false);
+        ASSERT_TRUE(WaitUntil([&] { return m_queue.Freed() == 4 * round; }));
+    }
+}
+
 TEST_F(FlowControlTest, RefusesWhatComesTooFast) {
     m_queue.SetMaxEnQueRate(100);
     EXPECT_EQ(100u, m_queue.Accepted(103));

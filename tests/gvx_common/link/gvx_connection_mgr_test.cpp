@@ -3,6 +3,7 @@
 #include "base/cbb_xml.h"
 #include "base/zvs_error.h"
 #include "bp/frame_reader.h"
+#include "bp/net_factory.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "support/caught_frames.h"
 #include "support/fake_peer.h"
@@ -124,6 +125,53 @@ TEST_F(ConnectionMgrTest, MediaLinkIsForgottenOnlyWhenAForeignScuCloses) {
     EXPECT_TRUE(m_log->Contains("The link strIP: 127.0.0.1, uiMUServerPort: 6000"));
     Mgr().NotifyConnectMU("SCU#7", 6000);
     EXPECT_EQ(1u, m_log->Count(opened));
+}
+
+TEST_F(ConnectionMgrTest, AMainServiceThatLeavesSilencesNoOther) {
+    const auto recorded = [] {
+        unsigned type = 0;
+        std::string link;
+        return Mgr().GetLinkInfoByType(BP::SUBSYS_GVX, type, link) ? link : std::string();
+    };
+    Mgr().OnLinkOpened("", 0, "GVX#one", "127.0.0.1", 9001);
+    EXPECT_EQ("GVX#one", recorded());
+    Mgr().OnLinkClosed("", 0, "GVX#one", "127.0.0.1", 9001);
+    EXPECT_EQ("GVX#000", recorded()) << "the one that is still linked";
+    Mgr().OnLinkOpened("", 0, "GVX#two", "127.0.0.1", 9002);
+    Mgr().OnLinkClosed("", 0, "GVX#000", "127.0.0.1", 9000);
+    EXPECT_EQ("GVX#two", recorded());
+    Mgr().OnLinkClosed("", 0, "GVX#two", "127.0.0.1", 9002);
+    EXPECT_EQ("", recorded());
+}
+
+TEST_F(ConnectionMgrTest, APortIsTakenOnceFromTheLinkThatWasAsked) {
+    EXPECT_FALSE(Mgr().TakeLinkPortAnswer("GVX#000", "SCU#7")) << "nobody was asked";
+    Mgr().OnLinkOpened("", 0, "SCU#7", "127.0.0.1", 5000);
+    EXPECT_FALSE(Mgr().TakeLinkPortAnswer("GVX#one", "SCU#7"));
+    EXPECT_FALSE(Mgr().TakeLinkPortAnswer("GVX#000", "SCU#8"));
+    EXPECT_TRUE(Mgr().TakeLinkPortAnswer("GVX#000", "SCU#7"));
+    EXPECT_FALSE(Mgr().TakeLinkPortAnswer("GVX#000", "SCU#7")) << "once";
+    Mgr().OnLinkOpened("", 0, "SCU#7", "127.0.0.1", 5000);
+    Mgr().OnLinkClosed("", 0, "SCU#7", "127.0.0.1", 5000);
+    EXPECT_FALSE(Mgr().TakeLinkPortAnswer("GVX#000", "SCU#7")) << "the query has ended with its link";
+}
+
+TEST_F(ConnectionMgrTest, AttemptsForAMediaUnitEndWithItsScuAndForAnotherPort) {
+    BP::LinkOptions options;
+    options.localID = "GVX#001";
+    ASSERT_EQ(0, BP::CNetFactory::Start(options, {}));
+    const FakeListener first;
+    const FakeListener second;
+    const auto given = [](const FakeListener& unit) {
+        return BP::CNetFactory::DeleteClientLinkByAddr("127.0.0.1", unit.Port(), kElementMU) != 0;
+    };
+    Mgr().OnLinkOpened("", 0, "SCU#7", "127.0.0.1", 5000);
+    Mgr().NotifyConnectMU("SCU#7", first.Port());
+    Mgr().NotifyConnectMU("SCU#7", second.Port());
+    EXPECT_TRUE(given(first)) << "another port was named";
+    Mgr().OnLinkClosed("", 0, "SCU#7", "127.0.0.1", 5000);
+    EXPECT_TRUE(given(second)) << "the unit has never come";
+    BP::CNetFactory::Stop();
 }
 
 TEST_F(ConnectionMgrTest, RequestsTellTheirSequenceNumberAndLeaveNoTransactionOpen) {

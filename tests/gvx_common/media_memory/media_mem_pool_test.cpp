@@ -9,9 +9,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
+
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 
@@ -46,6 +50,25 @@ protected:
     const long before = g_bp_memstat;
     MediaMemPool pool;
     unsigned int total = 0;
+};
+
+// For a scope, the process gets no more memory than that beside what it has.
+class ScopedAddressLimit {
+public:
+    explicit ScopedAddressLimit(rlim_t more) {
+        long pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        getrlimit(RLIMIT_AS, &m_former);
+        struct rlimit limit = m_former;
+        limit.rlim_cur = static_cast<rlim_t>(pages) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + more;
+        setrlimit(RLIMIT_AS, &limit);
+    }
+    ~ScopedAddressLimit() { setrlimit(RLIMIT_AS, &m_former); }
+    ScopedAddressLimit(const ScopedAddressLimit&) = delete;
+    ScopedAddressLimit& operator=(const ScopedAddressLimit&) = delete;
+
+private:
+    struct rlimit m_former = {};
 };
 
 unsigned int LevelFlags(const ACE_Message_Block* block) {
@@ -125,6 +148,41 @@ TEST_F(MediaMemPoolTest, BlocksOfLevelZeroNeverLowerTheLevelAndALowerLevelIsReop
     TakeUntil(20000, of[1]);
     EXPECT_EQ(LevelFlags(of[1].front()), 0x2100u);
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they need room of their own
+TEST_F(MediaMemPoolTest, ALevelWithoutMemoryIsTriedAgainAndTheLevelsBelowServe) {
+    Blocks blocks;
+    TakeUntil(kHigh[0] + 1, blocks);
+    const ScopedRecordingLogger log;
+    {
+        const ScopedAddressLimit limit(64u << 20);  // a level 1 takes 128 MiB
+        EXPECT_EQ(Take(), nullptr) << "the one that finds it out";
+        EXPECT_EQ(StateOf(pool).level, 1u);
+        TakeUntil(MediaMemPool::GetPacketSize(0), blocks);
+        EXPECT_EQ(LevelFlags(blocks.back()), 0x2000u);
+        EXPECT_EQ(Take(), nullptr) << "all are out";
+        GiveBackUntil(25000, blocks);
+        TakeUntil(25001, blocks);
+        EXPECT_EQ(1u, log->Count("no memory for level[1]", "MediaMemPool"));
+    }
+    Blocks above;
+    TakeUntil(25002, above);
+    EXPECT_EQ(LevelFlags(above.front()), 0x2100u) << "there is memory again";
+    GiveBackUntil(25001, above);
+    GiveBackUntil(0, blocks);
+}
+
+TEST_F(MediaMemPoolTest, ALevelWithoutMemoryIsLeftWhenAllCameBack) {
+    Blocks blocks;
+    TakeUntil(kHigh[0] + 1, blocks);
+    const ScopedAddressLimit limit(64u << 20);
+    EXPECT_EQ(Take(), nullptr);
+    GiveBackUntil(0, blocks);
+    TakeUntil(1, blocks);
+    EXPECT_EQ(StateOf(pool).level, 0u);
+    GiveBackUntil(0, blocks);
+}
+#endif
 
 TEST_F(MediaMemPoolTest, FreeReturnsAChainAndFree1mbOneBlock) {
     Blocks blocks;

@@ -61,13 +61,14 @@ std::string ReplyText(const std::vector<unsigned int>& ports, int type = 1) {
     return R"({"ApplyPortReturnList":[)" + list + R"(],"ApplyPortReturnType":)" + std::to_string(type) + "}";
 }
 
-void Deliver(unsigned int type, const std::string& trans, const std::string& text) {
-    BP::CDispatcher::FrameArrived(kElementGVX, "GVX#000",
+void Deliver(unsigned int type, const std::string& trans, const std::string& text,
+             const std::string& link = "GVX#000") {
+    BP::CDispatcher::FrameArrived(kElementGVX, link,
                                   BlockOf(FakePeer::MakeFrame(static_cast<std::uint16_t>(type), 1, trans, 0, text)));
 }
 
 void Answer(const CaughtFrame& request, const std::string& text) {
-    Deliver(request.Type() + kNssResponseOffset, request.Transaction(), text);
+    Deliver(request.Type() + kNssResponseOffset, request.Transaction(), text, request.linkID);
 }
 
 // The main service's side of the exchange, where frames would enter its link.

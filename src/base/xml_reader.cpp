@@ -1,0 +1,170 @@
+#include "base/xml_reader.h"
+
+#include "base/wiping_memory.h"
+
+#include <expat.h>
+
+#include <climits>
+#include <exception>
+#include <new>
+#include <utility>
+
+namespace gvx {
+
+namespace {
+
+// Whether an element has more attributes than allowed, as far as a look at the bytes tells. The parser reads all of an
+// element's attributes before it tells of one, which takes long when there are many.
+bool HasTooManyAttributes(const char* text, std::size_t length, unsigned int limit) {
+    bool inTag = false;
+    char quote = '\0';
+    unsigned int attributes = 0;
+    for (std::size_t at = 0; at < length; ++at) {
+        const char c = text[at];
+        if (!inTag) {
+            if (c == '<' && at + 1 < length && text[at + 1] != '!' && text[at + 1] != '?') {
+                inTag = true;
+                attributes = 0;
+            }
+        } else if (quote != '\0') {
+            quote = c == quote ? '\0' : quote;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
+            if (++attributes > limit) {
+                return true;
+            }
+        } else {
+            inTag = c != '>';
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+struct XmlReader::Impl {
+    Impl(XmlSink& sinkOfUser, const XmlLimits& limitsOfUser) : sink(sinkOfUser), limits(limitsOfUser) {}
+    ~Impl() {
+        if (parser != nullptr) {
+            XML_ParserFree(parser);
+        }
+    }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    void Refuse(const char* reason) {
+        refusal = reason;
+        XML_StopParser(parser, XML_FALSE);
+    }
+
+    // The parser is C and must not be left by an exception.
+    template <typename Call>
+    void Tell(Call call) {
+        if (refusal != nullptr || thrown != nullptr) {
+            return;
+        }
+        try {
+            call();
+        } catch (...) {
+            thrown = std::current_exception();
+            XML_StopParser(parser, XML_FALSE);
+        }
+    }
+
+    void Begin(const char* name, const char** attributes) {
+        std::size_t count = 0;
+        for (; attributes[count] != nullptr; count += 2) {
+        }
+        if (count / 2 > limits.attributes) {
+            Refuse("an element has too many attributes");
+        } else if (++depth > limits.depth) {
+            Refuse("it is nested too deeply");
+        } else if (++elements > limits.elements) {
+            Refuse("it has too many elements");
+        } else {
+            Tell([&] { sink.ElementBegins(name, attributes); });
+        }
+    }
+
+    static Impl& Of(void* user) { return *static_cast<Impl*>(user); }
+    static void XMLCALL OnBegin(void* user, const char* name, const char** attributes) {
+        Of(user).Begin(name, attributes);
+    }
+    static void XMLCALL OnEnd(void* user, const char*) {
+        --Of(user).depth;
+        Of(user).Tell([user] { Of(user).sink.ElementEnds(); });
+    }
+    static void XMLCALL OnText(void* user, const char* text, int length) {
+        Of(user).Tell([&] { Of(user).sink.Text(text, static_cast<std::size_t>(length)); });
+    }
+    static void XMLCALL OnCData(void* user) {
+        Of(user).Tell([user] { Of(user).sink.CDataBegins(); });
+    }
+    static void XMLCALL OnComment(void* user, const char* text) {
+        Of(user).Tell([&] { Of(user).sink.Comment(text); });
+    }
+    static void XMLCALL OnInstruction(void* user, const char* target, const char* text) {
+        Of(user).Tell([&] { Of(user).sink.Instruction(target, text); });
+    }
+    static void XMLCALL OnDeclaration(void* user, const char* version, const char* encoding, int standalone) {
+        if (version != nullptr) {
+            Of(user).Tell([&] { Of(user).sink.Declaration(version, encoding != nullptr, standalone); });
+        }
+    }
+    static void XMLCALL OnDocumentType(void* user, const char*, const char*, const char*, int) {
+        Of(user).Refuse("it has a document type declaration");
+    }
+
+    XmlSink& sink;
+    const XmlLimits limits;
+    XML_Parser parser = nullptr;
+    const char* refusal = nullptr;
+    std::exception_ptr thrown;
+    unsigned int depth = 0;
+    std::size_t elements = 0;
+};
+
+XmlReader::XmlReader(XmlSink& sink, const XmlLimits& limits) : m_impl(std::make_unique<Impl>(sink, limits)) {
+    static const XML_Memory_Handling_Suite memory = {&WipingAlloc, &WipingRealloc, &WipingFree};
+    m_impl->parser = XML_ParserCreate_MM(nullptr, &memory, nullptr);
+    if (m_impl->parser == nullptr) {
+        throw std::bad_alloc();
+    }
+    XML_SetUserData(m_impl->parser, m_impl.get());
+    XML_SetElementHandler(m_impl->parser, &Impl::OnBegin, &Impl::OnEnd);
+    XML_SetCharacterDataHandler(m_impl->parser, &Impl::OnText);
+    XML_SetStartCdataSectionHandler(m_impl->parser, &Impl::OnCData);
+    XML_SetCommentHandler(m_impl->parser, &Impl::OnComment);
+    XML_SetProcessingInstructionHandler(m_impl->parser, &Impl::OnInstruction);
+    XML_SetXmlDeclHandler(m_impl->parser, &Impl::OnDeclaration);
+    XML_SetStartDoctypeDeclHandler(m_impl->parser, &Impl::OnDocumentType);
+}
+
+XmlReader::~XmlReader() = default;
+
+void XmlReader::WantText(bool want) {
+    XML_SetCharacterDataHandler(m_impl->parser, want ? &Impl::OnText : nullptr);
+}
+
+bool XmlReader::Read(const char* text, std::size_t length, std::string* fault) {
+    if (text == nullptr || length > INT_MAX) {
+        *fault = "there is no text, or too much of it";
+        return false;
+    }
+    if (HasTooManyAttributes(text, length, m_impl->limits.attributes)) {
+        *fault = "an element has too many attributes";
+        return false;
+    }
+    const XML_Status status = XML_Parse(m_impl->parser, text, static_cast<int>(length), XML_TRUE);
+    if (m_impl->thrown != nullptr) {
+        std::rethrow_exception(std::exchange(m_impl->thrown, nullptr));
+    }
+    if (status == XML_STATUS_OK) {
+        return true;
+    }
+    *fault = m_impl->refusal != nullptr ? m_impl->refusal : XML_ErrorString(XML_GetErrorCode(m_impl->parser));
+    *fault += ", line " + std::to_string(XML_GetCurrentLineNumber(m_impl->parser));
+    return false;
+}
+
+}  // namespace gvx
