@@ -73,13 +73,13 @@ class Peer:
         self.on_request = lambda message: None
 
     @classmethod
-    def linked(cls, port, link_id, receive_buffer=None):
+    def linked(cls, port, link_id, receive_buffer=None, wrap=lambda sock: sock):
         sock = socket.socket()
         if receive_buffer:
             sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
         sock.settimeout(10)
         sock.connect(("127.0.0.1", port))
-        peer = cls(sock)
+        peer = cls(wrap(sock))
         peer.send(frame(REGISTER, 1, TAG_JSON, json.dumps({"LinkID": link_id}).encode()))
         answer = peer.receive(30)
         check(answer.kind == RESPONSE and answer.code == 0, f"{link_id} was not registered: code {answer.code}")

@@ -14,6 +14,7 @@ import pathlib
 import resource
 import selectors
 import socket
+import ssl
 import statistics
 import threading
 import time
@@ -277,9 +278,9 @@ ASKED_BY_KEEPALIVE = ("silent main services", "frames ahead of the opening", "a 
 
 # The other link
 
-def probe(port, device, commands, results):
+def probe(port, device, wrap, commands, results):
     """Asks without end in a process of its own, and tells the times between two words of its master."""
-    peer = e2e.Peer.linked(port, "GVX#000")
+    peer = e2e.Peer.linked(port, "GVX#000", wrap=wrap)
     if device is not None:
         peer.add_device(device, {"media": "demo"})
     body = json.dumps({"DevCode": device, "ServiceID": "none"}).encode()
@@ -290,8 +291,7 @@ def probe(port, device, commands, results):
             command = commands.recv()
             if command == "end":
                 return
-            if command == "tell":
-                results.send(times)
+            results.send(times)  # to the other words, that the master may go on
             by_keepalive, times = command == "keepalive", []
         begin = time.monotonic()
         if by_keepalive:
@@ -305,13 +305,13 @@ def probe(port, device, commands, results):
 class Attack:
     """A gateway under attack, and another link to it that is watched."""
 
-    def __init__(self, options, gateway):
+    def __init__(self, options, gateway, wrap=lambda sock: sock):
         self.gateway, self.port, self.slow, self.seconds = gateway, gateway.port, options.slow, options.seconds
         self.long = options.seconds > 3
         self.peak_kib, self.watching = 0, True
         self.commands, far_commands = multiprocessing.Pipe()
         self.results, far_results = multiprocessing.Pipe()
-        self.prober = multiprocessing.Process(target=probe, args=(self.port, "OTHER", far_commands, far_results))
+        self.prober = multiprocessing.Process(target=probe, args=(self.port, "OTHER", wrap, far_commands, far_results))
         self.prober.start()
         self.result(60)
         self.watcher = threading.Thread(target=self.watch_memory, daemon=True)
@@ -319,6 +319,11 @@ class Attack:
 
     def many(self, few, many):
         return many if self.long else few
+
+    def ask(self, word, seconds=60):
+        """Tells the other link how to ask from now on, and gives the times that it waited until now."""
+        self.commands.send(word)
+        return self.result(seconds)
 
     def result(self, seconds):
         e2e.check(self.results.poll(seconds * self.slow), "the other link is not answered any more")
@@ -345,17 +350,16 @@ class Attack:
         return answers
 
     def main_service_is_answered(self):
-        self.commands.send("requests")
+        self.ask("requests")
         time.sleep(0.2)
-        self.commands.send("tell")
-        e2e.check(self.result(60), "the main service is not answered")
+        e2e.check(self.ask("requests"), "the main service is not answered")
 
     def carry_out(self, name, case):
         before = self.peak_kib = self.gateway.memory_kib()
-        self.commands.send("keepalive" if name in ASKED_BY_KEEPALIVE else "requests")
+        way = "keepalive" if name in ASKED_BY_KEEPALIVE else "requests"
+        self.ask(way)
         did = case(self)
-        self.commands.send("tell")
-        times = sorted(self.result(60))
+        times = sorted(self.ask(way))
         peak = self.peak_kib
         time.sleep(0.2)
         row = {"case": name, "did": did, "asked": len(times), "worst": times[-1], "p99": times[len(times) * 99 // 100],
@@ -385,27 +389,160 @@ def descriptors(gateway):
     return len(list(pathlib.Path(f"/proc/{gateway.process.pid}/fd").iterdir()))
 
 
+# TLS
+
+class Certificates:
+    """An authority, a stranger's, and what both have given."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        folder.mkdir()
+        for authority in ("authority", "stranger"):
+            self.openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", f"/CN={authority}",
+                         "-keyout", f"{authority}.key", "-out", f"{authority}.pem")
+        self.give("gateway", "GVX#001")
+        self.give("main", "GVX#000")
+        self.give("media", "nobody", "URI:MU#001,DNS:IMGU#001")
+        self.give("foreign", "GVX#000", by="stranger")
+
+    def openssl(self, *command):
+        e2e.run("sh", "-c", f'cd "{self.folder}" && umask 077 && exec openssl "$@" 2>&1', "openssl", *command)
+
+    def give(self, name, common_name, alternative="", by="authority"):
+        self.openssl("req", "-new", "-newkey", "rsa:2048", "-nodes", "-subj", f"/CN={common_name}", "-keyout",
+                     f"{name}.key", "-out", f"{name}.csr")
+        escaped = alternative.replace("#", "\\#")  # a comment begins with it
+        (self.folder / "extensions").write_text(f"subjectAltName={escaped}" if alternative else "")
+        self.openssl("x509", "-req", "-in", f"{name}.csr", "-CA", f"{by}.pem", "-CAkey", f"{by}.key", "-days", "2",
+                     "-set_serial", str(time.time_ns()), "-extfile", "extensions", "-out", f"{name}.new")
+        (self.folder / f"{name}.new").rename(self.folder / f"{name}.pem")
+
+    def path(self, name):
+        return str(self.folder / name)
+
+    def wrap(self, name, **changes):
+        """What makes TLS of a socket, with that certificate or with none."""
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
+        context.check_hostname = False
+        context.load_verify_locations(self.path("authority.pem"))
+        if name:
+            context.load_cert_chain(self.path(f"{name}.pem"), self.path(f"{name}.key"))
+        for key, value in changes.items():
+            setattr(context, key, value)
+        return context.wrap_socket
+
+    def hello(self):
+        """The first bytes of a handshake."""
+        incoming, outgoing = ssl.MemoryBIO(), ssl.MemoryBIO()
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
+        with contextlib.suppress(ssl.SSLWantReadError):
+            context.wrap_bio(incoming, outgoing, server_hostname="gateway").do_handshake()
+        return outgoing.read()
+
+
+def half_handshakes(attack):
+    peers = [connect(attack.port) for _ in range(attack.many(300, 1000))]
+    hello = attack.certificates.hello()
+    for number, peer in enumerate(peers):
+        peer.sendall((hello, hello[:50], registration("SCU#plain"), b"\x16\x03\x01\x40\x00")[number % 4])
+    time.sleep(attack.seconds)
+    for peer in peers:
+        peer.close()
+    return f"{len(peers)} handshakes begun"
+
+
+def handshake_flood(attack):
+    def work(first):
+        wrap, end, count = attack.certificates.wrap("media"), time.monotonic() + attack.seconds, 0
+        while time.monotonic() < end:
+            with contextlib.suppress(OSError), wrap(connect(attack.port)) as peer:
+                peer.sendall(registration("MU#001"))
+                peer.recv(1000)
+            count += 1
+        return count
+    return f"{sum(attack.in_processes(2, work))} handshakes"
+
+
+def refused(attack):
+    """Each is turned away, and is told apart in the log."""
+    own = attack.certificates
+    for wrap, link_id, line in (
+            (own.wrap("foreign"), "GVX#000", "TLS: certificate verify failed"),
+            (own.wrap(""), "GVX#000", "TLS: peer did not return a certificate"),
+            (own.wrap("main", maximum_version=ssl.TLSVersion.TLSv1_2), "GVX#000", "TLS: unsupported protocol"),
+            (own.wrap("main"), "SCU#001", "the certificate does not name SCU#001"),
+            (own.wrap("media"), "GVX#000", "the certificate does not name GVX#000")):
+        with contextlib.suppress(OSError), wrap(connect(attack.port)) as peer:
+            peer.sendall(registration(link_id))
+            answer = peer.recv(1000)
+            e2e.check(not answer or e2e.Message(answer).code != 0, f"a peer was taken in spite of: {line}")
+        e2e.wait_until(lambda line=line: attack.gateway.lines("Link closed", line), 10 * attack.slow, line)
+    for link_id in ("MU#001", "IMGU#001"):
+        e2e.Peer.linked(attack.port, link_id, wrap=own.wrap("media")).sock.close()
+    return "5 kinds refused, 2 names taken"
+
+
+def renewed_files(attack):
+    def serial():
+        with attack.certificates.wrap("media")(connect(attack.port)) as peer:
+            return peer.getpeercert()["serialNumber"]
+    before = serial()
+    attack.certificates.give("gateway", "GVX#001")
+    e2e.wait_until(lambda: serial() != before, 20 * attack.slow, "the renewed certificate is shown")
+    return "taken without a restart"
+
+
+def tool_over_tls(attack):
+    own = attack.certificates
+    own.give("tool", "tool", "URI:GVX#tool,URI:GVX#000")
+    done = e2e.run(attack.gateway.options.gvxctl, "config", "get", "--gateway", str(attack.port), "--tls-cert",
+                   own.path("tool.pem"), "--tls-key", own.path("tool.key"), "--tls-ca", own.path("authority.pem"))
+    e2e.check("GVX_MESSAGE_IP" in done.stdout, f"gvxctl got {done.stdout[:300]}")
+    return "gvxctl is answered"
+
+
+TLS_CASES = {
+    "TLS: half a handshake": half_handshakes,
+    "TLS: handshakes": handshake_flood,
+    "TLS: refused": refused,
+    "TLS: renewed files": renewed_files,
+}
+
+
 def meet_hostile_peers(options, folder, stack):
     # The descriptors of a thousand peers.
     limit = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
     resource.setrlimit(resource.RLIMIT_NOFILE, (min(8192, limit), limit))
     video, _ = e2e.make_clip(folder, seconds=1)
-    gateway = e2e.start_gateway(options, folder, stack, {"demo": {"video": str(video), "fps": 25}}, settings={
-        "GVX_LINK_MEMORY_TOTAL": TOTAL, "GVX_LINK_REGISTER_TIME": 2000, "GVX_LINK_FRAME_TIME": 2000,
-        "GVX_LOG_LEVEL": 6})
+    media = {"demo": {"video": str(video), "fps": 25}}
+    settings = {"GVX_LINK_MEMORY_TOTAL": TOTAL, "GVX_LINK_REGISTER_TIME": 2000, "GVX_LINK_FRAME_TIME": 2000}
+    gateway = e2e.start_gateway(options, folder, stack, media, settings)
     with e2e.Peer.linked(gateway.port, "OMU#warm").sock:
         pass
-    attack = Attack(options, gateway)
+    meet(Attack(options, gateway), CASES, options, stack)
+
+    own = Certificates(folder / "certificates")
+    (folder / "tls").mkdir()
+    gateway = e2e.start_gateway(options, folder / "tls", stack, media, {
+        **settings, "GVX_LINK_TLS": 1, "GVX_LINK_TLS_CERT": own.path("gateway.pem"),
+        "GVX_LINK_TLS_KEY": own.path("gateway.key"), "GVX_LINK_TLS_CA": own.path("authority.pem")})
+    attack = Attack(options, gateway, own.wrap("main"))
+    attack.certificates = own
+    meet(attack, TLS_CASES, options, stack)
+
+
+def meet(attack, cases, options, stack):
     stack.callback(attack.prober.kill)
-    held = descriptors(gateway)
-    rows = []
+    gateway, held, rows = attack.gateway, descriptors(attack.gateway), []
     try:
-        for name, case in CASES.items():
+        for name, case in cases.items():
             if options.case in ("", name):
                 rows.append(attack.carry_out(name, case))
     finally:
         print_table(rows)
     e2e.wait_until(lambda: descriptors(gateway) <= held + 2, 40 * options.slow, "the descriptors are back")
+    if cases is TLS_CASES:
+        print(tool_over_tls(attack))  # takes the place of the main service
     stop_under_fire(attack, gateway)
 
 

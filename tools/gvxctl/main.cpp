@@ -1,6 +1,10 @@
 #include "gvxctl/cli/command_line.h"
 #include "gvxctl/interrupt.h"
+#include "gvxctl/peer_link.h"
 #include "gvxctl/secret_command.h"
+
+#include <cstdio>
+#include <string>
 
 namespace {
 
@@ -157,6 +161,11 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? gvxctl::kExitOk : gvxctl::kExitWrongUse;  // help is no fault
+    }
+    std::string fault;
+    if (line.tls.Given() && !gvxctl::PeerLink::UseTls(line.tls, fault)) {
+        std::fprintf(stderr, "gvxctl: %s\n", fault.c_str());
+        return gvxctl::kExitNoLink;
     }
     gvxctl::CatchInterrupts();
     return line.run();

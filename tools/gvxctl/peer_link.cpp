@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include <sys/socket.h>
@@ -21,6 +22,16 @@ namespace {
 constexpr int kSendTimeoutMs = 5000;
 constexpr int kKeepAliveMs = 10000;  // a third of the silence after which the gateway closes a link
 constexpr int kPollMs = 1000;
+
+struct SharedTls {
+    std::mutex mutex;                  // guards tls
+    std::unique_ptr<BP::LinkTls> tls;  // null: links are plain
+};
+
+SharedTls& TheTls() {
+    static SharedTls& shared = *new SharedTls;
+    return shared;
+}
 
 std::string LinkIdBody(const std::string& linkId) {
     Json::Value body;
@@ -49,7 +60,7 @@ std::unique_ptr<PeerLink> PeerLink::Connect(const Endpoint& gateway, const std::
         return nullptr;
     }
     std::unique_ptr<PeerLink> link(new PeerLink(std::move(fd), linkId, std::move(handler)));
-    if (!link->RegisterOut(timeoutMs, error)) {
+    if (!link->Secure(true, timeoutMs, error) || !link->RegisterOut(timeoutMs, error)) {
         error = linkId + " at " + EndpointText(gateway) + ": " + error;
         return nullptr;
     }
@@ -60,12 +71,103 @@ std::unique_ptr<PeerLink> PeerLink::Connect(const Endpoint& gateway, const std::
 std::unique_ptr<PeerLink> PeerLink::Accept(gvx::UniqueFd connection, const std::string& linkId, Handler handler,
                                            int timeoutMs, std::string& error) {
     std::unique_ptr<PeerLink> link(new PeerLink(std::move(connection), linkId, std::move(handler)));
-    if (!link->RegisterIn(timeoutMs, error)) {
+    if (!link->Secure(false, timeoutMs, error) || !link->RegisterIn(timeoutMs, error)) {
         error = linkId + ": " + error;
         return nullptr;
     }
     link->Start();
     return link;
+}
+
+bool PeerLink::UseTls(const BP::LinkTlsFiles& files, std::string& error) {
+    ::signal(SIGPIPE, SIG_IGN);  // TLS writes without a flag that would say so
+    SharedTls& shared = TheTls();
+    const std::lock_guard<std::mutex> guard(shared.mutex);
+    shared.tls = BP::LinkTls::Load(files, &error);
+    return shared.tls != nullptr;
+}
+
+bool PeerLink::Secure(bool outgoing, int timeoutMs, std::string& error) {
+    {
+        SharedTls& shared = TheTls();
+        const std::lock_guard<std::mutex> guard(shared.mutex);
+        if (shared.tls == nullptr) {
+            return true;
+        }
+        m_session = shared.tls->Begin(m_fd.Get(), outgoing);
+    }
+    const std::int64_t end = gvx::MonotonicMilliseconds() + timeoutMs;
+    while (m_session != nullptr) {
+        const BP::TlsSession::Result result = m_session->Handshake();
+        if (result == BP::TlsSession::Result::Done) {
+            return true;
+        }
+        if (result == BP::TlsSession::Result::Ended || result == BP::TlsSession::Result::Failed) {
+            error = result == BP::TlsSession::Result::Ended ? "the other side closed the link" : m_session->Fault();
+            return false;
+        }
+        const int left = static_cast<int>(std::max<std::int64_t>(0, end - gvx::MonotonicMilliseconds()));
+        const bool ready = result == BP::TlsSession::Result::WantRead ? WaitReadable(m_fd.Get(), left)
+                                                                      : WaitWritable(m_fd.Get(), left);
+        if (!ready) {
+            error = "TLS was not agreed upon in time";
+            return false;
+        }
+    }
+    error = "no memory for TLS";
+    return false;
+}
+
+bool PeerLink::IsWhoItSays(std::string& error) const {
+    if (m_session == nullptr || m_session->PeerIs(m_remoteId)) {
+        return true;
+    }
+    error = "the other side's certificate does not name " + m_remoteId;
+    return false;
+}
+
+// As recv of the non-blocking socket.
+ssize_t PeerLink::Receive(char* buffer, std::size_t length) {
+    if (m_session == nullptr) {
+        return ::recv(m_fd.Get(), buffer, length, 0);
+    }
+    const std::lock_guard<std::mutex> guard(m_sessionMutex);
+    std::size_t got = 0;
+    switch (m_session->Read(buffer, length, got)) {
+        case BP::TlsSession::Result::Done:
+            return static_cast<ssize_t>(got);
+        case BP::TlsSession::Result::Ended:
+            return 0;
+        case BP::TlsSession::Result::Failed:
+            errno = EPROTO;
+            return -1;
+        default:
+            errno = EAGAIN;
+            return -1;
+    }
+}
+
+bool PeerLink::SendWhole(const std::string& bytes) {
+    if (m_session == nullptr) {
+        return SendAll(m_fd.Get(), bytes.data(), bytes.size(), kSendTimeoutMs);
+    }
+    const std::int64_t end = gvx::MonotonicMilliseconds() + kSendTimeoutMs;
+    for (std::size_t at = 0; at < bytes.size();) {
+        std::size_t put = 0;
+        BP::TlsSession::Result result;
+        {
+            const std::lock_guard<std::mutex> guard(m_sessionMutex);
+            result = m_session->Write(bytes.data() + at, bytes.size() - at, put);
+        }
+        at += put;
+        const std::int64_t left = end - gvx::MonotonicMilliseconds();
+        const bool waits = result == BP::TlsSession::Result::WantWrite || result == BP::TlsSession::Result::WantRead;
+        if (result != BP::TlsSession::Result::Done &&
+            (!waits || left <= 0 || !WaitWritable(m_fd.Get(), static_cast<int>(left)))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 PeerLink::~PeerLink() {
@@ -84,7 +186,7 @@ bool PeerLink::SendBytes(const std::string& bytes) {
         return false;
     }
     const std::lock_guard<std::mutex> guard(m_sendMutex);
-    if (!m_open || !SendAll(m_fd.Get(), bytes.data(), bytes.size(), kSendTimeoutMs)) {
+    if (!m_open || !SendWhole(bytes)) {
         Close("sending failed");  // a frame cut short would break the framing of all that follow
         return false;
     }
@@ -118,7 +220,7 @@ bool PeerLink::RegisterOut(int timeoutMs, std::string& error) {
         return false;
     }
     m_remoteId = LinkIdOf(answer);
-    return true;
+    return IsWhoItSays(error);
 }
 
 bool PeerLink::RegisterIn(int timeoutMs, std::string& error) {
@@ -136,7 +238,7 @@ bool PeerLink::RegisterIn(int timeoutMs, std::string& error) {
         error = std::string("the first frame is no registration but ") + NssMsgTypeName(request.Type());
         return false;
     }
-    return true;
+    return IsWhoItSays(error);
 }
 
 // Reads what is there, at most one buffer. True when something came or the time ran out.
@@ -145,7 +247,7 @@ bool PeerLink::ReadSome(int timeoutMs, std::string& error) {
         return true;
     }
     std::array<char, 64 * 1024> buffer;
-    const ssize_t count = ::recv(m_fd.Get(), buffer.data(), buffer.size(), 0);
+    const ssize_t count = Receive(buffer.data(), buffer.size());
     if (count > 0) {
         m_cutter.Feed(buffer.data(), static_cast<std::size_t>(count));
         return true;
@@ -154,6 +256,9 @@ bool PeerLink::ReadSome(int timeoutMs, std::string& error) {
         return true;
     }
     error = count == 0 ? "the other side closed the link" : std::strerror(errno);
+    if (m_session != nullptr && !m_session->Fault().empty()) {
+        error = m_session->Fault();
+    }
     return false;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bp/link_tls.h"
 #include "gvxctl/frame.h"
 #include "gvxctl/socket_util.h"
 
@@ -18,6 +19,10 @@ namespace gvxctl {
 class PeerLink {
 public:
     using Handler = std::function<void(PeerLink& link, const Frame& frame)>;
+
+    // From now on links are made over TLS with these files. Before the first link. False when the files cannot be used,
+    // with the reason in error.
+    static bool UseTls(const BP::LinkTlsFiles& files, std::string& error);
 
     // Connects and registers as linkId. Null for a failure, with the reason in error.
     static std::unique_ptr<PeerLink> Connect(const Endpoint& gateway, const std::string& linkId, Handler handler,
@@ -43,6 +48,10 @@ public:
 
 private:
     PeerLink(gvx::UniqueFd fd, std::string localId, Handler handler);
+    bool Secure(bool outgoing, int timeoutMs, std::string& error);
+    bool IsWhoItSays(std::string& error) const;
+    ssize_t Receive(char* buffer, std::size_t length);
+    bool SendWhole(const std::string& bytes);
     bool RegisterOut(int timeoutMs, std::string& error);
     bool RegisterIn(int timeoutMs, std::string& error);
     bool ReadFrame(Frame& frame, std::int64_t deadlineMs, std::string& error);
@@ -54,6 +63,8 @@ private:
     void Close(const std::string& reason);
 
     gvx::UniqueFd m_fd;
+    std::mutex m_sessionMutex;                  // guards the session, which both directions use
+    std::unique_ptr<BP::TlsSession> m_session;  // null: the link is plain
     std::string m_localId;
     std::string m_remoteId;
     Handler m_handler;

@@ -162,6 +162,10 @@ bool WaitReadable(int fd, int timeoutMs) {
     return WaitFor(fd, POLLIN, timeoutMs) > 0;
 }
 
+bool WaitWritable(int fd, int timeoutMs) {
+    return WaitFor(fd, POLLOUT, timeoutMs) > 0;
+}
+
 bool SendAll(int fd, const char* data, std::size_t length, int timeoutMs) {
     const std::int64_t end = gvx::MonotonicMilliseconds() + timeoutMs;
     while (length > 0) {

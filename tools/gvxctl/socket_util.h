@@ -36,6 +36,7 @@ std::size_t SetReceiveBuffer(int fd, std::size_t bytes);
 
 // False when the time ran out.
 bool WaitReadable(int fd, int timeoutMs);
+bool WaitWritable(int fd, int timeoutMs);
 
 // Sends all of it; false when the peer is gone or does not read within the time.
 bool SendAll(int fd, const char* data, std::size_t length, int timeoutMs);

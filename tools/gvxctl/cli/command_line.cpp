@@ -39,6 +39,14 @@ CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, c
                  "UDP ports that the main service hands out, in steps of two (default: 30000-30999)");
     AddPortRange(command, "--tcp-ports", line.common.ports.tcp,
                  "TCP ports that the main service hands out (default: 31000-31999)");
+    CLI::Option* const certificate =
+        command.add_option("--tls-cert", line.tls.certificate, "link over TLS: certificate of the peers played, PEM");
+    CLI::Option* const key = command.add_option("--tls-key", line.tls.key, "its key, PEM");
+    CLI::Option* const authority =
+        command.add_option("--tls-ca", line.tls.authority, "whose certificate the gateway must show, PEM");
+    certificate->needs(key)->needs(authority);
+    key->needs(certificate);
+    authority->needs(certificate);
     return command;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bp/link_tls.h"
 #include "gvxctl/alarm_commands.h"
 #include "gvxctl/commands.h"
 #include "gvxctl/config_commands.h"
@@ -18,6 +19,7 @@ namespace gvxctl {
 // What the command line fills and which command it chose. Lives until the command has run.
 struct CommandLine {
     CommonOptions common;
+    BP::LinkTlsFiles tls;
     DeviceSpec device;
     StreamSpec stream;
     ReceiveOptions receive;
@@ -40,7 +42,7 @@ struct CommandLine {
 
 CLI::Option* AddEndpoint(CLI::App& command, const std::string& name, Endpoint& endpoint, const std::string& text);
 CLI::App& AddCommand(CLI::App& app, CommandLine& line, const char* name, const char* text, std::function<int()> run);
-// One that links to the gateway: with its address and the ports that the main service hands out.
+// One that links to the gateway: with its address, the ports that the main service hands out, and the files of TLS.
 CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, const char* text,
                            std::function<int()> run);
 
