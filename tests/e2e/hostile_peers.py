@@ -541,16 +541,16 @@ def meet(attack, cases, options, stack):
     finally:
         print_table(rows)
     e2e.wait_until(lambda: descriptors(gateway) <= held + 2, 40 * options.slow, "the descriptors are back")
+    attack.end()
     if cases is TLS_CASES:
         print(tool_over_tls(attack))  # takes the place of the main service
-    stop_under_fire(attack, gateway)
+    stop_under_fire(gateway)
 
 
-def stop_under_fire(attack, gateway):
+def stop_under_fire(gateway):
     flooder = multiprocessing.Process(target=flood, args=(gateway.port, 9, 10, "SCU", long_text(), 20))
     flooder.start()
     time.sleep(0.5)
-    attack.end()
     try:
         print(f"ended within {gateway.stop():.2f} s while 10 peers flooded it")
     finally:
