@@ -4,13 +4,10 @@
 #include "base/log.h"
 #include "gvx_common/alarm/gvx_error_mgr.h"
 
-#include <algorithm>
-#include <chrono>
 #include <exception>
+#include <limits>
 #include <system_error>
 #include <utility>
-
-#include <pthread.h>
 
 namespace gvxfile {
 namespace {
@@ -19,8 +16,10 @@ constexpr const char* kTitle = "file plug-in";
 constexpr std::int64_t kMicroseconds = 1000000;
 // A stream that is late by more than this goes on from now, instead of sending what it missed in one burst.
 constexpr std::int64_t kMaxLate = kMicroseconds;
-// Longest sleep in one piece, so that a clock that is set is followed.
-constexpr std::int64_t kMaxSleep = kMicroseconds / 10;
+// A stream that is behind, or that nothing paces, lets others have their turns after so many packets.
+constexpr int kPacketsATurn = 8;
+// Until somebody wakes it.
+constexpr std::int64_t kNotBySelf = std::numeric_limits<std::int64_t>::max();
 
 ZVS_VIDEO_DEC_TYPE VideoFormat(gvx::Codec codec) {
     return codec == gvx::Codec::H264 ? VIDEO_DEC_H264 : VIDEO_DEC_H265;
@@ -45,57 +44,127 @@ bool Player::Start(std::string& error) {
         return false;
     }
     try {
-        m_thread = std::thread(&Player::Run, this);
+        const std::shared_ptr<PlayThreads> threads = PlayThreads::Get();
+        {
+            const std::lock_guard<std::mutex> guard(m_mutex);
+            m_threads = threads;
+        }
+        threads->Add(*this, gvx::CurrentClock().MonotonicMicroseconds());
     } catch (const std::system_error& fault) {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_threads.reset();
         error = std::string("A thread cannot be started: ") + fault.what() + ".";
         return false;
     }
-    pthread_setname_np(m_thread.native_handle(), "GvxFilePlay");
     return true;
 }
 
 void Player::Stop() {
+    std::shared_ptr<PlayThreads> threads;
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
-        m_stop = true;
+        threads.swap(m_threads);
     }
-    m_wake.notify_all();
-    if (m_thread.joinable()) {
-        m_thread.join();
+    if (threads != nullptr) {
+        threads->Remove(*this);
+        TellEnd();
     }
 }
 
-void Player::Run() noexcept {
+void Player::TellEnd() {
+    if (!std::exchange(m_endTold, true)) {
+        GVX_LOG_INFO(kTitle, "Stream[%s] of medium[%s] has ended after %llu pictures and %llu metadata messages.",
+                     m_target.serviceID.c_str(), m_media->name.c_str(), static_cast<unsigned long long>(m_pictures),
+                     static_cast<unsigned long long>(m_messages));
+    }
+}
+
+std::int64_t Player::Turn() noexcept {
+    std::int64_t next = PlayThreads::kNoTurn;
     try {
-        Play();
+        next = Play();
     } catch (const std::exception& fault) {
         GVX_LOG_ERR(kTitle, "Stream[%s] ends: %s.", m_target.serviceID.c_str(), fault.what());
     } catch (...) {
         GVX_LOG_ERR(kTitle, "Stream[%s] ends: the send function threw.", m_target.serviceID.c_str());
     }
-    GVX_LOG_INFO(kTitle, "Stream[%s] of medium[%s] has ended after %llu pictures and %llu metadata messages.",
-                 m_target.serviceID.c_str(), m_media->name.c_str(), static_cast<unsigned long long>(m_pictures),
-                 static_cast<unsigned long long>(m_messages));
+    if (next == PlayThreads::kNoTurn) {
+        TellEnd();
+    }
+    return next;
 }
 
-void Player::Play() {
-    MediaPacket packet;
-    for (;;) {
-        if (m_parameterSetsWanted.exchange(false, std::memory_order_relaxed)) {
-            m_source.RequestParameterSets();
+// Metadata of the same time follows the picture, whose timestamp it carries. The end of a recording comes when its last
+// picture has been seen.
+std::int64_t Player::Play() {
+    for (int packets = 0; packets < kPacketsATurn;) {
+        if (!TakeSeek()) {
+            return PlayThreads::kNoTurn;
         }
-        gvx::ReadResult read = TakeSeek() ? m_source.Next(packet) : gvx::ReadResult::Failed;
-        if (read == gvx::ReadResult::Failed) {
-            GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Stream[%s] ends: %s", m_target.serviceID.c_str(),
-                             m_source.Error().c_str());
-            ReportEnd();
-            return;
+        if (m_atEnd) {
+            return kNotBySelf;
         }
-        const bool behind = packet.video && packet.picture >= m_target.pictures.end;
-        if (read == gvx::ReadResult::End || behind ? !EndRecording() : PlayPacket(packet) == Wake::Over) {
-            return;
+        if (!m_packetReady && !m_ending && !ReadPacket()) {
+            return PlayThreads::kNoTurn;
         }
+        std::int64_t mediaTime = m_packet.timeMicroseconds;
+        if (m_ending) {
+            const gvx::Rational& rate = m_media->frameRate;
+            mediaTime =
+                static_cast<std::int64_t>(m_target.pictures.end) * kMicroseconds * rate.denominator / rate.numerator;
+        } else if (m_message == nullptr) {
+            m_message = m_metadata.TakeBefore(mediaTime + (m_packetSent ? 1 : 0), m_messageTime);
+        }
+        const bool isMessage = m_message != nullptr && !m_ending;
+        if (!isMessage && !m_ending && m_packetSent) {
+            m_packetReady = false;
+            continue;
+        }
+        const std::int64_t due = TimeOf(isMessage ? m_messageTime : mediaTime);
+        if (due > gvx::CurrentClock().MonotonicMicroseconds()) {
+            return due;
+        }
+        if (m_ending) {
+            m_ending = false;
+            m_atEnd = true;
+            m_target.onEnd();
+            continue;
+        }
+        if (isMessage ? !SendMessage() : !Judge(Send(m_packet))) {
+            return PlayThreads::kNoTurn;
+        }
+        m_packetSent = m_packetSent || !isMessage;
+        ++packets;
     }
+    return gvx::CurrentClock().MonotonicMicroseconds();
+}
+
+// Moves to the picture that was asked for, if any. False when the stream is over.
+bool Player::TakeSeek() {
+    std::optional<std::uint64_t> picture;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        picture.swap(m_seek);
+        m_originKnown = m_originKnown && !picture.has_value();
+    }
+    if (!picture.has_value()) {
+        return true;
+    }
+    m_packetReady = false;
+    m_ending = false;
+    m_atEnd = false;
+    if (m_message != nullptr && !SendMessage()) {
+        return false;
+    }
+    return m_source.BeginAt(*picture) || EndUnread();
+}
+
+// A file could not be read on. Always false.
+bool Player::EndUnread() const {
+    GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Stream[%s] ends: %s", m_target.serviceID.c_str(),
+                     m_source.Error().c_str());
+    ReportEnd();
+    return false;
 }
 
 // On a thread of ours, so it is no answer that tells the platform.
@@ -106,59 +175,27 @@ void Player::ReportEnd() const {
     }
 }
 
-// The end of a recording comes when its last picture has been seen. False when the stream is over.
-bool Player::EndRecording() {
-    if (m_target.onEnd == nullptr) {
-        return false;
+// The next packet, or the end of a recording. False when the stream is over.
+bool Player::ReadPacket() {
+    if (m_parameterSetsWanted.exchange(false, std::memory_order_relaxed)) {
+        m_source.RequestParameterSets();
     }
-    const auto last = static_cast<std::int64_t>(m_target.pictures.end);
-    const gvx::Rational& rate = m_media->frameRate;
-    const Wake wake = WaitUntilDue(last * kMicroseconds * rate.denominator / rate.numerator);
-    if (wake != Wake::Due) {
-        return wake == Wake::Seek;
+    const gvx::ReadResult read = m_source.Next(m_packet);
+    if (read == gvx::ReadResult::Failed) {
+        return EndUnread();
     }
-    m_target.onEnd();
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_wake.wait(lock, [this] { return m_stop || m_seek.has_value(); });
-    return !m_stop;
+    const bool behind = m_packet.video && m_packet.picture >= m_target.pictures.end;
+    m_packetReady = read == gvx::ReadResult::Ok && !behind;
+    m_packetSent = false;
+    m_ending = !m_packetReady;
+    return m_packetReady || m_target.onEnd != nullptr;
 }
 
-// Moves to the picture that was asked for. False when a file could not be read on.
-bool Player::TakeSeek() {
-    std::optional<std::uint64_t> picture;
-    {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        picture.swap(m_seek);
-        m_originKnown = m_originKnown && !picture.has_value();
-    }
-    return !picture.has_value() || m_source.BeginAt(*picture);
-}
-
-// Metadata of the same time follows the picture, whose timestamp it carries.
-Player::Wake Player::PlayPacket(MediaPacket& packet) {
-    if (!PlayMetadataBefore(packet.timeMicroseconds)) {
-        return Wake::Over;
-    }
-    const Wake wake = WaitUntilDue(packet.timeMicroseconds);
-    if (wake != Wake::Due) {
-        return wake;
-    }
-    return Judge(Send(packet)) && PlayMetadataBefore(packet.timeMicroseconds + 1) ? Wake::Due : Wake::Over;
-}
-
-bool Player::PlayMetadataBefore(std::int64_t endMicroseconds) {
-    std::int64_t due = 0;
-    while (const MetadataMessage* message = m_metadata.TakeBefore(endMicroseconds, due)) {
-        if (WaitUntilDue(due) == Wake::Over) {
-            return false;
-        }
-        const std::uint64_t pts = m_target.lens->getMidiaChannel(m_target.channelID)->m_ulVideoTimestamp;
-        ++m_messages;
-        if (!Judge(m_metadataSender.Send(*message, pts))) {
-            return false;
-        }
-    }
-    return true;
+bool Player::SendMessage() {
+    // As the picture's packets carry it, which is modulo 2^32 (RFC 3550, 5.1).
+    const auto pts = static_cast<std::uint32_t>(m_target.lens->getMidiaChannel(m_target.channelID)->m_ulVideoTimestamp);
+    ++m_messages;
+    return Judge(m_metadataSender.Send(*std::exchange(m_message, nullptr), pts));
 }
 
 // False when the stream is over.
@@ -173,27 +210,33 @@ bool Player::Judge(int result) {
     return true;
 }
 
-Player::Wake Player::WaitUntilDue(std::int64_t mediaMicroseconds) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    while (!m_stop && !m_seek.has_value()) {
-        if (m_media->speed.unlimited) {
-            return Wake::Due;
-        }
-        const auto offset = static_cast<std::int64_t>(static_cast<double>(mediaMicroseconds) / m_factor);
-        if (!m_originKnown) {
-            m_origin = Now() - offset;
-            m_originKnown = true;
-        }
-        const std::int64_t left = m_origin + offset - Now();
-        if (left < -kMaxLate) {
-            m_origin -= left;
-        }
-        if (left <= 0 && !m_paused) {
-            return Wake::Due;
-        }
-        m_wake.wait_for(lock, std::chrono::microseconds(m_paused ? kMaxSleep : std::min(left, kMaxSleep)));
+// When that moment of the medium is due, by the monotonic clock.
+std::int64_t Player::TimeOf(std::int64_t mediaMicroseconds) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    if (m_media->speed.unlimited) {
+        return 0;
     }
-    return m_stop ? Wake::Over : Wake::Seek;
+    const auto offset = static_cast<std::int64_t>(static_cast<double>(mediaMicroseconds) / m_factor);
+    if (!m_originKnown) {
+        m_origin = Now() - offset;
+        m_originKnown = true;
+    }
+    const std::int64_t left = m_origin + offset - Now();
+    if (left < -kMaxLate) {
+        m_origin -= left;
+    }
+    return m_paused ? kNotBySelf : m_origin + offset;
+}
+
+void Player::WakeUp() {
+    std::shared_ptr<PlayThreads> threads;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        threads = m_threads;
+    }
+    if (threads != nullptr) {
+        threads->Wake(*this);
+    }
 }
 
 // Time stands still while the stream does.
@@ -202,27 +245,33 @@ std::int64_t Player::Now() const {
 }
 
 void Player::Pause(bool pause) {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    if (pause != m_paused) {
-        const std::int64_t now = gvx::CurrentClock().MonotonicMicroseconds();
-        m_origin += pause ? 0 : now - m_pausedAt;
-        m_pausedAt = now;
-        m_paused = pause;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        if (pause != m_paused) {
+            const std::int64_t now = gvx::CurrentClock().MonotonicMicroseconds();
+            m_origin += pause ? 0 : now - m_pausedAt;
+            m_pausedAt = now;
+            m_paused = pause;
+        }
     }
-    m_wake.notify_all();
+    WakeUp();
 }
 
 void Player::SetSpeed(double factor) {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    m_origin = Now() - static_cast<std::int64_t>(static_cast<double>(Now() - m_origin) * m_factor / factor);
-    m_factor = factor;
-    m_wake.notify_all();
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_origin = Now() - static_cast<std::int64_t>(static_cast<double>(Now() - m_origin) * m_factor / factor);
+        m_factor = factor;
+    }
+    WakeUp();
 }
 
 void Player::SeekTo(std::uint64_t picture) {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    m_seek = picture;
-    m_wake.notify_all();
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_seek = picture;
+    }
+    WakeUp();
 }
 
 int Player::Send(MediaPacket& packet) {
