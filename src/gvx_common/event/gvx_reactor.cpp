@@ -18,7 +18,6 @@ namespace {
 
 constexpr std::size_t kDefaultStackBytes = 524288;
 constexpr unsigned int kMaxQueuedCmds = 512;
-constexpr std::size_t kSpareTexts = 16;
 constexpr int kSemaphoreMax = 2147483647;
 constexpr unsigned int kLoopErrorPauseSeconds = 1;
 constexpr long kNotifyPauseMicroseconds = 100000;
@@ -64,7 +63,6 @@ CGvxReactor::~CGvxReactor() {
 void CGvxReactor::classMemberInit() {
     m_unStackSize = kDefaultStackBytes;
     m_iMaxCmdCnt = kMaxQueuedCmds;
-    m_spareTexts.reserve(kSpareTexts);
     strncpy_s(m_aucThreadName, sizeof(m_aucThreadName), "gvx", sizeof(m_aucThreadName) - 1);
 }
 

@@ -249,7 +249,7 @@ int CGvxReactor::PopMessage(BP::CGvxNssCmd_& out) {
     if (!guard.locked()) {
         return 1;
     }
-    if (m_spareTexts.size() < m_spareTexts.capacity()) {
+    if (m_spareTexts.size() < m_iMaxCmdCnt) {
         m_spareTexts.push_back(std::move(out.m_devID));
     }
     out.m_devID.clear();
