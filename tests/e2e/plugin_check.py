@@ -1,9 +1,11 @@
-"""gvx-plugin-check finds nothing to say against the file plug-in, and against four broken ones exactly what each breaks."""
+"""gvx-plugin-check finds nothing to say against the plug-ins that ship, and against four broken ones exactly what each
+breaks."""
 import json
 import pathlib
 import subprocess
 
 import gvx_e2e as e2e
+from rtsp_camera import PASSWORD, Camera
 
 LIMIT = 300
 BROKEN = {
@@ -21,16 +23,23 @@ def check(options, plugin, *more):
     return done.returncode, table, broken.splitlines()[1:], done.stdout + done.stderr
 
 
-def test(options, folder, _):
+def keeps_all(options, name, *more):
+    code, table, broken, output = check(options, options.plugin_dir / f"gvx_plugin_{name}.so", "--changes", *more)
+    e2e.check(code == 0 and not broken and "StopStream of a stopped stream" in table, f"{name}: {code}\n{output}")
+    print(table)
+
+
+def test(options, folder, stack):
+    options.plugin_dir = pathlib.Path(options.plugin_dir).absolute()
     video, audio = e2e.make_clip(folder)
     (folder / "file.json").write_text(json.dumps({"media": {"demo": {"video": str(video), "audio": str(audio)}}}))
-    plugins = pathlib.Path(options.plugin_dir).absolute()
-    code, table, broken, output = check(options, plugins / "gvx_plugin_file.so", "--changes", "--config",
-                                        folder / "file.json", "--extend", '{"media":"demo"}')
-    e2e.check(code == 0 and not broken and "StopStream of a stopped stream" in table, f"file: {code}\n{output}")
-    print(table)
+    keeps_all(options, "file", "--config", folder / "file.json", "--extend", '{"media":"demo"}')
+    (folder / "password").write_text(PASSWORD)
+    camera = Camera(folder, stack, codec="h264", auth="digest")
+    keeps_all(options, "rtsp", "--port", camera.port, "--user", "admin", "--password-file", folder / "password", "--extend",
+              '{"main":"/live"}', "--no-search")
     for name, reasons in BROKEN.items():
-        code, _, broken, output = check(options, plugins.parent / f"plugins_bad/gvx_plugin_{name}.so", "--limit", "3000",
+        code, _, broken, output = check(options, options.plugin_dir.parent / f"plugins_bad/gvx_plugin_{name}.so", "--limit", "3000",
                                         "--no-search")
         e2e.check(code == 1 and broken and all(reason in line for line in broken for reason in reasons),
                   f"{name}: {code}\n{output}")

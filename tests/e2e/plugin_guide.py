@@ -55,6 +55,13 @@ def check_headers(prefix):
     named = set(re.findall(r'#include "([^"]+)"', (include / "gvx_common/gvx_common.h").read_text()))
     if installed - {"gvx_common/gvx_common.h"} != named:
         sys.exit(f"gvx_common.h and the installed headers differ: {sorted(installed ^ named)}")
+    # Every record of an operation stands in the layout that is compared when a plug-in is loaded.
+    listed = set(re.findall(r"TYPE\((\w+)\)", (include / "gvx_common/adapter/gvx_plugin_layout.h").read_text()))
+    rooms = ("gvx_adapter", "gvx_discovery", "device_config", "guard", "intelligent", "picture", "ptz", "recording")
+    records = {name for path in (include / f"gvx_common/records/{room}_records.h" for room in rooms)
+               for name in re.findall(r"^struct (\w+) \{", path.read_text(), flags=re.M)}
+    if missing := records - listed - {"_NSS_START_SNAP_SHOT_REQ"}:
+        sys.exit(f"gvx_plugin_layout.h lists no {sorted(missing)}")
 
 
 def check_second_install(build, prefix):

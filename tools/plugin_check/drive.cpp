@@ -327,7 +327,7 @@ private:
         const int pictures = wait(kPictures);
         m_journal.Call(m_lane, "RequestKeyframe", [&] { return lens.RequestKeyframe(param.get()); });
         const int more = pictures < kPictures ? pictures : wait(pictures + 2);
-        m_journal.MustRefuse(m_lane, "StartStream of a channel that runs", [&] {
+        m_journal.MustRefuse(m_lane, "StartStream of a stream that runs", [&] {
             return lens.StartStream(watch.UserInfo(), &StreamWatch::Send, param.get(), false);
         });
         Stop(lens, *param, watch);
