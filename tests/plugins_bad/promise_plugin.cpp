@@ -45,6 +45,7 @@ private:
             MEDIA_DATA data{};
             data.pUserInfo = userInfo;
             data.nVideoSize = static_cast<std::uint32_t>(frame.size());
+            data.FrameType = FRAME_I;
             data.eVideoFormatType = VIDEO_DEC_H264;
             data.nTimeTick = kTicks;
 #ifdef BREAKS_TIME

@@ -17,6 +17,7 @@ constexpr std::size_t kHeadBytes = 12;
 constexpr std::size_t kExtensionBytes = 24;
 constexpr std::uint8_t kExtensionBit = 0x10;
 constexpr std::uint32_t kMetadataPayload = 107;
+constexpr std::int32_t kMostReordering = 90000;  // ticks of video, a second
 
 struct Watches {
     std::mutex mutex;
@@ -135,7 +136,7 @@ void StreamWatch::Judge(const MEDIA_DATA& data) {
     if (metadata) {
         return;  // its time is that of its record
     }
-    JudgeTime(video ? m_video : m_audio, BigEndian(packet + 4), video ? "video" : "audio");
+    JudgeTime(video ? m_video : m_audio, BigEndian(packet + 4), data.FrameType == FRAME_I, video ? "video" : "audio");
     m_pictures = m_video.steps;
     const std::size_t head = kHeadBytes + ((packet[0] & kExtensionBit) != 0 ? kExtensionBytes : 0);
     if (video && (payload == gvx::kPayloadH264 || payload == gvx::kPayloadH265) && bytes > head &&
@@ -144,15 +145,20 @@ void StreamWatch::Judge(const MEDIA_DATA& data) {
     }
 }
 
-void StreamWatch::JudgeTime(Clock& clock, std::uint32_t stamp, const char* medium) {
-    if (!clock.started || stamp != clock.last) {
-        ++clock.steps;
+// Pictures that are sent in the order of their decoding go back and forth a little, but never behind a key frame.
+void StreamWatch::JudgeTime(Clock& clock, std::uint32_t stamp, bool keyFrame, const char* medium) {
+    if (clock.started && stamp == clock.last) {
+        return;  // the same frame
     }
-    if (clock.started && static_cast<std::int32_t>(stamp - clock.last) < 0) {
-        m_faults.insert(std::string("the time stamps of ") + medium + " go back: nTimeTick is negative");
+    const auto behind = static_cast<std::int32_t>(clock.highest - stamp);
+    if (clock.started && behind > (keyFrame ? 0 : kMostReordering)) {
+        m_faults.insert(std::string("the time stamps of ") + medium + " go back by " + std::to_string(behind) +
+                        " ticks" + (keyFrame ? " at a key frame" : "") + ": nTimeTick is negative");
     }
+    clock.highest = !clock.started || behind < 0 ? stamp : clock.highest;
     clock.started = true;
     clock.last = stamp;
+    ++clock.steps;
 }
 
 void StreamWatch::Close(const char* since) {

@@ -33,6 +33,7 @@ private:
     struct Clock {
         bool started = false;
         std::uint32_t last = 0;
+        std::uint32_t highest = 0;
         int steps = 0;  // how often the time stamp has changed
     };
 
@@ -41,7 +42,7 @@ private:
 
     void Take(const MEDIA_DATA& data);
     void Judge(const MEDIA_DATA& data);
-    void JudgeTime(Clock& clock, std::uint32_t stamp, const char* medium);
+    void JudgeTime(Clock& clock, std::uint32_t stamp, bool keyFrame, const char* medium);
     void Fault(const std::string& sentence);
 
     const std::uint32_t m_videoPayload;
