@@ -17,12 +17,14 @@ void AddTarget(CLI::App& command, DeviceRequestOptions& options, gvx::RequestSco
     command.add_option("--lens", options.lensCode, "lens code (default: the device's first)");
 }
 
-// The command that verbs stand behind.
-CLI::App& GroupOf(CLI::App& app, std::map<std::string, CLI::App*>& groups, const char* name) {
-    CLI::App*& group = groups[name];
+// The command that a row's verb stands behind; its text tells the verbs.
+CLI::App& GroupOf(CLI::App& app, std::map<std::string, CLI::App*>& groups, const gvx::RequestRow& row) {
+    CLI::App*& group = groups[row.command];
     if (group == nullptr) {
-        group = app.add_subcommand(name, "requests to devices; --help lists them");
+        group = app.add_subcommand(row.command, row.verb);
         group->require_subcommand(1)->group(kGroup);
+    } else {
+        group->description(group->get_description() + ", " + row.verb);
     }
     return *group;
 }
@@ -33,7 +35,7 @@ void AddDeviceRequestCommands(CLI::App& app, CommandLine& line) {
     std::map<std::string, CLI::App*> groups;
     for (const gvx::RequestRow& row : gvx::AllRequests()) {
         const bool alone = *row.verb == '\0';
-        CLI::App& parent = alone ? app : GroupOf(app, groups, row.command);
+        CLI::App& parent = alone ? app : GroupOf(app, groups, row);
         CLI::App& command = AddLinkedCommand(parent, line, alone ? row.command : row.verb, row.sentence, [&line, &row] {
             return RunDeviceRequest(line.common, row, line.request);
         });
