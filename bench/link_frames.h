@@ -48,7 +48,9 @@ private:
     pid_t m_child;
 };
 
-// Connects to a port of this machine and sends the registration of that identifier.
+// Connects to a port of this machine; what registers an identifier there; both in turn.
+int ConnectedSocket(std::uint16_t port);
+std::string RegistrationFrame(const char* linkID);
 int LinkedSocket(std::uint16_t port, const char* linkID);
 void WriteAll(int socket, const char* data, std::size_t length);
 void SleepUntil(std::int64_t ns);

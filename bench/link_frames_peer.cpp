@@ -110,13 +110,22 @@ PeerProcess::~PeerProcess() {
     ::waitpid(m_child, nullptr, 0);
 }
 
-int LinkedSocket(std::uint16_t port, const char* linkID) {
+int ConnectedSocket(std::uint16_t port) {
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_in address = Loopback(port);
     const int on = 1;
     Require(::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0, "connect");
     ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    const std::string registration = JsonFrame(NSS_BP_REGISTER_REQ, "{\"LinkID\":\"" + std::string(linkID) + "\"}");
+    return socket;
+}
+
+std::string RegistrationFrame(const char* linkID) {
+    return JsonFrame(NSS_BP_REGISTER_REQ, "{\"LinkID\":\"" + std::string(linkID) + "\"}");
+}
+
+int LinkedSocket(std::uint16_t port, const char* linkID) {
+    const int socket = ConnectedSocket(port);
+    const std::string registration = RegistrationFrame(linkID);
     WriteAll(socket, registration.data(), registration.size());
     return socket;
 }

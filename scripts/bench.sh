@@ -51,7 +51,10 @@ for bench in "${wanted[@]}"; do
       ;;
     config) run_bench bench_config_read ;;
     memory) run_bench bench_media_memory ;;
-    links) run_bench bench_link_frames ;;
+    links)
+      run_bench bench_link_frames
+      run_bench bench_secure_links
+      ;;
     alarms) run_bench bench_alarm_store ;;
     sdp) run_bench bench_sip_sdp ;;
     http) run_bench bench_http ;;
