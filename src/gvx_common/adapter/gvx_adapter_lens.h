@@ -58,6 +58,7 @@ public:
     virtual int NegotiateStreamParam(CStreamParam* param) = 0;
     // A last word of the device before StartStream; non-zero refuses the stream.
     virtual int CheckSpecialCase(CStreamParam*) { return 0; }
+    // As StartStream, for a talk (m_nStreamID 4) or a broadcast (10): the device's sound, if any, leaves by func.
     virtual int StartVoiceStream(void*, SEND_VOICE_STREAM_FUNC*, CStreamParam*) = 0;
     // Starts sending. The plug-in stores func in m_pSendStreamFunc of the channel, gives the channel its packet buffer
     // (m_pMediaBufWithRTP, GVX_MEDIA_BUF_MIN_SIZE at least) and puts userInfo into MEDIA_DATA::pUserInfo of each
@@ -72,7 +73,9 @@ public:
     virtual int StopStream(CStreamParam* param, bool force) = 0;
     // Asks the device for a key frame; best effort, does not wait for it.
     virtual int RequestKeyframe(CStreamParam* param) = 0;
-    // Audio towards the device (talk and broadcast). The block becomes the lens's, which releases it.
+    // Audio towards the device (talk and broadcast): one frame. The block becomes the lens's, which releases it. Called
+    // on a thread of the gateway that does nothing else, one frame at a time, between StartVoiceStream and
+    // StopVoiceStream; must not wait.
     virtual void EnqueueAudioData(ACE_Message_Block* block) = 0;
     virtual int StopVoiceStream(CStreamParam* param) = 0;
     virtual int PlayBackStreamControl(const STREAM_CONTROL_PARAM_S&, CStreamParam*) = 0;
@@ -96,6 +99,8 @@ public:
     virtual int GetPuGuardState(PU_Guard_State&) = 0;
     virtual int GetOSDParam(PU_OSD_CONF_STRU&) = 0;
     virtual int SetOSDParam(const PU_OSD_CONF_STRU&) = 0;
+    // Takes pictures, on the lens's snapshot worker, and reports each (ADAPTER_REPORT_PICTURE_TAKEN); the platform's
+    // word about one that was sent.
     virtual int VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ&) = 0;
     virtual int VcuUploadImgCompReq(PU_UPLOAD_IMAGE_COMP_REQ&) = 0;
     virtual int SetPresetParam(MSG_PTZ_SET_PRESET_REQ&) = 0;
