@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -60,16 +61,6 @@ XMLElement* FindPath(XMLElement* first, std::string_view path) {
         }
     }
     return nullptr;
-}
-
-// "XML_ERROR_MISMATCHED_ELEMENT" as words.
-std::string FaultWords(std::string name) {
-    constexpr std::string_view kPrefix = "XML_ERROR_";
-    name.erase(0, name.compare(0, kPrefix.size(), kPrefix) == 0 ? kPrefix.size() : 0);
-    for (char& c : name) {
-        c = c == '_' ? ' ' : c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
-    return "no well-formed XML (" + name + ")";
 }
 
 void Wipe(std::string& text) {
@@ -155,12 +146,17 @@ class TreeBuilder : public gvx::XmlSink {
 public:
     explicit TreeBuilder(tinyxml2::XMLDocument& document) : m_document(document), m_parent(&document) {}
 
+    // Whose lines the elements get.
+    void Follow(const gvx::XmlReader& reader) { m_reader = &reader; }
+
     void ElementBegins(const char* name, const char* const* attributes) override {
         PutText();
         XMLElement* const element = m_document.NewElement(name);
         for (; *attributes != nullptr; attributes += 2) {
             element->SetAttribute(attributes[0], attributes[1]);
         }
+        // The document keeps the lines of what it has parsed itself alone.
+        element->SetUserData(reinterpret_cast<void*>(static_cast<std::intptr_t>(m_reader->Line())));
         m_parent->InsertEndChild(element);
         m_parent = element;
     }
@@ -197,6 +193,7 @@ private:
 
     tinyxml2::XMLDocument& m_document;
     XMLNode* m_parent;
+    const gvx::XmlReader* m_reader = nullptr;
     WipedText m_text;
     bool m_mayBeBlank = false;
 };
@@ -298,7 +295,9 @@ int CXml::FaultLine() const {
 }
 
 int CXml::GetElemLine() const {
-    return m_impl->current != nullptr ? m_impl->current->GetLineNum() : 0;
+    return m_impl->current == nullptr
+               ? 0
+               : static_cast<int>(reinterpret_cast<std::intptr_t>(m_impl->current->GetUserData()));
 }
 
 bool CXml::Parse(const char* text) {
@@ -312,12 +311,11 @@ bool CXml::Parse(const char* text, std::size_t length) {
     WipeTexts(m_impl->document);
     m_impl->document.Clear();
     TreeBuilder builder(m_impl->document);
+    gvx::XmlReader reader(builder, gvx::XmlLimits());
+    builder.Follow(reader);
     std::string fault;
-    if (!gvx::XmlReader(builder, gvx::XmlLimits()).Read(text, length, &fault)) {
-        return m_impl->Refuse(fault);
-    }
-    if (!HasOneRoot(m_impl->document)) {
-        return m_impl->Refuse("it has not one root element");
+    if (!reader.Read(text, length, &fault)) {
+        return m_impl->Refuse("no well-formed XML (" + fault.substr(0, fault.rfind(", line ")) + ")", reader.Line());
     }
     m_impl->faultText.clear();
     m_impl->faultLine = 0;

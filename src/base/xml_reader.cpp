@@ -146,6 +146,10 @@ void XmlReader::WantText(bool want) {
     XML_SetCharacterDataHandler(m_impl->parser, want ? &Impl::OnText : nullptr);
 }
 
+int XmlReader::Line() const {
+    return static_cast<int>(XML_GetCurrentLineNumber(m_impl->parser));
+}
+
 bool XmlReader::Read(const char* text, std::size_t length, std::string* fault) {
     if (text == nullptr || length > INT_MAX) {
         *fault = "there is no text, or too much of it";

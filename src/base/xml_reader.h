@@ -43,6 +43,9 @@ public:
     // Once. On failure *fault says what and in which line.
     bool Read(const char* text, std::size_t length, std::string* fault);
 
+    // The line that is being read, from 1; behind a failure, where it happened.
+    int Line() const;
+
     // Whether texts are told; also from within a call of the sink. True at first.
     void WantText(bool want);
 
