@@ -1,8 +1,10 @@
 #include "rtsp/rtsp_sdk.h"
 
 #include "base/bounded_string.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "gvx_common/adapter/gvx_reason.h"
+#include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/security/gvx_security_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
 #include "plugin_support/guarded.h"
@@ -113,6 +115,51 @@ int RtspSdk::CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) 
         device = new RtspDevice(QuietestLoop(), profile, m_profiles, m_alarms, m_callback);
         return ZVS_SUCCEED;
     });
+}
+
+void RtspSdk::SendRemoteProbeMessage(std::list<std::string>& addresses) {
+    gvxplugin::Guarded(kTitle, "SendRemoteProbeMessage", [&] {
+        Probe(addresses);
+        return ZVS_SUCCEED;
+    });
+}
+
+void RtspSdk::SendLocalProbeMessage(std::list<std::string>& addresses) {
+    gvxplugin::Guarded(kTitle, "SendLocalProbeMessage", [&] {
+        const std::string local = CGvxConfigMgr::Instance()->GetConfValue("GVX_MESSAGE_IP", "127.0.0.1");
+        ProbeOnvif(
+            local, [this](const ProbedCamera& camera) { Report(camera); }, [this] { return IsSearchOver(); });
+        Probe(addresses);
+        return ZVS_SUCCEED;
+    });
+}
+
+// Every port that a range names is tried at every address: the addresses come without their ranges.
+void RtspSdk::Probe(const std::list<std::string>& addresses) {
+    std::list<std::uint16_t> ports;
+    for (const DISCOVERY_IP_INFO& range : m_pDiscDevInfo->DiscDevIpRangeList) {
+        if (range.iPort > 0 && range.iPort <= UINT16_MAX) {
+            ports.push_back(static_cast<std::uint16_t>(range.iPort));
+        }
+    }
+    ports.sort();
+    ports.unique();
+    if (ports.empty()) {
+        ports.push_back(kRtspPort);
+    }
+    ProbeRtsp(
+        addresses, ports, [this](const ProbedCamera& camera) { Report(camera); }, [this] { return IsSearchOver(); });
+}
+
+void RtspSdk::Report(const ProbedCamera& camera) {
+    DeviceDiscoveryInfo info{};
+    info.uiPort = camera.port == 0 ? kRtspPort : camera.port;
+    info.enProtocol = enDevProtocolType{};
+    std::string name = camera.name.substr(0, sizeof(info.szFac) - 1);
+    if (gvx::PutText(info.szIp, camera.address) && gvx::PutText(info.szFac, name) &&
+        gvx::PutText(info.szType, "rtsp")) {
+        UpdateDiscoveryDeviceList(info);
+    }
 }
 
 }  // namespace gvxrtsp

@@ -2,10 +2,12 @@
 
 #include "gvx_common/adapter/gvx_adapter_sdk.h"
 #include "plugin_support/alarm_table.h"
+#include "rtsp/camera_probe.h"
 #include "rtsp/camera_profile.h"
 #include "rtsp/media_loop.h"
 #include "rtsp/rtsp_device.h"
 
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,12 +24,19 @@ public:
     int CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) override;
     void SetAlarmMessageCallback(ADAPTER_ALARM_CALLBACK* callback) override { m_callback = callback; }
 
+    // Cameras of the named ranges answer OPTIONS on the ranges' ports; those of the local segment a multicast probe
+    // too.
+    void SendLocalProbeMessage(std::list<std::string>& addresses) override;
+    void SendRemoteProbeMessage(std::list<std::string>& addresses) override;
+
     // Why the last Init of the process failed.
     static const char* LastError();
 
 private:
     bool Load(const std::string& configFile, std::string& error);
     MediaLoop& QuietestLoop();
+    void Report(const ProbedCamera& camera);
+    void Probe(const std::list<std::string>& addresses);
 
     CameraProfiles m_profiles;
     gvxplugin::AlarmTable m_alarms;
