@@ -51,6 +51,13 @@ bool Begin(const std::string& address, std::uint16_t port, Probe& probe) {
             errno == EINPROGRESS);
 }
 
+// A name goes into reports, whose texts are UTF-8: what may be none is left out.
+std::string Printable(std::string name) {
+    name.erase(std::remove_if(name.begin(), name.end(), [](unsigned char c) { return c < ' ' || c > '~'; }),
+               name.end());
+    return name;
+}
+
 std::string ValueOf(const std::string& answer, const char* name) {
     for (std::size_t at = answer.find("\r\n"); at != std::string::npos; at = answer.find("\r\n", at + 2)) {
         if (strncasecmp(answer.c_str() + at + 2, name, std::strlen(name)) == 0) {
@@ -83,7 +90,7 @@ bool Go(Probe& probe, short events, const ProbeReport& report) {
     if (probe.answer.find("\r\n\r\n") == std::string::npos) {
         return true;
     }
-    probe.camera.name = ValueOf(probe.answer, "Server:");
+    probe.camera.name = Printable(ValueOf(probe.answer, "Server:"));
     report(probe.camera);
     return false;
 }
@@ -190,7 +197,7 @@ bool ReadProbeMatch(const std::string& message, ProbedCamera& camera) {
     const std::size_t name = scopes.find(kName);
     if (name != std::string::npos) {
         const std::size_t from = name + std::strlen(kName);
-        camera.name = Unescaped(scopes.substr(from, scopes.find_first_of(" \r\n\t", from) - from));
+        camera.name = Printable(Unescaped(scopes.substr(from, scopes.find_first_of(" \r\n\t", from) - from)));
     }
     return inet_pton(AF_INET, camera.address.c_str(), &parsed) == 1;
 }

@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t kMaxFile = 256 * 1024;
 constexpr std::size_t kMaxPath = 200;
+constexpr std::size_t kMostFound = 4096;
 constexpr const char* kPathTable = "rtsp_paths.json";
 constexpr const char* kProfileFolder = "rtsp_profiles";
 
@@ -211,6 +212,9 @@ std::vector<CameraPaths> CameraProfiles::Candidates(const CameraProfile& profile
 
 void CameraProfiles::Remember(const CameraProfile& profile, const CameraPaths& paths) {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_found.size() >= kMostFound) {
+        m_found.clear();  // those that are still there are found once more
+    }
     m_found[profile.Url("")] = paths;
 }
 

@@ -1,5 +1,6 @@
 #include "rtsp/camera_session.h"
 
+#include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
 #include "gvx_common/records/rtp_payload.h"
@@ -31,17 +32,23 @@ std::int64_t NowUs() {
     return gvx::CurrentClock().MonotonicMicroseconds();
 }
 
-// The numbers of "name=a-b" or "name=a" in a Transport head; false when it does not stand there.
-bool ReadPair(const std::string& transport, const char* name, int& first, int& second) {
+// The numbers of "name=a-b" or "name=a" in a Transport head; false when it does not stand there, or they are above
+// most.
+bool ReadPair(const std::string& transport, const char* name, long most, int& first, int& second) {
     const std::size_t at = transport.find(name);
     if (at == std::string::npos) {
         return false;
     }
     const char* from = transport.c_str() + at + std::strlen(name);
     char* end = nullptr;
-    first = static_cast<int>(std::strtol(from, &end, 10));
-    second = *end == '-' ? static_cast<int>(std::strtol(end + 1, nullptr, 10)) : first + 1;
-    return end != from;
+    const long one = std::strtol(from, &end, 10);
+    const long other = *end == '-' ? std::strtol(end + 1, nullptr, 10) : one;
+    if (end == from || one < 0 || one >= most || other < 0 || other > most) {
+        return false;
+    }
+    first = static_cast<int>(one);
+    second = *end == '-' ? static_cast<int>(other) : first + 1;
+    return true;
 }
 
 std::string ReadWord(const std::string& transport, const char* name) {
@@ -51,6 +58,12 @@ std::string ReadWord(const std::string& transport, const char* name) {
     }
     const std::size_t from = at + std::strlen(name);
     return transport.substr(from, transport.find(';', from) - from);
+}
+
+// A request may hold a password that is only encoded.
+void Wipe(std::string& text) {
+    memset_s(text.data(), text.size(), 0, text.size());
+    text.clear();
 }
 
 CameraState StateOf(RtspDialogue::Outcome outcome) {
@@ -114,6 +127,7 @@ void CameraSession::Start() {
     }
     if (!m_loop.Watch(m_link.Get(), EPOLLOUT, this)) {
         End(CameraState::Offline, "The connection cannot be watched.");
+        return;
     }
     UpdateDue(NowUs());
 }
@@ -232,12 +246,15 @@ void CameraSession::TakeAnswer(const std::string& message) {
     if (outcome == Outcome::Again) {
         std::string request;
         if (!m_dialogue.BuildAgain(request)) {
-            End(CameraState::Refused, "The credentials cannot be put into a request.");
+            End(CameraState::Refused,
+                "The camera asks for credentials in a form that is not given, such as Basic where "
+                "AUTH_ALLOW_BASIC forbids it.");
             return;
         }
         m_asked = true;
         m_answerDueUs = NowUs() + kAnswerUs;
         Send(request.data(), request.size());
+        Wipe(request);
         return;
     }
     if (outcome == Outcome::Refused) {
@@ -363,10 +380,10 @@ void CameraSession::TakeSetup() {
             End(CameraState::Refused, "The camera does not send over the connection.", true);
             return;
         }
-        if (ReadPair(transport, "interleaved=", first, second)) {
+        if (ReadPair(transport, "interleaved=", UINT8_MAX, first, second)) {
             track.channel = first;
         }
-    } else if (ReadPair(transport, "server_port=", first, second) && first > 0 && first < 65536 && second < 65536) {
+    } else if (ReadPair(transport, "server_port=", UINT16_MAX, first, second) && first > 0) {
         const std::string source = ReadWord(transport, "source=");
         in_addr address{};
         const bool named = inet_pton(AF_INET, source.c_str(), &address) == 1;
@@ -390,6 +407,7 @@ void CameraSession::Ask(Step step, const std::string& method, const std::string&
     m_asked = true;
     m_answerDueUs = NowUs() + kAnswerUs;
     Send(request.data(), request.size());
+    Wipe(request);
 }
 
 void CameraSession::KeepAlive(std::int64_t nowUs) {
@@ -446,7 +464,9 @@ void CameraSession::Flush() {
             }
             break;
         }
-        m_out.erase(0, static_cast<std::size_t>(sent));
+        std::string rest = m_out.substr(static_cast<std::size_t>(sent));
+        Wipe(m_out);
+        m_out = std::move(rest);
     }
     Watch();
 }
@@ -484,6 +504,10 @@ void CameraSession::OnTimer(std::int64_t nowUs) {
 }
 
 void CameraSession::UpdateDue(std::int64_t nowUs) {
+    if (m_ended) {
+        m_dueUs = 0;
+        return;
+    }
     m_dueUs = std::min(m_answerDueUs, m_keepAliveUs);
     if (m_step == Step::Playing) {
         m_dueUs = std::min(m_dueUs, m_lastUnitUs + m_plan.noFramesUs);

@@ -50,9 +50,7 @@ void CameraStream::Join(FrameSender* sender) {
             sender->Begin(status.description);
         }
     }
-    if (m_session != nullptr && m_goal == CameraSession::Goal::Play) {
-        m_session->RequestKeyframe();
-    }
+    m_keyFrameWanted = true;
     m_dueUs = 0;
 }
 
@@ -68,15 +66,21 @@ void CameraStream::RequestKeyframe() {
         nowUs - m_keyFrameUs < kKeyFrameUs) {
         return;
     }
-    m_keyFrameUs = nowUs;
     const TrackDescription* video = m_status.description.Video();  // written on this thread alone
-    const bool feedback = video != nullptr && video->pictureLoss;
-    if (feedback) {
-        m_session->RequestKeyframe();
+    if (video != nullptr && video->pictureLoss) {
+        AskByFeedback(nowUs);
     } else if (m_policy.NextUs(nowUs) <= nowUs) {
+        m_keyFrameUs = nowUs;
         LeaveSession();
     }
     m_dueUs = 0;
+}
+
+void CameraStream::AskByFeedback(std::int64_t nowUs) {
+    m_keyFrameWanted = nowUs - m_keyFrameUs < kKeyFrameUs;
+    if (!m_keyFrameWanted && m_session->RequestKeyframe()) {
+        m_keyFrameUs = nowUs;
+    }
 }
 
 void CameraStream::Restart() {
@@ -107,6 +111,10 @@ void CameraStream::OnTimer(std::int64_t nowUs) {
         m_dueUs = std::min(m_dueUs, std::max(m_lingerUs, nowUs));
     }
     if (m_session != nullptr) {
+        if (m_keyFrameWanted && m_delivers && wanted) {
+            AskByFeedback(nowUs);
+            m_dueUs = m_keyFrameWanted ? std::min(m_dueUs, m_keyFrameUs + kKeyFrameUs) : m_dueUs;
+        }
         return;
     }
     const bool looks = m_looks && nowUs >= m_nextLookUs;
@@ -131,6 +139,7 @@ void CameraStream::Begin(CameraSession::Goal goal, std::int64_t nowUs) {
     plan.noFramesUs = m_profiles.NoFramesSeconds() * kSecondUs;
     m_goal = goal;
     m_delivers = false;
+    m_keyFrameWanted = false;  // a session begins with one
     m_policy.OnLogin(nowUs);
     m_session =
         std::make_unique<CameraSession>(m_loop, m_profile, std::move(plan), static_cast<ICameraSessionEvents&>(*this));
@@ -152,15 +161,16 @@ void CameraStream::OnDescribed(const StreamDescription& description, const Camer
 void CameraStream::OnUnit(const TrackDescription& track, const gvx::RtpAccessUnit& unit) {
     if (!m_delivers && track.video) {
         m_delivers = true;
+        m_otherTried = false;
         m_policy.OnSuccess();
         SetState(CameraState::Online, "");
     }
     for (FrameSender* sender : m_senders) {
         sender->Send(track, unit);
     }
-    if (unit.IsDamaged() && track.video && NowUs() - m_keyFrameUs >= kKeyFrameUs) {
-        m_keyFrameUs = NowUs();
-        m_session->RequestKeyframe();
+    if (unit.IsDamaged() && track.video) {
+        AskByFeedback(NowUs());
+        m_dueUs = m_keyFrameWanted ? std::min(m_dueUs, m_keyFrameUs + kKeyFrameUs) : m_dueUs;
     }
 }
 
@@ -174,6 +184,11 @@ void CameraStream::OnEnded(CameraState state, const std::string& reason, bool tr
     } else if (transportRefused && m_profile.transport == CameraTransport::Auto) {
         m_overTcp = !m_overTcp;
         m_policy.OnFailure(nowUs, RandomShare());
+        m_nextLookUs = 0;
+        // The other one may do: until it was tried the camera is not away.
+        if (!std::exchange(m_otherTried, true)) {
+            return;
+        }
     } else if (state == CameraState::WrongPassword) {
         m_policy.OnRefusal(nowUs);
         m_policy.OnFailure(nowUs, RandomShare());

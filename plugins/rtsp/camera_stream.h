@@ -62,6 +62,7 @@ private:
 
     void Begin(CameraSession::Goal goal, std::int64_t nowUs);
     void LeaveSession();
+    void AskByFeedback(std::int64_t nowUs);
     void SetState(CameraState state, const std::string& reason);
 
     MediaLoop& m_loop;
@@ -77,10 +78,12 @@ private:
     CameraSession::Goal m_goal = CameraSession::Goal::Describe;
     std::vector<std::unique_ptr<CameraSession>> m_leaving;  // say good-bye, or wait to be deleted
     bool m_overTcp = true;
+    bool m_otherTried = false;    // of the transports, since the last picture
     bool m_delivers = false;      // a picture came since the session began
     std::int64_t m_lingerUs = 0;  // until when a session without users stays
     std::int64_t m_nextLookUs = 0;
-    std::int64_t m_keyFrameUs = 0;
+    std::int64_t m_keyFrameUs = 0;  // of the last request
+    bool m_keyFrameWanted = false;  // by feedback, as soon as the last one is long enough ago
     std::int64_t m_dueUs = 0;
 
     mutable std::mutex m_mutex;  // guards what follows; nothing is taken below it

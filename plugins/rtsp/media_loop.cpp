@@ -83,6 +83,7 @@ void MediaLoop::Call(const std::function<void()>& work) {
         std::mutex mutex;
         std::condition_variable done;
         bool isDone = false;
+        std::exception_ptr fault;
     };
     if (std::this_thread::get_id() == m_thread.get_id()) {
         work();
@@ -93,9 +94,15 @@ void MediaLoop::Call(const std::function<void()>& work) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_running) {
             m_work.push_back([&work, signal] {
-                work();
+                std::exception_ptr fault;
+                try {
+                    work();
+                } catch (...) {
+                    fault = std::current_exception();
+                }
                 const std::lock_guard<std::mutex> done(signal->mutex);
                 signal->isDone = true;
+                signal->fault = fault;
                 signal->done.notify_all();
             });
         } else {
@@ -110,6 +117,9 @@ void MediaLoop::Call(const std::function<void()>& work) {
     }
     Wake();
     signal->done.wait(lock, [&] { return signal->isDone; });
+    if (signal->fault != nullptr) {
+        std::rethrow_exception(signal->fault);
+    }
 }
 
 void MediaLoop::Wake() {
@@ -189,7 +199,11 @@ void MediaLoop::DoWork() {
         work.swap(m_work);
     }
     for (const std::function<void()>& one : work) {
-        one();
+        try {
+            one();
+        } catch (const std::exception& fault) {
+            GVX_LOG_ERR_CODE(kTitle, ZVS_FAIL, "Work of the cameras ended by a fault: %s.", fault.what());
+        }
     }
 }
 

@@ -50,7 +50,8 @@ public:
 
     // Work for the loop's thread, in the order in which it is given. Any thread.
     void Post(std::function<void()> work);
-    // The same, and waits until it is done. On the loop's own thread, and when there is none, it is done at once.
+    // The same, and waits until it is done; what it throws is thrown here. On the loop's own thread, and when there is
+    // none, it is done at once.
     void Call(const std::function<void()>& work);
 
     // On the loop's thread only. events are those of epoll; watching again changes them. False when the system

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include <strings.h>
 
@@ -77,25 +78,22 @@ bool RtspDialogue::IsAnswer(const std::string& message) const {
 }
 
 RtspDialogue::Outcome RtspDialogue::TakeAnswer(const std::string& message) {
-    const std::string text = message.substr(0, std::min(message.find("\r\n\r\n"), kMaxHead - 4)) + "\r\n\r\n";
-    const std::size_t blank = text.find(' ');
-    m_status = blank == std::string::npos ? 0 : std::atoi(text.c_str() + blank);
-    if (m_method == nullptr || m_method->SetRecvPack(text.c_str(), static_cast<int>(text.size())) != 0) {
-        return Outcome::Failed;
-    }
-    const int result = m_method->ParseRecvPack();
-    if (result == RTSP_UNAUTHORIZED) {
-        return TakeChallenge();
-    }
-    if (m_name == "OPTIONS") {
+    m_head = message.substr(0, std::min(message.find("\r\n\r\n"), kMaxHead - 4)) + "\r\n\r\n";
+    const std::size_t blank = m_head.find(' ');
+    m_status = blank == std::string::npos ? 0 : std::atoi(m_head.c_str() + blank);
+    if (m_name == "OPTIONS" && m_method != nullptr &&
+        m_method->SetRecvPack(m_head.c_str(), static_cast<int>(m_head.size())) == 0) {
+        m_method->ParseRecvPack();
         m_methods = m_method->GetMethodNames();
     }
     switch (m_status) {
         case 200:
-            if (result == 0 && m_name == "SETUP") {
+            if (m_name == "SETUP") {
                 TakeSession();
             }
-            return result == 0 ? Outcome::Done : Outcome::Failed;
+            return Outcome::Done;
+        case 401:
+            return TakeChallenge();
         case 404:
             return Outcome::NotFound;
         case 454:
@@ -113,8 +111,14 @@ RtspDialogue::Outcome RtspDialogue::TakeChallenge() {
     std::string realm;
     std::string nonce;
     std::string algorithm;
-    if (!m_hasCredentials || m_repeated ||
-        CCommonRtspMethodBase::DivideRealmAndNonce(Header("WWW-Authenticate").c_str(), realm, nonce, algorithm) != 0) {
+    const std::vector<std::string> offers = Headers("WWW-Authenticate");
+    // Of several offers, Digest: it does not show the password.
+    const auto digest = std::find_if(offers.begin(), offers.end(), [](const std::string& offer) {
+        return strncasecmp(offer.c_str(), "Digest", 6) == 0;
+    });
+    if (!m_hasCredentials || m_repeated || offers.empty() ||
+        CCommonRtspMethodBase::DivideRealmAndNonce((digest == offers.end() ? offers.front() : *digest).c_str(), realm,
+                                                   nonce, algorithm) != 0) {
         return Outcome::Refused;
     }
     m_authenticator.SetRealmAndNonce(realm.c_str(), nonce.empty() ? nullptr : nonce.c_str(),
@@ -137,13 +141,28 @@ void RtspDialogue::TakeSession() {
     }
 }
 
+std::vector<std::string> RtspDialogue::Headers(const char* name) const {
+    std::vector<std::string> values;
+    const std::size_t length = std::strlen(name);
+    for (std::size_t at = m_head.find("\r\n"); at != std::string::npos; at = m_head.find("\r\n", at + 2)) {
+        if (strncasecmp(m_head.c_str() + at + 2, name, length) == 0 && m_head[at + 2 + length] == ':') {
+            const std::size_t from = m_head.find_first_not_of(" \t", at + 3 + length);
+            values.push_back(m_head.substr(from, m_head.find("\r\n", from) - from));
+        }
+    }
+    return values;
+}
+
 std::string RtspDialogue::Header(const char* name) const {
-    char value[sizeof(ParamSet::szValue)] = {};
-    return m_method != nullptr && m_method->GetRecvParam(name, value, sizeof(value) - 1) != nullptr ? value : "";
+    const std::vector<std::string> values = Headers(name);
+    return values.empty() ? "" : values.front();
 }
 
 std::string StatusLine(const std::string& message) {
-    return message.substr(0, std::min(message.find("\r\n"), std::size_t{80}));
+    std::string line = message.substr(0, std::min(message.find("\r\n"), std::size_t{80}));
+    std::replace_if(
+        line.begin(), line.end(), [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
+    return line;
 }
 
 }  // namespace gvxrtsp

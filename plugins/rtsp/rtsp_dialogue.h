@@ -39,7 +39,7 @@ public:
     bool IsAnswer(const std::string& message) const;
     Outcome TakeAnswer(const std::string& message);
 
-    // Of the last answer.
+    // Of the last answer: the first head of that name, in any case of letters (RFC 2326, section 15.1).
     std::string Header(const char* name) const;
     int Status() const { return m_status; }
     const std::vector<std::string>& MethodNames() const { return m_methods; }
@@ -51,6 +51,7 @@ public:
 
 private:
     Outcome TakeChallenge();
+    std::vector<std::string> Headers(const char* name) const;
     void TakeSession();
 
     CCommonAuthenticator m_authenticator;
@@ -60,6 +61,7 @@ private:
     std::string m_url;
     RtspHeaders m_headers;
     std::vector<std::string> m_methods;
+    std::string m_head;  // of the last answer
     std::string m_session;
     int m_sessionSeconds = 60;
     int m_sequence = 0;
@@ -68,7 +70,7 @@ private:
     bool m_repeated = false;  // the request in hand
 };
 
-// The first line of an answer, which is fit for the log.
+// The first line of an answer, made fit for the log.
 std::string StatusLine(const std::string& message);
 
 }  // namespace gvxrtsp

@@ -130,8 +130,9 @@ int RtspLens::StopStream(CStreamParam* param, bool /*force*/) {
         if (ReadKind(*param, kind)) {
             m_camera->Loop().Call([&] {
                 found = m_senders[kind]->Remove(param->m_strServiceID);
-                if (found && m_senders[kind]->IsEmpty()) {
-                    m_camera->Stream(kind)->Part(m_senders[kind].get());
+                CameraStream* stream = m_camera->Stream(kind);
+                if (found && stream != nullptr && m_senders[kind]->IsEmpty()) {
+                    stream->Part(m_senders[kind].get());
                 }
             });
         }

@@ -18,6 +18,7 @@ constexpr std::size_t kMaxDescription = 4095;  // what the core's parser holds
 constexpr std::size_t kMaxLine = 1000;         // as above
 constexpr std::size_t kMaxSetBytes = 4096;
 constexpr std::uint32_t kAudioRate = 8000;
+constexpr std::uint32_t kMaxClockRate = 192000;
 
 bool StartsWith(const std::string& text, const char* start) {
     return text.rfind(start, 0) == 0;
@@ -44,7 +45,8 @@ Encoding ReadEncoding(const std::string& rtpmap, int payloadType) {
     const std::size_t slash = rtpmap.find('/');
     if (blank != std::string::npos && slash != std::string::npos && slash > blank) {
         encoding.name = rtpmap.substr(blank + 1, slash - blank - 1);
-        encoding.clockRate = static_cast<std::uint32_t>(std::strtoul(rtpmap.c_str() + slash + 1, nullptr, 10));
+        encoding.clockRate = static_cast<std::uint32_t>(
+            std::min(std::strtoul(rtpmap.c_str() + slash + 1, nullptr, 10), static_cast<unsigned long>(UINT32_MAX)));
     } else if (payloadType == 0 || payloadType == 8) {
         encoding = {payloadType == 0 ? "PCMU" : "PCMA", kAudioRate};
     }
@@ -136,7 +138,7 @@ bool ReadTrack(CCommonSdp& sdp, const std::string& name, const std::string& text
     } else {
         return false;
     }
-    return track.clockRate != 0;
+    return track.clockRate != 0 && track.clockRate <= kMaxClockRate;
 }
 
 // The core's parser takes what follows a flag attribute, such as "a=sendrecv", for its name, so flags are left out, but

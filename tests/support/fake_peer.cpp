@@ -212,11 +212,11 @@ void FakePeer::Close() {
     }
 }
 
-FakeListener::FakeListener(std::uint16_t port) {
+FakeListener::FakeListener(std::uint16_t port, const char* ip) {
     m_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;
     ::setsockopt(m_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
-    const sockaddr_in address = LoopbackAddress("127.0.0.1", port);
+    const sockaddr_in address = LoopbackAddress(ip, port);
     if (::bind(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 || ::listen(m_fd, 16) != 0) {
         ::close(m_fd);
         m_fd = -1;

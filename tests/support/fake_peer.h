@@ -66,7 +66,7 @@ private:
 class FakeListener {
 public:
     // Port 0 takes any free one. Valid() is false when the port cannot be taken.
-    explicit FakeListener(std::uint16_t port = 0);
+    explicit FakeListener(std::uint16_t port = 0, const char* ip = "127.0.0.1");
     ~FakeListener();
     FakeListener(const FakeListener&) = delete;
     FakeListener& operator=(const FakeListener&) = delete;

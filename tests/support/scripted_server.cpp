@@ -27,7 +27,8 @@ void ScriptedServer::Link::Reset() {
     ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &none, sizeof(none));
 }
 
-ScriptedServer::ScriptedServer(Script script) : m_script(std::move(script)), m_thread([this] { Serve(); }) {}
+ScriptedServer::ScriptedServer(Script script, std::uint16_t port, const char* ip)
+    : m_script(std::move(script)), m_listener(port, ip), m_thread([this] { Serve(); }) {}
 
 ScriptedServer::~ScriptedServer() {
     {

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-// A TCP server on 127.0.0.1 that does with each connection what a test's script says. Connections are served one after
+// A TCP server on a loopback address that does with each connection what a test's script says. Connections are served one after
 // the other, on a thread of the server.
 class ScriptedServer {
 public:
@@ -37,7 +37,8 @@ public:
     };
     using Script = std::function<void(Link&)>;
 
-    explicit ScriptedServer(Script script);
+    // Port 0 takes any free one.
+    explicit ScriptedServer(Script script, std::uint16_t port = 0, const char* ip = "127.0.0.1");
     // Ends the connection that is being served, and waits for its script.
     ~ScriptedServer();
     ScriptedServer(const ScriptedServer&) = delete;
