@@ -1,5 +1,6 @@
 #include "plugin_check/drive.h"
 
+#include "base/fixed_text.h"
 #include "base/json_io.h"
 #include "base/log.h"
 #include "base/zvs_error.h"
@@ -58,6 +59,7 @@ struct Reports {
     int lastPercent = 0;           // Guarded by mutex.
     bool searching = false;        // Guarded by mutex.
     std::size_t found = 0;         // Guarded by mutex.
+    std::string foundText;         // Guarded by mutex.
     Journal* journal = nullptr;
 };
 Reports g_reports;
@@ -104,7 +106,11 @@ void OnDiscovered(CDiscoveryDeviceInfo* report) {
             "percentages go from " + std::to_string(g_reports.lastPercent) + " to " + std::to_string(report->iPercent));
     }
     g_reports.lastPercent = report->iPercent;
-    g_reports.found += report->DiscDevInfoList.size();
+    for (const DeviceDiscoveryInfo& found : report->DiscDevInfoList) {
+        ++g_reports.found;
+        g_reports.foundText +=
+            std::string(" ") + found.szIp + ":" + std::to_string(found.uiPort) + " \"" + found.szFac + "\"";
+    }
 }
 
 // Counts what only the log tells, and shows lines from warnings up when it is asked to.
@@ -538,14 +544,19 @@ void SetCallbacks(CAdapterSdkBase& sdk, Journal& journal) {
     set("SetDiscoveryDeviceCallback", [&] { sdk.SetDiscoveryDeviceCallback(&OnDiscovered); });
 }
 
-// A search of one address goes on beside the devices, as in a gateway.
-bool StartSearch(CAdapterSdkBase& sdk, Journal& journal) {
+// A search of the device's address goes on beside the devices, as in a gateway.
+bool StartSearch(CAdapterSdkBase& sdk, const DriveOptions& options, Journal& journal) {
     {
         const std::lock_guard<std::mutex> lock(g_reports.mutex);
         g_reports.searching = true;
     }
     CDiscoveryDeviceInfo request;
-    request.DiscDevIpRangeList.push_back({"127.0.0.1", "127.0.0.1", 0});
+    DISCOVERY_IP_INFO range{};
+    if (!gvx::PutText(range.strStartIp, options.ip) || !gvx::PutText(range.strEndIp, options.ip)) {
+        return false;
+    }
+    range.iPort = options.port;
+    request.DiscDevIpRangeList.push_back(range);
     const auto start = [&] { return sdk.StartSearchDevice(&request); };
     if (journal.Call(kSdk, "StartSearchDevice", start) != 0) {
         return false;
@@ -572,7 +583,7 @@ void EndSearch(CAdapterSdkBase& sdk, Journal& journal) {
     });
     const std::lock_guard<std::mutex> lock(g_reports.mutex);
     g_reports.searching = false;
-    journal.Figure(kSdk, "a search", std::to_string(g_reports.found) + " devices found");
+    journal.Figure(kSdk, "a search", std::to_string(g_reports.found) + " devices found" + g_reports.foundText);
 }
 
 // Devices push whatever they like.
@@ -631,7 +642,7 @@ void Drive(const DriveOptions& options, Journal& journal) {
                        "refuses to start: " + std::string(reason == nullptr ? "it gives no reason" : reason));
     } else {
         SetCallbacks(*sdk, journal);
-        const bool searches = options.search && StartSearch(*sdk, journal);
+        const bool searches = options.search && StartSearch(*sdk, options, journal);
         std::thread([&] { DeviceDrive(options, journal, *sdk, 1).RunWhole(); }).join();
         std::thread second([&] { DeviceDrive(options, journal, *sdk, 2).RunStreams(); });
         std::thread third([&] { DeviceDrive(options, journal, *sdk, 3).RunStreams(); });
