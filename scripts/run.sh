@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Builds the gateway, streams a real camera clip through it and shows what arrived. From a fresh clone on Debian 12.
-#   scripts/run.sh [--seconds N] [--out DIR] [--keep]
+# Builds the gateway, streams a camera and a real clip through it and shows what arrived. From a fresh clone on Debian 12.
+#   scripts/run.sh [--seconds N] [--out DIR] [--keep] [--camera URL --user NAME]
 #     --seconds N   seconds of streaming, half over UDP and half over TCP (default 10)
 #     --out DIR     folder for what is received, the figures and the logs (default out/)
+#     --camera URL  the camera that is shown: rtsp://ADDRESS[:PORT][/PATH]. Without it the script starts one.
+#     --user NAME   user at that camera; the password comes from CAMERA_PASSWORD, else from the terminal
 #     --keep        go on with the clip in a loop until Ctrl-C
 # GVX_BUILD_DIR=DIR uses the programs of that build folder instead of building.
 # Exits 0 when every line of the table is right, 1 when one is not, 2 for a wrong use.
@@ -10,7 +12,7 @@ set -euo pipefail
 shopt -s inherit_errexit
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-for part in process ports clip metadata gateway receivers alarms; do
+for part in process ports clip metadata gateway receivers alarms camera; do
   # shellcheck source=/dev/null
   source "$repo/scripts/lib/$part.sh"
 done
@@ -18,9 +20,11 @@ done
 seconds=10
 out=$repo/out
 keep=false
+camera_url=
+camera_user=
 
 usage() {
-  sed -n '2,8s/^# \{0,1\}//p' "$repo/scripts/run.sh" >&2
+  sed -n '2,10s/^# \{0,1\}//p' "$repo/scripts/run.sh" >&2
   exit 2
 }
 
@@ -30,9 +34,12 @@ parse_arguments() {
       --seconds) [[ ${2:-} =~ ^[1-9][0-9]{0,4}$ ]] || usage; seconds=$2; shift 2 ;;
       --out) [[ -n ${2:-} ]] || usage; out=$2; shift 2 ;;
       --keep) keep=true; shift ;;
+      --camera) [[ -n ${2:-} ]] || usage; camera_url=$2; shift 2 ;;
+      --user) [[ -n ${2:-} ]] || usage; camera_user=$2; shift 2 ;;
       *) usage ;;
     esac
   done
+  [[ -n $camera_url ]] || [[ -z $camera_user ]] || usage
   # Each transport plays the clip once; two seconds are the least that holds several groups of pictures.
   clip_seconds=$(((seconds + 1) / 2))
   ((clip_seconds >= 2)) || clip_seconds=2
@@ -52,7 +59,7 @@ build_programs() {
     launcher=()
     command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
     cmake --preset release "${launcher[@]}" -DGVX_BUILD_BENCH=OFF
-    cmake --build --preset release --target gvxd gvxctl gvx_plugin_file
+    cmake --build --preset release --target gvxd gvxctl gvx-plugin-check gvx_plugin_file gvx_plugin_rtsp
   ) >"$out/build.log" 2>&1 || die "the build failed: $(tail -n 20 "$out/build.log")"
 }
 
@@ -60,7 +67,7 @@ clean_output() {
   mkdir -p "$out"
   out=$(cd "$out" && pwd)
   rm -rf "$out"/{conf,root,log,log.away,clip,metadata_udp,metadata_tcp}
-  rm -f "$out"/*.{h264,alaw,md5,sdp,json,log,png,jpg,facts}
+  rm -f "$out"/*.{h264,video,alaw,md5,sdp,json,log,png,jpg,facts}
 }
 
 play_demo() {
@@ -87,7 +94,9 @@ main() {
   build_programs
   make_clip
   make_metadata
+  start_camera
   start_gateway
+  show_camera
   play_demo
   decode_recording udp stream.h264
   decode_recording tcp stream_tcp.h264

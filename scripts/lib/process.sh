@@ -1,6 +1,7 @@
 # Children, time limits, and what the script says and notes.
 
 children=()
+declare -A receivers=()
 
 say() { printf '== %s\n' "$*"; }
 

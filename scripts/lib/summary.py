@@ -59,6 +59,35 @@ class Table:
         return all(row["ok"] for row in self.rows)
 
 
+def pictures(path):
+    """The checksums of decoded pictures, in order."""
+    if not path.is_file():
+        return []
+    return [line.split()[-1] for line in path.read_text().splitlines() if not line.startswith("#")]
+
+
+def add_camera(table, out, facts):
+    found = next((line.split("devices found", 1)[1].strip() for line in (out / "camera_check.log").read_text().splitlines()
+                  if "1 devices found" in line), "")
+    table.add("camera: discovered", found or "not found", found)
+    table.add("camera: driven by gvx-plugin-check", f"exit {facts.get('camera_check')}", facts.get("camera_check") == 0)
+    added = read_json(out / "camera_added.json")
+    table.add("camera: added", f"{added.get('codeName')}, password enciphered, {facts.get('camera_log_secrets')} times in the log",
+              added.get("code") == 0 and facts.get("camera_log_secrets") == 0)
+    direct = pictures(out / "camera_direct.md5")
+    for name in ("udp", "tcp"):
+        came = pictures(out / f"camera_{name}.md5")
+        same = any(direct[at:at + len(came)] == came for at in range(len(direct)))
+        table.add(f"camera: over {name.upper()}", f"{len(came)} frames, "
+                  f"{'same pictures as' if same else 'pictures differ from'} a direct connection", len(came) > 25 and same)
+    if "camera_start_ms" in facts:
+        back = facts.get("camera_back_ms")
+        table.add("camera: back again", f"after {back / 1000:.1f} s" if back else "never", back)
+        for verb, end in (("raised", "ON"), ("cleared", "OFF")):
+            came = facts.get(f"camera_alarm_{verb}") == 1
+            table.add(f"camera: alarm {verb}", f"ALARM_IPC_NETWORK_INTERRUPT_{end} to SCU, KSP" if came else "none came", came)
+
+
 def add_answers(table, demo):
     links = demo.get("links", [])
     table.add("links", ", ".join(links) or "none", links == LINKS)
@@ -165,6 +194,7 @@ def main():
     out = pathlib.Path(sys.argv[1])
     facts, demo = read_facts(out / "run.facts"), read_json(out / "demo.json")
     table = Table()
+    add_camera(table, out, facts)
     add_answers(table, demo)
     streams = {stream["transport"]: stream for stream in demo.get("streams", [])}
     for transport in ("udp", "tcp"):
