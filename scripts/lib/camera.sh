@@ -45,11 +45,12 @@ show_camera() {
   end_camera_stream tcp
   sleep 1  # the direct connection's recording is to end behind the others
   stop_child "$direct" INT 20 || true
+  hide_password
   for name in direct udp tcp; do
     decode_pictures "$out/camera_$name.video" "$out/camera_$name.md5" "$out/decode_camera_$name.log"
   done
   [[ -n $camera_url ]] || lose_camera
-  note camera_log_secrets "$(grep -Fc "$CAMERA_PASSWORD" "$out/log/gvxd.log" || true)"
+  note camera_log_secrets "$(grep -Fcf <(printf '%s\n' "$CAMERA_PASSWORD") "$out/log/gvxd.log" || true)"
   gvxctl_logged del-device --gateway "$port" --dev CAMERA || true
   [[ -n $camera_url ]] || stop_child "$camera" KILL 5 2>/dev/null || true
 }
@@ -73,20 +74,38 @@ add_camera() {
     >"$out/camera_added.json" 2>>"$out/gvxctl_receivers.log"
 }
 
+# ffmpeg names what it reads when it fails.
+hide_password() {
+  local file text
+  for file in "$out/camera_probe.log" "$out/ffmpeg_camera.log"; do
+    [[ -s $file ]] || continue
+    text=$(<"$file")
+    text=${text//"$CAMERA_PASSWORD"/***}
+    printf '%s\n' "${text//"$quoted"/***}" >"$file"
+  done
+}
+
 # The list keeps the password out of the command line.
 record_directly() {
   local list=$out/camera.ffconcat
+  quoted=$(python3 -c 'import os, urllib.parse; print(urllib.parse.quote(os.environ["CAMERA_PASSWORD"], safe=""))')
   (umask 077 && printf "ffconcat version 1.0\nfile 'rtsp://%s:%s@%s:%s%s'\noption rtsp_transport tcp\n" "$camera_user" \
-    "$CAMERA_PASSWORD" "$camera_host" "$camera_port" "$camera_path" >"$list")
+    "$quoted" "$camera_host" "$camera_port" "$camera_path" >"$list")
   camera_codec=$(run_bounded 30 ffprobe -v error -protocol_whitelist file,rtp,tcp,udp,rtsp -f concat -safe 0 \
     -select_streams v:0 -show_entries stream=codec_name -of csv=p=0 "$list" 2>"$out/camera_probe.log" | head -n 1) || true
+  hide_password
   [[ $camera_codec == h264 || $camera_codec == hevc ]] || die "ffmpeg cannot see the camera: $(tail -n 3 "$out/camera_probe.log")"
   ffmpeg -nostdin -y -v error -protocol_whitelist file,rtp,tcp,udp,rtsp -analyzeduration 1M -f concat -safe 0 -i "$list" \
     -map 0:v -c copy -flush_packets 1 -f "$camera_codec" "$out/camera_direct.video" >"$out/ffmpeg_camera.log" 2>&1 &
   direct=$!
   children+=("$direct")
-  wait_until 30 has_pictures "$out/camera_direct.video" || die "ffmpeg gets nothing: $(tail -n 3 "$out/ffmpeg_camera.log")"
+  wait_until 30 has_pictures "$out/camera_direct.video" || camera_is_silent
   rm -f "$list"
+}
+
+camera_is_silent() {
+  hide_password
+  die "ffmpeg gets nothing: $(tail -n 3 "$out/ffmpeg_camera.log")"
 }
 
 has_pictures() { (($(stat -c %s "$1" 2>/dev/null || echo 0) > 20000)); }
