@@ -233,6 +233,8 @@ def a_second_main_service_leaves(attack):
     second = e2e.Peer.linked(attack.port, "GVX#second")
     time.sleep(0.3)
     second.sock.close()
+    # Until then answers go to the link that was closed, and a request would wait for ever.
+    e2e.wait_until(lambda: attack.gateway.lines("GVX#second", "serves instead"), 30 * attack.slow, "the first is recorded")
     attack.main_service_is_answered()
     return "the first is served again"
 
