@@ -10,6 +10,7 @@
 #include <ace/OS_NS_unistd.h>
 #include <ace/Thread.h>
 #include <ace/Thread_Manager.h>
+#include <openssl/crypto.h>
 
 #include <cerrno>
 #include <new>
@@ -144,6 +145,9 @@ int CGvxReactor::svc() {
             ACE_OS::sleep(kLoopErrorPauseSeconds);
         }
     }
+    // What the cryptographic library keeps for this thread: nobody waits for the thread's very end, and behind the end of
+    // main the library could not give it back any more.
+    OPENSSL_thread_stop();
     m_pReactorEventThreadSemaphore->release();
     GVX_LOG_INFO("reactor thread", "Reactor loop thread exit.");
     return 0;
