@@ -581,6 +581,10 @@ void EndSearch(CAdapterSdkBase& sdk, Journal& journal) {
         sdk.StopSearchDevice();
         return 0;
     });
+    // The last report comes ahead of the search's end, and nobody may be at work in an object that is destroyed.
+    if (!sdk.WaitSearchEnd(10000)) {
+        journal.Broken(kSdk, "a search", "its threads do not end");
+    }
     const std::lock_guard<std::mutex> lock(g_reports.mutex);
     g_reports.searching = false;
     journal.Figure(kSdk, "a search", std::to_string(g_reports.found) + " devices found" + g_reports.foundText);

@@ -293,6 +293,7 @@ protected:
 
 private:
     int MakeSnapQueue();
+    int StartSnapQueueLocked();  // with the worker's QueueLife held
     void DeleteSnapQueue();
     void ServeSnapQueue();
 

@@ -37,7 +37,7 @@ void DeleteCounted(Object*& object) {
 
 int CAdapterLensBase::EnqueueSnapRequest(const PU_SNAP_CONF_REQ& snapReq) {
     const std::lock_guard<std::mutex> life(m_snapWorker->QueueLife());
-    if (m_snapQueueThreadHandle == 0 && StartSnapQueueThread() != ZVS_SUCCEED) {
+    if (m_snapQueueThreadHandle == 0 && StartSnapQueueLocked() != ZVS_SUCCEED) {
         GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_GET_SNAP_SHOT_ERROR, "StartSnapQueueThread failed");
         return ZVS_GVX_GET_SNAP_SHOT_ERROR;
     }
@@ -89,6 +89,11 @@ void CAdapterLensBase::DeleteSnapQueue() {
 }
 
 int CAdapterLensBase::StartSnapQueueThread() {
+    const std::lock_guard<std::mutex> life(m_snapWorker->QueueLife());
+    return StartSnapQueueLocked();
+}
+
+int CAdapterLensBase::StartSnapQueueLocked() {
     if (m_snapQueueThreadHandle != 0) {
         return ZVS_SUCCEED;
     }

@@ -281,6 +281,7 @@ void CAdapterSdkBase::CleanUpDiscovery() {
     m_DiscoveryDeviceMap.clear();
     m_uiDevNumHasMatched = 0;
     m_uiDevNumNeedProbe = 0;
+    m_discoveryTask->Stop();  // a probe that goes on learns that it is of no use, also while the next start waits for it
     m_bIsDiscoveryRunning = false;
     GVX_LOG_INFO(kTitle, "Discovery task finish.");
 }
@@ -290,10 +291,7 @@ void CAdapterSdkBase::UpdateDiscoveryPrecentSelf() {
     if (m_uiPrecent == kDone || (m_uiDevNumNeedProbe != 0 && m_uiDevNumNeedProbe == m_uiDevNumHasMatched)) {
         m_uiPrecent = kDone;
         GVX_LOG_INFO(kTitle, "Discovery task is finished as all device[%zu] had found.", m_uiDevNumHasMatched.load());
-        return;
-    }
-    ++m_uiProcessRateIndex;
-    if (m_uiProcessRateIndex < kLastTick) {
+    } else if (++m_uiProcessRateIndex < kLastTick) {
         m_uiPrecent = m_uiProcessRateIndex * kPercentPerTick;
     } else if (GetSendProbeStatus() == Send_Probe_Status_Running) {
         m_uiPrecent = kWaitsForProbes;
