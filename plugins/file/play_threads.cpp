@@ -80,8 +80,9 @@ void PlayThreads::Wake(Task& task) {
         if (place == worker.waiting.end()) {
             return;
         }
-        worker.waiting.erase(place);
-        worker.waiting.emplace(gvx::CurrentClock().MonotonicMicroseconds(), &task);
+        auto entry = worker.waiting.extract(place);
+        entry.key() = gvx::CurrentClock().MonotonicMicroseconds();
+        worker.waiting.insert(std::move(entry));
     }
     worker.wake.notify_one();
 }
@@ -120,7 +121,7 @@ void PlayThreads::Run(Worker& worker) {
             continue;
         }
         Task* const task = first->second;
-        worker.waiting.erase(first);
+        auto entry = worker.waiting.extract(first);  // used again, so that no turn needs memory for the next
         worker.running = task;
         worker.runningIsRemoved = false;
         worker.runningIsWoken = false;
@@ -132,7 +133,8 @@ void PlayThreads::Run(Worker& worker) {
             worker.turnEnded.notify_all();
         } else if (next != kNoTurn) {
             const bool woken = worker.runningIsWoken;
-            worker.waiting.emplace(woken ? gvx::CurrentClock().MonotonicMicroseconds() : next, task);
+            entry.key() = woken ? gvx::CurrentClock().MonotonicMicroseconds() : next;
+            worker.waiting.insert(std::move(entry));
         }
     }
 }

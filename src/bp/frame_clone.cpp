@@ -65,8 +65,10 @@ private:
 MessageBlockPtr CloneFrame(const ACE_Message_Block& block) noexcept {
     const std::size_t size = block.size();
     const ACE_Data_Block* const source = block.data_block();
-    if (block.cont() != nullptr || source == nullptr || typeid(block) != typeid(ACE_Message_Block) ||
-        typeid(*source) != typeid(ACE_Data_Block)) {
+    // What a link's memory counts is cloned in it. Without bytes there is nothing to join.
+    if (size == 0 || block.cont() != nullptr || source == nullptr || source->allocator_strategy() == nullptr ||
+        typeid(*source->allocator_strategy()) != typeid(ACE_New_Allocator) ||
+        typeid(block) != typeid(ACE_Message_Block) || typeid(*source) != typeid(ACE_Data_Block)) {
         return MessageBlockPtr(block.clone());
     }
     FrameMemory* const memory =

@@ -13,7 +13,7 @@ FULL, DRAINED = "Link queue full", "Link queue drained"
 QUESTION = json.dumps({"DevCode": "NOBODY", "ServiceID": "none", "DstIP": "127.0.0.1", "DstVideoPort": 9}).encode()
 
 
-def overfill(gateway, slow, other, limit):
+def overfill(gateway, slow, other, limit, pause):
     """Asks until the queue is full, and some more. The pauses leave the gateway time to answer rather than to refuse."""
     end, asked = time.monotonic() + limit, 0
 
@@ -26,7 +26,7 @@ def overfill(gateway, slow, other, limit):
     while not gateway.lines(FULL):
         e2e.check(time.monotonic() < end, f"no overflow after {asked} questions")
         ask()
-        time.sleep(0.02)
+        time.sleep(pause)
         other.keeps_alive()
     for _ in range(10):
         ask()
@@ -51,7 +51,7 @@ def meet_slow_reader(options, folder, stack):
     slow = e2e.Peer.linked(gateway.port, "GVX#000", receive_buffer=4096)
     other = e2e.Peer.linked(gateway.port, "OMU#001")
     slow.sock.settimeout(60 * options.slow)
-    asked = overfill(gateway, slow, other, 120 * options.slow)
+    asked = overfill(gateway, slow, other, 120 * options.slow, 0.02 * options.slow)
     growth = gateway.memory_kib() - before
     print(f"full after {asked} questions, the gateway grew by {growth} KiB")
     e2e.check(growth < GROWTH_LIMIT_KIB * options.slow, f"the gateway grew by {growth} KiB")

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <iterator>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -54,11 +55,24 @@ void DevReactorBinder::MakeSpares() {
         }
         const std::size_t index = CGvxDevReactorMgr::Instance()->NextIndex();
         lock.unlock();
-        auto reactor = CGvxDevReactorMgr::MakeReactor(index);
-        lock.lock();
-        if (reactor != nullptr) {
-            CGvxDevReactorMgr::Instance()->AddSpare(std::move(reactor));
-        } else if (!m_stopMaking) {
+        bool made = false;
+        try {
+            auto reactor = CGvxDevReactorMgr::MakeReactor(index);
+            lock.lock();
+            made = reactor != nullptr;
+            if (made) {
+                CGvxDevReactorMgr::Instance()->AddSpare(std::move(reactor));
+            }
+        } catch (const std::bad_alloc&) {
+            made = false;
+        }
+        if (!lock.owns_lock()) {
+            lock.lock();
+        }
+        if (made) {
+            continue;
+        }
+        if (!m_stopMaking) {
             m_sparesWanted.wait_for(lock, kPauseAfterFailure);
         }
     }

@@ -237,7 +237,8 @@ bool FitsSetting(const SettingRow& row, const std::string& value) {
             return std::find(choices.begin(), choices.end(), value) != choices.end();
         }
         case SettingKind::Address:
-            return value.empty() ? *row.fallback == '\0' : CGvxUtility::IsIPv4(value.c_str());
+            return value.empty() && row.rule.check == LoadCheck::None ? *row.fallback == '\0'
+                                                                      : CGvxUtility::IsIPv4(value.c_str());
         case SettingKind::PortRanges: {
             std::vector<PortRange> ranges;
             return ReadPortRanges(value, ranges);

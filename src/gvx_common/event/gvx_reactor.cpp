@@ -64,6 +64,7 @@ CGvxReactor::~CGvxReactor() {
 void CGvxReactor::classMemberInit() {
     m_unStackSize = kDefaultStackBytes;
     m_iMaxCmdCnt = kMaxQueuedCmds;
+    m_spareTexts.reserve(kMaxQueuedCmds);
     strncpy_s(m_aucThreadName, sizeof(m_aucThreadName), "gvx", sizeof(m_aucThreadName) - 1);
 }
 

@@ -249,7 +249,8 @@ int CGvxReactor::PopMessage(BP::CGvxNssCmd_& out) {
     if (!guard.locked()) {
         return 1;
     }
-    if (m_spareTexts.size() < m_iMaxCmdCnt) {
+    // Never beyond what is reserved: without memory here, the command would not be taken.
+    if (m_spareTexts.size() < m_spareTexts.capacity() && !out.m_devID.empty()) {
         m_spareTexts.push_back(std::move(out.m_devID));
     }
     out.m_devID.clear();
