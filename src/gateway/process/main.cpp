@@ -9,6 +9,8 @@
 #include "gateway/process/stop_signal.h"
 #include "gvx_common/config/setting_table.h"
 
+#include <openssl/crypto.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -229,5 +231,8 @@ int Run(int argc, const char* const* argv) {
 }  // namespace gvx
 
 int main(int argc, char** argv) {
+    // Threads that nobody waits for may still be on their way out behind the end of main: the cryptographic library
+    // must not take what it keeps for them away.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
     return gvx::Run(argc, argv);
 }
