@@ -23,9 +23,9 @@ using ProbeOver = std::function<bool()>;
 void ProbeRtsp(const std::list<std::string>& addresses, const std::list<std::uint16_t>& ports,
                const ProbeReport& report, const ProbeOver& over);
 
-// Asks the network of a local address for video transmitters (WS-Discovery 2005/04, as the ONVIF core specification,
-// section 7, uses it): one probe to 239.255.255.250:3702, answers for three seconds. The port told is that of the
-// device's service, not of RTSP, which is why it is left at 0.
+// Asks the network of a local address for video transmitters (WS-Discovery 2005/04 as ONVIF Core, section 7, uses it):
+// one probe to 239.255.255.250:3702, answers for three seconds. The port told is that of the device's service, not of
+// RTSP, which is why it is left at 0.
 void ProbeOnvif(const std::string& localAddress, const ProbeReport& report, const ProbeOver& over);
 
 // Address and name in an answer to such a probe; false when it is none.

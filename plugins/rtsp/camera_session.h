@@ -60,7 +60,7 @@ public:
     CameraSession(MediaLoop& loop, const CameraProfile& profile, Plan plan, ICameraSessionEvents& events);
     ~CameraSession() override;
 
-    // False, with the end told, when no connection could be begun.
+    // Begins the connection; the end is told when that is not possible.
     void Start();
 
     // Says TEARDOWN where there is a session, and goes on until it is answered or a moment is gone; nothing is told any
