@@ -394,7 +394,10 @@ private:
 
     void Snapshot(CAdapterLensBase& lens) {
         PU_SNAP_CONF_REQ request{};
-        std::strncpy(request.stCamerCode, lens.GetSubDevID(), sizeof(request.stCamerCode) - 1);
+        if (!gvx::PutText(request.stCamerCode, lens.GetSubDevID())) {
+            m_journal.Broken(m_lane, "GetSubDevID", "The lens's code is longer than a request's field.");
+            return;
+        }
         request.nSnapNum = 1;
         request.timeStamp = static_cast<std::uint64_t>(std::time(nullptr)) * 1000;
         m_journal.Call(m_lane, "VcuSnapShotReqInfo", [&] { return lens.VcuSnapShotReqInfo(request); });
