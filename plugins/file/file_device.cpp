@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "file/file_lens.h"
 #include "file/guarded.h"
+#include "gvx_common/adapter/gvx_device_state.h"
 
 #include <algorithm>
 #include <cstring>
@@ -22,13 +23,17 @@ FileDevice::FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEnt
     : m_media(std::move(media)), m_entry(std::move(entry)), m_desk(std::move(desk)) {}
 
 int FileDevice::Init() {
-    SetLoginStatus(true);
-    return ZVS_SUCCEED;
+    return ResetLogin();
 }
 
 int FileDevice::ResetLogin() {
-    SetLoginStatus(true);
-    return ZVS_SUCCEED;
+    return Guarded("ResetLogin", [this] {
+        GvxReportLoginTry(GetMainDevID());
+        SetLoginStatus(true);
+        GvxReportDeviceState(GetMainDevID(), GVX_DEVICE_ONLINE,
+                             "Its media are in memory; the first one is '" + m_media.front()->name + "'.");
+        return ZVS_SUCCEED;
+    });
 }
 
 GVX_CHANNEL_ABILITY_INFO FileDevice::DescribeChannel(std::size_t channel) const {

@@ -23,6 +23,7 @@ struct CameraPaths {
 
 // What is known of one camera before it is asked. Filled when the device is made, then only read.
 struct CameraProfile {
+    std::string device;   // its code, for what is reported of it; empty for one that is no device yet
     std::string address;  // IPv4
     std::uint16_t port = 554;
     std::string user;

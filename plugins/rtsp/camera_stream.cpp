@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/random.h"
+#include "gvx_common/adapter/gvx_device_state.h"
 
 #include <algorithm>
 #include <utility>
@@ -21,6 +22,26 @@ double RandomShare() {
     std::uint16_t number = 0;
     CBB::GenerateRandom(&number, sizeof(number));
     return static_cast<double>(number) / UINT16_MAX;
+}
+
+GVX_DEVICE_STATE ReportedState(CameraState state) {
+    switch (state) {
+        case CameraState::Unknown:
+            return GVX_DEVICE_UNKNOWN;
+        case CameraState::Online:
+            return GVX_DEVICE_ONLINE;
+        case CameraState::Offline:
+            return GVX_DEVICE_OFFLINE;
+        case CameraState::Refused:
+            return GVX_DEVICE_REFUSED;
+        case CameraState::WrongPassword:
+            return GVX_DEVICE_WRONG_PASSWORD;
+        case CameraState::NoSuchStream:
+        case CameraState::BadDescription:
+        case CameraState::NoFrames:
+            break;
+    }
+    return GVX_DEVICE_NO_PICTURE;
 }
 
 }  // namespace
@@ -141,6 +162,7 @@ void CameraStream::Begin(CameraSession::Goal goal, std::int64_t nowUs) {
     m_delivers = false;
     m_keyFrameWanted = false;  // a session begins with one
     m_policy.OnLogin(nowUs);
+    GvxReportLoginTry(m_profile.device);
     m_session =
         std::make_unique<CameraSession>(m_loop, m_profile, std::move(plan), static_cast<ICameraSessionEvents&>(*this));
     m_session->Start();
@@ -209,6 +231,9 @@ void CameraStream::SetState(CameraState state, const std::string& reason) {
         m_status.reason = reason;
     }
     m_looked.notify_all();
+    if (m_kind == MAIN_STREAM) {
+        GvxReportDeviceState(m_profile.device, ReportedState(state), reason);
+    }
     if (changed) {
         m_sink.OnCameraState(m_kind, state, reason);
     }

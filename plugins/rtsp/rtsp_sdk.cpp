@@ -98,6 +98,7 @@ int RtspSdk::CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) 
         CameraProfile profile;
         std::uint32_t address = 0;
         std::string error;
+        profile.device = info.strDevCode;
         profile.address = info.strIP;
         profile.port = info.nPort == 0 ? kRtspPort : info.nPort;
         profile.user = info.strUserName;

@@ -8,6 +8,7 @@
 #include "gvx_common/adapter/gvx_adapter_interface.h"
 #include "gvx_common/adapter/gvx_adapter_lens.h"
 #include "gvx_common/adapter/gvx_adapter_sdk.h"
+#include "gvx_common/adapter/gvx_device_state.h"
 #include "gvx_common/adapter/gvx_plugin.h"
 #include "gvx_common/adapter/gvx_plugin_layout.h"
 #include "gvx_common/adapter/gvx_reason.h"

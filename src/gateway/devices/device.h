@@ -2,6 +2,7 @@
 
 #include "gateway/devices/device_request.h"
 #include "gateway/streams/live_stream.h"
+#include "gvx_common/adapter/gvx_device_state.h"
 #include "gvx_common/records/gvx_adapter_records.h"
 #include "gvx_common/records/recording_records.h"
 
@@ -88,6 +89,7 @@ private:
 
     LoadedPlugin& m_plugin;
     const std::string m_code;
+    const DeviceStatusKeeper m_status{m_code};  // what is known of the device, for FindDeviceStatus
     const std::string m_address;
     std::string m_scuLinkID;
     CGvxReactor* const m_reactor;

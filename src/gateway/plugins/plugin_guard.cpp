@@ -3,6 +3,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "gateway/alarms/plugin_troubles.h"
+#include "gvx_common/adapter/gvx_device_state.h"
 
 #include <chrono>
 
@@ -102,6 +103,7 @@ void LogPluginException(const std::string& plugin, const char* operation, const 
                         const char* what) noexcept {
     const char* const text = what == nullptr ? "not a std::exception" : what;
     try {
+        NoteDeviceError(device, std::string(operation) + " threw: " + text);
         if (!PluginTroubles::Instance().Note(PluginTrouble::Kind::Throws, plugin, operation, device,
                                              ZVS_GVX_PLUGIN_EXCEPTION, text)) {
             return;
@@ -115,6 +117,10 @@ void LogPluginException(const std::string& plugin, const char* operation, const 
 
 void LogPluginError(const std::string& plugin, const char* operation, const std::string& device, int code,
                     const std::string& reason) {
+    if (code != ZVS_GVX_DEV_UN_SUPPORT) {
+        NoteDeviceError(device, std::string(operation) + " failed with " + ZvsErrorName(code) +
+                                    (reason.empty() ? "." : ". " + reason));
+    }
     // What a plug-in does not support is no trouble of it.
     if (code != ZVS_GVX_DEV_UN_SUPPORT &&
         !PluginTroubles::Instance().Note(PluginTrouble::Kind::Fails, plugin, operation, device, code, reason)) {

@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "gvx_common/adapter/gvx_device_state.h"
 #include "gvx_common/records/device_config_records.h"
 
 #include <ace/Guard_T.h>
@@ -44,8 +45,11 @@ int CAdapterDevBase::AddMultimachineAssistanceIpc(const std::string&, const std:
 }
 
 void CAdapterDevBase::SetLoginStatus(bool login) {
-    ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_mutexDevLogin);
-    m_bLogin = login;
+    {
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_mutexDevLogin);
+        m_bLogin = login;
+    }
+    gvx::NoteDeviceLogin(m_strMainDevID, login);
 }
 
 bool CAdapterDevBase::GetLoginStatus() {

@@ -115,7 +115,7 @@ public:
     virtual int SetDevCfg(std::string&) { return 0; }
     virtual void DevBatchResultNotify() {}
     virtual int GetTotalDevCount() { return 0; }
-    // Sets m_bLogin under m_mutexDevLogin.
+    // Sets m_bLogin under m_mutexDevLogin, and the state of the device as far as it tells (gvx_device_state.h).
     virtual void SetLoginStatus(bool login);
     virtual bool GetNeedSendDeviceInfo() { return false; }
     virtual bool IsGetDevServiceAddr() { return true; }

@@ -1,8 +1,10 @@
 #include "gvx_common/adapter/gvx_adapter_interface.h"
 
 #include "base/log.h"
+#include "gvx_common/adapter/gvx_device_state.h"
 #include "gvx_common/records/media_types.h"
 #include "gvx_common/records/stream_param.h"
+#include "support/test_clock.h"
 #include "support/test_lens.h"
 
 #include <ace/Message_Block.h>
@@ -11,6 +13,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -72,6 +75,32 @@ TEST(AdapterLensBase, ReturnsItsChannelsAndAudioThatNobodyTakes) {
     EXPECT_EQ(1, other->data_block()->reference_count());
     other->release();
     EXPECT_EQ(before, g_bp_memstat);
+}
+
+TEST(DeviceStatus, KeepsWhatIsReportedOfADeviceThatIsThere) {
+    ScopedTestClock clock;
+    clock->SetWallMicroseconds(1'000'000'000);
+    GvxReportDeviceState("CAM001", GVX_DEVICE_ONLINE, "");
+    GvxDeviceStatus status;
+    EXPECT_FALSE(gvx::FindDeviceStatus("CAM001", status));
+    const gvx::DeviceStatusKeeper keeper("CAM001");
+    { const gvx::DeviceStatusKeeper another("CAM001"); }
+    TestDevice device("CAM001");
+    device.SetLoginStatus(true);
+    GvxReportLoginTry("CAM001");
+    clock->AdvanceSeconds(5);
+    GvxReportDeviceState("CAM001", GVX_DEVICE_WRONG_PASSWORD, std::string(600, 'r'));
+    device.SetLoginStatus(false);  // says less, and changes nothing
+    clock->AdvanceSeconds(5);
+    GvxReportDeviceState("CAM001", GVX_DEVICE_WRONG_PASSWORD, "It says 401.");
+    gvx::NoteDeviceError("CAM001", "Init failed.");
+    ASSERT_TRUE(gvx::FindDeviceStatus("CAM001", status));
+    EXPECT_STREQ("wrong password", GvxDeviceStateName(status.eState));
+    EXPECT_EQ("It says 401.", status.strReason);
+    EXPECT_EQ(1005, status.tSince);
+    EXPECT_EQ(std::make_pair(std::string("Init failed."), std::time_t{1010}),
+              std::make_pair(status.strLastError, status.tLastError));
+    EXPECT_EQ(std::make_pair(std::uint64_t{3}, std::uint64_t{1}), std::make_pair(status.nErrors, status.nLoginTries));
 }
 
 TEST(ConfItemMask, TheValueOneNamesAnItemAndSixMakeASerialParameter) {
