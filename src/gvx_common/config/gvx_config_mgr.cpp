@@ -105,6 +105,7 @@ int CGvxConfigMgr::Look() {
 
 // Under m_mutexEdit.
 int CGvxConfigMgr::ReadAll() {
+    m_waitForRestart.clear();
     LoadLocalIPFromXml();
     Publish(std::make_shared<const MapCfgKeyValue>());
     ClearAlarmInfoDesccription();

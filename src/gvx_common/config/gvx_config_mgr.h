@@ -58,6 +58,17 @@ public:
     // keep their value. The first byte of the file is consumed as the check that it can be read.
     int LoadZVSGvxConfig(const std::string& confFile);
 
+    // Reads the configuration again while everything runs: zvs_gvx.conf and zvs_gvx_nat.conf, then what the operation
+    // and maintenance unit's file says of addresses. What is read live, or with the next stream, acts from now on as
+    // after an edit; a setting that acts at a start alone keeps its value, and one line names those that wait for a
+    // restart, each of them once. Nothing changes when one of the files or net.xml cannot be read or holds a value that
+    // cannot be used: lines of the log name it by file and line. 0; 1 for a refused file. Any thread that holds no
+    // lock; it reads from the disk.
+    int Reload();
+    // How often that has succeeded and how often it was refused, since the process began. Any thread.
+    std::uint64_t CountReloads() const noexcept { return m_reloads; }
+    std::uint64_t CountRefusedReloads() const noexcept { return m_refusedReloads; }
+
     // Whether the value is legal for the key; a key without a rule is. Otherwise value becomes the text that the
     // alarm offers as default (empty for digit strings; unchanged for addresses and identities).
     bool CheckConfValue(const std::string& key, std::string& value) const;
@@ -233,7 +244,14 @@ private:
     void InsertSettings(const Settings& settings);
     void CheckSetting(const std::string& key, const std::string& value, const std::string& confFile);
     int LoadNatConfig();
-    void LoadNatSettings(const std::string& natFile, const std::string& content);
+    bool ReadNatSettings(const std::string& natFile, const std::string& content, bool refuses,
+                         std::vector<std::string>& lists);
+    void TakeNatLists(const std::vector<std::string>& lists);
+    bool ReadForReload(const std::string& directory, Settings& settings, std::vector<std::string>& natLists,
+                       std::string& elementID);
+    static bool ReadElementID(const std::string& netXml, std::string& id);
+    void WaitForRestart(const std::map<std::string, std::string>& wanted);
+    void ActOn(const Settings& changed);
     void ReadSyncTime();
     bool FindConfValue(const std::string& key, std::string& value) const;
     void ApplyNetElementID(const std::string& path, const std::string& value);
@@ -243,6 +261,10 @@ private:
     // every other lock of this class; readers of settings do without. Recursive, as edits are built of edits.
     std::recursive_mutex m_mutexEdit;
     bool m_mayWrite = true;  // Guarded by m_mutexEdit.
+    // What the files have of settings that act at a start alone, where that is not in force. Guarded by m_mutexEdit.
+    std::map<std::string, std::string> m_waitForRestart;
+    std::atomic<std::uint64_t> m_reloads{0};
+    std::atomic<std::uint64_t> m_refusedReloads{0};
 
     // Held for no longer than it takes to copy or replace a member; no other lock is taken under it. The settings are
     // replaced as a whole, so that readers never wait for a load.

@@ -3,19 +3,28 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/whole_file.h"
+#include "bp/service.h"
 #include "gvx_common/config/config_alarm.h"
 #include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/config_rules.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/config/settings_check.h"
 #include "gvx_common/utility/gvx_utility.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <sstream>
+
+#include <unistd.h>
 
 namespace {
 
+using Weight = gvx::ConfigFinding::Weight;
+
 constexpr std::size_t kMaxConfigBytes = 4u * 1024u * 1024u;  // far above any real file; bounds a wrong path
+
 std::vector<std::pair<std::string, std::string>> ReadSettings(std::istream& file) {
     std::vector<std::pair<std::string, std::string>> settings;
     std::string line;
@@ -30,15 +39,32 @@ std::vector<std::pair<std::string, std::string>> ReadSettings(std::istream& file
 }
 
 // Reads a file without which there is no start; a failure is told.
-bool ReadNeeded(const std::string& path, std::string& content) {
+bool ReadNeeded(const std::string& path, gvx::ConfigFinding::Weight weight, std::string& content) {
     errno = 0;
     if (gvx::ReadWholeFile(path, kMaxConfigBytes, content)) {
         return true;
     }
     const char* const why = errno != 0 ? std::strerror(errno) : "it is no regular file, or too long";
     content.clear();
-    gvx::TellFinding({gvx::ConfigFinding::Weight::StopsStart, path, 0, why});
+    gvx::TellFinding({weight, path, 0, why});
     return false;
+}
+
+// The settings behind the first byte of zvs_gvx.conf, which is consumed; a failure is told.
+bool ReadMainFile(const std::string& path, gvx::ConfigFinding::Weight weight, std::string& content,
+                  std::vector<std::pair<std::string, std::string>>& settings) {
+    if (!ReadNeeded(path, weight, content)) {
+        return false;
+    }
+    std::istringstream file(content);
+    const int firstByte = file.get();
+    if (firstByte == 0 || file.fail()) {
+        gvx::TellFinding(
+            {weight, path, firstByte == 0 ? 1 : 0, firstByte == 0 ? "it begins with a zero byte" : "it is empty"});
+        return false;
+    }
+    settings = ReadSettings(file);
+    return true;
 }
 
 }  // namespace
@@ -46,24 +72,16 @@ bool ReadNeeded(const std::string& path, std::string& content) {
 int CGvxConfigMgr::LoadZVSGvxConfig(const std::string& confFile) {
     const EditGuard editing(m_mutexEdit);
     std::string content;
-    std::istringstream file;
-    const bool read = ReadNeeded(confFile, content);
-    file.str(content);
-    const int firstByte = file.get();
-    if (firstByte == 0) {
-        GVX_LOG_ERR("LoadZVSGvxConfig", "confFile is NULL pointer.");
-        gvx::TellFinding({gvx::ConfigFinding::Weight::StopsStart, confFile, 1, "it begins with a zero byte"});
-        return ZVS_FAIL;
-    }
-    if (file.fail()) {
-        if (read) {
-            gvx::TellFinding({gvx::ConfigFinding::Weight::StopsStart, confFile, 0, "it is empty"});
+    Settings settings;
+    if (!ReadMainFile(confFile, Weight::StopsStart, content, settings)) {
+        if (!content.empty()) {
+            GVX_LOG_ERR("LoadZVSGvxConfig", "confFile is NULL pointer.");
+        } else {
+            gvx::ConfigAlarms().OnFileFault("Location=" + confFile + ",ParaName=###", "");
         }
-        gvx::ConfigAlarms().OnFileFault("Location=" + confFile + ",ParaName=###", "");
         return ZVS_FAIL;
     }
-    const auto settings = ReadSettings(file);
-    gvx::CheckSettingsFile(confFile, content);
+    gvx::CheckSettingsFile(confFile, content, gvx::FaultyFile::Counts);
     InsertSettings(settings);
     for (const auto& [key, value] : settings) {
         CheckSetting(key, value, confFile);
@@ -105,22 +123,26 @@ int CGvxConfigMgr::LoadNatConfig() {
     }
     const std::string natFile = directory + "/zvs_gvx_nat.conf";
     std::string content;
-    if (!ReadNeeded(natFile, content)) {
+    if (!ReadNeeded(natFile, Weight::StopsStart, content)) {
         gvx::ConfigAlarms().OnFileFault("Location=" + natFile, "");
         GVX_LOG_INFO("LoadZVSGvxConfig", "open file error");
         return ZVS_FAIL;
     }
-    LoadNatSettings(natFile, content);
+    std::vector<std::string> lists;
+    ReadNatSettings(natFile, content, false, lists);
+    TakeNatLists(lists);
     return ZVS_SUCCEED;
 }
 
-void CGvxConfigMgr::LoadNatSettings(const std::string& natFile, const std::string& content) {
-    using Weight = gvx::ConfigFinding::Weight;
+// The lists of private subnets in a file's text, in their order. False when one has an entry that cannot be used.
+bool CGvxConfigMgr::ReadNatSettings(const std::string& natFile, const std::string& content, bool refuses,
+                                    std::vector<std::string>& lists) {
     GVX_LOG_INFO("LoadZVSGvxConfig", "start to parse private IP list");
     std::istringstream file(content);
     std::string line;
     std::string key;
     std::string value;
+    bool usable = true;
     for (int number = 1; std::getline(file, line); ++number) {
         GVX_LOG_INFO("LoadZVSGvxConfig", "linedDataMsg:%s", line.c_str());
         const std::string text = CGvxUtility::trim(line);
@@ -132,16 +154,145 @@ void CGvxConfigMgr::LoadNatSettings(const std::string& natFile, const std::strin
         }
         GVX_LOG_INFO("LoadZVSGvxConfig", "left_value:%s, right_value:%s", key.c_str(), value.c_str());
         if (key == "SUBNET_NAT_IP_LIST") {
-            GVX_LOG_INFO("LoadZVSGvxConfig", "start to parse private net list");
-            KeepSubnetNatText(value);
-            std::string list = value;
-            if (ParsePrivateIpList(list) != ZVS_SUCCEED) {
-                gvx::TellFinding({Weight::Warning, natFile, number,
-                                  "[" + list.substr(0, list.find(';')) +
-                                      "] is no <ip>/<mask>; the entries before it hold, those behind it do not"});
+            lists.push_back(value);
+            std::vector<std::string> entries = CGvxUtility::split(value, ";");
+            if (!entries.empty() && entries.back().empty()) {
+                entries.pop_back();  // a semicolon may end the list
+            }
+            const auto bad = std::find_if(entries.begin(), entries.end(),
+                                          [this](const std::string& entry) { return !CheckIpAvailable(entry); });
+            if (bad != entries.end()) {
+                usable = false;
+                gvx::TellFinding({refuses ? Weight::Error : Weight::Warning, natFile, number,
+                                  "[" + *bad + "] is no <ip>/<mask>" +
+                                      (refuses ? "" : "; the entries before it hold, those behind it do not")});
             }
         } else if (text[0] != ';') {
             gvx::TellFinding({Weight::Warning, natFile, number, "nobody knows the key [" + key + "]"});
         }
+    }
+    return usable;
+}
+
+void CGvxConfigMgr::TakeNatLists(const std::vector<std::string>& lists) {
+    for (const std::string& list : lists) {
+        GVX_LOG_INFO("LoadZVSGvxConfig", "start to parse private net list");
+        KeepSubnetNatText(list);
+        std::string rest = list;
+        ParsePrivateIpList(rest);
+    }
+}
+
+// ---- reading again at run time ----
+
+int CGvxConfigMgr::Reload() {
+    constexpr const char* kTitle = "Configuration";
+    const EditGuard editing(m_mutexEdit);
+    std::string directory;
+    Settings read;
+    std::vector<std::string> natLists;
+    std::string elementID;
+    if (get_config_directory(directory) != 0 || !ReadForReload(directory, read, natLists, elementID)) {
+        const std::uint64_t refused = ++m_refusedReloads;
+        GVX_LOG_ERR(kTitle, "%s is not read again and nothing changes: mend what the lines above name (%llu times)",
+                    directory.c_str(), static_cast<unsigned long long>(refused));
+        return ZVS_FAIL;
+    }
+    const Snapshot former = TakeSnapshot();
+    MapCfgKeyValue fresh;
+    fresh.insert(read.begin(), read.end());  // of two equal keys the first
+    std::map<std::string, std::string> waiting;
+    if (elementID != GetGvxNetElementID()) {
+        waiting.emplace("NetElementID of net.xml", elementID);
+    }
+    for (const gvx::SettingRow& row : gvx::AllSettings()) {
+        if (row.acts != gvx::SettingActs::Start) {
+            continue;
+        }
+        const auto wanted = fresh.find(row.key);
+        const auto held = former->find(row.key);
+        const std::string wantedValue = wanted != fresh.end() ? wanted->second : row.fallback;
+        if (wantedValue != (held != former->end() ? held->second : row.fallback)) {
+            waiting.emplace(row.key, wantedValue);
+        }
+        if (wanted != fresh.end()) {
+            fresh.erase(wanted);
+        }
+        if (held != former->end()) {
+            fresh.insert(*held);
+        }
+    }
+    Settings changed;
+    for (const auto& [key, value] : fresh) {
+        const auto held = former->find(key);
+        if (held == former->end() || held->second != value) {
+            changed.emplace_back(key, value);
+        }
+    }
+    for (const auto& [key, value] : *former) {
+        const gvx::SettingRow* const row = fresh.count(key) == 0 ? gvx::FindSetting(key) : nullptr;
+        if (row != nullptr) {
+            changed.emplace_back(key, row->fallback);  // taken out of the file
+        }
+    }
+    Publish(std::make_shared<const MapCfgKeyValue>(std::move(fresh)));
+    if (natLists != std::vector<std::string>{SubnetNatText()}) {
+        TakeNatLists(natLists);
+    }
+    ActOn(changed);
+    WaitForRestart(waiting);
+    ++m_reloads;
+    GVX_LOG_INFO(kTitle, "%s is read again, %zu settings have changed", directory.c_str(), changed.size());
+    return ZVS_SUCCEED;
+}
+
+// Under m_mutexEdit. False, with findings, when one of the files cannot be taken.
+bool CGvxConfigMgr::ReadForReload(const std::string& directory, Settings& settings, std::vector<std::string>& natLists,
+                                  std::string& elementID) {
+    const std::string confFile = directory + "/zvs_gvx.conf";
+    std::string content;
+    bool usable = ReadMainFile(confFile, Weight::Error, content, settings) &&
+                  gvx::CheckSettingsFile(confFile, content, gvx::FaultyFile::IsRefused);
+    const std::string natFile = directory + "/zvs_gvx_nat.conf";
+    usable = ReadNeeded(natFile, Weight::Error, content) && ReadNatSettings(natFile, content, true, natLists) && usable;
+    return ReadElementID(directory + "/net.xml", elementID) && usable;
+}
+
+// Under m_mutexEdit: what an edit of each of these settings would switch.
+void CGvxConfigMgr::ActOn(const Settings& changed) {
+    bool tells35114 = false;
+    for (const auto& [key, value] : changed) {
+        GVX_LOG_INFO("Configuration", "%s is [%s] now", key.c_str(), gvx::LoggableValue(key, value.c_str()));
+        tells35114 = tells35114 || Is35114Key(key);
+        if (key == "GVX_MESSAGE_IP") {
+            m_strLocalIP.Set(value);
+        } else if (key == "GVX_HIKSDK_LOG_SWITCH" || key == "GVX_DHSDK_LOG_SWITCH") {
+            SetHikAndDahuaSDKSwitch(key, static_cast<unsigned int>(CGvxUtility::toInt(value)));
+        } else if (key == "TV_INIT_FORBID_RSA_SWITCH") {
+            BP::CPluginMgr::SendRebootPluginMsg();
+        }
+    }
+    ReadSyncTime();
+    if (tells35114) {
+        Tell35114();
+    }
+    const std::string unitFile = gvx::RootedPath(GVXCONFIG_OMU_COMMON_CONFIG_PATH);
+    if (access(unitFile.c_str(), F_OK) == 0) {
+        UpdateIPAddressFromOmuConfig(unitFile);
+    }
+}
+
+// Under m_mutexEdit.
+void CGvxConfigMgr::WaitForRestart(const std::map<std::string, std::string>& wanted) {
+    std::string names;
+    for (const auto& [key, value] : wanted) {
+        const auto told = m_waitForRestart.find(key);
+        if (told == m_waitForRestart.end() || told->second != value) {
+            names += (names.empty() ? "" : ", ") + key;
+        }
+    }
+    m_waitForRestart = wanted;
+    if (!names.empty()) {
+        GVX_LOG_WARN("Configuration", "These settings act with the next start: %s", names.c_str());
     }
 }

@@ -121,6 +121,23 @@ int CGvxConfigMgr::LoadLocalIPFromXml() {
     return ZVS_SUCCEED;
 }
 
+// The identifier that net.xml gives now; false, with a finding, when it gives none.
+bool CGvxConfigMgr::ReadElementID(const std::string& netXml, std::string& id) {
+    CBB::CXml xml;
+    if (!xml.Load(netXml.c_str())) {
+        gvx::TellFinding({Weight::Error, netXml, xml.FaultLine(), xml.FaultText()});
+        return false;
+    }
+    const char* const value =
+        xml.FindElem(kServerElementID) || xml.FindElem(kClientElementID) ? xml.GetElemValue() : nullptr;
+    if (value == nullptr) {
+        gvx::TellFinding({Weight::Error, netXml, 1, std::string("there is no ") + kServerElementID});
+        return false;
+    }
+    id = *value == '\0' ? kDefaultElementID : value;
+    return true;
+}
+
 void CGvxConfigMgr::ApplyNetElementID(const std::string& path, const std::string& value) {
     if (!value.empty()) {
         m_strNetElementID.Set(value);

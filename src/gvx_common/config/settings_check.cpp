@@ -36,10 +36,11 @@ std::string Shown(const std::string& text) {
 
 class FileCheck {
 public:
-    explicit FileCheck(const std::string& file) : m_file(file) {}
+    FileCheck(const std::string& file, FaultyFile faulty) : m_file(file), m_faulty(faulty) {}
 
-    void Run(const std::string& content) {
+    bool Run(const std::string& content) {
         if (content.find('\0') != std::string::npos) {
+            m_isUsable = false;
             Tell(Weight::Error, "the file holds zero bytes: it is no text");
         }
         std::istringstream lines(content);
@@ -53,6 +54,7 @@ public:
             TellFinding({Weight::Warning, m_file, 0,
                          "there is more of this kind, " + std::to_string(m_told - kMostFindings) + " lines"});
         }
+        return m_isUsable;
     }
 
 private:
@@ -134,10 +136,15 @@ private:
         if (FitsSetting(row, value) || !counts) {
             return;
         }
+        m_isUsable = false;
+        const bool refused = m_faulty == FaultyFile::IsRefused;
         const std::string inForce = ValueInForce(row, value);
-        Tell(alarmed ? Weight::Error : Weight::Warning,
-             std::string(row.key) + "=" + Shown(LoggableValue(row.key, value.c_str())) + " can not be used, allowed: " +
-                 SettingValues(row) + "; " + (inForce.empty() ? "it counts as not set" : "[" + inForce + "] holds"));
+        Tell(alarmed || refused ? Weight::Error : Weight::Warning,
+             std::string(row.key) + "=" + Shown(LoggableValue(row.key, value.c_str())) +
+                 " can not be used, allowed: " + SettingValues(row) +
+                 (refused           ? ""
+                  : inForce.empty() ? "; it counts as not set"
+                                    : "; [" + inForce + "] holds"));
     }
 
     void Tell(Weight weight, const std::string& text) {
@@ -147,6 +154,8 @@ private:
     }
 
     const std::string& m_file;
+    const FaultyFile m_faulty;
+    bool m_isUsable = true;
     int m_line = 0;
     int m_told = 0;
     std::string m_section;
@@ -171,8 +180,8 @@ bool SplitSetting(const std::string& rawLine, std::string& key, std::string& val
     return true;
 }
 
-void CheckSettingsFile(const std::string& file, const std::string& content) {
-    FileCheck(file).Run(content);
+bool CheckSettingsFile(const std::string& file, const std::string& content, FaultyFile faulty) {
+    return FileCheck(file, faulty).Run(content);
 }
 
 }  // namespace gvx

@@ -2,6 +2,7 @@
 
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/config/cloud_config_mgr.h"
+#include "support/recording_logger.h"
 #include "support/settings_folder.h"
 
 #include <gtest/gtest.h>
@@ -139,6 +140,39 @@ TEST_F(ConfigMgrTest, SecondInitRebuildsAndAStaleSideFileIsDeletedUnread) {
     EXPECT_EQ("2", Value("b"));
     EXPECT_EQ("127.0.0.1", m_mgr.GetLocalIP());
     EXPECT_EQ("10.1.1.1", former);
+}
+
+TEST_F(ConfigMgrTest, AReloadActsLiveWaitsForARestartOrChangesNothing) {
+    ASSERT_EQ(0, InitWith("GVX_MESSAGE_IP=10.1.1.1\nMAX_CAPS=64\nMAX_DEVICE_NUM=5\nhere=1\n"));
+    const ScopedRecordingLogger logger;
+    m_folder.WriteConf("GVX_MESSAGE_IP=10.2.2.2\nMAX_DEVICE_NUM=6\nGVX_LISTEN_PORT=1\n");
+    m_folder.Write("zvs_gvx_nat.conf", "SUBNET_NAT_IP_LIST=10.0.0.0/255.0.0.0;\n");
+    m_folder.Write("net.xml", SettingsFolder::NetXml("GVX#008"));
+    for (int time = 0; time < 2; ++time) {
+        ASSERT_EQ(0, m_mgr.Reload());
+        EXPECT_EQ("10.2.2.2", m_mgr.GetLocalIP());
+        EXPECT_EQ("absent absent 5", Value("MAX_CAPS") + " " + Value("here") + " " + Value("MAX_DEVICE_NUM"));
+        EXPECT_EQ(1u, m_mgr.GetPrivateIpList().size());
+        EXPECT_EQ("GVX#007", m_mgr.GetGvxNetElementID());
+    }
+    EXPECT_EQ(1u, logger->Count("act with the next start: GVX_LISTEN_PORT, MAX_DEVICE_NUM, NetElementID of net.xml"));
+    const std::string good = "GVX_MESSAGE_IP=10.3.3.3\n";
+    const auto spoil = [this, &good](const std::string& conf, const std::string& nat, const std::string& net) {
+        m_folder.WriteConf(good + conf);
+        m_folder.Write("zvs_gvx_nat.conf", nat);
+        m_folder.Write("net.xml", net);
+        EXPECT_EQ(1, m_mgr.Reload());
+        EXPECT_EQ("10.2.2.2", m_mgr.GetLocalIP());
+        EXPECT_EQ(1u, m_mgr.GetPrivateIpList().size());
+    };
+    const std::string net = SettingsFolder::NetXml("GVX#007");
+    spoil("MAX_CAPS=lots\n", "", net);
+    EXPECT_EQ(1u, logger->Count("zvs_gvx.conf:3: MAX_CAPS=[lots] can not be used, allowed: 1 to 300"));
+    spoil("", "\nSUBNET_NAT_IP_LIST=11.0.0.0/255.0.0.0;12/8\n", net);
+    EXPECT_EQ(1u, logger->Count("zvs_gvx_nat.conf:2: [12/8] is no <ip>/<mask>"));
+    spoil("", "", "<Net>");
+    EXPECT_EQ(3u, m_mgr.CountRefusedReloads());
+    EXPECT_EQ(2u, m_mgr.CountReloads());
 }
 
 TEST_F(ConfigMgrTest, ElementIdComesFromServerThenClient) {
