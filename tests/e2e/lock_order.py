@@ -34,7 +34,9 @@ def locate(frames):
 def owner(function, file):
     """The class whose operation it is, else the file."""
     name = re.sub(r"\(anonymous namespace\)::", "", function)
-    name = re.sub(r"\(.*", "", name).replace("gvx::", "").replace("BP::", "")
+    while (plain := re.sub(r"<[^<>]*>", "", name)) != name:  # arguments of templates, from within
+        name = plain
+    name = re.sub(r"\(.*", "", name).replace("gvx::", "").replace("BP::", "").rpartition(" ")[2]
     head = name.rpartition("::")[0]
     return head if head and not re.search(r"[<{]", head) else pathlib.Path(file).stem
 
