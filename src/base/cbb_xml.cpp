@@ -310,11 +310,19 @@ bool CXml::Parse(const char* text, std::size_t length) {
     }
     WipeTexts(m_impl->document);
     m_impl->document.Clear();
+    m_impl->Rewind();
     TreeBuilder builder(m_impl->document);
     gvx::XmlReader reader(builder, gvx::XmlLimits());
     builder.Follow(reader);
     std::string fault;
-    if (!reader.Read(text, length, &fault)) {
+    bool read = false;
+    try {
+        read = reader.Read(text, length, &fault);
+    } catch (...) {
+        m_impl->Clear();
+        throw;
+    }
+    if (!read) {
         return m_impl->Refuse("no well-formed XML (" + fault.substr(0, fault.rfind(", line ")) + ")", reader.Line());
     }
     m_impl->faultText.clear();

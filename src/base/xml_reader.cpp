@@ -4,14 +4,29 @@
 
 #include <expat.h>
 
+#include <algorithm>
 #include <climits>
 #include <exception>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace gvx {
 
 namespace {
+
+// Behind a comment, a CDATA section or an instruction that begins there; 0 for an element.
+std::size_t EndOfOther(std::string_view text, std::size_t at) {
+    constexpr std::pair<std::string_view, std::string_view> kOthers[] = {
+        {"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}};
+    for (const auto& [begin, end] : kOthers) {
+        if (text.compare(at, begin.size(), begin) == 0) {
+            const std::size_t found = text.find(end, at + begin.size());
+            return found == std::string_view::npos ? text.size() : found + end.size();
+        }
+    }
+    return 0;
+}
 
 // Whether an element has more attributes than allowed, as far as a look at the bytes tells. The parser reads all of an
 // element's attributes before it tells of one, which takes long when there are many.
@@ -22,7 +37,13 @@ bool HasTooManyAttributes(const char* text, std::size_t length, unsigned int lim
     for (std::size_t at = 0; at < length; ++at) {
         const char c = text[at];
         if (!inTag) {
-            if (c == '<' && at + 1 < length && text[at + 1] != '!' && text[at + 1] != '?') {
+            if (c != '<') {
+                continue;
+            }
+            const bool other = at + 1 < length && (text[at + 1] == '!' || text[at + 1] == '?');
+            if (const std::size_t end = other ? EndOfOther({text, length}, at) : 0; end != 0) {
+                at = end - 1;
+            } else {
                 inTag = true;
                 attributes = 0;
             }
@@ -38,6 +59,34 @@ bool HasTooManyAttributes(const char* text, std::size_t length, unsigned int lim
         }
     }
     return false;
+}
+
+struct FreeWiped {
+    void operator()(void* memory) const noexcept { WipingFree(memory); }
+};
+
+// The same in UTF-16, which the first two bytes show: each unit of the text as one byte, those beyond ASCII as another.
+bool HasTooManyWideAttributes(const char* text, std::size_t length, bool bigEndian, unsigned int limit) {
+    const std::size_t units = length / 2;
+    const std::unique_ptr<void, FreeWiped> narrow(WipingAlloc(units));
+    if (narrow == nullptr) {
+        throw std::bad_alloc();
+    }
+    char* const bytes = static_cast<char*>(narrow.get());
+    for (std::size_t at = 0; at < units; ++at) {
+        const char high = text[2 * at + (bigEndian ? 0 : 1)];
+        bytes[at] = high == '\0' ? text[2 * at + (bigEndian ? 1 : 0)] : '\x80';
+    }
+    return HasTooManyAttributes(bytes, units, limit);
+}
+
+bool MayHaveTooManyAttributes(const char* text, std::size_t length, unsigned int limit) {
+    const std::string_view first(text, std::min<std::size_t>(length, 2));
+    const bool bigEndian = first == "\xFE\xFF" || first == std::string_view("\0<", 2);
+    if (bigEndian || first == "\xFF\xFE" || first == std::string_view("<\0", 2)) {
+        return HasTooManyWideAttributes(text, length, bigEndian, limit);
+    }
+    return HasTooManyAttributes(text, length, limit);
 }
 
 }  // namespace
@@ -155,7 +204,7 @@ bool XmlReader::Read(const char* text, std::size_t length, std::string* fault) {
         *fault = "there is no text, or too much of it";
         return false;
     }
-    if (HasTooManyAttributes(text, length, m_impl->limits.attributes)) {
+    if (MayHaveTooManyAttributes(text, length, m_impl->limits.attributes)) {
         *fault = "an element has too many attributes";
         return false;
     }
