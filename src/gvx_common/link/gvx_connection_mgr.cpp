@@ -179,16 +179,43 @@ void CGvxConnectionMgr::OnMULinkOpened(const std::string& linkId, const std::str
     if (!guard.locked()) {
         return;
     }
-    if (!m_MUConnections.emplace(linkId, MakeConnection(linkId, kElementMU, ip, port)).second) {
+    const auto known = m_MUConnections.find(linkId);
+    if (known != m_MUConnections.end()) {
+        known->second.SetConnected(true);
         GVX_LOG_INFO("GVX open link to MU, the link existed: ", "The link ID is[%s]", linkId.c_str());
         return;
     }
+    if (m_MUConnections.size() >= kMaxMuRecords && !ForgetAClosedMu()) {
+        GVX_LOG_ERR("GVX open link to MU failed.", "The link ID is[%s], %zu others are recorded.", linkId.c_str(),
+                    kMaxMuRecords);
+        return;
+    }
+    m_MUConnections.emplace(linkId, MakeConnection(linkId, kElementMU, ip, port));
     GVX_LOG_INFO("GVX open link to MU succeed: ", "The link ID is[%s], MU:%s:%u", linkId.c_str(), ip.c_str(), port);
+}
+
+// MUConnectionMutex is held. One whose link this side keeps is not forgotten.
+bool CGvxConnectionMgr::ForgetAClosedMu() {
+    const auto closed = std::find_if(m_MUConnections.begin(), m_MUConnections.end(), [this](const auto& entry) {
+        return !entry.second.IsConnected() && m_muAttempts.count(entry.first) == 0;
+    });
+    if (closed == m_MUConnections.end()) {
+        return false;
+    }
+    m_MUConnections.erase(closed);
+    return true;
 }
 
 // The entry stays until the SCU's own link closes, so that a lost media link is re-established by the network layer
 // alone and not opened a second time.
 void CGvxConnectionMgr::OnMULinkClosed(const std::string& linkId, const std::string& /*ip*/, unsigned int /*port*/) {
+    {
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
+        const auto known = guard.locked() ? m_MUConnections.find(linkId) : m_MUConnections.end();
+        if (guard.locked() && known != m_MUConnections.end()) {
+            known->second.SetConnected(false);
+        }
+    }
     ReportLinkEvent(linkId, NET_ELE_MU);
 }
 
@@ -203,18 +230,11 @@ void CGvxConnectionMgr::NotifyConnectMU(std::string strLinkID, unsigned int iMUP
             return;
         }
     }
-    std::string ip;
-    {
-        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(SCUConnectionMutex);
-        const auto found = guard.locked() ? m_SCUConnections.find(strLinkID) : m_SCUConnections.end();
-        if (guard.locked() && found != m_SCUConnections.end()) {
-            ip = found->second.GetElementIP();
-        }
-    }
+    const std::string ip = ScuAddress(strLinkID);
     const std::string id = GvxConfigMgr()->GetGvxNetElementID();
     // A leading part of the loopback address passes as well, the empty address with it.
     if (std::strncmp("127.0.0.1", ip.c_str(), ip.size()) == 0) {
-        ConnectMU(id, muLink, ip, iMUPort, nullptr);
+        ConnectMU(id, strLinkID, ip, iMUPort, nullptr);
         return;
     }
     std::string local = gvx::SettingText(gvx::Setting::GVX_MESSAGE_IP);
@@ -222,36 +242,54 @@ void CGvxConnectionMgr::NotifyConnectMU(std::string strLinkID, unsigned int iMUP
     if (runMode == RunMode_CLOUD || runMode == RunMode_CLOUDEDGE) {
         local = InternalApiAddress();
     }
-    ConnectMU(id, muLink, ip, iMUPort, local.c_str());
+    ConnectMU(id, strLinkID, ip, iMUPort, local.c_str());
 }
 
-void CGvxConnectionMgr::ConnectMU(const std::string& ownId, const std::string& muLink, const std::string& ip,
+// Empty for an SCU without a link.
+std::string CGvxConnectionMgr::ScuAddress(const std::string& scuLinkId) {
+    ACE_Guard<ACE_Recursive_Thread_Mutex> guard(SCUConnectionMutex);
+    const auto found = guard.locked() ? m_SCUConnections.find(scuLinkId) : m_SCUConnections.end();
+    return guard.locked() && found != m_SCUConnections.end() ? found->second.GetElementIP() : std::string();
+}
+
+void CGvxConnectionMgr::ConnectMU(const std::string& ownId, const std::string& scuLinkId, const std::string& ip,
                                   unsigned int port, const char* localIp) {
-    if (!BeginMuAttempt(muLink, ip, port)) {
-        GVX_LOG_ERR("GVX open link to MU failed.", "The link ID is[%s], %zu others are kept.", muLink.c_str(),
-                    kMaxMuAttempts);
-        return;
+    const std::string muLink = PairedMULink(scuLinkId);
+    {
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
+        if (!guard.locked() || !BeginMuAttempt(ownId, muLink, ip, port, localIp)) {
+            return;
+        }
     }
-    if (BP::CNetFactory::CreateClientLink(ownId, kElementMU, ip.c_str(), static_cast<int>(port), localIp, true, 0) !=
-        0) {
-        GVX_LOG_ERR("GVX open link to MU failed.", "The link ID is[%s].", muLink.c_str());
+    // The SCU's link may have closed meanwhile, and its close has then found no attempt to end.
+    if (ScuAddress(scuLinkId) != ip) {
+        ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
+        if (guard.locked() && m_MUConnections.count(muLink) == 0) {
+            EndMuAttempt(muLink);
+        }
     }
 }
 
-bool CGvxConnectionMgr::BeginMuAttempt(const std::string& muLink, const std::string& ip, unsigned int port) {
-    ACE_Guard<ACE_Recursive_Thread_Mutex> guard(MUConnectionMutex);
-    if (!guard.locked()) {
-        return false;
-    }
+// MUConnectionMutex is held. True when the network layer keeps such a link from now on; a failure leaves no record.
+bool CGvxConnectionMgr::BeginMuAttempt(const std::string& ownId, const std::string& muLink, const std::string& ip,
+                                       unsigned int port, const char* localIp) {
     const auto known = m_muAttempts.find(muLink);
     if (known != m_muAttempts.end() && known->second.GetElementIP() == ip && known->second.GetElementPort() == port) {
         return true;
     }
     EndMuAttempt(muLink);
     if (m_muAttempts.size() >= kMaxMuAttempts) {
+        GVX_LOG_ERR("GVX open link to MU failed.", "The link ID is[%s], %zu others are kept.", muLink.c_str(),
+                    kMaxMuAttempts);
         return false;
     }
-    m_muAttempts[muLink] = MakeConnection(muLink, kElementMU, ip, port);
+    const auto record = m_muAttempts.insert_or_assign(muLink, MakeConnection(muLink, kElementMU, ip, port)).first;
+    if (BP::CNetFactory::CreateClientLink(ownId, kElementMU, ip.c_str(), static_cast<int>(port), localIp, true, 0) !=
+        0) {
+        GVX_LOG_ERR("GVX open link to MU failed.", "The link ID is[%s].", muLink.c_str());
+        m_muAttempts.erase(record);
+        return false;
+    }
     return true;
 }
 

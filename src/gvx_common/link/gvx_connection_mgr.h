@@ -52,7 +52,7 @@ using PeerWaitRunner = std::function<void(std::function<void()> work)>;
 // Link events come from one thread, which is not the network layer's I/O thread; what waits for a peer's answer is
 // given to the runner of such work. Sends come from every reactor thread. Lock order: SCUConnectionMutex and
 // MUConnectionMutex are never held together, and neither is held across a callback or a call into the network layer,
-// deletion of a client link excepted.
+// making and deletion of a client link excepted.
 class CGvxConnectionMgr {
 public:
     static CGvxConnectionMgr* Instance();
@@ -75,6 +75,9 @@ public:
     // kMaxMuAttempts are made; each ends with its SCU's link, unless its media link is there by then and the SCU is
     // that of the own node.
     static constexpr std::size_t kMaxMuAttempts = 64;
+    // So many media units are recorded. Beyond it one whose link has closed, and that has come by itself, is forgotten
+    // for the next; when there is none, the next is not recorded.
+    static constexpr std::size_t kMaxMuRecords = 1024;
     void NotifyConnectMU(std::string strLinkID, unsigned int iMUPort);
 
     // The main-service link, whatever the type. False, and a log line, when it is down.
@@ -174,9 +177,12 @@ private:
 
     void ReportLinkEvent(const std::string& linkId, LINKCLOSE_NET_ELE_E event);
     void RemoveMULinkOfSCU(const std::string& scuLinkId);
-    bool BeginMuAttempt(const std::string& muLink, const std::string& ip, unsigned int port);
+    bool ForgetAClosedMu();
+    std::string ScuAddress(const std::string& scuLinkId);
+    bool BeginMuAttempt(const std::string& ownId, const std::string& muLink, const std::string& ip, unsigned int port,
+                        const char* localIp);
     void EndMuAttempt(const std::string& muLink);
-    void ConnectMU(const std::string& ownId, const std::string& muLink, const std::string& ip, unsigned int port,
+    void ConnectMU(const std::string& ownId, const std::string& scuLinkId, const std::string& ip, unsigned int port,
                    const char* localIp);
     static std::string InternalApiAddress();
     void FeedAlarmControl();
@@ -192,7 +198,7 @@ private:
 
     GvxExceptionCallback m_pException = nullptr;
     ACE_Recursive_Thread_Mutex SCUConnectionMutex;  // guards m_SCUConnections
-    ACE_Recursive_Thread_Mutex MUConnectionMutex;   // guards m_MUConnections
+    ACE_Recursive_Thread_Mutex MUConnectionMutex;   // guards m_MUConnections and m_muAttempts
     // Guards m_OMUConnection, m_gvxMainServiceConnection, m_mainServices, m_portQueries and m_strOmuNetLinkID, which
     // link events write and senders read. Innermost: nothing is called while it is held.
     mutable std::mutex m_connectionMutex;

@@ -71,7 +71,7 @@ int ReadReply(const ACE_Message_Block* block, PLUGIN_APPLY_PORT_RSP_DATA& data) 
 }
 
 void ReportUsedPorts(const std::string& linkId) {
-    if (const int result = CGvxPortMgr::Instance()->SendUsedPortlist(); result != ZVS_SUCCEED) {
+    if (const int result = CGvxPortMgr::Instance()->SendUsedPortlist(linkId); result != ZVS_SUCCEED) {
         GVX_LOG_ERR_CODE("Plugin SendUsedPortlist failed.", result, "The link ID is[%s].", linkId.c_str());
     }
 }
@@ -213,6 +213,10 @@ int CGvxPortMgr::ApplyPortList(unsigned int applyPortNumber, const std::string& 
 }
 
 int CGvxPortMgr::SendUsedPortlist() {
+    return SendUsedPortlist(MainServiceLink());
+}
+
+int CGvxPortMgr::SendUsedPortlist(const std::string& link) {
     PLUGIN_SEND_PORT_DATA data;
     {
         const Guard guard(m_portElementMapMutex);
@@ -227,7 +231,6 @@ int CGvxPortMgr::SendUsedPortlist() {
         GVX_LOG_ERR(kReportTitle, "[NSS_PLUGIN_SEND_PORTLIST_DATA_REQ]the request Json is null");
         return ZVS_FAIL;
     }
-    const std::string link = MainServiceLink();
     const std::string trans = BP::CMKTransID::GenerateTransID();
     GVX_LOG_INFO(kReportTitle, "[NSS_PLUGIN_SEND_PORTLIST_DATA_REQ]gvxLinkID %s transID %s", link.c_str(),
                  trans.c_str());

@@ -55,8 +55,10 @@ public:
 
     // Asks the main service for ports of a protocol ("UDP", "TCP"). 0 and the ports, or 1.
     int ApplyPortList(unsigned int applyPortNumber, const std::string& portType, std::list<std::uint32_t>& portList);
-    // Tells the main service which ports are in use. 0 when it has answered, else 1.
+    // Tells the main service which ports are in use, or the one of that link, which may not be the last opened any
+    // more. 0 when it has answered, else 1.
     int SendUsedPortlist();
+    int SendUsedPortlist(const std::string& link);
 
     // A whole frame of NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP that came when nobody waited for it any more: its ports join
     // the pool of their protocol when that runs empty, since the main service counts them as given. Waits for nobody;

@@ -166,6 +166,9 @@ TEST_F(ConnectionMgrTest, AttemptsForAMediaUnitEndWithItsScuAndForAnotherPort) {
         return BP::CNetFactory::DeleteClientLinkByAddr("127.0.0.1", unit.Port(), kElementMU) != 0;
     };
     Mgr().OnLinkOpened("", 0, "SCU#7", "127.0.0.1", 5000);
+    for (std::size_t gone = 0; gone < CGvxConnectionMgr::kMaxMuAttempts; ++gone) {
+        Mgr().NotifyConnectMU("SCU#gone" + std::to_string(gone), first.Port());  // such an SCU has no address
+    }
     Mgr().NotifyConnectMU("SCU#7", first.Port());
     Mgr().NotifyConnectMU("SCU#7", second.Port());
     EXPECT_TRUE(given(first)) << "another port was named";

@@ -166,6 +166,8 @@ TEST_F(PortManagerTest, AnEmptyPoolAppliesForTenAndAPortInUseIsPassedOver) {
     EXPECT_EQ(Mgr().SendUsedPortlist(), 0);
     EXPECT_EQ(frames.All().back().Body(), R"({"TCPUsedPortlist":[],"UDPUsedPortlist":[)" + std::to_string(ports[1]) +
                                               "," + std::to_string(ports[2]) + "," + std::to_string(ports[0]) + "]}\n");
+    EXPECT_EQ(Mgr().SendUsedPortlist("GVX#first"), 0);
+    EXPECT_EQ(frames.All().back().linkID, "GVX#first") << "the one that was opened, whoever has come since";
     // The same ports once more: whoever holds them keeps them.
     reply = ReplyText(ports);
     EXPECT_EQ(Make(), 0u);
