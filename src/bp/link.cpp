@@ -393,7 +393,6 @@ int Link::handle_input(ACE_HANDLE) {
 // False when no more is to be read now: the link has closed, or the rest has been put off.
 bool Link::Consume(const char* data, std::size_t length, Heavy heavy) {
     const ServeClock::time_point until = ServeClock::now() + kServeTime;
-    bool frameEnded = false;
     for (;;) {
         if (m_reader.Complete()) {
             if (heavy == Heavy::Postponed && m_reader.FrameBytes() > kHeavyFrameBytes) {
@@ -401,7 +400,7 @@ bool Link::Consume(const char* data, std::size_t length, Heavy heavy) {
                 return false;
             }
             heavy = Heavy::Postponed;
-            frameEnded = true;
+            m_frameDeadlineMs = kNoDeadline;  // the next frame has its own
             FrameArrived(m_reader.Take());
             if (m_state == State::Closed) {
                 return false;
@@ -425,9 +424,7 @@ bool Link::Consume(const char* data, std::size_t length, Heavy heavy) {
             return false;
         }
     }
-    if (!m_reader.Partial()) {
-        m_frameDeadlineMs = kNoDeadline;
-    } else if (frameEnded || m_frameDeadlineMs == kNoDeadline) {
+    if (m_reader.Partial() && m_frameDeadlineMs == kNoDeadline) {
         m_frameDeadlineMs = gvx::MonotonicMilliseconds() + m_options.frameTimeoutMs;
         m_owner.WakeBy(m_frameDeadlineMs);
     }

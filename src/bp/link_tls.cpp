@@ -20,6 +20,8 @@ namespace BP {
 namespace {
 
 constexpr std::int64_t kLookMs = 1000;
+// Behind the name of a key file, with words between it and the colon: the log takes what follows "key:" for a secret.
+constexpr const char* kNoUse = " is of no use: ";
 
 // What the library's queue of errors says first; the queue is empty then.
 std::string OpenSslFault(const char* otherwise) {
@@ -27,6 +29,12 @@ std::string OpenSslFault(const char* otherwise) {
     ERR_clear_error();
     const char* const reason = code != 0 ? ERR_reason_error_string(code) : nullptr;
     return reason != nullptr ? reason : otherwise;
+}
+
+// The library would ask for a passphrase on the terminal.
+int RefusePassphrase(char*, int, int, void* asked) {
+    *static_cast<bool*>(asked) = true;
+    return -1;
 }
 
 bool SameText(const ASN1_STRING* text, const std::string& wanted) {
@@ -121,7 +129,7 @@ LinkTls::~LinkTls() = default;
 LinkTls::Context LinkTls::MakeContext(const LinkTlsFiles& files, std::string* fault) {
     struct stat status = {};
     if (::stat(files.key.c_str(), &status) == 0 && (status.st_mode & S_IRWXO) != 0) {
-        *fault = files.key + ": others may use the key file";
+        *fault = files.key + kNoUse + "others may use the key file";
         return nullptr;
     }
     Context context(SSL_CTX_new(TLS_method()));
@@ -139,14 +147,21 @@ LinkTls::Context LinkTls::MakeContext(const LinkTlsFiles& files, std::string* fa
                      SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER | SSL_MODE_RELEASE_BUFFERS);
     // A peer that sends records without content would otherwise keep a read going.
     SSL_CTX_clear_mode(context.get(), SSL_MODE_AUTO_RETRY);
+    bool asked = false;
+    SSL_CTX_set_default_passwd_cb(context.get(), &RefusePassphrase);
+    SSL_CTX_set_default_passwd_cb_userdata(context.get(), &asked);
     ERR_clear_error();
     if (SSL_CTX_use_certificate_chain_file(context.get(), files.certificate.c_str()) != 1) {
         *fault = files.certificate + ": " + OpenSslFault("no certificate");
     } else if (SSL_CTX_use_PrivateKey_file(context.get(), files.key.c_str(), SSL_FILETYPE_PEM) != 1) {
-        *fault = files.key + ": " + OpenSslFault("no key of the certificate");
+        const std::string reason = OpenSslFault("no key of the certificate");
+        *fault = files.key + kNoUse + (asked ? "the key has a passphrase, and nobody is there to tell it" : reason);
+    } else if (SSL_CTX_check_private_key(context.get()) != 1) {  // of another kind than the certificate's
+        *fault = files.key + kNoUse + OpenSslFault("no key of the certificate");
     } else if (SSL_CTX_load_verify_locations(context.get(), files.authority.c_str(), nullptr) != 1) {
         *fault = files.authority + ": " + OpenSslFault("no certificate of an authority");
     } else {
+        SSL_CTX_set_default_passwd_cb_userdata(context.get(), nullptr);
         return context;
     }
     return nullptr;

@@ -35,7 +35,7 @@ bool NetAddress::Parse(const char* ip, int port, NetAddress& address) {
 
 namespace {
 
-// The address as it stands on the wire; of an IPv4 address in IPv6 form, the IPv4 address.
+// The address as it stands on the wire.
 std::string WireBytes(const NetAddress& address) {
     struct sockaddr_in v4;
     struct sockaddr_in6 v6;
@@ -44,8 +44,7 @@ std::string WireBytes(const NetAddress& address) {
         return std::string(reinterpret_cast<const char*>(&v4.sin_addr), sizeof(v4.sin_addr));
     }
     std::memcpy(&v6, &address.storage, sizeof(v6));
-    const std::string bytes(reinterpret_cast<const char*>(&v6.sin6_addr), sizeof(v6.sin6_addr));
-    return IN6_IS_ADDR_V4MAPPED(&v6.sin6_addr) ? bytes.substr(12) : bytes;
+    return std::string(reinterpret_cast<const char*>(&v6.sin6_addr), sizeof(v6.sin6_addr));
 }
 
 }  // namespace
@@ -56,7 +55,10 @@ bool NetNetwork::Parse(const std::string& text, NetNetwork& network) {
     if (!NetAddress::Parse(text.substr(0, slash).c_str(), 0, parsed.first)) {
         return false;
     }
-    const unsigned int most = parsed.first.storage.ss_family == AF_INET ? 32 : 128;
+    // An IPv4 network may be written in IPv6 form, with the 96 bits of the form ahead of its own.
+    const bool ipv4 = parsed.first.storage.ss_family == AF_INET;
+    const unsigned int ahead = ipv4 && text.find(':') != std::string::npos ? 96 : 0;
+    const unsigned int most = ahead + (ipv4 ? 32 : 128);
     parsed.bits = most;
     if (slash != std::string::npos) {
         const std::string digits = text.substr(slash + 1);
@@ -65,9 +67,10 @@ bool NetNetwork::Parse(const std::string& text, NetNetwork& network) {
         }
         parsed.bits = static_cast<unsigned int>(std::stoul(digits));
     }
-    if (parsed.bits > most) {
+    if (parsed.bits > most || parsed.bits < ahead) {
         return false;
     }
+    parsed.bits -= ahead;
     network = parsed;
     return true;
 }
@@ -124,14 +127,24 @@ std::vector<NetNetwork> OwnNetworks(const NetAddress& local) {
 
 bool NetAddress::FromSystem(const struct sockaddr_storage& storage, socklen_t length, NetAddress& address) {
     char text[INET6_ADDRSTRLEN] = {0};
-    struct sockaddr_in v4;
+    struct sockaddr_in v4 = {};
     struct sockaddr_in6 v6;
+    if (storage.ss_family == AF_INET6) {
+        std::memcpy(&v6, &storage, sizeof(v6));
+        if (IN6_IS_ADDR_V4MAPPED(&v6.sin6_addr)) {
+            struct sockaddr_storage mapped = {};
+            v4.sin_family = AF_INET;
+            v4.sin_port = v6.sin6_port;
+            std::memcpy(&v4.sin_addr, &v6.sin6_addr.s6_addr[12], sizeof(v4.sin_addr));
+            std::memcpy(&mapped, &v4, sizeof(v4));
+            return FromSystem(mapped, sizeof(v4), address);
+        }
+    }
     if (storage.ss_family == AF_INET) {
         std::memcpy(&v4, &storage, sizeof(v4));
         ::inet_ntop(AF_INET, &v4.sin_addr, text, sizeof(text));
         address.port = ntohs(v4.sin_port);
     } else if (storage.ss_family == AF_INET6) {
-        std::memcpy(&v6, &storage, sizeof(v6));
         ::inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof(text));
         address.port = ntohs(v6.sin6_port);
     } else {

@@ -7,7 +7,8 @@
 
 namespace BP {
 
-// An IP address and port, as the system and as text. A plain value.
+// An IP address and port, as the system and as text. An IPv4 address in IPv6 form (::ffff:0:0/96) becomes the IPv4
+// address. A plain value.
 struct NetAddress {
     struct sockaddr_storage storage = {};
     socklen_t length = 0;
@@ -29,9 +30,8 @@ struct NetNetwork {
     unsigned int bits = 0;
 
     // From "10.0.0.0/8" or a single address, IPv4 or IPv6. False when it is none. Bits behind the prefix are not looked
-    // at.
+    // at. "::ffff:10.0.0.0/104" is the same as the first; an IPv6 network holds no IPv4 address, "::/0" none either.
     static bool Parse(const std::string& text, NetNetwork& network);
-    // An IPv4 address is found in its IPv6 form (::ffff:0:0/96), too.
     bool Contains(const NetAddress& address) const;
 };
 

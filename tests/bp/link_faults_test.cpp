@@ -224,7 +224,8 @@ TEST_F(LinkFaults, StrangersAreTurnedAwayWithOneLine) {
         {"10.1.2.3", "10.1.2.3", true},       {"10.1.2.3", "10.1.2.2", false},
         {"0.0.0.0/0", "9.9.9.9", true},       {"10.0.0.0/8", "::ffff:10.9.9.9", true},
         {"fd00:1::/32", "fd00:1:2::3", true}, {"fd00:1::/33", "fd00:1:8000::", false},
-        {"10.0.0.0/8", "fd00::1", false},
+        {"10.0.0.0/8", "fd00::1", false},     {"::ffff:10.0.0.0/104", "10.9.9.9", true},
+        {"::/0", "10.9.9.9", false},
     };
     for (const auto& [network, address, inside] : rows) {
         BP::NetNetwork parsed;
@@ -232,7 +233,8 @@ TEST_F(LinkFaults, StrangersAreTurnedAwayWithOneLine) {
         ASSERT_TRUE(BP::NetNetwork::Parse(network, parsed) && BP::NetAddress::Parse(address, 1, peer)) << network;
         EXPECT_EQ(inside, parsed.Contains(peer)) << network << " " << address;
     }
-    for (const char* wrong : {"", "/8", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/8x", "host", "::/129"}) {
+    for (const char* wrong :
+         {"", "/8", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/8x", "host", "::/129", "::ffff:10.0.0.0/95"}) {
         BP::NetNetwork parsed;
         EXPECT_FALSE(BP::NetNetwork::Parse(wrong, parsed)) << wrong;
     }

@@ -489,6 +489,11 @@ def renewed_files(attack):
         with attack.certificates.wrap("media")(connect(attack.port)) as peer:
             return peer.getpeercert()["serialNumber"]
     before = serial()
+    for told, *key in (("no certificate assigned", "EC", "-pkeyopt", "ec_paramgen_curve:P-256"),
+                       ("the key has a passphrase", "RSA", "-aes256", "-pass", "pass:secret")):
+        attack.certificates.openssl("genpkey", "-algorithm", *key, "-out", "gateway.key")
+        e2e.wait_until(lambda told=told: serial() == before and attack.gateway.lines("cannot be used", f"of no use: {told}"),
+                       20 * attack.slow, f"a key that is none: {told}")
     attack.certificates.give("gateway", "GVX#001")
     e2e.wait_until(lambda: serial() != before, 20 * attack.slow, "the renewed certificate is shown")
     return "taken without a restart"
