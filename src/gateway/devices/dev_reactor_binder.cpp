@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <iterator>
-#include <new>
 #include <system_error>
 #include <utility>
 
@@ -27,10 +26,11 @@ DevReactorBinder::~DevReactorBinder() {
 }
 
 int DevReactorBinder::InitPool(unsigned int count) {
-    MakeReactors(0, count);
     int result = 0;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        std::unique_lock<std::mutex> lock(m_mutex);
+        for (unsigned int made = 0; made < count && MakeSpare(lock); ++made) {
+        }
         result = CGvxDevReactorMgr::Instance()->ReactorPoolInit(count);
     }
     if (result == 0 && !m_maker.joinable()) {
@@ -53,23 +53,7 @@ void DevReactorBinder::MakeSpares() {
             m_sparesWanted.wait(lock);
             continue;
         }
-        const std::size_t index = CGvxDevReactorMgr::Instance()->NextIndex();
-        lock.unlock();
-        bool made = false;
-        try {
-            auto reactor = CGvxDevReactorMgr::MakeReactor(index);
-            lock.lock();
-            made = reactor != nullptr;
-            if (made) {
-                CGvxDevReactorMgr::Instance()->AddSpare(std::move(reactor));
-            }
-        } catch (const std::bad_alloc&) {
-            made = false;
-        }
-        if (!lock.owns_lock()) {
-            lock.lock();
-        }
-        if (made) {
+        if (MakeSpare(lock)) {
             continue;
         }
         if (!m_stopMaking) {
@@ -84,28 +68,21 @@ CGvxReactor* DevReactorBinder::ScheduleLocked(const std::string& key) {
     return reactor;
 }
 
-// What is not made here, the pool makes, or says that it cannot.
-void DevReactorBinder::MakeReactors(std::size_t index, unsigned int count) {
-    for (; count > 0; --count, ++index) {
-        auto reactor = CGvxDevReactorMgr::MakeReactor(index);
-        if (reactor == nullptr) {
-            return;
-        }
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        CGvxDevReactorMgr::Instance()->AddSpare(std::move(reactor));
-    }
+// Makes one while the lock is open. False when it cannot be had.
+bool DevReactorBinder::MakeSpare(std::unique_lock<std::mutex>& lock) {
+    CGvxDevReactorMgr* const pool = CGvxDevReactorMgr::Instance();
+    const std::size_t number = pool->BeginMaking();
+    lock.unlock();
+    CountedPtr<CGvxReactor> reactor = CGvxDevReactorMgr::MakeReactor(number);
+    lock.lock();
+    return pool->EndMaking(number, std::move(reactor));
 }
 
-// Makes what the next binding would make.
+// Makes what the next binding would make. What is not made here, the pool makes, or says that it cannot.
 void DevReactorBinder::PrepareReactors() {
-    unsigned int needed = 0;
-    std::size_t index = 0;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        needed = CGvxDevReactorMgr::Instance()->ReactorsNeeded();
-        index = CGvxDevReactorMgr::Instance()->NextIndex();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (CGvxDevReactorMgr::Instance()->ReactorsNeeded() > 0 && MakeSpare(lock)) {
     }
-    MakeReactors(index, needed);
 }
 
 CGvxReactor* DevReactorBinder::Bind(const std::string& key) {

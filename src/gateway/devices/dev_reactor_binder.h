@@ -62,7 +62,7 @@ private:
         bool deviceExists;
     };
 
-    void MakeReactors(std::size_t index, unsigned int count);
+    bool MakeSpare(std::unique_lock<std::mutex>& lock);
     void PrepareReactors();
     void MakeSpares();
     CGvxReactor* ScheduleLocked(const std::string& key);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 
 namespace {
 
@@ -171,22 +172,22 @@ long CGvxDevReactorMgr::BoundDevices() const {
 
 unsigned int CGvxDevReactorMgr::ReactorsNeeded() const {
     const long size = static_cast<long>(m_devReactorVector.size());
-    const long room = std::min<long>(kPoolStep, MaxPoolSize() - size);
-    const bool grows = room > 0 && BoundDevices() + 1 >= size - 1;
-    return grows ? static_cast<unsigned int>(std::max<long>(0, room - static_cast<long>(m_spareReactors.size()))) : 0;
+    const long spares = static_cast<long>(m_spareReactors.size());
+    const long needed = std::min<long>(kPoolStep, MaxPoolSize() - size - static_cast<long>(m_inMaking)) - spares;
+    return needed > 0 && BoundDevices() + 1 >= size - 1 ? static_cast<unsigned int>(needed) : 0;
 }
 
 // Two steps of growth, so that a burst of devices finds the second while the first is replaced.
 unsigned int CGvxDevReactorMgr::SparesWanted() const {
     const long size = static_cast<long>(m_devReactorVector.size());
     const long spares = static_cast<long>(m_spareReactors.size());
-    const long wanted = std::min<long>(2 * kPoolStep, MaxPoolSize() - size) - spares;
+    const long wanted = std::min<long>(2 * kPoolStep, MaxPoolSize() - size) - spares - static_cast<long>(m_inMaking);
     return wanted > 0 && BoundDevices() + kPoolStep >= size - 1 ? static_cast<unsigned int>(wanted) : 0;
 }
 
 void CGvxDevReactorMgr::ExpandReactorPool(unsigned int count) {
     const long size = static_cast<long>(m_devReactorVector.size());
-    const long max = MaxPoolSize();
+    const long max = MaxPoolSize() - static_cast<long>(m_inMaking);
     if (size + static_cast<long>(count) > max) {
         count = max > size ? static_cast<unsigned int>(max - size) : 0;
     }
@@ -198,25 +199,46 @@ void CGvxDevReactorMgr::ExpandReactorPool(unsigned int count) {
 int CGvxDevReactorMgr::ReactorPoolInit(unsigned int count) {
     GVX_LOG_INFO("Init reactor pool.", "int :ReactorPool,size[%u]", count);
     for (unsigned int i = 0; i < count; ++i) {
-        gvx::CountedPtr<CGvxReactor> reactor;
         if (m_spareReactors.empty()) {
-            reactor = MakeReactor(m_devReactorVector.size());
-        } else {
-            reactor = std::move(m_spareReactors.front());
-            m_spareReactors.pop_front();
+            const std::size_t number = BeginMaking();
+            if (!EndMaking(number, MakeReactor(number))) {
+                return 1;
+            }
         }
-        if (reactor == nullptr) {
-            return 1;
-        }
-        m_devReactorVector.push_back(std::move(reactor));
+        m_devReactorVector.push_back(std::move(m_spareReactors.front()));
+        m_spareReactors.pop_front();
     }
     return 0;
 }
 
-gvx::CountedPtr<CGvxReactor> CGvxDevReactorMgr::MakeReactor(std::size_t index) {
+std::size_t CGvxDevReactorMgr::BeginMaking() {
+    ++m_inMaking;
+    return m_nextNumber++;
+}
+
+bool CGvxDevReactorMgr::EndMaking(std::size_t number, gvx::CountedPtr<CGvxReactor> reactor) {
+    --m_inMaking;
+    if (reactor == nullptr) {
+        m_nextNumber -= number + 1 == m_nextNumber ? 1 : 0;
+        return false;
+    }
+    try {
+        m_spareReactors.push_back(std::move(reactor));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+gvx::CountedPtr<CGvxReactor> CGvxDevReactorMgr::MakeReactor(std::size_t number) {
     char name[16] = {};
-    snprintf_s(name, sizeof(name), sizeof(name) - 1, "Device%u", static_cast<unsigned int>(index));
-    gvx::CountedPtr<CGvxReactor> reactor = gvx::MakeCounted<CGvxReactor>(kDeviceStackBytes, name);
+    snprintf_s(name, sizeof(name), sizeof(name) - 1, "Device%u", static_cast<unsigned int>(number));
+    gvx::CountedPtr<CGvxReactor> reactor;
+    try {
+        reactor = gvx::MakeCounted<CGvxReactor>(kDeviceStackBytes, name);
+    } catch (const std::bad_alloc&) {
+        reactor = nullptr;
+    }
     // A reactor without event loop or thread would take devices and serve none of them.
     if (reactor == nullptr || !reactor->IsRunning()) {
         GVX_LOG_ERR("Init reactor pool.", "Apply for reactor resources failed.");

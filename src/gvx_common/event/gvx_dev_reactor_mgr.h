@@ -43,14 +43,17 @@ public:
     // be made; those made before stay.
     int ReactorPoolInit(unsigned int count);
     // A caller that serialises by a lock makes reactors outside it, since a new one waits for its thread: how many the
-    // next binding will make, one of them, and the handing over of it. The pool takes what was handed over before it
-    // makes any itself, and names threads by their place in it.
+    // next binding would make otherwise.
     unsigned int ReactorsNeeded() const;
     // How many are worth making ahead of that, while the pool is about to grow.
     unsigned int SparesWanted() const;
-    std::size_t NextIndex() const { return m_devReactorVector.size() + m_spareReactors.size(); }
-    static gvx::CountedPtr<CGvxReactor> MakeReactor(std::size_t index);  // null, with a log line; needs no lock
-    void AddSpare(gvx::CountedPtr<CGvxReactor> reactor) { m_spareReactors.push_back(std::move(reactor)); }
+    // The number of one that is about to be made, which its thread is named by and which counts against the most that
+    // there may be; the making itself, which needs no lock; and the handing over, also of none (false), which gives the
+    // number back. The pool takes what was handed over before it makes any itself.
+    std::size_t BeginMaking();
+    static gvx::CountedPtr<CGvxReactor> MakeReactor(
+        std::size_t number);  // null, with a log line, when it cannot be made
+    bool EndMaking(std::size_t number, gvx::CountedPtr<CGvxReactor> reactor);
 
     // Forgets devices that are not bound and have not been seen for HISTORY_TRACK_EXPIRED_TIME seconds (1800
     // unless configured). To be called from time to time.
@@ -69,6 +72,8 @@ private:
 
     std::vector<gvx::CountedPtr<CGvxReactor>> m_devReactorVector;  // only grows
     std::deque<gvx::CountedPtr<CGvxReactor>> m_spareReactors;      // made ahead of their place in the pool
+    std::size_t m_inMaking = 0;
+    std::size_t m_nextNumber = 0;                                  // as many as were made or are in making
     std::map<std::string, CGvxReactor*> m_devIDReactorMap;         // the devices bound now
     std::map<std::string, ReactorTrack> m_devReactorHistoryTrack;  // every device placed and not yet expired
 };

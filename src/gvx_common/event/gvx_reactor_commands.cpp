@@ -259,14 +259,15 @@ int CGvxReactor::PopMessage(BP::CGvxNssCmd_& out) {
     }
     BP::CGvxNssCmd_ entry = std::move(m_queueCmd.front());
     m_queueCmd.pop_front();
-    TellRefusedCmds();
     if (entry.m_pCmd == nullptr) {
+        TellRefusedCmds();
         GVX_LOG_ERR("pop message", "cmd is NULL");
         return 2;
     }
     std::unique_ptr<BP::CCmd> cmd(entry.m_pCmd);
     const std::uint32_t reqID = cmd->GetReqID();
     DiscardCmdAfterDelDev(entry);
+    TellRefusedCmds();
     if (DiscardTimeoutCmd(cmd)) {
         return 1;
     }

@@ -13,9 +13,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <new>
+#include <thread>
 
 #include <pthread.h>
 
@@ -93,10 +95,11 @@ int CStreamTransmission::Init() {
     m_pStreamTransSmp.reset(new (std::nothrow) ACE_Thread_Semaphore(0));
     GVX_CHECK_NULL_RETURN(m_pStreamTransSmp, ZVS_FAIL);
     m_bRunning = true;
+    // Without a name: to give it to a thread that runs takes a descriptor, and activate would fail for want of one
+    // although the thread is there. It names itself.
     std::size_t stackSize = kThreadStackSize;
-    const char* name = kThreadName;
     if (activate(THR_NEW_LWP | THR_DETACHED | THR_INHERIT_SCHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr,
-                 nullptr, nullptr, &stackSize, nullptr, &name) == -1) {
+                 nullptr, nullptr, &stackSize) == -1) {
         m_bRunning = false;
         m_pStreamTransSmp.reset();
         return ZVS_FAIL;
@@ -161,8 +164,20 @@ void CStreamTransmission::SendRound() {
     } while (batch > served);
     m_sender.SendWaiting();
     if (batch != 0) {
-        ACE_OS::sleep(ACE_Time_Value(0, static_cast<suseconds_t>(m_ulMediaSendInterval) * 1000));
+        Pause();
     }
+}
+
+// Between two batches. What waits for room is none of the pacing's business and is tried all the while.
+void CStreamTransmission::Pause() {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kRetry(gvx::StreamSender::kRetryMs);
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(m_ulMediaSendInterval);
+    while (m_sender.HasWaiting() && m_bRunning && Clock::now() + kRetry < end) {
+        std::this_thread::sleep_for(kRetry);
+        m_sender.SendWaiting();
+    }
+    std::this_thread::sleep_until(end);
 }
 
 std::size_t CStreamTransmission::TakeMessages(std::size_t wanted) {

@@ -63,6 +63,7 @@ public:
 private:
     void WaitForThreadEnd();
     void SendRound();
+    void Pause();
     std::size_t TakeMessages(std::size_t wanted);
     void ServeMessages(std::size_t count);
     void SendBatch();

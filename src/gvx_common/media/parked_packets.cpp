@@ -11,7 +11,7 @@ namespace gvx {
 namespace {
 
 // A dozen packets. Few bytes are left over at its end, and few for a stream of which little waits.
-constexpr std::size_t kPieceBytes = 16384;
+constexpr std::size_t kPieceBytes = ParkedPackets::kLeastLimit;
 
 std::atomic<std::size_t> bytesOfAll{0};
 

@@ -14,6 +14,7 @@ namespace gvx {
 class ParkedPackets {
 public:
     static constexpr std::size_t kStreamsInTotal = 64;
+    static constexpr std::size_t kLeastLimit = 16384;  // a limit below it has room for nothing
 
     ParkedPackets();
     ~ParkedPackets();

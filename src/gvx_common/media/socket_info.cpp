@@ -33,6 +33,7 @@ void SOCKET_INFO::ResetSocketInfo() {
     llStalledSince = 0;
     bWaitedFor = false;
     bListed = false;
+    pNextListed = nullptr;
     bNoSegments = false;
     unBatchPlace = 0;
     m_nHolders = 0;

@@ -99,6 +99,7 @@ struct SOCKET_INFO {
     std::int64_t llStalledSince;  // while it does: when the last byte left, or this began; monotonic milliseconds
     bool bWaitedFor;              // a thread has waited for room, and none has been made since
     bool bListed;                 // the thread keeps it in its list of streams in which something waits
+    SOCKET_INFO* pNextListed;     // there
     bool bNoSegments;             // the socket refused segmentation offload: its packets go one by one
     std::uint32_t unBatchPlace;   // where the thread's present batch has this stream, if it has
 

@@ -15,8 +15,6 @@ namespace gvx {
 
 namespace {
 
-constexpr std::size_t kListRoom = 64;
-
 bool HasRest(const SOCKET_INFO& info) {
     return info.unRestBegin != info.unRestEnd;
 }
@@ -46,24 +44,30 @@ void LoseAged(SOCKET_INFO& info) {
 
 }  // namespace
 
-StreamSender::StreamSender() {
-    m_streams.reserve(kListRoom);
+void StreamSender::SetParkBytes(std::size_t bytes) {
+    m_parkBytes = bytes == 0 ? 0 : std::max(bytes, ParkedPackets::kLeastLimit);
 }
 
 void StreamSender::Send(SOCKET_INFO& info, const iovec* packets, std::size_t count, const ACE_Time_Value& timeout) {
-    LoseAged(info);
-    std::size_t done = SendWaitingOf(info) ? SendNew(info, packets, count) : 0;
+    std::size_t done = 0;
+    if (SendWaitingOf(info)) {
+        done = SendNew(info, packets, count);
+    } else {
+        LoseAged(info);
+    }
     done += Park(info, packets + done, count - done);
     if (done < count && !info.bGone && !info.bWaitedFor) {
         RoomWait room(timeout);
         info.bWaitedFor = true;  // until room is made
-        while (done < count && !info.bGone && room.For(HandleOf(info))) {
+        while (done < count && !info.bGone && room.For(HandleOf(info), m_roomError)) {
             done += SendWaitingOf(info) ? SendNew(info, packets + done, count - done) : 0;
             done += Park(info, packets + done, count - done);
         }
     }
     if (done < count) {
-        LogSendFault(info, EAGAIN);
+        if (!info.bGone) {  // else the write that found out has told
+            LogSendFault(info, m_roomError);
+        }
         info.losses.Lose(count - done);
     }
 }
@@ -128,6 +132,7 @@ void StreamSender::NoteRoom(SOCKET_INFO& info, const SocketWrite& write) {
         info.bWaitedFor = false;
         return;
     }
+    m_roomError = write.error;
     const std::int64_t now = MonotonicMilliseconds();
     if (info.protocol == RTP_OVER_TCP && !IsRoomError(write.error)) {
         LogSendFault(info, write.error);
@@ -178,12 +183,14 @@ std::size_t StreamSender::Park(SOCKET_INFO& info, const iovec* packets, std::siz
 void StreamSender::List(SOCKET_INFO& info) {
     if (!info.bListed && info.Hold()) {
         info.bListed = true;
-        m_streams.push_back(&info);
+        info.pNextListed = nullptr;
+        *m_end = &info;
+        m_end = &info.pNextListed;
     }
 }
 
 void StreamSender::SendWaiting() {
-    if (m_streams.empty()) {
+    if (m_first == nullptr) {
         return;
     }
     const std::int64_t now = MonotonicMilliseconds();
@@ -191,28 +198,42 @@ void StreamSender::SendWaiting() {
         return;
     }
     m_nextRetry = now + kRetryMs;
-    const auto finished = [this](SOCKET_INFO* info) {
-        if (!info->bStopped && !info->bGone) {
-            LoseAged(*info);
-            if (!SendWaitingOf(*info) && !info->bGone) {
-                return false;
-            }
+    SOCKET_INFO** place = &m_first;
+    while (*place != nullptr) {
+        SOCKET_INFO& info = **place;
+        if (StillWaits(info)) {
+            place = &info.pNextListed;
+            continue;
         }
-        LoseWaitingOf(*info);
-        info->bListed = false;
-        info->Drop();
-        return true;
-    };
-    m_streams.erase(std::remove_if(m_streams.begin(), m_streams.end(), finished), m_streams.end());
+        *place = info.pNextListed;
+        LetGo(info);
+    }
+    m_end = place;
+}
+
+// Tries a stream of the list. False when it has nothing there any more.
+bool StreamSender::StillWaits(SOCKET_INFO& info) {
+    if (info.bStopped || info.bGone || SendWaitingOf(info) || info.bGone) {
+        return false;
+    }
+    LoseAged(info);
+    return IsWaiting(info);
 }
 
 void StreamSender::LoseWaiting() {
-    for (SOCKET_INFO* info : m_streams) {
-        LoseWaitingOf(*info);
-        info->bListed = false;
-        info->Drop();
+    while (m_first != nullptr) {
+        SOCKET_INFO& info = *m_first;
+        m_first = info.pNextListed;
+        LetGo(info);
     }
-    m_streams.clear();
+    m_end = &m_first;
+}
+
+// Of a record that is off the list.
+void StreamSender::LetGo(SOCKET_INFO& info) {
+    LoseWaitingOf(info);
+    info.bListed = false;
+    info.Drop();
 }
 
 void StreamSender::LoseWaitingOf(SOCKET_INFO& info) {

@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include <sys/uio.h>
 
@@ -25,14 +24,14 @@ public:
     static constexpr std::int64_t kStallLimitMs = 2000;
     static constexpr std::int64_t kRetryMs = 2;
 
-    StreamSender();
+    StreamSender() = default;
     // Lets go of the streams in which something waits; the thread must have ended.
     ~StreamSender() { LoseWaiting(); }
     StreamSender(const StreamSender&) = delete;
     StreamSender& operator=(const StreamSender&) = delete;
 
-    // Bytes that may wait for one stream. 0 turns parking off.
-    void SetParkBytes(std::size_t bytes) { m_parkBytes = bytes; }
+    // Bytes that may wait for one stream, ParkedPackets::kLeastLimit at least. 0 turns parking off.
+    void SetParkBytes(std::size_t bytes);
 
     // Sends count packets, 1 to PacketBatch::kRoom, in order. Those that find no room in socket and record are waited
     // for, timeout at most for all together and only when the stream has made room since the last wait, and are then
@@ -40,7 +39,7 @@ public:
     // A record that counts no holders is tried again with its next packet alone.
     void Send(SOCKET_INFO& info, const iovec* packets, std::size_t count, const ACE_Time_Value& timeout);
 
-    bool HasWaiting() const { return !m_streams.empty(); }
+    bool HasWaiting() const { return m_first != nullptr; }
 
     // Tries the streams in which something waits, and lets go of those that have ended, whose packets then count as
     // dropped. Does nothing when called again within kRetryMs.
@@ -55,9 +54,14 @@ private:
     void NoteRoom(SOCKET_INFO& info, const SocketWrite& write);
     void List(SOCKET_INFO& info);
     static void LoseWaitingOf(SOCKET_INFO& info);
+    bool StillWaits(SOCKET_INFO& info);
+    static void LetGo(SOCKET_INFO& info);
 
-    std::vector<SOCKET_INFO*> m_streams;  // held records in which something waits
-    std::int64_t m_nextRetry = 0;         // monotonic milliseconds
+    // Held records in which something waits, linked by their pNextListed in the order in which they came.
+    SOCKET_INFO* m_first = nullptr;
+    SOCKET_INFO** m_end = &m_first;
+    std::int64_t m_nextRetry = 0;  // monotonic milliseconds
+    int m_roomError = 0;           // errno of the last write that found no room
     std::size_t m_parkBytes = 0;
 };
 

@@ -188,6 +188,14 @@ TEST_F(StreamTransmission, WhatFindsNoRoomWaitsForASecondAtMost) {
     transmission.DoSendVideoFrame(&info, packet.data(), 1000);
     EXPECT_LE(waiting(), HasRest(*info) ? 2u : 1u);
     EXPECT_FALSE(info->bGone);
+    // What has waited longer still goes when there is room by then.
+    const std::uint64_t lost = info->losses.Lost();
+    while (!record.peer.IsQuiet()) {
+        record.peer.Receive();
+    }
+    clock->AdvanceMs(1001);
+    transmission.DoSendVideoFrame(&info, packet.data(), 1000);
+    EXPECT_TRUE(waiting() == 0 && info->losses.Lost() == lost);
 }
 
 TEST_F(StreamTransmission, AStalledStreamDoesNotKeepAnotherFromArriving) {
