@@ -1,6 +1,7 @@
 #include "file/media_entry.h"
 
 #include "base/json_io.h"
+#include "base/paths.h"
 #include "gvx_common/codec/access_unit_reader.h"
 #include "gvx_common/codec/input_file.h"
 
@@ -28,8 +29,24 @@ std::string Extension(const std::string& path) {
     return dot == std::string::npos || path[dot] == '/' ? std::string() : Lower(path.substr(dot + 1));
 }
 
-std::string Joined(const std::string& folder, const std::string& path) {
-    return path.empty() || path.front() == '/' ? path : folder + "/" + path;
+// The path of the file that a member names; empty when it names none. False with one sentence in error.
+bool ReadPath(const Json::Value& object, const char* member, const MediaFolder& folder, const MediaEntry& entry,
+              std::string& path, std::string& error, bool mayBeMissing = false) {
+    path = gvx::JsonText(object, member);
+    if (path.empty()) {
+        return true;
+    }
+    if (!folder.confined) {
+        path = path.front() == '/' ? path : folder.path + "/" + path;
+        return true;
+    }
+    const std::string name = path;
+    std::string reason;
+    if (!gvx::ResolveBelow(folder.path, name, mayBeMissing, path, reason)) {
+        error = "Medium '" + entry.name + "': " + name + " cannot be opened: " + reason + ".";
+        return false;
+    }
+    return true;
 }
 
 // What a configured word or a file name's ending stands for.
@@ -106,8 +123,10 @@ bool ReadCodec(const Json::Value& object, MediaEntry& entry, std::string& error)
     return false;
 }
 
-bool ReadAudio(const Json::Value& object, const std::string& folder, MediaEntry& entry, std::string& error) {
-    entry.audioPath = Joined(folder, gvx::JsonText(object, "audio"));
+bool ReadAudio(const Json::Value& object, const MediaFolder& folder, MediaEntry& entry, std::string& error) {
+    if (!ReadPath(object, "audio", folder, entry, entry.audioPath, error)) {
+        return false;
+    }
     if (entry.audioPath.empty()) {
         return true;
     }
@@ -224,7 +243,7 @@ bool ReadPlayOptions(const Json::Value& object, MediaEntry& entry, std::string& 
     return true;
 }
 
-bool ReadMediaEntry(const std::string& name, const Json::Value& object, const std::string& folder, MediaEntry& entry,
+bool ReadMediaEntry(const std::string& name, const Json::Value& object, const MediaFolder& folder, MediaEntry& entry,
                     std::string& error) {
     entry = MediaEntry{};
     entry.name = name;
@@ -235,17 +254,21 @@ bool ReadMediaEntry(const std::string& name, const Json::Value& object, const st
     if (!KnowsAllMembers(object, name, error)) {
         return false;
     }
-    entry.videoPath = Joined(folder, gvx::JsonText(object, "video"));
+    std::string picture;
+    if (!ReadPath(object, "video", folder, entry, entry.videoPath, error) ||
+        !ReadPath(object, "metadata", folder, entry, entry.metadataPath, error) ||
+        !ReadPath(object, "talk", folder, entry, entry.talkPath, error, true) ||
+        !ReadPath(object, "picture", folder, entry, picture, error)) {
+        return false;
+    }
     if (entry.videoPath.empty()) {
         error = "Medium '" + name + "' names no video file.";
         return false;
     }
-    entry.metadataPath = Joined(folder, gvx::JsonText(object, "metadata"));
     if (object.isMember("metadata") && entry.metadataPath.empty()) {
         error = "Medium '" + name + "': metadata is not the name of a file.";
         return false;
     }
-    entry.talkPath = Joined(folder, gvx::JsonText(object, "talk"));
     std::int64_t recordedAt = 0;
     const std::string recorded = gvx::JsonText(object, "recorded");
     if (object.isMember("recorded") && !ParseUtcTime(recorded, recordedAt)) {
@@ -260,7 +283,6 @@ bool ReadMediaEntry(const std::string& name, const Json::Value& object, const st
         !ReadPlayOptions(object, entry, error)) {
         return false;
     }
-    const std::string picture = Joined(folder, gvx::JsonText(object, "picture"));
     if (!picture.empty() && access(picture.c_str(), R_OK) != 0) {
         error = Fault(entry, picture, "cannot be read: " + std::generic_category().message(errno));
         return false;

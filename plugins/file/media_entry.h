@@ -43,8 +43,14 @@ struct MediaEntry {
 
 // The readers below may be called by any thread.
 
-// Reads the members of one medium. Relative paths start from folder. False with one sentence in error.
-bool ReadMediaEntry(const std::string& name, const Json::Value& object, const std::string& folder, MediaEntry& entry,
+// Where relative paths start from; confined: nothing outside of it may be named.
+struct MediaFolder {
+    std::string path;
+    bool confined = false;
+};
+
+// Reads the members of one medium. False with one sentence in error.
+bool ReadMediaEntry(const std::string& name, const Json::Value& object, const MediaFolder& folder, MediaEntry& entry,
                     std::string& error);
 
 // Reads "speed" and "loop" where they stand, and leaves the entry as it is where they do not.

@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include <arpa/inet.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace gvxfile {
@@ -15,7 +16,7 @@ namespace {
 constexpr std::size_t kMaxLenses = 64;
 
 // The entry, checked against its files.
-bool MakeEntry(const std::string& name, const Json::Value& object, const std::string& folder, MediaPtr& media,
+bool MakeEntry(const std::string& name, const Json::Value& object, const MediaFolder& folder, MediaPtr& media,
                std::string& error) {
     auto entry = std::make_shared<MediaEntry>();
     if (!ReadMediaEntry(name, object, folder, *entry, error) || !ProbeMedia(*entry, error)) {
@@ -44,7 +45,8 @@ bool ApplyPlayOptions(const Json::Value& options, std::vector<MediaPtr>& lenses,
 bool MediaList::Load(const std::string& configFile, std::string& error) {
     m_media.clear();
     const std::size_t slash = configFile.find_last_of('/');
-    m_folder = slash == std::string::npos ? "." : configFile.substr(0, slash);
+    m_folder.path = slash == std::string::npos ? "." : configFile.substr(0, slash);
+    m_deviceFolder = {m_folder.path, true};
     if (access(configFile.c_str(), F_OK) != 0 && errno == ENOENT) {
         return true;
     }
@@ -61,6 +63,15 @@ bool MediaList::Load(const std::string& configFile, std::string& error) {
     if (!root.isObject() || !root["media"].isObject()) {
         error = configFile + " holds no object \"media\".";
         return false;
+    }
+    if (root.isMember("device_folder")) {
+        const std::string folder = gvx::JsonText(root, "device_folder");
+        m_deviceFolder.path = !folder.empty() && folder.front() == '/' ? folder : m_folder.path + "/" + folder;
+        struct stat status {};
+        if (folder.empty() || stat(m_deviceFolder.path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+            error = configFile + ": \"device_folder\" names no folder: '" + folder + "'.";
+            return false;
+        }
     }
     for (const std::string& name : root["media"].getMemberNames()) {
         if (!MakeEntry(name, root["media"][name], m_folder, m_media[name], error)) {
@@ -132,7 +143,7 @@ bool MediaList::ResolveFiles(const Json::Value& list, std::vector<MediaPtr>& len
     }
     for (const Json::Value& object : list) {
         MediaPtr media;
-        if (!MakeEntry("lens " + std::to_string(lenses.size()), object, m_folder, media, error)) {
+        if (!MakeEntry("lens " + std::to_string(lenses.size()), object, m_deviceFolder, media, error)) {
             return false;
         }
         lenses.push_back(std::move(media));

@@ -35,7 +35,8 @@ private:
     bool ResolveNames(const Json::Value& names, std::vector<MediaPtr>& lenses, std::string& error) const;
     bool ResolveFiles(const Json::Value& list, std::vector<MediaPtr>& lenses, std::string& error) const;
 
-    std::string m_folder;  // what relative paths start from
+    MediaFolder m_folder;        // of the configuration file
+    MediaFolder m_deviceFolder;  // of what devices bring along
     bool ReadDiscovery(const Json::Value& object, std::string& error);
 
     std::map<std::string, MediaPtr> m_media;

@@ -16,8 +16,6 @@ constexpr const char* kTitle = "file plug-in";
 constexpr std::int64_t kMicroseconds = 1000000;
 // A stream that is late by more than this goes on from now, instead of sending what it missed in one burst.
 constexpr std::int64_t kMaxLate = kMicroseconds;
-// A stream that is behind, or that nothing paces, lets others have their turns after so many packets.
-constexpr int kPacketsATurn = 8;
 // Until somebody wakes it.
 constexpr std::int64_t kNotBySelf = std::numeric_limits<std::int64_t>::max();
 
@@ -94,10 +92,11 @@ std::int64_t Player::Turn() noexcept {
     return next;
 }
 
-// Metadata of the same time follows the picture, whose timestamp it carries. The end of a recording comes when its last
-// picture has been seen.
+// One packet or message a turn, also when the stream is behind: of all streams of the thread goes on the one whose next
+// is due first. Metadata of the same time follows the picture, whose timestamp it carries. The end of a recording comes
+// when its last picture has been seen.
 std::int64_t Player::Play() {
-    for (int packets = 0; packets < kPacketsATurn;) {
+    for (bool sent = false;;) {
         if (!TakeSeek()) {
             return PlayThreads::kNoTurn;
         }
@@ -121,7 +120,7 @@ std::int64_t Player::Play() {
             continue;
         }
         const std::int64_t due = TimeOf(isMessage ? m_messageTime : mediaTime);
-        if (due > gvx::CurrentClock().MonotonicMicroseconds()) {
+        if (sent || due > gvx::CurrentClock().MonotonicMicroseconds()) {
             return due;
         }
         if (m_ending) {
@@ -134,9 +133,8 @@ std::int64_t Player::Play() {
             return PlayThreads::kNoTurn;
         }
         m_packetSent = m_packetSent || !isMessage;
-        ++packets;
+        sent = true;
     }
-    return gvx::CurrentClock().MonotonicMicroseconds();
 }
 
 // Moves to the picture that was asked for, if any. False when the stream is over.
@@ -214,7 +212,7 @@ bool Player::Judge(int result) {
 std::int64_t Player::TimeOf(std::int64_t mediaMicroseconds) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (m_media->speed.unlimited) {
-        return 0;
+        return gvx::CurrentClock().MonotonicMicroseconds();
     }
     const auto offset = static_cast<std::int64_t>(static_cast<double>(mediaMicroseconds) / m_factor);
     if (!m_originKnown) {

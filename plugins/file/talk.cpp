@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace gvxfile {
@@ -29,6 +30,11 @@ bool Talk::Start(bool withAnswer, std::string& error) {
     m_file.Reset(open(m_media->talkPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0640));
     if (m_file.Get() == -1) {
         error = m_media->talkPath + " cannot be opened: " + std::strerror(errno) + ".";
+        return false;
+    }
+    struct stat status {};
+    if (fstat(m_file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        error = m_media->talkPath + " is no regular file.";
         return false;
     }
     if (!withAnswer || !m_media->HasAudio()) {

@@ -14,4 +14,11 @@ namespace gvx {
 // The root prefix joined to a fixed absolute path: RootedPath("/opt/x") is "/opt/x" when GVX_ROOT is empty.
 std::string RootedPath(const std::string& absolutePath);
 
+// The path, free of symbolic links, of a regular file that somebody names who may reach nothing outside the folder
+// root. A name is relative to root, or absolute below it; links are followed as long as they stay below it.
+// mayBeMissing: also that of a file which does not exist yet, in a folder that does. False with the reason, as behind a
+// colon, in error.
+bool ResolveBelow(const std::string& root, const std::string& name, bool mayBeMissing, std::string& path,
+                  std::string& error);
+
 }  // namespace gvx

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -113,12 +114,23 @@ TEST_F(MediaListTest, ExtendTextGivesOneLensForEachMedium) {
 }
 
 TEST_F(MediaListTest, ExtendTextThatNamesNothingPlayableIsRefused) {
-    ASSERT_EQ("", Load(R"("video": "v.h264")"));
     std::string many = R"({"media": ["demo")";
     for (int i = 0; i < 64; ++i) {
         many += ",\"demo\"";
     }
+    std::filesystem::create_directory(m_folder.Path("below"));
+    std::filesystem::create_symlink(m_folder.Path("v.h264"), m_folder.Path("below/link.h264"));
+    std::filesystem::create_symlink("nowhere", m_folder.Path("below/dangling"));
+    std::filesystem::copy(m_folder.Path("v.h264"), m_folder.Path("below/v.h264"));
+    ASSERT_EQ("", LoadText(R"({"device_folder": "below", "media": {"demo": {"video": "v.h264"}}})"));
     const std::pair<std::string, const char*> rows[] = {
+        {R"({"lenses": [{"video": "../v.h264"}]})", "../v.h264 cannot be opened: It is not below"},
+        {R"({"lenses": [{"video": ")" + m_folder.Path("v.h264") + R"("}]})", "It is not below"},
+        {R"({"lenses": [{"video": "link.h264"}]})", "It is not below"},
+        {R"({"lenses": [{"video": "v.h264", "talk": "../said"}]})", "It is not below"},
+        {R"({"lenses": [{"video": "v.h264", "talk": "dangling"}]})", "It is not below"},
+        {R"({"lenses": [{"video": "v.h264", "picture": "/etc/hostname"}]})", "It is not below"},
+        {R"({"lenses": [{"video": "."}]})", "Is a directory"},
         {"[]", "The extend text is not a JSON object"},
         {"{}", "names neither"},
         {R"({"media": "other"})", "There is no medium 'other'."},
@@ -133,4 +145,10 @@ TEST_F(MediaListTest, ExtendTextThatNamesNothingPlayableIsRefused) {
         EXPECT_FALSE(m_list.Resolve(extend, lenses, error));
         EXPECT_THAT(error, HasSubstr(fault)) << extend;
     }
+    std::vector<MediaPtr> lenses;
+    std::string error;
+    const std::string below = m_folder.Path("below/");
+    EXPECT_TRUE(m_list.Resolve(R"({"lenses": [{"video": ")" + below + R"(v.h264", "talk": "said"}]})", lenses, error))
+        << error;
+    EXPECT_EQ(lenses[0]->talkPath, below + "said");
 }
