@@ -103,7 +103,7 @@ void BenchReads(bench::Table& table) {
         const double floor = ReadCost(threads, lookups);
         const double value = ReadCost(threads, settings);
         table.Row("GetConfValue, " + std::to_string(threads) + " thread(s)", value, floor, "ns", bench::Goal::AtMost,
-                  2.0);
+                  1.3);
     }
 }
 

@@ -61,15 +61,22 @@ std::uint64_t NextGeneration() {
 // A thread's own hold on the settings that it read last, so that a read takes no lock and writes to no memory that
 // other threads use. A thread that reads no more keeps what it holds until it ends.
 struct SettingsHold {
-    std::uint64_t generation = 0;
     std::shared_ptr<const MapCfgKeyValue> settings;
     ~SettingsHold();
 };
 thread_local bool t_holdIsGone = false;  // outlives the hold: static objects that end later may still read
 thread_local SettingsHold t_hold;
 
+// The same as plain data, which a read reaches without a call. Generations count from 1.
+struct HeldSettings {
+    std::uint64_t generation;
+    const MapCfgKeyValue* settings;
+};
+__thread HeldSettings t_held __attribute__((tls_model("initial-exec")));
+
 SettingsHold::~SettingsHold() {
     t_holdIsGone = true;
+    t_held = {};
 }
 
 }  // namespace
@@ -159,17 +166,19 @@ CGvxConfigMgr::Snapshot CGvxConfigMgr::TakeSnapshot() const {
     return m_MapCfgKeyValue;
 }
 
-const MapCfgKeyValue& CGvxConfigMgr::View(Snapshot& held) const {
+inline const MapCfgKeyValue& CGvxConfigMgr::View(Snapshot& held) const {
+    return t_held.generation == m_ulGeneration.load(std::memory_order_acquire) ? *t_held.settings : ViewAnew(held);
+}
+
+const MapCfgKeyValue& CGvxConfigMgr::ViewAnew(Snapshot& held) const {
     if (t_holdIsGone) {
         held = TakeSnapshot();
         return *held;
     }
-    if (t_hold.generation != m_ulGeneration.load(std::memory_order_acquire)) {
-        const std::lock_guard<std::mutex> guard(m_mutexConf);
-        held.swap(t_hold.settings);  // what was held before may end here, and does so outside the lock
-        t_hold.settings = m_MapCfgKeyValue;
-        t_hold.generation = m_ulGeneration;
-    }
+    const std::lock_guard<std::mutex> guard(m_mutexConf);
+    held.swap(t_hold.settings);  // what was held before may end here, and does so outside the lock
+    t_hold.settings = m_MapCfgKeyValue;
+    t_held = {m_ulGeneration, t_hold.settings.get()};
     return *t_hold.settings;
 }
 

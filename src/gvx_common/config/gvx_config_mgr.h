@@ -226,6 +226,7 @@ private:
     // The settings as they stand, from the calling thread's own copy of the pointer where that is fresh; held keeps
     // them alive otherwise. Valid until the thread's next call, or as long as held.
     const MapCfgKeyValue& View(Snapshot& held) const;
+    const MapCfgKeyValue& ViewAnew(Snapshot& held) const;
     Snapshot TakeSnapshot() const;
     void Publish(Snapshot settings);
     void PublishValues(const Settings& values);
