@@ -27,6 +27,11 @@ bool Watch(int epoll, int handle, std::uint64_t key) {
     return ::epoll_ctl(epoll, EPOLL_CTL_ADD, handle, &event) == 0;
 }
 
+void Rest(std::int64_t microseconds) {
+    const timespec rest{0, static_cast<long>(std::min<std::int64_t>(microseconds, 999999) * 1000)};
+    ::nanosleep(&rest, nullptr);
+}
+
 }  // namespace
 
 RtpPoller::RtpPoller(int restUs)
@@ -87,13 +92,7 @@ int RtpPoller::Poll(int timeoutMs) {
                           m_nextTimerUs - CurrentClock().MonotonicMicroseconds());
     }
     std::array<epoll_event, 256> events;
-    const int waitMs = static_cast<int>((std::clamp<std::int64_t>(waitUs, 0, kMostWaitUs) + 999) / 1000);
-    int count = ::epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()), waitMs);
-    if (count > 0 && m_restUs > 0) {
-        const timespec rest{0, std::min(m_restUs, 999999) * 1000L};
-        ::nanosleep(&rest, nullptr);
-        count = ::epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()), 0);
-    }
+    const int count = Gather(events.data(), static_cast<int>(events.size()), waitUs);
     if (count < 0) {
         return errno == EINTR ? 0 : -1;
     }
@@ -114,6 +113,27 @@ int RtpPoller::Poll(int timeoutMs) {
         m_nextTimerUs = RunTimers(nowUs);
     }
     return served;
+}
+
+// As epoll_wait, once packets have gathered.
+int RtpPoller::Gather(epoll_event* events, int room, std::int64_t waitUs) {
+    if (m_isFlowing && waitUs > 0) {
+        Rest(std::min<std::int64_t>(2 * static_cast<std::int64_t>(m_restUs), waitUs));
+        const int count = ::epoll_wait(m_epoll.Get(), events, room, 0);
+        if (count != 0) {
+            return count;
+        }
+        m_isFlowing = false;
+    }
+    const std::int64_t begin = CurrentClock().MonotonicMicroseconds();
+    const int waitMs = static_cast<int>((std::clamp<std::int64_t>(waitUs, 0, kMostWaitUs) + 999) / 1000);
+    const int count = ::epoll_wait(m_epoll.Get(), events, room, waitMs);
+    if (count <= 0 || m_restUs <= 0) {
+        return count;
+    }
+    m_isFlowing = CurrentClock().MonotonicMicroseconds() - begin <= m_restUs;
+    Rest(m_restUs);
+    return ::epoll_wait(m_epoll.Get(), events, room, 0);
 }
 
 // A receiver may have been removed since the kernel told of it; numbers are not used twice.
