@@ -6,9 +6,12 @@
 #include "gvxctl/frame_text.h"
 #include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
+#include "gvxctl/progress.h"
 
 #include <cstdio>
+#include <functional>
 #include <mutex>
+#include <utility>
 
 #include <sys/socket.h>
 
@@ -29,6 +32,9 @@ public:
     explicit AlarmPrinter(const AlarmsOptions& options) : m_options(options) {}
 
     void OnFrame(const std::string& linkId, const Frame& frame);
+    // Called before an alarm is printed. Before the first link.
+    void Before(std::function<void()> call) { m_before = std::move(call); }
+    int Count() const;
     bool Enough() const;
     bool Judge(std::string& error) const;
 
@@ -36,6 +42,7 @@ private:
     void Print(const std::string& linkId, const Alarm& alarm) const;
 
     AlarmsOptions m_options;
+    std::function<void()> m_before;
     mutable std::mutex m_mutex;  // guards the counts and keeps alarms apart in the output
     int m_alarms = 0;
     int m_faults = 0;
@@ -57,6 +64,7 @@ void AlarmPrinter::OnFrame(const std::string& linkId, const Frame& frame) {
         return;
     }
     ++m_alarms;
+    m_before();
     Print(linkId, alarm);
 }
 
@@ -71,6 +79,11 @@ void AlarmPrinter::Print(const std::string& linkId, const Alarm& alarm) const {
         std::printf("%s\n", Printable(AlarmLine(alarm) + fields).c_str());
     }
     std::fflush(stdout);
+}
+
+int AlarmPrinter::Count() const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return m_alarms;
 }
 
 bool AlarmPrinter::Enough() const {
@@ -92,6 +105,8 @@ bool AlarmPrinter::Judge(std::string& error) const {
 
 int RunAlarms(const CommonOptions& common, const AlarmsOptions& options) {
     AlarmPrinter printer(options);
+    Progress progress("waiting for alarms", [&printer] { return std::to_string(printer.Count()) + " have come"; });
+    printer.Before([&progress] { progress.Hide(); });
     Platform platform(
         common.gateway, [&](const std::string& linkId, const Frame& frame) { printer.OnFrame(linkId, frame); },
         common.ports);

@@ -6,11 +6,13 @@
 #include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/player_sdp.h"
+#include "gvxctl/progress.h"
 #include "gvxctl/report.h"
 #include "gvxctl/rtp_receiver.h"
 
 #include <cstdio>
 #include <functional>
+#include <optional>
 
 namespace gvxctl {
 namespace {
@@ -38,10 +40,10 @@ int OneShot(const CommonOptions& common, const std::function<bool(Platform&, Res
     }
     if (common.json) {
         std::fputs(gvx::WriteJson(ResponseToJson(response)).c_str(), stdout);
-    } else {
+    } else if (response.code == 0) {
         Print(DescribeResponse(response));
     }
-    return response.code == 0 ? kExitOk : kExitRefused;
+    return response.code == 0 ? kExitOk : Fail(kExitRefused, RefusalText(response));
 }
 
 bool StartReceiver(RtpReceiver& receiver, const ReceiveOptions& options, std::string& error) {
@@ -50,6 +52,7 @@ bool StartReceiver(RtpReceiver& receiver, const ReceiveOptions& options, std::st
         metadata.print = Print;
     }
     receiver.ReceiveMetadata(metadata);
+    receiver.EndAfter(options.frames);
     return options.tcp ? receiver.StartTcp(Endpoint{options.ip, options.videoPort}, options.files, error)
                        : receiver.StartUdp(options.ip, options.videoPort, options.audioPort, options.files, error);
 }
@@ -58,6 +61,10 @@ void ReceiveUntilDone(RtpReceiver& receiver, const ReceiveOptions& options) {
     constexpr int kPauseMs = 1000;
     constexpr int kDayMs = 24 * 3600 * 1000;
     const int limitMs = options.seconds > 0 && options.seconds < kDayMs / 1000 ? options.seconds * 1000 : kDayMs;
+    std::optional<Progress> progress;
+    if (options.json || options.frames > 0) {  // otherwise the figures of each second are progress enough
+        progress.emplace("receiving", [&receiver] { return StatsLine(receiver.Stats()); });
+    }
     if (options.frames > 0) {
         receiver.WaitForFrames(options.frames, kPauseMs, limitMs, Interrupted());
         return;
@@ -149,7 +156,10 @@ int RunReceive(const ReceiveOptions& options) {
         Print(StatsLine(stats));
     }
     const std::uint64_t packets = stats.video.packets + stats.audio.packets + stats.metadata.assembler.packets;
-    const std::string faults = packets == 0 ? "nothing was received" : Faults(stats);
+    std::string faults = packets == 0 ? "nothing was received" : Faults(stats);
+    if (faults.empty() && stats.video.frames < options.frames) {
+        faults = std::to_string(stats.video.frames) + " frames came instead of " + std::to_string(options.frames);
+    }
     return faults.empty() ? kExitOk : Fail(kExitRefused, faults);
 }
 

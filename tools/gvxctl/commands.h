@@ -5,16 +5,26 @@
 
 #include <string>
 
-// One function for each command of the tool. Each prints to standard output, faults to standard error, and returns the
-// exit code: 0 for success, 1 when the gateway refused or something was wrong, 2 for a wrong command line, 3 when no
-// link could be made. Commands run on main's thread; the same holds for those of alarm_commands.h, config_commands.h,
-// peer_commands.h and demo.h.
+// One function for each command of the tool. Each prints to standard output, faults to standard error, and returns one
+// of the exit codes below. Commands run on main's thread; the same holds for those of alarm_commands.h,
+// config_commands.h, peer_commands.h and demo.h.
 namespace gvxctl {
 
 constexpr int kExitOk = 0;
 constexpr int kExitRefused = 1;
 constexpr int kExitWrongUse = 2;
 constexpr int kExitNoLink = 3;
+
+struct ExitCodeRow {
+    int code;
+    const char* meaning;
+};
+constexpr ExitCodeRow kExitCodeRows[] = {
+    {kExitOk, "done; of receive, demo and their like: all that was sent has come"},
+    {kExitRefused, "the gateway refused or did not answer, or something was wrong with what came"},
+    {kExitWrongUse, "wrong use, or something that the command needs is not there; nothing was sent"},
+    {kExitNoLink, "there is no link to the gateway, or it was closed"},
+};
 
 struct CommonOptions {
     Endpoint gateway{"127.0.0.1", 9600};
@@ -28,6 +38,9 @@ bool WriteSdpFiles(const StreamSpec& spec, const Response& response, std::string
 int RunAddDevice(const CommonOptions& common, const DeviceSpec& spec);
 int RunDeleteDevice(const CommonOptions& common, const std::string& devCode);
 int RunStartStream(const CommonOptions& common, const StreamSpec& spec);
+// Has ffplay play the stream, which ends with the player. Without a port in spec.video it comes to this host, at ports
+// that are free.
+int RunPlayStream(const CommonOptions& common, StreamSpec spec);
 int RunStopStream(const CommonOptions& common, const StreamSpec& spec);
 int RunIFrame(const CommonOptions& common, const StreamSpec& spec);
 
@@ -39,7 +52,7 @@ struct ReceiveOptions {
     bool json = false;
     RecordFiles files;
     MetadataOptions metadata;
-    std::uint64_t frames = 0;  // end after that many and a pause; 0: go on
+    std::uint64_t frames = 0;  // end after that many; 0: go on
     int seconds = 0;           // end after that time; 0: go on
 };
 int RunReceive(const ReceiveOptions& options);

@@ -97,9 +97,7 @@ void FramePattern::Read(MemberReader& reader) {
     anyType = !reader.Has("type");
     reader.Type("type", type);
     anyCode = !reader.Has("code");
-    long long number = 0;
-    reader.Number("code", 0, 0xFFFFFFFF, number);
-    code = static_cast<std::uint32_t>(number);
+    reader.Result("code", code);
     reader.Text("transaction", transaction);
     reader.Text("body", body);
     reader.Flag("bare", bare);

@@ -129,10 +129,8 @@ std::string CodeText(std::uint32_t code) {
 std::string DescribeFrame(const Frame& frame) {
     char head[512];
     std::snprintf(head, sizeof head,
-                  "%s 0x%04X seq=%u trace=%u code=%u%s%s length=%u trans=", TypeText(frame.Type()).c_str(),
-                  frame.Type(), frame.head.uiSeqID, frame.head.uiTraceID, frame.head.uiRspCode,
-                  frame.head.uiRspCode == 0 ? "" : " ",
-                  frame.head.uiRspCode == 0 ? "" : ZvsErrorName(static_cast<int>(frame.head.uiRspCode)),
+                  "%s 0x%04X seq=%u trace=%u code=%s length=%u trans=", TypeText(frame.Type()).c_str(), frame.Type(),
+                  frame.head.uiSeqID, frame.head.uiTraceID, CodeText(frame.head.uiRspCode).c_str(),
                   frame.head.uiPacketLength);
     const std::string body = BodyText(frame);
     return head + Printable(frame.Transaction()) + (body.empty() ? "" : "\n    " + body);

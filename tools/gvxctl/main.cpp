@@ -1,4 +1,5 @@
 #include "gvxctl/cli/command_line.h"
+#include "gvxctl/cli/command_tree.h"
 #include "gvxctl/interrupt.h"
 #include "gvxctl/peer_link.h"
 #include "gvxctl/secret_command.h"
@@ -18,7 +19,7 @@ void AddDeviceOptions(CLI::App& command, gvxctl::DeviceSpec& device) {
     command.add_option("--plugin", device.plugin, "name of the plug-in")->capture_default_str();
     command.add_option("--form", device.formType, "1 IPC, 2 DVS, 3 DVR, 4 eNVR, 5 external system, 6 external device")
         ->capture_default_str();
-    command.add_option("--ip", device.ip, "address of the device")->capture_default_str();
+    gvxctl::AddHost(command, "--ip", device.ip, "address of the device");
     command.add_option("--port", device.port, "port of the device")->capture_default_str();
     command.add_option("--user", device.user, "user name at the device");
     command.add_option("--password", device.password, "password at the device");
@@ -44,13 +45,27 @@ void AddDeviceCommands(CLI::App& app, CommandLine& line) {
     del.add_flag("--json", line.common.json, "print the response as JSON");
 }
 
+int StartOrPlay(const CommandLine& line) {
+    if (line.play) {
+        return RunPlayStream(line.common, line.stream);
+    }
+    if (line.stream.video.port == 0 || line.stream.video.ip == "0.0.0.0") {
+        std::fputs("gvxctl: --dst has to name the host and the port that the stream goes to\n", stderr);
+        return gvxctl::kExitWrongUse;
+    }
+    return RunStartStream(line.common, line.stream);
+}
+
 void AddStreamCommands(CLI::App& app, CommandLine& line) {
-    CLI::App& start = AddLinkedCommand(app, line, "start-stream", "start a stream",
-                                       [&line] { return RunStartStream(line.common, line.stream); });
-    AddEndpoint(start, "--dst", line.stream.video, "where to send video, or where to connect over TCP");
+    CLI::App& start =
+        AddLinkedCommand(app, line, "start-stream", "start a stream", [&line] { return StartOrPlay(line); });
+    AddEndpoint(start, "--dst", line.stream.video,
+                "where to send video, or where to connect over TCP; needed unless --play finds one itself");
+    CLI::Option* const play = start.add_flag("--play", line.play, "open ffplay on it, and stop it when ffplay ends");
     start.add_option("--audio-port", line.stream.audioPort, "port for audio over UDP (default: no audio)");
     start.add_option("--stream-type", line.stream.streamType, "0 main, 1 and 2 sub streams")->capture_default_str();
     CLI::Option* const tcp = start.add_flag("--tcp", line.stream.tcp, "interleaved over TCP instead of UDP");
+    play->excludes(tcp);
     start.add_flag("!--no-audio", line.stream.audio, "video alone");
     start.add_flag("--metadata", line.stream.metadata, "send metadata too");
     start.add_option("--metadata-port", line.stream.metadataPort, "port for metadata over UDP");
@@ -73,7 +88,7 @@ void AddStreamCommands(CLI::App& app, CommandLine& line) {
 void AddReceiveCommand(CLI::App& app, CommandLine& line) {
     CLI::App& command = AddCommand(app, line, "receive", "receive RTP, record it and print statistics",
                                    [&line] { return RunReceive(line.receive); });
-    command.add_option("--ip", line.receive.ip, "local address")->capture_default_str();
+    gvxctl::AddHost(command, "--ip", line.receive.ip, "local address");
     command.add_option("--video-port", line.receive.videoPort, "UDP port of video, or TCP port to listen on; 0: any");
     command.add_option("--audio-port", line.receive.audioPort, "UDP port of audio; 0: any");
     command.add_flag("--tcp", line.receive.tcp, "wait for one interleaved TCP connection");
@@ -87,7 +102,7 @@ void AddReceiveCommand(CLI::App& app, CommandLine& line) {
         },
         "receive metadata too, print it and write its pictures into that folder");
     command.add_option("--metadata-port", line.receive.metadata.port, "UDP port of metadata; 0: any");
-    command.add_option("--frames", line.receive.frames, "end after that many frames and one second of silence");
+    command.add_option("--frames", line.receive.frames, "end after that many frames of video");
     command.add_option("--seconds", line.receive.seconds, "end after that time");
     command.add_flag("--json", line.receive.json, "print the statistics as one JSON object");
 }
@@ -145,7 +160,8 @@ void AddSecretCommands(CLI::App& app, CommandLine& line) {
 int main(int argc, char** argv) {
     CommandLine line;
     CLI::App app("The platform's side of the wire: links to gvxd, sends requests, receives streams.", "gvxctl");
-    app.require_subcommand(1);
+    app.require_subcommand(1)->set_version_flag("--version", "gvxctl " GVX_VERSION, "print the version and end");
+    app.footer(gvxctl::ExitCodeTable());  // each command takes it over
     AddDeviceCommands(app, line);
     AddStreamCommands(app, line);
     AddReceiveCommand(app, line);
@@ -157,10 +173,15 @@ int main(int argc, char** argv) {
     gvxctl::AddAlarmCommands(app, line);
     gvxctl::AddMediaCommands(app, line);
     gvxctl::AddDeviceRequestCommands(app, line);
+    gvxctl::AddCompletionCommand(app, line);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::Success& shown) {  // --help, --version
+        app.exit(shown);
+        return gvxctl::kExitOk;
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? gvxctl::kExitOk : gvxctl::kExitWrongUse;  // help is no fault
+        std::fprintf(stderr, "gvxctl: %s\n", gvxctl::WrongUse(app, error).c_str());
+        return gvxctl::kExitWrongUse;
     }
     std::string fault;
     if (line.tls.Given() && !gvxctl::PeerLink::UseTls(line.tls, fault)) {

@@ -6,6 +6,7 @@
 #include "gvx_common/records/stream_param.h"
 #include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
+#include "gvxctl/progress.h"
 #include "gvxctl/report.h"
 #include "gvxctl/rtp_receiver.h"
 #include "nss/nss_msg_type.h"
@@ -14,6 +15,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -199,7 +201,8 @@ int RunSearch(const CommonOptions& common, const SearchOptions& options) {
     }
     Json::Value outcome(Json::objectValue);
     Json::Value& devices = outcome["devices"] = Json::Value(Json::arrayValue);
-    long long percent = 0;
+    std::atomic<long long> percent{0};
+    Progress progress("searching", [&percent] { return std::to_string(percent) + " percent"; });
     Frame frame;
     const std::int64_t endMs = EndAfter(options.seconds);
     while (percent < 100 && notices.Next(frame, endMs)) {
@@ -211,11 +214,13 @@ int RunSearch(const CommonOptions& common, const SearchOptions& options) {
         for (const Json::Value& device : body["Devices"]) {
             devices.append(device);
             if (!common.json) {
+                progress.Hide();
                 Print(gvx::JsonText(device, "IP") + "  " + gvx::JsonText(device, "Maker") + " " +
                       gvx::JsonText(device, "Model") + "  " + gvx::JsonText(device, "SerialNumber"));
             }
         }
     }
+    progress.Hide();
     if (percent < 100) {
         Json::Value stop(Json::objectValue);
         stop["PluginName"] = options.plugin;
@@ -265,16 +270,19 @@ int RunSnapshot(const CommonOptions& common, const SnapshotOptions& options) {
     int lost = 0;
     Frame frame;
     const int expected = options.url.empty() ? 0 : options.count;
+    Progress progress("waiting for the pictures");
     const std::int64_t endMs = EndAfter(options.seconds);
     while (static_cast<int>(pictures.size()) < expected && notices.Next(frame, endMs)) {
         const Json::Value notice = JsonOf(frame);
         pictures.append(notice);
         lost += gvx::JsonInt(notice, "Result", 1) == 0 ? 0 : 1;
         if (!common.json) {
+            progress.Hide();
             Print(gvx::JsonText(notice, "ContentID") +
                   (gvx::JsonInt(notice, "Result", 1) == 0 ? " was sent" : " could not be sent"));
         }
     }
+    progress.Hide();
     const int missing = expected - static_cast<int>(pictures.size());
     outcome["ok"] = lost == 0 && missing == 0;
     PrintOutcome(common.json, outcome,
@@ -349,7 +357,11 @@ int RunPlayback(const CommonOptions& common, const PlaybackOptions& options) {
         }
     }
     Frame frame;
-    const bool ended = notices.Next(frame, endMs);
+    bool ended = false;
+    {
+        const Progress progress("playing", [&receiver] { return StatsLine(receiver.Stats()); });
+        ended = notices.Next(frame, endMs);
+    }
     outcome["seconds"] = static_cast<double>(gvx::MonotonicMilliseconds() - begin) / 1000;
     outcome["ended"] = ended;
     return StopAndTell(platform, spec, receiver, outcome, common.json,
@@ -393,10 +405,13 @@ int RunTalk(const CommonOptions& common, const TalkOptions& options) {
     const auto over = [endMs] { return Interrupted() || gvx::MonotonicMilliseconds() >= endMs; };
     const Endpoint voice{gvx::JsonText(started, "SrcIP"),
                          static_cast<std::uint16_t>(gvx::JsonInt(started, "VoicePort", 0))};
-    outcome["said"] =
-        Json::UInt64(SendSound(sound, voice, static_cast<int>(gvx::JsonInt(started, "AudioPayload", 8)), over));
-    while (options.seconds > 0 && !over()) {
-        SleepUnlessInterrupted(kStepMs);
+    {
+        const Progress progress("talking", [&receiver] { return StatsLine(receiver.Stats()); });
+        outcome["said"] =
+            Json::UInt64(SendSound(sound, voice, static_cast<int>(gvx::JsonInt(started, "AudioPayload", 8)), over));
+        while (options.seconds > 0 && !over()) {
+            SleepUnlessInterrupted(kStepMs);
+        }
     }
     constexpr int kSettleMs = 300;
     SleepUnlessInterrupted(kSettleMs);

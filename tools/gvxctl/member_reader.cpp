@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <map>
 
 namespace gvxctl {
 namespace {
@@ -51,6 +52,26 @@ bool ParseMsgType(const std::string& text, std::uint16_t& type) {
     const unsigned long number = std::strtoul(text.c_str(), &end, hex ? 16 : 10);
     type = static_cast<std::uint16_t>(number);
     return errno == 0 && *end == '\0' && number <= 0xFFFF;
+}
+
+bool ParseResult(const std::string& text, std::uint32_t& code) {
+    static const std::map<std::string, int> kResults{
+#define ZVS_ERROR_ROW(name, number, text) {#name, number},
+#include "base/zvs_error_table.inc"
+#undef ZVS_ERROR_ROW
+    };
+    auto row = kResults.find(text);
+    row = row == kResults.end() ? kResults.find("ZVS_" + text) : row;
+    if (row != kResults.end()) {
+        code = static_cast<std::uint32_t>(row->second);
+        return true;
+    }
+    if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos ||
+        std::stoull(text) > 0xFFFFFFFF) {
+        return false;
+    }
+    code = static_cast<std::uint32_t>(std::stoull(text));
+    return true;
 }
 
 MemberReader::MemberReader(const Json::Value& object) : m_object(object) {
@@ -134,6 +155,13 @@ void MemberReader::Type(const char* name, std::uint16_t& value) {
     const bool scalar = member->isString() || member->isIntegral();
     if (!scalar || !ParseMsgType(member->asString(), value)) {
         Fail(std::string("\"") + name + "\" is no message type: " + (scalar ? member->asString() : "no text"));
+    }
+}
+
+void MemberReader::Result(const char* name, std::uint32_t& value) {
+    const Json::Value* member = Find(name);
+    if (member != nullptr && !((member->isString() || member->isUInt()) && ParseResult(member->asString(), value))) {
+        Fail(std::string("\"") + name + "\" is no result, neither by name nor by number");
     }
 }
 

@@ -25,6 +25,8 @@ public:
     // A message type: a name with or without its "NSS_", or a number, as text also in hexadecimal.
     void MustType(const char* name, std::uint16_t& value);
     void Type(const char* name, std::uint16_t& value);
+    // A result: its name, or its number.
+    void Result(const char* name, std::uint32_t& value);
     // Null when there is none.
     const Json::Value* Object(const char* name);
     const Json::Value* MustArray(const char* name);
@@ -46,5 +48,7 @@ private:
 
 // "NSS_KEEPALIVE_REQ", "KEEPALIVE_REQ", "2987", "0x0BAB"
 bool ParseMsgType(const std::string& text, std::uint16_t& type);
+// "ZVS_GVX_DEV_NOT_EXIST", "GVX_DEV_NOT_EXIST", "189108041"
+bool ParseResult(const std::string& text, std::uint32_t& code);
 
 }  // namespace gvxctl

@@ -40,11 +40,9 @@ bool ReadNumber(const std::string& text, unsigned long most, unsigned long& numb
 using ReadValue = bool (*)(const std::string& value, AnswerRule& rule);
 
 bool ReadRefusal(const std::string& value, AnswerRule& rule) {
-    unsigned long code = ZVS_FAIL;
+    rule.code = ZVS_FAIL;
     rule.action = AnswerRule::Action::Refuse;
-    const bool good = value.empty() || ReadNumber(value, 0xFFFFFFFF, code);
-    rule.code = static_cast<std::uint32_t>(code);
-    return good;
+    return value.empty() || ParseResult(value, rule.code);
 }
 
 bool ReadDelay(const std::string& value, AnswerRule& rule) {
@@ -96,8 +94,11 @@ bool ListenAll(PeerSet& peers, const std::vector<std::string>& listens, Transcri
         std::string link;
         std::string where;
         Endpoint local;
-        if (!Split(text, link, where) || !ParseEndpoint(where, local)) {
-            error = text + " is not IDENTIFIER=[IP:]PORT";
+        if (!Split(text, link, where)) {
+            error = text + " is not IDENTIFIER=[HOST:]PORT";
+            return false;
+        }
+        if (!ParseEndpoint(where, local, error)) {
             return false;
         }
         if (!peers.Listen(link, local, error)) {
@@ -165,7 +166,7 @@ int RunPeer(const CommonOptions& common, const PeerOptions& options) {
     std::vector<AnswerRule> rules;
     std::string error;
     if (!RulesOf(options, rules, error)) {
-        return Fail(kExitRefused, error);
+        return Fail(kExitWrongUse, error);
     }
     std::vector<std::string> links = options.links;
     if (links.empty() && options.listens.empty()) {
@@ -192,7 +193,7 @@ int RunScenario(const CommonOptions& common, const ScenarioOptions& options) {
     Scenario scenario;
     std::string error;
     if (!VarsOf(options.vars, vars, error) || !LoadScenario(options.file, vars, scenario, error)) {
-        return Fail(kExitRefused, "scenario " + options.file + ": " + error);
+        return Fail(kExitWrongUse, "scenario " + options.file + ": " + error);
     }
     RunSettings settings{common.gateway, common.ports, options.log, options.full};
     ScenarioRun run(scenario, settings);

@@ -1,6 +1,7 @@
 #include "gvxctl/platform.h"
 
 #include "base/clock.h"
+#include "gvxctl/progress.h"
 #include "nss/nss_msg_type.h"
 
 #include <chrono>
@@ -49,6 +50,7 @@ bool Platform::LinkOmu(std::string& error, int timeoutMs) {
 }
 
 bool Platform::Link(std::unique_ptr<PeerLink>& link, const char* linkId, int timeoutMs, std::string& error) {
+    const Progress progress("linking to " + EndpointText(m_gateway) + " as " + linkId);
     std::unique_ptr<PeerLink> fresh = PeerLink::Connect(m_gateway, linkId, MakeHandler(), timeoutMs, error);
     const bool linked = fresh != nullptr;
     if (linked || link == nullptr) {
@@ -67,6 +69,7 @@ bool Platform::OpenMu(const Endpoint& local, std::string& error) {
 }
 
 bool Platform::WaitForMu(std::string& error, int timeoutMs) {
+    const Progress progress("waiting for the gateway's link to the media unit");
     if (m_mu && m_mu->WaitForLink(timeoutMs)) {
         return true;
     }
@@ -85,6 +88,7 @@ bool Platform::Request(std::uint16_t type, std::uint16_t tag, const std::string&
     if (m_relink && !m_main->IsOpen() && !LinkMainService(error)) {
         return false;
     }
+    const Progress progress(std::string("waiting for the answer to ") + NssMsgTypeName(type));
     const std::int64_t begin = gvx::CurrentClock().MonotonicMicroseconds();
     FrameSpec spec;
     spec.type = type;

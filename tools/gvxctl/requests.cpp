@@ -155,9 +155,9 @@ std::string RefusalText(const Response& response) {
     if (reason.empty() && xml.Parse(response.Xml().c_str()) && xml.FindElem("Content/Reason")) {
         reason = xml.GetElemValue();
     }
-    const char* const name = ZvsErrorName(code);
-    return "refused, " + (std::string(name) == "ZVS_UNKNOWN" ? "code " + std::to_string(code) : std::string(name)) +
-           ": " + Printable(reason.empty() ? ZvsErrorText(code) : reason);
+    const std::string name = ZvsErrorName(code);
+    return "refused, " + (name == "ZVS_UNKNOWN" ? CodeText(response.code) : name) + ": " +
+           Printable(reason.empty() ? ZvsErrorText(code) : reason);
 }
 
 std::string DescribeResponse(const Response& response) {

@@ -81,7 +81,7 @@ bool RtpReceiver::WaitForFrames(std::uint64_t frames, int idleMs, int timeoutMs,
     while (!stop && gvx::MonotonicMilliseconds() < end) {
         const StreamStats stats = Stats();
         const std::int64_t idle = gvx::MonotonicMilliseconds() - stats.lastPacketMs;
-        if (stats.video.frames >= frames && idle >= idleMs) {
+        if (stats.complete || (stats.video.frames >= frames && idle >= idleMs)) {
             return true;
         }
         if (!stats.error.empty() || (stats.firstPacketMs != 0 && idle >= kStillMs)) {

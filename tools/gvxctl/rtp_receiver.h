@@ -21,6 +21,8 @@ public:
 
     // Metadata is received as well, over UDP on a port of its own. Before one of the starts.
     void ReceiveMetadata(const MetadataOptions& options) { m_metadataOptions = options; }
+    // Receives that many frames of video and nothing behind them. Before one of the starts.
+    void EndAfter(std::uint64_t frames) { m_recorder.EndAfter(frames); }
     // Port 0 takes any free one; VideoPort and AudioPort then tell which. False with a reason.
     bool StartUdp(const std::string& ip, std::uint16_t videoPort, std::uint16_t audioPort, const RecordFiles& files,
                   std::string& error);
@@ -34,7 +36,8 @@ public:
     std::uint16_t MetadataPort() const { return LocalPort(m_metadata.Get()); }
     // Any thread.
     StreamStats Stats() const;
-    // Waits until that many video frames have begun and no packet has come for idleMs. False when the time ran out,
+    // Waits until that many video frames have begun and no packet has come for idleMs, or until what EndAfter has asked
+    // for is there. False when the time ran out,
     // `stop` was set, the recording failed, or the stream stood still for 5 s before it was complete.
     bool WaitForFrames(std::uint64_t frames, int idleMs, int timeoutMs, const std::atomic<bool>& stop) const;
 

@@ -52,8 +52,9 @@ void Read(MemberReader& reader, OpenStep& step) {
     ReadLink(reader, step.link);
     reader.Text("listen", step.listen);
     Endpoint local;
-    if (!step.listen.empty() && !ParseEndpoint(step.listen, local)) {
-        reader.Fail("\"listen\" is neither IP:PORT nor PORT: " + step.listen);
+    std::string error;
+    if (!step.listen.empty() && !ParseEndpoint(step.listen, local, error)) {
+        reader.Fail("\"listen\": " + error);
     }
 }
 
@@ -67,11 +68,9 @@ void Read(MemberReader& reader, SendStep& step) {
     reader.MustType("type", step.head.type);
     reader.Text("transaction", step.head.transaction);
     long long seq = 0;
-    long long code = 0;
     reader.Number("seq", 0, 0xFFFFFFFF, seq);
-    reader.Number("code", 0, 0xFFFFFFFF, code);
+    reader.Result("code", step.head.code);
     step.head.seq = static_cast<std::uint32_t>(seq);
-    step.head.code = static_cast<std::uint32_t>(code);
     reader.Body(step.body);
     if (step.head.transaction.size() > 63) {
         reader.Fail("\"transaction\" is longer than 63 characters");
@@ -128,11 +127,9 @@ void Read(MemberReader& reader, AnswerStep& step) {
         ReadLink(reader, step.rule.link);
     }
     ReadAction(reader, step);
-    long long code = 0;
     long long times = 0;
-    reader.Number("code", 0, 0xFFFFFFFF, code);
+    reader.Result("code", step.rule.code);
     reader.Number("times", 0, 1000000, times);
-    step.rule.code = static_cast<std::uint32_t>(code);
     step.rule.times = static_cast<int>(times);
     reader.Milliseconds("delay_ms", step.rule.delayMs);
     reader.Body(step.rule.body);

@@ -85,8 +85,7 @@ bool ScenarioRun::operator()(const OpenStep& step) {
         return m_peers.Open(step.link, m_fault);
     }
     Endpoint local;
-    ParseEndpoint(step.listen, local);
-    const bool good = m_peers.Listen(step.link, local, m_fault);
+    const bool good = ParseEndpoint(step.listen, local, m_fault) && m_peers.Listen(step.link, local, m_fault);
     m_told += " listens on port " + std::to_string(m_peers.PortOf(step.link));
     return good;
 }

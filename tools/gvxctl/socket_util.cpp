@@ -8,6 +8,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -59,16 +60,38 @@ int WaitFor(int fd, short events, int timeoutMs) {
 
 }  // namespace
 
-bool ParseEndpoint(const std::string& text, Endpoint& endpoint) {
+bool ResolveHost(const std::string& host, std::string& ip, std::string& error) {
+    in_addr address{};
+    if (::inet_pton(AF_INET, host.c_str(), &address) == 1) {
+        ip = host;
+        return true;
+    }
+    addrinfo wanted{};
+    wanted.ai_family = AF_INET;
+    wanted.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const int code = ::getaddrinfo(host.c_str(), nullptr, &wanted, &found);
+    if (code != 0) {
+        error = "no address of the host \"" + host + "\" can be found: " + ::gai_strerror(code);
+        return false;
+    }
+    char text[INET_ADDRSTRLEN] = "";
+    ::getnameinfo(found->ai_addr, found->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
+    ::freeaddrinfo(found);
+    ip = text;
+    return true;
+}
+
+bool ParseEndpoint(const std::string& text, Endpoint& endpoint, std::string& error) {
     const std::size_t colon = text.rfind(':');
     const std::string port = colon == std::string::npos ? text : text.substr(colon + 1);
-    Endpoint parsed;
-    if (colon != std::string::npos) {
-        parsed.ip = text.substr(0, colon);
-    }
-    in_addr address{};
     if (port.empty() || port.size() > 5 || port.find_first_not_of("0123456789") != std::string::npos ||
-        std::stoul(port) > 65535 || ::inet_pton(AF_INET, parsed.ip.c_str(), &address) != 1) {
+        std::stoul(port) > 65535) {
+        error = text + " is neither HOST:PORT nor PORT";
+        return false;
+    }
+    Endpoint parsed;
+    if (colon != std::string::npos && !ResolveHost(text.substr(0, colon), parsed.ip, error)) {
         return false;
     }
     parsed.port = static_cast<std::uint16_t>(std::stoul(port));
@@ -133,6 +156,44 @@ std::uint16_t LocalPort(int fd) {
         return 0;
     }
     return ntohs(address.sin_port);
+}
+
+std::string LocalIpTowards(const Endpoint& peer) {
+    const gvx::UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = ToAddress(peer);
+    sockaddr_in local{};
+    socklen_t length = sizeof local;
+    char text[INET_ADDRSTRLEN] = "";
+    if (!fd.Valid() || ::connect(fd.Get(), Generic(address), sizeof address) != 0 ||
+        ::getsockname(fd.Get(), static_cast<sockaddr*>(static_cast<void*>(&local)), &length) != 0 ||
+        ::inet_ntop(AF_INET, &local.sin_addr, text, sizeof text) == nullptr) {
+        return std::string();
+    }
+    return text;
+}
+
+std::uint16_t FreeUdpPorts(const std::string& ip, int count) {
+    constexpr int kTries = 64;
+    std::string error;
+    for (int i = 0; i < kTries; ++i) {
+        const gvx::UniqueFd any = BindUdp(Endpoint{ip, 0}, error);
+        const int first = any.Valid() ? (LocalPort(any.Get()) + 1) / 2 * 2 : 65535;
+        int free = 0;
+        while (free < count && first + free <= 65535 &&
+               (first + free == LocalPort(any.Get()) ||
+                BindUdp(Endpoint{ip, static_cast<std::uint16_t>(first + free)}, error).Valid())) {
+            ++free;
+        }
+        if (free == count) {
+            return static_cast<std::uint16_t>(first);
+        }
+    }
+    return 0;
+}
+
+bool UdpPortIsTaken(std::uint16_t port) {
+    std::string error;
+    return !BindUdp(Endpoint{"0.0.0.0", port}, error).Valid();
 }
 
 std::string PeerIp(int fd) {

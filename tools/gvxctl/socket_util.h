@@ -15,8 +15,11 @@ struct Endpoint {
     std::uint16_t port = 0;
 };
 
-// "ip:port" or "port". False for a text that is neither or an address that is not IPv4 in dotted form.
-bool ParseEndpoint(const std::string& text, Endpoint& endpoint);
+// The IPv4 address of a host in dotted form; an address is its own. False with a sentence when the name has none. May
+// take as long as the system's resolver does.
+bool ResolveHost(const std::string& host, std::string& ip, std::string& error);
+// "host:port" or "port"; the host is an IPv4 address or a name that has one. False with a sentence for anything else.
+bool ParseEndpoint(const std::string& text, Endpoint& endpoint, std::string& error);
 std::string EndpointText(const Endpoint& endpoint);
 
 // No descriptor for a failure; error then says what failed, with the system's reason.
@@ -28,6 +31,13 @@ gvx::UniqueFd BindUdp(const Endpoint& local, std::string& error);
 gvx::UniqueFd AcceptTcp(int listener, int timeoutMs, std::string& error);
 
 std::uint16_t LocalPort(int fd);
+// The address of this host from which that one is reached; empty when there is no way to it.
+std::string LocalIpTowards(const Endpoint& peer);
+// The first of `count` UDP ports of that address that are free one after the other and begin with an even one; 0 when
+// there are none.
+std::uint16_t FreeUdpPorts(const std::string& ip, int count);
+// Whether a UDP socket of this host is bound to the port.
+bool UdpPortIsTaken(std::uint16_t port);
 // The remote end of a connected socket; empty when there is none.
 std::string PeerIp(int fd);
 

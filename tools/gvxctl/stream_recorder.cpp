@@ -50,6 +50,9 @@ bool StreamRecorder::Open(const RecordFiles& files, std::string& error) {
 void StreamRecorder::Take(const std::uint8_t* data, std::size_t length) {
     RtpPacket packet;
     const char* reason = nullptr;
+    if (m_stats.complete) {
+        return;
+    }
     if (!ParseRtp(data, length, packet, reason)) {
         ++m_stats.malformed;
         return;
@@ -87,6 +90,12 @@ void StreamRecorder::TakeVideo(const RtpPacket& packet, std::size_t length) {
     }
     if (m_stats.video.payloadType != packet.payloadType) {
         ++m_stats.otherPayloads;
+        return;
+    }
+    // A packet of the frame before may still come late; only a newer time begins another frame.
+    if (m_frames != 0 && m_stats.video.frames == m_frames &&
+        static_cast<std::int32_t>(packet.timestamp - m_videoTimestamp) > 0) {
+        m_stats.complete = true;
         return;
     }
     SequenceTracker::Verdict verdict{};

@@ -34,7 +34,8 @@ struct StreamStats {
     std::uint64_t otherPayloads = 0;  // RTP of a type that belongs to no stream here
     std::int64_t firstPacketMs = 0;   // monotonic; 0 until a packet has come
     std::int64_t lastPacketMs = 0;
-    std::string error;  // what ended the recording, or kept a file from being written; empty while all is well
+    bool complete = false;  // as many frames as EndAfter has asked for are there, and another has begun
+    std::string error;      // what ended the recording, or kept a file from being written; empty while all is well
 };
 
 struct RecordFiles {
@@ -49,6 +50,8 @@ public:
     bool Open(const RecordFiles& files, std::string& error);
     // Metadata is taken as well, and no other payload type any more. False when its folder cannot be made.
     bool OpenMetadata(const MetadataOptions& options, std::string& error) { return m_metadata.Open(options, error); }
+    // Takes that many frames of video and nothing behind them. Before the first packet.
+    void EndAfter(std::uint64_t frames) { m_frames = frames; }
     void Take(const std::uint8_t* data, std::size_t length);
     void CountMalformed() { ++m_stats.malformed; }
     // Writes what is buffered and closes the files.
@@ -69,6 +72,7 @@ private:
     void Write(std::FILE* file, const std::uint8_t* data, std::size_t length);
 
     StreamStats m_stats;
+    std::uint64_t m_frames = 0;  // 0: as many as come
     SequenceTracker m_videoOrder;
     SequenceTracker m_audioOrder;
     std::uint32_t m_videoTimestamp = 0;

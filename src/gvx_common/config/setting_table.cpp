@@ -1,5 +1,7 @@
 #include "gvx_common/config/setting_table.h"
 
+#include "base/near_words.h"
+#include "base/near_words.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
 
@@ -128,38 +130,13 @@ bool IsRequestType(const std::string& text) {
            CGvxUtility::toLower(text) == text;
 }
 
-std::size_t Distance(const std::string& a, const std::string& b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) {
-        row[j] = j;
-    }
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t above = row[j];
-            row[j] = std::min({row[j - 1] + 1, above + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
-}
-
 std::string Near(const std::string& word, const char* SettingRow::*name) {
-    constexpr std::size_t kLongestWord = 128;
-    if (word.empty() || word.size() > kLongestWord) {
-        return std::string();
-    }
-    std::string near;
-    std::size_t least = std::max<std::size_t>(word.size() / 3, 2) + 1;
+    std::vector<std::string> names;
     for (const SettingRow& row : kRows) {
-        const std::size_t distance = Distance(CGvxUtility::toUpper(word), CGvxUtility::toUpper(std::string(row.*name)));
-        if (distance < least) {
-            least = distance;
-            near = row.*name;
-        }
+        names.emplace_back(row.*name);
     }
-    return near;
+    const std::vector<std::string> near = NearWords(word, names);
+    return near.empty() ? std::string() : near.front();
 }
 
 const char* ActsWord(SettingActs acts) {

@@ -14,15 +14,29 @@ void AddPortRange(CLI::App& command, const std::string& name, PortRange& range, 
     command.add_option_function<std::string>(name, parse, text)->type_name("MIN-MAX");
 }
 
+// Puts its address in the place of a host's name. A sentence when it has none.
+std::string Resolved(std::string& host) {
+    std::string error;
+    return host.empty() || ResolveHost(host, host, error) ? std::string() : error;
+}
+
 }  // namespace
 
 CLI::Option* AddEndpoint(CLI::App& command, const std::string& name, Endpoint& endpoint, const std::string& text) {
-    const auto parse = [&endpoint](const std::string& value) {
-        if (!ParseEndpoint(value, endpoint)) {
-            throw CLI::ValidationError(value + " is neither IP:PORT nor PORT");
+    const auto parse = [name, &endpoint](const std::string& value) {
+        std::string error;
+        if (!ParseEndpoint(value, endpoint, error)) {
+            throw CLI::ValidationError(name, error);
         }
     };
-    return command.add_option_function<std::string>(name, parse, text)->type_name("[IP:]PORT");
+    return command.add_option_function<std::string>(name, parse, text)->type_name("[HOST:]PORT");
+}
+
+CLI::Option* AddHost(CLI::App& command, const std::string& name, std::string& ip, const std::string& text) {
+    return command.add_option(name, ip, text)
+        ->capture_default_str()
+        ->type_name("HOST")
+        ->transform(CLI::Validator(Resolved, ""));
 }
 
 CLI::App& AddCommand(CLI::App& app, CommandLine& line, const char* name, const char* text, std::function<int()> run) {
@@ -54,8 +68,9 @@ void AddPeerCommands(CLI::App& app, CommandLine& line) {
     CLI::App& peer = AddLinkedCommand(app, line, "peer", "play any platform peers and print what goes on",
                                       [&line] { return RunPeer(line.common, line.peer); });
     peer.add_option("--link", line.peer.links, "identifier under which to link, SCU#001; may be given several times");
-    peer.add_option("--listen", line.peer.listens, "IDENTIFIER=[IP:]PORT where the gateway is waited for, MU#001=9700");
-    peer.add_option("--refuse", line.peer.refuse, "TYPE[=CODE]: refuse requests of that type");
+    peer.add_option("--listen", line.peer.listens,
+                    "IDENTIFIER=[HOST:]PORT where the gateway is waited for, MU#001=9700");
+    peer.add_option("--refuse", line.peer.refuse, "TYPE[=RESULT]: refuse requests of that type");
     peer.add_option("--delay", line.peer.delay, "TYPE=MILLISECONDS: answer them late");
     peer.add_option("--drop", line.peer.drop, "TYPE: leave them unanswered");
     peer.add_option("--garble", line.peer.garble, "TYPE[=body|head|transaction|type|twice]: spoil the answer");
@@ -83,7 +98,8 @@ void AddMediaCommands(CLI::App& app, CommandLine& line) {
     search.add_option(
         "--range", line.search.ranges,
         "FIRST-LAST or one address, within one /24; may be given several times (default: the gateway's own)");
-    search.add_option("--added", line.search.added, "address of a device that is known; may be given several times");
+    search.add_option("--added", line.search.added, "address of a device that is known; may be given several times")
+        ->transform(CLI::Validator(Resolved, "HOST"));
     search.add_option("--protocol", line.search.protocol, "number of the device protocol");
     search.add_option("--seconds", line.search.seconds, "end the search after that time")
         ->capture_default_str()
@@ -116,7 +132,7 @@ void AddMediaCommands(CLI::App& app, CommandLine& line) {
     playback.add_option("--to", played.to, "its end")->required();
     playback.add_flag("--download", line.download, "as a download, faster than it was recorded");
     playback.add_flag("--tcp", played.tcp, "interleaved over TCP instead of UDP");
-    playback.add_option("--ip", line.playback.ip, "local address")->capture_default_str();
+    AddHost(playback, "--ip", line.playback.ip, "local address");
     playback.add_option("--video", line.playback.files.video, "file for the elementary stream");
     playback.add_option("--audio", line.playback.files.audio, "file for the audio bytes");
     playback.add_option("--speed", line.playback.speed, "of the recorded speed")->check(CLI::Range(-16.0, 16.0));
@@ -140,7 +156,7 @@ void AddMediaCommands(CLI::App& app, CommandLine& line) {
         spoken.serviceId = "talk-1";
         addDevice(talk, spoken.devCode, spoken.lensCode);
         talk.add_option("--service-id", spoken.serviceId, "identifier of the stream")->capture_default_str();
-        talk.add_option("--ip", line.talk.ip, "local address")->capture_default_str();
+        AddHost(talk, "--ip", line.talk.ip, "local address");
         talk.add_option("--send", line.talk.send, "G.711 file that is said, 8000 Hz")->required(broadcast);
         if (!broadcast) {
             talk.add_option("--audio", line.talk.receive, "file for what the lens says");

@@ -32,6 +32,7 @@ struct CommandLine {
     TriggerOptions trigger;
     DeviceRequestOptions request;
     bool requestsPage = false;
+    bool play = false;  // of start-stream: have a player show it
     SearchOptions search;
     SnapshotOptions snapshot;
     PlaybackOptions playback;
@@ -41,6 +42,8 @@ struct CommandLine {
 };
 
 CLI::Option* AddEndpoint(CLI::App& command, const std::string& name, Endpoint& endpoint, const std::string& text);
+// A host by its address or its name, which becomes its address. An empty text stays.
+CLI::Option* AddHost(CLI::App& command, const std::string& name, std::string& ip, const std::string& text);
 CLI::App& AddCommand(CLI::App& app, CommandLine& line, const char* name, const char* text, std::function<int()> run);
 // One that links to the gateway: with its address, the ports that the main service hands out, and the files of TLS.
 CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, const char* text,
