@@ -9,6 +9,7 @@ packages=(
   ffmpeg gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
   gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi tshark libjemalloc2 libmimalloc2.0
   lighttpd apache2-bin nginx openssl curl doxygen abigail-tools
+  dpkg-dev fakeroot lintian man-db systemd
 )
 
 missing=()

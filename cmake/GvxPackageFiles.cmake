@@ -1,0 +1,22 @@
+# Run by CPack on what it has installed and before it packs it: programs and libraries look for no libraries of their own
+# beside them, since these lie where the loader looks; the manuals and changelogs are compressed as the distribution wants
+# it; pkg-config names the place of the configuration.
+file(GLOB_RECURSE files LIST_DIRECTORIES false ${CPACK_TEMPORARY_DIRECTORY}/*)
+foreach(file IN LISTS files)
+  if(IS_SYMLINK ${file})
+    continue()
+  endif()
+  file(READ ${file} magic LIMIT 4 HEX)
+  if(magic STREQUAL 7f454c46)
+    file(RPATH_REMOVE FILE ${file})
+    if(file MATCHES "\\.so")
+      file(CHMOD ${file} PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+    endif()
+  elseif(file MATCHES "/changelog$")
+    execute_process(COMMAND gzip -9n ${file} COMMAND_ERROR_IS_FATAL ANY)
+  elseif(file MATCHES "/gvx_common\\.pc$")
+    file(READ ${file} text)
+    string(REGEX REPLACE "confdir=[^\n]*" "confdir=/etc/gvx" text "${text}")
+    file(WRITE ${file} "${text}")
+  endif()
+endforeach()
