@@ -2,8 +2,8 @@
 
 #include "base/log.h"
 #include "file/file_lens.h"
-#include "file/guarded.h"
 #include "gvx_common/adapter/gvx_device_state.h"
+#include "plugin_support/guarded.h"
 
 #include <algorithm>
 #include <cstring>
@@ -19,7 +19,7 @@ constexpr std::uint32_t kStreamsOfLens = 3;  // the main stream and two sub stre
 }  // namespace
 
 FileDevice::FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEntry> entry,
-                       std::shared_ptr<PictureDesk> desk)
+                       std::shared_ptr<gvxplugin::PictureDesk> desk)
     : m_media(std::move(media)), m_entry(std::move(entry)), m_desk(std::move(desk)) {}
 
 int FileDevice::Init() {
@@ -84,7 +84,7 @@ int FileDevice::CreateLens(const char* lensId, const short& channel, CAdapterDev
         return ZVS_GVX_LENS_NOT_EXIST;
     }
     CAdapterDevBase& owner = parent == nullptr ? *this : *parent;
-    return Guarded("CreateLens", [&] {
+    return gvxplugin::Guarded(kTitle, "CreateLens", [&] {
         m_lensIds[static_cast<unsigned int>(channel)] = lensId;
         m_entry->AddLens(static_cast<unsigned int>(channel), lensId);
         lens = new FileLens(lensId, channel, owner, m_media[static_cast<std::size_t>(channel)], m_desk);
@@ -93,7 +93,7 @@ int FileDevice::CreateLens(const char* lensId, const short& channel, CAdapterDev
 }
 
 int FileDevice::VcuGetUploadImgRsp(PU_UPLOAD_IMAGE_RSP& address) {
-    return Guarded("VcuGetUploadImgRsp", [&] { return m_desk->Send(GetMainDevID(), address); });
+    return gvxplugin::Guarded(kTitle, "VcuGetUploadImgRsp", [&] { return m_desk->Send(GetMainDevID(), address); });
 }
 
 const std::string FileDevice::GetLensIDThroughChannoId(unsigned int channel) {

@@ -2,8 +2,8 @@
 
 #include "file/device_directory.h"
 #include "file/media_list.h"
-#include "file/picture_desk.h"
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
+#include "plugin_support/picture_desk.h"
 
 #include <map>
 #include <memory>
@@ -16,7 +16,8 @@ namespace gvxfile {
 class FileDevice : public CAdapterDevDefaults {
 public:
     // One lens for each medium, numbered from 0.
-    FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEntry> entry, std::shared_ptr<PictureDesk> desk);
+    FileDevice(std::vector<MediaPtr> media, std::unique_ptr<DirectoryEntry> entry,
+               std::shared_ptr<gvxplugin::PictureDesk> desk);
 
     int Init() override;
     int GetDeviceAbility(GVX_DEVICE_ABILITY_INFO& ability) override;
@@ -33,7 +34,7 @@ private:
     std::vector<MediaPtr> m_media;
     std::map<unsigned int, std::string> m_lensIds;  // by channel
     const std::unique_ptr<DirectoryEntry> m_entry;  // what other threads may know of this device
-    const std::shared_ptr<PictureDesk> m_desk;
+    const std::shared_ptr<gvxplugin::PictureDesk> m_desk;
 };
 
 }  // namespace gvxfile

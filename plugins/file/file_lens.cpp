@@ -2,11 +2,11 @@
 
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
-#include "file/guarded.h"
 #include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/records/ptz_records.h"
 #include "gvx_common/records/rtp_payload.h"
 #include "gvx_common/records/stream_param.h"
+#include "plugin_support/guarded.h"
 
 #include <utility>
 
@@ -43,7 +43,7 @@ int ChannelOf(const CStreamParam& param) {
 }  // namespace
 
 FileLens::FileLens(const char* lensId, short channel, CAdapterDevBase& parent, MediaPtr media,
-                   std::shared_ptr<PictureDesk> desk)
+                   std::shared_ptr<gvxplugin::PictureDesk> desk)
     : CAdapterLensDefaults(lensId, channel, parent),
       m_device(parent.GetMainDevID()),
       m_media(std::move(media)),
@@ -142,7 +142,7 @@ int FileLens::StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* 
     }
     target.withAudio = param->m_nAudioFormat != 0;
     target.userInfo = userInfo;
-    return Guarded("StartStream", [&] {
+    return gvxplugin::Guarded(kTitle, "StartStream", [&] {
         target.serviceID = param->m_strServiceID;
         if (IsRecording(*param)) {
             target.download = param->m_nBusinessType == SERVICE_TYPE_PU_DOWNLOAD;
@@ -262,7 +262,7 @@ int FileLens::StartVoiceStream(void* userInfo, SEND_VOICE_STREAM_FUNC* func, CSt
     if (!PrepareChannel(channelID, func)) {
         return ZVS_ALLOC_MEMORY_ERROR;
     }
-    return Guarded("StartVoiceStream", [&]() -> int {
+    return gvxplugin::Guarded(kTitle, "StartVoiceStream", [&]() -> int {
         std::string error;
         auto talk = std::make_unique<Talk>(m_media, *this, channelID, userInfo);
         if (!talk->Start(channelID == STREAM_AUDIO_TALKBACK, error)) {
@@ -320,29 +320,29 @@ int FileLens::GetPuRecordList(GET_PU_RECORD_INFO& search, std::list<_GET_PU_RECO
 
 // The picture of a file does not change, so that those of one request are taken at once.
 int FileLens::VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ& request) {
-    return Guarded("VcuSnapShotReqInfo", [&]() -> int {
+    return gvxplugin::Guarded(kTitle, "VcuSnapShotReqInfo", [&]() -> int {
         std::string error;
-        const StillPicture::Bytes bytes = m_media->still->Get(error);
+        const gvxplugin::PictureBytes bytes = m_media->still->Get(error);
         if (bytes == nullptr) {
             GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "%s [lens:%s]", error.c_str(), GetSubDevID());
             return GvxFail(ZVS_OPEN_FILE_ERROR, "%s", error.c_str());
         }
-        for (std::uint32_t number = 0; number < request.nSnapNum; ++number) {
-            m_desk->Keep(GetParentDev().GetMainDevID(), GetSubDevID(), request, bytes);
+        int result = ZVS_SUCCEED;
+        for (std::uint32_t number = 0; number < request.nSnapNum && result == ZVS_SUCCEED; ++number) {
+            result = m_desk->Keep(GetParentDev().GetMainDevID(), GetSubDevID(), request, bytes);
         }
-        return ZVS_SUCCEED;
+        return result;
     });
 }
 
 int FileLens::VcuUploadImgCompReq(PU_UPLOAD_IMAGE_COMP_REQ& end) {
-    GVX_LOG_INFO(kTitle, "The platform's word about picture %s: %d. [lens:%s]", end.strContentID.c_str(), end.nResult,
-                 GetSubDevID());
+    m_desk->NoteEnd(GetSubDevID(), end);
     return ZVS_SUCCEED;
 }
 
 int FileLens::SetPresetParam(MSG_PTZ_SET_PRESET_REQ& preset) {
     constexpr std::uint32_t kMost = 256;
-    return Guarded("SetPresetParam", [&]() -> int {
+    return gvxplugin::Guarded(kTitle, "SetPresetParam", [&]() -> int {
         if (preset.uiPresetIndex == 0) {
             for (preset.uiPresetIndex = 1; m_presets.count(preset.uiPresetIndex) != 0; ++preset.uiPresetIndex) {
             }
@@ -356,7 +356,7 @@ int FileLens::SetPresetParam(MSG_PTZ_SET_PRESET_REQ& preset) {
 }
 
 int FileLens::GetPresetParam(std::list<_MSG_PTZ_GET_PRESET_RSP>& presets) {
-    return Guarded("GetPresetParam", [&] {
+    return gvxplugin::Guarded(kTitle, "GetPresetParam", [&] {
         presets.clear();
         for (const auto& [index, name] : m_presets) {
             presets.push_back({index, name});

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "file/media_list.h"
-#include "file/picture_desk.h"
 #include "file/player.h"
 #include "file/talk.h"
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
+#include "plugin_support/picture_desk.h"
 
 #include <list>
 #include <map>
@@ -21,7 +21,7 @@ namespace gvxfile {
 class FileLens : public CAdapterLensDefaults {
 public:
     FileLens(const char* lensId, short channel, CAdapterDevBase& parent, MediaPtr media,
-             std::shared_ptr<PictureDesk> desk);
+             std::shared_ptr<gvxplugin::PictureDesk> desk);
     ~FileLens() override;
 
     int Uninit() override;
@@ -51,7 +51,7 @@ private:
     MediaPtr m_media;
     std::map<int, std::unique_ptr<Player>> m_players;  // by channel
     int m_metadataUser;                                // channel of the player that sends metadata
-    const std::shared_ptr<PictureDesk> m_desk;
+    const std::shared_ptr<gvxplugin::PictureDesk> m_desk;
     std::mutex m_talkMutex;
     std::unique_ptr<Talk> m_talk;                    // Guarded by m_talkMutex.
     std::map<std::uint32_t, std::string> m_presets;  // names by number

@@ -3,8 +3,8 @@
 #include "base/fixed_text.h"
 #include "base/log.h"
 #include "file/file_device.h"
-#include "file/guarded.h"
 #include "gvx_common/adapter/gvx_reason.h"
+#include "plugin_support/guarded.h"
 
 #include <memory>
 #include <utility>
@@ -39,7 +39,7 @@ const char* FileSdk::LastError() {
 }
 
 bool FileSdk::Init(const char* configFile) {
-    const int result = Guarded("Init", [&]() -> int {
+    const int result = gvxplugin::Guarded(kTitle, "Init", [&]() -> int {
         LastErrorText() = "The media cannot be read.";
         if (!Load(configFile == nullptr ? "" : configFile, LastErrorText())) {
             GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "%s", LastError());
@@ -59,7 +59,7 @@ bool FileSdk::Load(const std::string& configFile, std::string& error) {
 }
 
 int FileSdk::TakeIntakeBlock(const GvxIntakeBlock& block) {
-    return Guarded("TakeIntakeBlock", [&] {
+    return gvxplugin::Guarded(kTitle, "TakeIntakeBlock", [&] {
         m_alarms.Take(block);
         return ZVS_SUCCEED;
     });
@@ -67,7 +67,7 @@ int FileSdk::TakeIntakeBlock(const GvxIntakeBlock& block) {
 
 int FileSdk::CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) {
     device = nullptr;
-    return Guarded("CreateDevice", [&]() -> int {
+    return gvxplugin::Guarded(kTitle, "CreateDevice", [&]() -> int {
         std::vector<MediaPtr> lenses;
         std::string error;
         MediaPtr found = info.strExtend.empty() ? m_media.At(info.strIP) : nullptr;  // as a search has found it

@@ -3,8 +3,8 @@
 #include "file/alarm_intake.h"
 #include "file/device_directory.h"
 #include "file/media_list.h"
-#include "file/picture_desk.h"
 #include "gvx_common/adapter/gvx_adapter_sdk.h"
+#include "plugin_support/picture_desk.h"
 
 #include <memory>
 #include <string>
@@ -38,7 +38,8 @@ private:
 
     MediaList m_media;
     const std::shared_ptr<DeviceDirectory> m_devices = std::make_shared<DeviceDirectory>();
-    const std::shared_ptr<PictureDesk> m_desk = std::make_shared<PictureDesk>();
+    const std::shared_ptr<gvxplugin::PictureDesk> m_desk =
+        std::make_shared<gvxplugin::PictureDesk>("file plug-in", "GvxFileUpload");
     AlarmIntake m_alarms{m_devices};
 };
 

@@ -77,7 +77,7 @@ bool Capture(const char* const* arguments, std::string& output, std::string& err
 
 }  // namespace
 
-StillPicture::Bytes StillPicture::Get(std::string& error) {
+gvxplugin::PictureBytes StillPicture::Get(std::string& error) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_bytes != nullptr) {
         return m_bytes;

@@ -1,12 +1,12 @@
-#include "file/picture_desk.h"
+#include "plugin_support/picture_desk.h"
 
 #include "base/clock.h"
 #include "base/fixed_text.h"
 #include "base/log.h"
 #include "base/unique_fd.h"
-#include "file/recording.h"
 #include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/https/https_stream_util.h"
+#include "gvx_common/utility/gvx_utility.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -18,11 +18,11 @@
 #include <pthread.h>
 #include <unistd.h>
 
-namespace gvxfile {
+namespace gvxplugin {
 namespace {
 
-constexpr const char* kTitle = "file plug-in";
-constexpr std::size_t kMostKept = 64;
+constexpr std::size_t kMostPictures = 64;
+constexpr std::size_t kMostBytes = 64u * 1024 * 1024;
 
 bool WriteAll(int fd, const std::string& bytes) {
     for (std::size_t done = 0; done < bytes.size();) {
@@ -73,24 +73,45 @@ void PictureDesk::Tell(ADAPTER_REPORT_TYPE type, const Picture& picture) {
     }
 }
 
-void PictureDesk::Keep(const std::string& device, const std::string& lens, const PU_SNAP_CONF_REQ& request,
-                       const StillPicture::Bytes& bytes) {
+bool PictureDesk::HasRoomLocked(std::size_t bytes) const {
+    for (const std::list<Picture>* list : {&m_kept, &m_leaving}) {
+        for (const Picture& picture : *list) {
+            bytes += picture.bytes->size();
+        }
+    }
+    return m_kept.size() + m_leaving.size() < kMostPictures && bytes <= kMostBytes;
+}
+
+int PictureDesk::Keep(const std::string& device, const std::string& lens, const PU_SNAP_CONF_REQ& request,
+                      const PictureBytes& bytes) {
     if (!request.bIsUpload) {
-        GVX_LOG_INFO(kTitle, "A picture of %zu bytes was taken, and is not asked for. [lens:%s]", bytes->size(),
+        GVX_LOG_INFO(m_title, "A picture of %zu bytes was taken, and is not asked for. [lens:%s]", bytes->size(),
                      lens.c_str());
-        return;
+        return ZVS_SUCCEED;
     }
     Picture picture{device, lens, "", request.sessionId, request.enSnapType, bytes, ""};
+    std::string now;
+    CGvxUtility::GetCurrentUtcTime(now, "YYYYMMDDhhmmss");
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        picture.contentID = lens + "-" + UtcTimeText(gvx::WallSeconds()) + "-" + std::to_string(++m_number) + ".jpg";
-        if (m_kept.size() == kMostKept) {
-            GVX_LOG_WARN(kTitle, "Picture %s is dropped: no address came for it.", m_kept.front().contentID.c_str());
+        while (!HasRoomLocked(bytes->size()) && !m_kept.empty()) {
+            GVX_LOG_WARN(m_title, "Picture %s is dropped: no address came for it.", m_kept.front().contentID.c_str());
             m_kept.pop_front();
         }
+        if (!HasRoomLocked(bytes->size())) {
+            return GvxFail(ZVS_GVX_GET_SNAP_SHOT_ERROR, "A picture of %zu bytes is dropped: %zu others are being sent.",
+                           bytes->size(), m_leaving.size());
+        }
+        picture.contentID = lens + "-" + now + "-" + std::to_string(++m_number) + ".jpg";
         m_kept.push_back(picture);
     }
     Tell(ADAPTER_REPORT_PICTURE_TAKEN, picture);
+    return ZVS_SUCCEED;
+}
+
+void PictureDesk::NoteEnd(const std::string& lens, const PU_UPLOAD_IMAGE_COMP_REQ& end) const {
+    GVX_LOG_INFO(m_title, "The platform's word about picture %s: %d. [lens:%s]", end.strContentID.c_str(), end.nResult,
+                 lens.c_str());
 }
 
 int PictureDesk::Send(const std::string& device, const PU_UPLOAD_IMAGE_RSP& address) {
@@ -115,7 +136,7 @@ int PictureDesk::Send(const std::string& device, const PU_UPLOAD_IMAGE_RSP& addr
             m_leaving.clear();
             return GvxFail(ZVS_FAIL, "There is no thread for uploads: %s.", fault.what());
         }
-        pthread_setname_np(m_thread.native_handle(), "GvxFileUpload");
+        pthread_setname_np(m_thread.native_handle(), m_threadName);
     }
     m_changed.notify_all();
     return ZVS_SUCCEED;
@@ -137,21 +158,21 @@ void PictureDesk::Run() {
 }
 
 // The upload takes a file by its name.
-bool PictureDesk::Upload(const Picture& picture) {
+bool PictureDesk::Upload(const Picture& picture) const {
     std::error_code ignored;
     std::string path = (std::filesystem::temp_directory_path(ignored) / "gvx_picture_XXXXXX").string();
     const gvx::UniqueFd file(mkostemp(path.data(), O_CLOEXEC));
     if (file.Get() == -1 || !WriteAll(file.Get(), *picture.bytes)) {
-        GVX_LOG_ERR_CODE(kTitle, ZVS_WRITE_FILE_ERROR, "%s cannot be written: %s", path.c_str(), std::strerror(errno));
+        GVX_LOG_ERR_CODE(m_title, ZVS_WRITE_FILE_ERROR, "%s cannot be written: %s", path.c_str(), std::strerror(errno));
         unlink(path.c_str());
         return false;
     }
     const int result = CHttpsStreamUtil::GetInstance()->UploadFile(path, picture.url);
     unlink(path.c_str());
     if (result != ZVS_SUCCEED) {
-        GVX_LOG_ERR_CODE(kTitle, result, "Picture %s could not be sent.", picture.contentID.c_str());
+        GVX_LOG_ERR_CODE(m_title, result, "Picture %s could not be sent.", picture.contentID.c_str());
     }
     return result == ZVS_SUCCEED;
 }
 
-}  // namespace gvxfile
+}  // namespace gvxplugin
