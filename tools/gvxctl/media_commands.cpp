@@ -103,10 +103,14 @@ Json::Value SearchBody(const SearchOptions& options) {
     body["Protocol"] = options.protocol;
     body["Ranges"] = Json::Value(Json::arrayValue);
     for (const std::string& text : options.ranges) {
-        const std::size_t dash = text.find('-');
+        const std::string addresses = text.substr(0, text.find(':'));
+        const std::size_t dash = addresses.find('-');
         Json::Value range(Json::objectValue);
-        range["Start"] = text.substr(0, dash);
-        range["End"] = dash == std::string::npos ? text : text.substr(dash + 1);
+        range["Start"] = addresses.substr(0, dash);
+        range["End"] = dash == std::string::npos ? addresses : addresses.substr(dash + 1);
+        if (addresses.size() < text.size()) {
+            range["Port"] = text.substr(addresses.size() + 1);
+        }
         body["Ranges"].append(range);
     }
     body["Added"] = Json::Value(Json::arrayValue);
@@ -215,8 +219,10 @@ int RunSearch(const CommonOptions& common, const SearchOptions& options) {
             devices.append(device);
             if (!common.json) {
                 progress.Hide();
-                Print(gvx::JsonText(device, "IP") + "  " + gvx::JsonText(device, "Maker") + " " +
-                      gvx::JsonText(device, "Model") + "  " + gvx::JsonText(device, "SerialNumber"));
+                const long long port = gvx::JsonInt(device, "Port", 0);
+                Print(gvx::JsonText(device, "IP") + (port == 0 ? "" : ":" + std::to_string(port)) + "  " +
+                      gvx::JsonText(device, "Maker") + " " + gvx::JsonText(device, "Model") + "  " +
+                      gvx::JsonText(device, "SerialNumber"));
             }
         }
     }

@@ -10,7 +10,7 @@ namespace gvxctl {
 
 struct SearchOptions {
     std::string plugin = "file";
-    std::vector<std::string> ranges;  // "FIRST-LAST" or one address; none: the gateway's segment
+    std::vector<std::string> ranges;  // "FIRST-LAST" or one address, perhaps with ":PORT"; none: the gateway's segment
     std::vector<std::string> added;   // addresses that the platform has
     int protocol = 0;
     int seconds = 660;  // ends the search after that time

@@ -97,7 +97,7 @@ void AddMediaCommands(CLI::App& app, CommandLine& line) {
     search.add_option("--plugin", line.search.plugin, "name of the plug-in that searches")->capture_default_str();
     search.add_option(
         "--range", line.search.ranges,
-        "FIRST-LAST or one address, within one /24; may be given several times (default: the gateway's own)");
+        "FIRST-LAST[:PORT] or one address, within one /24; may be given several times (default: the gateway's own)");
     search.add_option("--added", line.search.added, "address of a device that is known; may be given several times")
         ->transform(CLI::Validator(Resolved, "HOST"));
     search.add_option("--protocol", line.search.protocol, "number of the device protocol");
