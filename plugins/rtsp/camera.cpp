@@ -1,5 +1,7 @@
 #include "rtsp/camera.h"
 
+#include "base/clock.h"
+
 #include <utility>
 
 namespace gvxrtsp {
@@ -9,7 +11,8 @@ Camera::Camera(MediaLoop& loop, CameraProfile profile, CameraProfiles& profiles,
       m_profile(std::move(profile)),
       m_profiles(profiles),
       m_onState(std::move(onState)),
-      m_policy(profiles.LoginsPerMinute()) {}
+      m_policy(profiles.LoginsPerMinute()),
+      m_webPolicy(profiles.LoginsPerMinute()) {}
 
 void Camera::Open() {
     ICameraStateSink& sink = *this;
@@ -33,11 +36,20 @@ void Camera::Close() {
 
 void Camera::Restart() {
     m_policy.Reset();
+    m_webPolicy.Reset();
     for (const std::unique_ptr<CameraStream>& stream : m_streams) {
         if (stream != nullptr) {
             stream->Restart();
         }
     }
+}
+
+bool Camera::MayAskWebServer() const {
+    return !m_webPolicy.IsLockedOut(gvx::CurrentClock().MonotonicMicroseconds());
+}
+
+void Camera::OnWebServerRefusal() {
+    m_webPolicy.OnRefusal(gvx::CurrentClock().MonotonicMicroseconds());
 }
 
 void Camera::OnCameraState(StreamKind kind, CameraState state, const std::string& reason) {

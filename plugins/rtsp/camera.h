@@ -25,6 +25,10 @@ public:
     void Close();
     // Logs in anew, as after a change of the camera.
     void Restart();
+    // The password for the camera's web server goes by rules of its own, since its users may be others: three refusals,
+    // then ten minutes of rest.
+    bool MayAskWebServer() const;
+    void OnWebServerRefusal();
     // Null before Open and behind Close.
     CameraStream* Stream(StreamKind kind) { return m_streams[kind].get(); }
 
@@ -39,6 +43,7 @@ private:
     CameraProfiles& m_profiles;
     OnState m_onState;
     LoginPolicy m_policy;
+    LoginPolicy m_webPolicy;
     std::unique_ptr<CameraStream> m_streams[kStreamKinds];
 };
 

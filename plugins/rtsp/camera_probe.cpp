@@ -147,7 +147,9 @@ std::string ProbeMessage() {
 }  // namespace
 
 void ProbeRtsp(const std::list<std::string>& addresses, const std::list<std::uint16_t>& ports,
-               const ProbeReport& report, const ProbeOver& over) {
+               const ProbeReport& report, const ProbeOver& over, const ProbeProgress& progress) {
+    const std::size_t total = addresses.size() * ports.size();
+    std::size_t begun = 0;
     std::list<Probe> probes;
     std::vector<pollfd> handles;
     auto address = addresses.begin();
@@ -160,6 +162,7 @@ void ProbeRtsp(const std::list<std::string>& addresses, const std::list<std::uin
             } else if (!probe.socket.Valid()) {
                 break;  // no descriptors: as many as there are go on
             }
+            ++begun;
             if (++port == ports.end()) {
                 port = ports.begin();
                 ++address;
@@ -169,6 +172,7 @@ void ProbeRtsp(const std::list<std::string>& addresses, const std::list<std::uin
             GVX_LOG_ERR(kTitle, "The search ends early: %s", std::strerror(errno));
             return;
         }
+        progress(static_cast<unsigned int>(99 * (begun - probes.size()) / std::max<std::size_t>(total, 1)));
         handles.clear();
         for (const Probe& probe : probes) {
             handles.push_back({probe.socket.Get(), static_cast<short>(probe.asked ? POLLIN : POLLOUT), 0});

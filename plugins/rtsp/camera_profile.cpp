@@ -1,6 +1,8 @@
 #include "rtsp/camera_profile.h"
 
 #include "base/json_io.h"
+#include "base/log.h"
+#include "base/whole_file.h"
 #include "gvx_common/codec/input_file.h"
 
 #include <algorithm>
@@ -12,9 +14,10 @@
 namespace gvxrtsp {
 namespace {
 
+constexpr const char* kTitle = "rtsp plug-in";
 constexpr std::size_t kMaxFile = 256 * 1024;
 constexpr std::size_t kMaxPath = 200;
-constexpr std::size_t kMostFound = 4096;
+constexpr std::size_t kMostFound = 16384;
 constexpr const char* kPathTable = "rtsp_paths.json";
 constexpr const char* kProfileFolder = "rtsp_profiles";
 
@@ -22,10 +25,10 @@ bool FileExists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0 || errno != ENOENT;
 }
 
-bool ReadJsonFile(const std::string& file, Json::Value& root, std::string& error) {
+bool ReadJsonFile(const std::string& file, std::size_t most, Json::Value& root, std::string& error) {
     std::string text;
     std::string reason;
-    if (!gvx::ReadWholeFile(file, kMaxFile, text, error)) {
+    if (!gvx::ReadWholeFile(file, most, text, error)) {
         return false;
     }
     if (!gvx::ParseJson(text.data(), text.size(), root, &reason)) {
@@ -54,10 +57,14 @@ bool KnowsMembers(const Json::Value& object, const std::set<std::string>& known,
     return true;
 }
 
+bool IsPath(const std::string& text) {
+    const bool printable = std::all_of(text.begin(), text.end(), [](unsigned char c) { return c > ' ' && c < 127; });
+    return text.size() <= kMaxPath && printable && (text.empty() || text[0] == '/');
+}
+
 bool ReadPath(const Json::Value& object, const char* name, std::string& path, std::string& error) {
     const std::string value = gvx::JsonText(object, name, path);
-    const bool printable = std::all_of(value.begin(), value.end(), [](unsigned char c) { return c > ' ' && c < 127; });
-    if (value.size() > kMaxPath || !printable || (!value.empty() && value[0] != '/')) {
+    if (!IsPath(value)) {
         error =
             "\"" + std::string(name) + "\" is no path: it begins with '/', has no blanks and at most 200 characters.";
         return false;
@@ -130,7 +137,7 @@ bool CameraProfiles::Load(const std::string& configFile, std::string& error) {
     const std::string folder = configFile.substr(0, configFile.find_last_of('/') + 1);
     m_profileFolder = folder + kProfileFolder + "/";
     Json::Value root(Json::objectValue);
-    if (FileExists(configFile) && !ReadJsonFile(configFile, root, error)) {
+    if (FileExists(configFile) && !ReadJsonFile(configFile, kMaxFile, root, error)) {
         return false;
     }
     if (!KnowsMembers(root, {"loginsPerMinute", "lingerSeconds", "noFramesSeconds", "loops"}, error) ||
@@ -148,7 +155,7 @@ bool CameraProfiles::Load(const std::string& configFile, std::string& error) {
 
 bool CameraProfiles::LoadPaths(const std::string& file, std::string& error) {
     Json::Value rows(Json::arrayValue);
-    if (FileExists(file) && !ReadJsonFile(file, rows, error)) {
+    if (FileExists(file) && !ReadJsonFile(file, kMaxFile, rows, error)) {
         return false;
     }
     for (const Json::Value& row : rows) {
@@ -184,7 +191,7 @@ bool CameraProfiles::Apply(const std::string& extend, CameraProfile& profile, st
             return false;
         }
         const std::string file = m_profileFolder + name + ".json";
-        if (!ReadJsonFile(file, stored, error) || !ReadProfile(stored, ProfileMembers(), profile, error)) {
+        if (!ReadJsonFile(file, kMaxFile, stored, error) || !ReadProfile(stored, ProfileMembers(), profile, error)) {
             error = file + ": " + error;
             return false;
         }
@@ -211,11 +218,81 @@ std::vector<CameraPaths> CameraProfiles::Candidates(const CameraProfile& profile
 }
 
 void CameraProfiles::Remember(const CameraProfile& profile, const CameraPaths& paths) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_found.size() >= kMostFound) {
-        m_found.clear();  // those that are still there are found once more
+    if (!profile.paths.main.empty()) {
+        return;
     }
-    m_found[profile.Url("")] = paths;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    CameraPaths& known = m_found[profile.Url("")];
+    if (known.main == paths.main && known.sub == paths.sub && known.snapshot == paths.snapshot) {
+        return;
+    }
+    known = paths;
+    m_foundChanged = true;
+    if (m_found.size() > kMostFound) {
+        m_found.erase(m_found.begin());  // found once more when it is still there
+    }
+}
+
+std::string CameraProfiles::SnapshotPath(const CameraProfile& profile) const {
+    if (!profile.paths.snapshot.empty()) {
+        return profile.paths.snapshot;
+    }
+    if (!profile.paths.main.empty()) {
+        const auto row = std::find_if(m_usual.begin(), m_usual.end(),
+                                      [&](const CameraPaths& paths) { return paths.main == profile.paths.main; });
+        return row == m_usual.end() ? "" : row->snapshot;
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_found.find(profile.Url(""));
+    return found == m_found.end() ? "" : found->second.snapshot;
+}
+
+void CameraProfiles::KeepFoundIn(const std::string& file) {
+    m_foundFile = file;
+    Json::Value root(Json::objectValue);
+    std::string error;
+    if (!FileExists(file)) {
+        return;
+    }
+    if (!ReadJsonFile(file, gvx::kMaxJsonBytes, root, error) || !root.isObject()) {
+        GVX_LOG_WARN(kTitle, "The paths that cameras answered on before are looked for anew. %s", error.c_str());
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (const std::string& camera : root.getMemberNames()) {
+        const Json::Value& row = root[camera];
+        const auto path = [&](Json::ArrayIndex index) {
+            return row.isArray() && row.size() == 3 && row[index].isString() ? row[index].asString() : std::string("?");
+        };
+        CameraPaths paths{path(0), path(1), path(2)};
+        if (m_found.size() < kMostFound && !paths.main.empty() && IsPath(paths.main) && IsPath(paths.sub) &&
+            IsPath(paths.snapshot)) {
+            m_found[camera] = std::move(paths);
+        }
+    }
+}
+
+void CameraProfiles::SaveFound() {
+    Json::Value root(Json::objectValue);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_foundFile.empty() || !m_foundChanged) {
+            return;
+        }
+        for (const auto& [camera, paths] : m_found) {
+            Json::Value& row = root[camera];
+            row.append(paths.main);
+            row.append(paths.sub);
+            row.append(paths.snapshot);
+        }
+        m_foundChanged = false;
+    }
+    if (!gvx::ReplaceWholeFile(m_foundFile, gvx::WriteJson(root))) {
+        GVX_LOG_WARN_CODE(kTitle, ZVS_WRITE_FILE_ERROR,
+                          "The paths that cameras answered on cannot be kept in %s: they are looked for anew behind a "
+                          "restart.",
+                          m_foundFile.c_str());
+    }
 }
 
 }  // namespace gvxrtsp

@@ -50,7 +50,17 @@ public:
 
     // The paths to try for a camera: its own, else the one that answered before, else the table. Never empty.
     std::vector<CameraPaths> Candidates(const CameraProfile& profile) const;
+    // Takes the paths that answered; those that a camera was added with need not be.
     void Remember(const CameraProfile& profile, const CameraPaths& paths);
+    // The path of a camera's picture: its own, else that beside the paths that answered or that it was added with.
+    // Empty when none is known.
+    std::string SnapshotPath(const CameraProfile& profile) const;
+
+    // Reads the paths that answered before from a file, and lets SaveFound write them there. A file that cannot be
+    // read is told in the log and counts as empty. Before any other thread.
+    void KeepFoundIn(const std::string& file);
+    // Brings the file up to date when it is not, whole and to the disk. Any thread, but not one that must not wait.
+    void SaveFound();
 
     int LoginsPerMinute() const { return m_loginsPerMinute; }
     int LingerSeconds() const { return m_lingerSeconds; }
@@ -67,8 +77,11 @@ private:
     int m_noFramesSeconds = 10;
     int m_loops = 0;  // 0: by processors
 
+    std::string m_foundFile;  // empty: found paths are not kept
+
     mutable std::mutex m_mutex;                  // guards what follows
     std::map<std::string, CameraPaths> m_found;  // by address and port
+    bool m_foundChanged = false;                 // since the file was written
 };
 
 }  // namespace gvxrtsp

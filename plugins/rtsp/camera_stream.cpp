@@ -1,6 +1,7 @@
 #include "rtsp/camera_stream.h"
 
 #include "base/clock.h"
+#include "base/log.h"
 #include "base/random.h"
 #include "gvx_common/adapter/gvx_device_state.h"
 
@@ -10,6 +11,7 @@
 namespace gvxrtsp {
 namespace {
 
+constexpr const char* kTitle = "rtsp plug-in";
 constexpr std::int64_t kSecondUs = 1000000;
 constexpr std::int64_t kLookUs = 60 * kSecondUs;
 constexpr std::int64_t kKeyFrameUs = 2 * kSecondUs;
@@ -170,6 +172,9 @@ void CameraStream::Begin(CameraSession::Goal goal, std::int64_t nowUs) {
 
 void CameraStream::OnDescribed(const StreamDescription& description, const CameraPaths& paths) {
     m_profiles.Remember(m_profile, paths);
+    if (!description.leftOut.empty() && description.leftOut != m_status.description.leftOut) {
+        GVX_LOG_WARN(kTitle, "%s [%s]", description.leftOut.c_str(), m_profile.Url("").c_str());
+    }
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_status.described = true;

@@ -15,16 +15,9 @@ namespace {
 constexpr std::int64_t kSecondUs = 1000000;
 constexpr std::int64_t kLongestStepSeconds = 10;
 constexpr std::uint32_t kUsualFrameRate = 25;
-
-gvx::Codec CodecOf(const TrackDescription& track) {
-    return track.codec == RTP_CODEC_H265 ? gvx::Codec::H265 : gvx::Codec::H264;
-}
-
-AUDIO_FORMAT_TYPE AudioFormatOf(const TrackDescription& track) {
-    return track.codec == RTP_CODEC_AAC ? GVX_AUDIO_FORMAT_AAC
-           : track.aLaw                 ? GVX_AUDIO_FORMAT_G711A
-                                        : GVX_AUDIO_FORMAT_G711U;
-}
+constexpr std::size_t kMostVideo = INT32_MAX / 2;
+// With its head it stays whole: the parts of a longer one could not be put together again.
+constexpr std::size_t kMostAac = GVX_RTP_MAX_PAYLOAD - AacFrameHead::kBytes;
 
 }  // namespace
 
@@ -75,10 +68,10 @@ void FrameSender::Begin(const StreamDescription& description) {
         time.ssrc = 0;
     }
     const TrackDescription* video = description.Video();
-    m_sets = std::make_unique<gvx::ParameterSets>(CodecOf(*video));
+    m_sets = std::make_unique<gvx::ParameterSets>(video->VideoCodec());
     for (const std::string& set : video->parameterSets) {
         const auto* data = reinterpret_cast<const std::uint8_t*>(set.data());
-        m_sets->Keep(gvx::ClassifyNal(CodecOf(*video), data, set.size()), {data, set.size()});
+        m_sets->Keep(gvx::ClassifyNal(video->VideoCodec(), data, set.size()), {data, set.size()});
     }
 }
 
@@ -87,7 +80,7 @@ void FrameSender::LookAtSets(const TrackDescription& track, const std::uint8_t* 
                              bool& complete) {
     gvx::FrameUnits units(data, size, true);
     while (units.Next()) {
-        const gvx::NalKind kind = gvx::ClassifyNal(CodecOf(track), units.Data(), units.Size());
+        const gvx::NalKind kind = gvx::ClassifyNal(track.VideoCodec(), units.Data(), units.Size());
         if (kind.slice) {
             return;
         }
@@ -97,8 +90,9 @@ void FrameSender::LookAtSets(const TrackDescription& track, const std::uint8_t* 
         }
         if (kind.sequenceSet) {
             gvx::SequenceInfo info;
-            m_sequence =
-                gvx::ParseSequenceParameterSet(CodecOf(track), units.Data(), units.Size(), info) ? info : m_sequence;
+            m_sequence = gvx::ParseSequenceParameterSet(track.VideoCodec(), units.Data(), units.Size(), info)
+                             ? info
+                             : m_sequence;
         }
     }
 }
@@ -121,7 +115,8 @@ std::uint32_t FrameSender::Ticks(TrackTime& time, std::uint32_t clockRate, const
 
 void FrameSender::Send(const TrackDescription& track, const gvx::RtpAccessUnit& unit) {
     const std::uint32_t ticks = Ticks(m_times[track.video ? 1 : 0], track.clockRate, unit);
-    if (unit.size == 0 || unit.size > INT32_MAX / 2 || (!track.video && unit.size > UINT16_MAX)) {
+    const bool aac = !track.video && track.codec == RTP_CODEC_AAC;
+    if (unit.size == 0 || unit.size > (track.video ? kMostVideo : aac ? kMostAac : UINT16_MAX)) {
         return;
     }
     const std::uint8_t* bytes = unit.data;
@@ -137,6 +132,13 @@ void FrameSender::Send(const TrackDescription& track, const gvx::RtpAccessUnit& 
             size = m_frame.size();
         }
     }
+    if (aac) {
+        const auto head = track.aacHead.For(size);
+        m_frame.assign(head.begin(), head.end());
+        m_frame.insert(m_frame.end(), bytes, bytes + size);
+        bytes = m_frame.data();
+        size = m_frame.size();
+    }
     const std::int64_t wallUs = unit.captureWallUs != 0 ? unit.captureWallUs : gvx::CurrentClock().WallMicroseconds();
     for (Outlet& outlet : m_outlets) {
         if (outlet.users.empty()) {
@@ -150,8 +152,8 @@ void FrameSender::Send(const TrackDescription& track, const gvx::RtpAccessUnit& 
         data.nWidth = static_cast<std::uint16_t>(m_sequence.width);
         data.nHeight = static_cast<std::uint16_t>(m_sequence.height);
         data.FrameType = unit.keyFrame ? FRAME_I : FRAME_BP;
-        data.eVideoFormatType = track.codec == RTP_CODEC_H265 ? VIDEO_DEC_H265 : VIDEO_DEC_H264;
-        data.eAudioFormatType = AudioFormatOf(track);
+        data.eVideoFormatType = track.VideoFormat();
+        data.eAudioFormatType = track.AudioFormat();
         data.nUtcSecond = static_cast<std::time_t>(wallUs / kSecondUs);
         data.nUtcMillsec = static_cast<std::uint16_t>(wallUs % kSecondUs / 1000);
         data.nTimeTick = ticks;

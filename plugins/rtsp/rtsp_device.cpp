@@ -5,6 +5,7 @@
 #include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/utility/gvx_utility.h"
 #include "plugin_support/guarded.h"
+#include "rtsp/camera_picture.h"
 #include "rtsp/rtsp_lens.h"
 
 #include <utility>
@@ -21,9 +22,11 @@ constexpr std::chrono::milliseconds kFirstLookLimit(2000);
 }  // namespace
 
 RtspDevice::RtspDevice(MediaLoop& loop, const CameraProfile& profile, CameraProfiles& profiles,
-                       const gvxplugin::AlarmTable& alarms, const AlarmCallback& callback)
+                       const gvxplugin::AlarmTable& alarms, const AlarmCallback& callback, gvxplugin::PictureDesk& desk)
     : m_alarms(alarms),
       m_callback(callback),
+      m_profiles(profiles),
+      m_desk(desk),
       m_camera(std::make_shared<Camera>(
           loop, profile, profiles, [this](CameraState state, const std::string& reason) { OnState(state, reason); })) {}
 
@@ -72,12 +75,9 @@ GVX_CHANNEL_ABILITY_INFO RtspDevice::DescribeChannel() const {
     if (status.described) {
         const TrackDescription& video = *status.description.Video();
         const TrackDescription* audio = status.description.Audio();
-        info.nVideoFormat = video.codec == RTP_CODEC_H265 ? VIDEO_DEC_H265 : VIDEO_DEC_H264;
-        info.nAudioFormat = audio == nullptr                ? 0
-                            : audio->codec == RTP_CODEC_AAC ? GVX_AUDIO_FORMAT_AAC
-                            : audio->aLaw                   ? GVX_AUDIO_FORMAT_G711A
-                                                            : GVX_AUDIO_FORMAT_G711U;
-        const gvx::Codec codec = video.codec == RTP_CODEC_H265 ? gvx::Codec::H265 : gvx::Codec::H264;
+        info.nVideoFormat = video.VideoFormat();
+        info.nAudioFormat = audio == nullptr ? 0 : audio->AudioFormat();
+        const gvx::Codec codec = video.VideoCodec();
         for (const std::string& set : video.parameterSets) {
             const auto* data = reinterpret_cast<const std::uint8_t*>(set.data());
             gvx::SequenceInfo sequence;
@@ -128,6 +128,29 @@ int RtspDevice::CreateLens(const char* lensId, const short& channel, CAdapterDev
 
 const std::string RtspDevice::GetLensIDThroughChannoId(unsigned int channel) {
     return channel == 0 ? m_lensId : std::string();
+}
+
+int RtspDevice::VcuGetUploadImgRsp(PU_UPLOAD_IMAGE_RSP& address) {
+    return gvxplugin::Guarded(kTitle, "VcuGetUploadImgRsp", [&] { return m_desk.Send(GetMainDevID(), address); });
+}
+
+int RtspDevice::FetchPicture(std::string& bytes, std::string& error) const {
+    const std::string path = m_profiles.SnapshotPath(m_camera->Profile());
+    if (path.empty()) {
+        error = "No path of a picture is known for the camera; \"snapshot\" of its extend text names one.";
+        return ZVS_GVX_DEV_UN_SUPPORT;
+    }
+    bool may = false;
+    m_camera->Loop().Call([&] { may = m_camera->MayAskWebServer(); });
+    if (!may) {
+        error = "The camera's web server has refused the password three times, and is left alone for ten minutes.";
+        return ZVS_GVX_UNAUTHORIZED;
+    }
+    const int result = FetchCameraPicture(m_camera->Profile(), path, bytes, error);
+    if (result == ZVS_GVX_UNAUTHORIZED) {
+        m_camera->Loop().Call([this] { m_camera->OnWebServerRefusal(); });
+    }
+    return result;
 }
 
 void RtspDevice::OnState(CameraState state, const std::string& reason) {

@@ -2,6 +2,7 @@
 
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 #include "plugin_support/alarm_table.h"
+#include "plugin_support/picture_desk.h"
 #include "rtsp/camera.h"
 
 #include <atomic>
@@ -19,7 +20,7 @@ public:
 
     // All must outlive it.
     RtspDevice(MediaLoop& loop, const CameraProfile& profile, CameraProfiles& profiles,
-               const gvxplugin::AlarmTable& alarms, const AlarmCallback& callback);
+               const gvxplugin::AlarmTable& alarms, const AlarmCallback& callback, gvxplugin::PictureDesk& desk);
     ~RtspDevice() override;
 
     int Init() override;
@@ -30,6 +31,12 @@ public:
     int CreateLens(const char* lensId, const short& channel, CAdapterDevBase*& parent,
                    CAdapterLensBase*& lens) override;
     const std::string GetLensIDThroughChannoId(unsigned int channel) override;
+    int VcuGetUploadImgRsp(PU_UPLOAD_IMAGE_RSP& address) override;
+
+    gvxplugin::PictureDesk& Desk() const { return m_desk; }
+    // A picture of the camera's web server. 0, or an error code with one sentence in error. Any thread; blocks for half
+    // a minute at most.
+    int FetchPicture(std::string& bytes, std::string& error) const;
 
     // Shared with the lenses, and with work that is on its way to the loop.
     const std::shared_ptr<Camera>& GetCamera() const { return m_camera; }
@@ -44,6 +51,8 @@ private:
 
     const gvxplugin::AlarmTable& m_alarms;
     const AlarmCallback& m_callback;
+    const CameraProfiles& m_profiles;
+    gvxplugin::PictureDesk& m_desk;
     std::shared_ptr<Camera> m_camera;
     CameraStream* m_streams[kStreamKinds] = {};  // of m_camera, for their status
     std::string m_lensId;

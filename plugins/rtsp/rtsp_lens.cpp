@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "gvx_common/adapter/gvx_reason.h"
+#include "gvx_common/records/picture_records.h"
 #include "gvx_common/records/rtp_payload.h"
 #include "gvx_common/records/stream_param.h"
 #include "plugin_support/guarded.h"
@@ -45,6 +46,12 @@ RtspLens::RtspLens(const char* lensId, short channel, RtspDevice& device)
 }
 
 RtspLens::~RtspLens() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_ends = true;
+    }
+    m_changed.notify_all();
+    StopSnapQueueThread();
     PartAll();
 }
 
@@ -80,17 +87,12 @@ int RtspLens::NegotiateStreamParam(CStreamParam* param) {
             const std::string reason = status.reason.empty() ? "The camera has not answered yet." : status.reason;
             return GvxFail(ResultOf(status.state), "%s. %s", CameraStateName(status.state), reason.c_str());
         }
-        const bool h265 = video->codec == RTP_CODEC_H265;
-        param->m_nVideoFormat = h265 ? VIDEO_DEC_H265 : VIDEO_DEC_H264;
-        param->m_nVideoPayLoadType = h265 ? gvx::kPayloadH265 : gvx::kPayloadH264;
+        param->m_nVideoFormat = video->VideoFormat();
+        param->m_nVideoPayLoadType = video->codec == RTP_CODEC_H265 ? gvx::kPayloadH265 : gvx::kPayloadH264;
         const TrackDescription* audio = status.description.Audio();
-        param->m_nAudioFormat = 0;
-        if (audio != nullptr) {
-            param->m_nAudioFormat = audio->codec == RTP_CODEC_AAC ? GVX_AUDIO_FORMAT_AAC
-                                    : audio->aLaw                 ? GVX_AUDIO_FORMAT_G711A
-                                                                  : GVX_AUDIO_FORMAT_G711U;
-            param->m_nAudioPayLoadType = audio->aLaw ? gvx::kPayloadG711A : gvx::kPayloadG711U;
-        }
+        param->m_nAudioFormat = audio == nullptr ? 0 : audio->AudioFormat();
+        param->m_nAudioPayLoadType =
+            param->m_nAudioFormat == GVX_AUDIO_FORMAT_G711A ? gvx::kPayloadG711A : gvx::kPayloadG711U;
         param->m_nVedioAnalysePort = 0;
         return ZVS_SUCCEED;
     });
@@ -154,6 +156,51 @@ int RtspLens::RequestKeyframe(CStreamParam* param) {
         });
         return ZVS_SUCCEED;
     });
+}
+
+int RtspLens::EncodeRspSDP(const CStreamParam* param, std::string& sdp) {
+    GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
+    CStreamParam described(*param);
+    if (described.m_nAudioFormat == GVX_AUDIO_FORMAT_AAC) {
+        described.m_nAudioFormat = GVX_AUDIO_FORMAT_G711A;
+        described.m_nSrcRtpAudioPort = 0;
+    }
+    return CAdapterLensDefaults::EncodeRspSDP(&described, sdp);
+}
+
+int RtspLens::VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ& request) {
+    return gvxplugin::Guarded(kTitle, "VcuSnapShotReqInfo", [&]() -> int {
+        int result = TakePicture(request);
+        for (std::uint32_t number = 1; number < request.nSnapNum && result == ZVS_SUCCEED; ++number) {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            if (m_changed.wait_for(lock, std::chrono::milliseconds(request.nSnapInterval), [this] { return m_ends; })) {
+                return GvxFail(ZVS_FAIL, "The lens goes.");
+            }
+            lock.unlock();
+            result = TakePicture(request);
+        }
+        return result;
+    });
+}
+
+int RtspLens::TakePicture(const PU_SNAP_CONF_REQ& request) {
+    auto bytes = std::make_shared<std::string>();
+    std::string error;
+    int result = m_device.FetchPicture(*bytes, error);
+    if (result == ZVS_SUCCEED) {
+        result = m_device.Desk().Keep(m_device.GetMainDevID(), GetSubDevID(), request, bytes);
+        error = "It cannot be kept.";
+    }
+    if (result != ZVS_SUCCEED) {
+        GVX_LOG_WARN_CODE(kTitle, result, "There is no picture. %s [lens:%s]", error.c_str(), GetSubDevID());
+        return GvxFail(result, "%s", error.c_str());
+    }
+    return ZVS_SUCCEED;
+}
+
+int RtspLens::VcuUploadImgCompReq(PU_UPLOAD_IMAGE_COMP_REQ& end) {
+    m_device.Desk().NoteEnd(GetSubDevID(), end);
+    return ZVS_SUCCEED;
 }
 
 }  // namespace gvxrtsp

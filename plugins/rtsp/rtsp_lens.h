@@ -4,7 +4,9 @@
 #include "rtsp/frame_sender.h"
 
 #include <array>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace gvxrtsp {
@@ -12,8 +14,9 @@ namespace gvxrtsp {
 class Camera;
 class RtspDevice;
 
-// The lens of a camera: its main and its sub stream. Operations run on the thread of the device's reactor, one at a
-// time; frames are sent on the loop's thread.
+// The lens of a camera: its main and its sub stream, and pictures of its web server. Operations run on the thread of
+// the device's reactor, one at a time, but for VcuSnapShotReqInfo, which has a thread of its own; frames are sent on
+// the loop's thread.
 class RtspLens : public CAdapterLensDefaults {
 public:
     RtspLens(const char* lensId, short channel, RtspDevice& device);
@@ -24,13 +27,22 @@ public:
     int StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* param, bool needExternData) override;
     int StopStream(CStreamParam* param, bool force) override;
     int RequestKeyframe(CStreamParam* param) override;
+    // AAC is left out of the description, which has no words for it; the answer names it.
+    int EncodeRspSDP(const CStreamParam* param, std::string& sdp) override;
+    int VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ& request) override;
+    int VcuUploadImgCompReq(PU_UPLOAD_IMAGE_COMP_REQ& end) override;
 
 private:
     void PartAll();
+    int TakePicture(const PU_SNAP_CONF_REQ& request);
 
     const RtspDevice& m_device;
     const std::shared_ptr<Camera> m_camera;
     std::array<std::unique_ptr<FrameSender>, kStreamKinds> m_senders;  // used on the loop's thread
+
+    std::mutex m_mutex;  // guards what follows
+    std::condition_variable m_changed;
+    bool m_ends = false;  // no more pictures are to be taken
 };
 
 }  // namespace gvxrtsp

@@ -3,6 +3,7 @@
 #include "base/bounded_string.h"
 #include "base/fixed_text.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/security/gvx_security_mgr.h"
@@ -10,6 +11,7 @@
 #include "plugin_support/guarded.h"
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 #include <utility>
 
@@ -18,6 +20,9 @@ namespace {
 
 constexpr const char* kTitle = "rtsp plug-in";
 constexpr const char* kAlarmTable = "rtsp_alarms.xml";
+constexpr const char* kDefaultDataDir = "/var/lib/gvx";  // as for GVX_DATA_DIR
+constexpr const char* kFoundPaths = "/rtsp_found_paths.json";
+constexpr std::chrono::milliseconds kSavePeriod(10000);
 constexpr unsigned int kMaxLoops = 4;
 constexpr std::uint16_t kRtspPort = 554;
 constexpr std::size_t kMaxPassword = 64;
@@ -48,9 +53,18 @@ bool Encipher(const std::string& password, std::string& enciphered) {
 }  // namespace
 
 RtspSdk::~RtspSdk() {
+    m_saver.Stop();
     for (const std::unique_ptr<MediaLoop>& loop : m_loops) {
         loop->Stop();
     }
+    SaveFoundPaths();
+}
+
+void RtspSdk::SaveFoundPaths() {
+    gvxplugin::Guarded(kTitle, "SaveFoundPaths", [this] {
+        m_profiles.SaveFound();
+        return ZVS_SUCCEED;
+    });
 }
 
 const char* RtspSdk::LastError() {
@@ -84,6 +98,9 @@ bool RtspSdk::Load(const std::string& configFile, std::string& error) {
         }
         m_loops.push_back(std::move(loop));
     }
+    const std::string data = CGvxConfigMgr::Instance()->GetConfValue("GVX_DATA_DIR", "");
+    m_profiles.KeepFoundIn((data.empty() ? gvx::RootedPath(kDefaultDataDir) : data) + kFoundPaths);
+    m_saver.Start("GvxRtspPaths", kSavePeriod, [this] { SaveFoundPaths(); });
     return true;
 }
 
@@ -113,7 +130,7 @@ int RtspSdk::CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) 
         if (!m_profiles.Apply(info.strExtend, profile, error)) {
             return GvxFail(ZVS_PARA_INVALID, "%s", error.c_str());
         }
-        device = new RtspDevice(QuietestLoop(), profile, m_profiles, m_alarms, m_callback);
+        device = new RtspDevice(QuietestLoop(), profile, m_profiles, m_alarms, m_callback, m_desk);
         return ZVS_SUCCEED;
     });
 }
@@ -123,6 +140,7 @@ void RtspSdk::SendRemoteProbeMessage(std::list<std::string>& addresses) {
         Probe(addresses);
         return ZVS_SUCCEED;
     });
+    UpdateDiscoveryPrecent(100);
 }
 
 void RtspSdk::SendLocalProbeMessage(std::list<std::string>& addresses) {
@@ -133,6 +151,7 @@ void RtspSdk::SendLocalProbeMessage(std::list<std::string>& addresses) {
         Probe(addresses);
         return ZVS_SUCCEED;
     });
+    UpdateDiscoveryPrecent(100);
 }
 
 // Every port that a range names is tried at every address: the addresses come without their ranges.
@@ -149,7 +168,12 @@ void RtspSdk::Probe(const std::list<std::string>& addresses) {
         ports.push_back(kRtspPort);
     }
     ProbeRtsp(
-        addresses, ports, [this](const ProbedCamera& camera) { Report(camera); }, [this] { return IsSearchOver(); });
+        addresses, ports, [this](const ProbedCamera& camera) { Report(camera); }, [this] { return IsSearchOver(); },
+        [this, last = 0u](unsigned int percent) mutable {
+            if (percent != std::exchange(last, percent)) {
+                UpdateDiscoveryPrecent(percent);
+            }
+        });
 }
 
 void RtspSdk::Report(const ProbedCamera& camera) {

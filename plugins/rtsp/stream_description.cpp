@@ -101,8 +101,9 @@ unsigned int BitsOf(const std::map<std::string, std::string>& format, const char
                                  : static_cast<unsigned int>(std::strtoul(found->second.c_str(), nullptr, 10));
 }
 
-// False when the media is none that can be taken.
-bool ReadTrack(CCommonSdp& sdp, const std::string& name, const std::string& text, TrackDescription& track) {
+// False when the media is none that can be taken; encoding says what it is.
+bool ReadTrack(CCommonSdp& sdp, const std::string& name, const std::string& text, TrackDescription& track,
+               Encoding& encoding) {
     char line[256] = {};
     sdp.GetMediaElement(name.c_str(), 'm', sizeof(line), line);
     std::istringstream words(line);
@@ -113,7 +114,7 @@ bool ReadTrack(CCommonSdp& sdp, const std::string& name, const std::string& text
         track.payloadType < 0 || track.payloadType > 127) {
         return false;
     }
-    const Encoding encoding = ReadEncoding(Attribute(sdp, name, "rtpmap"), track.payloadType);
+    encoding = ReadEncoding(Attribute(sdp, name, "rtpmap"), track.payloadType);
     const std::map<std::string, std::string> format = ReadFormat(Attribute(sdp, name, "fmtp"));
     const auto value = [&](const char* key) { return format.count(key) != 0 ? format.at(key) : std::string(); };
     track.video = name == "video";
@@ -135,6 +136,9 @@ bool ReadTrack(CCommonSdp& sdp, const std::string& name, const std::string& text
         track.aac.sizeLength = BitsOf(format, "sizelength", track.aac.sizeLength);
         track.aac.indexLength = BitsOf(format, "indexlength", track.aac.indexLength);
         track.aac.indexDeltaLength = BitsOf(format, "indexdeltalength", track.aac.indexDeltaLength);
+        if (!track.aacHead.Read(value("config"))) {
+            return false;
+        }
     } else {
         return false;
     }
@@ -163,6 +167,10 @@ std::string WithoutFlagAttributes(const std::string& sdp) {
 
 }  // namespace
 
+AUDIO_FORMAT_TYPE TrackDescription::AudioFormat() const {
+    return codec == RTP_CODEC_AAC ? GVX_AUDIO_FORMAT_AAC : aLaw ? GVX_AUDIO_FORMAT_G711A : GVX_AUDIO_FORMAT_G711U;
+}
+
 bool ReadDescription(const std::string& text, const std::string& base, StreamDescription& description,
                      std::string& error) {
     const std::string sdp = WithoutFlagAttributes(text);
@@ -177,12 +185,16 @@ bool ReadDescription(const std::string& text, const std::string& base, StreamDes
     if (parser.GetSessionElementA("control", control, sizeof(control)) == 0 && StartsWith(control, "rtsp://")) {
         root = control;
     }
-    description.tracks.clear();
+    description = StreamDescription();
     for (const char* name : {"video", "audio"}) {
         TrackDescription track;
-        if (ReadTrack(parser, name, sdp, track)) {
+        Encoding encoding;
+        if (ReadTrack(parser, name, sdp, track, encoding)) {
             track.url = JoinUrl(root, Attribute(parser, name, "control"));
             description.tracks.push_back(std::move(track));
+        } else if (!track.video && !encoding.name.empty()) {
+            description.leftOut = "The camera's sound, " + encoding.name +
+                                  ", is not sent on: platforms are told of G.711 and of AAC in a form that ADTS has.";
         }
     }
     if (description.Video() == nullptr) {

@@ -92,8 +92,9 @@ CCommonHttpStream::~CCommonHttpStream() {
 
 // What was asked before is done with; a peer that sends a byte now and then meets no other limit.
 void CCommonHttpStream::StartDeadline() {
-    m_oSocketStream.SetDeadline(gvx::MonotonicMilliseconds() +
-                                gvx::SettingNumber(gvx::Setting::HTTP_EXCHANGE_TIMEOUT) * 1000);
+    const long long seconds =
+        m_exchangeSeconds > 0 ? m_exchangeSeconds : gvx::SettingNumber(gvx::Setting::HTTP_EXCHANGE_TIMEOUT);
+    m_oSocketStream.SetDeadline(gvx::MonotonicMilliseconds() + seconds * 1000);
 }
 
 int CCommonHttpStream::Init(const char* szHost, std::uint16_t uPort, const char* Username, const char* PassWord) {

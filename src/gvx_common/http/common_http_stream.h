@@ -48,7 +48,8 @@ constexpr int CMN_MAX_TIME_OUT_TIMES = 5;
 // Requests say "Connection: close", so that a second one, such as the answer to a challenge, begins with Init.
 //
 // Every call ends: a wait for bytes takes 8 s at most, and everything from Init to the request, and from the request to
-// the end of its answer, HTTP_EXCHANGE_TIMEOUT seconds (600 by default). One thread at a time uses an object. Pointers
+// the end of its answer, HTTP_EXCHANGE_TIMEOUT seconds (600 by default), or what LimitExchange says. One thread at a
+// time uses an object. Pointers
 // that it gives are its own, valid until the next request. Results are 0 for success, 1 for a failure and 2 for an
 // argument that is not allowed, unless stated.
 class CCommonHttpStream {
@@ -66,6 +67,9 @@ public:
     // clear password of any length; Username has 59 characters at most. Both are taken even when the connection fails.
     // The connection's result; 2 for null, 1 for a name that is too long or a password that is not enciphered.
     int Init(const char* szHost, std::uint16_t uPort, const char* Username, const char* PassWord);
+    // The seconds that Init to the request, and the request to the end of its answer, may take from now on; 0 for
+    // those of HTTP_EXCHANGE_TIMEOUT.
+    void LimitExchange(int seconds) { m_exchangeSeconds = seconds; }
     // Forgets the exchange and closes the connection.
     void Close();
     void ClearLastReq();
@@ -113,6 +117,8 @@ public:
     // credentials, its challenge then is in httpAuth; ZVS_ALLOC_MEMORY_ERROR or ZVS_OPERATE_MEMORY_ERROR; 1 for a
     // broken answer, a length outside 1 to SNASHOT_PIC_MAX_SIZE, or a file that cannot be written; 2 for a null name.
     int DealHttpSnapShot(const char* snapFileName, Common_HTTP_AUTH& httpAuth);
+    // The header that the last answer had, for telling why an exchange failed; empty when none came.
+    const char* LastHeader() const { return m_ResponseHeader; }
     int DealHttpContent(bool bReserved, ACE_Message_Queue_Base* pQueue);  // does nothing; 0
     int save2file(const char* snapFileName, const char* buf, int buflen) const;
 
@@ -152,6 +158,7 @@ private:
     std::uint16_t m_port = 80;
     char m_ipaddr[256] = {};
     bool m_bConnected = false;
+    int m_exchangeSeconds = 0;
     int m_nCurIndex = 0;
     int m_nResponseSize = 0;
     int m_nResponseHeaderSize = -1;

@@ -50,9 +50,15 @@ TEST(ProbeRtsp, FindsThoseThatAnswerInRtsp) {
         addresses.push_back(Address(last));
     }
     std::set<std::string> found;
+    unsigned int last = 0;
     ProbeRtsp(
         addresses, {servers.front()->Port()},
-        [&](const ProbedCamera& camera) { found.insert(camera.address + " " + camera.name); }, [] { return false; });
+        [&](const ProbedCamera& camera) { found.insert(camera.address + " " + camera.name); }, [] { return false; },
+        [&](unsigned int percent) {
+            EXPECT_TRUE(percent >= last && percent <= 99) << percent << " behind " << last;
+            last = percent;
+        });
+    EXPECT_LT(50u, last);
     EXPECT_EQ((std::set<std::string>{"127.0.0.2 Some Camera", "127.0.0.80 A[31mB"}), found);
 }
 

@@ -1,10 +1,13 @@
 #include "gvx_common/security/gvx_security_mgr.h"
+#include "rtsp/camera_profile.h"
 #include "rtsp/login_policy.h"
 #include "rtsp/rtsp_dialogue.h"
 #include "rtsp/stream_description.h"
+#include "support/temp_folder.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -50,6 +53,26 @@ TEST(LoginPolicy, LeavesACameraAloneThatRefusesThePassword) {
     EXPECT_LE(policy.NextUs(laterUs), laterUs);
 }
 
+TEST(CameraProfiles, PathsThatAnsweredAreTriedFirstBehindARestart) {
+    const TempFolder folder;
+    const std::string file = folder.Write("found.json", "{\"rtsp://192.0.2.2:554\":[\"/b\",\"\",\"no path\"],\"x\":7}");
+    CameraProfile profile;
+    profile.address = "192.0.2.1";
+    CameraProfile other = profile;
+    other.address = "192.0.2.2";
+    for (const bool restarted : {false, true}) {
+        CameraProfiles profiles;
+        std::string error;
+        ASSERT_TRUE(profiles.Load(folder.Path("rtsp.json"), error)) << error;
+        profiles.KeepFoundIn(file);
+        EXPECT_EQ(restarted ? "/a" : "/", profiles.Candidates(profile).front().main);
+        EXPECT_EQ(restarted ? "/a.jpg" : "", profiles.SnapshotPath(profile));
+        EXPECT_EQ("/", profiles.Candidates(other).front().main) << "a row that was spoilt counts for nothing";
+        profiles.Remember(profile, {"/a", "", "/a.jpg"});
+        profiles.SaveFound();
+    }
+}
+
 std::string Summary(const StreamDescription& description) {
     std::string text;
     for (const TrackDescription& track : description.tracks) {
@@ -57,7 +80,34 @@ std::string Summary(const StreamDescription& description) {
                 std::to_string(track.clockRate) + " sets " + std::to_string(track.parameterSets.size()) +
                 (track.pictureLoss ? " pli " : " ") + track.url + "\n";
     }
-    return text;
+    const std::size_t sound = description.leftOut.find("sound, ");
+    return sound == std::string::npos ? text : text + "without " + description.leftOut.substr(sound + 7, 13) + "\n";
+}
+
+TEST(AacFrameHead, SaysWhatTheConfigurationSays) {
+    const struct {
+        const char* config;
+        bool taken;
+        std::array<std::uint8_t, AacFrameHead::kBytes> head;  // of 0x123 bytes
+    } rows[] = {
+        {"1210", true, {0xFF, 0xF1, 0x50, 0x80, 0x25, 0x5F, 0xFC}},      // LC, 44.1 kHz, stereo
+        {"1408", true, {0xFF, 0xF1, 0x60, 0x40, 0x25, 0x5F, 0xFC}},      // LC, 16 kHz, mono
+        {"2B8A0800", true, {0xFF, 0xF1, 0x5C, 0x40, 0x25, 0x5F, 0xFC}},  // HE: LC of 22.05 kHz within 44.1 kHz
+        {"1788005622080", false, {}},                                    // a rate of its own
+        {"1200", false, {}},                                             // channels of their own form
+        {"1214", false, {}},                                             // 960 samples
+        {"", false, {}},
+        {"12", false, {}},
+        {"xyz!", false, {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.config);
+        AacFrameHead head;
+        EXPECT_EQ(row.taken, head.Read(row.config));
+        if (row.taken) {
+            EXPECT_EQ(row.head, head.For(0x123));
+        }
+    }
 }
 
 TEST(ReadDescription, TakesWhatCamerasWrite) {
@@ -81,9 +131,15 @@ TEST(ReadDescription, TakesWhatCamerasWrite) {
         {"H.265 and AAC",
          head + "m=video 0 RTP/AVP 97\r\na=rtpmap:97 H265/90000\r\na=fmtp:97 sprop-vps=QAEM;sprop-sps=QgEB;"
                 "sprop-pps=RAHA\r\na=control:v\r\nm=audio 0 RTP/AVP 98\r\na=rtpmap:98 MPEG4-GENERIC/16000/1\r\n"
-                "a=fmtp:98 sizelength=13;indexlength=3;indexdeltalength=3\r\na=control:a\r\n",
+                "a=fmtp:98 sizelength=13;indexlength=3;indexdeltalength=3;config=1408\r\na=control:a\r\n",
          "codec " + std::to_string(RTP_CODEC_H265) + " type 97 rate 90000 sets 3 rtsp://192.0.2.1/live/v\ncodec " +
              std::to_string(RTP_CODEC_AAC) + " type 98 rate 16000 sets 0 rtsp://192.0.2.1/live/a\n"},
+        {"sound that platforms are not told of, AAC ELD",
+         head + h264 +
+             "a=control:v\r\nm=audio 0 RTP/AVP 98\r\na=rtpmap:98 MPEG4-GENERIC/16000/1\r\n"
+             "a=fmtp:98 sizelength=13;config=F8F21C00\r\na=control:a\r\n",
+         "codec " + std::to_string(RTP_CODEC_H264) +
+             " type 96 rate 90000 sets 0 rtsp://192.0.2.1/live/v\nwithout MPEG4-GENERIC\n"},
         {"sets that are longer than the parser's lines",
          head + h264 + "a=fmtp:96 sprop-parameter-sets=" + std::string(20000, 'A') + "\r\na=control:v\r\n",
          "codec " + std::to_string(RTP_CODEC_H264) + " type 96 rate 90000 sets 0 rtsp://192.0.2.1/live/v\n"},

@@ -1,0 +1,114 @@
+#include "rtsp/camera_picture.h"
+
+#include "base/log.h"
+#include "base/unique_fd.h"
+#include "gvx_common/codec/input_file.h"
+#include "gvx_common/http/common_http_stream.h"
+#include "rtsp/rtsp_dialogue.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace gvxrtsp {
+namespace {
+
+constexpr int kExchangeSeconds = 10;
+constexpr std::size_t kMostBytes = 64u * 1024 * 1024;
+constexpr std::size_t kTailBytes = 1024;  // some cameras pad behind the end of a picture
+
+// A file that only its owner may read, gone with the object.
+class ScratchFile {
+public:
+    ScratchFile() {
+        std::error_code ignored;
+        m_path = (std::filesystem::temp_directory_path(ignored) / "gvx_snapshot_XXXXXX").string();
+        m_file.Reset(mkostemp(m_path.data(), O_CLOEXEC));
+    }
+    ~ScratchFile() {
+        if (m_file.Valid()) {
+            unlink(m_path.c_str());
+        }
+    }
+    ScratchFile(const ScratchFile&) = delete;
+    ScratchFile& operator=(const ScratchFile&) = delete;
+
+    bool Valid() const { return m_file.Valid(); }
+    const std::string& Path() const { return m_path; }
+
+private:
+    std::string m_path;
+    gvx::UniqueFd m_file;
+};
+
+// One request and its answer: every text of the exchange passes here. authorization is null for none.
+int Exchange(CCommonHttpStream& stream, const CameraProfile& profile, const std::string& path,
+             const char* authorization, const std::string& file, Common_HTTP_AUTH& challenge) {
+    long length = 0;
+    const std::string port = std::to_string(profile.httpPort);
+    if (stream.Init(profile.address.c_str(), profile.httpPort, profile.user.c_str(), profile.password.c_str()) != 0) {
+        return ZVS_GVX_OPEN_SOCKET_ERROR;
+    }
+    const bool sent =
+        stream.FormatRequestHeader(profile.address.c_str(), port.c_str(), path.c_str(), length, "GET ", nullptr,
+                                   nullptr, 0, 0, 0) != nullptr &&
+        (authorization == nullptr || stream.FormatRequestHeaderEx("Authorization", authorization, length) != nullptr) &&
+        stream.SendRequest(nullptr, length, false);
+    return sent ? stream.DealHttpSnapShot(file.c_str(), challenge) : ZVS_FAIL;
+}
+
+bool IsWholeJpeg(const std::string& bytes) {
+    const std::size_t end = bytes.rfind("\xFF\xD9");
+    return bytes.compare(0, 2, "\xFF\xD8") == 0 && end != std::string::npos && bytes.size() - end <= kTailBytes;
+}
+
+}  // namespace
+
+int FetchCameraPicture(const CameraProfile& profile, const std::string& path, std::string& bytes, std::string& error) {
+    const std::string where = "http://" + profile.address + ":" + std::to_string(profile.httpPort);
+    const ScratchFile file;
+    if (!file.Valid()) {
+        error = "No file for a picture can be made: " + std::generic_category().message(errno) + ".";
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+    }
+    const auto stream = std::make_unique<CCommonHttpStream>();
+    stream->LimitExchange(kExchangeSeconds);
+    Common_HTTP_AUTH challenge{};
+    int result = Exchange(*stream, profile, path, nullptr, file.Path(), challenge);
+    if (result == ZVS_GVX_UNAUTHORIZED && !profile.user.empty()) {
+        const char* const made = challenge.authType == HTTP_AUTH_BASIC
+                                     ? stream->GenBasicAuthorization()
+                                     : stream->GenDigestAuthorization(challenge, path.c_str());
+        if (made == nullptr) {
+            error = where +
+                    " asks for credentials in a form that is not given, such as Basic where AUTH_ALLOW_BASIC "
+                    "forbids it.";
+            return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+        }
+        const std::string authorization = made;
+        Common_HTTP_AUTH again{};
+        result = Exchange(*stream, profile, path, authorization.c_str(), file.Path(), again);
+    }
+    if (result == ZVS_GVX_UNAUTHORIZED) {
+        error = where + " refuses user or password.";
+        return ZVS_GVX_UNAUTHORIZED;
+    }
+    if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
+        error = "There is no connection to " + where + ".";
+        return result;
+    }
+    const std::string status = StatusLine(stream->LastHeader());
+    const bool taken = result == ZVS_SUCCEED && gvx::ReadWholeFile(file.Path(), kMostBytes, bytes, error);
+    if (!taken || !IsWholeJpeg(bytes)) {
+        error = where + (status.empty() ? " gave no answer." : " gave no whole JPEG: \"" + status + "\".");
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+    }
+    return ZVS_SUCCEED;
+}
+
+}  // namespace gvxrtsp
