@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Builds the gateway, streams a camera and a real clip through it and shows what arrived. From a fresh clone on Debian 12.
-#   scripts/run.sh [--seconds N] [--out DIR] [--keep] [--camera URL --user NAME]
+#   scripts/run.sh [--seconds N] [--out DIR] [--keep] [--camera URL --user NAME [--snapshot URL]]
 #     --seconds N   seconds of streaming, half over UDP and half over TCP (default 10)
 #     --out DIR     folder for what is received, the figures and the logs (default out/)
 #     --camera URL  the camera that is shown: rtsp://ADDRESS[:PORT][/PATH]. Without it the script starts one.
 #     --user NAME   user at that camera; the password comes from CAMERA_PASSWORD, else from the terminal
+#     --snapshot URL  a picture of its web server: http://ADDRESS[:PORT]/PATH
 #     --keep        go on with the clip in a loop until Ctrl-C
 # GVX_BUILD_DIR=DIR uses the programs of that build folder instead of building.
 # Exits 0 when every line of the table is right, 1 when one is not, 2 for a wrong use.
@@ -22,9 +23,10 @@ out=$repo/out
 keep=false
 camera_url=
 camera_user=
+snapshot_url=
 
 usage() {
-  sed -n '2,10s/^# \{0,1\}//p' "$repo/scripts/run.sh" >&2
+  sed -n '2,11s/^# \{0,1\}//p' "$repo/scripts/run.sh" >&2
   exit 2
 }
 
@@ -35,11 +37,12 @@ parse_arguments() {
       --out) [[ -n ${2:-} ]] || usage; out=$2; shift 2 ;;
       --keep) keep=true; shift ;;
       --camera) [[ -n ${2:-} ]] || usage; camera_url=$2; shift 2 ;;
+      --snapshot) [[ -n ${2:-} ]] || usage; snapshot_url=$2; shift 2 ;;
       --user) [[ -n ${2:-} ]] || usage; camera_user=$2; shift 2 ;;
       *) usage ;;
     esac
   done
-  [[ -n $camera_url ]] || [[ -z $camera_user ]] || usage
+  [[ -n $camera_url ]] || [[ -z $camera_user$snapshot_url ]] || usage
   # Each transport plays the clip once; two seconds are the least that holds several groups of pictures.
   clip_seconds=$(((seconds + 1) / 2))
   ((clip_seconds >= 2)) || clip_seconds=2
@@ -66,7 +69,7 @@ build_programs() {
 clean_output() {
   mkdir -p "$out"
   out=$(cd "$out" && pwd)
-  rm -rf "$out"/{conf,root,log,log.away,clip,metadata_udp,metadata_tcp}
+  rm -rf "$out"/{conf,root,log,log.away,clip,metadata_udp,metadata_tcp,pictures}
   rm -f "$out"/*.{h264,video,alaw,md5,sdp,json,log,png,jpg,facts}
 }
 

@@ -11,28 +11,38 @@ start_camera() {
   say "a camera that is not ours: GStreamer's RTSP server with Digest, H.264 and G.711A"
   CAMERA_PASSWORD=$(od -An -N12 -tx1 /dev/urandom | tr -d ' \n')
   export CAMERA_PASSWORD
-  camera_user=admin camera_host=127.0.0.1 camera_port=0 camera_path=/live
+  camera_user=admin camera_host=127.0.0.1 camera_port=0 camera_path=/live camera_http=0
   run_camera
+  camera_extend=$(printf '{"main":"%s","snapshot":"/snapshot.jpg","httpPort":%s}' "$camera_path" "$camera_http")
 }
 
 split_camera_url() {
   [[ $camera_url =~ ^rtsp://([0-9.]+)(:([0-9]+))?(/[^[:space:]\"]*)?$ ]] ||
     die "--camera takes rtsp://ADDRESS[:PORT][/PATH], with an IPv4 address and without user and password"
   camera_host=${BASH_REMATCH[1]} camera_port=${BASH_REMATCH[3]:-554} camera_path=${BASH_REMATCH[4]:-/}
+  camera_extend=$(printf '{"main":"%s"}' "$camera_path")
+  [[ -n $snapshot_url ]] || return 0
+  [[ $snapshot_url =~ ^http://([0-9.]+)(:([0-9]+))?(/[^[:space:]\"]*)$ && ${BASH_REMATCH[1]} == "$camera_host" ]] ||
+    die "--snapshot takes http://ADDRESS[:PORT]/PATH with the address of --camera"
+  camera_extend=$(printf '{"main":"%s","snapshot":"%s","httpPort":%s}' "$camera_path" "${BASH_REMATCH[4]}" \
+    "${BASH_REMATCH[3]:-80}")
 }
 
-# Keeps the port that it got at first.
+# Keeps the ports that it got at first.
 run_camera() {
-  /usr/bin/python3 -B "$repo/scripts/lib/rtsp_camera.py" --port "$camera_port" >"$out/camera.log" 2>"$out/camera_errors.log" &
+  /usr/bin/python3 -B "$repo/scripts/lib/rtsp_camera.py" --port "$camera_port" --http-port "$camera_http" \
+    --picture "$out/camera_picture.jpg" >"$out/camera.log" 2>"$out/camera_errors.log" &
   camera=$!
   children+=("$camera")
   wait_until 30 grep -q '^port ' "$out/camera.log" || die "the camera did not start: $(tail -n 5 "$out/camera_errors.log")"
   camera_port=$(sed -n 's/^port //p' "$out/camera.log")
+  camera_http=$(sed -n 's/^http //p' "$out/camera.log")
 }
 
 show_camera() {
   say "the camera at $camera_host:$camera_port: searched for, and driven by the plug-in without a gateway"
   find_camera
+  check_camera
   say "the camera: added, and streamed over UDP and TCP beside a direct connection"
   add_camera || die "the camera cannot be added: $(tail -n 5 "$out/gvxctl_receivers.log")"
   record_directly
@@ -49,6 +59,7 @@ show_camera() {
   for name in direct udp tcp; do
     decode_pictures "$out/camera_$name.video" "$out/camera_$name.md5" "$out/decode_camera_$name.log"
   done
+  [[ -n $camera_url && -z $snapshot_url ]] || take_snapshot
   [[ -n $camera_url ]] || lose_camera
   note camera_log_secrets "$(grep -Fcf <(printf '%s\n' "$CAMERA_PASSWORD") "$out/log/gvxd.log" || true)"
   gvxctl_logged del-device --gateway "$port" --dev CAMERA || true
@@ -56,10 +67,15 @@ show_camera() {
 }
 
 find_camera() {
+  run_bounded 60 "$build/bin/gvxctl" search --gateway "$port" --plugin rtsp --range "$camera_host:$camera_port" --json \
+    >"$out/camera_found.json" 2>>"$out/gvxctl_receivers.log" || true
+}
+
+check_camera() {
   local code=0 secret=$out/camera.secret
   (umask 077 && printf '%s\n' "$CAMERA_PASSWORD" >"$secret")
   "$build/bin/gvx-plugin-check" "$build/plugins/gvx_plugin_rtsp.so" --config "$out/conf/plugins/rtsp.json" --ip "$camera_host" \
-    --port "$camera_port" --user "$camera_user" --password-file "$secret" --extend "{\"main\":\"$camera_path\"}" \
+    --port "$camera_port" --user "$camera_user" --password-file "$secret" --extend "$camera_extend" \
     >"$out/camera_check.log" 2>&1 || code=$?
   rm -f "$secret"
   note camera_check "$code"
@@ -70,7 +86,7 @@ add_camera() {
   stored=$(GVX_ROOT=$out/root "$build/bin/gvxctl" secret encipher <<<"$CAMERA_PASSWORD") || return 1
   [[ $stored != *"$CAMERA_PASSWORD"* ]] || return 1
   run_bounded 30 "$build/bin/gvxctl" add-device --gateway "$port" --dev CAMERA --plugin rtsp --ip "$camera_host" \
-    --port "$camera_port" --user "$camera_user" --password "$stored" --extend "{\"main\":\"$camera_path\"}" --json \
+    --port "$camera_port" --user "$camera_user" --password "$stored" --extend "$camera_extend" --json \
     >"$out/camera_added.json" 2>>"$out/gvxctl_receivers.log"
 }
 
@@ -128,6 +144,24 @@ end_camera_stream() {
     >"$out/camera_$1_sent.json" 2>>"$out/gvxctl_receivers.log" || true
   sleep 0.5
   stop_child "${receivers[$1]}" INT 10 || true
+}
+
+# A picture of the camera's web server, sent on to an HTTPS server of this run.
+take_snapshot() {
+  local folder=$out/pictures server
+  say "the camera: a snapshot, sent to an HTTPS server"
+  mkdir -p "$folder" "$out/conf/omu_portal"
+  python3 -B "$repo/scripts/lib/picture_server.py" "$folder" >"$out/picture_server.log" 2>&1 &
+  server=$!
+  children+=("$server")
+  wait_until 30 grep -q '^port ' "$out/picture_server.log" || die "no server for pictures: $(tail -n 5 "$out/picture_server.log")"
+  cp "$folder/ca.pem" "$out/conf/omu_portal/cacert.pem"
+  gvxctl_logged snapshot --gateway "$port" --dev CAMERA --seconds 30 \
+    --url "https://localhost:$(sed -n 's/^port //p' "$out/picture_server.log")/pictures?FILESESSIONID=run" &&
+    note camera_snapshot_sent 1
+  ffprobe -v error -select_streams v:0 -show_entries stream=width,height -of csv=p=0 "$folder/picture_1" \
+    >"$out/camera_snapshot_size.log" 2>&1 || true
+  stop_child "$server" TERM 5 || true
 }
 
 # Killed and started again: the alarm comes and goes, and the stream goes on by itself.

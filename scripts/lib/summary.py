@@ -67,9 +67,8 @@ def pictures(path):
 
 
 def add_camera(table, out, facts):
-    found = next((line.split("devices found", 1)[1].strip() for line in (out / "camera_check.log").read_text().splitlines()
-                  if "1 devices found" in line), "")
-    table.add("camera: discovered", found or "not found", found)
+    found = [f"{device['IP']}:{device['Port']} {device['Maker']}" for device in read_json(out / "camera_found.json").get("devices", [])]
+    table.add("camera: discovered", ", ".join(found) or "not found", len(found) == 1)
     table.add("camera: driven by gvx-plugin-check", f"exit {facts.get('camera_check')}", facts.get("camera_check") == 0)
     added = read_json(out / "camera_added.json")
     table.add("camera: added", f"{added.get('codeName')}, password enciphered, {facts.get('camera_log_secrets')} times in the log",
@@ -80,12 +79,24 @@ def add_camera(table, out, facts):
         same = any(direct[at:at + len(came)] == came for at in range(len(direct)))
         table.add(f"camera: over {name.upper()}", f"{len(came)} frames, "
                   f"{'same pictures as' if same else 'pictures differ from'} a direct connection", len(came) > 25 and same)
+    if (out / "pictures").is_dir():
+        add_snapshot(table, out, facts)
     if "camera_start_ms" in facts:
         back = facts.get("camera_back_ms")
         table.add("camera: back again", f"after {back / 1000:.1f} s" if back else "never", back)
         for verb, end in (("raised", "ON"), ("cleared", "OFF")):
             came = facts.get(f"camera_alarm_{verb}") == 1
             table.add(f"camera: alarm {verb}", f"ALARM_IPC_NETWORK_INTERRUPT_{end} to SCU, KSP" if came else "none came", came)
+
+
+def add_snapshot(table, out, facts):
+    """The reader's own camera gives another picture each time, so that one has to be a picture alone."""
+    came, source = out / "pictures" / "picture_1", out / "camera_picture.jpg"
+    size = (out / "camera_snapshot_size.log").read_text().strip().replace(",", "x")
+    same = checksum(came) == checksum(source) if source.is_file() else None
+    figure = f"{size}, sha256 {checksum(came)[:16]}" + ("" if same is None else " as the camera has it" if same else " is another one")
+    table.add("camera: snapshot", figure, facts.get("camera_snapshot_sent") == 1 and came.is_file() and same in (None, True)
+              and len(size.split("x")) == 2)
 
 
 def add_answers(table, demo):

@@ -7,6 +7,7 @@ import contextlib
 import json
 import os
 import pathlib
+import random
 import re
 import shutil
 import signal
@@ -322,6 +323,17 @@ def free_port():
     with socket.socket() as probe:
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
+
+
+def free_udp_ports():
+    """The first of two UDP ports, below those that the kernel gives to others."""
+    while True:
+        port = random.randrange(20000, 30000, 2)
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as video, socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as audio:
+            with contextlib.suppress(OSError):
+                video.bind(("127.0.0.1", port))
+                audio.bind(("127.0.0.1", port + 1))
+                return port
 
 
 def udp_sink():

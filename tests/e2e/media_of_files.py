@@ -1,36 +1,21 @@
 """The file plug-in over whole links: a search, snapshots to an HTTPS server, playback over UDP and TCP, talk."""
 import hashlib
-import http.server
 import json
-import ssl
+import pathlib
 import subprocess
+import sys
 import threading
 
 import gvx_e2e as e2e
-import https_uploads
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "scripts" / "lib"))
+import picture_server  # noqa: E402
 
 
 def make_server(folder, stack):
     """Keeps each body that is sent to it."""
     bodies = []
-
-    class Handler(http.server.BaseHTTPRequestHandler):
-        protocol_version = "HTTP/1.1"
-
-        def do_POST(self):
-            bodies.append(self.rfile.read(int(self.headers["Content-Length"])))
-            self.send_response(200)
-            self.send_header("Content-Length", "0")
-            self.end_headers()
-
-        def log_message(self, *_):
-            pass
-
-    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
-    server.daemon_threads = True
-    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(folder / "good.pem", folder / "good.key")
-    server.socket = context.wrap_socket(server.socket, server_side=True)
+    server = picture_server.make_server(folder, bodies.append)
     threading.Thread(target=server.serve_forever, daemon=True).start()
     stack.callback(server.shutdown)
     return f"https://localhost:{server.server_address[1]}/pictures?FILESESSIONID=s1", bodies
@@ -105,7 +90,7 @@ def talk(ctl, folder, audio):
 
 
 def media_of_files(options, folder, stack):
-    https_uploads.make_certificates(folder)
+    picture_server.make_certificates(folder)
     video, audio = e2e.make_clip(folder, seconds=4)
     picture = folder / "scene.jpg"
     e2e.run("ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i", "testsrc2=size=640x360", "-frames:v", "1", str(picture))
