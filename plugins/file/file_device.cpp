@@ -27,7 +27,7 @@ int FileDevice::Init() {
 }
 
 int FileDevice::ResetLogin() {
-    return Guarded("ResetLogin", [this] {
+    return gvxplugin::Guarded(kTitle, "ResetLogin", [this] {
         GvxReportLoginTry(GetMainDevID());
         SetLoginStatus(true);
         GvxReportDeviceState(GetMainDevID(), GVX_DEVICE_ONLINE,

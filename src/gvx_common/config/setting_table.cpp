@@ -1,7 +1,6 @@
 #include "gvx_common/config/setting_table.h"
 
 #include "base/near_words.h"
-#include "base/near_words.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
 
