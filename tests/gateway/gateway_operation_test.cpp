@@ -1,11 +1,13 @@
 #include "gateway/gateway_fixture.h"
 
 #include "base/json_io.h"
+#include "base/zvs_error.h"
 #include "gvx_common/forms/record_forms.h"
 #include "gvx_common/forms/request_table.h"
 #include "nss/nss_msg_type.h"
 #include "plugins_bad/keeper_plugin.h"
 #include "support/sample_record.h"
+#include "support/wait_until.h"
 
 #include <dlfcn.h>
 
@@ -23,7 +25,9 @@ const std::set<std::uint16_t> kPartly = {
 class OperationTest : public GatewayTest {
 protected:
     void SetUp() override {
-        folder.Settings("GVX_PLUGIN_LIST=moody,keeper\n[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\n");
+        folder.Settings(
+            "GVX_PLUGIN_LIST=moody,keeper\nGVX_PLUGIN_CALL_LIMIT=1\n[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT="
+            "0\n");
         GatewayTest::SetUp();
         void* plugin = dlopen((folder.Options().pluginDir + "/gvx_plugin_keeper.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
         ASSERT_NE(plugin, nullptr);
@@ -65,6 +69,20 @@ void ExpectMembers(const Json::Value& wanted, const Json::Value& found, bool par
 }
 
 }  // namespace
+
+TEST_F(OperationTest, APluginThatHangsInASearchHoldsUpItsOwnRequestsAlone) {
+    const std::string ranges = R"("Ranges":[{"Start":"127.0.0.1"}]})";
+    const std::uint32_t stuck = SendJson(NSS_START_SEARCH_DEVICE_REQ,
+                                         R"({"PluginName":"moody","ServerCode":"StartSearchDevice=hang",)" + ranges);
+    const std::uint32_t stop = SendJson(NSS_STOP_SEARCH_DEVICE_REQ, R"({"PluginName":"moody"})");
+    EXPECT_EQ(AskJson(NSS_START_SEARCH_DEVICE_REQ, R"({"PluginName":"keeper",)" + ranges).code, 0u);
+    EXPECT_EQ(AskJson(NSS_STOP_SEARCH_DEVICE_REQ, R"({"PluginName":"none"})").code,
+              static_cast<unsigned>(ZVS_GVX_PLUGIN_NOT_EXIST));
+    EXPECT_TRUE(WaitUntil([] { return HasTrouble(gvx::PluginTrouble::Kind::DoesNotReturn, "-"); }));
+    moody->release = true;
+    EXPECT_EQ(WaitAnswer(NSS_START_SEARCH_DEVICE_REQ, stuck).code, 0u);
+    EXPECT_EQ(WaitAnswer(NSS_STOP_SEARCH_DEVICE_REQ, stop).code, 0u) << "served in order";
+}
 
 TEST_F(OperationTest, EveryRequestReachesItsOperationAndItsAnswerComesBack) {
     for (const gvx::RequestRow& row : gvx::AllRequests()) {

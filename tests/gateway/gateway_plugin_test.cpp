@@ -145,6 +145,20 @@ TEST_F(GatewayTest, StopThatThrowsFindsItsObjectsStillThere) {
     EndLeftBehind(3);  // the device with its lenses, no thread
 }
 
+TEST_F(GatewayTest, CaptureThatHangsIsLeftBehindWithItsDevice) {
+    ASSERT_EQ(AddDevice("STUCK", "VcuSnapShotReqInfo=hang").code, 0u);
+    ASSERT_EQ(AskJson(NSS_SNAPSHOT_REQ, R"({"DevCode":"STUCK"})").code, 0u);
+    EXPECT_EQ(DeleteDevice("STUCK").code, 0u) << "after GVX_PLUGIN_CALL_LIMIT";
+    EXPECT_TRUE(HasTrouble(gvx::PluginTrouble::Kind::LeftBehind, "STUCK"));
+    EXPECT_TRUE(
+        log->Contains("plug-in moody: StopSnapQueueThread of device STUCK failed. A capture of lens STUCK_0 has "
+                      "not returned for 1 s"))
+        << log->Dump();
+    EXPECT_EQ(AddDevice("STUCK").code, 0u) << "the platform may go on with the device";
+    EXPECT_FALSE(gateway->Stop());
+    EndLeftBehind(2);  // the device with the lens; the other lens went
+}
+
 TEST_F(GatewayTest, ARefusalCarriesWhatThePluginReportedOnce) {
     const std::string report = "<DevInfo><DevCode>CAM1</DevCode><ChannelCode>3</ChannelCode></DevInfo>";
     const Answer added = AddDevice("CAM1", "Init=report");

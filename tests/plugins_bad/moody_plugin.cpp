@@ -106,6 +106,7 @@ public:
         return Act(m_moods, "NegotiateStreamParam");
     }
     int CheckSpecialCase(CStreamParam*) override { return Act(m_moods, "CheckSpecialCase"); }
+    int VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ&) override { return Act(m_moods, "VcuSnapShotReqInfo"); }
     int RequestKeyframe(CStreamParam*) override { return Act(m_moods, "RequestKeyframe"); }
 
     int StartStream(void* userInfo, SEND_STREAM_FUNC* func, CStreamParam* param, bool) override {
@@ -185,6 +186,11 @@ public:
             device = new (std::nothrow) MoodyDevice(info.strExtend);
         }
         return code;
+    }
+    // The moods stand in ServerCode.
+    int StartSearchDevice(CDiscoveryDeviceInfo* info) override {
+        const int code = Act(info->strServerCode, "StartSearchDevice");
+        return code == 0 ? CAdapterSdkBase::StartSearchDevice(info) : code;
     }
     void SetCommonMessageCallback(ADAPTER_COMMON_MESSAGE_CALLBACK* callback) override { g_moody.report = callback; }
 };

@@ -261,7 +261,12 @@ Device::~Device() {
 }
 
 void Device::DeleteLens(Lens& lens) {
-    CallPlugin(m_plugin.Name(), "StopSnapQueueThread", m_code, [&] { return lens.adapter->StopSnapQueueThread(); });
+    // A capture that does not come back runs on in the lens and in what it knows of its device.
+    if (CallPlugin(m_plugin.Name(), "StopSnapQueueThread", m_code,
+                   [&] { return lens.adapter->StopSnapQueueThread(); }) == ZVS_GVX_GET_SNAP_SHOT_ERROR) {
+        NoteLeftBehind(m_plugin.Name(), "a capture", m_code);
+        m_leftBehind = true;
+    }
     if (lens.initialised) {
         CallPlugin(m_plugin.Name(), "Uninit of a lens", m_code, [&] { return lens.adapter->Uninit(); });
     }

@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string>
+#include <system_error>
 
 #include <pthread.h>
 
@@ -48,8 +50,12 @@ StartResult Intake::Start(const IntakeSettings& settings, std::vector<const Load
     if (!IntakeFlow::Instance().Open(settings.limits, std::move(takers))) {
         return StartFailure(ExitCode::StartFailed, "the queue of the intake could not be started");
     }
-    m_reactorThread = std::thread([this] { RunReactor(); });
-    m_consumerThread = std::thread([this] { RunConsumer(); });
+    try {
+        m_reactorThread = std::thread([this] { RunReactor(); });
+        m_consumerThread = std::thread([this] { RunConsumer(); });
+    } catch (const std::system_error& fault) {
+        return StartFailure(ExitCode::StartFailed, std::string("there is no thread for the intake: ") + fault.what());
+    }
     GVX_LOG_INFO("Intake", "devices push to %s:%u, %zu plug-ins take it", settings.ip.c_str(), settings.port, plugins);
     return result;
 }

@@ -6,7 +6,7 @@
 #include "gateway/plugins/plugin_host.h"
 
 #include <cstring>
-#include <system_error>
+#include <exception>
 
 namespace gvx {
 
@@ -51,8 +51,8 @@ bool IntakeFlow::Open(const IntakeLimits& limits, std::vector<const LoadedPlugin
         for (const LoadedPlugin* taker : takers) {
             made->push_back(std::make_unique<IntakeTaker>(*taker));
         }
-    } catch (const std::system_error& error) {
-        GVX_LOG_ERR("Intake", "there is no thread for a plug-in: %s", error.what());
+    } catch (const std::exception& error) {
+        GVX_LOG_ERR("Intake", "there is no thread or no memory for a plug-in: %s", error.what());
         return false;
     }
     {

@@ -71,6 +71,16 @@ RequestTarget ReadRequestTarget(const ACE_Message_Block& frame) {
     return {};
 }
 
+std::string ReadRequestPlugin(const ACE_Message_Block& frame) {
+    NssBodyView body;
+    NssBodyView text;
+    if (!NssBody(&frame, body) || body.length > kMaxRequestBodyBytes ||
+        !NssFindItem(body.data, body.length, NSS_TAG_JSON_CONTENT, text)) {
+        return {};
+    }
+    return FindJsonMember(text.data, text.length, "PluginName").text;
+}
+
 std::unique_ptr<CBB::CXml> ReadXmlContent(const BP::CCmd& cmd) {
     NssBodyView text;
     auto xml = std::make_unique<CBB::CXml>();

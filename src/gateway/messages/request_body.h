@@ -34,6 +34,9 @@ struct RequestTarget {
 // is kept of the body, so that whatever a peer sends holds the link thread up but for moments. Any thread.
 RequestTarget ReadRequestTarget(const ACE_Message_Block& frame);
 
+// The member PluginName of a frame's JSON body; empty when there is no such text. Any thread.
+std::string ReadRequestPlugin(const ACE_Message_Block& frame);
+
 // The XML body of a command; its cursor stands inside Content, before the first child. Null when there is none.
 std::unique_ptr<CBB::CXml> ReadXmlContent(const BP::CCmd& cmd);
 

@@ -6,6 +6,8 @@
 #include "gvx_common/adapter/gvx_device_state.h"
 
 #include <chrono>
+#include <new>
+#include <system_error>
 
 namespace gvx {
 
@@ -39,7 +41,12 @@ PluginCallWatch& PluginCallWatch::Instance() {
 
 void PluginCallWatch::Start(std::int64_t limitMs) {
     m_limitMs = limitMs;
-    m_thread.Start("PluginWatch", kWatchPeriod, [this, limitMs] { NameOverdue(limitMs); });
+    try {
+        m_thread.Start("PluginWatch", kWatchPeriod, [this, limitMs] { NameOverdue(limitMs); });
+    } catch (const std::system_error& fault) {
+        GVX_LOG_ERR("Plug-in watch", "There is no thread for it: calls that do not return are not told. %s.",
+                    fault.what());
+    }
 }
 
 void PluginCallWatch::Stop() {
@@ -71,12 +78,17 @@ std::size_t PluginCallWatch::NameOverdue(std::int64_t limitMs) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         for (Call& call : m_calls) {
-            if (!call.named && nowMs - call.sinceMs >= limitMs) {
-                call.named = true;
+            if (call.named || nowMs - call.sinceMs < limitMs) {
+                continue;
+            }
+            try {
                 overdue.push_back(call);
                 // Under the lock: the call may return at any moment, and ends the episode then.
                 PluginTroubles::Instance().Note(PluginTrouble::Kind::DoesNotReturn, call.plugin, call.operation,
                                                 call.device);
+                call.named = true;
+            } catch (const std::bad_alloc&) {
+                break;  // the next turn names it
             }
         }
     }
@@ -84,6 +96,21 @@ std::size_t PluginCallWatch::NameOverdue(std::int64_t limitMs) {
         NameCall(call, nowMs);
     }
     return overdue.size();
+}
+
+PluginCallScope::PluginCallScope(const std::string& plugin, const char* operation, const std::string& device) noexcept {
+    try {
+        m_call = PluginCallWatch::Instance().Enter(plugin, operation, device);
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("Plug-in watch", ZVS_ALLOC_MEMORY_ERROR, "There is no memory to watch %s of plug-in %s.",
+                         operation, plugin.c_str());
+    }
+}
+
+PluginCallScope::~PluginCallScope() {
+    if (m_call.has_value()) {
+        PluginCallWatch::Instance().Leave(*m_call);
+    }
 }
 
 std::size_t PluginCallWatch::NameOpen() {
@@ -132,6 +159,28 @@ void LogPluginError(const std::string& plugin, const char* operation, const std:
 
 void NoteSuccess(const std::string& plugin, const char* operation, const std::string& device) {
     PluginTroubles::Instance().Succeeded(plugin, operation, device);
+}
+
+void NoteResult(const std::string& plugin, const char* operation, const std::string& device, int code,
+                std::string* reason) noexcept {
+    try {
+        if (code == ZVS_SUCCEED) {
+            NoteSuccess(plugin, operation, device);
+            return;
+        }
+        std::string said = GvxTakeReason();
+        LogPluginError(plugin, operation, device, code, said);
+        if (reason != nullptr) {
+            *reason = std::move(said);
+        }
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("Plug-in error", code, "plug-in %s: %s ended, and there is no memory for more of it.",
+                         plugin.c_str(), operation);
+    }
+}
+
+void NoteLeftBehind(const std::string& plugin, const char* what, const std::string& device) {
+    PluginTroubles::Instance().Note(PluginTrouble::Kind::LeftBehind, plugin, what, device);
 }
 
 void LeaveBehind(std::shared_ptr<void> object) {

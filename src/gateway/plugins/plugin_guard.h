@@ -11,6 +11,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,7 +32,8 @@ public:
 
     static PluginCallWatch& Instance();
 
-    // Starts the thread "PluginWatch"; a call is named when it has not returned for limitMs. Stop ends it.
+    // Starts the thread "PluginWatch"; a call is named when it has not returned for limitMs. Stop ends it. Without a
+    // thread to be had a line says so, and calls are named by a stop alone.
     void Start(std::int64_t limitMs);
     void Stop();
     // The limit of the last start.
@@ -53,17 +55,16 @@ private:
     PeriodicThread m_thread;
 };
 
-// An open call for as long as it lives.
+// An open call for as long as it lives. Without memory it is not watched.
 class PluginCallScope {
 public:
-    PluginCallScope(const std::string& plugin, const char* operation, const std::string& device)
-        : m_call(PluginCallWatch::Instance().Enter(plugin, operation, device)) {}
-    ~PluginCallScope() { PluginCallWatch::Instance().Leave(m_call); }
+    PluginCallScope(const std::string& plugin, const char* operation, const std::string& device) noexcept;
+    ~PluginCallScope();
     PluginCallScope(const PluginCallScope&) = delete;
     PluginCallScope& operator=(const PluginCallScope&) = delete;
 
 private:
-    std::list<PluginCallWatch::Call>::iterator m_call;
+    std::optional<std::list<PluginCallWatch::Call>::iterator> m_call;
 };
 
 // The line about an exception that left a plug-in, one for an episode (PluginTroubles); what may be null.
@@ -75,6 +76,11 @@ void LogPluginError(const std::string& plugin, const char* operation, const std:
 
 // The operation has succeeded: ends its failures and exceptions.
 void NoteSuccess(const std::string& plugin, const char* operation, const std::string& device);
+
+// What a call has answered: a log line and an episode for a failure, the end of one for a success. reason, which may be
+// null, gets the plug-in's words of a failure. Without memory the words are lost.
+void NoteResult(const std::string& plugin, const char* operation, const std::string& device, int code,
+                std::string* reason) noexcept;
 
 // Calls into a plug-in. An exception becomes the failure value and a log line; so the caller sees results only.
 template <typename Result, typename Function>
@@ -97,24 +103,24 @@ Result GuardPluginCall(const std::string& plugin, const char* operation, const s
 template <typename Function>
 int CallPlugin(const std::string& plugin, const char* operation, const std::string& device, Function&& function,
                std::string* reason = nullptr) {
-    GvxTakeReason();  // what an earlier call has left behind
+    GvxSetReason("%s", "");  // forgets what an earlier call has left behind
+    if (reason != nullptr) {
+        reason->clear();
+    }
     bool returned = false;
     const int code = GuardPluginCall<int>(plugin, operation, device, ZVS_GVX_PLUGIN_EXCEPTION, [&] {
         const int result = function();
         returned = true;
         return result;
     });
-    std::string said = returned && code != 0 ? GvxTakeReason() : std::string();
-    if (returned && code != 0) {
-        LogPluginError(plugin, operation, device, code, said);
-    } else if (returned) {
-        NoteSuccess(plugin, operation, device);
-    }
-    if (reason != nullptr) {
-        *reason = std::move(said);
+    if (returned) {
+        NoteResult(plugin, operation, device, code, reason);
     }
     return code;
 }
+
+// What of the plug-in is left behind, for the status.
+void NoteLeftBehind(const std::string& plugin, const char* what, const std::string& device);
 
 // Objects that a misbehaving plug-in may still use, although their time is over: a thread of it may run on. They are
 // kept for the life of the process rather than pulled from under it. Any thread.

@@ -324,6 +324,7 @@ void Gateway::Release() {
     if (m_serves) {
         StopServing();
     }
+    m_context->pluginReactors.End();
     m_context->plugins.UnloadAll();
     StopErrorReports();
     StopAlarms();

@@ -1,13 +1,8 @@
 #pragma once
 
-namespace BP {
-class CCmd;
-class CGvxSessionBase;
-}  // namespace BP
+#include "gateway/requests/work_parts.h"
 
 namespace gvx {
-
-struct GatewayContext;
 
 // The work of requests about settings, on the thread of the reactor that serves the command (gateway_work.h). Values
 // may be passwords: what was read of them is wiped.

@@ -1,13 +1,8 @@
 #pragma once
 
-namespace BP {
-class CCmd;
-class CGvxSessionBase;
-}  // namespace BP
+#include "gateway/requests/work_parts.h"
 
 namespace gvx {
-
-struct GatewayContext;
 
 // The work of requests about devices, on the thread of the device's reactor (gateway_work.h). Refusals carry DevCode
 // and Reason.

@@ -7,6 +7,7 @@
 #include "gateway/messages/answer.h"
 #include "gateway/requests/gateway_context.h"
 #include "gvx_common/event/gvx_reactor.h"
+#include "gvx_common/forms/request_table.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "gvx_common/ports/gvx_port_mgr.h"
 #include "nss/nss_msg_header.h"
@@ -14,7 +15,27 @@
 
 #include <ace/Message_Block.h>
 
+#include <set>
+
 namespace gvx {
+
+namespace {
+
+// Whether a request is for a plug-in as a whole.
+bool ConcernsPlugin(std::uint32_t reqID) {
+    static const std::set<std::uint32_t> requests = [] {
+        std::set<std::uint32_t> numbers{NSS_START_SEARCH_DEVICE_REQ, NSS_STOP_SEARCH_DEVICE_REQ};
+        for (const RequestRow& row : AllRequests()) {
+            if (row.scope == RequestScope::Plugin) {
+                numbers.insert(row.reqID);
+            }
+        }
+        return numbers;
+    }();
+    return requests.count(reqID) != 0;
+}
+
+}  // namespace
 
 int FrameSink::Take(BP::CCmd& cmd) {
     if (m_context.stopping) {
@@ -41,6 +62,13 @@ int FrameSink::Take(BP::CCmd& cmd) {
     if (cmd.GetReqID() == NSS_ADD_MAIN_DEV_REQ) {
         PushAddition(cmd, target.device);
         return ZVS_SUCCEED;
+    }
+    if (hasFrame && ConcernsPlugin(cmd.GetReqID())) {
+        const std::string plugin = ReadRequestPlugin(*block);
+        if (m_context.plugins.Find(plugin) != nullptr) {
+            Push(cmd, target.device, m_context.pluginReactors.Of(plugin));
+            return ZVS_SUCCEED;
+        }
     }
     CGvxReactor* reactor = target.device.empty() ? nullptr : m_context.binder.Find(target.device);
     Push(cmd, target.device, reactor != nullptr ? reactor : m_context.gatewayReactor);

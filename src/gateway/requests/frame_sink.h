@@ -12,8 +12,9 @@ namespace gvx {
 
 struct GatewayContext;
 
-// Takes every frame that comes in to the reactor that serves it: that of its device, else the gateway's own. Runs on
-// the link I/O thread and on threads that feed frames in; waits for nobody.
+// Takes every frame that comes in to the reactor that serves it: that of its device or of its plug-in, else the
+// gateway's own. Runs on the link I/O thread and on threads that feed frames in; waits for nobody, but for the thread
+// of a plug-in's reactor when the first request for that plug-in has it made.
 class FrameSink {
 public:
     explicit FrameSink(GatewayContext& context) : m_context(context) {}

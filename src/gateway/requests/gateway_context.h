@@ -4,6 +4,7 @@
 #include "gateway/devices/device_table.h"
 #include "gateway/links/link_events.h"
 #include "gateway/plugins/plugin_host.h"
+#include "gateway/requests/plugin_reactors.h"
 
 #include <atomic>
 #include <chrono>
@@ -46,8 +47,8 @@ private:
     std::vector<const Scope*> m_running;  // Guarded by m_mutex.
 };
 
-// Requests that concern no device, and those for devices that nobody knows, are kept in order on a reactor of their
-// own. The key is longer than any device identifier, so that no device can have it.
+// Requests that concern neither a device nor a plug-in, and those for devices that nobody knows, are kept in order on a
+// reactor of their own. The key is longer than any device identifier, so that no device can have it.
 constexpr const char* kGatewayKey = "gateway requests that concern no device";
 
 // What the gateway's parts share. Made at start, before the first link; destroyed when no reactor runs work any more.
@@ -56,6 +57,7 @@ struct GatewayContext {
     DeviceTable devices;
     DevReactorBinder binder;
     CGvxReactor* gatewayReactor = nullptr;  // bound to kGatewayKey; not owned
+    PluginReactors pluginReactors;
     RunningWork work;
     LinkEventThread linkEvents;
     std::atomic<bool> stopping{false};

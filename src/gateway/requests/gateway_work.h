@@ -1,10 +1,10 @@
 #pragma once
 
+#include "gateway/requests/work_parts.h"
+
 #include <memory>
 
 namespace gvx {
-
-struct GatewayContext;
 
 // Registers the work of every request that the gateway serves, which shares the context; and the refusal of every other
 // one, which leaves by the main-service link as all responses do. Of the thread that starts and stops the gateway.

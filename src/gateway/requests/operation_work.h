@@ -1,20 +1,15 @@
 #pragma once
 
+#include "gateway/requests/work_parts.h"
+
 #include <cstdint>
 #include <functional>
 
-namespace BP {
-class CCmd;
-class CGvxSessionBase;
-}  // namespace BP
-
 namespace gvx {
 
-struct GatewayContext;
-
 // The work of every request of request_table.inc (docs/nss-requests.md): reads its record, calls the plug-in's
-// operation and answers with what it wrote. It runs on the thread of the device's reactor, or of the gateway's for a
-// plug-in as a whole. Secrets are wiped when the operation has returned.
+// operation and answers with what it wrote. It runs on the thread of the device's reactor, or of the plug-in's for one
+// as a whole. Secrets are wiped when the operation has returned.
 using OperationWork = std::function<int(GatewayContext&, BP::CGvxSessionBase&, const BP::CCmd&)>;
 
 // Calls add with the number of each of these requests and its work.

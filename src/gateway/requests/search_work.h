@@ -1,15 +1,10 @@
 #pragma once
 
-namespace BP {
-class CCmd;
-class CGvxSessionBase;
-}  // namespace BP
+#include "gateway/requests/work_parts.h"
 
 namespace gvx {
 
-struct GatewayContext;
-
-// The work about searches for devices, on the gateway's own reactor (gateway_work.h).
+// The work about searches for devices, on the reactor of the plug-in (gateway_work.h).
 
 // NSS_START_SEARCH_DEVICE_REQ: a plug-in begins to search; what it finds goes to the platform under the request's
 // transaction (gateway/plugins/discovery_reports.h). ZVS_GVX_DEV_DISCOVERY_RUNNING while it searches already.

@@ -1,13 +1,8 @@
 #pragma once
 
-namespace BP {
-class CCmd;
-class CGvxSessionBase;
-}  // namespace BP
+#include "gateway/requests/work_parts.h"
 
 namespace gvx {
-
-struct GatewayContext;
 
 // The work about snapshots, on the thread of the device's reactor (gateway_work.h). The way of a picture: the request
 // is queued at the lens; the plug-in takes the picture and reports it, and the gateway asks the platform for an

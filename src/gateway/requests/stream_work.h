@@ -1,13 +1,8 @@
 #pragma once
 
-namespace BP {
-class CCmd;
-class CGvxSessionBase;
-}  // namespace BP
+#include "gateway/requests/work_parts.h"
 
 namespace gvx {
-
-struct GatewayContext;
 
 // The work of requests about streams, on the thread of the device's reactor (gateway_work.h). Refusals carry DevCode,
 // ServiceID and Reason: ZVS_PARA_INVALID for a body that is not allowed, ZVS_GVX_DEV_NOT_EXIST,

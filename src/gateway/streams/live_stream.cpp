@@ -1,7 +1,6 @@
 #include "gateway/streams/live_stream.h"
 
 #include "base/log.h"
-#include "gateway/alarms/plugin_troubles.h"
 #include "gateway/messages/answer.h"
 #include "gateway/plugins/plugin_guard.h"
 #include "gvx_common/adapter/gvx_adapter_lens.h"
@@ -304,7 +303,7 @@ void LiveStream::LeaveObjectsBehind() {
         return;
     }
     m_leftBehind = true;
-    PluginTroubles::Instance().Note(PluginTrouble::Kind::LeftBehind, m_lens.plugin, "a stream", m_lens.device);
+    NoteLeftBehind(m_lens.plugin, "a stream", m_lens.device);
     GVX_LOG_WARN("Stream left behind",
                  "plug-in %s: what it did with stream %s is not known, its objects are kept. [dev:%s]",
                  m_lens.plugin.c_str(), m_request.serviceID.c_str(), m_lens.device.c_str());

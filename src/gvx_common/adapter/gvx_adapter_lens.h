@@ -189,8 +189,9 @@ public:
     // worker ends at the first.
     int StartSnapQueueThread();
     // Ends the worker, at once where it pauses, and waits for the capture that it is at; what waits is dropped. 0, also
-    // without a worker, or 1 when the lock failed. By one thread at a time, not the worker's; before the object of the
-    // plug-in's class goes.
+    // without a worker, or 1 when the lock failed. ZVS_GVX_GET_SNAP_SHOT_ERROR, with a reason, when the capture has not
+    // returned within GVX_PLUGIN_CALL_LIMIT: its thread is left behind, and the lens must not be deleted. By one thread
+    // at a time, not the worker's; before the object of the plug-in's class goes.
     int StopSnapQueueThread();
 
     // Frames to packets. A channel index is a stream type (0 to 10) for RTP over UDP, that value plus 11 (11 to 21)
@@ -296,6 +297,7 @@ private:
     int StartSnapQueueLocked();  // with the worker's QueueLife held
     void DeleteSnapQueue();
     void ServeSnapQueue();
+    bool Capture(const PU_SNAP_CONF_REQ& request);
 
     const std::unique_ptr<gvx::SnapshotWorker> m_snapWorker;
 };

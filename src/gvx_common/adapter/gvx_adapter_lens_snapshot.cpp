@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/adapter/snapshot/snapshot_worker.h"
 #include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
@@ -21,6 +22,18 @@ namespace {
 
 constexpr const char* kTitle = "Snapshot queue";
 constexpr std::size_t kMaxWaiting = 5;
+
+// In force when there is no memory to read the settings.
+constexpr long long kCallLimitSeconds = 10;
+constexpr long long kPauseMs = 300;
+
+long long SettingOr(gvx::Setting setting, long long other) noexcept {
+    try {
+        return gvx::SettingNumber(setting);
+    } catch (const std::bad_alloc&) {
+        return other;
+    }
+}
 
 using QueueGuard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
 
@@ -123,10 +136,15 @@ int CAdapterLensBase::StopSnapQueueThread() {
         m_snapQueueSema->release();
     }
     m_snapWorker->EndPauses();
-    gvx::SnapshotWorker::Join(m_snapQueueThreadHandle);  // requests that come meanwhile are dropped with the queue
+    // Requests that come meanwhile are dropped with the queue.
+    const std::chrono::milliseconds limit(SettingOr(gvx::Setting::GVX_PLUGIN_CALL_LIMIT, kCallLimitSeconds) * 1000);
+    const bool ended = m_snapWorker->Join(m_snapQueueThreadHandle, limit);
     const std::lock_guard<std::mutex> life(m_snapWorker->QueueLife());
     DeleteSnapQueue();
-    return ZVS_SUCCEED;
+    return ended ? ZVS_SUCCEED
+                 : GvxFail(ZVS_GVX_GET_SNAP_SHOT_ERROR,
+                           "A capture of lens %s has not returned for %lld s; its worker is left behind.", m_chSubDevID,
+                           static_cast<long long>(limit.count() / 1000));
 }
 
 int CAdapterLensBase::GetOneSnapRequest(PU_SNAP_CONF_REQ& snapReq, bool& queueExit) {
@@ -166,26 +184,39 @@ int CAdapterLensBase::ProcessSnapShotQueue(void* arg) {
 }
 
 void CAdapterLensBase::ServeSnapQueue() {
+    const std::shared_ptr<gvx::SnapshotWorker::Run> run = m_snapWorker->CurrentRun();
     bool queueExit = false;
     while (!queueExit) {
         PU_SNAP_CONF_REQ request{};
-        if (GetOneSnapRequest(request, queueExit) != ZVS_SUCCEED) {
+        if (GetOneSnapRequest(request, queueExit) != ZVS_SUCCEED || !run->BeginCapture()) {
             continue;
         }
-        try {
-            if (!OnCheckSnapShotRequest(request)) {
-                continue;
-            }
-            if (const int result = VcuSnapShotReqInfo(request); result != ZVS_SUCCEED) {
-                GVX_LOG_ERR_CODE(kTitle, result, "VcuSnapShotReqInfo failed");
-                continue;
-            }
-            GVX_LOG_INFO(kTitle, "VcuSnapShotReqInfo success");
-            m_snapWorker->Pause(std::chrono::milliseconds(gvx::SettingNumber(gvx::Setting::EveryIPC_CapInterval)));
-        } catch (const std::exception& fault) {
-            GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_PLUGIN_EXCEPTION, "VcuSnapShotReqInfo failed: %s", fault.what());
-        } catch (...) {
-            GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_PLUGIN_EXCEPTION, "VcuSnapShotReqInfo failed");
+        const bool captured = Capture(request);
+        if (!run->EndCapture()) {
+            return;  // the lens may be gone
+        }
+        if (captured) {
+            run->Pause(std::chrono::milliseconds(SettingOr(gvx::Setting::EveryIPC_CapInterval, kPauseMs)));
         }
     }
+}
+
+bool CAdapterLensBase::Capture(const PU_SNAP_CONF_REQ& request) {
+    try {
+        if (!OnCheckSnapShotRequest(request)) {
+            return false;
+        }
+        const int result = VcuSnapShotReqInfo(request);
+        if (result == ZVS_SUCCEED) {
+            GVX_LOG_INFO(kTitle, "VcuSnapShotReqInfo success");
+        } else {
+            GVX_LOG_ERR_CODE(kTitle, result, "VcuSnapShotReqInfo failed");
+        }
+        return result == ZVS_SUCCEED;
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_PLUGIN_EXCEPTION, "VcuSnapShotReqInfo failed: %s", fault.what());
+    } catch (...) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_GVX_PLUGIN_EXCEPTION, "VcuSnapShotReqInfo failed");
+    }
+    return false;
 }

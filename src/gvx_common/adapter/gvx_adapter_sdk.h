@@ -84,7 +84,8 @@ public:
     // A device was found; any thread. A device that the platform knows, or that was reported in this search, is not
     // reported again; without a search it is dropped.
     void UpdateDiscoveryDeviceList(DeviceDiscoveryInfo& info);
-    // How far a search in passive mode is, in percent; above 100 counts as 100, which ends the search. Any thread.
+    // How far a search in passive mode is, in percent; above 100 counts as 100, which ends the search. A value below an
+    // earlier one is kept, and not reported. Any thread.
     void UpdateDiscoveryPrecent(unsigned int value);
     UPDATE_PRECENT_MODE GetUpdatePrecentMode() const { return m_enUpdatePrecentMode; }
     SEND_PEOBE_STATUS GetSendProbeStatus() const { return m_enSendProbeStatus; }
@@ -129,6 +130,8 @@ protected:
 
 private:
     int StartDiscoveryTask(const CDiscoveryDeviceInfo& request);
+    int TakeDiscoveryRequest(const CDiscoveryDeviceInfo& request);
+    int SpawnDiscoveryThreads(int& threads);
     std::uint32_t DiscoveryPercent();
     void CleanUpDiscovery();
 

@@ -84,11 +84,28 @@ int CAdapterSdkBase::StartDiscoveryTask(const CDiscoveryDeviceInfo& request) {
     m_pDiscoveryTaskSemaphore = new (std::nothrow) ACE_Thread_Semaphore(0, nullptr, nullptr, INT_MAX);
     GVX_CHECK_NULL_RETURN(m_pDiscoveryTaskSemaphore, ZVS_NULL_POINTER);
     ++g_bp_memstat;
-    m_discoveryTask->Begin(MaxSeconds());
-    if (m_pDiscDevInfo == nullptr) {
-        m_pDiscoveryTaskSemaphore->release(2);
-        GVX_CHECK_NULL_RETURN(m_pDiscDevInfo, ZVS_NULL_POINTER);
+    int threads = 0;
+    int result = ZVS_FAIL;
+    m_discoveryTask->Begin(request.DiscDevIpRangeList.empty());
+    try {
+        m_discoveryTask->LimitTo(MaxSeconds());
+        result = TakeDiscoveryRequest(request);
+        if (result == ZVS_SUCCEED) {
+            result = SpawnDiscoveryThreads(threads);
+        }
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "There is no memory for a search.");
+        result = ZVS_FAIL;
     }
+    if (result != ZVS_SUCCEED) {
+        m_discoveryTask->Abandon();
+        m_pDiscoveryTaskSemaphore->release(2 - threads);  // a thread that is missing owes its signal all the same
+    }
+    return result;
+}
+
+int CAdapterSdkBase::TakeDiscoveryRequest(const CDiscoveryDeviceInfo& request) {
+    GVX_CHECK_NULL_RETURN(m_pDiscDevInfo, ZVS_NULL_POINTER);
     m_DiscoveryDeviceMap.clear();
     for (const std::string& device : request.AddedDevList) {
         if (!m_DiscoveryDeviceMap.emplace(device, device).second) {
@@ -101,27 +118,32 @@ int CAdapterSdkBase::StartDiscoveryTask(const CDiscoveryDeviceInfo& request) {
     m_pDiscDevInfo->strServerCode = request.strServerCode;
     m_pDiscDevInfo->DiscDevIpRangeList = request.DiscDevIpRangeList;
     m_pDiscDevInfo->AddedDevList = request.AddedDevList;
+    // Ahead of the threads, since the record is the reporting one's from then on.
+    DISCOVERY_IP_INFO range{};
+    if (request.DiscDevIpRangeList.empty() && GetLocalIpRange(range) == ZVS_SUCCEED) {
+        m_pDiscDevInfo->DiscDevIpRangeList.push_back(range);
+    }
     {
         const ListGuard guard(m_UpdatePrecentMutex);
         m_uiPrecent = 0;
         m_uiProcessRateIndex = 0;
     }
-    {
-        const ListGuard guard(m_DevceDiscoveryInfoMutex);
-        m_DevceDiscoveryInfo.clear();
-    }
-    // A thread that is missing owes its signal all the same.
+    const ListGuard guard(m_DevceDiscoveryInfoMutex);
+    m_DevceDiscoveryInfo.clear();
+    return ZVS_SUCCEED;
+}
+
+int CAdapterSdkBase::SpawnDiscoveryThreads(int& threads) {
     if (!m_discoveryTask->Spawn("DiscoveryDevice", &CAdapterSdkBase::ProcessSendDiscoveryDevice, this)) {
         GVX_LOG_ERR(kTitle, "Fail to create thread for sending disc device.");
-        m_pDiscoveryTaskSemaphore->release(2);
         return ZVS_FAIL;
     }
+    ++threads;
     if (!m_discoveryTask->Spawn("ProbeSending", &CAdapterSdkBase::ProcessSendProbeMessage, this)) {
         GVX_LOG_ERR(kTitle, "Fail to create thread for sending probe.");
-        m_discoveryTask->Abandon();
-        m_pDiscoveryTaskSemaphore->release();
         return ZVS_FAIL;
     }
+    ++threads;
     return ZVS_SUCCEED;
 }
 
@@ -172,22 +194,14 @@ int CAdapterSdkBase::ProcessSendProbeMessage(void* pArg) {
         }
     };
     const Finish finish{sdk};
-    std::list<DISCOVERY_IP_INFO> ranges = sdk.m_pDiscDevInfo->DiscDevIpRangeList;
-    const bool local = ranges.empty();
-    if (local) {
-        DISCOVERY_IP_INFO range{};
-        if (sdk.GetLocalIpRange(range) == ZVS_SUCCEED) {
-            ranges.push_back(range);
-        }
-    }
-    std::list<std::string> addresses = gvx::ListProbeAddresses(ranges);
+    std::list<std::string> addresses = gvx::ListProbeAddresses(sdk.m_pDiscDevInfo->DiscDevIpRangeList);
     sdk.m_uiDevNumHasMatched = 0;
     sdk.m_uiDevNumNeedProbe = addresses.size();
     GVX_LOG_INFO(kTitle, "There are[%zu] device need to probe.", addresses.size());
     if (sdk.IsSearchOver()) {
         return ZVS_SUCCEED;
     }
-    if (local) {
+    if (sdk.m_discoveryTask->IsLocal()) {
         sdk.SendLocalProbeMessage(addresses);
     } else {
         sdk.SendRemoteProbeMessage(addresses);
@@ -222,12 +236,13 @@ void CAdapterSdkBase::SendDiscoveryDevice() {
         ~CleanUp() { sdk.CleanUpDiscovery(); }
     };
     const CleanUp cleanUp{*this};
+    std::uint32_t told = 0;  // a plug-in may go back with its percentage; what is reported never falls
     for (;;) {
         if (GetUpdatePrecentMode() == Update_Precent_Mode_Initiative) {
             UpdateDiscoveryPrecentSelf();
         }
         // Read ahead of the list: what a plug-in reports before it says 100 is in the last report.
-        const std::uint32_t percent = DiscoveryPercent();
+        told = std::max(told, DiscoveryPercent());
         std::list<DeviceDiscoveryInfo> found;
         {
             const ListGuard guard(m_DevceDiscoveryInfoMutex);
@@ -238,7 +253,7 @@ void CAdapterSdkBase::SendDiscoveryDevice() {
         }
         std::list<DeviceDiscoveryInfo>& report = m_pDiscDevInfo->DiscDevInfoList;
         report.clear();
-        m_pDiscDevInfo->iPercent = static_cast<int>(percent);
+        m_pDiscDevInfo->iPercent = static_cast<int>(told);
         for (auto device = found.begin(); device != found.end();) {
             const auto next = std::next(device);
             if (m_DiscoveryDeviceMap.emplace(device->szIp, device->szIp).second) {
@@ -250,7 +265,7 @@ void CAdapterSdkBase::SendDiscoveryDevice() {
             device = next;
         }
         m_pDiscCallback(m_pDiscDevInfo);
-        if (percent == kDone) {
+        if (told == kDone) {
             return;
         }
         m_discoveryTask->Wait(kBetweenReports);
@@ -281,7 +296,8 @@ void CAdapterSdkBase::CleanUpDiscovery() {
     m_DiscoveryDeviceMap.clear();
     m_uiDevNumHasMatched = 0;
     m_uiDevNumNeedProbe = 0;
-    m_discoveryTask->Stop();  // a probe that goes on learns that it is of no use, also while the next start waits for it
+    m_discoveryTask
+        ->Stop();  // a probe that goes on learns that it is of no use, also while the next start waits for it
     m_bIsDiscoveryRunning = false;
     GVX_LOG_INFO(kTitle, "Discovery task finish.");
 }

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <new>
 #include <thread>
@@ -153,7 +154,12 @@ int CQueueFlowControl::enqueue_tail(void* pData) {
     }
     pMsgEnQue->EnQueueTime = ACE_Time_Value(BP::OSTime::Time());
     pMsgEnQue->pData = pData;
-    m_FlowControlQue.push_back(pMsgEnQue.get());
+    try {
+        m_FlowControlQue.push_back(pMsgEnQue.get());
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("Flow control", ZVS_ALLOC_MEMORY_ERROR, "There is no memory for a message in the queue.");
+        return 1;
+    }
     (void)pMsgEnQue.release();  // the queue's
     ++m_ulEnterQueCnt;
     m_evWait.signal();
@@ -253,7 +259,12 @@ void CQueueFlowControl::Serve(FLOW_CONGTROL_MSG& item, bool& expired, bool& succ
                 m_strProtocal.c_str());
         return;
     }
-    succeeded = QFC_MsgProc(item.pData) == 0;
+    try {
+        succeeded = QFC_MsgProc(item.pData) == 0;
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR("Flow control", "[QueName: %s , Protocal :%s]The message is dropped: %s.", m_strQueName.c_str(),
+                    m_strProtocal.c_str(), fault.what());
+    }
     QFC_MsgFree(item.pData);
 }
 
@@ -263,8 +274,12 @@ void CQueueFlowControl::sendFlowContolAlarm(EN_QFC_ALARM_TYPE type) {
         return;
     }
     if (!m_szbAlarmQueStatus[type]) {
-        CEmergencyProtection::Instance()->OnFluxControlWarn(m_strProtocal, m_strQueName,
-                                                            szFlowControlDescription[type]);
+        try {
+            CEmergencyProtection::Instance()->OnFluxControlWarn(m_strProtocal, m_strQueName,
+                                                                szFlowControlDescription[type]);
+        } catch (const std::bad_alloc&) {
+            return;  // the next message that is shed raises it
+        }
         // The time is set before the flag, because the clearing side looks at the flag first.
         m_szLastAlarmTime[type] = gvx::CurrentClock().WallMicroseconds();
         m_szbAlarmQueStatus[type] = true;
@@ -281,7 +296,12 @@ void CQueueFlowControl::sendFlowContolAlarmResume(EN_QFC_ALARM_TYPE type) {
     if (gvx::CurrentClock().WallMicroseconds() < quietSince + m_ulMaxIntervalSec * kMicroseconds) {
         return;
     }
-    CEmergencyProtection::Instance()->OnFluxControlResume(m_strProtocal, m_strQueName, szFlowControlDescription[type]);
+    try {
+        CEmergencyProtection::Instance()->OnFluxControlResume(m_strProtocal, m_strQueName,
+                                                              szFlowControlDescription[type]);
+    } catch (const std::bad_alloc&) {
+        return;  // the next turn of the timer clears it
+    }
     m_szbAlarmQueStatus[type] = false;
 }
 

@@ -10,6 +10,7 @@
 #include <ace/OS_NS_sys_time.h>
 
 #include <cerrno>
+#include <new>
 #include <string>
 
 #include <fcntl.h>
@@ -102,7 +103,13 @@ int CGVXReceiver::handle_input(ACE_HANDLE) {
         return errno == EAGAIN || errno == ETIME ? 0 : -1;
     }
     m_lastRecvTime = TimeOfDay();
-    return PostData(data, static_cast<std::size_t>(length));
+    try {
+        return PostData(data, static_cast<std::size_t>(length));
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("handle_input", ZVS_ALLOC_MEMORY_ERROR, "There is no memory for what fd[%d] has sent.",
+                         get_handle());
+        return -1;
+    }
 }
 
 int CGVXReceiver::PostData(const char* data, std::size_t length) {

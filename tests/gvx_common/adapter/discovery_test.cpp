@@ -33,6 +33,11 @@ void TakeReport(CDiscoveryDeviceInfo* info) {
     }
 }
 
+std::size_t ReportCount() {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    return g_reports.size();
+}
+
 class ProbingSdk : public CAdapterSdkBase {
 public:
     explicit ProbingSdk(std::function<void(ProbingSdk&, const std::list<std::string>&)> probe)
@@ -181,6 +186,13 @@ TEST(Discovery, TakesAHundredThousandDevicesFromEightThreads) {
         for (std::thread& thread : threads) {
             thread.join();
         }
+        self.UpdateDiscoveryPrecent(40);
+        EXPECT_TRUE(WaitUntil([] {
+            const std::lock_guard<std::mutex> lock(g_mutex);
+            return !g_reports.empty() && g_reports.back().percent == 40;
+        }));
+        self.UpdateDiscoveryPrecent(30);
+        EXPECT_TRUE(WaitUntil([count = ReportCount()] { return ReportCount() > count + 1; }));
         self.UpdateDiscoveryPrecent(101);
     });
     sdk.BePassive();

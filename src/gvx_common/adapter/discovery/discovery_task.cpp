@@ -6,7 +6,6 @@
 #include "base/log.h"
 #include "gvx_common/utility/gvx_utility.h"
 
-#include <ace/OS_NS_sys_time.h>
 #include <ace/Thread.h>
 #include <ace/Thread_Semaphore.h>
 
@@ -72,22 +71,35 @@ struct DiscoveryTask::Launch {
 };
 
 bool DiscoveryTask::TakeSignals(ACE_Thread_Semaphore& semaphore, std::chrono::milliseconds limit) {
-    ACE_Time_Value until = ACE_OS::gettimeofday() + ACE_Time_Value(limit);
+    // The semaphore itself could wait by wall time alone, which may be set meanwhile.
+    const auto until = std::chrono::steady_clock::now() + limit;
     while (m_owed > 0) {
-        if (semaphore.acquire(until) != 0) {
+        if (semaphore.tryacquire() == 0) {
+            --m_owed;
+            continue;
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= until) {
             return false;
         }
-        --m_owed;
+        std::unique_lock<std::mutex> lock(m_state->mutex);
+        m_state->changed.wait_until(lock, std::min(until, now + kMaxSleep));
     }
     return true;
 }
 
-void DiscoveryTask::Begin(int maxSeconds) {
+void DiscoveryTask::Begin(bool local) {
     m_owed = kThreadsOfTask;
     const std::lock_guard<std::mutex> lock(m_state->mutex);
+    m_state->local = local;
     m_state->stopped = false;
     m_state->abandoned = false;
-    m_state->endMs = MonotonicMilliseconds() + std::int64_t{maxSeconds} * 1000;
+    m_state->endMs = 0;
+}
+
+void DiscoveryTask::LimitTo(int seconds) {
+    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    m_state->endMs = MonotonicMilliseconds() + std::int64_t{seconds} * 1000;
 }
 
 bool DiscoveryTask::Spawn(const char* name, Body body, void* argument) {
@@ -144,6 +156,11 @@ bool DiscoveryTask::IsAbandoned() const {
 bool DiscoveryTask::IsStopped() const {
     const std::lock_guard<std::mutex> lock(m_state->mutex);
     return m_state->stopped;
+}
+
+bool DiscoveryTask::IsLocal() const {
+    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    return m_state->local;
 }
 
 bool DiscoveryTask::IsOver() const {

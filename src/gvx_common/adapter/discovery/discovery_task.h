@@ -28,12 +28,14 @@ public:
     DiscoveryTask() : m_state(std::make_shared<State>()) {}
 
     // Waits until the last task has given all its signals, for limit at most. False when it has not. Of the thread
-    // that starts tasks, as are Begin and Spawn.
+    // that starts tasks, as are Begin, LimitTo and Spawn.
     bool TakeSignals(ACE_Thread_Semaphore& semaphore, std::chrono::milliseconds limit);
-    // A task begins that may take maxSeconds: two signals are owed from now on.
-    void Begin(int maxSeconds);
+    // A task begins: two signals are owed from now on. local: it searches the local segment.
+    void Begin(bool local);
+    // How long it may take from now on; to be called ahead of its threads.
+    void LimitTo(int seconds);
     // Runs body(argument) on a detached thread of 128 KiB stack with that name, at most 15 characters. False when there
-    // is no thread to be had. An exception of the body is logged.
+    // is no thread to be had. An exception of the body is logged. Throws std::bad_alloc.
     bool Spawn(const char* name, Body body, void* argument);
 
     // Ends waits of the task that runs, and lets IsOver answer true.
@@ -41,6 +43,8 @@ public:
     // The task comes to nothing, since a thread of it could not be made: the other one ends without a report.
     void Abandon();
     bool IsAbandoned() const;
+    // Whether the last task that began searches the local segment.
+    bool IsLocal() const;
     // True when the task was stopped or has taken its time.
     bool IsOver() const;
     bool IsStopped() const;
@@ -56,6 +60,7 @@ private:
         std::condition_variable changed;
         bool stopped = false;  // Guarded by mutex, as is all below.
         bool abandoned = false;
+        bool local = false;
         std::int64_t endMs = 0;  // monotonic
         int threads = 0;
     };

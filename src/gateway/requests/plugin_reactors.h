@@ -1,0 +1,33 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+class CGvxReactor;
+
+namespace gvx {
+
+// A reactor for each plug-in that was asked for work which concerns it as a whole (searches, validation): such requests
+// are served in order, and a plug-in that does not return from one holds up those for itself alone. Any thread.
+class PluginReactors {
+public:
+    PluginReactors();
+    // Waits for work that still runs.
+    ~PluginReactors();
+    PluginReactors(const PluginReactors&) = delete;
+    PluginReactors& operator=(const PluginReactors&) = delete;
+
+    // The reactor of a plug-in that is loaded, made by the first call for it; it stays until End. Null, with a log
+    // line, when no thread, memory or descriptor is to be had for it.
+    CGvxReactor* Of(const std::string& plugin);
+    // Ends all of them, and waits for the work that runs; what is queued is not served any more. Not on their threads.
+    void End();
+
+private:
+    std::mutex m_mutex;
+    std::map<std::string, std::unique_ptr<CGvxReactor>> m_reactors;  // Guarded by m_mutex; by the plug-in's name.
+};
+
+}  // namespace gvx
