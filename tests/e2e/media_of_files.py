@@ -86,6 +86,10 @@ def talk(ctl, folder, audio):
     e2e.check(f"m=audio {outcome['started']['VoicePort']} RTP/AVP 8" in sdp, sdp)
     ctl("broadcast", "--send", audio)
     e2e.check(said.read_bytes() == 2 * audio.read_bytes(), "a broadcast is written behind the talk")
+    outcome = ctl("talk", "--tcp", "--send", audio, "--audio", heard, "--sdp", folder / "talk.sdp")
+    e2e.check(said.read_bytes() == 3 * audio.read_bytes(), f"what was said over TCP: {json.dumps(outcome)}")
+    e2e.check(outcome["received"]["audio"]["packets"] > 100 and heard.read_bytes()[:8000] == audio.read_bytes()[:8000],
+              json.dumps(outcome))
     e2e.check("names no file" in ctl.refused("talk", "--lens", "CAM001_1", "--send", audio), "a lens without talk")
 
 

@@ -23,6 +23,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -152,18 +153,14 @@ int StopAndTell(Platform& platform, const StreamSpec& spec, RtpReceiver& receive
     return error.empty() ? kExitOk : Fail(kExitRefused, error);
 }
 
+using SendPacket = std::function<void(const unsigned char* packet, std::size_t size)>;
+
 // Sends a file as G.711 in RTP (RFC 3551, section 4.5.14), 20 ms a packet, until it ends or `stop` says so. Packets
 // sent.
-std::uint64_t SendSound(const std::string& bytes, const Endpoint& to, int payloadType,
+std::uint64_t SendSound(const std::string& bytes, const SendPacket& send, int payloadType,
                         const std::function<bool()>& stop) {
     constexpr std::size_t kPiece = 160;
     constexpr std::size_t kHead = 12;
-    std::string error;
-    const gvx::UniqueFd fd = BindUdp(Endpoint{"0.0.0.0", 0}, error);
-    sockaddr_in target{};
-    target.sin_family = AF_INET;
-    target.sin_port = htons(to.port);
-    inet_pton(AF_INET, to.ip.c_str(), &target.sin_addr);
     const auto begin = std::chrono::steady_clock::now();
     std::uint32_t count = 0;
     for (std::size_t at = 0; at < bytes.size() && !stop(); at += kPiece, ++count) {
@@ -177,10 +174,29 @@ std::uint64_t SendSound(const std::string& bytes, const Endpoint& to, int payloa
             packet[8 + i] = static_cast<unsigned char>("gvxc"[i]);
         }
         bytes.copy(reinterpret_cast<char*>(packet) + kHead, length, at);
-        sendto(fd.Get(), packet, kHead + length, 0, reinterpret_cast<const sockaddr*>(&target), sizeof target);
+        send(packet, kHead + length);
         std::this_thread::sleep_until(begin + std::chrono::milliseconds(20) * (count + 1));
     }
     return count;
+}
+
+// What sends to a UDP address, or back on the connection that the receiver has.
+SendPacket VoiceSender(const StreamSpec& spec, const Endpoint& to, RtpReceiver& receiver) {
+    if (spec.tcp) {
+        constexpr std::uint8_t kSoundChannel = 2;
+        return [&receiver](const unsigned char* packet, std::size_t size) {
+            receiver.SendInterleaved(kSoundChannel, packet, size);
+        };
+    }
+    std::string error;
+    const auto fd = std::make_shared<gvx::UniqueFd>(BindUdp(Endpoint{"0.0.0.0", 0}, error));
+    sockaddr_in target{};
+    target.sin_family = AF_INET;
+    target.sin_port = htons(to.port);
+    inet_pton(AF_INET, to.ip.c_str(), &target.sin_addr);
+    return [fd, target](const unsigned char* packet, std::size_t size) {
+        sendto(fd->Get(), packet, size, 0, reinterpret_cast<const sockaddr*>(&target), sizeof target);
+    };
 }
 
 }  // namespace
@@ -391,11 +407,13 @@ int RunTalk(const CommonOptions& common, const TalkOptions& options) {
     if (!platform.LinkMainService(error)) {
         return Fail(kExitNoLink, error);
     }
-    if (!receiver.StartUdp(options.ip, 0, 0, RecordFiles{"", options.receive}, error)) {
+    const RecordFiles files{"", options.receive};
+    if (!(spec.tcp ? receiver.StartTcp(Endpoint{options.ip, 0}, files, error)
+                   : receiver.StartUdp(options.ip, 0, 0, files, error))) {
         return Fail(kExitRefused, error);
     }
     spec.video = Endpoint{options.ip, 0};
-    spec.audioPort = receiver.AudioPort();
+    spec.audioPort = spec.tcp ? receiver.VideoPort() : receiver.AudioPort();
     if (!StartStream(platform, spec, response, error)) {
         return Fail(kExitRefused, error);
     }
@@ -413,8 +431,8 @@ int RunTalk(const CommonOptions& common, const TalkOptions& options) {
                          static_cast<std::uint16_t>(gvx::JsonInt(started, "VoicePort", 0))};
     {
         const Progress progress("talking", [&receiver] { return StatsLine(receiver.Stats()); });
-        outcome["said"] =
-            Json::UInt64(SendSound(sound, voice, static_cast<int>(gvx::JsonInt(started, "AudioPayload", 8)), over));
+        outcome["said"] = Json::UInt64(SendSound(sound, VoiceSender(spec, voice, receiver),
+                                                 static_cast<int>(gvx::JsonInt(started, "AudioPayload", 8)), over));
         while (options.seconds > 0 && !over()) {
             SleepUnlessInterrupted(kStepMs);
         }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <utility>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -129,26 +130,42 @@ void RtpReceiver::DrainUdp(int fd) {
 }
 
 void RtpReceiver::RunTcp() {
-    gvx::UniqueFd connection;
+    gvx::UniqueFd accepted;
     std::string error;
-    while (m_running && !connection.Valid() && error.empty()) {
-        connection = AcceptTcp(m_video.Get(), kPollMs, error);
+    while (m_running && !accepted.Valid() && error.empty()) {
+        accepted = AcceptTcp(m_video.Get(), kPollMs, error);
     }
-    if (connection.Valid()) {
-        SetReceiveBuffer(connection.Get(), kReceiveBufferBytes);
+    const int connection = accepted.Get();
+    if (connection != -1) {
+        SetReceiveBuffer(connection, kReceiveBufferBytes);
+        const std::lock_guard<std::mutex> lock(m_connectionMutex);
+        m_connection = std::move(accepted);
+        m_connected.notify_all();
     }
-    while (m_running && connection.Valid()) {
-        if (WaitReadable(connection.Get(), kPollMs) && !ReadTcp(connection.Get())) {
-            connection.Reset();
-        }
+    bool open = connection != -1;
+    while (m_running && open) {
+        open = !WaitReadable(connection, kPollMs) || ReadTcp(connection);
     }
-    while (connection.Valid() && WaitReadable(connection.Get(), 0) && ReadTcp(connection.Get())) {
+    while (open && WaitReadable(connection, 0) && ReadTcp(connection)) {
         // what was sent before the stop belongs to the stream
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_connectionMutex);
+        m_connection.Reset();
     }
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (!error.empty()) {
         m_error = error;
     }
+}
+
+bool RtpReceiver::SendInterleaved(std::uint8_t channel, const unsigned char* packet, std::size_t size) {
+    constexpr std::chrono::seconds kConnectLimit(2);
+    std::string bytes{'$', static_cast<char>(channel), static_cast<char>(size >> 8), static_cast<char>(size)};
+    bytes.append(reinterpret_cast<const char*>(packet), size);
+    std::unique_lock<std::mutex> lock(m_connectionMutex);
+    return m_connected.wait_for(lock, kConnectLimit, [this] { return m_connection.Valid(); }) &&
+           ::send(m_connection.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
 bool RtpReceiver::ReadTcp(int fd) {

@@ -4,6 +4,9 @@
 #include "gvxctl/stream_recorder.h"
 
 #include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -27,6 +30,9 @@ public:
     bool StartUdp(const std::string& ip, std::uint16_t videoPort, std::uint16_t audioPort, const RecordFiles& files,
                   std::string& error);
     bool StartTcp(const Endpoint& local, const RecordFiles& files, std::string& error);
+    // Sends a packet back on the TCP connection, behind the four bytes of interleave. Waits for the connection, two
+    // seconds at most. False when it is not there, or takes nothing. Any thread.
+    bool SendInterleaved(std::uint8_t channel, const unsigned char* packet, std::size_t size);
     // Takes in what the kernel still holds, ends the thread and closes the files.
     void Stop();
 
@@ -54,6 +60,9 @@ private:
     gvx::UniqueFd m_metadata;  // UDP only
     MetadataOptions m_metadataOptions;
     InterleaveCutter m_cutter;
+    std::mutex m_connectionMutex;
+    std::condition_variable m_connected;
+    gvx::UniqueFd m_connection;  // Guarded by m_connectionMutex; read by the thread alone.
     mutable std::mutex m_mutex;  // guards m_recorder and m_error, taken once for each batch of packets
     StreamRecorder m_recorder;
     std::string m_error;

@@ -8,6 +8,11 @@ namespace plugin_check {
 
 class Journal;
 
+// How long the plug-in has to show that it keeps silent.
+constexpr std::chrono::milliseconds kSilence(300);
+// A number that is no stream type and no channel.
+constexpr std::uint32_t kUnknownType = 9999;
+
 struct DriveOptions {
     std::string file;    // the shared object
     std::string config;  // what Init is given

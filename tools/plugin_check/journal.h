@@ -18,6 +18,8 @@ constexpr char kPlugin = 'P';   // who the plug-in is, instead of an operation
 constexpr char kFigure = 'F';   // what is worth knowing beside: one sentence
 constexpr char kAllDone = 'D';  // the drive has come to its end
 
+constexpr const char* kSdk = "plug-in";  // the lane of calls that concern no device
+
 // Calls of one lane come one after the other; a lane is a device's thread, or that of the plug-in object.
 class Journal {
 public:

@@ -157,6 +157,7 @@ void AddMediaCommands(CLI::App& app, CommandLine& line) {
         addDevice(talk, spoken.devCode, spoken.lensCode);
         talk.add_option("--service-id", spoken.serviceId, "identifier of the stream")->capture_default_str();
         AddHost(talk, "--ip", line.talk.ip, "local address");
+        talk.add_flag("--tcp", spoken.tcp, "both ways on one TCP connection that the gateway makes");
         talk.add_option("--send", line.talk.send, "G.711 file that is said, 8000 Hz")->required(broadcast);
         if (!broadcast) {
             talk.add_option("--audio", line.talk.receive, "file for what the lens says");
