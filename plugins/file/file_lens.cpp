@@ -254,7 +254,8 @@ int FileLens::PlayBackStreamControl(const STREAM_CONTROL_PARAM_S& control, CStre
 int FileLens::StartVoiceStream(void* userInfo, SEND_VOICE_STREAM_FUNC* func, CStreamParam* param) {
     GVX_CHECK_NULL_RETURN(func, ZVS_NULL_POINTER);
     GVX_CHECK_NULL_RETURN(param, ZVS_NULL_POINTER);
-    const int channelID = static_cast<int>(param->m_nStreamID);
+    const int channelID = static_cast<int>(param->m_nStreamID) +
+                          (param->m_nDstTransProtocol == RTP_OVER_TCP ? GVX_MEDIA_CHANNEL_TCP_OFFSET : 0);
     const std::lock_guard<std::mutex> lock(m_talkMutex);
     if (m_talk != nullptr) {
         return GvxFail(ZVS_GVX_STREAM_EXIST, "The lens is being talked to already.");
@@ -265,7 +266,7 @@ int FileLens::StartVoiceStream(void* userInfo, SEND_VOICE_STREAM_FUNC* func, CSt
     return gvxplugin::Guarded(kTitle, "StartVoiceStream", [&]() -> int {
         std::string error;
         auto talk = std::make_unique<Talk>(m_media, *this, channelID, userInfo);
-        if (!talk->Start(channelID == STREAM_AUDIO_TALKBACK, error)) {
+        if (!talk->Start(param->m_nStreamID == STREAM_AUDIO_TALKBACK, error)) {
             return GvxFail(ZVS_OPEN_FILE_ERROR, "%s", error.c_str());
         }
         m_talk = std::move(talk);

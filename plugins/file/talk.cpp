@@ -98,7 +98,8 @@ void Talk::Run() {
             data.nAudioSize = static_cast<std::uint16_t>(count);
             data.eAudioFormatType = m_media->audioFormat;
             data.nTimeTick = static_cast<std::uint32_t>(count);
-            m_lens.H264ToRtp(piece, static_cast<int>(count), data, m_channelID, false, false, 0, 0, false);
+            m_lens.H264ToRtp(piece, static_cast<int>(count), data, m_channelID,
+                             m_channelID >= GVX_MEDIA_CHANNEL_TCP_OFFSET, false, 0, 0, false);
         }
         lock.lock();
     }

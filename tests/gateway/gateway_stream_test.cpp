@@ -130,8 +130,8 @@ TEST_F(GatewayTest, StartThatIsNotAllowedIsRefusedWithAReason) {
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9,"ServiceType":7,"StartTime":"20260101000001",
             "EndTime":"20260101000001")",
          ZVS_PARA_INVALID, "range"},
-        {R"("ServiceID":"s","DstIP":"127.0.0.1","DstAudioPort":9,"ServiceType":5,"Protocol":2)", ZVS_PARA_INVALID,
-         "Protocol of a talk"},
+        {R"("ServiceID":"s","DstIP":"127.0.0.1","DstAudioPort":1,"ServiceType":5,"Protocol":2)", ZVS_NET_CONNECT_ERROR,
+         "sockets"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","ServiceType":6)", ZVS_PARA_INVALID, "DstAudioPort is not one of 1"},
         {R"("ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":1,"Protocol":2)", ZVS_NET_CONNECT_ERROR, "sockets"},
     };

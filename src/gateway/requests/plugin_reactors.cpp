@@ -21,11 +21,13 @@ PluginReactors::~PluginReactors() {
 }
 
 CGvxReactor* PluginReactors::Of(const std::string& plugin) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto found = m_reactors.find(plugin);
-    if (found != m_reactors.end()) {
-        return found->second.get();
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (const auto found = m_reactors.find(plugin); found != m_reactors.end()) {
+            return found->second.get();
+        }
     }
+    // Made without the lock, since it waits for its thread; one that comes second goes again.
     try {
         auto reactor = std::make_unique<CGvxReactor>(kStackBytes, "Plugin");
         if (!reactor->IsRunning()) {
@@ -33,7 +35,8 @@ CGvxReactor* PluginReactors::Of(const std::string& plugin) {
                         plugin.c_str());
             return nullptr;
         }
-        return m_reactors.emplace(plugin, std::move(reactor)).first->second.get();
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_reactors.try_emplace(plugin, std::move(reactor)).first->second.get();
     } catch (const std::bad_alloc&) {
         GVX_LOG_ERR_CODE("Plug-in reactor", ZVS_ALLOC_MEMORY_ERROR,
                          "There is no memory for the requests of plug-in %s.", plugin.c_str());

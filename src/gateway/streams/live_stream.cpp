@@ -77,7 +77,7 @@ void LiveStream::FillParam() {
     m_param->m_nDstVideoIP = m_request.dstIp;
     m_param->m_nDstVideoPort = m_request.dstVideoPort;
     m_param->m_nDstAudioIP = m_request.dstIp;
-    m_param->m_nDstAudioPort = overTcp ? m_request.dstVideoPort : m_request.dstAudioPort;
+    m_param->m_nDstAudioPort = overTcp && !m_request.IsVoice() ? m_request.dstVideoPort : m_request.dstAudioPort;
     m_param->m_nBusinessType = static_cast<std::uint32_t>(m_request.service);
     m_param->m_strRecordFileName = m_request.contentID;
     m_param->m_strRecordStartTime = m_request.startTime;
@@ -141,7 +141,7 @@ int LiveStream::TakePorts(std::string& reason) {
 int LiveStream::OpenMedia(std::string& reason) {
     MediaSendParams params = SendParams();
     if (m_request.IsVoice()) {
-        params.videoDstAddr.set(m_request.dstAudioPort, m_request.dstIp);  // nothing goes there
+        params.videoDstAddr.set(m_request.dstAudioPort, m_request.dstIp);  // over UDP nothing goes there
     } else {
         params.nVideoLocalPort = m_ports.Video();
     }
@@ -167,17 +167,39 @@ int LiveStream::OpenMedia(std::string& reason) {
     return m_request.IsVoice() ? OpenVoice(reason) : 0;
 }
 
-// A description tells the platform where to send its sound.
+// A description tells the platform where to send its sound: over TCP on the connection that it was reached by.
 int LiveStream::OpenVoice(std::string& reason) {
+    VoiceReceiver::Source source;
+    source.ip = m_request.dstIp;
+    source.port = m_request.dstAudioPort;
+    source.localPort = m_ports.Video();
+    source.localIp = MediaAddress();
+    source.audioFormat = m_param->m_nAudioFormat;
+    source.payloadType = static_cast<int>(m_param->m_nAudioPayLoadType);
+    const bool overTcp = m_request.protocol == RTP_OVER_TCP;
+    if (overTcp) {
+        source.connection.Reset(m_media->DuplicateConnection());
+        if (!source.connection.Valid()) {
+            reason = "There is no descriptor to read the platform's sound by.";
+            return ZVS_GVX_OPEN_SOCKET_ERROR;
+        }
+    }
     m_voice = std::make_unique<VoiceReceiver>();
-    const int code = m_voice->Open({m_request.dstIp, m_request.dstAudioPort, m_ports.Video(), MediaAddress(),
-                                    m_param->m_nAudioFormat, static_cast<int>(m_param->m_nAudioPayLoadType)});
+    const int code = m_voice->Open(std::move(source));
+    if (code == ZVS_GVX_DEV_UN_SUPPORT) {
+        reason =
+            "The lens wants sound of format " + std::to_string(m_param->m_nAudioFormat) +
+            ", and a talk carries G.711 A-law (1) and mu-law (2) alone: descriptions have no words for AAC and G.726.";
+        return code;
+    }
     if (code != 0) {
         reason = Failure(code, "The platform's sound cannot be received.").reason;
         return code;
     }
     m_param->m_nSrcRtpVideoPort = 0;
-    m_param->m_nSrcRtpAudioPort = m_voice->Port();
+    if (!overTcp) {
+        m_param->m_nSrcRtpAudioPort = m_voice->Port();
+    }
     return 0;
 }
 

@@ -108,9 +108,6 @@ Result ReadStreamRequest(const Json::Value& body, StreamRequest& request) {
     if (protocol != RTP_OVER_UDP && protocol != RTP_OVER_TCP) {
         return Invalid("Protocol is not 1 or 2.");
     }
-    if (request.IsVoice() && protocol != RTP_OVER_UDP) {
-        return Invalid("Protocol of a talk or a broadcast is not 1.");
-    }
     request.protocol = static_cast<TRANS_PROTOCOL>(protocol);
     request.audio = JsonBool(body, "Audio", true);
     request.metadata = !request.IsVoice() && JsonBool(body, "Metadata", false);

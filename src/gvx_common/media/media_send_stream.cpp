@@ -17,6 +17,7 @@
 #include <utility>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -346,6 +347,13 @@ void CMediaSendStream::Close() {
 bool CMediaSendStream::IsOpen() const {
     UseGuard use(*this);
     return use && !m_pVideoRecord->bGone;
+}
+
+int CMediaSendStream::DuplicateConnection() const {
+    const UseGuard use(*this);
+    return use && m_eProtocol == RTP_OVER_TCP
+               ? ::fcntl(m_pVideoRecord->videoSockStream.get_handle(), F_DUPFD_CLOEXEC, 0)
+               : -1;
 }
 
 int CMediaSendStream::Send(const MEDIA_DATA& data) {

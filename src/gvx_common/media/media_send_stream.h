@@ -66,6 +66,10 @@ public:
     // room is counted as dropped.
     int Send(const MEDIA_DATA& data);
 
+    // A further descriptor of the TCP connection, close-on-exec and the caller's, for what the peer sends on it. -1
+    // when the stream is not open or not over TCP, or when there is none to be had.
+    int DuplicateConnection() const;
+
     // May also be called after Close, and then gives what Close left.
     MediaSendStatistics GetStatistics() const;
 
