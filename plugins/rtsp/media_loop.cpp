@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "base/zvs_error.h"
 
 #include <algorithm>
@@ -42,12 +43,14 @@ bool MediaLoop::Start(std::string& error) {
     epoll_event event{};
     event.events = EPOLLIN;
     if (!m_epoll.Valid() || !m_wake.Valid() || epoll_ctl(m_epoll.Get(), EPOLL_CTL_ADD, m_wake.Get(), &event) != 0) {
+        gvx::NoteShortage(errno);
         error = std::string("The loop of the cameras has no descriptors: ") + std::strerror(errno) + ".";
         return false;
     }
     try {
         m_thread = std::thread(&MediaLoop::Run, this);
     } catch (const std::system_error& fault) {
+        gvx::NoteShortage(gvx::Resource::Thread, fault.code().value());
         error = std::string("A thread for the cameras cannot be started: ") + fault.what() + ".";
         return false;
     }

@@ -2,18 +2,26 @@
 
 #include "base/clock.h"
 #include "base/log_fault.h"
+#include "base/log_repeats.h"
 #include "base/redact.h"
 #include "base/rotating_file.h"
+#include "base/shortage.h"
 
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -70,16 +78,121 @@ std::string FormatText(const char* format, va_list args) {
     return text;
 }
 
-spdlog::details::log_msg MessageOf(const std::string& line) {
+// How many bytes at the begin of a text make one character of UTF-8; 0 when they make none (RFC 3629, section 4).
+std::size_t Utf8Length(const unsigned char* text, std::size_t length) {
+    const unsigned char first = text[0];
+    const std::size_t wanted = first < 0x80                    ? 1
+                               : first >= 0xC2 && first < 0xE0 ? 2
+                               : first >= 0xE0 && first < 0xF0 ? 3
+                                                               : 4;
+    if (wanted == 1) {
+        return 1;
+    }
+    if (first < 0xC2 || first > 0xF4 || wanted > length) {
+        return 0;
+    }
+    const unsigned char least = first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
+    const unsigned char most = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
+    if (text[1] < least || text[1] > most) {
+        return 0;
+    }
+    for (std::size_t at = 2; at < wanted; ++at) {
+        if ((text[at] & 0xC0) != 0x80) {
+            return 0;
+        }
+    }
+    return wanted;
+}
+
+// A text as a string of JSON, with its quotes.
+void AppendQuoted(std::string& json, const std::string& text) {
+    json += '"';
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+    for (std::size_t at = 0; at < text.size();) {
+        const unsigned char c = bytes[at];
+        const std::size_t length = Utf8Length(bytes + at, text.size() - at);
+        if (c == '"' || c == '\\') {
+            json.append(1, '\\').append(1, static_cast<char>(c));
+        } else if (c < 0x20 || c == 0x7F) {
+            char code[8];
+            std::snprintf(code, sizeof(code), "\\u%04x", c);
+            json += code;
+        } else if (length == 0) {
+            json += "\xEF\xBF\xBD";
+        } else {
+            json.append(text, at, length);
+        }
+        at += std::max<std::size_t>(length, 1);
+    }
+    json += '"';
+}
+
+// Whether standard error leads to the journal.
+bool StandardErrorIsJournal() {
+    const char* const stream = std::getenv("JOURNAL_STREAM");
+    struct stat status {};
+    return stream != nullptr && fstat(STDERR_FILENO, &status) == 0 &&
+           std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == stream;
+}
+
+// What stands before each line, in spdlog's terms; the name of the logger is the number of the level.
+std::string PatternOf(bool json, bool journal) {
+    const std::string level = journal ? "<%n>" : "";
+    if (json) {
+        return level + R"({"time":"%Y-%m-%dT%H:%M:%S.%e%z",%v)";
+    }
+    return level + (journal ? "%v" : "%Y-%m-%d %H:%M:%S.%e %v");
+}
+
+// What is known of a line beside its text. title null: none; file null: no place.
+struct LineHead {
+    int level;
+    const char* title;
+    OMLogPlace place;
+};
+
+std::string TextLine(const LineHead& head, const std::string& text) {
+    std::string line = OMLogLevelName(head.level);
+    if (head.title != nullptr) {
+        line.append(" [").append(head.title).append("]");
+    }
+    line.append(" ").append(text);
+    line = RedactSecrets(std::move(line));
+    EscapeControls(line);
+    if (head.place.file != nullptr) {
+        line.append(" (").append(BaseName(head.place.file)).append(":").append(std::to_string(head.place.line));
+        line.append(" ").append(head.place.function).append(")");
+    }
+    return line;
+}
+
+std::string JsonLine(const LineHead& head, const std::string& text) {
+    std::string line = std::string("\"level\":\"") + OMLogLevelName(head.level) + "\"";
+    if (head.title != nullptr) {
+        AppendQuoted(line += ",\"title\":", RedactSecrets(head.title));
+    }
+    AppendQuoted(line += ",\"text\":", RedactSecrets(text));
+    if (head.place.file != nullptr) {
+        AppendQuoted(line += ",\"file\":", BaseName(head.place.file));
+        line.append(",\"line\":").append(std::to_string(head.place.line));
+        AppendQuoted(line += ",\"function\":", head.place.function);
+    }
+    return line += '}';
+}
+
+spdlog::details::log_msg MessageOf(int level, const std::string& line) {
+    static constexpr const char* kNumbers[] = {"0", "1", "2", "3", "4", "5", "6", "7"};
     const spdlog::log_clock::time_point now{std::chrono::duration_cast<spdlog::log_clock::duration>(
         std::chrono::microseconds(gvx::CurrentClock().WallMicroseconds()))};
-    return spdlog::details::log_msg(now, spdlog::source_loc{}, spdlog::string_view_t(), spdlog::level::info, line);
+    const char* const number = kNumbers[std::clamp<int>(level, OM_LOG_EMERG, OM_LOG_DEBUG)];
+    return spdlog::details::log_msg(now, spdlog::source_loc{}, number, spdlog::level::info, line);
 }
 
 // The base's lock guards the file and the formatter.
 class FileSink : public spdlog::sinks::base_sink<std::mutex> {
 public:
-    explicit FileSink(const OMLoggerOptions& options) : m_file(options.file, options.maxFileBytes, options.maxFiles) {
+    explicit FileSink(const OMLoggerOptions& options)
+        : m_file(options.file, options.maxFileBytes, options.maxFiles), m_json(options.json) {
         std::string error;
         if (!m_file.Open(error)) {
             throw spdlog::spdlog_ex(error);
@@ -89,12 +202,17 @@ public:
     void Check(gvx::LogFileState& state) {
         const std::lock_guard<std::mutex> lock(mutex_);
         m_file.Check(state, [this](std::uint64_t lost) {
-            const std::string text =
-                std::string(OMLogLevelName(OM_LOG_WARNING)) + " [Log] " + std::to_string(lost) + " lines are lost.";
+            const LineHead head{OM_LOG_WARNING, "Log", {nullptr, 0, nullptr}};
+            const std::string text = std::to_string(lost) + " lines are lost.";
             spdlog::memory_buf_t line;
-            formatter_->format(MessageOf(text), line);
+            formatter_->format(MessageOf(head.level, m_json ? JsonLine(head, text) : TextLine(head, text)), line);
             return std::string(line.data(), line.size());
         });
+    }
+
+    void OpenAnew() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        m_file.OpenAnew();
     }
 
 protected:
@@ -107,15 +225,21 @@ protected:
 
 private:
     gvx::RotatingFile m_file;
+    const bool m_json;
 };
 
 class SpdlogLogger : public IOMLogger {
 public:
     // file may be null; otherwise it is one of the sinks.
-    SpdlogLogger(int level, std::vector<spdlog::sink_ptr> sinks, std::shared_ptr<FileSink> file)
-        : m_level(level), m_sinks(std::move(sinks)), m_file(std::move(file)) {
+    SpdlogLogger(const OMLoggerOptions& options, std::vector<spdlog::sink_ptr> sinks, std::shared_ptr<FileSink> file)
+        : m_level(options.level),
+          m_json(options.json),
+          m_sinks(std::move(sinks)),
+          m_file(std::move(file)),
+          m_repeats(options.repeatLimit) {
+        const bool journal = StandardErrorIsJournal();
         for (const spdlog::sink_ptr& sink : m_sinks) {
-            sink->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
+            sink->set_pattern(PatternOf(m_json, journal && sink != m_file));
         }
     }
 
@@ -136,12 +260,20 @@ public:
     }
 
     void Flush() override {
+        TellRepeats(true);
         for (const spdlog::sink_ptr& sink : m_sinks) {
             Guarded([&sink] { sink->flush(); });
         }
     }
 
+    void OpenAnew() override {
+        if (m_file != nullptr) {
+            Guarded([this] { m_file->OpenAnew(); });
+        }
+    }
+
     bool CheckFile(gvx::LogFileState& state) override {
+        TellRepeats(false);
         if (m_file == nullptr) {
             return false;
         }
@@ -163,23 +295,34 @@ private:
     void Write(int level, const char* title, const OMLogPlace& place, const char* format, va_list args)
         __attribute__((format(printf, 5, 0))) {
         try {
-            std::string line = OMLogLevelName(level);
-            if (title != nullptr) {
-                line.append(" [").append(title).append("]");
+            const auto tell = [this](const gvx::LogRepeats::Held& held) { TellHeld(held); };
+            if (m_repeats.Take(level, title, place, gvx::MonotonicMilliseconds(), tell)) {
+                WriteText({level, title, place}, FormatText(format, args));
             }
-            line.append(" ").append(FormatText(format, args));
-            line = RedactSecrets(std::move(line));
-            EscapeControls(line);
-            line.append(" (").append(BaseName(place.file)).append(":").append(std::to_string(place.line));
-            line.append(" ").append(place.function).append(")");
-            HandOut(level, line);
         } catch (...) {
             // No memory for the line; the caller's work goes on.
         }
     }
 
+    void WriteText(const LineHead& head, const std::string& text) {
+        HandOut(head.level, m_json ? JsonLine(head, text) : TextLine(head, text));
+    }
+
+    void TellHeld(const gvx::LogRepeats::Held& held) {
+        const OMLogPlace place{held.file, held.line, held.function};
+        WriteText({held.level, held.title, place},
+                  "... " + std::to_string(held.count) + " more like this in the last minute");
+    }
+
+    void TellRepeats(bool all) {
+        Guarded([&] {
+            m_repeats.TellEnded(gvx::MonotonicMilliseconds(), all,
+                                [this](const gvx::LogRepeats::Held& held) { TellHeld(held); });
+        });
+    }
+
     void HandOut(int level, const std::string& line) {
-        const spdlog::details::log_msg message = MessageOf(line);
+        const spdlog::details::log_msg message = MessageOf(level, line);
         for (const spdlog::sink_ptr& sink : m_sinks) {
             Guarded([&] {
                 sink->log(message);
@@ -192,8 +335,10 @@ private:
     }
 
     const int m_level;
+    const bool m_json;
     const std::vector<spdlog::sink_ptr> m_sinks;
     const std::shared_ptr<FileSink> m_file;
+    gvx::LogRepeats m_repeats;
 };
 
 }  // namespace
@@ -209,8 +354,11 @@ std::shared_ptr<IOMLogger> MakeDefaultLogger(const OMLoggerOptions& options, std
             file = std::make_shared<FileSink>(options);
             sinks.push_back(file);
         }
-        return std::make_shared<SpdlogLogger>(options.level, std::move(sinks), std::move(file));
+        return std::make_shared<SpdlogLogger>(options, std::move(sinks), std::move(file));
     } catch (const std::exception& fault) {
+        if (dynamic_cast<const std::bad_alloc*>(&fault) != nullptr) {
+            gvx::NoteShortage(gvx::Resource::Memory, ENOMEM);
+        }
         if (error != nullptr) {
             *error = fault.what();
         }

@@ -1,6 +1,7 @@
 #include "base/file_watcher.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
 #include "base/unique_fd.h"
 
 #include <algorithm>
@@ -131,6 +132,7 @@ private:
         try {
             m_thread = std::thread([this] { Run(); });
         } catch (const std::exception& fault) {
+            gvx::NoteShortage(gvx::Resource::Thread, EAGAIN);
             GVX_LOG_ERR(kTitle, "The thread cannot be made: %s", fault.what());
             m_watches.clear();
             return 1;
@@ -152,9 +154,18 @@ private:
             if ((waits[1].revents & POLLIN) != 0) {
                 return;
             }
+            ServeEvents();
+        }
+    }
+
+    // A change that finds no memory is missed; the next one counts again.
+    void ServeEvents() {
+        try {
             for (const InotifyConfigHandler::Callback& callback : DrainEvents()) {
                 callback();
             }
+        } catch (const std::exception& fault) {
+            GVX_LOG_ERR(kTitle, "A change could not be looked at: %s", fault.what());
         }
     }
 
@@ -236,6 +247,7 @@ int bpInotifyEventWatcher::AddHandler(const InotifyConfigHandler& handler) {
     if (m_impl == nullptr) {
         auto fresh = std::make_unique<Impl>();
         if (!fresh->IsOpen()) {
+            gvx::NoteShortage(errno);
             GVX_LOG_ERR(kTitle, "No inotify descriptor: %s", std::strerror(errno));
             return 1;
         }

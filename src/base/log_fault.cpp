@@ -3,7 +3,7 @@
 #include "base/log.h"
 
 #include <chrono>
-#include <system_error>
+#include <exception>
 
 namespace gvx {
 
@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kPeriod(250);
 bool LogFaultWatch::Start() {
     try {
         m_thread.Start("LogWatch", kPeriod, [this] { Look(); });
-    } catch (const std::system_error& fault) {
+    } catch (const std::exception& fault) {
         GVX_LOG_ERR("Log watch", "The thread cannot be made: %s", fault.what());
         return false;
     }

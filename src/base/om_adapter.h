@@ -52,6 +52,9 @@ public:
     // Pushes out what is buffered.
     virtual void Flush() {}
 
+    // Opens the log's file by its name, which somebody may have given to another file. A fault shows with CheckFile.
+    virtual void OpenAnew() {}
+
     // Looks after the log's file: opens it anew where its name is gone, tries again what has failed, and tells how it
     // stands. False when the logger has no file.
     virtual bool CheckFile(gvx::LogFileState& /*state*/) { return false; }

@@ -1,5 +1,10 @@
 #include "base/periodic_thread.h"
 
+#include "base/log.h"
+#include "base/shortage.h"
+
+#include <exception>
+#include <system_error>
 #include <utility>
 
 #include <pthread.h>
@@ -9,7 +14,13 @@ namespace gvx {
 void PeriodicThread::Start(const char* name, std::chrono::milliseconds period, Turn turn) {
     Stop();
     m_stop = false;
-    m_thread = std::thread([this, period, turn = std::move(turn)] { Run(period, turn); });
+    m_name = name;
+    try {
+        m_thread = std::thread([this, period, turn = std::move(turn)] { Run(period, turn); });
+    } catch (const std::system_error& fault) {
+        NoteShortage(Resource::Thread, fault.code().value());
+        throw;
+    }
     pthread_setname_np(m_thread.native_handle(), name);
 }
 
@@ -28,7 +39,11 @@ void PeriodicThread::Run(std::chrono::milliseconds period, const Turn& turn) {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_stop) {
         lock.unlock();
-        turn();
+        try {
+            turn();
+        } catch (const std::exception& fault) {  // no memory, in all likelihood: the next turn may have some
+            GVX_LOG_ERR(m_name, "A turn of the thread ended early: %s", fault.what());
+        }
         lock.lock();
         m_wake.wait_for(lock, period, [this] { return m_stop; });
     }

@@ -20,8 +20,9 @@ public:
     PeriodicThread& operator=(const PeriodicThread&) = delete;
 
     // Makes the thread, which runs the turn at once, and again each time a period has gone by since the end of the
-    // last. The turn must not throw. The name is that of the thread, at most 15 characters. Throws std::system_error
-    // when the thread cannot be made. Stops the thread of an earlier start.
+    // last. A turn that throws a std::exception is logged, and the next one comes in its time. The name is that of the
+    // thread, a static text of at most 15 characters. Throws std::system_error when the thread cannot be made, and
+    // std::bad_alloc. Stops the thread of an earlier start.
     void Start(const char* name, std::chrono::milliseconds period, Turn turn);
 
     // Ends the wait for the next turn. Returns when no turn runs any more; nothing happens without a thread.
@@ -33,6 +34,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_wake;
     bool m_stop = false;  // Guarded by m_mutex.
+    const char* m_name = "";
     std::thread m_thread;
 };
 

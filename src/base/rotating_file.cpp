@@ -1,5 +1,7 @@
 #include "base/rotating_file.h"
 
+#include "base/shortage.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -108,6 +110,7 @@ bool RotatingFile::Open(std::string& error) {
     if (OpenNamed()) {
         return true;
     }
+    NoteShortage(errno);
     error = m_path + ": " + std::strerror(errno);
     return false;
 }
@@ -152,6 +155,14 @@ void RotatingFile::Append(const char* line, std::size_t length) {
 
 void RotatingFile::Flush() {
     WriteBuffer();
+}
+
+void RotatingFile::OpenAnew() {
+    WriteBuffer();
+    m_nameIsGone = !OpenNamed();
+    if (m_nameIsGone) {
+        Raise(LOG_FAULT_OPEN);
+    }
 }
 
 // True when the file has been made a backup and a fresh one begun.

@@ -27,6 +27,8 @@ public:
     // Takes one line with its end. It may wait in the buffer until Flush.
     void Append(const char* line, std::size_t length);
     void Flush();
+    // Leaves the file that is open for the one at the name, which is made when it is missing.
+    void OpenAnew();
 
     // Looks whether the faults in force have ended, and for those that show without a line. note makes the line that
     // tells of lost lines; it is written first when lines can be written again.

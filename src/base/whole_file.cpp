@@ -1,5 +1,7 @@
 #include "base/whole_file.h"
 
+#include "base/shortage.h"
+
 #include <cerrno>
 #include <cstdio>
 
@@ -12,7 +14,13 @@ namespace {
 
 class File {
 public:
-    File(const char* path, int flags, mode_t mode = 0) : m_descriptor(open(path, flags | O_CLOEXEC, mode)) {}
+    File(const char* path, int flags, mode_t mode = 0) : m_descriptor(open(path, flags | O_CLOEXEC, mode)) {
+        if (m_descriptor < 0) {
+            const int error = errno;
+            NoteShortage(error);
+            errno = error;
+        }
+    }
     ~File() { Close(); }
     File(const File&) = delete;
     File& operator=(const File&) = delete;

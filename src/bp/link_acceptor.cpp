@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "bp/poll_reactor.h"
 
 #include <ace/Reactor.h>
@@ -30,7 +31,10 @@ gvx::UniqueFd OpenListener(const NetAddress& local, NetAddress& bound) {
         ::bind(socket.Get(), local.Get(), local.length) != 0 || ::listen(socket.Get(), kBacklog) != 0 ||
         ::getsockname(socket.Get(), reinterpret_cast<struct sockaddr*>(&name), &length) != 0 ||
         !NetAddress::FromSystem(name, length, bound)) {
-        return gvx::UniqueFd();
+        const int error = errno;
+        gvx::NoteShortage(error);
+        socket.Reset();
+        errno = error;
     }
     return socket;
 }
@@ -41,14 +45,16 @@ LinkAcceptor::~LinkAcceptor() {
     }
 }
 
-bool LinkAcceptor::Begin(ACE_Reactor& reactor) {
+int LinkAcceptor::Begin(ACE_Reactor& reactor) {
     if (reactor.register_handler(this, ACE_Event_Handler::ACCEPT_MASK) != 0) {
+        const int error = errno != 0 ? errno : ENOMEM;
+        gvx::NoteShortage(error == ENOSPC ? ENOMEM : error);
         GVX_LOG_ERR("Link listener", "[%s:%u] %s", m_local.ip.c_str(), m_local.port,
-                    gvx::ErrnoText("the socket cannot be watched", errno).c_str());
-        return false;
+                    gvx::ErrnoText("the socket cannot be watched", error).c_str());
+        return error;
     }
     this->reactor(&reactor);
-    return true;
+    return 0;
 }
 
 int LinkAcceptor::handle_input(ACE_HANDLE) {

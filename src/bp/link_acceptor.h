@@ -27,8 +27,8 @@ public:
         : m_owner(owner), m_socket(std::move(socket)), m_local(local) {}
     ~LinkAcceptor() override;
 
-    // False, with a log line, when the reactor refuses the socket.
-    bool Begin(ACE_Reactor& reactor);
+    // 0, or the errno with which the reactor refuses the socket, with a log line.
+    int Begin(ACE_Reactor& reactor);
     // Accepts again when a pause is over.
     void CheckDeadlines(std::int64_t nowMs);
 

@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "bp/dispatcher.h"
 #include "bp/registration.h"
 #include "bp/transactions.h"
@@ -13,6 +14,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <future>
+#include <new>
+#include <system_error>
 #include <utility>
 
 #include <pthread.h>
@@ -67,12 +71,15 @@ int LinkEngine::Start() {
     m_reactor = MakePollReactor();
     if (m_reactor == nullptr || !m_wake.Valid() ||
         m_reactor->register_handler(&m_wake, ACE_Event_Handler::READ_MASK) != 0) {
-        GVX_LOG_ERR("Link engine", "%s", gvx::ErrnoText("the links have no reactor", errno).c_str());
+        const int error = errno;
+        gvx::NoteShortage(error == ENOSPC ? ENOMEM : error);
+        GVX_LOG_ERR("Link engine", "%s", gvx::ErrnoText("the links have no reactor", error).c_str());
         return ZVS_FAIL;
     }
     try {
         m_thread = std::thread(&LinkEngine::Run, this);
-    } catch (const std::exception& fault) {
+    } catch (const std::system_error& fault) {
+        gvx::NoteShortage(gvx::Resource::Thread, fault.code().value());
         GVX_LOG_ERR("Link engine", "The link thread could not be started: %s", fault.what());
         return ZVS_FAIL;
     }
@@ -89,6 +96,9 @@ void LinkEngine::Stop() {
 
 void LinkEngine::Post(Work work) {
     std::unique_lock<std::mutex> lock(m_mutexWork);
+    if (m_workEnded) {
+        return;
+    }
     m_work.push_back(std::move(work));
     lock.unlock();
     m_wake.Ring();
@@ -181,7 +191,11 @@ void LinkEngine::RunWork() {
     m_flushing.swap(m_flushes);
     lock.unlock();
     for (const Work& item : work) {
-        item();
+        try {
+            item();
+        } catch (const std::exception& fault) {  // the others are still done
+            GVX_LOG_ERR("Link engine", "Work of the link thread ended early: %s", fault.what());
+        }
     }
     for (const std::shared_ptr<Link>& link : m_flushing) {
         link->Flush();
@@ -227,7 +241,11 @@ void LinkEngine::Bury() {
 }
 
 void LinkEngine::Shutdown() {
-    RunWork();  // the answers that were given last still leave, as far as the sockets take them
+    try {
+        RunWork();  // the answers that were given last still leave, as far as the sockets take them
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR("Link engine", "The last answers did not leave: %s", fault.what());
+    }
     m_acceptors.clear();
     while (!m_links.empty()) {
         const std::shared_ptr<Link> link = m_links.begin()->second.link;
@@ -236,6 +254,7 @@ void LinkEngine::Shutdown() {
     Bury();
     m_reactor->remove_handler(&m_wake, ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
     std::lock_guard<std::mutex> guard(m_mutexWork);
+    m_workEnded = true;
     m_work.clear();
     m_flushes.clear();
 }
@@ -256,17 +275,42 @@ int LinkEngine::Listen(const char* ip, std::uint16_t port, std::uint16_t* boundP
         errno = kept;
         return ZVS_NET_BIND_ERROR;
     }
+    errno = Watch(std::move(socket), bound);
+    if (errno != 0) {
+        return ZVS_NET_BIND_ERROR;
+    }
     if (boundPort != nullptr) {
         *boundPort = static_cast<std::uint16_t>(bound.port);
     }
     GVX_LOG_INFO("Link listener", "[%s:%u] listening", bound.ip.c_str(), bound.port);
-    Post([this, bound, held = std::make_shared<gvx::UniqueFd>(std::move(socket))] {
+    return ZVS_SUCCEED;
+}
+
+// Has the link thread accept on a socket. Gives 0, or the error with which the reactor has refused it: a listener that
+// nobody watches would be deaf.
+int LinkEngine::Watch(gvx::UniqueFd socket, const NetAddress& bound) {
+    auto outcome = std::make_shared<std::promise<int>>();
+    std::future<int> known = outcome->get_future();
+    // Whoever drops the work breaks the promise, since nobody else holds it.
+    Work work = [this, bound, outcome = std::move(outcome), held = std::make_shared<gvx::UniqueFd>(std::move(socket))] {
+        m_acceptors.reserve(m_acceptors.size() + 1);
         auto acceptor = std::make_unique<LinkAcceptor>(*this, std::move(*held), bound);
-        if (acceptor->Begin(*m_reactor)) {
+        const int error = acceptor->Begin(*m_reactor);
+        if (error == 0) {
             m_acceptors.push_back(std::move(acceptor));
         }
-    });
-    return ZVS_SUCCEED;
+        outcome->set_value(error);
+    };
+    if (OnLinkThread()) {
+        work();
+    } else {
+        Post(std::exchange(work, nullptr));
+    }
+    try {
+        return known.get();
+    } catch (const std::future_error&) {  // the links have stopped, or there was no memory
+        return m_stopping ? ESHUTDOWN : ENOMEM;
+    }
 }
 
 int LinkEngine::AddConnector(const ConnectorKey& key, ConnectorOptions options) {

@@ -84,6 +84,7 @@ private:
     };
 
     void Post(Work work);
+    int Watch(gvx::UniqueFd socket, const NetAddress& bound);
     void Run();
     void Turn();
     bool WaitForEvents();
@@ -129,6 +130,7 @@ private:
     mutable std::mutex m_mutexConnectors;
     std::map<ConnectorKey, std::shared_ptr<LinkConnector>> m_connectors;  // Guarded by m_mutexConnectors.
     std::mutex m_mutexWork;
+    bool m_workEnded = false;                       // Guarded by m_mutexWork. Nothing is served any more.
     std::vector<Work> m_work;                       // Guarded by m_mutexWork.
     std::vector<std::shared_ptr<Link>> m_flushes;   // Guarded by m_mutexWork.
     std::vector<std::shared_ptr<Link>> m_flushing;  // I/O thread only; swapped with the former to keep its room

@@ -1,5 +1,7 @@
 #include "bp/poll_reactor.h"
 
+#include "base/shortage.h"
+
 #include <ace/ACE.h>
 #include <ace/Dev_Poll_Reactor.h>
 #include <ace/Reactor.h>
@@ -35,6 +37,9 @@ std::unique_ptr<ACE_Reactor> MakePollReactor() {
     const int descriptors = limit > 0 ? std::min(limit, kMaxDescriptors) : kMaxDescriptors;
     std::unique_ptr<PollReactor> reactor(new (std::nothrow) PollReactor(static_cast<std::size_t>(descriptors)));
     if (reactor == nullptr || !reactor->initialized()) {
+        const int error = errno;
+        gvx::NoteShortage(reactor == nullptr ? ENOMEM : error);
+        errno = error;
         return nullptr;
     }
     return std::make_unique<ACE_Reactor>(reactor.release(), true);
@@ -45,7 +50,11 @@ void TakeOut(ACE_Reactor& reactor, ACE_Event_Handler& handler) {
     reactor.remove_handler(&handler, ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
 }
 
-WakeHandler::WakeHandler() : m_fd(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
+WakeHandler::WakeHandler() : m_fd(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    if (!m_fd.Valid()) {
+        gvx::NoteShortage(errno);
+    }
+}
 
 void WakeHandler::Ring() {
     if (!m_rung.exchange(true)) {

@@ -13,9 +13,9 @@
 
 #include <cerrno>
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <string>
-#include <system_error>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -79,7 +79,7 @@ void StartAlarms() {
     g_keeper = std::make_unique<PeriodicThread>();
     try {
         g_keeper->Start("AlarmKeeper", kKeeperPeriod, &KeepAlarms);
-    } catch (const std::system_error& fault) {
+    } catch (const std::exception& fault) {
         GVX_LOG_ERR("Alarm keeper", "The thread cannot be made, held alarms leave with the next one: %s", fault.what());
     }
 }

@@ -1,12 +1,14 @@
 #include "gateway/links/link_events.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
 #include "base/zvs_error.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 
 #include <ace/Message_Block.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <iterator>
 #include <utility>
@@ -37,6 +39,7 @@ bool LinkEventThread::Start(BP::LinkEvents handlers, FrameTaker takeFrame) {
     try {
         m_thread = std::thread(&LinkEventThread::Run, this);
     } catch (const std::exception& fault) {
+        NoteShortage(Resource::Thread, EAGAIN);
         GVX_LOG_ERR("Link events", "Their thread could not be started: %s", fault.what());
         return false;
     }

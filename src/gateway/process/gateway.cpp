@@ -152,19 +152,19 @@ StartResult Gateway::LoadSettings() {
 StartResult Gateway::StartCore() {
     m_context->binder.SetMaxDevices(static_cast<std::size_t>(SettingNumber(Setting::MAX_DEVICE_NUM)));
     if (m_context->binder.InitPool(kPoolSize) != 0) {
-        return StartFailure(ExitCode::StartFailed, "the device reactors could not be started");
+        return StartFailure(ExitCode::OutOfResources, "the device reactors could not be started");
     }
     m_context->gatewayReactor = m_context->binder.Bind(kGatewayKey);
     if (m_context->gatewayReactor == nullptr) {
-        return StartFailure(ExitCode::StartFailed, "the gateway has no reactor of its own");
+        return StartFailure(ExitCode::OutOfResources, "the gateway has no reactor of its own");
     }
     if (!g_mediaPool.Init() || StartMediaService() != 0) {
         g_mediaPool.UnInit();
-        return StartFailure(ExitCode::StartFailed, "the media service could not be started");
+        return StartFailure(ExitCode::OutOfResources, "the media service could not be started");
     }
     m_mediaRuns = true;
     if (!CGvxPortMgr::Instance()->Init()) {
-        return StartFailure(ExitCode::StartFailed, "the port manager could not be started");
+        return StartFailure(ExitCode::OutOfResources, "the port manager could not be started");
     }
     CGvxConnectionMgr::Instance()->SetGvxService(&GatewayService::Instance());
     CGvxConnectionMgr::Instance()->SetException(&OnLinkReport);
@@ -193,7 +193,7 @@ StartResult Gateway::StartServing() {
     m_serves = true;
     const auto period = static_cast<int>(SettingNumber(Setting::HISTORY_SWEEP_PERIOD));
     if (!HistorySweep::Instance().Start(m_context->binder, period)) {
-        return StartFailure(ExitCode::StartFailed, "the history sweep has no timer");
+        return StartFailure(ExitCode::OutOfResources, "the history sweep has no timer");
     }
     return {};
 }
@@ -211,7 +211,7 @@ StartResult Gateway::StartLinks(const GatewayOptions& options) {
     GatewayContext& context = *m_context;
     if (!context.linkEvents.Start({&OpenLink, &CloseLink},
                                   [&context](BP::CCmd& cmd) { return FrameSink(context).Take(cmd); })) {
-        return StartFailure(ExitCode::StartFailed, "the thread of link events could not be started");
+        return StartFailure(ExitCode::OutOfResources, "the thread of link events could not be started");
     }
     CGvxConnectionMgr::Instance()->SetPeerWaitRunner(
         [&context](std::function<void()> work) { context.linkEvents.Aside(std::move(work)); });
@@ -221,7 +221,7 @@ StartResult Gateway::StartLinks(const GatewayOptions& options) {
                                                          "] is no link identifier such as GVX#001");
     }
     if (started != 0) {
-        return StartFailure(ExitCode::StartFailed, "the link layer could not be started");
+        return StartFailure(ExitCode::OutOfResources, "the link layer could not be started");
     }
     errno = 0;
     if (BP::CNetFactory::Listen(m_listenIp.c_str(), port, &m_port) != 0) {

@@ -1,19 +1,25 @@
 #include "base/default_logger.h"
 #include "base/log.h"
 #include "base/om_adapter.h"
+#include "base/shortage.h"
 #include "gateway/plugins/plugin_guard.h"
 #include "gateway/process/config_check.h"
 #include "gateway/process/gateway.h"
 #include "gateway/process/overdue_watch.h"
+#include "gateway/process/process_signals.h"
+#include "gateway/process/service_manager.h"
 #include "gateway/process/startup_log.h"
-#include "gateway/process/stop_signal.h"
 #include "gvx_common/config/setting_table.h"
 
+#include <ace/Log_Msg.h>
 #include <openssl/crypto.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
+#include <new>
 #include <thread>
 
 #include <malloc.h>
@@ -28,6 +34,7 @@ namespace {
 constexpr std::chrono::milliseconds kStopLimit(1800);
 // A start that is stopped gets the greater part of them.
 constexpr std::chrono::milliseconds kStartLimit(1500);
+constexpr std::chrono::milliseconds kSignalWait(1000);
 
 std::size_t MebiBytes(Setting setting) {
     constexpr std::size_t kMebiByte = 1024u * 1024u;
@@ -44,7 +51,20 @@ void FlushLog() {
     }
 }
 
-int RefuseStart(const StartResult& result) {
+// Whatever could not be done for want of a resource, it is the resource that the operator must see to.
+StartResult WithShortage(StartResult result) {
+    const std::string shortage = LastShortage();
+    if (!shortage.empty() && result.code != ExitCode::StartAbandoned) {
+        result.code = ExitCode::OutOfResources;
+        result.reason += ": " + shortage;
+    } else if (result.code == ExitCode::OutOfResources) {
+        result.reason += ": no memory to be had";
+    }
+    return result;
+}
+
+int RefuseStart(const StartResult& found) {
+    const StartResult result = WithShortage(found);
     GVX_LOG_ERR("gvxd", "gvxd does not start, exit code %d: %s", Number(result.code), result.reason.c_str());
     FlushLog();
     std::fprintf(stderr, "gvxd: %s\n", result.reason.c_str());
@@ -85,6 +105,8 @@ public:
         m_options.level = options.logLevel.value_or(level);
         m_options.maxFileBytes = MebiBytes(Setting::LogFileSize);
         m_options.maxFiles = static_cast<std::size_t>(SettingNumber(Setting::LogBackupCount));
+        m_options.json = SettingText(Setting::GVX_LOG_FORMAT) == "json";
+        m_options.repeatLimit = static_cast<std::size_t>(SettingNumber(Setting::GVX_LOG_REPEAT_LIMIT));
         if (m_options.file.empty()) {
             m_options.file = SettingText(Setting::GVX_LOG_FILE);
         }
@@ -92,6 +114,16 @@ public:
     }
 
     StartResult Succeeded() { return m_options.file.empty() ? Install() : StartResult{}; }
+
+    // Opens the files of the logs by their names, which somebody may have given to other files.
+    static void OpenAnew() {
+        IOMLogger* const debugLog = OMAdapter::getInstance()->getLogger();
+        IOMLogger* const operationLog = OMAdapter::getInstance()->getOperationLogger();
+        debugLog->OpenAnew();
+        if (operationLog != debugLog) {
+            operationLog->OpenAnew();
+        }
+    }
 
 private:
     StartResult Install() {
@@ -112,7 +144,8 @@ private:
 
     bool SameAsInstalled() const {
         return m_installedOptions.level == m_options.level && m_installedOptions.maxFiles == m_options.maxFiles &&
-               m_installedOptions.maxFileBytes == m_options.maxFileBytes;
+               m_installedOptions.maxFileBytes == m_options.maxFileBytes && m_installedOptions.json == m_options.json &&
+               m_installedOptions.repeatLimit == m_options.repeatLimit;
     }
 
     OMLoggerOptions m_options;
@@ -129,6 +162,7 @@ StartResult StartOperationLog() {
     options.level = static_cast<int>(SettingNumber(Setting::operationLogLevel));
     options.maxFileBytes = MebiBytes(Setting::operationLogFileSize);
     options.maxFiles = static_cast<std::size_t>(SettingNumber(Setting::operationLogBackupCount));
+    options.json = SettingText(Setting::GVX_LOG_FORMAT) == "json";
     if (options.file.empty()) {
         return {};
     }
@@ -151,7 +185,20 @@ void TuneAllocator() {
     ::mallopt(M_ARENA_MAX, static_cast<int>(std::max(std::thread::hardware_concurrency(), kLeastArenas)));
 }
 
-StartResult StartAll(Gateway& gateway, StartLogging& logging, const GatewayOptions& options) {
+// A start that throws ends as it stands: what has been started cannot be stopped in order without memory.
+[[noreturn]] void EndStart(const std::exception& fault) noexcept {
+    if (dynamic_cast<const std::bad_alloc*>(&fault) != nullptr) {
+        NoteShortage(Resource::Memory, ENOMEM);
+    }
+    try {
+        _exit(RefuseStart(StartFailure(ExitCode::StartFailed, std::string("the start ended early: ") + fault.what())));
+    } catch (const std::exception&) {
+        std::fputs("gvxd: the start ended early: no memory to be had\n", stderr);
+        _exit(Number(ExitCode::OutOfResources));
+    }
+}
+
+StartResult StartAll(Gateway& gateway, StartLogging& logging, const GatewayOptions& options) try {
     RaiseDescriptorLimit();
     StartResult result = gateway.LoadConfiguration(options);
     if (!result.Failed()) {
@@ -164,26 +211,53 @@ StartResult StartAll(Gateway& gateway, StartLogging& logging, const GatewayOptio
         result = gateway.Start(options);
     }
     return result;
+} catch (const std::exception& fault) {
+    EndStart(fault);
 }
 
 // Comes back only when nothing is left behind.
-void StopInTime(Gateway& gateway, std::chrono::milliseconds limit, ExitCode code) {
-    const OverdueWatch watch([] { return true; }, limit,
-                             [code] {
-                                 PluginCallWatch::Instance().NameOpen();
-                                 LeaveBehindAndExit(code);
-                             });
-    if (!gateway.Stop()) {
+void StopInTime(Gateway& gateway, OverdueWatch& watch, std::chrono::milliseconds limit, ExitCode code) {
+    watch.Begin([] { return true; }, limit,
+                [code] {
+                    PluginCallWatch::Instance().NameOpen();
+                    LeaveBehindAndExit(code);
+                });
+    bool stopped = false;
+    try {
+        stopped = gateway.Stop();
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR("Stop", "The stop ended early: %s", fault.what());
+    }
+    if (!stopped) {
         LeaveBehindAndExit(code);
+    }
+    watch.End();
+}
+
+// What an operator asks for by a signal. No signal ends the gateway but those that ask for its stop.
+void ServeSignal(ProcessSignals::Event event, const StartLogging& logging, ServiceManager& manager) {
+    try {
+        if (event == ProcessSignals::Event::Reload) {
+            manager.Reloading();
+            logging.OpenAnew();
+            manager.Ready();
+        }
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR("gvxd", "What a signal asks for could not be done: %s", fault.what());
     }
 }
 
-int StopOnSignal(Gateway& gateway, int signal, std::chrono::milliseconds limit) {
-    GVX_LOG_INFO("gvxd", "gvxd stops on signal %d (%s)", signal, strsignal(signal));
-    StopInTime(gateway, limit, ExitCode::Ok);
-    GVX_LOG_INFO("gvxd", "gvxd stopped");
-    FlushLog();
-    return Number(ExitCode::Ok);
+// Serves until a signal asks for the stop; gives its number.
+int ServeUntilStop(ProcessSignals& signals, const StartLogging& logging, ServiceManager& manager) {
+    manager.Ready();
+    for (;;) {
+        const ProcessSignals::Event event = signals.Wait(kSignalWait);
+        if (event == ProcessSignals::Event::Stop) {
+            manager.Stopping();
+            return signals.First();
+        }
+        ServeSignal(event, logging, manager);
+    }
 }
 
 // The whole of gvxd: reads the command line, starts, waits for a stop signal, stops. The result is the exit code.
@@ -196,34 +270,42 @@ int Run(int argc, const char* const* argv) {
         OMAdapter::getInstance()->setLogger(std::make_shared<StartupLog>(OM_LOG_ERR));  // findings alone are shown
         return CheckConfiguration(options);
     }
-    StopSignal stopSignal;
+    ServiceManager manager;
+    ProcessSignals signals;
+    OverdueWatch watch;
     StartLogging logging;
     StartResult result = logging.Begin(options);
-    if (!result.Failed() && !stopSignal.Ok()) {
-        result = StartFailure(ExitCode::StartFailed, "the stop signals could not be taken over");
+    if (!result.Failed() && !signals.Ok()) {
+        result = StartFailure(ExitCode::StartFailed, "the signals could not be taken over");
+    }
+    if (!result.Failed() && !watch.Start(&ProcessSignals::TakeHere)) {
+        result = StartFailure(ExitCode::OutOfResources, "the thread that takes the signals could not be started");
     }
     if (result.Failed()) {
         return RefuseStart(result);
     }
+    watch.Begin([&signals] { return signals.First() != 0; }, kStartLimit,
+                [&signals] { AbandonStart(signals.First()); });
+    TuneAllocator();
     Gateway gateway;
-    std::chrono::milliseconds stopLimit = kStopLimit;
-    {
-        const OverdueWatch watch([&stopSignal] { return stopSignal.First() != 0; }, kStartLimit,
-                                 [&stopSignal] { AbandonStart(stopSignal.First()); });
-        TuneAllocator();
-        result = StartAll(gateway, logging, options);
-        stopLimit -= std::min(watch.SinceBegun(), kStartLimit);
-    }
+    result = StartAll(gateway, logging, options);
+    watch.End();
+    const std::chrono::milliseconds stopLimit = kStopLimit - std::min(watch.SinceBegun(), kStartLimit);
     if (result.Failed()) {
         return RefuseStart(result);
     }
     result = logging.Succeeded();
     if (result.Failed()) {
         const int code = RefuseStart(result);
-        StopInTime(gateway, stopLimit, result.code);
+        StopInTime(gateway, watch, stopLimit, result.code);
         return code;
     }
-    return StopOnSignal(gateway, stopSignal.Wait(), stopLimit);
+    const int signal = ServeUntilStop(signals, logging, manager);
+    GVX_LOG_INFO("gvxd", "gvxd stops on signal %d (%s)", signal, strsignal(signal));
+    StopInTime(gateway, watch, stopLimit, ExitCode::Ok);
+    GVX_LOG_INFO("gvxd", "gvxd stopped");
+    FlushLog();
+    return Number(ExitCode::Ok);
 }
 
 }  // namespace
@@ -234,5 +316,12 @@ int main(int argc, char** argv) {
     // Threads that nobody waits for may still be on their way out behind the end of main: the cryptographic library
     // must not take what it keeps for them away.
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    return gvx::Run(argc, argv);
+    // What ACE says of a failed call it would say on standard error, beside the one line of a failed start. Whoever
+    // made the call says it in the log.
+    ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::PROCESS);
+    try {
+        return gvx::Run(argc, argv);
+    } catch (const std::exception& fault) {
+        gvx::EndStart(fault);
+    }
 }

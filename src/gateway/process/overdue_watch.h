@@ -8,30 +8,42 @@
 
 namespace gvx {
 
-// Watches over a stretch of work that may be held up for ever: when the stretch has been asked to end and has not done
-// so within a limit, an action runs. The destructor tells that the stretch has ended, and waits for the watch's thread.
+// Watches over stretches of work that may be held up for ever: when a stretch has been asked to end and has not done so
+// within a limit, an action runs. Its one thread is made ahead of them all, so that none is missing when it counts. The
+// operations but SinceBegun belong to one thread.
 class OverdueWatch {
 public:
-    // begun answers true when the limit begins to count; it is asked again and again until then. It and the action run
-    // on the watch's own thread.
-    OverdueWatch(std::function<bool()> begun, std::chrono::milliseconds limit, std::function<void()> action);
+    OverdueWatch() = default;
+    // Waits for the watch's thread.
     ~OverdueWatch();
     OverdueWatch(const OverdueWatch&) = delete;
     OverdueWatch& operator=(const OverdueWatch&) = delete;
 
-    // How long the limit has been counting; 0 while it is not. Any thread.
+    // Makes the thread, which begins with prepare. False when the system gives none.
+    bool Start(std::function<void()> prepare);
+
+    // A stretch begins; the one before has ended. begun answers true when the limit begins to count; it is asked again
+    // and again until then. It and the action run on the watch's thread.
+    void Begin(std::function<bool()> begun, std::chrono::milliseconds limit, std::function<void()> action);
+    // The stretch has ended. An action that runs already is waited for.
+    void End();
+
+    // How long the limit of the stretch, or of the last one, has been counting; 0 when it has not. Any thread.
     std::chrono::milliseconds SinceBegun() const;
 
 private:
     void Run();
+    void Watch(std::unique_lock<std::mutex>& lock);
 
-    const std::function<bool()> m_begun;
-    const std::chrono::milliseconds m_limit;
-    const std::function<void()> m_action;
-    mutable std::mutex m_mutex;
+    mutable std::mutex m_mutex;  // Guards all below but the thread.
     std::condition_variable m_wake;
-    bool m_done = false;                              // Guarded by m_mutex.
-    std::chrono::steady_clock::time_point m_since{};  // Guarded by m_mutex; the epoch: the limit does not count yet
+    std::function<bool()> m_begun;
+    std::chrono::milliseconds m_limit{0};
+    std::function<void()> m_action;
+    bool m_watching = false;
+    unsigned long m_stretch = 0;  // counts them
+    bool m_stop = false;
+    std::chrono::steady_clock::time_point m_since{};  // the epoch: the limit does not count yet
     std::thread m_thread;
 };
 

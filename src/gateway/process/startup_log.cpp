@@ -3,6 +3,7 @@
 #include "base/log.h"
 
 #include <cstdio>
+#include <exception>
 
 namespace gvx {
 
@@ -26,20 +27,24 @@ std::string Formatted(const char* format, va_list args) {
 }  // namespace
 
 void StartupLog::VLog(int level, const char* title, const OMLogPlace& place, const char* format, va_list args) {
-    Keep({level, title == nullptr ? "" : title, place, Formatted(format, args)});
+    Keep(level, title, place, format, args);
 }
 
 void StartupLog::VDebug(const OMLogPlace& place, const char* format, va_list args) {
-    Keep({OM_LOG_DEBUG, "", place, Formatted(format, args)});
+    Keep(OM_LOG_DEBUG, "", place, format, args);
 }
 
-void StartupLog::Keep(Line line) {
+void StartupLog::Keep(int level, const char* title, const OMLogPlace& place, const char* format, va_list args) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_lines.size() < kMaxLines) {
-        m_lines.push_back(std::move(line));
-    } else {
-        ++m_dropped;
+    try {
+        if (m_lines.size() < kMaxLines) {
+            m_lines.push_back({level, title == nullptr ? "" : title, place, Formatted(format, args)});
+            return;
+        }
+    } catch (const std::exception&) {
+        // No memory for the line: it counts as dropped, and the caller's work goes on.
     }
+    ++m_dropped;
 }
 
 void StartupLog::HandOver(std::shared_ptr<IOMLogger> logger) {

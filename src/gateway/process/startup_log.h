@@ -34,7 +34,8 @@ private:
         std::string text;
     };
 
-    void Keep(Line line);
+    void Keep(int level, const char* title, const OMLogPlace& place, const char* format, va_list args)
+        __attribute__((format(printf, 5, 0)));
 
     const int m_level;
     std::mutex m_mutex;

@@ -15,6 +15,7 @@ enum class ExitCode : int {
     CannotListen = 14,
     StartFailed = 15,
     StartAbandoned = 16,
+    OutOfResources = 17,
 };
 
 struct ExitCodeRow {
@@ -32,6 +33,7 @@ constexpr ExitCodeRow kExitCodeRows[] = {
     {ExitCode::CannotListen, "the listening address or port cannot be taken"},
     {ExitCode::StartFailed, "any other failure at start"},
     {ExitCode::StartAbandoned, "stopped by a signal while a start did not come to its end"},
+    {ExitCode::OutOfResources, "no thread, descriptor or memory to be had at start"},
 };
 
 // Why a start ends: one line for the operator that names what is at fault. Code Ok means that nothing is.

@@ -2,17 +2,20 @@
 
 #include "base/bounded_string.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "gvx_common/event/NVR_Reactor.h"
 #include "gvx_common/event/QcnReactor.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <ace/Guard_T.h>
+#include <ace/Log_Msg.h>
 #include <ace/OS_NS_unistd.h>
 #include <ace/Thread.h>
 #include <ace/Thread_Manager.h>
 #include <openssl/crypto.h>
 
 #include <cerrno>
+#include <csignal>
 #include <new>
 
 namespace {
@@ -22,6 +25,30 @@ constexpr unsigned int kMaxQueuedCmds = 512;
 constexpr int kSemaphoreMax = 2147483647;
 constexpr unsigned int kLoopErrorPauseSeconds = 1;
 constexpr long kNotifyPauseMicroseconds = 100000;
+
+// What ACE says of a call that failed goes to standard error, and reactors that are made as the library is loaded come
+// before any program could turn it off. What it says is said here in the log.
+class ScopedQuietAce {
+public:
+    ScopedQuietAce() : m_former(ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::PROCESS)) {}
+    ~ScopedQuietAce() { ACE_LOG_MSG->priority_mask(m_former, ACE_Log_Msg::PROCESS); }
+    ScopedQuietAce(const ScopedQuietAce&) = delete;
+    ScopedQuietAce& operator=(const ScopedQuietAce&) = delete;
+
+private:
+    const u_long m_former;
+};
+
+// A signal that some thread of the process takes must not end the wait of this one early. Reactors that are made as the
+// library is loaded come before any mask that a program sets.
+void BlockSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP}) {
+        sigdelset(&all, fault);
+    }
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+}
 
 // An NVR_Reactor and the QcnReactor that it deletes.
 constexpr long kObjectsOfReactor = 2;
@@ -85,17 +112,20 @@ int CGvxReactor::Init() {
 }
 
 int CGvxReactor::createResources() {
+    const ScopedQuietAce quiet;
     auto* implementation = new (std::nothrow) QcnReactor();
     auto* reactor = implementation != nullptr && implementation->IsUsable() ? new (std::nothrow)
                                                                                   NVR_Reactor(implementation, true)
                                                                             : nullptr;
     if (reactor == nullptr) {
+        gvx::NoteShortage(implementation != nullptr && !implementation->IsUsable() ? errno : ENOMEM);
         delete implementation;
         GVX_LOG_ERR("init reactor", "Create debug reactor fail.");
         return 1;
     }
     if (!reactor->IsUsable()) {
         // Without a descriptor the loop would spin, and without a doorbell it would never wake.
+        gvx::NoteShortage(errno);
         reactor->close();
         delete reactor;
         GVX_LOG_ERR("init reactor", "Create debug reactor fail.");
@@ -109,10 +139,14 @@ int CGvxReactor::createResources() {
 int CGvxReactor::createServiceThreads() {
     ACE_thread_t threadID = 0;
     std::size_t stackSize = m_unStackSize;
-    const int result = activate(THR_NEW_LWP | THR_DETACHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr,
-                                nullptr, &stackSize, &threadID);
+    errno = ENOMEM;
+    const int result = gvx::ThreadFindsMemory(stackSize)
+                           ? activate(THR_NEW_LWP | THR_DETACHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr,
+                                      nullptr, nullptr, &stackSize, &threadID)
+                           : -1;
     if (result == -1) {
         const int error = errno;
+        gvx::NoteShortage(gvx::Resource::Thread, error);
         GVX_LOG_ERR("Create gvxReactor service threads fail.", "error code[%d].", error);
         return 1;
     }
@@ -127,6 +161,7 @@ int CGvxReactor::createServiceThreads() {
 }
 
 int CGvxReactor::svc() {
+    BlockSignals();
     if (m_pReactor == nullptr) {
         GVX_LOG_ERR("reactor thread", "reactor  thread exit, resource not created.");
         m_threadStarted.release();
@@ -146,8 +181,8 @@ int CGvxReactor::svc() {
             ACE_OS::sleep(kLoopErrorPauseSeconds);
         }
     }
-    // What the cryptographic library keeps for this thread: nobody waits for the thread's very end, and behind the end of
-    // main the library could not give it back any more.
+    // What the cryptographic library keeps for this thread: nobody waits for the thread's very end, and behind the end
+    // of main the library could not give it back any more.
     OPENSSL_thread_stop();
     m_pReactorEventThreadSemaphore->release();
     GVX_LOG_INFO("reactor thread", "Reactor loop thread exit.");

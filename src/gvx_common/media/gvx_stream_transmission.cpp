@@ -1,6 +1,7 @@
 #include "gvx_common/media/gvx_stream_transmission.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
 #include "gvx_common/config/setting_table.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 
@@ -98,8 +99,10 @@ int CStreamTransmission::Init() {
     // Without a name: to give it to a thread that runs takes a descriptor, and activate would fail for want of one
     // although the thread is there. It names itself.
     std::size_t stackSize = kThreadStackSize;
-    if (activate(THR_NEW_LWP | THR_DETACHED | THR_INHERIT_SCHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr,
+    if (!gvx::ThreadFindsMemory(stackSize) ||
+        activate(THR_NEW_LWP | THR_DETACHED | THR_INHERIT_SCHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr,
                  nullptr, nullptr, &stackSize) == -1) {
+        gvx::NoteShortage(gvx::Resource::Thread, errno);
         m_bRunning = false;
         m_pStreamTransSmp.reset();
         return ZVS_FAIL;
