@@ -33,16 +33,15 @@ void NoteShortage(int error) noexcept {
     }
 }
 
-bool ThreadFindsMemory(std::size_t stackBytes) noexcept {
-    constexpr std::size_t kBesideStack = 1024 * 1024;
-    const std::size_t bytes = stackBytes + kBesideStack;
+bool FindsMemory(std::size_t bytes) noexcept {
+    constexpr std::size_t kBeside = 1024 * 1024;
     void* const tried =
-        mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        mmap(nullptr, bytes + kBeside, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (tried == MAP_FAILED) {
         NoteShortage(Resource::Memory, errno);
         return false;
     }
-    munmap(tried, bytes);
+    munmap(tried, bytes + kBeside);
     return true;
 }
 

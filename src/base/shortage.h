@@ -14,9 +14,9 @@ void NoteShortage(Resource resource, int error) noexcept;
 // The same for the errno of a call that makes a descriptor; one that tells of no shortage notes nothing.
 void NoteShortage(int error) noexcept;
 
-// Whether a thread with a stack of that many bytes would find memory to begin with; notes the shortage when not. For
-// threads of libraries that end the process when theirs finds none before it reaches our code. Any thread.
-bool ThreadFindsMemory(std::size_t stackBytes) noexcept;
+// Whether that many bytes and a little more could be had; notes the shortage when not. Asked ahead of what a library makes
+// that does not bear to find none, such as a thread before it reaches our code. Any thread.
+bool FindsMemory(std::size_t bytes) noexcept;
 
 // The last one that was noted: "no descriptor to be had: Too many open files"; empty when there was none. Any thread.
 std::string LastShortage();

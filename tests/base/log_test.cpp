@@ -1,15 +1,23 @@
 #include "base/log.h"
 
 #include "base/default_logger.h"
+#include "base/json_io.h"
+#include "base/log_fault.h"
+#include "base/unique_fd.h"
 #include "support/recording_logger.h"
 #include "support/temp_folder.h"
 #include "support/test_clock.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <json/value.h>
 
 #include <algorithm>
 #include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -95,6 +103,77 @@ TEST_F(DefaultLogger, HidesSecretsAndKeepsOutsideTextOnOneLine) {
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
     EXPECT_NE(text.find("rtsp://***@10.0.0.1/x\\nERR [faked] line\\x01 ("), std::string::npos) << text;
     EXPECT_EQ(text.find("inTitle"), std::string::npos) << text;
+}
+
+TEST_F(DefaultLogger, WritesObjectsOfJsonWhateverBytesAreInThem) {
+    OMLoggerOptions options;
+    options.json = true;
+    Install(options);
+    GVX_LOG_WARN("A \"title\"", "%s",
+                 "ok \xC3\xA4 cut \xE2\x82 wrong \xFF\xC0\xAF\xED\xA0\x80 \\ \x01\t\nrtsp://u:p@h/");
+    Json::Value line;
+    std::string error;
+    const std::string logged = Logged();
+    ASSERT_TRUE(gvx::ParseJson(logged.data(), logged.size(), line, &error)) << error << logged;
+    const std::string bad = "\xEF\xBF\xBD";
+    EXPECT_EQ(line["text"].asString(), "ok \xC3\xA4 cut " + bad + bad + " wrong " + bad + bad + bad + bad + bad + bad +
+                                           " \\ \x01\t\nrtsp://***@h/");
+    EXPECT_EQ(line["title"].asString() + line["level"].asString() + line["file"].asString(),
+              "A \"title\"WARNINGlog_test.cpp");
+    EXPECT_THAT(line["time"].asString(), testing::MatchesRegex("20..-..-..T..:..:..\\....[+-]..:.."));
+}
+
+TEST_F(DefaultLogger, CountsWhatOnePlaceWritesBeyondItsLimit) {
+    ScopedTestClock clock;
+    OMLoggerOptions options;
+    options.repeatLimit = 3;
+    Install(options);
+    const auto lines = [this](const char* part) {
+        std::size_t count = 0;
+        const std::string text = Logged();
+        for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) {
+            ++count;
+        }
+        return count;
+    };
+    const auto flood = [](int from, int to) {
+        for (int number = from; number < to; ++number) {
+            GVX_LOG_ERR("Flood", "figure %d", number);
+            GVX_LOG(OM_LOG_CRIT, "Never held", "%d", number);
+        }
+    };
+    flood(0, 10);
+    GVX_LOG_ERR("Other", "a place of its own");
+    EXPECT_EQ(lines("ERR [Flood] figure"), 3u);
+    EXPECT_EQ(lines("CRIT [Never held]"), 10u);
+    EXPECT_EQ(lines("ERR [Other]"), 1u);
+    clock->AdvanceMs(60000);
+    flood(10, 11);
+    EXPECT_EQ(lines("ERR [Flood] ... 7 more like this in the last minute"), 1u) << Logged();
+    EXPECT_EQ(lines("ERR [Flood] figure 10"), 1u);
+    flood(11, 20);
+    clock->AdvanceMs(60000);
+    gvx::LogFileState state;
+    OMAdapter::getInstance()->getLogger()->CheckFile(state);
+    EXPECT_EQ(lines("ERR [Flood] ... 7 more like this"), 2u) << "told without a further line";
+}
+
+// systemd.exec(5): JOURNAL_STREAM is "<device>:<inode>" of the journal's socket.
+TEST_F(DefaultLogger, TellsTheJournalItsPriorities) {
+    const std::string path = m_folder.Path("console");
+    const int former = dup(STDERR_FILENO);
+    const gvx::UniqueFd console(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_TRUE(dup2(console.Get(), STDERR_FILENO) >= 0 && former >= 0);
+    struct stat status {};
+    fstat(STDERR_FILENO, &status);
+    const ScopedEnvironment stream("JOURNAL_STREAM",
+                                   std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino));
+    std::string error;
+    OMAdapter::getInstance()->setLogger(MakeDefaultLogger(OMLoggerOptions{}, &error));
+    GVX_LOG_ERR("Open file", "no file");
+    dup2(former, STDERR_FILENO);
+    close(former);
+    EXPECT_THAT(m_folder.Read("console"), testing::StartsWith("<3>ERR [Open file] no file (log_test.cpp:"));
 }
 
 }  // namespace

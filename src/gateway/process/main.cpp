@@ -9,6 +9,7 @@
 #include "gateway/process/process_signals.h"
 #include "gateway/process/service_manager.h"
 #include "gateway/process/startup_log.h"
+#include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/config/setting_table.h"
 
 #include <ace/Log_Msg.h>
@@ -115,16 +116,6 @@ public:
 
     StartResult Succeeded() { return m_options.file.empty() ? Install() : StartResult{}; }
 
-    // Opens the files of the logs by their names, which somebody may have given to other files.
-    static void OpenAnew() {
-        IOMLogger* const debugLog = OMAdapter::getInstance()->getLogger();
-        IOMLogger* const operationLog = OMAdapter::getInstance()->getOperationLogger();
-        debugLog->OpenAnew();
-        if (operationLog != debugLog) {
-            operationLog->OpenAnew();
-        }
-    }
-
 private:
     StartResult Install() {
         if (m_installed && SameAsInstalled()) {
@@ -153,6 +144,16 @@ private:
     bool m_installed = false;
     OMLoggerOptions m_installedOptions;
 };
+
+// Opens the files of the logs by their names, which somebody may have given to other files.
+void OpenLogsAnew() {
+    IOMLogger* const debugLog = OMAdapter::getInstance()->getLogger();
+    IOMLogger* const operationLog = OMAdapter::getInstance()->getOperationLogger();
+    debugLog->OpenAnew();
+    if (operationLog != debugLog) {
+        operationLog->OpenAnew();
+    }
+}
 
 // Begins the operation log in the file of GVX_OPERATION_LOG_FILE, if there is one.
 StartResult StartOperationLog() {
@@ -235,11 +236,12 @@ void StopInTime(Gateway& gateway, OverdueWatch& watch, std::chrono::milliseconds
 }
 
 // What an operator asks for by a signal. No signal ends the gateway but those that ask for its stop.
-void ServeSignal(ProcessSignals::Event event, const StartLogging& logging, ServiceManager& manager) {
+void ServeSignal(ProcessSignals::Event event, const ServiceManager& manager) {
     try {
         if (event == ProcessSignals::Event::Reload) {
             manager.Reloading();
-            logging.OpenAnew();
+            OpenLogsAnew();
+            CGvxConfigMgr::Instance()->Reload();  // says in the log what it has found
             manager.Ready();
         }
     } catch (const std::exception& fault) {
@@ -248,7 +250,7 @@ void ServeSignal(ProcessSignals::Event event, const StartLogging& logging, Servi
 }
 
 // Serves until a signal asks for the stop; gives its number.
-int ServeUntilStop(ProcessSignals& signals, const StartLogging& logging, ServiceManager& manager) {
+int ServeUntilStop(ProcessSignals& signals, const ServiceManager& manager) {
     manager.Ready();
     for (;;) {
         const ProcessSignals::Event event = signals.Wait(kSignalWait);
@@ -256,7 +258,7 @@ int ServeUntilStop(ProcessSignals& signals, const StartLogging& logging, Service
             manager.Stopping();
             return signals.First();
         }
-        ServeSignal(event, logging, manager);
+        ServeSignal(event, manager);
     }
 }
 
@@ -270,7 +272,7 @@ int Run(int argc, const char* const* argv) {
         OMAdapter::getInstance()->setLogger(std::make_shared<StartupLog>(OM_LOG_ERR));  // findings alone are shown
         return CheckConfiguration(options);
     }
-    ServiceManager manager;
+    const ServiceManager manager;
     ProcessSignals signals;
     OverdueWatch watch;
     StartLogging logging;
@@ -300,7 +302,7 @@ int Run(int argc, const char* const* argv) {
         StopInTime(gateway, watch, stopLimit, result.code);
         return code;
     }
-    const int signal = ServeUntilStop(signals, logging, manager);
+    const int signal = ServeUntilStop(signals, manager);
     GVX_LOG_INFO("gvxd", "gvxd stops on signal %d (%s)", signal, strsignal(signal));
     StopInTime(gateway, watch, stopLimit, ExitCode::Ok);
     GVX_LOG_INFO("gvxd", "gvxd stopped");

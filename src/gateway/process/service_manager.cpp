@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -37,7 +38,9 @@ ServiceManager::ServiceManager() : m_address(Taken("NOTIFY_SOCKET")) {
     if (watchdogUs > 0 && (watched.empty() || std::atoll(watched.c_str()) == getpid())) {
         m_watchdog = std::chrono::milliseconds(watchdogUs / 1000);
     }
-    m_socket.Reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    m_socket.Reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const timeval limit{0, 200000};  // a manager whose queue is full gets that long to read
+    setsockopt(m_socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
 }
 
 // A manager that reloads a service by a signal wants to know when the reload began.

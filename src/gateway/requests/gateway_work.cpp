@@ -58,8 +58,8 @@ int ConnectMediaUnit(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session
 
 // Says how many alarms of the gateway wait for their delivery. Fed in when the main-service link opens.
 int TellHeldAlarms(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
-    GVX_LOG_INFO("Alarm control", "cmd[0x%04x], %zu alarms wait for their delivery.", cmd.GetReqID(),
-                 CEmergencyProtection::Instance()->CountHeldAlarms());
+    GVX_LOG(OM_LOG_DEBUG, "Alarm control", "cmd[0x%04x], %zu alarms wait for their delivery.", cmd.GetReqID(),
+            CEmergencyProtection::Instance()->CountHeldAlarms());
     if (cmd.GetMsgBlock() != nullptr) {
         AnswerBare(cmd, ZVS_SUCCEED);
     }

@@ -114,7 +114,7 @@ int CEmergencyProtection::LoadAlarmStatus(const std::string& path) {
     if (Gvx_AlarmInit(path.c_str()) != 0 || Gvx_GetAllAlarmItem(nullptr, &count) != 0) {
         return LoadingFailed();
     }
-    GVX_LOG_INFO("LoadAlarmStatus", "[getAllAlarmItem] The count of Alarm Item is %d\n", count);
+    GVX_LOG(OM_LOG_DEBUG, "LoadAlarmStatus", "[getAllAlarmItem] The count of Alarm Item is %d\n", count);
     std::vector<Pair> flows;
     const int result = count > 0 ? RestoreItems(count, flows) : ZVS_FAIL;
     if ((count > 0 && result != ZVS_SUCCEED) || !StoreRemembered()) {

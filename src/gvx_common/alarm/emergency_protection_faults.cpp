@@ -137,7 +137,7 @@ void CEmergencyProtection::ClearLogAlarm(const char* type, const char* id, unsig
                                          const std::string& text) {
     if (IsAlarmStatusItemExist(id, text) != ZVS_SUCCEED) {
         if (TellsRepeats(id)) {
-            GVX_LOG_INFO("OnLogWarn", "OnLogWarn ErrorCode = %u has not sended.", errorCode);
+            GVX_LOG(OM_LOG_DEBUG, "OnLogWarn", "OnLogWarn ErrorCode = %u has not sended.", errorCode);
         }
         return;
     }

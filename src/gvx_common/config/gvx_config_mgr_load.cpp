@@ -137,14 +137,14 @@ int CGvxConfigMgr::LoadNatConfig() {
 // The lists of private subnets in a file's text, in their order. False when one has an entry that cannot be used.
 bool CGvxConfigMgr::ReadNatSettings(const std::string& natFile, const std::string& content, bool refuses,
                                     std::vector<std::string>& lists) {
-    GVX_LOG_INFO("LoadZVSGvxConfig", "start to parse private IP list");
+    GVX_LOG(OM_LOG_DEBUG, "LoadZVSGvxConfig", "start to parse private IP list");
     std::istringstream file(content);
     std::string line;
     std::string key;
     std::string value;
     bool usable = true;
     for (int number = 1; std::getline(file, line); ++number) {
-        GVX_LOG_INFO("LoadZVSGvxConfig", "linedDataMsg:%s", line.c_str());
+        GVX_LOG(OM_LOG_DEBUG, "LoadZVSGvxConfig", "linedDataMsg:%s", line.c_str());
         const std::string text = CGvxUtility::trim(line);
         if (!gvx::SplitSetting(line, key, value)) {
             if (!text.empty() && text[0] != ';' && text != "[SUBNET_NAT]") {
@@ -152,7 +152,7 @@ bool CGvxConfigMgr::ReadNatSettings(const std::string& natFile, const std::strin
             }
             continue;
         }
-        GVX_LOG_INFO("LoadZVSGvxConfig", "left_value:%s, right_value:%s", key.c_str(), value.c_str());
+        GVX_LOG(OM_LOG_DEBUG, "LoadZVSGvxConfig", "left_value:%s, right_value:%s", key.c_str(), value.c_str());
         if (key == "SUBNET_NAT_IP_LIST") {
             lists.push_back(value);
             std::vector<std::string> entries = CGvxUtility::split(value, ";");
@@ -176,7 +176,7 @@ bool CGvxConfigMgr::ReadNatSettings(const std::string& natFile, const std::strin
 
 void CGvxConfigMgr::TakeNatLists(const std::vector<std::string>& lists) {
     for (const std::string& list : lists) {
-        GVX_LOG_INFO("LoadZVSGvxConfig", "start to parse private net list");
+        GVX_LOG(OM_LOG_DEBUG, "LoadZVSGvxConfig", "start to parse private net list");
         KeepSubnetNatText(list);
         std::string rest = list;
         ParsePrivateIpList(rest);

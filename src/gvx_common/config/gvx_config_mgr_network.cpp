@@ -289,7 +289,7 @@ int CGvxConfigMgr::EditZvsGvxConfPort(const std::vector<std::pair<std::string, s
 }
 
 void CGvxConfigMgr::LoadCloudConf() {
-    GVX_LOG_INFO("LoadCloudConf", "[CloudConfig] ---Begin init CCloudConfig");
+    GVX_LOG(OM_LOG_DEBUG, "LoadCloudConf", "[CloudConfig] ---Begin init CCloudConfig");
     const std::string path = gvx::RootedPath(GVX_CLOUD_CONFIG_PATH);
     CBB::CXml xml;
     if (!xml.Load(path.c_str())) {
@@ -353,9 +353,9 @@ int CGvxConfigMgr::ParsePrivateIpList(std::string& list) {
     list.clear();
     const std::list<std::string> all = GetPrivateIpList();
     for (const std::string& entry : all) {
-        GVX_LOG_INFO("ParsePrivateIpList", "ip:%s", entry.c_str());
+        GVX_LOG(OM_LOG_DEBUG, "ParsePrivateIpList", "ip:%s", entry.c_str());
     }
-    GVX_LOG_INFO("ParsePrivateIpList", "ipNum:%lu", static_cast<unsigned long>(all.size()));
+    GVX_LOG(OM_LOG_DEBUG, "ParsePrivateIpList", "ipNum:%lu", static_cast<unsigned long>(all.size()));
     return ZVS_SUCCEED;
 }
 

@@ -146,7 +146,7 @@ int NVR_Reactor::close() {
 
 void NVR_Reactor::ClearHandleMap() {
     ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_mutex);
-    GVX_LOG_INFO("close reactor", ":ClearHandleMap begin to clear handlemap,size[%lu]", m_handleMap.size());
+    GVX_LOG(OM_LOG_DEBUG, "close reactor", ":ClearHandleMap begin to clear handlemap,size[%lu]", m_handleMap.size());
     m_handleMap.clear();
 }
 
@@ -219,7 +219,7 @@ int NVR_Reactor::register_handler(int handle, ACE_Event_Handler* handler, ACE_Re
         return RefuseRegistration(errno, handle, handler);
     }
     if (m_handleMap.find(handle) == m_handleMap.end()) {
-        GVX_LOG_INFO("register handler", "cannot find handle[%d] in m_handleMap,try to bind it.", handle);
+        GVX_LOG(OM_LOG_DEBUG, "register handler", "cannot find handle[%d] in m_handleMap,try to bind it.", handle);
         m_handleMap.merge(record);
     }
     return 0;

@@ -60,8 +60,8 @@ CGvxReactor* CGvxDevReactorMgr::ScheduleReactor(const std::string& key) {
     }
     reactor->AttachReactor();
     const bool inserted = m_devIDReactorMap.emplace(key, reactor).second;
-    GVX_LOG_INFO("Schedule reactor.", "bind key[%s], reactor[%p], result %s.", key.c_str(), static_cast<void*>(reactor),
-                 Outcome(inserted));
+    GVX_LOG(OM_LOG_DEBUG, "Schedule reactor.", "bind key[%s], reactor[%p], result %s.", key.c_str(),
+            static_cast<void*>(reactor), Outcome(inserted));
     if (IsNeedExpandReactorPool()) {
         ExpandReactorPool(kPoolStep);
     }
@@ -82,7 +82,7 @@ CGvxReactor* CGvxDevReactorMgr::FindAndReleaseReactor(const std::string& key) {
     UpdateReactorUnbindTime(key);
     m_devIDReactorMap.erase(it);
     reactor->DetachReactor();
-    GVX_LOG_INFO("Release reactor.", "unbind key[%s], reactor[%p].", key.c_str(), static_cast<void*>(reactor));
+    GVX_LOG(OM_LOG_DEBUG, "Release reactor.", "unbind key[%s], reactor[%p].", key.c_str(), static_cast<void*>(reactor));
     return reactor;
 }
 
@@ -104,8 +104,8 @@ CGvxReactor* CGvxDevReactorMgr::AllocReactorFromPool(const std::string& key) {
         if (inserted) {
             best->IncreaseHistoryTrackNum();
         }
-        GVX_LOG_INFO("Schedule reactor.", "bind key[%s], new reactor[%p], result %s.", key.c_str(),
-                     static_cast<void*>(best), Outcome(inserted));
+        GVX_LOG(OM_LOG_DEBUG, "Schedule reactor.", "bind key[%s], new reactor[%p], result %s.", key.c_str(),
+                static_cast<void*>(best), Outcome(inserted));
     }
     return best;
 }
@@ -132,8 +132,9 @@ void CGvxDevReactorMgr::UpdateReactorUnbindTime(const std::string& key) {
         return;
     }
     it->second.m_scheduleTime = BP::OSTime::Time();
-    GVX_LOG_INFO("Release reactor.", "UpdateReactorUnbindTime, unbind key[%s], history reactor[%p], scheduleTime[%ld].",
-                 key.c_str(), static_cast<void*>(it->second.m_reactor), static_cast<long>(it->second.m_scheduleTime));
+    GVX_LOG(OM_LOG_DEBUG, "Release reactor.",
+            "UpdateReactorUnbindTime, unbind key[%s], history reactor[%p], scheduleTime[%ld].", key.c_str(),
+            static_cast<void*>(it->second.m_reactor), static_cast<long>(it->second.m_scheduleTime));
 }
 
 void CGvxDevReactorMgr::DelExpiredHistoryTrack() {
@@ -145,9 +146,9 @@ void CGvxDevReactorMgr::DelExpiredHistoryTrack() {
             ++it;
             continue;
         }
-        GVX_LOG_INFO("Expire history.",
-                     "DelExpiredHistoryTrack, unbind key[%s], history reactor[%p], scheduleTime[%ld].",
-                     it->first.c_str(), static_cast<void*>(track.m_reactor), static_cast<long>(track.m_scheduleTime));
+        GVX_LOG(OM_LOG_DEBUG, "Expire history.",
+                "DelExpiredHistoryTrack, unbind key[%s], history reactor[%p], scheduleTime[%ld].", it->first.c_str(),
+                static_cast<void*>(track.m_reactor), static_cast<long>(track.m_scheduleTime));
         track.m_reactor->DecreaseHistoryTrackNum();
         it = m_devReactorHistoryTrack.erase(it);
     }
@@ -197,7 +198,7 @@ void CGvxDevReactorMgr::ExpandReactorPool(unsigned int count) {
 }
 
 int CGvxDevReactorMgr::ReactorPoolInit(unsigned int count) {
-    GVX_LOG_INFO("Init reactor pool.", "int :ReactorPool,size[%u]", count);
+    GVX_LOG(OM_LOG_DEBUG, "Init reactor pool.", "int :ReactorPool,size[%u]", count);
     for (unsigned int i = 0; i < count; ++i) {
         if (m_spareReactors.empty()) {
             const std::size_t number = BeginMaking();

@@ -113,6 +113,10 @@ int CGvxReactor::Init() {
 
 int CGvxReactor::createResources() {
     const ScopedQuietAce quiet;
+    if (!gvx::FindsMemory(m_unStackSize)) {
+        GVX_LOG_ERR("init reactor", "Create debug reactor fail.");
+        return 1;
+    }
     auto* implementation = new (std::nothrow) QcnReactor();
     auto* reactor = implementation != nullptr && implementation->IsUsable() ? new (std::nothrow)
                                                                                   NVR_Reactor(implementation, true)
@@ -140,7 +144,7 @@ int CGvxReactor::createServiceThreads() {
     ACE_thread_t threadID = 0;
     std::size_t stackSize = m_unStackSize;
     errno = ENOMEM;
-    const int result = gvx::ThreadFindsMemory(stackSize)
+    const int result = gvx::FindsMemory(stackSize)
                            ? activate(THR_NEW_LWP | THR_DETACHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr,
                                       nullptr, nullptr, &stackSize, &threadID)
                            : -1;
@@ -185,12 +189,12 @@ int CGvxReactor::svc() {
     // of main the library could not give it back any more.
     OPENSSL_thread_stop();
     m_pReactorEventThreadSemaphore->release();
-    GVX_LOG_INFO("reactor thread", "Reactor loop thread exit.");
+    GVX_LOG(OM_LOG_DEBUG, "reactor thread", "Reactor loop thread exit.");
     return 0;
 }
 
 int CGvxReactor::close(unsigned long) {
-    GVX_LOG_INFO("reactor thread", "ace task has closed.");
+    GVX_LOG(OM_LOG_DEBUG, "reactor thread", "ace task has closed.");
     return 0;
 }
 
@@ -273,8 +277,8 @@ int CGvxReactor::RegistHandle(ACE_Event_Handler* handler, unsigned long mask) {
         return 1;
     }
     handler->reactor(m_pReactor);
-    GVX_LOG_INFO("register handler", "Register handler success, handle[%p], mask[%lu].", static_cast<void*>(handler),
-                 mask);
+    GVX_LOG(OM_LOG_DEBUG, "register handler", "Register handler success, handle[%p], mask[%lu].",
+            static_cast<void*>(handler), mask);
     return 0;
 }
 
@@ -308,7 +312,8 @@ long CGvxReactor::RegistTimer(ACE_Event_Handler* handler, const void* arg, const
     }
     const long timerId = m_pReactor->schedule_timer(handler, arg, delay, interval);
     handler->reactor(m_pReactor);
-    GVX_LOG_INFO("register timer", "Register timer, handle[%p] timerID[%ld].", static_cast<void*>(handler), timerId);
+    GVX_LOG(OM_LOG_DEBUG, "register timer", "Register timer, handle[%p] timerID[%ld].", static_cast<void*>(handler),
+            timerId);
     return timerId;
 }
 
@@ -322,7 +327,7 @@ int CGvxReactor::UnRegistTimer(long timerId, int dontCall) {
         GVX_LOG_ERR("cancel timer fail, ", "timerId[%ld], errno[%d].", timerId, error);
         return 1;
     }
-    GVX_LOG_INFO("cancel timer", "Cancel timer success, timerID[%ld].", timerId);
+    GVX_LOG(OM_LOG_DEBUG, "cancel timer", "Cancel timer success, timerID[%ld].", timerId);
     return 0;
 }
 

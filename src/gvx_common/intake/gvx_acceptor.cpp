@@ -33,12 +33,12 @@ CGVXAcceptor::CGVXAcceptor(const ACE_INET_Addr& address, ACE_Reactor* reactor,
 }
 
 CGVXAcceptor::~CGVXAcceptor() {
-    GVX_LOG_INFO("CGVXAcceptor", "~CGVXAcceptor is called!");
+    GVX_LOG(OM_LOG_DEBUG, "CGVXAcceptor", "~CGVXAcceptor is called!");
     stop();
 }
 
 int CGVXAcceptor::start(const ACE_INET_Addr& address, ACE_Reactor* reactor) {
-    GVX_LOG_INFO("CGVXAcceptor", "start the alarm service accpetor.");
+    GVX_LOG(OM_LOG_DEBUG, "CGVXAcceptor", "start the alarm service accpetor.");
     if (m_concurrencyStrategy != nullptr) {
         errno = EALREADY;
         return 1;
@@ -64,7 +64,7 @@ int CGVXAcceptor::start(const ACE_INET_Addr& address, ACE_Reactor* reactor) {
 }
 
 void CGVXAcceptor::stop() {
-    GVX_LOG_INFO("CGVXAcceptor", "stop() is called!");
+    GVX_LOG(OM_LOG_DEBUG, "CGVXAcceptor", "stop() is called!");
     StopListening();
     DeleteStrategy();
 }

@@ -99,7 +99,7 @@ int CStreamTransmission::Init() {
     // Without a name: to give it to a thread that runs takes a descriptor, and activate would fail for want of one
     // although the thread is there. It names itself.
     std::size_t stackSize = kThreadStackSize;
-    if (!gvx::ThreadFindsMemory(stackSize) ||
+    if (!gvx::FindsMemory(stackSize) ||
         activate(THR_NEW_LWP | THR_DETACHED | THR_INHERIT_SCHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr,
                  nullptr, nullptr, &stackSize) == -1) {
         gvx::NoteShortage(gvx::Resource::Thread, errno);
@@ -113,7 +113,7 @@ int CStreamTransmission::Init() {
 int CStreamTransmission::UnInit() {
     m_bRunning = false;
     if (m_pStreamTransSmp != nullptr) {
-        GVX_LOG_INFO("Stream transfer thread ", "Begin to uninit...");
+        GVX_LOG(OM_LOG_DEBUG, "Stream transfer thread ", "Begin to uninit...");
         m_pStreamTransSmp->acquire();
     }
     WaitForThreadEnd();
@@ -140,7 +140,7 @@ int CStreamTransmission::svc() {
         SendRound();
     }
     m_pStreamTransSmp->release();
-    GVX_LOG_INFO("Stream transfer thread ", "End...");
+    GVX_LOG(OM_LOG_DEBUG, "Stream transfer thread ", "End...");
     return ZVS_SUCCEED;
 }
 

@@ -72,7 +72,7 @@ int CMediaBlockBuffer::init(unsigned int size, unsigned int count, unsigned int 
         }
     }
     m_unCount = count;
-    GVX_LOG_INFO("Media Block Buffer", "Media Block Buffer init success.");
+    GVX_LOG(OM_LOG_DEBUG, "Media Block Buffer", "Media Block Buffer init success.");
     return ZVS_SUCCEED;
 }
 

@@ -196,8 +196,8 @@ int CGvxPortMgr::ApplyPortList(unsigned int applyPortNumber, const std::string& 
     }
     const std::string link = MainServiceLink();
     const std::string trans = BP::CMKTransID::GenerateTransID();
-    GVX_LOG_INFO(kApplyTitle, "[NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ]gvxLinkID %s transID %s", link.c_str(),
-                 trans.c_str());
+    GVX_LOG(OM_LOG_DEBUG, kApplyTitle, "[NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ]gvxLinkID %s transID %s", link.c_str(),
+            trans.c_str());
     const std::unique_ptr<BP::CCmd> cmdReturnData =
         Ask(NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ, text, link, trans, kApplyTimeoutSeconds);
     if (cmdReturnData == nullptr) {
@@ -232,8 +232,8 @@ int CGvxPortMgr::SendUsedPortlist(const std::string& link) {
         return ZVS_FAIL;
     }
     const std::string trans = BP::CMKTransID::GenerateTransID();
-    GVX_LOG_INFO(kReportTitle, "[NSS_PLUGIN_SEND_PORTLIST_DATA_REQ]gvxLinkID %s transID %s", link.c_str(),
-                 trans.c_str());
+    GVX_LOG(OM_LOG_DEBUG, kReportTitle, "[NSS_PLUGIN_SEND_PORTLIST_DATA_REQ]gvxLinkID %s transID %s", link.c_str(),
+            trans.c_str());
     const std::unique_ptr<BP::CCmd> cmdReturnData =
         Ask(NSS_PLUGIN_SEND_PORTLIST_DATA_REQ, text, link, trans, kReportTimeoutSeconds);
     if (cmdReturnData == nullptr) {
