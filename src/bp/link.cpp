@@ -282,6 +282,7 @@ LinkInfo Link::Describe() const {
     info.framesOut = m_queue.FramesOut();
     info.framesRefused = m_queue.FramesRefused();
     info.framesDropped = m_framesDropped;
+    info.openedMs = m_openedMs;
     return info;
 }
 
@@ -353,6 +354,7 @@ void Link::RefuseRegistration(const ACE_Message_Block* frame, const std::string&
 
 void Link::BecomeOpen() {
     m_state = State::Open;
+    m_openedMs = gvx::MonotonicMilliseconds();
     m_setupDeadlineMs = kNoDeadline;
     m_reader.SetMaxFrameBytes(m_options.maxFrameBytes);
     m_owner.WakeBy(std::min(m_lastSaidMs + m_options.keepAliveMs, m_lastHeardMs + m_options.silenceTimeoutMs));

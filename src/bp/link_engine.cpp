@@ -38,6 +38,14 @@ constexpr std::size_t kRoomyBytes = 1u << 20;
 constexpr int kShareOfOthers = 2;
 constexpr std::int64_t kRefusalLineMs = 60000;
 
+void AddUp(LinkTotals& totals, const LinkInfo& link) {
+    ++totals.opened;
+    totals.framesIn += link.framesIn;
+    totals.framesOut += link.framesOut;
+    totals.framesRefused += link.framesRefused;
+    totals.framesDropped += link.framesDropped;
+}
+
 }  // namespace
 
 bool OnLinkThread() noexcept {
@@ -94,7 +102,7 @@ void LinkEngine::Stop() {
     }
 }
 
-void LinkEngine::Post(Work work) {
+void LinkEngine::Post(std::function<void()> work) {
     std::unique_lock<std::mutex> lock(m_mutexWork);
     if (m_workEnded) {
         return;
@@ -464,8 +472,11 @@ void LinkEngine::LinkClosed(Link& link, bool wasOpen) {
         AttemptEnded(live.connector);
     }
     if (wasOpen) {
+        const LinkInfo last = link.Describe();
         std::unique_lock<std::mutex> lock(m_mutexOpen);
         m_open.erase(link.ID());
+        AddUp(m_ended, last);
+        ++m_ended.closed;
         lock.unlock();
         TransactionTable::Instance().LinkClosed(link.ID());
         Report(m_events.closed, "closed", link);
@@ -512,12 +523,22 @@ void LinkEngine::RequestFlush(std::shared_ptr<Link> link) {
     m_wake.Ring();
 }
 
-std::vector<LinkInfo> LinkEngine::Links() const {
+// A link that closes meanwhile is in the list or in the totals, never in both.
+std::vector<LinkInfo> LinkEngine::Links(LinkTotals& totals) const {
+    std::vector<std::shared_ptr<Link>> open;
+    {
+        std::lock_guard<std::mutex> guard(m_mutexOpen);
+        open.reserve(m_open.size());
+        for (const auto& entry : m_open) {
+            open.push_back(entry.second);
+        }
+        totals = m_ended;
+    }
     std::vector<LinkInfo> infos;
-    std::lock_guard<std::mutex> guard(m_mutexOpen);
-    infos.reserve(m_open.size());
-    for (const auto& entry : m_open) {
-        infos.push_back(entry.second->Describe());
+    infos.reserve(open.size());
+    for (const std::shared_ptr<Link>& link : open) {
+        infos.push_back(link->Describe());
+        AddUp(totals, infos.back());
     }
     return infos;
 }

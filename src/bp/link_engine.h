@@ -57,7 +57,8 @@ public:
     int RemoveConnector(const ConnectorKey& key);
     int Send(const std::string& linkID, ACE_Message_Block* block);
     LinkRoom RoomOf(const std::string& linkID) const;
-    std::vector<LinkInfo> Links() const;
+    std::vector<LinkInfo> Links(LinkTotals& totals) const;
+    void Post(std::function<void()> work);
     const LinkOptions& Options() const { return m_options; }
 
     // LinkOwner and AcceptorOwner.
@@ -83,7 +84,6 @@ private:
         std::uint64_t since = 0;   // not told yet
     };
 
-    void Post(Work work);
     int Watch(gvx::UniqueFd socket, const NetAddress& bound);
     void Run();
     void Turn();
@@ -127,6 +127,7 @@ private:
 
     mutable std::mutex m_mutexOpen;
     std::map<std::string, std::shared_ptr<Link>> m_open;  // Guarded by m_mutexOpen. By identifier.
+    LinkTotals m_ended;                                   // Guarded by m_mutexOpen. Of links that have closed.
     mutable std::mutex m_mutexConnectors;
     std::map<ConnectorKey, std::shared_ptr<LinkConnector>> m_connectors;  // Guarded by m_mutexConnectors.
     std::mutex m_mutexWork;

@@ -126,8 +126,21 @@ LinkRoom CNetFactory::RoomOf(const std::string& linkID) {
 }
 
 std::vector<LinkInfo> CNetFactory::Links() {
+    LinkTotals ignored;
+    return Links(ignored);
+}
+
+std::vector<LinkInfo> CNetFactory::Links(LinkTotals& totals) {
     const std::shared_ptr<LinkEngine> engine = TheFactory().engine.Get();
-    return engine != nullptr ? engine->Links() : std::vector<LinkInfo>();
+    return engine != nullptr ? engine->Links(totals) : std::vector<LinkInfo>();
+}
+
+bool CNetFactory::RunOnLinkThread(std::function<void()> work) {
+    const std::shared_ptr<LinkEngine> engine = TheFactory().engine.Get();
+    if (engine != nullptr) {
+        engine->Post(std::move(work));
+    }
+    return engine != nullptr;
 }
 
 }  // namespace BP

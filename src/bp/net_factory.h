@@ -50,6 +50,17 @@ struct LinkInfo {
     std::uint64_t framesOut = 0;
     std::uint64_t framesRefused = 0;  // for a full queue
     std::uint64_t framesDropped = 0;  // of types that never travel
+    std::int64_t openedMs = 0;        // monotonic
+};
+
+// What all links have done since the start, those that have closed included. Rises only.
+struct LinkTotals {
+    std::uint64_t opened = 0;
+    std::uint64_t closed = 0;
+    std::uint64_t framesIn = 0;
+    std::uint64_t framesOut = 0;
+    std::uint64_t framesRefused = 0;
+    std::uint64_t framesDropped = 0;
 };
 
 // Whether a link's queue takes more of what need not leave at once.
@@ -90,6 +101,11 @@ struct CNetFactory {
     static LinkRoom RoomOf(const std::string& linkID);
 
     static std::vector<LinkInfo> Links();
+    // The same, with what belongs to the same moment.
+    static std::vector<LinkInfo> Links(LinkTotals& totals);
+
+    // Has work done on the I/O thread, between two events. False when that is not started.
+    static bool RunOnLinkThread(std::function<void()> work);
 };
 
 }  // namespace BP

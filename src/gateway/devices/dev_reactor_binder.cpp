@@ -161,6 +161,11 @@ void DevReactorBinder::Sweep() {
     }
 }
 
+std::vector<CGvxReactor*> DevReactorBinder::Reactors() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return CGvxDevReactorMgr::Instance()->Reactors();
+}
+
 void DevReactorBinder::SettleAddition(const std::string& key, bool deviceExists) {
     Leave({key, true, deviceExists});
 }

@@ -55,6 +55,9 @@ public:
     // Forgets the history of devices that are long gone.
     void Sweep();
 
+    // All reactors of the pool; each stays until the process ends.
+    std::vector<CGvxReactor*> Reactors();
+
 private:
     struct Note {
         std::string key;

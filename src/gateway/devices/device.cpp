@@ -34,7 +34,11 @@ void SetIdentity(CAdapterDevBase& adapter, const MainDeviceInfo& info, const Dev
 }  // namespace
 
 Device::Device(LoadedPlugin& plugin, const MainDeviceInfo& info, CGvxReactor* reactor)
-    : m_plugin(plugin), m_code(info.strDevCode), m_address(info.strIP), m_reactor(reactor) {}
+    : m_plugin(plugin),
+      m_code(info.strDevCode),
+      m_address(info.strIP),
+      m_reactor(reactor),
+      m_addedMs(MonotonicMilliseconds()) {}
 
 Result Device::Create(const DeviceRequest& request, const Place& place, std::unique_ptr<Device>& device) {
     std::unique_ptr<Device> made(new Device(*request.plugin, request.info, place.reactor));

@@ -6,6 +6,7 @@
 #include "gvx_common/records/gvx_adapter_records.h"
 #include "gvx_common/records/recording_records.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <thread>
@@ -48,6 +49,7 @@ public:
     const std::string& Address() const { return m_address; }  // as the addition gave it; may be empty
     const std::string& PluginName() const;
     const std::string& ScuLinkID() const { return m_scuLinkID; }  // of the addition; may be empty
+    std::int64_t AddedMs() const { return m_addedMs; }            // monotonic
     // The reactor that serves the device; not owned. Any thread.
     CGvxReactor* Reactor() const { return m_reactor; }
     // True on the thread that made the device.
@@ -93,6 +95,7 @@ private:
     const std::string m_address;
     std::string m_scuLinkID;
     CGvxReactor* const m_reactor;
+    const std::int64_t m_addedMs;
     const std::thread::id m_thread = std::this_thread::get_id();
     CAdapterDevBase* m_adapter = nullptr;  // made by the plug-in, owned
     GVX_DEVICE_ABILITY_INFO m_ability;

@@ -79,6 +79,24 @@ std::vector<std::string> DeviceTable::Codes() const {
     return codes;
 }
 
+std::vector<DeviceTable::Facts> DeviceTable::AllFacts() const {
+    constexpr std::size_t kMostAtOnce = 256;
+    std::vector<Facts> all;
+    while (true) {
+        const std::size_t before = all.size();
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        auto device = before == 0 ? m_devices.begin() : m_devices.upper_bound(all.back().code);
+        for (; device != m_devices.end() && all.size() - before < kMostAtOnce; ++device) {
+            const Device& known = *device->second;
+            all.push_back({known.Code(), known.PluginName(), known.Address(), known.ScuLinkID(), known.Lenses().size(),
+                           known.AddedMs()});
+        }
+        if (device == m_devices.end()) {
+            return all;
+        }
+    }
+}
+
 void DeviceTable::Close() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_closed = true;

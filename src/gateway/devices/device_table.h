@@ -31,6 +31,18 @@ public:
     CGvxReactor* ReactorOf(const std::string& code) const;
     std::vector<std::string> Codes() const;
 
+    // What never changes of a device in the table.
+    struct Facts {
+        std::string code;
+        std::string plugin;
+        std::string address;
+        std::string scuLinkID;
+        std::size_t lenses = 0;
+        std::int64_t addedMs = 0;  // monotonic
+    };
+    // Of all devices, by code. The lock is taken anew for each few of them: who comes or goes meanwhile may be missing.
+    std::vector<Facts> AllFacts() const;
+
     // Refuses further devices, for the stop.
     void Close();
     // Waits until no device is left, for limit at most; true when that is so.

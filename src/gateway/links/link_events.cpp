@@ -1,5 +1,6 @@
 #include "gateway/links/link_events.h"
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "base/shortage.h"
 #include "base/zvs_error.h"
@@ -155,9 +156,11 @@ void LinkEventThread::Run() {
             GVX_LOG_WARN("Link events", "%llu links have been passed over.",
                          static_cast<unsigned long long>(std::exchange(m_passedOver, 0)));
         }
+        m_servingSinceMs = MonotonicMilliseconds();
         lock.unlock();
         Serve(event);
         lock.lock();
+        m_servingSinceMs = 0;
     }
 }
 
@@ -165,6 +168,11 @@ void LinkEventThread::Run() {
 std::deque<LinkEventThread::Event>::iterator LinkEventThread::NextEvent() {
     return std::find_if(m_events.begin(), m_events.end(),
                         [this](const Event& event) { return m_aside.count(event.linkID) == 0; });
+}
+
+LinkEventThread::Progress LinkEventThread::GetProgress() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return {m_events.size(), m_servingSinceMs};
 }
 
 void LinkEventThread::Aside(std::function<void()> work) {

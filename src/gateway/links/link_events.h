@@ -56,6 +56,14 @@ public:
     // and a log line, when too much is held. False, and nothing has happened: the frame may go its way.
     bool Hold(std::unique_ptr<BP::CCmd>& cmd, int& result);
 
+    // Events that wait, and since when, by the monotonic clock, the thread serves the one before them; 0 while it
+    // serves none. Any thread.
+    struct Progress {
+        std::size_t waiting = 0;
+        std::int64_t servingSinceMs = 0;
+    };
+    Progress GetProgress();
+
     // On this thread, from within an event: has work that may wait for the link's peer done aside. Elsewhere, and where
     // no thread can be had, it is done at once.
     void Aside(std::function<void()> work);
@@ -99,6 +107,7 @@ private:
     std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
     std::condition_variable m_changed;
     std::deque<Event> m_events;
+    std::int64_t m_servingSinceMs = 0;
     std::map<std::string, std::thread> m_aside;  // by the link whose further events wait for it
     std::vector<std::string> m_ended;            // of those, which have come to their end
     std::uint64_t m_passedOver = 0;

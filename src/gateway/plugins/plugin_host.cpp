@@ -170,6 +170,14 @@ LoadedPlugin* PluginHost::Find(const std::string& name) const {
     return nullptr;
 }
 
+std::vector<const LoadedPlugin*> PluginHost::All() const {
+    std::vector<const LoadedPlugin*> all;
+    for (const auto& plugin : m_plugins) {
+        all.push_back(plugin.get());
+    }
+    return all;
+}
+
 std::vector<const LoadedPlugin*> PluginHost::TakersOfIntake() const {
     std::vector<const LoadedPlugin*> takers;
     for (const auto& plugin : m_plugins) {

@@ -58,6 +58,7 @@ public:
     void UnloadAll();
 
     LoadedPlugin* Find(const std::string& name) const;  // null when there is none
+    std::vector<const LoadedPlugin*> All() const;
     // Those that ask for what devices push, in the order of their loading.
     std::vector<const LoadedPlugin*> TakersOfIntake() const;
     // The names, parted by ", "; "none" without one.

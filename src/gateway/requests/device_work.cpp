@@ -7,6 +7,7 @@
 #include "gateway/devices/device_request.h"
 #include "gateway/messages/answer.h"
 #include "gateway/requests/gateway_context.h"
+#include "gateway/streams/stream_ledger.h"
 
 namespace gvx {
 
@@ -80,6 +81,7 @@ void DestroyDevice(GatewayContext& context, std::unique_ptr<Device> device) {
     const std::string code = device->Code();
     device.reset();
     PluginTroubles::Instance().DeviceDeleted(code);
+    StreamLedger::Instance().DeviceDeleted(code);
     for (const std::string& serviceID : streams) {
         context.devices.ReleaseStream(serviceID);
     }

@@ -136,6 +136,7 @@ int StartStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP:
     StreamRequest request;
     Result result = ReadJsonObject(cmd, body) ? ReadStreamRequest(body, request)
                                               : Result{ZVS_PARA_INVALID, "There is no JSON body."};
+    request.askedBy = cmd.GetNetLinkID();
     Device* const device = result.Failed() ? nullptr : context.devices.FindHere(code);
     LiveStream* stream = nullptr;
     if (!result.Failed()) {

@@ -1,5 +1,6 @@
 #include "gateway/streams/live_stream.h"
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "gateway/messages/answer.h"
 #include "gateway/plugins/plugin_guard.h"
@@ -53,7 +54,30 @@ int LiveStream::Start(std::string& reason) {
         DeleteParam();
     }
     m_running = code == 0;
+    if (m_running) {
+        EnterLedger();
+    }
     return code;
+}
+
+void LiveStream::EnterLedger() {
+    auto entry = std::make_shared<StreamEntry>();
+    entry->serviceID = m_request.serviceID;
+    entry->plugin = m_lens.plugin;
+    entry->device = m_lens.device;
+    entry->lens = m_lens.lensCode;
+    entry->askedBy = m_request.askedBy;
+    entry->service = m_request.service;
+    entry->overTcp = m_request.protocol == RTP_OVER_TCP;
+    entry->videoFormat = m_request.IsVoice() ? 0 : m_param->m_nVideoFormat;
+    entry->audioFormat = AudioFormat();
+    entry->dstIp = m_request.dstIp;
+    entry->dstPort = m_request.IsVoice() ? m_request.dstAudioPort : m_request.dstVideoPort;
+    entry->startedMs = MonotonicMilliseconds();
+    entry->media = m_media;
+    entry->metadata = m_metadata;
+    m_entry = entry;
+    StreamLedger::Instance().Enter(std::move(entry));
 }
 
 int LiveStream::MakeParam(std::string& reason) {
@@ -294,6 +318,10 @@ int LiveStream::Stop(bool force) {
     }
     CloseSendPath();
     DeleteParam();
+    if (m_entry != nullptr) {
+        StreamLedger::Instance().Leave(m_entry);
+        m_entry = nullptr;
+    }
     return code;
 }
 
@@ -337,14 +365,8 @@ void LiveStream::LeaveObjectsBehind() {
 }
 
 StreamStatistics LiveStream::Statistics() const {
-    StreamStatistics statistics{m_media->GetStatistics(), m_gate.MetadataPackets(),
-                                m_voice == nullptr ? 0 : m_voice->Frames()};
-    if (m_metadata != nullptr) {
-        const MediaSendStatistics metadata = m_metadata->GetStatistics();
-        statistics.ullDroppedPackets += metadata.ullDroppedPackets;
-        statistics.ullBytes += metadata.ullBytes;
-    }
-    return statistics;
+    return {StatisticsOf(*m_media, m_metadata.get()), m_gate.MetadataPackets(),
+            m_voice == nullptr ? 0 : m_voice->Frames()};
 }
 
 bool LiveStream::SendsAudio() const {

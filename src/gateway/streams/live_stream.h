@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/streams/stream_gate.h"
+#include "gateway/streams/stream_ledger.h"
 #include "gateway/streams/stream_ports.h"
 #include "gateway/streams/stream_request.h"
 #include "gateway/streams/voice_receiver.h"
@@ -88,6 +89,7 @@ private:
     MediaSendParams SendParams() const;
     int StartPlugin(std::string& reason);
     int Call(const char* operation, int (*call)(LiveStream&), std::string* said = nullptr);
+    void EnterLedger();
     void CloseSendPath();
     void DeleteParam();
     void LeaveObjectsBehind();
@@ -100,7 +102,8 @@ private:
     std::shared_ptr<CMediaSendStream> m_metadata;
     StreamPorts m_ports;
     StreamGate m_gate{m_lens.plugin, m_lens.device};
-    std::unique_ptr<VoiceReceiver> m_voice;  // of a talk or a broadcast alone
+    std::unique_ptr<VoiceReceiver> m_voice;      // of a talk or a broadcast alone
+    std::shared_ptr<const StreamEntry> m_entry;  // in the ledger while the stream runs
     bool m_running = false;
     bool m_leftBehind = false;
 };

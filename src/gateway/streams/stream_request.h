@@ -30,6 +30,7 @@ struct StreamRequest {
     std::string contentID;  // of a recording; empty: whatever lies in the range
     std::string startTime;  // of a recording, UTC, "YYYYMMDDhhmmss"
     std::string endTime;
+    std::string askedBy;  // the link that has brought the request
 
     // Sound alone, of which the platform's comes in.
     bool IsVoice() const { return service == SERVICE_TYPE_AUDIO_CALL || service == SERVICE_TYPE_AUDIO_BROADCAST; }

@@ -206,6 +206,7 @@ int CEmergencyProtection::AddAlarmStatusItem(const std::string& id, const std::s
         OpenAlarm& open = entry->second;
         if (isNew) {
             open.since = ++m_lastNumber;
+            open.sinceMs = gvx::MonotonicMilliseconds();
         }
         // A row whose clear still waits serves the new alarm; it is not deleted with that clear any more.
         if (m_endings.erase(entry->first) != 0) {
@@ -251,6 +252,16 @@ int CEmergencyProtection::DelAlarmStatusItem(const std::string& id, const std::s
     NoteOperation("Gvx_DelAlarmItem", "delete", result);
     TellStoreHealth(result);
     return ZVS_SUCCEED;
+}
+
+std::vector<CEmergencyProtection::Remembered> CEmergencyProtection::OpenAlarms() const {
+    std::vector<Remembered> alarms;
+    const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+    alarms.reserve(m_openAlarms.size());
+    for (const auto& [pair, open] : m_openAlarms) {
+        alarms.push_back({pair.first, pair.second, open.sinceMs});
+    }
+    return alarms;
 }
 
 int CEmergencyProtection::IsAlarmStatusItemExist(const std::string& id, const std::string& info) const {

@@ -118,6 +118,15 @@ public:
     // for the next call. 0.
     int SendAlarmCacheToGvx();
 
+    // What is remembered, by identifier and text.
+    struct Remembered {
+        std::string id;
+        std::string info;
+        std::int64_t sinceMs = 0;  // monotonic; kBeforeStart for one that an earlier process has raised
+    };
+    static constexpr std::int64_t kBeforeStart = -1;
+    std::vector<Remembered> OpenAlarms() const;
+
     // The alarms that wait for a link, oldest first, those for the first link to OMU last; how many they are, and how
     // many were lost because too many waited.
     std::vector<gvx::HeldAlarm> GetHeldAlarms() const { return m_outbox.Waiting(); }
@@ -142,6 +151,7 @@ private:
     struct OpenAlarm {
         std::uint64_t since = 0;  // numbers rise with time
         std::size_t rows = 0;     // in the store, as far as this process knows; 0 where it has none
+        std::int64_t sinceMs = kBeforeStart;
     };
 
     void RaiseLogAlarm(const char* type, const char* id, unsigned int errorCode, const std::string& text);

@@ -154,6 +154,14 @@ void CGvxDevReactorMgr::DelExpiredHistoryTrack() {
     }
 }
 
+std::vector<CGvxReactor*> CGvxDevReactorMgr::Reactors() const {
+    std::vector<CGvxReactor*> reactors;
+    for (const auto& reactor : m_devReactorVector) {
+        reactors.push_back(reactor.get());
+    }
+    return reactors;
+}
+
 bool CGvxDevReactorMgr::IsNeedExpandReactorPool() {
     const std::size_t size = m_devReactorVector.size();
     if (static_cast<long>(size) >= MaxPoolSize()) {

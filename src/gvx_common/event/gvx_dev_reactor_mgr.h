@@ -55,6 +55,9 @@ public:
         std::size_t number);  // null, with a log line, when it cannot be made
     bool EndMaking(std::size_t number, gvx::CountedPtr<CGvxReactor> reactor);
 
+    // All of the pool, in the order of their making.
+    std::vector<CGvxReactor*> Reactors() const;
+
     // Forgets devices that are not bound and have not been seen for HISTORY_TRACK_EXPIRED_TIME seconds (1800
     // unless configured). To be called from time to time.
     void DelExpiredHistoryTrack();

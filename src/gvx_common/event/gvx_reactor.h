@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <deque>
 #include <memory>
@@ -69,6 +70,16 @@ public:
     int UnRegistTimer(long timerId, int dontCall);
     int notify(ACE_Event_Handler* handler, unsigned long mask);
 
+    // What the reactor has to do and has done. Any thread; takes the queue's lock for a moment.
+    struct Load {
+        std::string threadName;
+        std::size_t queued = 0;
+        std::size_t most = 0;       // the queue is full above it
+        std::uint64_t served = 0;   // commands since it was made
+        std::uint64_t refused = 0;  // for a full queue, since it was made
+    };
+    Load GetLoad();
+
     // Devices bound now, and devices that have a track here. Read without a lock: a moment's figure.
     int GetEventHandleNum() const { return m_iEventHandleNum.load(); }
     int GetHistoryTrackNum() const { return m_historyTrackNum.load(); }
@@ -120,5 +131,7 @@ private:
     ACE_Recursive_Thread_Mutex m_mutexCmd;  // Never held across notify or a session.
     unsigned int m_iMaxCmdCnt = 0;
     unsigned long m_refusedCmds = 0;          // since the queue is full; guarded by m_mutexCmd
+    std::uint64_t m_refusedInAll = 0;         // guarded by m_mutexCmd
+    std::uint64_t m_poppedCmds = 0;           // to be served; guarded by m_mutexCmd
     ACE_Thread_Semaphore m_threadStarted{0};  // given when the thread has made all that UnInit looks at
 };

@@ -230,6 +230,7 @@ int CGvxReactor::PushMsgWhenQueueFull(const BP::CGvxNssCmd_& cmd) {
 
 // A line for the first command of an episode, which lasts until the queue has emptied by half.
 int CGvxReactor::RefuseCmd(const BP::CGvxNssCmd_& cmd) {
+    ++m_refusedInAll;
     if (m_refusedCmds++ == 0) {
         GVX_LOG_ERR("push message", "device cmd queue excceed max size. [dev:%s]", cmd.m_devID.c_str());
     }
@@ -272,9 +273,21 @@ int CGvxReactor::PopMessage(BP::CGvxNssCmd_& out) {
         return 1;
     }
     GVX_DEBUG("Dev[%s] pop message[0x%04x], queueSize[%lu].", out.m_devID.c_str(), reqID, m_queueCmd.size());
+    ++m_poppedCmds;
     out = std::move(entry);
     static_cast<void>(cmd.release());  // the caller's now
     return 0;
+}
+
+CGvxReactor::Load CGvxReactor::GetLoad() {
+    Load load;
+    load.threadName = m_aucThreadName;
+    load.most = m_iMaxCmdCnt;
+    ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_mutexCmd);
+    load.queued = m_queueCmd.size();
+    load.served = m_poppedCmds;
+    load.refused = m_refusedInAll;
+    return load;
 }
 
 // Moves the survivors together in their order. It allocates nothing, so it cannot fail half way and lose a command.

@@ -134,3 +134,12 @@ std::vector<unsigned int> CStreamTransMgr::GetStreamNums() {
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, m_MutexQueueNum, {});
     return m_StreamNums;
 }
+
+std::vector<CStreamTransmission::Queue*> CStreamTransMgr::GetQueues() {
+    std::vector<CStreamTransmission::Queue*> queues;
+    ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_MutexQueueNum);
+    for (CStreamTransmission* const thread : m_StreamTransVct) {
+        queues.push_back(thread->GetQueue());
+    }
+    return queues;
+}

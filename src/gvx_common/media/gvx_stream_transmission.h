@@ -110,6 +110,8 @@ public:
 
     // Streams on each thread, in the order of the threads.
     std::vector<unsigned int> GetStreamNums();
+    // The threads' queues in the same order; theirs, until UnInit.
+    std::vector<CStreamTransmission::Queue*> GetQueues();
 
 private:
     CStreamTransMgr() = default;

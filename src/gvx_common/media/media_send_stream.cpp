@@ -475,6 +475,10 @@ void CMediaSendStream::HeldPackets::Count(std::size_t packets, std::uint64_t byt
         m_stream->m_ullVideoFrames.fetch_add(frames, std::memory_order_relaxed);
         m_stream->m_ullLastTimeStamp.store(m_lastTimeStamp, std::memory_order_relaxed);
     }
+    // Once a frame, not for each of its packets.
+    if (frames != 0 || (m_kind != Kind::Video && m_stream->m_ullVideoFrames.load(std::memory_order_relaxed) == 0)) {
+        m_stream->m_llLastFrameMs.store(gvx::MonotonicMilliseconds(), std::memory_order_relaxed);
+    }
 }
 
 bool CMediaSendStream::HeldPackets::HandOn() noexcept {
@@ -514,6 +518,7 @@ MediaSendStatistics CMediaSendStream::GetStatistics() const {
     statistics.ullVideoPackets = m_ullVideoPackets;
     statistics.ullAudioPackets = m_ullAudioPackets;
     statistics.ullBytes = m_ullBytes;
+    statistics.llLastFrameMs = m_llLastFrameMs;
     return statistics;
 }
 

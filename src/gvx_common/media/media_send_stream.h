@@ -34,6 +34,7 @@ struct MediaSendStatistics {
     std::uint64_t ullAudioPackets = 0;
     std::uint64_t ullDroppedPackets = 0;
     std::uint64_t ullBytes = 0;
+    std::int64_t llLastFrameMs = 0;  // monotonic; of the last frame, or packet of a stream without video; 0 before it
 };
 
 // One open outgoing stream: its sockets, its records from CSocketInfoMgr and its place on a transmission thread.
@@ -113,6 +114,7 @@ private:
     std::atomic<std::uint64_t> m_ullDropped{0};
     std::atomic<std::uint64_t> m_ullBytes{0};
     std::atomic<std::uint64_t> m_ullLastTimeStamp{NO_TIME_STAMP};
+    std::atomic<std::int64_t> m_llLastFrameMs{0};
     static constexpr std::uint64_t NO_TIME_STAMP = ~std::uint64_t{0};
 };
 

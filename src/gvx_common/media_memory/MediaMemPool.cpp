@@ -227,6 +227,10 @@ unsigned int MediaMemPool::GetRTPBufferCount() {
     return count;
 }
 
+unsigned int MediaMemPool::GetUsedCount() const {
+    return m_usedPacketSize.load(std::memory_order_relaxed) + static_cast<unsigned int>(m_cache.Out());
+}
+
 void MediaMemPool::ShowDebugInfo() {
     if (g_debugFlag != 0) {
         PRINT();

@@ -61,6 +61,9 @@ public:
 
     // Blocks of all five levels together, whatever is open.
     unsigned int GetRTPBufferCount();
+    // Blocks out, and the level that is open: a moment's figures, read without a lock.
+    unsigned int GetUsedCount() const;
+    unsigned int GetLevel() const { return m_level.load(std::memory_order_relaxed); }
 
     // Writes the state of all levels to the log and, while losses are tracked, what has been taken and not returned.
     void ShowDebugInfo();
