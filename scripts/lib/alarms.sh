@@ -25,7 +25,7 @@ show_alarms() {
 # Both links of the listener are there when that to OMU, the second, is open.
 listen_for_alarms() {
   omu_links=$(count_omu_links)
-  "$build/bin/gvxctl" alarms --gateway "$port" --seconds 120 >"$alarms" 2>"$out/gvxctl_alarms_errors.log" &
+  "$build/bin/gvxctl" alarm watch --gateway "$port" --seconds 120 >"$alarms" 2>"$out/gvxctl_alarms_errors.log" &
   listener=$!
   children+=("$listener")
   wait_until 15 has_omu_link || die "the links for alarms were not made: $(cat "$out/gvxctl_alarms_errors.log")"

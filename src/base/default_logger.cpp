@@ -11,6 +11,7 @@
 #include <spdlog/sinks/stdout_sinks.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -243,7 +244,12 @@ public:
         }
     }
 
-    bool IsEnabled(int level) const noexcept override { return level <= m_level; }
+    bool IsEnabled(int level) const noexcept override { return level <= m_level.load(std::memory_order_relaxed); }
+    int Level() const noexcept override { return m_level; }
+    bool SetLevel(int level) noexcept override {
+        m_level = level;
+        return true;
+    }
 
     void VLog(int level, const char* title, const OMLogPlace& place, const char* format, va_list args) override
         __attribute__((format(printf, 5, 0))) {
@@ -334,7 +340,7 @@ private:
         }
     }
 
-    const int m_level;
+    std::atomic<int> m_level;
     const bool m_json;
     const std::vector<spdlog::sink_ptr> m_sinks;
     const std::shared_ptr<FileSink> m_file;

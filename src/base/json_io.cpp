@@ -112,15 +112,15 @@ bool DecimalText(const std::string& text, long long& number) {
 
 }  // namespace
 
-bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::string* error) {
+bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::string* error, const JsonLimits& limits) {
     if (text == nullptr) {
         return Refuse(value, error, "no text");
     }
-    if (length > kMaxJsonBytes) {
-        return Refuse(value, error, "longer than " + std::to_string(kMaxJsonBytes) + " bytes");
+    if (length > limits.bytes) {
+        return Refuse(value, error, "longer than " + std::to_string(limits.bytes) + " bytes");
     }
-    if (CountJsonValues(text, length) > kMaxJsonValues) {
-        return Refuse(value, error, "more than " + std::to_string(kMaxJsonValues) + " values");
+    if (CountJsonValues(text, length) > limits.values) {
+        return Refuse(value, error, "more than " + std::to_string(limits.values) + " values");
     }
     std::string fault;
     try {

@@ -12,9 +12,15 @@ constexpr std::size_t kMaxJsonBytes = 4u * 1024u * 1024u;  // a frame is never l
 constexpr unsigned kMaxJsonDepth = 64;
 constexpr std::size_t kMaxJsonValues = 100000;
 
+struct JsonLimits {
+    std::size_t bytes = kMaxJsonBytes;
+    std::size_t values = kMaxJsonValues;
+};
+
 // Parses text; false when it is too long, too deep, of too many values or malformed, and *error (may be null) then says
 // what and where. Duplicate keys are refused.
-bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::string* error);
+bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::string* error,
+               const JsonLimits& limits = JsonLimits());
 
 // At least as many as the values that the text holds, names of members among them; found without parsing.
 std::size_t CountJsonValues(const char* text, std::size_t length) noexcept;

@@ -55,6 +55,10 @@ public:
     // Opens the log's file by its name, which somebody may have given to another file. A fault shows with CheckFile.
     virtual void OpenAnew() {}
 
+    // Lines above this number are not written. SetLevel is false for a logger whose level stays.
+    virtual int Level() const noexcept { return OM_LOG_DEBUG; }
+    virtual bool SetLevel(int /*level*/) noexcept { return false; }
+
     // Looks after the log's file: opens it anew where its name is gone, tries again what has failed, and tells how it
     // stands. False when the logger has no file.
     virtual bool CheckFile(gvx::LogFileState& /*state*/) { return false; }

@@ -114,4 +114,9 @@ bool ResolveBelow(const std::string& root, const std::string& name, bool mayBeMi
     return resolved;
 }
 
+std::string DefaultControlSocket() {
+    const std::string path = Environment("GVX_CONTROL_SOCKET");
+    return path.empty() ? RootedPath("/run/gvx/control.sock") : path;
+}
+
 }  // namespace gvx

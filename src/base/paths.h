@@ -21,4 +21,8 @@ std::string RootedPath(const std::string& absolutePath);
 bool ResolveBelow(const std::string& root, const std::string& name, bool mayBeMissing, std::string& path,
                   std::string& error);
 
+// The gateway's control socket, where no setting names another: GVX_CONTROL_SOCKET, else /run/gvx/control.sock under
+// the root prefix.
+std::string DefaultControlSocket();
+
 }  // namespace gvx

@@ -23,10 +23,10 @@ def alarm_of_a_device(options, gateway, intake):
     e2e.run(options.gvxctl, "add-device", "--dev", "CAM001", "--extend", '{"media":"demo"}', "--gateway",
             str(gateway.port))
     opened = len(gateway.lines("Link opened", "link:OMU#001"))
-    with subprocess.Popen([options.gvxctl, "alarms", "--gateway", str(gateway.port), "--json", "--count", "2",
+    with subprocess.Popen([options.gvxctl, "alarm", "watch", "--gateway", str(gateway.port), "--json", "--count", "2",
                            "--seconds", "60"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True) as alarms:
         e2e.wait_until(lambda: len(gateway.lines("Link opened", "link:OMU#001")) > opened, 30 * options.slow,
-                       "gvxctl alarms links as OMU")
+                       "gvxctl alarm watch links as OMU")
         e2e.run(options.gvxctl, "alarm", "trigger", "--intake", str(intake), "--device", "CAM001", "--channel", "0",
                 "--code", "shield", "--action", "start", "--description", "Paint on the dome.")
         text, _ = alarms.communicate(timeout=100)

@@ -171,6 +171,7 @@ int main(int argc, char** argv) {
     AddSecretCommands(app, line);
     gvxctl::AddPeerCommands(app, line);
     gvxctl::AddAlarmCommands(app, line);
+    gvxctl::AddStatusCommands(app, line);
     gvxctl::AddMediaCommands(app, line);
     gvxctl::AddDeviceRequestCommands(app, line);
     gvxctl::AddCompletionCommand(app, line);

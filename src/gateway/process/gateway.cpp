@@ -115,6 +115,7 @@ StartResult Gateway::Start(const GatewayOptions& options) {
         return result;
     }
     StartAlarms();
+    m_admin.Start(*m_context);
     GVX_LOG_INFO("gvxd", "gvxd ready, listening on %s:%u, plug-ins: %s", m_listenIp.c_str(), m_port,
                  m_context->plugins.NameList().c_str());
     return result;
@@ -243,6 +244,7 @@ StartResult Gateway::StartIntake() {
 
 bool Gateway::Stop() {
     m_context->stopping = true;
+    m_admin.Stop();
     m_context->devices.Close();
     if (m_intake != nullptr) {
         m_intake->Close();
@@ -319,6 +321,7 @@ void Gateway::StopLinks() {
 }
 
 void Gateway::Release() {
+    m_admin.Stop();
     m_intake.reset();
     StopLinks();
     if (m_serves) {

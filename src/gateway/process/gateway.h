@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bp/service.h"
+#include "gateway/admin/admin.h"
 #include "gateway/alarms/gateway_alarms.h"
 #include "gateway/intake/intake.h"
 #include "gateway/process/options.h"
@@ -75,6 +76,7 @@ private:
     // Shared with the work that reactors may look up until they end.
     const std::shared_ptr<GatewayContext> m_context = std::make_shared<GatewayContext>();
     std::unique_ptr<Intake> m_intake;  // null when devices have nowhere to push to
+    Admin m_admin;
     DataFolder m_dataFolder;
     std::string m_configDir;
     std::string m_listenIp;

@@ -173,15 +173,14 @@ void AddMediaCommands(CLI::App& app, CommandLine& line) {
 }
 
 void AddAlarmCommands(CLI::App& app, CommandLine& line) {
-    CLI::App& alarms = AddLinkedCommand(app, line, "alarms", "link as main service and OMU and print alarms",
+    CLI::App& alarm = *app.add_subcommand("alarm", "alarms on their way to the platform: watch, trigger");
+    alarm.require_subcommand(1);
+    CLI::App& alarms = AddLinkedCommand(alarm, line, "watch", "link as main service and OMU and print alarms",
                                         [&line] { return RunAlarms(line.common, line.alarms); });
     alarms.add_option("--seconds", line.alarms.seconds, "end after that time")->check(CLI::Range(0, 1000000));
     alarms.add_option("--count", line.alarms.count, "end after so many alarms")->check(CLI::Range(0, 1000000));
     alarms.add_flag("--full", line.alarms.full, "print every field");
     alarms.add_flag("--json", line.alarms.json, "print each alarm as one JSON object");
-
-    CLI::App& alarm = *app.add_subcommand("alarm", "alarms of devices");
-    alarm.require_subcommand(1);
     CLI::App& trigger = AddCommand(alarm, line, "trigger", "tell the gateway's intake of an event at a device",
                                    [&line] { return RunAlarmTrigger(line.trigger); });
     AddEndpoint(trigger, "--intake", line.trigger.intake, "where gvxd takes in what devices push")->required();

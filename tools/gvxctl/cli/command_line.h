@@ -8,6 +8,7 @@
 #include "gvxctl/device_commands.h"
 #include "gvxctl/media_commands.h"
 #include "gvxctl/peer_commands.h"
+#include "gvxctl/status_commands.h"
 
 #include <CLI/CLI.hpp>
 
@@ -38,6 +39,7 @@ struct CommandLine {
     PlaybackOptions playback;
     TalkOptions talk;
     bool download = false;
+    StatusOptions status;
     std::function<int()> run;
 };
 
@@ -49,9 +51,10 @@ CLI::App& AddCommand(CLI::App& app, CommandLine& line, const char* name, const c
 CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, const char* text,
                            std::function<int()> run);
 
-void AddPeerCommands(CLI::App& app, CommandLine& line);   // peer, scenario
-void AddMediaCommands(CLI::App& app, CommandLine& line);  // search, snapshot, playback, talk, broadcast
-void AddAlarmCommands(CLI::App& app, CommandLine& line);  // alarms, alarm trigger
+void AddPeerCommands(CLI::App& app, CommandLine& line);    // peer, scenario
+void AddMediaCommands(CLI::App& app, CommandLine& line);   // search, snapshot, playback, talk, broadcast
+void AddAlarmCommands(CLI::App& app, CommandLine& line);   // alarm watch, alarm trigger
+void AddStatusCommands(CLI::App& app, CommandLine& line);  // status and its like, top, log level
 // One for each request to a device, by the table of requests; and requests, which lists them.
 void AddDeviceRequestCommands(CLI::App& app, CommandLine& line);
 

@@ -1,0 +1,135 @@
+#include "gateway/admin/admin.h"
+
+#include "base/log.h"
+#include "base/paths.h"
+#include "gateway/admin/control_commands.h"
+#include "gateway/admin/control_socket.h"
+#include "gateway/admin/event_feed.h"
+#include "gateway/admin/heartbeat.h"
+#include "gateway/admin/status.h"
+#include "gateway/admin/status_log.h"
+#include "gateway/admin/status_port.h"
+#include "gvx_common/config/setting_table.h"
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+namespace gvx {
+
+struct Admin::Parts {
+    explicit Parts(GatewayContext& gateway)
+        : context(gateway), heartbeats(gateway, std::chrono::seconds(SettingNumber(Setting::GVX_PLUGIN_CALL_LIMIT))) {}
+
+    GatewayStatus Collect() { return CollectStatus(context, &heartbeats); }
+
+    void StartSocket();
+    void StartPort();
+
+    GatewayContext& context;
+    Heartbeats heartbeats;
+    ControlSocket socket;
+    EventFeed feed;  // outlives the port's readers
+    StatusPort port;
+};
+
+namespace {
+
+// The gateway that runs, for the functions without an object. Whoever uses it holds the mutex, so that Stop waits.
+// Outermost.
+struct Running {
+    std::mutex mutex;
+    GatewayContext* context = nullptr;
+    Heartbeats* heartbeats = nullptr;
+};
+
+Running& TheRunning() {
+    static Running* const running = new Running;
+    return *running;
+}
+
+void SetRunning(GatewayContext* context, Heartbeats* heartbeats) {
+    Running& running = TheRunning();
+    const std::lock_guard<std::mutex> lock(running.mutex);
+    running.context = context;
+    running.heartbeats = heartbeats;
+}
+
+std::string SocketPath() {
+    const std::string path = SettingText(Setting::GVX_CONTROL_SOCKET);
+    return path.empty() ? DefaultControlSocket() : path;
+}
+
+}  // namespace
+
+Admin::Admin() = default;
+
+Admin::~Admin() {
+    Stop();
+}
+
+void Admin::Start(GatewayContext& context) {
+    NoteProcessStart();
+    m_parts = std::make_unique<Parts>(context);
+    SetRunning(&context, &m_parts->heartbeats);
+    m_parts->StartSocket();
+    m_parts->StartPort();
+}
+
+void Admin::Parts::StartSocket() {
+    const std::string path = SocketPath();
+    const auto answer = [this](const std::string& request) {
+        return AnswerControl(request, [this] { return Collect(); });
+    };
+    std::string reason;
+    if (!socket.Start(path, answer, reason)) {
+        GVX_LOG_WARN("Control socket", "%s cannot be had, gvxctl finds no status: %s.", path.c_str(), reason.c_str());
+    }
+}
+
+void Admin::Parts::StartPort() {
+    const auto number = static_cast<std::uint16_t>(SettingNumber(Setting::GVX_STATUS_PORT));
+    if (number == 0) {
+        return;
+    }
+    const std::string address = SettingText(Setting::GVX_STATUS_ADDRESS);
+    std::string reason;
+    if (port.Start(address, number, {[this] { return Collect(); }, [this] { return heartbeats.Threads(); }, &feed},
+                   reason) &&
+        feed.Start([this] { return Collect(); }, [this] { port.Sweep(); }, reason)) {
+        GVX_LOG_INFO("Status port", "http://%s:%u/", address.c_str(), number);
+        return;
+    }
+    port.Stop();
+    GVX_LOG_WARN("Status port", "%s:%u cannot be had, there is no status page and no /metrics: %s.", address.c_str(),
+                 number, reason.c_str());
+}
+
+void Admin::Stop() {
+    if (m_parts != nullptr) {
+        SetRunning(nullptr, nullptr);
+        m_parts->socket.Stop();
+        m_parts->feed.Stop();
+        m_parts->port.Stop();
+        m_parts.reset();
+    }
+}
+
+bool EventThreadsAlive() {
+    Running& running = TheRunning();
+    const std::lock_guard<std::mutex> lock(running.mutex);
+    return running.heartbeats == nullptr || running.heartbeats->SharedThreadsAlive();
+}
+
+void WriteStatusToLog() {
+    Running& running = TheRunning();
+    const std::lock_guard<std::mutex> lock(running.mutex);
+    if (running.context == nullptr) {
+        GVX_LOG_INFO("Status", "no gateway runs");
+        return;
+    }
+    LogStatus(CollectStatus(*running.context, running.heartbeats));
+}
+
+}  // namespace gvx

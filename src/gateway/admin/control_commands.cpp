@@ -1,0 +1,84 @@
+#include "gateway/admin/control_commands.h"
+
+#include "base/log.h"
+#include "gateway/admin/status_json.h"
+
+#include <algorithm>
+#include <cctype>
+#include <iterator>
+#include <sstream>
+#include <vector>
+
+namespace gvx {
+
+namespace {
+
+// The lists by the word that asks for them.
+struct ListRow {
+    const char* request;
+    const char* list;
+};
+constexpr ListRow kLists[] = {{"devices", "devices"}, {"streams", "streams"}, {"links", "links"},
+                              {"alarms", "alarms"},   {"queue", "queues"},    {"plugins", "plugins"}};
+
+std::string LevelName(int level) {
+    std::string name = OMLogLevelName(level);
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    return name;
+}
+
+Json::Value Refusal(const std::string& reason) {
+    Json::Value answer(Json::objectValue);
+    answer["error"] = reason;
+    return answer;
+}
+
+Json::Value AnswerLevel(const std::vector<std::string>& words) {
+    IOMLogger* const logger = OMAdapter::getInstance()->getLogger();
+    if (logger == nullptr) {
+        return Refusal("There is no log.");
+    }
+    if (words.size() == 3) {
+        int level = OM_LOG_EMERG;
+        while (level <= OM_LOG_DEBUG && words[2] != LevelName(level) && words[2] != std::to_string(level)) {
+            ++level;
+        }
+        if (level > OM_LOG_DEBUG) {
+            return Refusal("The level is one of 0 to 7, emerg, alert, crit, err, warning, notice, info and debug.");
+        }
+        if (!logger->SetLevel(level)) {
+            return Refusal("The level of this log cannot be changed.");
+        }
+        GVX_LOG(OM_LOG_NOTICE, "Log level", "%s from now on", LevelName(level).c_str());
+    }
+    Json::Value answer(Json::objectValue);
+    answer["log_level"] = LevelName(logger->Level());
+    return answer;
+}
+
+}  // namespace
+
+Json::Value AnswerControl(const std::string& request, const std::function<GatewayStatus()>& collect) {
+    std::istringstream text(request);
+    const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
+    if (words.size() == 1 && words[0] == "status") {
+        return StatusSummary(collect());
+    }
+    if (words.size() == 1 && words[0] == "all") {
+        return WholeStatus(collect());
+    }
+    const auto* const list = std::find_if(std::begin(kLists), std::end(kLists), [&words](const ListRow& row) {
+        return words.size() == 1 && words[0] == row.request;
+    });
+    if (list != std::end(kLists)) {
+        Json::Value answer(Json::objectValue);
+        answer[list->list] = StatusList(collect(), list->list);
+        return answer;
+    }
+    if ((words.size() == 2 || words.size() == 3) && words[0] == "log" && words[1] == "level") {
+        return AnswerLevel(words);
+    }
+    return Refusal("The request is none: status, devices, streams, links, alarms, queue, plugins, all, log level.");
+}
+
+}  // namespace gvx

@@ -1,0 +1,208 @@
+#include "gateway/admin/control_socket.h"
+
+#include "base/clock.h"
+#include "base/json_io.h"
+#include "base/log.h"
+
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <iterator>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace gvx {
+
+namespace {
+
+constexpr mode_t kSocketMode = 0660;
+constexpr int kBacklog = 16;
+constexpr int kWaitMs = 1000;
+
+UniqueFd MakeSocket() {
+    return UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+}
+
+bool Connects(const sockaddr_un& address) {
+    const UniqueFd probe = MakeSocket();
+    return probe.Valid() &&
+           (connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EAGAIN);
+}
+
+}  // namespace
+
+ControlSocket::~ControlSocket() {
+    Stop();
+}
+
+bool ControlSocket::Start(const std::string& path, Answer answer, std::string& reason) {
+    m_answer = std::move(answer);
+    m_stop = false;
+    m_wake.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!m_wake.Valid()) {
+        reason = std::strerror(errno);
+        return false;
+    }
+    if (!Listen(path, reason)) {
+        return false;
+    }
+    m_path = path;
+    try {
+        m_thread = std::thread(&ControlSocket::Run, this);
+    } catch (const std::exception& fault) {
+        reason = std::string("no thread for it: ") + fault.what();
+        Stop();
+        return false;
+    }
+    return true;
+}
+
+bool ControlSocket::Listen(const std::string& path, std::string& reason) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) {
+        reason =
+            "the path is longer than the " + std::to_string(sizeof(address.sun_path) - 1) + " characters of a socket";
+        return false;
+    }
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    std::error_code ignored;  // a folder that is not there is named by what follows
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0) {
+        if (!S_ISSOCK(status.st_mode)) {
+            reason = "there is a file of that name, which is no socket";
+            return false;
+        }
+        if (Connects(address)) {
+            reason = "another process answers there";
+            return false;
+        }
+        unlink(path.c_str());
+    }
+    m_listener = MakeSocket();
+    // The mode is in force before anybody can connect.
+    if (!m_listener.Valid() ||
+        bind(m_listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        reason = std::strerror(errno);
+        m_listener.Reset();
+        return false;
+    }
+    if (chmod(path.c_str(), kSocketMode) != 0 || listen(m_listener.Get(), kBacklog) != 0) {
+        reason = std::strerror(errno);
+        unlink(path.c_str());
+        m_listener.Reset();
+        return false;
+    }
+    return true;
+}
+
+void ControlSocket::Stop() {
+    m_stop = true;
+    if (m_thread.joinable()) {
+        eventfd_write(m_wake.Get(), 1);
+        m_thread.join();
+    }
+    m_clients.clear();
+    if (m_listener.Valid()) {
+        unlink(m_path.c_str());
+        m_listener.Reset();
+    }
+}
+
+void ControlSocket::Run() {
+    ::pthread_setname_np(::pthread_self(), "ControlSocket");
+    std::vector<pollfd> watched;
+    while (!m_stop) {
+        watched.assign({{m_wake.Get(), POLLIN, 0}, {m_listener.Get(), POLLIN, 0}});
+        watched[1].fd = m_clients.size() < kMaxClients ? m_listener.Get() : -1;
+        for (const Client& client : m_clients) {
+            watched.push_back({client.socket.Get(), static_cast<short>(client.answer.empty() ? POLLIN : POLLOUT), 0});
+        }
+        if (poll(watched.data(), watched.size(), m_clients.empty() ? -1 : kWaitMs) < 0 && errno != EINTR) {
+            GVX_LOG_ERR("Control socket", "%s: it ends, %s.", m_path.c_str(), std::strerror(errno));
+            return;
+        }
+        const std::int64_t nowMs = MonotonicMilliseconds();
+        auto seen = watched.begin() + 2;
+        for (auto client = m_clients.begin(); client != m_clients.end(); ++seen) {
+            const bool stays = (seen->revents == 0 || Serve(*client, seen->revents)) && nowMs < client->deadlineMs;
+            client = stays ? std::next(client) : m_clients.erase(client);
+        }
+        if ((watched[1].revents & POLLIN) != 0) {
+            Accept();
+        }
+    }
+}
+
+void ControlSocket::Accept() {
+    UniqueFd socket(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (socket.Valid()) {
+        m_clients.push_back({std::move(socket), "", "", 0, MonotonicMilliseconds() + kClientLimitMs});
+    } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
+        pollfd wake{m_wake.Get(), POLLIN, 0};
+        poll(&wake, 1, kWaitMs);  // the one who waits is still there then
+    }
+}
+
+// False when the client goes.
+bool ControlSocket::Serve(Client& client, short events) {
+    if (!client.answer.empty()) {
+        return (events & POLLERR) == 0 && Write(client);
+    }
+    return Read(client);
+}
+
+bool ControlSocket::Read(Client& client) {
+    char bytes[1024];
+    const ssize_t count = recv(client.socket.Get(), bytes, sizeof(bytes), 0);
+    if (count <= 0) {
+        return count < 0 && (errno == EAGAIN || errno == EINTR);
+    }
+    client.request.append(bytes, static_cast<std::size_t>(count));
+    const std::size_t end = client.request.find('\n');
+    if (end == std::string::npos && client.request.size() <= kMaxRequestBytes) {
+        return true;
+    }
+    Json::Value answer;
+    if (end == std::string::npos || end > kMaxRequestBytes) {
+        answer["error"] = "A request is one line of at most " + std::to_string(kMaxRequestBytes) + " bytes.";
+    } else {
+        try {
+            answer = m_answer(client.request.substr(0, end));
+        } catch (const std::exception& fault) {
+            answer["error"] = std::string("The status cannot be collected: ") + fault.what();
+        }
+    }
+    client.request.clear();
+    client.answer = WriteJson(answer);
+    client.sent = 0;
+    return Write(client);
+}
+
+bool ControlSocket::Write(Client& client) {
+    while (client.sent < client.answer.size()) {
+        const ssize_t count = send(client.socket.Get(), client.answer.data() + client.sent,
+                                   client.answer.size() - client.sent, MSG_NOSIGNAL);
+        if (count < 0) {
+            return errno == EAGAIN || errno == EINTR;
+        }
+        client.sent += static_cast<std::size_t>(count);
+        client.deadlineMs = MonotonicMilliseconds() + kClientLimitMs;
+    }
+    std::string().swap(client.answer);
+    return true;
+}
+
+}  // namespace gvx

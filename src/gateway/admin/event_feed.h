@@ -1,0 +1,111 @@
+#pragma once
+
+#include "base/periodic_thread.h"
+#include "gateway/admin/status.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace gvx {
+
+// Something that has changed between two looks at the gateway.
+struct StatusEvent {
+    const char* kind = "";  // device, stream, link, alarm, plugin, gateway
+    const char* what = "";  // in words, such as "added"
+    std::string subject;    // the device, the stream ...
+    std::string text;       // more of it; may be empty
+    bool bad = false;       // something is wrong from now on
+};
+
+// What has changed from one look to the next. What has come and gone between them is not seen.
+std::vector<StatusEvent> CompareStatus(const GatewayStatus& before, const GatewayStatus& after);
+
+// Looks at the gateway once a second and tells readers what has changed, as server-sent events (HTML Living Standard,
+// 9.2). Each reader has a queue of its own, of kMaxQueuedBytes: one that does not keep up is dropped and counted, and
+// delays nobody. Any thread.
+class EventFeed {
+public:
+    static constexpr std::size_t kKept = 100;  // events for those who come later
+    static constexpr std::size_t kMaxQueuedBytes = 128 * 1024;
+    static constexpr std::size_t kMaxReaders = 128;
+    static constexpr std::chrono::milliseconds kPeriod{1000};
+
+    // One who reads. Made by EventFeed::Join; gone from the feed when it is destroyed.
+    class Reader {
+    public:
+        ~Reader();
+        Reader(const Reader&) = delete;
+        Reader& operator=(const Reader&) = delete;
+
+        // Takes bytes, size at most. 0: there are none now; suspend has been called before any that come call resume.
+        // -1: there are no more.
+        long Read(char* buffer, std::size_t size);
+
+    private:
+        friend class EventFeed;
+
+        Reader(EventFeed& feed, std::function<void()> suspend, std::function<void()> resume)
+            : m_feed(feed), m_suspend(std::move(suspend)), m_resume(std::move(resume)) {}
+
+        EventFeed& m_feed;
+        const std::function<void()> m_suspend;
+        const std::function<void()> m_resume;
+        // Guarded by the feed's mutex.
+        std::string m_queued;
+        bool m_suspended = false;
+        bool m_ended = false;
+    };
+
+    EventFeed() = default;
+    // Readers must be gone.
+    ~EventFeed();
+    EventFeed(const EventFeed&) = delete;
+    EventFeed& operator=(const EventFeed&) = delete;
+
+    // Starts the thread "StatusEvents", which calls collect, compares, and then calls tick. False with the reason.
+    bool Start(std::function<GatewayStatus()> collect, std::function<void()> tick, std::string& reason);
+    // Ends the thread and wakes every reader, for which there is no more.
+    void Stop();
+
+    // A reader that first gets the kept events behind that number, all for 0. Null when there are too many readers, or
+    // the feed has stopped. suspend and resume are called with a lock held and must not call back.
+    std::unique_ptr<Reader> Join(std::uint64_t lastId, std::function<void()> suspend, std::function<void()> resume);
+
+    std::uint64_t CountDropped() const;
+    std::size_t CountReaders() const;
+
+    // Gives events to all readers; the thread's work, and that of tests.
+    void Publish(const std::vector<StatusEvent>& events);
+
+private:
+    struct Kept {
+        std::uint64_t id;
+        std::string text;
+    };
+
+    void Turn();
+    void OfferLocked(Reader& reader, const std::string& text);
+
+    std::function<GatewayStatus()> m_collect;
+    std::function<void()> m_tick;
+    GatewayStatus m_last;         // of the thread
+    bool m_hasLast = false;       // of the thread
+    int m_turnsSinceComment = 0;  // of the thread
+    mutable std::mutex m_mutex;   // Guards all below. Outermost: resuming a reader takes a lock of the library.
+    std::deque<Kept> m_kept;
+    std::list<Reader*> m_readers;
+    std::uint64_t m_lastId = 0;
+    std::uint64_t m_dropped = 0;
+    bool m_stopped = true;
+    PeriodicThread m_thread;
+};
+
+}  // namespace gvx

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "gateway/admin/status.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace gvx {
+
+class EventFeed;
+
+// The HTTP port of the status: the page, /livez, /readyz, /metrics, /status.json and /events (docs/status.md). One
+// thread of the library serves all; none of its work waits for a peer. A connection serves one request and is closed
+// after kConnectionLimitMs whatever its peer does, unless it reads events; kMaxConnections stand at a time, with
+// kConnectionBytes for the head of a request. The thread that starts and stops the gateway.
+class StatusPort {
+public:
+    static constexpr unsigned int kMaxConnections = 256;
+    static constexpr unsigned int kConnectionBytes = 16 * 1024;
+    static constexpr std::int64_t kConnectionLimitMs = 15000;
+    // Requests within that time share one collection.
+    static constexpr std::int64_t kFreshMs = 250;
+
+    struct Sources {
+        std::function<GatewayStatus()> collect;
+        std::function<std::vector<ThreadStatus>()> threads;
+        EventFeed* feed = nullptr;  // outlives the port; must have been stopped when the port stops
+    };
+
+    StatusPort();
+    // Stops it.
+    ~StatusPort();
+    StatusPort(const StatusPort&) = delete;
+    StatusPort& operator=(const StatusPort&) = delete;
+
+    // Listens on address and port. False with the reason.
+    bool Start(const std::string& address, std::uint16_t port, Sources sources, std::string& reason);
+    // Closes every connection. May be called again.
+    void Stop();
+
+    // Closes connections whose time is over; to be called once a second while it runs. Any thread.
+    void Sweep();
+
+private:
+    struct Server;
+
+    std::unique_ptr<Server> m_server;  // null while it does not run
+};
+
+}  // namespace gvx

@@ -1,0 +1,180 @@
+#include "base/json_io.h"
+#include "gateway/admin/admin.h"
+#include "gateway/admin/control_commands.h"
+#include "gateway/admin/event_feed.h"
+#include "gateway/admin/heartbeat.h"
+#include "gateway/admin/metrics.h"
+#include "gateway/admin/request_check.h"
+#include "gateway/admin/status.h"
+#include "gateway/gateway_fixture.h"
+#include "nss/nss_msg_type.h"
+#include "support/wait_until.h"
+
+#include <algorithm>
+
+namespace {
+
+gvx::StatusEvent EventOf(const std::vector<gvx::StatusEvent>& events, const std::string& kind) {
+    const auto found =
+        std::find_if(events.begin(), events.end(), [&](const auto& event) { return event.kind == kind; });
+    return found == events.end() ? gvx::StatusEvent{} : *found;
+}
+
+}  // namespace
+
+TEST_F(GatewayTest, StatusTellsWhatRunsAndTotalsKeepWhatHasEnded) {
+    const auto collect = [this] { return gvx::CollectStatus(gateway->Context(), nullptr); };
+    gvx::GatewayStatus before;
+    ASSERT_TRUE(WaitUntil([&] {
+        before = collect();
+        return before.ready.Ready();
+    })) << log->Dump();
+    ASSERT_EQ(before.links.size(), 1u);
+    EXPECT_TRUE(before.links[0].mainService);
+    ASSERT_EQ(AddDevice("CAM1").code, 0u);
+    ASSERT_EQ(Start("CAM1", "live").code, 0u);
+    gvx::GatewayStatus status;
+    ASSERT_TRUE(WaitUntil([&] {
+        status = collect();
+        return status.streams.size() == 1 && status.streams[0].frames > 0;
+    }));
+    const gvx::StreamStatus& stream = status.streams[0];
+    EXPECT_EQ(stream.id + stream.device + stream.lens + stream.plugin, "liveCAM1CAM1_0moody");
+    EXPECT_EQ(stream.service + stream.video + stream.transport + stream.destination, "liveH.264UDP127.0.0.1:9");
+    EXPECT_EQ(stream.link, "GVX#900");
+    EXPECT_TRUE(stream.delivering);
+    EXPECT_GE(stream.lastFrameMs, 0);
+    ASSERT_EQ(status.devices.size(), 1u);
+    EXPECT_EQ(status.devices[0].streams, 1u);
+    EXPECT_TRUE(status.devices[0].well) << status.devices[0].reason;
+    EXPECT_EQ(status.plugins.at(0).devices, 1u);
+    EXPECT_GT(status.links[0].info.framesIn, before.links[0].info.framesIn);
+    const std::string metrics = gvx::MetricsText(status, true);
+    EXPECT_NE(metrics.find("gvx_device_up{device=\"CAM1\"} 1"), std::string::npos) << metrics;
+
+    const std::vector<gvx::StatusEvent> events = gvx::CompareStatus(before, status);
+    EXPECT_EQ(EventOf(events, "device").subject, "CAM1");
+    EXPECT_EQ(EventOf(events, "stream").text, "live of CAM1 to 127.0.0.1:9");
+
+    ASSERT_EQ(Stop("CAM1", "live").code, 0u);
+    const gvx::GatewayStatus after = collect();
+    EXPECT_TRUE(after.streams.empty());
+    EXPECT_GE(after.streamTotals.frames, stream.frames) << "counts rise only";
+    EXPECT_EQ(after.devices.at(0).totals.frames, after.streamTotals.frames - before.streamTotals.frames);
+    EXPECT_STREQ(EventOf(gvx::CompareStatus(status, after), "stream").what, "ended");
+}
+
+TEST_F(GatewayTest, StuckPluginCallIsNamedAndTheOthersAreServed) {
+    ASSERT_EQ(AddDevice("STUCK", "StartStream=hang").code, 0u);
+    gvx::Heartbeats heartbeats(gateway->Context(), std::chrono::milliseconds(1000));
+    EXPECT_TRUE(gvx::LivenessFaults(heartbeats.Threads()).empty());
+    const std::uint32_t stuck =
+        SendJson(NSS_START_STREAM_REQ, R"({"DevCode":"STUCK","ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9})");
+    std::vector<std::string> faults;
+    ASSERT_TRUE(WaitUntil([&] {
+        faults = gvx::LivenessFaults(heartbeats.Threads());
+        return faults.size() == 2;
+    })) << log->Dump();
+    EXPECT_NE(faults[0].find("Plug-in moody: StartStream of device STUCK has not returned for "), std::string::npos);
+    EXPECT_NE(faults[1].find("The event thread Device"), std::string::npos) << faults[1];
+    EXPECT_TRUE(gvx::EventThreadsAlive()) << "one device is no reason to end all";
+    EXPECT_EQ(AddDevice("CAM1").code, 0u);
+    gvx::WriteStatusToLog();
+    EXPECT_TRUE(log->Contains("StartStream of device STUCK has not returned for ")) << log->Dump();
+    moody->release = true;
+    EXPECT_EQ(WaitAnswer(NSS_START_STREAM_REQ, stuck).code, 0u);
+    EXPECT_TRUE(WaitUntil([&] { return gvx::LivenessFaults(heartbeats.Threads()).empty(); }));
+}
+
+TEST(ControlCommands, RefuseWhatIsNoneWithoutCollecting) {
+    for (const char* request :
+         {"", "devices all", "DEVICES", "log", "log level 8", "log level loud", "log level 1 2"}) {
+        const Json::Value answer = gvx::AnswerControl(request, []() -> gvx::GatewayStatus {
+            ADD_FAILURE();
+            return {};
+        });
+        EXPECT_FALSE(gvx::JsonText(answer, "error").empty()) << request;
+    }
+}
+
+TEST(StatusRequests, AreTakenUnderOurOwnNameForOurPathsAlone) {
+    struct Row {
+        unsigned int code;
+        const char* host;
+        const char* target;
+        const char* method = "GET";
+        bool body = false;
+        const char* address = "127.0.0.1";
+    };
+    const Row rows[] = {{200, "localhost:9620", "/metrics"},
+                        {200, "LocalHost", "/"},
+                        {200, "127.0.0.1:9620", "/events?last=1", "HEAD"},
+                        {200, "127.9.9.9", "/livez"},
+                        {200, "[::1]:9620", "/"},
+                        {200, "10.0.0.7:9620", "/", "GET", false, "10.0.0.7"},
+                        {200, "192.168.1.2:9620", "/", "GET", false, "0.0.0.0"},
+                        {421, "192.168.1.2:9620", "/"},
+                        {421, "evil.example:9620", "/", "GET", false, "0.0.0.0"},
+                        {421, "localhost.evil.example", "/"},
+                        {421, "127.0.0.1:9621", "/"},
+                        {421, "127.0.0.1:9620:9620", "/"},
+                        {421, "127.0.0.1:", "/"},
+                        {421, "2130706433:9620", "/"},
+                        {421, "", "/"},
+                        {404, "localhost", "/metrics/"},
+                        {404, "localhost", "//metrics"},
+                        {404, "localhost", "/../metrics"},
+                        {404, "localhost", "/%6detrics"},
+                        {404, "localhost", "http://localhost/metrics"},
+                        {404, "localhost", ""},
+                        {405, "localhost", "/metrics", "POST"},
+                        {405, "localhost", "/metrics", "get"},
+                        {413, "localhost", "/metrics", "GET", true}};
+    for (const Row& row : rows) {
+        const gvx::StatusRequest request{row.method, row.target, {row.host}, row.body};
+        EXPECT_EQ(gvx::CheckRequest(request, row.address, 9620).code, row.code)
+            << row.method << " " << row.target << " of " << row.host << " at " << row.address;
+    }
+    EXPECT_EQ(gvx::CheckRequest({"GET", "/", {"localhost", "localhost"}, false}, "127.0.0.1", 9620).code, 400u);
+    EXPECT_EQ(gvx::CheckRequest({"GET", "/", {}, false}, "127.0.0.1", 9620).code, 421u);
+}
+
+TEST(EventFeed, DropsWhoDoesNotKeepUpAndGivesTheKeptEventsToWhoComesLater) {
+    gvx::EventFeed feed;
+    std::string reason;
+    ASSERT_TRUE(feed.Start([] { return gvx::GatewayStatus{}; }, [] {}, reason));
+    int suspended = 0;
+    int resumed = 0;
+    const auto join = [&](std::uint64_t last) {
+        return feed.Join(
+            last, [&] { ++suspended; }, [&] { ++resumed; });
+    };
+    const auto drain = [](gvx::EventFeed::Reader& reader) {
+        std::string all;
+        char bytes[1000];
+        for (long count = 0; (count = reader.Read(bytes, sizeof(bytes))) > 0;) {
+            all.append(bytes, static_cast<std::size_t>(count));
+        }
+        return all;
+    };
+    const auto slow = join(0);
+    const auto quick = join(0);
+    std::size_t seen = 0;
+    for (int turn = 0; turn < 400; ++turn) {
+        feed.Publish({{"device", "added", std::string(500, 'x'), "", false}});
+        seen += drain(*quick).size();
+    }
+    EXPECT_EQ(feed.CountDropped(), 1u);
+    EXPECT_GT(seen, 400u * 500u) << "the other one got all";
+    EXPECT_GT(suspended, 0);
+    EXPECT_EQ(resumed, suspended - 1) << "it waits again";
+    char byte = 0;
+    EXPECT_EQ(slow->Read(&byte, 1), -1);
+    const std::string later = drain(*join(350));
+    EXPECT_EQ(later.find("id: 350\n"), std::string::npos);
+    EXPECT_NE(later.find("id: 351\n"), std::string::npos);
+    feed.Publish(std::vector<gvx::StatusEvent>(1000, gvx::StatusEvent{"link", "opened", "SCU#001", "", false}));
+    EXPECT_NE(drain(*quick).find("901 further changes at once"), std::string::npos);
+    feed.Stop();
+    EXPECT_EQ(quick->Read(&byte, 1), -1);
+}
