@@ -323,7 +323,9 @@ bool CXml::Parse(const char* text, std::size_t length) {
         throw;
     }
     if (!read) {
-        return m_impl->Refuse("no well-formed XML (" + fault.substr(0, fault.rfind(", line ")) + ")", reader.Line());
+        const std::string why = fault.substr(0, fault.rfind(", line "));
+        // What the parser says when it is short of memory is no fault of the document.
+        return m_impl->Refuse(why == "out of memory" ? why : "no well-formed XML (" + why + ")", reader.Line());
     }
     m_impl->faultText.clear();
     m_impl->faultLine = 0;

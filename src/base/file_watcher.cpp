@@ -16,6 +16,7 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -24,6 +25,7 @@ constexpr std::uint32_t kFileEvents = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FR
 constexpr std::uint32_t kFolderEvents = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
 constexpr int kNotWatched = -1;
 constexpr const char* kTitle = "File watcher";
+constexpr int kPollMs = 1000;
 
 // One file. Every folder on its way is watched for the next part of the path, so that a folder that comes later, or is
 // moved away and made anew, is noticed.
@@ -32,6 +34,18 @@ struct Watch {
     std::string begin;               // in front of the first: "/" or "./"
     InotifyConfigHandler::Callback callback;
     std::vector<int> numbers;  // for each part, inotify's number of the folder in which it stands
+    bool isPolled = false;     // there are no watches for all of its folders
+    std::string seen;          // when it was looked at last
+
+    // What changes when the file does; empty when it is not there.
+    std::string State() const {
+        struct stat now {};
+        if (stat((Folder(parts.size() - 1) + parts.back()).c_str(), &now) != 0) {
+            return std::string();
+        }
+        return std::to_string(now.st_dev) + " " + std::to_string(now.st_ino) + " " + std::to_string(now.st_size) + " " +
+               std::to_string(now.st_mtim.tv_sec) + "." + std::to_string(now.st_mtim.tv_nsec);
+    }
 
     std::string Folder(std::size_t part) const {
         std::string folder = begin;
@@ -62,7 +76,7 @@ Watch MakeWatch(const InotifyConfigHandler& handler) {
 
 class bpInotifyEventWatcher::Impl {
 public:
-    Impl() : m_inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)), m_stop(eventfd(0, EFD_CLOEXEC)) {}
+    Impl() : m_stop(eventfd(0, EFD_CLOEXEC)), m_inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)), m_fault(errno) {}
 
     ~Impl() {
         if (m_thread.joinable()) {
@@ -73,7 +87,7 @@ public:
         }
     }
 
-    bool IsOpen() const { return m_inotify.Valid() && m_stop.Valid(); }
+    bool IsOpen() const { return m_stop.Valid(); }
 
     int Add(const InotifyConfigHandler& handler) {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -83,7 +97,8 @@ public:
             return 1;
         }
         Arm(watch);
-        if (std::all_of(watch.numbers.begin(), watch.numbers.end(), [](int n) { return n == kNotWatched; })) {
+        if (!watch.isPolled &&
+            std::all_of(watch.numbers.begin(), watch.numbers.end(), [](int n) { return n == kNotWatched; })) {
             GVX_LOG_ERR(kTitle, "No folder of %s can be watched: %s", handler.GetFullFilePath().c_str(),
                         std::strerror(errno));
             return 1;
@@ -102,9 +117,22 @@ private:
             // A folder may be on the way of several files.
             watch.numbers[part] =
                 inotify_add_watch(m_inotify.Get(), watch.Folder(part).c_str(), events | IN_ONLYDIR | IN_MASK_ADD);
-            if (watch.numbers[part] == kNotWatched && errno != EACCES) {
-                return;  // it is not there, and nothing below it
+            if (watch.numbers[part] != kNotWatched || errno == EACCES) {
+                continue;
             }
+            if (!m_inotify.Valid() || errno == ENOSPC || errno == ENOMEM) {
+                Poll(watch, m_inotify.Valid() ? errno : m_fault);
+            }
+            return;  // it is not there, and nothing below it
+        }
+    }
+
+    static void Poll(Watch& watch, int fault) {
+        if (!watch.isPolled) {
+            GVX_LOG_WARN(kTitle, "The system has no watch left for %s, which is looked at once a second instead: %s",
+                         (watch.Folder(watch.parts.size() - 1) + watch.parts.back()).c_str(), std::strerror(fault));
+            watch.isPolled = true;
+            watch.seen = watch.State();
         }
     }
 
@@ -144,7 +172,7 @@ private:
     void Run() {
         pollfd waits[] = {{m_inotify.Get(), POLLIN, 0}, {m_stop.Get(), POLLIN, 0}};
         for (;;) {
-            if (poll(waits, 2, -1) < 0) {
+            if (poll(waits, 2, PollTime()) < 0) {
                 if (errno == EINTR) {
                     continue;
                 }
@@ -169,6 +197,12 @@ private:
         }
     }
 
+    int PollTime() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const bool polls = std::any_of(m_watches.begin(), m_watches.end(), [](const Watch& w) { return w.isPolled; });
+        return polls ? kPollMs : -1;
+    }
+
     // Reads all that is there and gives each callback concerned once.
     std::vector<InotifyConfigHandler::Callback> DrainEvents() {
         alignas(inotify_event) char buffer[8192];
@@ -184,6 +218,11 @@ private:
         }
         std::vector<InotifyConfigHandler::Callback> callbacks;
         for (std::size_t i = 0; i < changed.size(); ++i) {
+            if (m_watches[i].isPolled) {
+                std::string now = m_watches[i].State();
+                changed[i] = changed[i] || now != m_watches[i].seen;
+                m_watches[i].seen.swap(now);
+            }
             if (changed[i]) {
                 callbacks.push_back(m_watches[i].callback);
             }
@@ -228,8 +267,9 @@ private:
         return changed;
     }
 
-    const gvx::UniqueFd m_inotify;
     const gvx::UniqueFd m_stop;
+    const gvx::UniqueFd m_inotify;
+    const int m_fault;  // why there is no inotify, where there is none
     std::mutex m_mutex;
     std::vector<Watch> m_watches;  // Guarded by m_mutex.
     std::thread m_thread;          // Started under m_mutex, joined by the destructor.
@@ -248,7 +288,7 @@ int bpInotifyEventWatcher::AddHandler(const InotifyConfigHandler& handler) {
         auto fresh = std::make_unique<Impl>();
         if (!fresh->IsOpen()) {
             gvx::NoteShortage(errno);
-            GVX_LOG_ERR(kTitle, "No inotify descriptor: %s", std::strerror(errno));
+            GVX_LOG_ERR(kTitle, "No descriptor for the watcher: %s", std::strerror(errno));
             return 1;
         }
         m_impl = std::move(fresh);

@@ -21,7 +21,8 @@ private:
 };
 
 // Watches files by way of their folders, so that a file renamed over the watched one, a first creation and a
-// deletion are seen as well as a write. A write is reported when the writer closes the file. One thread of the
+// deletion are seen as well as a write. A write is reported when the writer closes the file. Where the system's watches
+// are used up, one line says so, and the files are looked at once a second instead. One thread of the
 // watcher's own runs the callbacks, one call for each burst of changes; their results are not used, and they must not
 // throw. The operations belong to one thread at a time, and not to a callback.
 class bpInotifyEventWatcher {

@@ -45,7 +45,9 @@ public:
     bool Load(bool make) {
         const std::string path = FilePath("log_sftp.key");
         std::string content;
+        errno = 0;
         const bool read = !path.empty() && gvx::ReadWholeFile(path, kMaxFileBytes, content);
+        m_fault = read ? 0 : errno;
         if (read && content.size() == m_key.size()) {
             std::copy(content.begin(), content.end(), m_key.begin());
             memset_s(content.data(), content.size(), 0, content.size());
@@ -66,8 +68,10 @@ public:
         return written;
     }
     const gvx::CipherKey& Get() const { return m_key; }
+    int ReadFault() const { return m_fault; }  // errno, where the file could not be read
 
 private:
+    int m_fault = 0;
     gvx::CipherKey m_key{};
 };
 
@@ -77,14 +81,13 @@ struct CipherScope {
     ~CipherScope() { OPENSSL_thread_stop(); }
 };
 
-bool TakePassword(const Json::Value& file, LOG_SFTP_CONF& conf) {
+bool TakePassword(const Json::Value& file, LOG_SFTP_CONF& conf, FileKey& key) {
     const std::string stored = gvx::JsonText(file, "Password");
-    FileKey key;
     return stored.empty() ||
            (key.Load(false) && gvx::DecryptText(key.Get(), stored, conf.Password, sizeof(conf.Password)));
 }
 
-bool Take(const std::string& content, LOG_SFTP_CONF& conf) {
+bool Take(const std::string& content, LOG_SFTP_CONF& conf, FileKey& key) {
     Json::Value file;
     if (!gvx::ParseJson(content.data(), content.size(), file, nullptr) || !file.isObject()) {
         return false;
@@ -93,7 +96,7 @@ bool Take(const std::string& content, LOG_SFTP_CONF& conf) {
     conf.ServerPort = static_cast<std::uint16_t>(port);
     return port >= 0 && port <= 65535 && gvx::PutText(conf.WorkSpace, gvx::JsonText(file, "WorkSpace")) &&
            gvx::PutText(conf.ServerAddr, gvx::JsonText(file, "ServerAddr")) &&
-           gvx::PutText(conf.Username, gvx::JsonText(file, "Username")) && TakePassword(file, conf);
+           gvx::PutText(conf.Username, gvx::JsonText(file, "Username")) && TakePassword(file, conf, key);
 }
 
 bool EncipherPassword(const LOG_SFTP_CONF& conf, std::string& stored) {
@@ -123,8 +126,14 @@ int read_log_sftp_conf(LOG_SFTP_CONF* conf) {
         GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Can not read [%s], err[%d]", path.c_str(), errno);
         return 1;
     }
-    if (!content.empty() && !Take(content, *conf)) {
-        GVX_LOG_ERR(kTitle, "[%s] or its key is damaged.", path.c_str());
+    FileKey key;
+    if (!content.empty() && !Take(content, *conf, key)) {
+        if (key.ReadFault() != 0) {
+            GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "Can not read the key of [%s], err[%d]", path.c_str(),
+                             key.ReadFault());
+        } else {
+            GVX_LOG_ERR(kTitle, "[%s] or its key is damaged.", path.c_str());
+        }
         memset_s(conf, sizeof(*conf), 0, sizeof(*conf));
         return 1;
     }

@@ -1,5 +1,6 @@
 #include "base/file_watcher.h"
 
+#include "support/recording_logger.h"
 #include "support/temp_folder.h"
 #include "support/wait_until.h"
 
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <string>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -61,6 +63,22 @@ TEST_F(FileWatcher, FollowsAFolderThatComesLaterOrIsMadeAnew) {
         ASSERT_TRUE(Rises(m_calls, before)) << name;
         std::filesystem::rename(m_folder.Path("later"), m_folder.Path(std::string("former_") + name));
     }
+}
+
+TEST_F(FileWatcher, LooksAtTheFileWhereTheSystemHasNoWatchLeft) {
+    const ScopedRecordingLogger log;
+    rlimit former{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &former));
+    const int next = dup(0);
+    close(next);
+    const rlimit one{static_cast<rlim_t>(next) + 1, former.rlim_max};  // the watcher's own descriptor, and no other
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &one));
+    const int watched = Watch("a.xml", m_calls);
+    setrlimit(RLIMIT_NOFILE, &former);
+    ASSERT_EQ(0, watched);
+    EXPECT_EQ(1u, log->Count("looked at once a second instead: Too many open files"));
+    m_folder.Write("a.xml", "1");
+    EXPECT_TRUE(Rises(m_calls, 0));
 }
 
 TEST_F(FileWatcher, CallsOnlyForItsOwnFileAndNobodyAfterAStop) {
