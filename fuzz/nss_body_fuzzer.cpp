@@ -7,7 +7,6 @@
 #include "bp/cmd.h"
 #include "bp/message_block_ptr.h"
 #include "gateway/messages/request_body.h"
-#include "gateway/settings/number_setting.h"
 #include "gvx_common/forms/request_table.h"
 #include "nss/nss_msg.h"
 

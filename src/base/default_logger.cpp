@@ -192,10 +192,9 @@ spdlog::details::log_msg MessageOf(int level, const std::string& line) {
 // The base's lock guards the file and the formatter.
 class FileSink : public spdlog::sinks::base_sink<std::mutex> {
 public:
-    explicit FileSink(const OMLoggerOptions& options)
+    FileSink(const OMLoggerOptions& options, std::string& error)
         : m_file(options.file, options.maxFileBytes, options.maxFiles), m_json(options.json) {
-        std::string error;
-        if (!m_file.Open(error)) {
+        if (!m_file.Open(error) && !options.triesAgain) {
             throw spdlog::spdlog_ex(error);
         }
     }
@@ -350,6 +349,7 @@ private:
 }  // namespace
 
 std::shared_ptr<IOMLogger> MakeDefaultLogger(const OMLoggerOptions& options, std::string* error) {
+    std::string reason;
     try {
         std::vector<spdlog::sink_ptr> sinks;
         if (options.console) {
@@ -357,8 +357,11 @@ std::shared_ptr<IOMLogger> MakeDefaultLogger(const OMLoggerOptions& options, std
         }
         std::shared_ptr<FileSink> file;
         if (!options.file.empty()) {
-            file = std::make_shared<FileSink>(options);
+            file = std::make_shared<FileSink>(options, reason);
             sinks.push_back(file);
+        }
+        if (error != nullptr && !reason.empty()) {
+            *error = reason;
         }
         return std::make_shared<SpdlogLogger>(options, std::move(sinks), std::move(file));
     } catch (const std::exception& fault) {

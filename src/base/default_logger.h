@@ -14,6 +14,7 @@ struct OMLoggerOptions {
     std::size_t maxFiles = 5;                        // backups kept
     bool json = false;                               // each line an object of JSON instead of a text
     std::size_t repeatLimit = 0;                     // lines a minute of one place of the code; 0: any number
+    bool triesAgain = false;                         // a file that cannot be opened now is opened when it can be
 };
 
 // Makes the logger that gvxd and the tools use: console and rotating file, secrets removed from every line. Where
@@ -22,5 +23,6 @@ struct OMLoggerOptions {
 // line and function, and is valid whatever bytes a text holds: what is no UTF-8 becomes U+FFFD. Lines beyond the repeat
 // limit are counted, and a line of the same level and title tells how many there were when their minute is over; see
 // base/log_repeats.h. Lines that the file cannot take are counted, and a line tells of them when it can take lines
-// again; see base/log_fault.h. Null when the file cannot be opened; *error then says why. Any thread.
+// again; see base/log_fault.h. Null when the file cannot be opened; *error then says why. With triesAgain the logger
+// goes on without the file, and *error says why it is missing. Any thread.
 std::shared_ptr<IOMLogger> MakeDefaultLogger(const OMLoggerOptions& options, std::string* error);

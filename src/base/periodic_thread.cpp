@@ -24,6 +24,14 @@ void PeriodicThread::Start(const char* name, std::chrono::milliseconds period, T
     pthread_setname_np(m_thread.native_handle(), name);
 }
 
+void PeriodicThread::Wake() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_woken = true;
+    }
+    m_wake.notify_all();
+}
+
 void PeriodicThread::Stop() {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -38,6 +46,7 @@ void PeriodicThread::Stop() {
 void PeriodicThread::Run(std::chrono::milliseconds period, const Turn& turn) {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_stop) {
+        m_woken = false;
         lock.unlock();
         try {
             turn();
@@ -45,7 +54,7 @@ void PeriodicThread::Run(std::chrono::milliseconds period, const Turn& turn) {
             GVX_LOG_ERR(m_name, "A turn of the thread ended early: %s", fault.what());
         }
         lock.lock();
-        m_wake.wait_for(lock, period, [this] { return m_stop; });
+        m_wake.wait_for(lock, period, [this] { return m_stop || m_woken; });
     }
 }
 

@@ -25,6 +25,9 @@ public:
     // std::bad_alloc. Stops the thread of an earlier start.
     void Start(const char* name, std::chrono::milliseconds period, Turn turn);
 
+    // The next turn begins at once, also when one runs now. Any thread, at any time; nothing happens without a thread.
+    void Wake();
+
     // Ends the wait for the next turn. Returns when no turn runs any more; nothing happens without a thread.
     void Stop();
 
@@ -33,7 +36,8 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_wake;
-    bool m_stop = false;  // Guarded by m_mutex.
+    bool m_stop = false;   // Guarded by m_mutex.
+    bool m_woken = false;  // Guarded by m_mutex.
     const char* m_name = "";
     std::thread m_thread;
 };

@@ -224,7 +224,7 @@ void RotatingFile::DropUnwritten(std::size_t written) {
     m_lost += static_cast<std::uint64_t>(
         std::count(m_buffer.begin() + static_cast<std::ptrdiff_t>(whole), m_buffer.end(), '\n'));
     m_buffer.resize(whole);
-    Raise(LOG_FAULT_WRITE);
+    Raise(m_descriptor < 0 ? LOG_FAULT_OPEN : LOG_FAULT_WRITE);
 }
 
 void RotatingFile::Raise(LogFault fault) {
@@ -291,7 +291,7 @@ void RotatingFile::CheckSpace(const std::function<std::string(std::uint64_t)>& n
         return;
     }
     End(LOG_FAULT_WRITE);
-    if (m_lost == 0 || m_open.Has(LOG_FAULT_BOUND)) {
+    if (m_lost == 0 || m_descriptor < 0 || m_open.Has(LOG_FAULT_BOUND)) {
         return;
     }
     const std::uint64_t lost = std::exchange(m_lost, 0);

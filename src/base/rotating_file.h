@@ -21,7 +21,8 @@ public:
     RotatingFile(const RotatingFile&) = delete;
     RotatingFile& operator=(const RotatingFile&) = delete;
 
-    // Opens the file, whose folder is made when it is missing. False when that fails; error then says why.
+    // Opens the file, whose folder is made when it is missing. False when that fails; error then says why. Lines are
+    // then lost until Check finds that the file can be opened.
     bool Open(std::string& error);
 
     // Takes one line with its end. It may wait in the buffer until Flush.

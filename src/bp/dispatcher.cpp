@@ -103,6 +103,10 @@ LinkRoom CDispatcher::RoomOf(const std::string& linkID) {
     return WriterSlot().Get() != nullptr ? LinkRoom::Free : CNetFactory::RoomOf(linkID);
 }
 
+std::shared_ptr<const LinkProgress> CDispatcher::ProgressOf(const std::string& linkID) {
+    return WriterSlot().Get() != nullptr ? nullptr : CNetFactory::ProgressOf(linkID);
+}
+
 int CDispatcher::dispatcherOutWithoutTransaction(int, const char* linkID, const char*, std::uint32_t reqID,
                                                  ACE_Message_Block*& block, bool bCompress, unsigned int) {
     const int fault = CheckOutgoing(block, bCompress);

@@ -57,6 +57,8 @@ struct CDispatcher {
     static void SetWriter(Writer writer);
     // CNetFactory::RoomOf; a writer of one's own always has room.
     static LinkRoom RoomOf(const std::string& linkID);
+    // CNetFactory::ProgressOf; null with a writer of one's own, which has written what it has taken.
+    static std::shared_ptr<const LinkProgress> ProgressOf(const std::string& linkID);
 
     // Entry for the link layer: a whole frame has arrived. Takes the block over in every case. The sink's answer,
     // or ZVS_PARA_INVALID for a block without a head.

@@ -516,6 +516,11 @@ LinkRoom LinkEngine::RoomOf(const std::string& linkID) const {
     return link->Describe().queuedBytes < most ? LinkRoom::Free : LinkRoom::Full;
 }
 
+std::shared_ptr<const LinkProgress> LinkEngine::ProgressOf(const std::string& linkID) const {
+    const std::shared_ptr<Link> link = FindOpen(linkID);
+    return link != nullptr ? link->Progress() : nullptr;
+}
+
 void LinkEngine::RequestFlush(std::shared_ptr<Link> link) {
     std::unique_lock<std::mutex> lock(m_mutexWork);
     m_flushes.push_back(std::move(link));

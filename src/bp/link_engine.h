@@ -57,6 +57,7 @@ public:
     int RemoveConnector(const ConnectorKey& key);
     int Send(const std::string& linkID, ACE_Message_Block* block);
     LinkRoom RoomOf(const std::string& linkID) const;
+    std::shared_ptr<const LinkProgress> ProgressOf(const std::string& linkID) const;
     std::vector<LinkInfo> Links(LinkTotals& totals) const;
     void Post(std::function<void()> work);
     const LinkOptions& Options() const { return m_options; }

@@ -125,6 +125,11 @@ LinkRoom CNetFactory::RoomOf(const std::string& linkID) {
     return engine != nullptr ? engine->RoomOf(linkID) : LinkRoom::NoLink;
 }
 
+std::shared_ptr<const LinkProgress> CNetFactory::ProgressOf(const std::string& linkID) {
+    const std::shared_ptr<LinkEngine> engine = TheFactory().engine.Get();
+    return engine != nullptr ? engine->ProgressOf(linkID) : nullptr;
+}
+
 std::vector<LinkInfo> CNetFactory::Links() {
     LinkTotals ignored;
     return Links(ignored);

@@ -3,9 +3,11 @@
 #include "bp/link_tls.h"
 #include "bp/net_address.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -63,6 +65,14 @@ struct LinkTotals {
     std::uint64_t framesDropped = 0;
 };
 
+// How far one link's frames have come. It may be kept beyond the link's end, and is then what it was at the end. Any
+// thread reads.
+struct LinkProgress {
+    std::atomic<std::uint64_t> queued{0};   // frames that were taken for sending
+    std::atomic<std::uint64_t> written{0};  // of these, in their order, those that the socket has taken whole
+    std::atomic<bool> closed{false};        // no more will be written
+};
+
 // Whether a link's queue takes more of what need not leave at once.
 enum class LinkRoom { NoLink, Full, Free };
 
@@ -99,6 +109,8 @@ struct CNetFactory {
     // For senders of much, who leave room for answers and requests: Full from 1 MiB in the queue, or half of what it
     // takes, on.
     static LinkRoom RoomOf(const std::string& linkID);
+    // Null when there is no such link. A link that closes and opens again is another one.
+    static std::shared_ptr<const LinkProgress> ProgressOf(const std::string& linkID);
 
     static std::vector<LinkInfo> Links();
     // The same, with what belongs to the same moment.

@@ -40,6 +40,7 @@ SendQueue::PushResult SendQueue::Push(ACE_Message_Block* block) {
     m_last = block;
     m_bytes += bytes;
     m_account.Charge(bytes);
+    ++m_progress->queued;
     return PushResult::Queued;
 }
 
@@ -67,6 +68,7 @@ ACE_Message_Block* SendQueue::ConsumeLocked(std::size_t bytes) {
         bytes -= m_first->total_length();
         freed += LinkAccount::BytesOf(m_first);
         m_framesOut += IsControlFrame(m_first) ? 0 : 1;
+        ++m_progress->written;
         lastLeft = m_first;
         m_first = m_first->next();
     }
@@ -134,6 +136,7 @@ void SendQueue::Close() {
     m_first = m_last = nullptr;
     m_account.Discharge(m_bytes.exchange(0));
     m_closed = true;
+    m_progress->closed = true;
     lock.unlock();
     ReleaseChain(first);
 }

@@ -2,11 +2,13 @@
 
 #include "bp/link_memory.h"
 #include "bp/message_block_ptr.h"
+#include "bp/net_factory.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 
 #include <sys/types.h>
@@ -50,6 +52,7 @@ public:
     std::size_t Bytes() const { return m_bytes; }
     std::uint64_t FramesOut() const { return m_framesOut; }
     std::uint64_t FramesRefused() const { return m_framesRefused; }
+    std::shared_ptr<const LinkProgress> Progress() const { return m_progress; }
 
 private:
     int Gather(struct iovec* parts, int maxParts);
@@ -65,6 +68,7 @@ private:
     bool m_closed = false;                 // Guarded by m_mutex.
     std::uint64_t m_episode = 0;           // Guarded by m_mutex. Refusals of the present episode.
     std::atomic<std::size_t> m_bytes{0};   // written under m_mutex, read anywhere
+    const std::shared_ptr<LinkProgress> m_progress = std::make_shared<LinkProgress>();  // written under m_mutex
     std::atomic<std::uint64_t> m_framesOut{0};
     std::atomic<std::uint64_t> m_framesRefused{0};
 };

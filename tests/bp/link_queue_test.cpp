@@ -46,7 +46,12 @@ TEST(SendQueue, RefusalsFormOneEpisodeUntilTheQueueIsWrittenOut) {
     EXPECT_EQ(6u, queue.FramesRefused());
     EXPECT_EQ(4u, queue.FramesOut());
     EXPECT_EQ(Push::Queued, push());
+    const std::shared_ptr<const BP::LinkProgress> progress = queue.Progress();
+    EXPECT_FALSE(progress->closed);
     queue.Close();
+    EXPECT_TRUE(progress->closed);
+    EXPECT_EQ(5u, progress->queued);
+    EXPECT_EQ(4u, progress->written) << "the last is lost with the link";
     EXPECT_EQ(0u, queue.Bytes());
     EXPECT_EQ(Push::Closed, push());
 }

@@ -28,6 +28,9 @@ ROWS = [
     (CONF, "GB35114_KEYLABEL=gvx001", "GB35114_KEYLABEL=a_c", 1, "counts as not set"),
     (CONF, "LIVE_VIEW_VIDEO=recvonly", "LIVE_VIEW_VIDEO=both", 1, "sendonly, recvonly or sendrecv"),
     (CONF, "GVX_LINK_DEAD_TIME=30000", "GVX_LINK_DEAD_TIME=15000", 1, "[20000] holds"),
+    (CONF, "GVX_LINK_PEERS=", "GVX_LINK_PEERS=10.0.0.0/8,here", 1, "networks such as 10.0.0.0/8"),
+    (CONF, "GVX_LINK_TLS=0", "GVX_LINK_TLS=1", 2, "GVX_LINK_TLS needs"),
+    (CONF, "GVX_LOG_FILE=", "GVX_LOG_FILE=/dev/null/gvxd.log", 1, "GVX_LOG_FILE names a file that cannot be written"),
     (CONF, "HISTORY_SWEEP_PERIOD=60", "HISTORY_SWEEP_PERIOD", 1, "no comment, section or setting"),
     (CONF, "BAND_WIDTH=256", "MAX_CAPS=1", 1, "stands again; line "),
     (CONF, "BAND_WIDTH=256", "NODE_CODE=7", 1, "edits look for it in [PLATFORM]"),
@@ -45,11 +48,12 @@ ROWS = [
     (ALARM, "<AlarmInfo>\n    <AlarmType>ALARM_DISK_FULL<", "<AlarmInfo>\n    <AlarmType>ALARM_DISK_FAULT<", 2, "stands twice"),
     (MAPPING, "</AlarmInfoList>", "", 2, "no well-formed XML"),
     (FILE, "}", "]", 2, "Line "),
+    (FILE, "{}", '{"demo": {"video": "/nowhere.h264"}}', 2, "/nowhere.h264"),
     ("log.xml", "</Log>", "", 1, "no well-formed XML"),
     ("log_sftp.conf", "", "no json", 1, "damaged"),
 ]
 # Faults of a file as a whole, and those whose line the parser tells.
-WITHOUT_LINE = ("gvx_plugin_nothing.so", "Line ", "damaged", "No such file", "no well-formed XML")
+WITHOUT_LINE = ("gvx_plugin_nothing.so", "Line ", "/nowhere.h264", "GVX_LINK_TLS needs", "damaged", "No such file", "no well-formed XML")
 
 
 def check_config(options, conf, root):
@@ -76,7 +80,7 @@ def run(options, folder, _stack):
             line = "" if says in WITHOUT_LINE else f":{text.count(chr(10), 0, at) + 1}: "
         before = {path: path.read_bytes() for path in conf.rglob("*") if path.is_file()}
         got, text = check_config(options, conf, folder / "no_root")
-        named = f"{conf}/{name}{line}" if says != "gvx_plugin_nothing.so" else says
+        named = says if says in ("gvx_plugin_nothing.so", "/nowhere.h264") or says.startswith("GVX_LOG") else f"{conf}/{name}{line}"
         e2e.check(got == code and any(named in row and says in row for row in text.splitlines()),
                   f"{name}, {new}: exit code {got}, not {code}, or no line has {named!r} and {says!r}: {text}")
         e2e.check(before == {path: path.read_bytes() for path in conf.rglob("*") if path.is_file()}, f"{name}: written to")

@@ -101,7 +101,7 @@ class Peer:
     def receive_if_any(self, seconds):
         end = time.monotonic() + seconds
         while True:
-            message = self._next(end)
+            message = self.next_frame(end)
             if message is None or message.kind not in (KEEPALIVE, KEEPALIVE + RESPONSE, PORT_REPORT):
                 return message
             if message.kind in (KEEPALIVE, PORT_REPORT):
@@ -113,12 +113,12 @@ class Peer:
         self.send(frame(KEEPALIVE, self.seq))
         end = time.monotonic() + seconds
         while True:
-            message = self._next(end)
+            message = self.next_frame(end)
             check(message, f"no answer to a keep-alive within {seconds} s")
             if message.kind == KEEPALIVE + RESPONSE and message.seq == self.seq:
                 return
 
-    def _next(self, end):
+    def next_frame(self, end):
         """The next frame of any kind; None when the time runs out."""
         while (message := self._cut()) is None:
             self.sock.settimeout(max(0.001, end - time.monotonic()))

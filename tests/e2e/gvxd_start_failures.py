@@ -20,11 +20,11 @@ def check_end(name, code, standard_error, wanted, named):
 
 
 def check_failures(options, folder, taken):
-    good, no_log, port = {"GVX_PLUGIN_LIST": "moody"}, str(folder / "0/conf/net.xml/gvxd.log"), taken.getsockname()[1]
+    good, port = {"GVX_PLUGIN_LIST": "moody"}, taken.getsockname()[1]
     # settings, what is taken away of the configuration, further arguments, exit code, what the line names
-    rows = [(good, None, ["--log-file", no_log], 15, no_log), (good, None, ["--no-such-option"], 2, "--no-such-option"),
+    rows = [(good, None, ["--no-such-option"], 2, "--no-such-option"),
             (good, None, ["--listen-port", str(port)], 14, f":{port}"),
-            (good, "", [], 10, str(folder / "3/conf"))]
+            (good, "", [], 10, str(folder / "2/conf"))]
     rows += [(NO_PLUGIN, name, [], 11, name)
              for name in ("alarm/gvx_nvt_alarm_description.xml", "zvs_gvx.conf", "zvs_gvx_nat.conf", "net.xml")]
     rows += [({"GVX_PLUGIN_LIST": name}, None, [], code, named) for name, code, named in (
@@ -38,6 +38,16 @@ def check_failures(options, folder, taken):
         done = subprocess.run([*gateway.command(), *arguments], env=gateway.whole_environment(), capture_output=True, text=True,
                               timeout=LIMIT * options.slow, check=False)
         check_end(f"{settings}, {without}, {arguments}", done.returncode, done.stderr, code, named)
+
+
+def start_without_log_file(options, folder):
+    """A log file that cannot be opened stops nobody: the log goes to standard error, and says so."""
+    gateway = e2e.Gateway(options, folder / "no_log", settings=NO_PLUGIN)
+    gateway.log_file = gateway.conf / "net.xml" / "gvxd.log"
+    gateway.start()
+    e2e.wait_until(lambda: f"{gateway.log_file}: Not a directory; the log goes to standard error" in gateway.console(),
+                   LIMIT * options.slow, "the line about the log file")
+    gateway.stop()
 
 
 def stop_with_hanging_plugin(options, folder, stack):
@@ -84,6 +94,7 @@ def test(options, folder, stack):
     os.environ.pop("GVX_CONFIG_DIR", None)
     check_failures(options, folder, stack.enter_context(socket.create_server(("127.0.0.1", 0))))
     e2e.start_gateway(options, folder / "good", stack, settings=NO_PLUGIN).stop(number=signal.SIGINT)
+    start_without_log_file(options, folder)
     stop_with_hanging_plugin(options, folder, stack)
     end_hanging_start(options, folder)
 

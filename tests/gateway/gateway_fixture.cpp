@@ -32,7 +32,8 @@ gvx::GatewayOptions GatewayFolder::Options() const {
 
 void GatewayTest::SetUp() {
     gateway = std::make_unique<gvx::Gateway>();
-    ASSERT_FALSE(gateway->LoadConfiguration(folder.Options()).Failed());
+    ASSERT_FALSE(gateway->TakeFolders(folder.Options()).Failed());
+    ASSERT_FALSE(gateway->LoadConfiguration().Failed());
     const gvx::StartResult result = gateway->Start(folder.Options());
     ASSERT_EQ(result.code, gvx::ExitCode::Ok) << result.reason;
     void* plugin = dlopen((BadPluginDir() + "/gvx_plugin_moody.so").c_str(), RTLD_NOW | RTLD_NOLOAD);

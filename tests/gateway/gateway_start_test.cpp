@@ -7,8 +7,8 @@ namespace {
 
 gvx::StartResult TryStart(const gvx::GatewayOptions& options) {
     gvx::Gateway gateway;
-    gvx::StartResult result = gateway.LoadConfiguration(options);
-    if (result.Failed()) {
+    gvx::StartResult result = gateway.TakeFolders(options);
+    if (result.Failed() || (result = gateway.LoadConfiguration()).Failed()) {
         return result;
     }
     result = gateway.Start(options);

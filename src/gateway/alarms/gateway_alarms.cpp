@@ -1,6 +1,5 @@
 #include "gateway/alarms/gateway_alarms.h"
 
-#include "base/alarm_store.h"
 #include "base/log.h"
 #include "base/log_fault.h"
 #include "base/om_adapter.h"
@@ -31,11 +30,15 @@ constexpr std::chrono::milliseconds kKeeperPeriod(100);
 
 // Of the thread that starts and stops the gateway; the watch is begun anew by the keeper's thread while that runs.
 std::unique_ptr<LogFaultWatch> g_watch;
-std::unique_ptr<PeriodicThread> g_keeper;
 
-std::string DataDir() {
-    const std::string dir = SettingText(Setting::GVX_DATA_DIR);
-    return dir.empty() ? RootedPath(kDefaultDataDir) : dir;
+// Never destroyed: whoever raises an alarm while the process ends may still wake it.
+PeriodicThread& Keeper() {
+    static PeriodicThread& keeper = *new PeriodicThread;
+    return keeper;
+}
+
+std::string DataDir(const std::string& setting) {
+    return setting.empty() ? RootedPath(kDefaultDataDir) : setting;
 }
 
 void StartLogFaultAlarms() {
@@ -51,15 +54,13 @@ void KeepAlarms() {
     if (alarms->KeepStore()) {
         StartLogFaultAlarms();
     }
-    if (alarms->CountHeldAlarms() != 0) {
-        alarms->SendAlarmCacheToGvx();
-    }
+    alarms->SendAlarmCacheToGvx();
 }
 
 }  // namespace
 
-bool DataFolder::Take(std::string& reason) {
-    const std::string dir = DataDir();
+bool DataFolder::Take(const std::string& setting, std::string& reason) {
+    const std::string dir = DataDir(setting);
     CGvxUtility::dirCreate(dir);
     m_folder.Reset(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (m_folder.Valid() && flock(m_folder.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
@@ -71,23 +72,25 @@ bool DataFolder::Take(std::string& reason) {
 }
 
 void StartAlarms() {
-    const std::string path = DataDir() + kStoreName;
+    const std::string path = DataDir(SettingText(Setting::GVX_DATA_DIR)) + kStoreName;
     const int result = CEmergencyProtection::Instance()->LoadAlarmStatus(path);
     GVX_LOG_INFO("Alarm store", "%s, %s", path.c_str(),
                  result == ZVS_SUCCEED ? "open alarms restored" : "nothing restored");
     StartLogFaultAlarms();
-    g_keeper = std::make_unique<PeriodicThread>();
     try {
-        g_keeper->Start("AlarmKeeper", kKeeperPeriod, &KeepAlarms);
+        Keeper().Start("AlarmKeeper", kKeeperPeriod, &KeepAlarms);
+        CEmergencyProtection::Instance()->SetKeeper([] { Keeper().Wake(); });
     } catch (const std::exception& fault) {
         GVX_LOG_ERR("Alarm keeper", "The thread cannot be made, held alarms leave with the next one: %s", fault.what());
     }
 }
 
 void StopAlarms() {
-    g_keeper.reset();
+    CEmergencyProtection::Instance()->SetKeeper({});
+    Keeper().Stop();
     g_watch.reset();
-    ZVS_AlarmClose();
+    CEmergencyProtection::Instance()->SendAlarmCacheToGvx();  // what has left until now needs its row no more
+    CEmergencyProtection::Instance()->CloseStore();
 }
 
 void StartErrorReports() {

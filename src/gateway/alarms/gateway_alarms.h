@@ -12,9 +12,10 @@ namespace gvx {
 // ends in any way.
 class DataFolder {
 public:
-    // Makes the folder when it is missing and takes it, before anything in it is touched. False, with the reason, when
-    // another process has it. A folder that cannot be had is no reason not to start: the store says why.
-    bool Take(std::string& reason);
+    // Makes the folder when it is missing and takes it, before anything is written anywhere; setting is the value of
+    // GVX_DATA_DIR. False, with the reason, when another process has it. A folder that cannot be had is no reason not
+    // to start: the store says why.
+    bool Take(const std::string& setting, std::string& reason);
     void Release() { m_folder.Reset(); }
 
 private:

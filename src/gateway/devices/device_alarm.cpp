@@ -72,10 +72,6 @@ bool FillReport(const Json::Value& source, const std::string& device, const CAda
     return true;
 }
 
-bool WasSent(int sequence) {
-    return sequence != ZVS_FAIL && sequence != ZVS_PARA_INVALID;
-}
-
 }  // namespace
 
 int SendDeviceAlarm(const std::string& plugin, const std::string& device, CAdapterDevBase& adapter,
@@ -94,11 +90,11 @@ int SendDeviceAlarm(const std::string& plugin, const std::string& device, CAdapt
         return ZVS_SUCCEED;
     }
     const int action = static_cast<int>(report.bAction);
-    const int sequence = CGvxConnectionMgr::Instance()->SendDevAlarmReqMsgToSCU(report);
-    const int cloud = CGvxConnectionMgr::Instance()->sendGVXDeviceAlarmReportToKSP(report, adapter.GetDevFromType());
+    const SendOutcome toScu = CGvxConnectionMgr::Instance()->SendDeviceAlarm(report);
+    const SendOutcome toCloud = CGvxConnectionMgr::Instance()->ReportDeviceAlarm(report, adapter.GetDevFromType());
     GVX_LOG_INFO(kTitle, "[dev:%s] %s of %s, action[%d], recorder[%s]: SCU[%d], cloud[%d]", device.c_str(),
-                 report.cAlarmType, report.cAlarmInCode, action, report.cNvrCode, sequence, cloud);
-    if (WasSent(sequence)) {
+                 report.cAlarmType, report.cAlarmInCode, action, report.cNvrCode, toScu.number, toCloud.number);
+    if (toScu.sent) {
         CallPlugin(plugin, "UpdateLastAlarmTime", device, [&] {
             adapter.UpdateLastAlarmTime();
             return 0;

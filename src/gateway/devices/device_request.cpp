@@ -3,7 +3,6 @@
 #include "base/cbb_xml.h"
 #include "gateway/messages/request_body.h"
 #include "gateway/plugins/plugin_host.h"
-#include "gateway/settings/number_setting.h"
 
 #include <algorithm>
 

@@ -8,6 +8,8 @@
 #include <ace/Message_Block.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <utility>
 
 namespace gvx {
@@ -47,6 +49,17 @@ bool FindText(const BP::CCmd& cmd, std::uint16_t tag, NssBodyView& text) {
 }
 
 }  // namespace
+
+bool ReadNumber(const std::string& text, long long least, long long most, long long& value) {
+    char* end = nullptr;
+    errno = 0;
+    const long long number = std::strtoll(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || errno == ERANGE || number < least || number > most) {
+        return false;
+    }
+    value = number;
+    return true;
+}
 
 bool IsCode(const std::string& text) {
     return !text.empty() && text.size() <= kMaxCodeLength &&

@@ -49,6 +49,9 @@ bool ReadJsonObject(const BP::CCmd& cmd, Json::Value& body);
 // The result in the head of a response; none when the command has no whole head.
 std::optional<std::uint32_t> ResponseCode(const BP::CCmd& cmd);
 
+// Decimal text within the bounds, both included.
+bool ReadNumber(const std::string& text, long long least, long long most, long long& value);
+
 // 1 to 32 printable characters without blanks.
 bool IsCode(const std::string& text);
 

@@ -5,6 +5,7 @@
 #include "base/log_sftp_conf.h"
 #include "base/paths.h"
 #include "bp/registration.h"
+#include "gateway/links/link_options.h"
 #include "gateway/process/gateway.h"
 #include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/gvx_config_mgr.h"
@@ -12,7 +13,10 @@
 #include "gvx_common/security/gvx_security_mgr.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 
 #include <unistd.h>
 
@@ -57,6 +61,31 @@ void CheckKeyFiles(const std::string& configDir) {
     memset_s(&upload, sizeof(upload), 0, sizeof(upload));
 }
 
+// A file that the gateway makes: it, or the nearest folder there is on its way, must be writable.
+void CheckWritable(const char* key, const std::string& path) {
+    std::error_code ignored;
+    std::filesystem::path at = path;
+    while (!std::filesystem::exists(at, ignored) && at.has_relative_path()) {
+        at = at.has_parent_path() ? at.parent_path() : ".";
+    }
+    const bool isThere = at == std::filesystem::path(path);
+    errno = std::filesystem::is_directory(at, ignored) == isThere ? (isThere ? EISDIR : ENOTDIR) : 0;
+    if (!path.empty() && (errno != 0 || access(at.c_str(), W_OK) != 0)) {
+        TellFinding({Weight::Warning, path, 0,
+                     std::string(key) + " names a file that cannot be written: " + std::strerror(errno)});
+    }
+}
+
+// Files that settings name, and what a start needs of them.
+void CheckNamedFiles(const GatewayOptions& options, const std::string& configDir) {
+    CheckWritable("GVX_LOG_FILE", options.logFile.empty() ? SettingText(Setting::GVX_LOG_FILE) : options.logFile);
+    CheckWritable("GVX_OPERATION_LOG_FILE", SettingText(Setting::GVX_OPERATION_LOG_FILE));
+    BP::LinkTlsFiles tls;
+    if (const StartResult links = ReadLinkTls(LinkListenIp(), tls); links.Failed()) {
+        TellFinding({Weight::StopsStart, configDir + "/zvs_gvx.conf", 0, links.reason});
+    }
+}
+
 void LookThrough(const GatewayOptions& options) {
     std::string configDir;
     if (!TakeConfigFolder(options, configDir)) {
@@ -72,6 +101,7 @@ void LookThrough(const GatewayOptions& options) {
         CheckOptionalXml(RootedPath(path));
     }
     CheckKeyFiles(configDir);
+    CheckNamedFiles(options, configDir);
     PluginHost plugins;
     const StartResult started = LoadPlugins(plugins, options, configDir);
     if (started.Failed()) {

@@ -19,6 +19,7 @@
 #include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/config/setting_table.h"
+#include "gvx_common/config/settings_check.h"
 #include "gvx_common/event/gvx_reactor.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "gvx_common/media/media_service.h"
@@ -121,11 +122,20 @@ StartResult Gateway::Start(const GatewayOptions& options) {
     return result;
 }
 
-StartResult Gateway::LoadConfiguration(const GatewayOptions& options) {
+StartResult Gateway::TakeFolders(const GatewayOptions& options) {
     if (!TakeConfigFolder(options, m_configDir)) {
         return StartFailure(ExitCode::ConfigFolder,
                             "configuration folder " + m_configDir + " does not exist or cannot be read");
     }
+    std::string dataDir;
+    std::string reason;
+    if (PeekSetting(m_configDir, Setting::GVX_DATA_DIR, dataDir) && !m_dataFolder.Take(dataDir, reason)) {
+        return StartFailure(ExitCode::StartFailed, reason);
+    }
+    return {};  // without its settings the configuration is refused in a moment
+}
+
+StartResult Gateway::LoadConfiguration() {
     // Ahead of the settings, whose alarms ask for its flag. Without its file the gateway is one that the cloud has not
     // taken over, and runs all the same.
     CCloudConfigMgr::Instance()->Init();
@@ -146,8 +156,7 @@ StartResult Gateway::LoadSettings() {
     if (CGvxConfigMgr::Instance()->GetGvxNetElementID().empty()) {
         return StartFailure(ExitCode::ConfigRefused, "configuration refused: " + findings.WhyNoStart());
     }
-    std::string reason;
-    return m_dataFolder.Take(reason) ? StartResult{} : StartFailure(ExitCode::StartFailed, reason);
+    return {};
 }
 
 StartResult Gateway::StartCore() {

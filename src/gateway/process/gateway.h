@@ -43,8 +43,11 @@ public:
     Gateway(const Gateway&) = delete;
     Gateway& operator=(const Gateway&) = delete;
 
-    // Reads the configuration; the first step of a start, apart because the log may depend on it.
-    StartResult LoadConfiguration(const GatewayOptions& options);
+    // Finds the configuration folder and takes the data folder: the first step of a start, which touches nothing that
+    // belongs to another gateway.
+    StartResult TakeFolders(const GatewayOptions& options);
+    // Reads the configuration; the second step, apart because the log may depend on it.
+    StartResult LoadConfiguration();
     // Starts the rest. A failed start has undone its steps; the result names what is at fault.
     StartResult Start(const GatewayOptions& options);
 

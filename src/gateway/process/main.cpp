@@ -88,19 +88,21 @@ int RefuseStart(const StartResult& found) {
     _exit(RefuseStart(StartFailure(ExitCode::StartAbandoned, std::move(reason))));
 }
 
-// With a log file the log goes there as soon as the file is known. Without one it goes to standard error, but not
-// before the start has succeeded: a failed start writes its one line and nothing else.
+// With a log file the log goes there as soon as the file is known. Without one, and with one that cannot be opened, it
+// goes to standard error, but not before the start has succeeded: a failed start writes its one line and nothing else.
 class StartLogging {
 public:
-    StartResult Begin(const GatewayOptions& options) {
+    StartLogging() { OMAdapter::getInstance()->setLogger(m_startup); }
+
+    // The file of the command line, once nobody else can be writing to it.
+    void Begin(const GatewayOptions& options) {
         m_options.file = options.logFile;
         m_options.level = options.logLevel.value_or(OM_LOG_INFO);
-        OMAdapter::getInstance()->setLogger(m_startup);
-        return m_options.file.empty() ? StartResult{} : Install();
+        InstallFile();
     }
 
     // The configuration stands behind the command line.
-    StartResult Configured(const GatewayOptions& options) {
+    void Configured(const GatewayOptions& options) {
         const auto level =
             static_cast<int>(std::min(SettingNumber(Setting::GVX_LOG_LEVEL), SettingNumber(Setting::LogLevel)));
         m_options.level = options.logLevel.value_or(level);
@@ -111,26 +113,33 @@ public:
         if (m_options.file.empty()) {
             m_options.file = SettingText(Setting::GVX_LOG_FILE);
         }
-        return m_options.file.empty() ? StartResult{} : Install();
+        InstallFile();
     }
 
-    StartResult Succeeded() { return m_options.file.empty() ? Install() : StartResult{}; }
+    // The log fault alarm tells of a file that is missing, and the log goes there, too, when it can be opened.
+    void Succeeded() {
+        if (m_installed) {
+            return;
+        }
+        m_options.console = true;
+        m_options.triesAgain = true;
+        m_startup->HandOver(MakeDefaultLogger(m_options, nullptr));
+        if (!m_fault.empty()) {
+            GVX_LOG_ERR("Log file", "%s; the log goes to standard error", m_fault.c_str());
+        }
+    }
 
 private:
-    StartResult Install() {
-        if (m_installed && SameAsInstalled()) {
-            return {};
+    void InstallFile() {
+        if (m_options.file.empty() || (m_installed && SameAsInstalled())) {
+            return;
         }
-        std::string error;
-        m_options.console = m_options.file.empty();
-        auto logger = MakeDefaultLogger(m_options, &error);
-        if (logger == nullptr) {
-            return StartFailure(ExitCode::StartFailed, "log file " + m_options.file + ": " + error);
+        m_options.console = false;
+        if (auto logger = MakeDefaultLogger(m_options, &m_fault)) {
+            m_startup->HandOver(std::move(logger));
+            m_installed = true;
+            m_installedOptions = m_options;
         }
-        m_startup->HandOver(std::move(logger));
-        m_installed = true;
-        m_installedOptions = m_options;
-        return {};
     }
 
     bool SameAsInstalled() const {
@@ -142,6 +151,7 @@ private:
     OMLoggerOptions m_options;
     const std::shared_ptr<StartupLog> m_startup = std::make_shared<StartupLog>(OM_LOG_DEBUG);
     bool m_installed = false;
+    std::string m_fault;  // why the file could not be opened
     OMLoggerOptions m_installedOptions;
 };
 
@@ -155,8 +165,9 @@ void OpenLogsAnew() {
     }
 }
 
-// Begins the operation log in the file of GVX_OPERATION_LOG_FILE, if there is one.
-StartResult StartOperationLog() {
+// Begins the operation log in the file of GVX_OPERATION_LOG_FILE, if there is one; where that cannot be opened, its
+// lines go to standard error, too, and to the file as soon as it can be.
+void StartOperationLog() {
     OMLoggerOptions options;
     options.console = false;
     options.file = SettingText(Setting::GVX_OPERATION_LOG_FILE);
@@ -165,15 +176,16 @@ StartResult StartOperationLog() {
     options.maxFiles = static_cast<std::size_t>(SettingNumber(Setting::operationLogBackupCount));
     options.json = SettingText(Setting::GVX_LOG_FORMAT) == "json";
     if (options.file.empty()) {
-        return {};
+        return;
     }
     std::string error;
     auto logger = MakeDefaultLogger(options, &error);
     if (logger == nullptr) {
-        return StartFailure(ExitCode::StartFailed, "operation log file " + options.file + ": " + error);
+        GVX_LOG_ERR("Operation log file", "%s; its lines go to standard error", error.c_str());
+        options.console = options.triesAgain = true;
+        logger = MakeDefaultLogger(options, nullptr);
     }
     OMAdapter::getInstance()->setOperationLogger(std::move(logger));
-    return {};
 }
 
 // Large buffers go back to the system as soon as they are freed: the threshold above which the allocator maps memory
@@ -201,17 +213,18 @@ void TuneAllocator() {
 
 StartResult StartAll(Gateway& gateway, StartLogging& logging, const GatewayOptions& options) try {
     RaiseDescriptorLimit();
-    StartResult result = gateway.LoadConfiguration(options);
-    if (!result.Failed()) {
-        result = logging.Configured(options);
+    StartResult result = gateway.TakeFolders(options);
+    if (result.Failed()) {
+        return result;
     }
-    if (!result.Failed()) {
-        result = StartOperationLog();
+    logging.Begin(options);
+    result = gateway.LoadConfiguration();
+    if (result.Failed()) {
+        return result;
     }
-    if (!result.Failed()) {
-        result = gateway.Start(options);
-    }
-    return result;
+    logging.Configured(options);
+    StartOperationLog();
+    return gateway.Start(options);
 } catch (const std::exception& fault) {
     EndStart(fault);
 }
@@ -276,32 +289,24 @@ int Run(int argc, const char* const* argv) {
     ProcessSignals signals;
     OverdueWatch watch;
     StartLogging logging;
-    StartResult result = logging.Begin(options);
-    if (!result.Failed() && !signals.Ok()) {
-        result = StartFailure(ExitCode::StartFailed, "the signals could not be taken over");
+    if (!signals.Ok()) {
+        return RefuseStart(StartFailure(ExitCode::StartFailed, "the signals could not be taken over"));
     }
-    if (!result.Failed() && !watch.Start(&ProcessSignals::TakeHere)) {
-        result = StartFailure(ExitCode::OutOfResources, "the thread that takes the signals could not be started");
-    }
-    if (result.Failed()) {
-        return RefuseStart(result);
+    if (!watch.Start(&ProcessSignals::TakeHere)) {
+        return RefuseStart(
+            StartFailure(ExitCode::OutOfResources, "the thread that takes the signals could not be started"));
     }
     watch.Begin([&signals] { return signals.First() != 0; }, kStartLimit,
                 [&signals] { AbandonStart(signals.First()); });
     TuneAllocator();
     Gateway gateway;
-    result = StartAll(gateway, logging, options);
+    const StartResult result = StartAll(gateway, logging, options);
     watch.End();
     const std::chrono::milliseconds stopLimit = kStopLimit - std::min(watch.SinceBegun(), kStartLimit);
     if (result.Failed()) {
         return RefuseStart(result);
     }
-    result = logging.Succeeded();
-    if (result.Failed()) {
-        const int code = RefuseStart(result);
-        StopInTime(gateway, watch, stopLimit, result.code);
-        return code;
-    }
+    logging.Succeeded();
     const int signal = ServeUntilStop(signals, manager);
     GVX_LOG_INFO("gvxd", "gvxd stops on signal %d (%s)", signal, strsignal(signal));
     StopInTime(gateway, watch, stopLimit, ExitCode::Ok);

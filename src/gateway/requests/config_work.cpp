@@ -9,7 +9,6 @@
 #include "bp/session.h"
 #include "gateway/messages/answer.h"
 #include "gateway/messages/request_body.h"
-#include "gateway/settings/number_setting.h"
 #include "gvx_common/config/config_rules.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
@@ -19,6 +18,8 @@
 #include <json/value.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <iterator>
 #include <string_view>
 
@@ -39,16 +40,12 @@ bool IsLogUpload(const Edit& edit) {
            std::find(std::begin(kLogUploadNames), std::end(kLogUploadNames), edit.key) != std::end(kLogUploadNames);
 }
 
-bool StandsInSection(const Edit& edit) {
-    std::string directory;
-    char value[GVX_Config::kValueBytes];
-    return get_config_directory(directory) == 0 &&
-           GVX_Config((directory + "/zvs_gvx.conf").c_str())
-                   .get(edit.section.c_str(), edit.key.c_str(), value, sizeof(value)) == 0;
-}
-
-// Why a legal value could not be set.
-std::string WriteFault(const Edit& edit) {
+// Why a legal value could not be set, by the code of the failure.
+std::string WriteFault(const Edit& edit, int code) {
+    if (code == GVX_Config::kNotOnDisk && edit.key != "GVX_PLUGIN_DEBUG_LOG_SWITCH") {
+        return edit.key +
+               " has its new value, but the disk has not confirmed it: a power loss may bring the old one back.";
+    }
     if (edit.key == "GVX_SIP_LOG_SWITCH") {
         return "A plug-in with a SIP stack is missing or refuses the switch.";
     }
@@ -64,11 +61,20 @@ std::string WriteFault(const Edit& edit) {
     if (!ReadsBackEqual(edit.value)) {
         return "A value with ';' or with blanks around it would be another after a restart.";
     }
-    if (!StandsInSection(edit)) {
+    std::string directory;
+    char value[GVX_Config::kValueBytes];
+    get_config_directory(directory);
+    errno = 0;
+    GVX_Config file((directory + "/zvs_gvx.conf").c_str());
+    const int fault = errno;
+    if (!file.IsWhole()) {
+        return "zvs_gvx.conf can not be read" + (fault != 0 ? std::string(": ") + std::strerror(fault) : "") + ".";
+    }
+    if (file.get(edit.section.c_str(), edit.key.c_str(), value, sizeof(value)) != 0) {
         return edit.key + " does not stand in the section [" + edit.section + "]; look in [" +
                FindSetting(edit.key)->section + "].";
     }
-    return "zvs_gvx.conf could not be written; the log says why.";
+    return "zvs_gvx.conf could not be read or written at that moment; the log says why.";
 }
 
 // A record with its value for a scope: it may be a password.
@@ -122,7 +128,7 @@ Result Apply(const Edit& edit) {
                                           std::to_string(row->rule.most) + "."};
         }
         const int code = GvxConfigMgr()->SetGVXConfigValue(edit.section, edit.key, edit.value);
-        return code == ZVS_SUCCEED ? Result{} : Result{code, WriteFault(edit)};
+        return code == ZVS_SUCCEED ? Result{} : Result{code, WriteFault(edit, code)};
     }
     ScopedRecord record;
     if (!FillRecord(edit, record.info)) {
@@ -141,7 +147,7 @@ Result Apply(const Edit& edit) {
     if (!CheckEdit(edit.key, edit.value)) {
         return {code, edit.value + " is no value for " + edit.key + "."};
     }
-    return {code, WriteFault(edit)};
+    return {code, WriteFault(edit, code)};
 }
 
 // What a successful edit has left, as a log line may show it.
@@ -220,6 +226,8 @@ int TakeChangedConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*sessio
         body["Reason"] = !isText                       ? "ConfigValue is no text."
                          : key.empty()                 ? "The body names no setting."
                          : FindSetting(key) == nullptr ? NoSetting(key)
+                         : code == GVX_Config::kNotOnDisk && key != "GVX_PLUGIN_DEBUG_LOG_SWITCH"
+                             ? key + " has its new value, but a power loss may bring the old one back."
                          : IsEditable(key) ? "The value is not allowed or could not be written; the log says why."
                                            : key + " can not be edited at run time.";
     }

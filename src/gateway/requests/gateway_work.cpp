@@ -14,7 +14,6 @@
 #include "gateway/requests/search_work.h"
 #include "gateway/requests/snapshot_work.h"
 #include "gateway/requests/stream_work.h"
-#include "gateway/settings/number_setting.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/alarm/gvx_error_mgr.h"
 #include "gvx_common/link/gvx_connection_mgr.h"

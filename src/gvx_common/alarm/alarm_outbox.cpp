@@ -8,6 +8,8 @@
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <endian.h>
@@ -34,6 +36,20 @@ bool Put(const char* title, char (&field)[N], const std::string& text, const cha
     return true;
 }
 
+// Sends to a link by `send`, which says whether the link has queued the frame; the frame's place in the queue is noted.
+template <typename Send>
+bool SendNoted(const std::string& linkId, QueuedFrame& frame, Send send) {
+    const std::shared_ptr<const BP::LinkProgress> before = BP::CDispatcher::ProgressOf(linkId);
+    // The gateway holds frames for a link that is just opening back for a moment, hence at least the next number.
+    const std::uint64_t next = before != nullptr ? before->queued + 1 : 0;
+    if (!send()) {
+        return false;
+    }
+    frame.link = before;
+    frame.number = before != nullptr ? std::max<std::uint64_t>(before->queued, next) : 0;
+    return true;
+}
+
 }  // namespace
 
 bool AlarmOutbox::Fill(GVX_ALARM_REPORT& report, const HeldAlarm& alarm) {
@@ -54,79 +70,105 @@ bool AlarmOutbox::Fill(GVX_ALARM_REPORT& report, const HeldAlarm& alarm) {
            Put(kTitle, report.cAlarmDesc, alarm.description, "strncpy_s stGvxAlarmReport.cAlarmDesc failed!");
 }
 
-// False when it has been dropped or is held, and so need not be sent now.
-bool AlarmOutbox::Queue(OutboundAlarm alarm) {
+void AlarmOutbox::Queue(OutboundAlarm alarm) {
     GVX_LOG_INFO("SetGvxBPAlarmRepMsg", "Emergency Protection set gvx alarm reponse message is called.");
     GVX_LOG_INFO("Gateway alarm", "type[%s], input type[%s], location[%s], description[%s]", alarm.type.c_str(),
                  alarm.inType.c_str(), alarm.location.c_str(), alarm.description.c_str());
     unsigned int elementType = 0;
     std::string linkId;
-    if (!GvxConnectionMgr()->GetLinkInfoByType(BP::SUBSYS_GVX, elementType, linkId)) {
-        GVX_LOG_ERR("SetGvxBPAlarmRepMsg", "Get PeerNetLinkID Error [%d]", static_cast<int>(BP::SUBSYS_GVX));
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            ++m_nextEvent;
-        }
-        Hold(std::move(alarm));
-        return false;
-    }
     GVX_ALARM_REPORT report{};
-    if (!Fill(report, alarm)) {
-        return false;
+    const bool isLinked = GvxConnectionMgr()->GetLinkInfoByType(BP::SUBSYS_GVX, elementType, linkId);
+    const bool isSent = isLinked && Fill(report, alarm);
+    if (!isLinked) {
+        GVX_LOG_ERR("SetGvxBPAlarmRepMsg", "Get PeerNetLinkID Error [%d]", static_cast<int>(BP::SUBSYS_GVX));
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    PushLocked(m_line, std::move(alarm));
-    return true;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (isSent) {
+            PushLocked(m_line, std::move(alarm));
+            return;
+        }
+        ++m_nextEvent;  // an alarm that is held, or dropped, spends a number all the same
+    }
+    if (!isLinked) {
+        Hold(std::move(alarm));
+    }
+}
+
+OutboundAlarm AlarmOutbox::Line::Pop() {
+    OutboundAlarm alarm = std::move(alarms.front());
+    alarms.pop_front();
+    hasRepeat = hasRepeat && !alarm.repeats;
+    return alarm;
 }
 
 void AlarmOutbox::PushLocked(Line& line, OutboundAlarm alarm) {
+    if (alarm.repeats && std::exchange(line.hasRepeat, true)) {
+        return;
+    }
     if (line.alarms.size() >= kMostHeld) {
-        const OutboundAlarm& oldest = line.alarms.front();
+        const OutboundAlarm oldest = line.Pop();
         if (line.lost++ == 0) {
             GVX_LOG_ERR("Alarms are lost", "%zu wait for a link, the oldest goes: type[%s], location[%s]", kMostHeld,
                         oldest.type.c_str(), oldest.location.c_str());
         } else {
             GVX_DEBUG("The oldest alarm is lost: type[%s], location[%s]", oldest.type.c_str(), oldest.location.c_str());
         }
-        line.alarms.pop_front();
     }
     line.alarms.push_back(std::move(alarm));
+}
+
+void AlarmOutbox::SetKeeper(std::function<void()> wake) {
+    auto shared = wake ? std::make_shared<const std::function<void()>>(std::move(wake)) : nullptr;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_wake.swap(shared);
+}
+
+void AlarmOutbox::HaveSent() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const std::shared_ptr<const std::function<void()>> wake = m_wake;
+    lock.unlock();
+    if (wake != nullptr) {
+        (*wake)();
+    } else {
+        Send();
+    }
 }
 
 void AlarmOutbox::Add(OutboundAlarm alarm) {
     // A link that has opened meanwhile has looked at an empty line, hence the second look.
     Queue(std::move(alarm));
-    Send();
+    HaveSent();
 }
 
-void AlarmOutbox::AddAll(std::vector<OutboundAlarm> alarms) {
-    for (OutboundAlarm& alarm : alarms) {
-        Queue(std::move(alarm));
-    }
-    Send();
-}
-
-void AlarmOutbox::AddBehindOmu(OutboundAlarm alarm) {
+void AlarmOutbox::AddBehindOmu(std::vector<OutboundAlarm> alarms) {
     {
         const std::lock_guard<std::mutex> lock(m_omuMutex);
-        if (!m_behindOmu.alarms.empty() || GvxConnectionMgr()->GetOmuLinkId().empty()) {
-            GVX_LOG_INFO("Set gvx alarm", "Push gvx alarm to msglist, alarm type is %s.", alarm.type.c_str());
-            PushLocked(m_behindOmu, std::move(alarm));
+        const bool waits = !m_behindOmu.alarms.empty() || GvxConnectionMgr()->GetOmuLinkId().empty();
+        for (OutboundAlarm& alarm : alarms) {
+            GVX_LOG_INFO("Set gvx alarm",
+                         waits ? "Push gvx alarm to msglist, alarm type is %s."
+                               : "Send gvx alarm to msglist, alarm type is [%s].",
+                         alarm.type.c_str());
+            if (waits) {
+                PushLocked(m_behindOmu, std::move(alarm));
+            } else {
+                Queue(std::move(alarm));
+            }
+        }
+        if (waits) {
             return;
         }
-        GVX_LOG_INFO("Set gvx alarm", "Send gvx alarm to msglist, alarm type is [%s].", alarm.type.c_str());
-        Queue(std::move(alarm));
     }
-    Send();
+    HaveSent();
 }
 
 void AlarmOutbox::OmuIsKnown() {
     {
         const std::lock_guard<std::mutex> lock(m_omuMutex);
-        for (OutboundAlarm& alarm : m_behindOmu.alarms) {
-            Queue(std::move(alarm));
+        while (!m_behindOmu.alarms.empty()) {
+            Queue(m_behindOmu.Pop());
         }
-        m_behindOmu.alarms.clear();
         const std::lock_guard<std::mutex> lineLock(m_mutex);
         m_line.lost += std::exchange(m_behindOmu.lost, 0);
     }
@@ -183,29 +225,60 @@ void AlarmOutbox::Send() {
 
 void AlarmOutbox::SendLine(std::unique_lock<std::mutex>& lock) {
     std::vector<OutboundAlarm> ended;
+    SettleLocked(ended);
     bool goesOn = true;
-    while (goesOn && !m_line.alarms.empty()) {
-        OutboundAlarm alarm = std::move(m_line.alarms.front());
-        m_line.alarms.pop_front();
+    for (std::size_t sent = 1; goesOn && !m_line.alarms.empty(); ++sent) {
+        OutboundAlarm alarm = m_line.Pop();
         lock.unlock();
         goesOn = LinksHaveRoom() && SendOne(alarm);
-        if (goesOn && alarm.handed && alarm.ending != 0) {
-            ended.push_back(std::move(alarm));
-        }
-        if (ended.size() >= kMostEndedAtOnce) {
-            m_ended(std::exchange(ended, {}));
-        }
         lock.lock();
         if (!goesOn) {
             alarm.waited = true;
+            m_line.hasRepeat = m_line.hasRepeat || alarm.repeats;
             m_line.alarms.push_front(std::move(alarm));
+        } else if (alarm.handed) {
+            m_inQueues.push_back(std::move(alarm));
+        }
+        // What was lost with a link goes ahead of what comes behind it.
+        if (!m_inQueues.empty() && (m_inQueues.back().ksp.IsLost() || m_inQueues.back().omu.IsLost() ||
+                                    m_inQueues.size() == 1 || sent % kMostEndedAtOnce == 0)) {
+            SettleLocked(ended);
+        }
+        if (ended.size() >= kMostEndedAtOnce) {
+            lock.unlock();
+            m_ended(std::exchange(ended, {}));
+            lock.lock();
         }
     }
+    SettleLocked(ended);
     if (!ended.empty()) {
         lock.unlock();
         m_ended(ended);
         lock.lock();
     }
+}
+
+// Takes out of the queues' list what has left, and what was lost with a link back into the line, ahead of the rest.
+void AlarmOutbox::SettleLocked(std::vector<OutboundAlarm>& ended) {
+    std::deque<OutboundAlarm> still;
+    std::vector<OutboundAlarm> again;
+    for (OutboundAlarm& alarm : m_inQueues) {
+        alarm.toKsp = alarm.ksp.IsLost();
+        alarm.toOmu = alarm.omu.IsLost();
+        if (alarm.toKsp || alarm.toOmu) {
+            alarm.ksp = alarm.toKsp ? QueuedFrame{} : alarm.ksp;
+            alarm.omu = alarm.toOmu ? QueuedFrame{} : alarm.omu;
+            alarm.waited = true;
+            again.push_back(std::move(alarm));
+        } else if (!alarm.ksp.IsOut() || !alarm.omu.IsOut()) {
+            still.push_back(std::move(alarm));
+        } else if (alarm.ending != 0) {
+            ended.push_back(std::move(alarm));
+        }
+    }
+    m_inQueues.swap(still);
+    m_line.alarms.insert(m_line.alarms.begin(), std::make_move_iterator(again.begin()),
+                         std::make_move_iterator(again.end()));
 }
 
 // False when a link has taken its part no more: what it has not taken is sent to it again. What fails with links that
@@ -222,13 +295,18 @@ bool AlarmOutbox::SendOne(OutboundAlarm& alarm) {
     if (!Fill(report, alarm)) {
         return true;
     }
-    const bool kspFails =
-        alarm.toKsp && !CGvxConnectionMgr::WasSent(GvxConnectionMgr()->sendGVXAlarmReportToKSP(report));
-    const bool omuFails = alarm.toOmu && GvxConnectionMgr()->SendGvxAlarmReqMsgToOMU(report, false, false) != 0;
-    alarm.handed = alarm.handed || (alarm.toKsp && !kspFails) || (alarm.toOmu && !omuFails);
-    alarm.toKsp = kspFails;
-    alarm.toOmu = omuFails;
-    return !(kspFails || omuFails) || LinksHaveRoom();
+    CGvxConnectionMgr& links = *GvxConnectionMgr();
+    if (alarm.toKsp &&
+        SendNoted(links.MainServiceLinkId(), alarm.ksp, [&] { return links.ReportGatewayAlarm(report).sent; })) {
+        alarm.toKsp = false;
+        alarm.handed = true;
+    }
+    if (alarm.toOmu && SendNoted(links.GetOmuLinkId(), alarm.omu,
+                                 [&] { return links.SendGvxAlarmReqMsgToOMU(report, false, false) == 0; })) {
+        alarm.toOmu = false;
+        alarm.handed = true;
+    }
+    return !(alarm.toKsp || alarm.toOmu) || LinksHaveRoom();
 }
 
 std::vector<HeldAlarm> AlarmOutbox::Waiting() const {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "bp/net_factory.h"
 #include "gvx_common/records/gvx_alarm_records.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -20,6 +22,15 @@ struct HeldAlarm {
     std::string description;
 };
 
+// The part of an alarm that is meant for one peer, once a link has queued it.
+struct QueuedFrame {
+    std::shared_ptr<const BP::LinkProgress> link;  // null: it waits in no queue
+    std::uint64_t number = 0;                      // among the link's frames, from 1
+
+    bool IsOut() const { return link == nullptr || link->written >= number; }
+    bool IsLost() const { return link != nullptr && link->closed && link->written < number; }
+};
+
 // An alarm of the gateway on its way out.
 struct OutboundAlarm : HeldAlarm {
     // What the alarm clears: identifier and text as they are remembered, and the number of this clear, 0 for an alarm
@@ -28,45 +39,52 @@ struct OutboundAlarm : HeldAlarm {
     std::string endedInfo{};
     std::uint64_t ending = 0;
     bool tellsStore = true;  // the store's success with the row is told as an alarm of its own
+    bool repeats = false;    // it says what was said before: while one such alarm waits, further ones are not kept
 
     // Of the outbox:
-    bool toKsp = true;  // not handed over yet
+    bool toKsp = true;  // not queued yet, or lost with its link
     bool toOmu = true;
+    QueuedFrame ksp{};
+    QueuedFrame omu{};
     bool handed = false;  // a link has taken it
     bool waited = false;
 };
 
 // The alarms of the gateway on their way to KSP and OMU, in one order: what comes later never overtakes, whatever the
 // links do. Alarms are handed over while both links have room in their queues and wait otherwise, in memory, at most
-// kMostHeld; beyond that the oldest is lost, which is counted and told.
+// kMostHeld; beyond that the oldest is lost, which is counted and told. An alarm has left when the sockets have taken
+// it: what a link still had in its queue when it closed is sent again.
 //
-// Any thread. Nothing is sent under a lock: the thread that finds nobody sending sends for all, and whoever adds an
-// alarm meanwhile leaves it to that one.
+// Any thread. Nothing is sent under a lock. A keeper's thread sends where there is one; otherwise whoever adds an alarm
+// sends for all, unless another thread is at it.
 class AlarmOutbox {
 public:
     static constexpr std::size_t kMostHeld = 131072;
 
-    // Told of clears that have been handed to a link, several at a time, on the sending thread outside every lock.
+    // Told of clears that have left, several at a time, on the sending thread outside every lock.
     using Ended = std::function<void(const std::vector<OutboundAlarm>& clears)>;
 
     explicit AlarmOutbox(Ended ended) : m_ended(std::move(ended)) {}
     AlarmOutbox(const AlarmOutbox&) = delete;
     AlarmOutbox& operator=(const AlarmOutbox&) = delete;
 
-    // Adds an alarm behind those that wait, and sends what can be sent. With the main-service link down it is held, as
-    // by Hold. A text that does not fit its field drops it with a log line.
+    // Who sends from now on: wake is called, on any thread and perhaps under its locks, when there is something to
+    // send, and Send is then called soon after by another thread, as it is now and then beside. An empty function takes
+    // the keeper away.
+    void SetKeeper(std::function<void()> wake);
+
+    // Adds an alarm behind those that wait, and has sent what can be sent. With the main-service link down it is held,
+    // as by Hold. A text that does not fit its field drops it with a log line.
     void Add(OutboundAlarm alarm);
-    // The same behind the first link to OMU, for which the alarm waits in a list of its own.
-    void AddBehindOmu(OutboundAlarm alarm);
-    // Several, with one look at the links.
-    void AddAll(std::vector<OutboundAlarm> alarms);
+    // The same behind the first link to OMU, for which the alarms wait in a list of their own.
+    void AddBehindOmu(std::vector<OutboundAlarm> alarms);
     // The first link to OMU has its identifier: its list joins the others.
     void OmuIsKnown();
 
     // Holds an alarm for the next sending. 0; 2 when type, inType or location is empty; 1 when a text is too long.
     int Hold(OutboundAlarm alarm);
 
-    // Sends what waits, oldest first, until nothing waits or a link has no room.
+    // Sends what waits, oldest first, until nothing waits or a link has no room, and looks what has left since.
     void Send();
 
     // What waits, oldest first, that for OMU behind the rest.
@@ -79,12 +97,17 @@ private:
     struct Line {
         std::deque<OutboundAlarm> alarms;
         std::uint64_t lost = 0;
+        bool hasRepeat = false;  // one that repeats waits
+
+        OutboundAlarm Pop();
     };
 
-    bool Queue(OutboundAlarm alarm);
+    void Queue(OutboundAlarm alarm);
     void PushLocked(Line& line, OutboundAlarm alarm);
+    void HaveSent();
     void SendLine(std::unique_lock<std::mutex>& lock);
     bool SendOne(OutboundAlarm& alarm);
+    void SettleLocked(std::vector<OutboundAlarm>& ended);
     static bool Fill(GVX_ALARM_REPORT& report, const HeldAlarm& alarm);
     static bool LinksHaveRoom();
 
@@ -95,6 +118,8 @@ private:
 
     mutable std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
     Line m_line;
+    std::deque<OutboundAlarm> m_inQueues;  // in the order in which links have queued them
+    std::shared_ptr<const std::function<void()>> m_wake;
     std::uint64_t m_nextEvent = 0;  // the next alarm's event number
     std::uint64_t m_lost = 0;
     bool m_sending = false;

@@ -9,6 +9,7 @@
 #include "gvx_common/link/gvx_connection_mgr.h"
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <new>
 
@@ -121,11 +122,19 @@ int CEmergencyProtection::LoadAlarmStatus(const std::string& path) {
         return result;
     }
     m_reopenAtMs = 0;
+    DeleteLeftRows();
     if (result == ZVS_SUCCEED) {
         SendResumes("ALARM_GVX_FLOW_CONTROL_ERROR_OFF", "", flows);
         GVX_LOG_INFO("DelAlarmStatusItemAndSendResume", "Clear alarm Status map ok.");
     }
     return result;
+}
+
+void CEmergencyProtection::CloseStore() {
+    const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+    m_storePath.clear();
+    m_reopenAtMs = 0;
+    ZVS_AlarmClose();
 }
 
 bool CEmergencyProtection::KeepStore() {
@@ -164,7 +173,7 @@ int CEmergencyProtection::RestoreItems(int count, std::vector<Pair>& flows) {
         if (open != m_openAlarms.end()) {
             open->second.rows = std::max<std::size_t>(open->second.rows, 1);
         } else if (m_endings.count(pair) != 0) {
-            continue;  // cleared by this process, and the clear still waits
+            continue;  // cleared by this process
         } else if (pair.first == ALARM_GVX_FLOW_CONTROL) {
             flows.push_back(std::move(pair));
         } else {
@@ -193,6 +202,25 @@ bool CEmergencyProtection::StoreRemembered() {
     return true;
 }
 
+// Rows whose clear had left while the store failed.
+void CEmergencyProtection::DeleteLeftRows() {
+    const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
+    std::vector<Alarm_Item> items;
+    for (const auto& [pair, ending] : m_endings) {
+        Alarm_Item item{};
+        if (ending.clear == kLeft && gvx::PutText(item.AlarmType, pair.first) &&
+            gvx::PutText(item.AlarmInfo, pair.second)) {
+            items.push_back(item);
+        }
+    }
+    if (items.empty() || gvx::DeleteAlarmItems(items) != 0) {
+        return;
+    }
+    for (auto ending = m_endings.begin(); ending != m_endings.end();) {
+        ending = ending->second.clear == kLeft ? m_endings.erase(ending) : std::next(ending);
+    }
+}
+
 int CEmergencyProtection::AddAlarmStatusItem(const std::string& id, const std::string& info) {
     Alarm_Item alarmItem{};
     if (!PutType("AddAlarmStatusItem", alarmItem, id) || !PutInfo("AddAlarmStatusItem", alarmItem, info)) {
@@ -208,9 +236,10 @@ int CEmergencyProtection::AddAlarmStatusItem(const std::string& id, const std::s
             open.since = ++m_lastNumber;
             open.sinceMs = gvx::MonotonicMilliseconds();
         }
-        // A row whose clear still waits serves the new alarm; it is not deleted with that clear any more.
-        if (m_endings.erase(entry->first) != 0) {
-            open.rows = 1;
+        // Rows whose clear still waits serve the new alarm; they are not deleted with that clear any more.
+        if (const auto ending = m_endings.find(entry->first); ending != m_endings.end()) {
+            open.rows = ending->second.rows;
+            m_endings.erase(ending);
         }
         // Ahead of the first opening memory has it until then.
         touchesStore = !m_storePath.empty() && open.rows < kMostEqualRows && !(isNew && open.rows != 0);
@@ -307,47 +336,57 @@ void CEmergencyProtection::SendResumes(const std::string& resumeType, const std:
             resumes.push_back(std::move(resume));
         }
     }
-    m_outbox.AddAll(std::move(resumes));
+    m_outbox.AddBehindOmu(std::move(resumes));
 }
 
 void CEmergencyProtection::EndByLocked(gvx::OutboundAlarm& alarm, const Pair& pair) {
-    m_openAlarms.erase(pair);
+    const auto open = m_openAlarms.find(pair);
+    const std::size_t rows = open != m_openAlarms.end() ? open->second.rows : 1;
     alarm.endedId = pair.first;
     alarm.endedInfo = pair.second;
-    alarm.ending = m_endings[pair] = ++m_lastNumber;
+    alarm.ending = ++m_lastNumber;
+    m_endings[pair] = {alarm.ending, rows};
+    if (open != m_openAlarms.end()) {
+        m_openAlarms.erase(open);
+    }
 }
 
-// The rows of clears that links have taken. One that an equal alarm needs again by now stays, as does one that cannot
-// be deleted, whose pair is then remembered again.
+// The rows of clears that have left. Rows that an equal alarm needs again by now stay. Where they cannot be deleted the
+// pair is remembered again, so that the next end of its fault clears it again; one that has no such end, and one of a
+// store that has failed as a whole, is deleted when the store opens again.
 void CEmergencyProtection::ForgetEnded(const std::vector<gvx::OutboundAlarm>& clears) {
     bool tells = false;
     int result = 0;
     {
         const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
         std::vector<Alarm_Item> items;
-        std::vector<Pair> told;
+        std::vector<Pair> left;
         for (const gvx::OutboundAlarm& clear : clears) {
             Pair pair(clear.endedId, clear.endedInfo);
             const auto ending = m_endings.find(pair);
             Alarm_Item item{};
-            if (ending == m_endings.end() || ending->second != clear.ending ||
+            if (ending == m_endings.end() || ending->second.clear != clear.ending ||
                 !PutType("Alarm cleared", item, pair.first) || !PutInfo("Alarm cleared", item, pair.second)) {
                 continue;
             }
-            m_endings.erase(ending);
+            ending->second.clear = kLeft;
             items.push_back(item);
-            if (clear.tellsStore) {
-                told.push_back(std::move(pair));
-            }
+            left.push_back(std::move(pair));
+            tells = tells || clear.tellsStore;
         }
         if (items.empty() || m_storePath.empty()) {
             return;
         }
         result = gvx::DeleteAlarmItems(items);
-        tells = !told.empty();
-        if (result != 0 && gvx::AlarmStoreIsOpen()) {
-            for (Pair& pair : told) {
-                m_openAlarms.emplace(std::move(pair), OpenAlarm{++m_lastNumber, 1});
+        const bool isOpen = gvx::AlarmStoreIsOpen();
+        for (Pair& pair : left) {
+            const auto ending = m_endings.find(pair);
+            const std::size_t rows = ending->second.rows;
+            if (result == 0) {
+                m_endings.erase(ending);
+            } else if (isOpen && pair.first != ALARM_GVX_FLOW_CONTROL) {
+                m_endings.erase(ending);
+                m_openAlarms.emplace(std::move(pair), OpenAlarm{++m_lastNumber, rows});
             }
         }
     }
@@ -359,9 +398,10 @@ void CEmergencyProtection::ForgetEnded(const std::vector<gvx::OutboundAlarm>& cl
 
 int CEmergencyProtection::TellStoreHealth(int result) {
     if (result == 0) {
-        SetGvxAlarmRepMsg("ALARM_GVX_ALARM_RECORD_FAIL_OFF", GVX_ALARM_DEV_TYPE, HostLocation(), "");
+        gvx::OutboundAlarm works{{"ALARM_GVX_ALARM_RECORD_FAIL_OFF", GVX_ALARM_DEV_TYPE, HostLocation(), ""}};
+        works.repeats = m_bAlarmReport.exchange(true);
+        RaiseBehindOmu(std::move(works));
         GVX_DEBUG("send alarm record fail off msg.");
-        m_bAlarmReport = true;
     } else if (m_bAlarmReport.exchange(false)) {
         SetGvxAlarmRepMsg("ALARM_GVX_ALARM_RECORD_FAIL_ON", GVX_ALARM_DEV_TYPE, HostLocation(), "");
         GVX_LOG_INFO("Alarm store health", "send alarm record fail on msg.");

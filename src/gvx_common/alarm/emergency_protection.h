@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -31,12 +32,14 @@ constexpr const char* ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL = "308521809";
 using BP_Thread_Mutex = std::mutex;
 
 // The open alarms of the gateway itself: a table in memory and a store on disk, so that a process that dies with an
-// alarm open can clear it when it comes back. A row of the store stays until the alarm that clears it has been handed
-// to a link. The gateway's alarms leave by an outbox, which keeps their order and holds them while a link is missing.
+// alarm open can clear it when it comes back. A row of the store stays until the alarm that clears it has left by a
+// link's socket. The gateway's alarms leave by an outbox, which keeps their order and holds them while a link is
+// missing.
 //
 // Every operation may be called from any thread. Operations that touch the store wait for the disk, and all of them
-// write log lines: none may be called with a lock held that a log line, a send or a link event takes. m_Mutex is held
-// around the store, never while an alarm is sent.
+// write log lines: none may be called with a lock held that a log line or a link event takes. While there is a keeper,
+// its thread sends; otherwise the caller does, and may hold no lock that a send takes. m_Mutex is held around the
+// store, never while an alarm is sent.
 class CEmergencyProtection {
 public:
     // The singleton; never null, alive until the process ends.
@@ -48,14 +51,21 @@ public:
     CEmergencyProtection& operator=(const CEmergencyProtection&) = delete;
 
     // Opens the store (made when it is missing) and takes its alarms into the table, equal ones once and kMostRestored
-    // at most; those of flow control, which cannot outlive a process, are cleared at once, the others by the event that
-    // shows their fault gone. What this process has remembered before goes into the store. At start, and by KeepStore.
-    // 0; 1 when nothing was there to restore, which is no fault, or when the store fails; ZVS_ALLOC_MEMORY_ERROR.
+    // at most; those of flow control, which cannot outlive a process, are cleared as soon as OMU and the main service
+    // have links, the others by the event that shows their fault gone. What this process has remembered before goes
+    // into the store. At start, and by KeepStore. 0; 1 when nothing was there to restore, which is no fault, or when
+    // the store fails; ZVS_ALLOC_MEMORY_ERROR.
     int LoadAlarmStatus(const std::string& path);
     static constexpr int kMostRestored = static_cast<int>(gvx::AlarmOutbox::kMostHeld);
 
     // Opens a store that could not be opened, once a minute. True when that has just succeeded.
     bool KeepStore();
+
+    // Closes the store. What is raised from now on is in memory alone.
+    void CloseStore();
+
+    // Who sends the alarms from now on: gvx::AlarmOutbox::SetKeeper, its Send being SendAlarmCacheToGvx.
+    void SetKeeper(std::function<void()> wake) { m_outbox.SetKeeper(std::move(wake)); }
 
     // Remembers an open alarm by identifier (at most 9 characters) and information text (at most 255). 0, also when
     // the store fails and memory alone has it; 1 when a text is too long. An equal pair is not refused: ask
@@ -71,8 +81,8 @@ public:
     int IsAlarmStatusItemExist(const std::string& id, const std::string& info) const;
 
     // Sends the clearing alarm for each entry of the identifier, with info as its texts or, where that is empty, the
-    // entry's own, and forgets them all; each row goes when its alarm has been handed to a link. 0, or 1 when a text is
-    // too long.
+    // entry's own, and forgets them all; each row goes when its alarm has left. The alarms wait for the first link to
+    // OMU. 0, or 1 when a text is too long.
     int DelAlarmStatusItemAndSendResume(const std::string& id, const std::string& resumeType, const std::string& info);
 
     // A configuration value was illegal or a configuration file could not be read: raises the alarm and remembers it
@@ -85,7 +95,8 @@ public:
     // write log lines themselves: never call it from inside the writing of one.
     void OnLogWarn(unsigned int errorCode, const char* filePath, const char* fileName);
 
-    // A thread of the command layer entered or left flow control. The record is the caller's; null is logged.
+    // A thread of the command layer entered or left flow control. The record is the caller's; null is logged. Each of
+    // these four is one step beside the others, the alarm and its remembering together.
     void OnFluxControlWarn(BP::fluxControlWarnInfo* pInfo);
     void OnFluxControlResume(BP::fluxControlWarnInfo* pInfo);
 
@@ -153,9 +164,15 @@ private:
         std::size_t rows = 0;     // in the store, as far as this process knows; 0 where it has none
         std::int64_t sinceMs = kBeforeStart;
     };
+    struct Ending {
+        std::uint64_t clear = 0;  // its number; kLeft when it has left and the rows could not be deleted
+        std::size_t rows = 0;     // as above
+    };
+    static constexpr std::uint64_t kLeft = 0;
 
     void RaiseLogAlarm(const char* type, const char* id, unsigned int errorCode, const std::string& text);
     void ClearLogAlarm(const char* type, const char* id, unsigned int errorCode, const std::string& text);
+    void WarnFlow(const std::string& text);
     void ResumeFlow(const std::string& text);
     void RaiseBehindOmu(gvx::OutboundAlarm alarm);
     // Forgets the pair and marks the alarm as the one that clears it. The caller sends the alarm; nothing is marked
@@ -165,18 +182,20 @@ private:
     void SendResumes(const std::string& resumeType, const std::string& info, const std::vector<Pair>& pairs);
     int RestoreItems(int count, std::vector<Pair>& flows);
     bool StoreRemembered();
+    void DeleteLeftRows();
     // Gives the result of a store operation back, and sends the alarm about the store's health. Without m_Mutex.
     int TellStoreHealth(int result);
 
-    // Guards the four below, and is held around the store, so that table and store agree. Taken inside m_logWarnMutex.
+    // Guards the four below, and is held around the store, so that table and store agree. Taken inside m_faultMutex.
     mutable BP_Thread_Mutex m_Mutex;
     std::map<Pair, OpenAlarm> m_openAlarms;
-    std::map<Pair, std::uint64_t> m_endings;  // rows whose clear has not been handed over, with the number of the clear
-    std::uint64_t m_lastNumber = 0;           // of open alarms and of clears
-    std::string m_storePath;                  // of the last opening; empty before the first
+    std::map<Pair, Ending> m_endings;  // what is open no more and may have rows yet; no pair stands in both
+    std::uint64_t m_lastNumber = 0;    // of open alarms and of clears
+    std::string m_storePath;           // of the last opening; empty before the first and behind the end
 
     std::atomic<bool> m_bAlarmReport{true};     // the store worked last time
     std::atomic<std::int64_t> m_reopenAtMs{0};  // monotonic; 0 when the store need not be opened again
     gvx::AlarmOutbox m_outbox;
-    BP_Thread_Mutex m_logWarnMutex;  // Makes the look and the raise or clear of OnLogWarn one step; outermost.
+    // Makes each step of the log's faults and of flow control one, from the look to the raise or clear; outermost.
+    BP_Thread_Mutex m_faultMutex;
 };

@@ -5,7 +5,7 @@
 #include "base/log_fault.h"
 #include "base/zvs_error.h"
 #include "bp/service.h"
-#include "gvx_common/config/config_alarm.h"
+#include "gvx_common/config/config_findings.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 
 #include <cstddef>
@@ -112,7 +112,7 @@ void CEmergencyProtection::OnLogWarn(unsigned int errorCode, const char* filePat
         GVX_LOG_ERR("OnLogWarn", "snprintf_s buf failed");
         return;
     }
-    const std::lock_guard<BP_Thread_Mutex> guard(m_logWarnMutex);
+    const std::lock_guard<BP_Thread_Mutex> guard(m_faultMutex);
     if (errorCode == fault->raiseCode) {
         RaiseLogAlarm(fault->raiseType, fault->id, errorCode, buf);
     } else {
@@ -152,11 +152,18 @@ void CEmergencyProtection::ClearLogAlarm(const char* type, const char* id, unsig
 
 void CEmergencyProtection::RaiseBehindOmu(gvx::OutboundAlarm alarm) {
     if (GvxConnectionMgr()->AdmitAlarm(alarm.type, alarm.inType, alarm.location, alarm.description)) {
-        m_outbox.AddBehindOmu(std::move(alarm));
+        m_outbox.AddBehindOmu({std::move(alarm)});
     }
 }
 
+void CEmergencyProtection::WarnFlow(const std::string& text) {
+    const std::lock_guard<BP_Thread_Mutex> step(m_faultMutex);
+    SetGvxBPAlarmRepMsg("ALARM_GVX_FLOW_CONTROL_ERROR_ON", GVX_ALARM_DEV_TYPE, text, text, false);
+    AddAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, text);
+}
+
 void CEmergencyProtection::ResumeFlow(const std::string& text) {
+    const std::lock_guard<BP_Thread_Mutex> step(m_faultMutex);
     gvx::OutboundAlarm resume{{"ALARM_GVX_FLOW_CONTROL_ERROR_OFF", GVX_ALARM_DEV_TYPE, text, text}};
     {
         const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
@@ -172,8 +179,7 @@ void CEmergencyProtection::OnFluxControlWarn(BP::fluxControlWarnInfo* pInfo) {
     GVX_CHECK_NULL_RETURN_VOID(pInfo);
     const std::string text = ThreadText(*pInfo);
     GVX_LOG_INFO("OnFluxControlWarn", "On Flux Control Warn %s", text.c_str());
-    SetGvxBPAlarmRepMsg("ALARM_GVX_FLOW_CONTROL_ERROR_ON", GVX_ALARM_DEV_TYPE, text, text, false);
-    AddAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, text);
+    WarnFlow(text);
 }
 
 void CEmergencyProtection::OnFluxControlResume(BP::fluxControlWarnInfo* pInfo) {
@@ -187,8 +193,7 @@ void CEmergencyProtection::OnFluxControlWarn(const std::string& protocol, const 
                                              const std::string& code) {
     const std::string text = "Protocal=" + protocol + ",Msg Queue=" + queue + ",FlowControlCode=[" + code + "]";
     GVX_LOG_INFO("OnFluxControlWarn", "On Flux Control Warn %s", text.c_str());
-    SetGvxBPAlarmRepMsg("ALARM_GVX_FLOW_CONTROL_ERROR_ON", GVX_ALARM_DEV_TYPE, text, text, false);
-    AddAlarmStatusItem(ALARM_GVX_FLOW_CONTROL, text);
+    WarnFlow(text);
 }
 
 void CEmergencyProtection::OnFluxControlResume(const std::string& protocol, const std::string& queue,

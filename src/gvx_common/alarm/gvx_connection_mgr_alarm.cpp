@@ -4,7 +4,7 @@
 #include "base/log.h"
 #include "bp/message_block_ptr.h"
 #include "gvx_common/alarm/emergency_protection.h"
-#include "gvx_common/alarm/gvx_alarm_texts.h"
+#include "gvx_common/alarm/gvx_alarm_dictionary.h"
 #include "gvx_common/config/cloud_config_mgr.h"
 #include "gvx_common/link/gvx_connection_send.h"
 #include "gvx_common/utility/gvx_utility.h"
@@ -100,10 +100,6 @@ bool CGvxConnectionMgr::AlarmsMayLeave() {
     return false;
 }
 
-bool CGvxConnectionMgr::WasSent(int result) {
-    return result != ZVS_FAIL && result != static_cast<int>(kNoServicePointer) && result != ZVS_ALLOC_MEMORY_ERROR;
-}
-
 bool CGvxConnectionMgr::AdmitAlarm(const std::string& type, const std::string& inType, const std::string& location,
                                    std::string& description) {
     ZVS_REPORT_LIST stGvxAlarmReport{};
@@ -151,13 +147,13 @@ int CGvxConnectionMgr::SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report
     return result == 0 ? ZVS_SUCCEED : ZVS_FAIL;
 }
 
-int CGvxConnectionMgr::SendDevAlarmReqMsgToSCU(ZVS_ALARM_REPORT& report) {
+SendOutcome CGvxConnectionMgr::SendDeviceAlarm(ZVS_ALARM_REPORT& report) {
     if (!AlarmsMayLeave()) {
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     if (m_pGvxService == nullptr) {
         GVX_LOG_ERR_CODE("Send device alarm", ZVS_PARA_INVALID, "Gvx service pointer is null.");
-        return kNoServicePointer;
+        return {false, static_cast<int>(kNoServicePointer)};
     }
     report.bAction = htonl(report.bAction);
     report.uiOccurNumber = htonl(report.uiOccurNumber);
@@ -171,12 +167,12 @@ int CGvxConnectionMgr::SendDevAlarmReqMsgToSCU(ZVS_ALARM_REPORT& report) {
     const unsigned int seq = CGvxUtility::CreatSeqID();
     BP::MessageBlockPtr owned = MakeAlarmFrame(frame, seq, BP::CMKTransID::GenerateTransID());
     if (owned == nullptr) {
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     std::string target = "SCU#" + gvx::TextOf(report.cNvrCode);
     unsigned int elementType = kElementSCU;
     GetLinkInfoByType(BP::SUBSYS_SCU, elementType, target);  // the send tells whether there is a link
     const int result = gvx::SendOwned(*this, std::move(owned), kElementSCU, target, BP::CMKTransID::GenerateTransID(),
                                       NSS_ALARM_REPORT_REQ, m_pGvxService->GetServiceID());
-    return result == 0 ? static_cast<int>(seq) : ZVS_FAIL;
+    return {result == 0, result == 0 ? static_cast<int>(seq) : ZVS_FAIL};
 }

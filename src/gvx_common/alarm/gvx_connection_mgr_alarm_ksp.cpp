@@ -5,7 +5,6 @@
 #include "bp/service.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/alarm/gvx_alarm_dictionary.h"
-#include "gvx_common/alarm/gvx_alarm_texts.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/records/gvx_adapter_records.h"
 
@@ -123,47 +122,46 @@ bool FrontDeviceOf(const std::string& strDevCode, std::string& device) {
 
 }  // namespace
 
-int CGvxConnectionMgr::SendAlarmReportToKSP(const GVX_DEVICE_ALARM_REPORT_INFO& info) {
-    return static_cast<int>(SendReqMsgWithStruct(BP::SUBSYS_SCU, kElementSCU, NSS_GVX_PLUGIN_ALARM_REPORT_REQ,
-                                                 reinterpret_cast<const char*>(&info), sizeof(info),
-                                                 "KSP#" + gvx::TextOf(info.cNetElemId)));
+SendOutcome CGvxConnectionMgr::SendAlarmReportToKSP(const GVX_DEVICE_ALARM_REPORT_INFO& info) {
+    return SendStruct(BP::SUBSYS_SCU, kElementSCU, NSS_GVX_PLUGIN_ALARM_REPORT_REQ,
+                      reinterpret_cast<const char*>(&info), sizeof(info), "KSP#" + gvx::TextOf(info.cNetElemId));
 }
 
-int CGvxConnectionMgr::sendGVXAlarmReportToKSP(const _ZVS_GVX_DEV_ALARM_REPORT& report) {
+SendOutcome CGvxConnectionMgr::ReportGatewayAlarm(const _ZVS_GVX_DEV_ALARM_REPORT& report) {
     if (!AlarmsMayLeave()) {
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     const std::string type = gvx::TextOf(report.cAlarmType);
     const std::string* const id = FindAlarmID(type);
     if (id == nullptr) {
         GVX_LOG_INFO("Alarm manager, send gvx device end, no matching alarmID", "AlarmType is[%s]", type.c_str());
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     GVX_DEVICE_ALARM_REPORT_INFO stDeviceAlarmReportInfo{};
     stDeviceAlarmReportInfo.ulAlarmID = getKSPAlarmID(*id);
     if (!FillNodeCode(stDeviceAlarmReportInfo)) {
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     FillFromReport(stDeviceAlarmReportInfo, report);
     std::string location;
     if (!LocationOfGvxAlarm(*id, report, location)) {
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     Put(stDeviceAlarmReportInfo.cLocationInfo, location, "stDeviceAlarmReportInfo.cLocationInfo");
     Put(stDeviceAlarmReportInfo.cAlarmDesc, gvx::TextOf(report.cAlarmDesc), "stDeviceAlarmReportInfo.cAlarmDesc");
     return SendAlarmReportToKSP(stDeviceAlarmReportInfo);
 }
 
-int CGvxConnectionMgr::sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& report, const _PU_DEV_FORM_TYPE& form) {
+SendOutcome CGvxConnectionMgr::ReportDeviceAlarm(const ZVS_ALARM_REPORT& report, _PU_DEV_FORM_TYPE form) {
     if (!AlarmsMayLeave()) {
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     const std::string type = gvx::TextOf(report.cAlarmType);
     const std::string* const id = FindAlarmID(type);
     if (id == nullptr) {
         GVX_LOG_INFO("Alarm manager", "Alarm manager, send gvx device end, no matching alarmID, AlarmType is[%s]",
                      type.c_str());
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     GVX_DEVICE_ALARM_REPORT_INFO stDeviceAlarmReportInfo{};
     stDeviceAlarmReportInfo.ulAlarmID = getKSPAlarmID(*id);
@@ -171,7 +169,7 @@ int CGvxConnectionMgr::sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& rep
     std::string device;
     std::string location;
     if (!FillNodeCode(stDeviceAlarmReportInfo) || !FrontDeviceOf(code, device)) {
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     // Channels of plug-ins have codes of their own making, of which the front device's is none.
     std::string located = device;
@@ -181,7 +179,7 @@ int CGvxConnectionMgr::sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& rep
     }
     if (setLocationInfo(*id, located, code, location) != ZVS_SUCCEED) {
         GVX_LOG_ERR(kFailedTitle, "The location is not known, AlarmType is[%s]", type.c_str());
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     Put(stDeviceAlarmReportInfo.cFrontDeviceCode, device, "stDeviceAlarmReportInfo.cFrontDeviceCode");
     Put(stDeviceAlarmReportInfo.cDomainCode, gvx::TextOf(report.cDevDomainCode), "stDeviceAlarmReportInfo.cDomainCode");

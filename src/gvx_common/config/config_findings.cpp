@@ -3,6 +3,7 @@
 #include "base/log.h"
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <utility>
 
@@ -63,6 +64,42 @@ std::string FindingsKeeper::WhyNoStart() const {
         return finding.weight == ConfigFinding::Weight::StopsStart;
     });
     return found != all.end() ? found->Line() : std::string();
+}
+
+namespace {
+
+class LogOnly : public ConfigAlarmSink {
+public:
+    void OnFileFault(const std::string& location, const std::string& description) override {
+        Tell(location, description);
+    }
+    bool OnSideFileFault(const std::string& location, const std::string& description) override {
+        Tell(location, description);
+        return true;
+    }
+    void OnIllegalSetting(const std::string& location, const std::string& description) override {
+        Tell(location, description);
+    }
+
+private:
+    static void Tell(const std::string& location, const std::string& description) {
+        GVX_LOG_ERR("Configuration alarm", "Configuration cannot be used: %s, description[%s]", location.c_str(),
+                    description.c_str());
+    }
+};
+
+std::atomic<ConfigAlarmSink*> g_sink{nullptr};
+
+}  // namespace
+
+void SetConfigAlarmSink(ConfigAlarmSink* sink) {
+    g_sink = sink;
+}
+
+ConfigAlarmSink& ConfigAlarms() {
+    static LogOnly logOnly;
+    ConfigAlarmSink* const sink = g_sink;
+    return sink == nullptr ? logOnly : *sink;
 }
 
 }  // namespace gvx

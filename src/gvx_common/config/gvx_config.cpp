@@ -297,8 +297,9 @@ int GVX_Config::set(const char* section, const std::vector<std::pair<std::string
         former.push_back(values[i].second);
         former.back().swap(items[i]->Value);
     }
-    if (save() == ZVS_SUCCEED) {
-        return ZVS_SUCCEED;
+    const int result = save();
+    if (result == ZVS_SUCCEED || result == kNotOnDisk) {
+        return result;
     }
     for (std::size_t i = items.size(); i-- > 0;) {
         const auto& [key, value] = values[i];
@@ -348,7 +349,7 @@ int GVX_Config::save() {
             "GVX_Config::save", ZVS_WRITE_FILE_ERROR,
             "failed to bring the name of [%s] to the disk, err[%d]; a power loss may bring the old file back",
             m_strIniFilename.c_str(), errno);
-        return ZVS_FAIL;
+        return kNotOnDisk;
     }
     return ZVS_SUCCEED;
 }

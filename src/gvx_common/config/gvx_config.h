@@ -34,6 +34,8 @@ using SECTION_LIST = std::list<SECTION_ITEM>;
 //
 // No lock: one object belongs to one thread, and callers serialise edits of one file. Results are 0 for success and 1
 // for failure unless stated.
+// A failure changes nothing, with one exception: kNotOnDisk says that the new file stands in its place and counts from
+// now on, but that a power loss may bring the old one back.
 class GVX_Config {
 public:
     // Working limits in bytes, each with room for the terminator.
@@ -43,6 +45,8 @@ public:
     static constexpr std::size_t kValueBytes = 8064;  // the line end counts
     static constexpr std::size_t kPathBytes = 4097;
 
+    static constexpr int kNotOnDisk = 109100016;  // ZVS_WRITE_FILE_ERROR
+
     // Reads the file; one that cannot be read to its end gives a store without sections, which is never written.
     explicit GVX_Config(const char* filename);
     ~GVX_Config();
@@ -51,6 +55,9 @@ public:
 
     // Reads the file and appends what it holds.
     int init();
+
+    // Whether the file was read to its end.
+    bool IsWhole() const { return m_isWhole; }
 
     // Splits a line at its first '='. key must hold kKeyBytes and value kValueBytes, both zeroed. Gives the index of
     // the '=', 0 when there is none, -1 for a null argument or a part that is too long.
@@ -63,7 +70,7 @@ public:
     int get(const char* section, const char* key, char* out, unsigned int outLen);
 
     // Replaces the value of a key that exists and saves at once; on failure the old value is back. A value with a line
-    // end is refused. 2 for a null argument.
+    // end is refused. kNotOnDisk; 2 for a null argument.
     int set(const char* section, const char* key, const char* value);
 
     // The same for several keys of a section, by key and value, in one save: all of them or none.
@@ -74,8 +81,8 @@ public:
 
     // Writes the image to "<name>.bak", brings it to the disk and renames it over the file, so that a reader finds
     // either the old file or the new one whole, also after a power loss. A store that could not be read whole is not
-    // written. A failure may leave the side file behind; when the folder alone could not be brought to the disk, the
-    // new file is in its place all the same.
+    // written. A failure may leave the side file behind; kNotOnDisk when the folder alone could not be brought to the
+    // disk.
     int save();
 
 private:

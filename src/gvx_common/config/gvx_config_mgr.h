@@ -115,7 +115,8 @@ public:
     // for null, the decoder's code for a bad frame, else the result of SetGvxConfigEdit. The block stays the caller's.
     int SetEditConfigFromFrame(ACE_Message_Block* pMb);
     // Checks one edit, switches the running component, then writes file and settings. A refused edit changes
-    // nothing; a failed write after the switch is not undone.
+    // nothing; a failed write after the switch is not undone. GVX_Config::kNotOnDisk, here and below: the value is in
+    // force and in the file, but a power loss may bring the old one back.
     int SetGvxConfigEdit(CONFIG_INFO& info);
     // Whether the edit may be made; keys that are not known are refused.
     bool CheckSetValue(const CONFIG_INFO& info) const;
@@ -151,9 +152,9 @@ public:
     // ---- the unified document (gvx_config_mgr_unified.cpp) ----
 
     // Builds the document of all settings that may be read, or of one section. It may hold the clear password of the
-    // log upload.
+    // log upload. ZVS_OPEN_FILE_ERROR when zvs_gvx.conf cannot be read.
     int GetGvxConfig(CBB::CXml& xml, const char* configType);
-    void AppendCommonCfgUnifiedConfigs(const std::string& type, COMUUnifiedConfigList& out);
+    int AppendCommonCfgUnifiedConfigs(const std::string& type, COMUUnifiedConfigList& out);
     int AppendLogCfgUnifiedConfigs(COMUUnifiedConfigList& out);
     // A setting that XML can not carry is left out, with a log line that names it; the others are written.
     int BuildUnifiedConfigXml(const COMUUnifiedConfigList& configs, CBB::CXml& xml);

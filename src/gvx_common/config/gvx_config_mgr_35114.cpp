@@ -138,12 +138,13 @@ int CGvxConfigMgr::Set35114ChangeFromFrame(ACE_Message_Block* pMb) {
         GVX_LOG_ERR(kTitle, "CGvxConfigMgr get config directory failed");
         return ZVS_FAIL;
     }
-    if (GVX_Config((directory + "/zvs_gvx.conf").c_str()).set(kSection, frame.settings) != ZVS_SUCCEED) {
+    const int written = GVX_Config((directory + "/zvs_gvx.conf").c_str()).set(kSection, frame.settings);
+    if (written != ZVS_SUCCEED && written != GVX_Config::kNotOnDisk) {
         GVX_LOG_ERR(kTitle, "The settings can not be written; nothing is changed.");
         return ZVS_FAIL;
     }
     PublishValues(frame.settings);
-    return ZVS_SUCCEED;
+    return written;
 }
 
 void CGvxConfigMgr::Get35114ConfigInfo(GVX_35114_CONFIG_INFO& info) const {

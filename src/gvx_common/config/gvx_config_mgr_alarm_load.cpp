@@ -4,7 +4,6 @@
 #include "base/cbb_xml.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "gvx_common/config/config_alarm.h"
 #include "gvx_common/config/config_findings.h"
 #include "gvx_common/utility/gvx_utility.h"
 

@@ -263,7 +263,8 @@ int CGvxConfigMgr::SetFileValue(const std::string& file, const std::string& sect
                     key.c_str());
         return ZVS_FAIL;
     }
-    if (m_mayWrite && GVX_Config(file.c_str()).set(section.c_str(), key.c_str(), value.c_str()) != ZVS_SUCCEED) {
+    const int written = m_mayWrite ? GVX_Config(file.c_str()).set(section.c_str(), key.c_str(), value.c_str()) : 0;
+    if (written != ZVS_SUCCEED && written != GVX_Config::kNotOnDisk) {
         GVX_LOG_ERR("SetGVXConfigValue", "Failed to set gvx config, section=%s, key=%s, value=%s", section.c_str(),
                     key.c_str(), shown);
         return ZVS_FAIL;
@@ -272,7 +273,7 @@ int CGvxConfigMgr::SetFileValue(const std::string& file, const std::string& sect
     if (key == "TV_INIT_FORBID_RSA_SWITCH") {
         BP::CPluginMgr::SendRebootPluginMsg();
     }
-    return ZVS_SUCCEED;
+    return written;
 }
 
 int CGvxConfigMgr::SetDebugLogSwitch(const std::string& directory, const std::string& value) {

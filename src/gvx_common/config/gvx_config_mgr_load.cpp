@@ -4,7 +4,6 @@
 #include "base/paths.h"
 #include "base/whole_file.h"
 #include "bp/service.h"
-#include "gvx_common/config/config_alarm.h"
 #include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/config_rules.h"
 #include "gvx_common/config/setting_table.h"
@@ -23,8 +22,6 @@ namespace {
 
 using Weight = gvx::ConfigFinding::Weight;
 
-constexpr std::size_t kMaxConfigBytes = 4u * 1024u * 1024u;  // far above any real file; bounds a wrong path
-
 std::vector<std::pair<std::string, std::string>> ReadSettings(std::istream& file) {
     std::vector<std::pair<std::string, std::string>> settings;
     std::string line;
@@ -41,7 +38,7 @@ std::vector<std::pair<std::string, std::string>> ReadSettings(std::istream& file
 // Reads a file without which there is no start; a failure is told.
 bool ReadNeeded(const std::string& path, gvx::ConfigFinding::Weight weight, std::string& content) {
     errno = 0;
-    if (gvx::ReadWholeFile(path, kMaxConfigBytes, content)) {
+    if (gvx::ReadWholeFile(path, gvx::kMaxConfigBytes, content)) {
         return true;
     }
     const char* const why = errno != 0 ? std::strerror(errno) : "it is no regular file, or too long";

@@ -4,7 +4,6 @@
 #include "base/log.h"
 #include "base/net_interface.h"
 #include "base/paths.h"
-#include "gvx_common/config/config_alarm.h"
 #include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/utility/gvx_utility.h"
@@ -207,7 +206,7 @@ int CGvxConfigMgr::SetGVXLocalIP(const std::string& ip) {
         return ZVS_IP_INVALID;
     }
     const int result = SetGVXConfigValue("MESSAGE", "GVX_MESSAGE_IP", ip);
-    if (result == ZVS_SUCCEED) {
+    if (result == ZVS_SUCCEED || result == GVX_Config::kNotOnDisk) {
         m_strLocalIP.Set(ip);
     }
     return result;
@@ -415,8 +414,8 @@ int CGvxConfigMgr::SetNatList(const std::string& file, const std::string& sectio
                     value.c_str());
         return ZVS_FAIL;
     }
-    GVX_Config store(file.c_str());
-    if (store.set(section.c_str(), key.c_str(), value.c_str()) != ZVS_SUCCEED) {
+    const int written = GVX_Config(file.c_str()).set(section.c_str(), key.c_str(), value.c_str());
+    if (written != ZVS_SUCCEED && written != GVX_Config::kNotOnDisk) {
         RestoreNatList();
         TellNatList();
         GVX_LOG_ERR("Set gvx config value Failed", "section=%s, key=%s, value=%s", section.c_str(), key.c_str(),
@@ -424,5 +423,5 @@ int CGvxConfigMgr::SetNatList(const std::string& file, const std::string& sectio
         return ZVS_FAIL;
     }
     KeepSubnetNatText(value);
-    return ZVS_SUCCEED;
+    return written;
 }

@@ -54,21 +54,26 @@ int CGvxConfigMgr::GetGvxConfig(CBB::CXml& xml, const char* configType) {
     }
     const std::string type = configType;
     COMUUnifiedConfigList configs;
-    AppendCommonCfgUnifiedConfigs(type, configs);
+    if (const int result = AppendCommonCfgUnifiedConfigs(type, configs); result != ZVS_SUCCEED) {
+        return result;
+    }
     if ((type.empty() || type == kLogSection) && AppendLogCfgUnifiedConfigs(configs) != ZVS_SUCCEED) {
         GVX_LOG_ERR("GetGvxConfig", "Failed to append log cfg to unified config");
     }
     return BuildUnifiedConfigXml(configs, xml);
 }
 
-void CGvxConfigMgr::AppendCommonCfgUnifiedConfigs(const std::string& type, COMUUnifiedConfigList& out) {
+int CGvxConfigMgr::AppendCommonCfgUnifiedConfigs(const std::string& type, COMUUnifiedConfigList& out) {
     const EditGuard editing(m_mutexEdit);
     std::string directory;
     if (get_config_directory(directory) != 0) {
         GVX_LOG_ERR("AppendCommonCfgUnifiedConfigs", "CGvxConfigMgr get config directory failed");
-        return;
+        return ZVS_FAIL;
     }
     GVX_Config file((directory + "/zvs_gvx.conf").c_str());
+    if (!file.IsWhole()) {
+        return ZVS_OPEN_FILE_ERROR;  // a document without its settings would say that there are none
+    }
     for (const auto& row : gvx::g_omuUnifiedConfigRelationTable) {
         if (!type.empty() && type != row.section) {
             continue;
@@ -80,6 +85,7 @@ void CGvxConfigMgr::AppendCommonCfgUnifiedConfigs(const std::string& type, COMUU
         }
         out.emplace_back(row.section, row.key, value);
     }
+    return ZVS_SUCCEED;
 }
 
 int CGvxConfigMgr::AppendLogCfgUnifiedConfigs(COMUUnifiedConfigList& out) {

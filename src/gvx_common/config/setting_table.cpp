@@ -1,6 +1,7 @@
 #include "gvx_common/config/setting_table.h"
 
 #include "base/near_words.h"
+#include "bp/net_address.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
 
@@ -41,6 +42,9 @@ constexpr SettingRule PortRanges() {
 }
 constexpr SettingRule RequestTypes() {
     return {SettingKind::RequestTypes};
+}
+constexpr SettingRule Networks() {
+    return {SettingKind::Networks};
 }
 
 // Those that the platform wants to be told about.
@@ -127,6 +131,12 @@ bool IsRequestType(const std::string& text) {
     unsigned int number = 0;
     return text.compare(0, 2, "0x") == 0 && CGvxUtility::GetIntergerByHexString(text, number) == 0 &&
            CGvxUtility::toLower(text) == text;
+}
+
+bool IsNetwork(const std::string& text) {
+    const std::string entry = CGvxUtility::replaceAll(text, " ", "");
+    BP::NetNetwork network;
+    return entry.empty() || BP::NetNetwork::Parse(entry, network);
 }
 
 std::string Near(const std::string& word, const char* SettingRow::*name) {
@@ -221,6 +231,8 @@ bool FitsSetting(const SettingRow& row, const std::string& value) {
         }
         case SettingKind::RequestTypes:
             return AllParts(value, &IsRequestType);
+        case SettingKind::Networks:
+            return AllParts(value, &IsNetwork);
         case SettingKind::Level:
             return CGvxUtility::Check35114Level(value, 1);
         case SettingKind::KeyLabel:
@@ -235,7 +247,8 @@ bool FitsSetting(const SettingRow& row, const std::string& value) {
 
 std::string ValueInForce(const SettingRow& row, const std::string& value) {
     long long number = 0;
-    if (FitsSetting(row, value) || row.rule.kind == SettingKind::RequestTypes) {
+    if (FitsSetting(row, value) || row.rule.kind == SettingKind::RequestTypes ||
+        row.rule.kind == SettingKind::Networks) {
         return value;
     }
     if (row.rule.outside == Outside::Default || !ReadWhole(value, number)) {
@@ -261,6 +274,8 @@ std::string SettingValues(const SettingRow& row) {
             return "ranges <from>-<to>";
         case SettingKind::RequestTypes:
             return "lower-case hexadecimal with 0x, separated by commas";
+        case SettingKind::Networks:
+            return "networks such as 10.0.0.0/8, separated by commas";
         case SettingKind::Level:
             return "A, B or C";
         case SettingKind::KeyLabel:

@@ -15,7 +15,7 @@ enum class Setting {
 #undef GVX_SETTING_OF
 };
 
-enum class SettingKind { Number, OneOf, Address, Text, PortRanges, RequestTypes, Level, KeyLabel, ServerID };
+enum class SettingKind { Number, OneOf, Address, Text, PortRanges, RequestTypes, Networks, Level, KeyLabel, ServerID };
 
 // Which of the platform's own checks a value in a file must pass, or an alarm is raised.
 enum class LoadCheck { None, Address, Digits, Range, Formats, Switch, Identity };
@@ -74,7 +74,7 @@ std::string NearSection(const std::string& word);
 // Whether readers take the value as it is.
 bool FitsSetting(const SettingRow& row, const std::string& value);
 // What readers take for a value: itself where it fits, otherwise the default or the nearest that fits. A list of request
-// types is taken as it is.
+// types, and one of networks, is taken as it is: what is none in it counts for nothing.
 std::string ValueInForce(const SettingRow& row, const std::string& value);
 // The values as a phrase, such as "0 to 65535" or "an IPv4 address".
 std::string SettingValues(const SettingRow& row);

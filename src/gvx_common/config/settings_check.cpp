@@ -1,5 +1,6 @@
 #include "gvx_common/config/settings_check.h"
 
+#include "base/whole_file.h"
 #include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/config_rules.h"
 #include "gvx_common/config/setting_table.h"
@@ -177,6 +178,26 @@ bool SplitSetting(const std::string& rawLine, std::string& key, std::string& val
     }
     key = WithoutTrailingBlanks(line.substr(0, equals));
     value = WithoutLeadingBlanks(line.substr(equals + 1));
+    return true;
+}
+
+bool PeekSetting(const std::string& directory, Setting setting, std::string& value) {
+    const SettingRow& row = RowOf(setting);
+    std::string content;
+    if (!ReadWholeFile(directory + "/" + row.file, kMaxConfigBytes, content) || content.empty()) {
+        return false;
+    }
+    value = row.fallback;
+    std::istringstream lines(content.substr(1));
+    std::string line;
+    std::string key;
+    std::string found;
+    while (std::getline(lines, line)) {
+        if (SplitSetting(line.substr(0, line.find(';')), key, found) && key == row.key) {
+            value = ValueInForce(row, found);
+            break;
+        }
+    }
     return true;
 }
 

@@ -45,6 +45,12 @@ using MainServiceObserver = void (*)(const std::string& linkId);
 // Does work of a link event that may wait for the peer's answer, so that it holds up the events of other links not.
 using PeerWaitRunner = std::function<void(std::function<void()> work)>;
 
+// What became of a send: number is the sequence number of what was sent, else why it was not.
+struct SendOutcome {
+    bool sent;
+    int number;
+};
+
 // The process-wide record of the platform peers that this gateway is linked to, and all sending to them. Every
 // outbound message leaves by the main-service link, whatever link its caller names; SyncSendReqMsg alone uses the
 // caller's.
@@ -103,11 +109,13 @@ public:
     void SendQueryLinkPortToScu(const std::string& linkId);
 
     // Requests. The result is the sequence number, or 1, 2 (no service set) or ZVS_ALLOC_MEMORY_ERROR: a sequence
-    // number can equal a failure value.
+    // number can equal a failure value, which SendStruct and the like below tell apart.
     unsigned int SendReqMsgWithXml(BP::enSubsysType eSubsysType, unsigned int uiNetEleType, enNssMsgType uiMsgType,
                                    CBB::CXml& XmlReq, std::string strSCULinkID, std::string strTransID);
     unsigned int SendReqMsgWithStruct(BP::enSubsysType eSubsysType, unsigned int uiNetEleType, enNssMsgType uiMsgType,
                                       const char* pMsgBody, unsigned int iMsgBodyLen, std::string strSCULinkID);
+    SendOutcome SendStruct(BP::enSubsysType subsystem, unsigned int elementType, enNssMsgType msgType, const char* body,
+                           unsigned int bodyLength, const std::string& link);
     // 0, or 1, or ZVS_ALLOC_MEMORY_ERROR. An empty transaction is generated.
     int SendRetMsgWithJson(unsigned short msgType, const std::string& jsonMsg, int netElemType, std::string linkID,
                            const std::string& transactionID);
@@ -138,10 +146,14 @@ public:
 
     // A device's alarm to the SCU of its recorder code. The sequence number; 2 without a service, 1 for another
     // failure. bAction and uiOccurNumber of the report are turned to network order: it must not be sent twice.
-    int SendDevAlarmReqMsgToSCU(ZVS_ALARM_REPORT& report);
+    int SendDevAlarmReqMsgToSCU(ZVS_ALARM_REPORT& report) { return SendDeviceAlarm(report).number; }
+    SendOutcome SendDeviceAlarm(ZVS_ALARM_REPORT& report);
     // The report of the same alarm to the cloud platform, where its type is in the alarm dictionary. Numbers of the
     // report are not looked at. The sequence number, or 1, 2, ZVS_ALLOC_MEMORY_ERROR; 1 for a type that is not in it.
-    int sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& report, const _PU_DEV_FORM_TYPE& form);
+    int sendGVXDeviceAlarmReportToKSP(const ZVS_ALARM_REPORT& report, const _PU_DEV_FORM_TYPE& form) {
+        return ReportDeviceAlarm(report, form).number;
+    }
+    SendOutcome ReportDeviceAlarm(const ZVS_ALARM_REPORT& report, _PU_DEV_FORM_TYPE form);
 
     // An alarm of the gateway itself. Until the link to OMU has opened for the first time it waits in memory, with as
     // many others as gvx::AlarmOutbox says. A text that is too long drops it with a log line: type 63 characters,
@@ -155,9 +167,8 @@ public:
     // A whole alarm of the gateway to OMU, iAlarmEventID in network order. 0 or 1; the flags have no effect.
     int SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report, bool, bool);
     // Its report to the cloud platform; result as for a device's alarm.
-    int sendGVXAlarmReportToKSP(const _ZVS_GVX_DEV_ALARM_REPORT& report);
-    // Whether a result of these is a sequence number. The first two numbers of a process cannot be told from failures.
-    static bool WasSent(int result);
+    int sendGVXAlarmReportToKSP(const _ZVS_GVX_DEV_ALARM_REPORT& report) { return ReportGatewayAlarm(report).number; }
+    SendOutcome ReportGatewayAlarm(const _ZVS_GVX_DEV_ALARM_REPORT& report);
 
 private:
     using NetConnectionMap = std::map<std::string, CGvxConnection>;
@@ -187,7 +198,7 @@ private:
     static std::string InternalApiAddress();
     void FeedAlarmControl();
     void SendWaitingAlarms();
-    int SendAlarmReportToKSP(const GVX_DEVICE_ALARM_REPORT_INFO& info);
+    SendOutcome SendAlarmReportToKSP(const GVX_DEVICE_ALARM_REPORT_INFO& info);
     // False, with a warning, before the cloud side has taken the gateway over.
     static bool AlarmsMayLeave();
     CGvxConnection MainServiceConnection() const;

@@ -121,37 +121,42 @@ unsigned int CGvxConnectionMgr::SendReqMsgWithXml(BP::enSubsysType eSubsysType, 
 unsigned int CGvxConnectionMgr::SendReqMsgWithStruct(BP::enSubsysType eSubsysType, unsigned int uiNetEleType,
                                                      enNssMsgType uiMsgType, const char* pMsgBody,
                                                      unsigned int iMsgBodyLen, std::string strSCULinkID) {
+    return static_cast<unsigned int>(
+        SendStruct(eSubsysType, uiNetEleType, uiMsgType, pMsgBody, iMsgBodyLen, strSCULinkID).number);
+}
+
+SendOutcome CGvxConnectionMgr::SendStruct(BP::enSubsysType subsystem, unsigned int elementType, enNssMsgType msgType,
+                                          const char* pMsgBody, unsigned int iMsgBodyLen, const std::string& link) {
     if (m_pGvxService == nullptr) {
         GVX_LOG_ERR("Send request with struct", "Gvx service pointer is null.");
-        return kNoServicePointer;
+        return {false, static_cast<int>(kNoServicePointer)};
     }
     BP::MessageBlockPtr pMsg = BP::MakeMessageBlock(kNssHeaderBytes + iMsgBodyLen);
-    GVX_CHECK_NULL_RETURN(pMsg, ZVS_ALLOC_MEMORY_ERROR);
+    GVX_CHECK_NULL_RETURN(pMsg, (SendOutcome{false, ZVS_ALLOC_MEMORY_ERROR}));
     const unsigned int seq = CGvxUtility::CreatSeqID();
     const std::string frameTrans = BP::CMKTransID::GenerateTransID();
     NssMsgHeader aMsgHeader{};
-    gvx::FillRequestHead(aMsgHeader, uiMsgType, seq, iMsgBodyLen);
+    gvx::FillRequestHead(aMsgHeader, msgType, seq, iMsgBodyLen);
     if (!gvx::PutText(aMsgHeader.szTransactionNo, frameTrans)) {
         GVX_LOG_ERR("Send request with struct", "strncpy_s aMsgHeader.szTransactionNo failed!");
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     if (memcpy_s(pMsg->wr_ptr(), pMsg->space(), &aMsgHeader, kNssHeaderBytes) != 0 ||
         (iMsgBodyLen != 0 &&
          memcpy_s(pMsg->wr_ptr() + kNssHeaderBytes, pMsg->space() - kNssHeaderBytes, pMsgBody, iMsgBodyLen) != 0)) {
         GVX_LOG_ERR("Send request with struct", "memcpy_s to pMsg failed.");
-        return ZVS_FAIL;
+        return {false, ZVS_FAIL};
     }
     pMsg->wr_ptr(kNssHeaderBytes + iMsgBodyLen);
 
     // The dispatcher's transaction is another one than the frame's own: the answer is matched by sequence number.
     const std::string trans = BP::CMKTransID::GenerateTransID();
-    if (gvx::SendOwned(*this, std::move(pMsg), uiNetEleType, strSCULinkID, trans, uiMsgType,
-                       m_pGvxService->GetServiceID()) != 0) {
+    if (gvx::SendOwned(*this, std::move(pMsg), elementType, link, trans, msgType, m_pGvxService->GetServiceID()) != 0) {
         GVX_LOG_ERR("Send request with struct", "Send msg out failed, sub system type is [%d], element type is [%u]",
-                    static_cast<int>(eSubsysType), uiNetEleType);
-        return ZVS_FAIL;
+                    static_cast<int>(subsystem), elementType);
+        return {false, ZVS_FAIL};
     }
-    return seq;
+    return {true, static_cast<int>(seq)};
 }
 
 int CGvxConnectionMgr::SendRetMsgWithJson(unsigned short msgType, const std::string& jsonMsg, int netElemType,

@@ -137,6 +137,7 @@ TEST_F(AlarmDelivery, AGatewayAlarmCarriesItsFieldsInTheirPlaces) {
     const ScopedTestClock clock;
     CEmergencyProtection alarms;
     alarms.SetGvxBPAlarmRepMsg("ALARM_X", "12", "", "", false);
+    alarms.SetGvxBPAlarmRepMsg("ALARM_X", "1234", "its number is spent", "", false);
     alarms.SetGvxBPAlarmRepMsg("ALARM_X", "12", "where", std::string(255, 'd'), true);
     EXPECT_EQ(0x0100, m_frames.All().at(0).Head().usiProtocolVersion);
     EXPECT_FALSE(m_frames.All().at(0).Transaction().empty());
@@ -144,7 +145,7 @@ TEST_F(AlarmDelivery, AGatewayAlarmCarriesItsFieldsInTheirPlaces) {
     const std::string second = Next(0x1008).Body();
     EXPECT_EQ(864u + 128u - 116u, first.size());
     EXPECT_EQ(std::string(8, '\0'), first.substr(0, 8));
-    EXPECT_EQ(std::string("\0\0\0\0\0\0\0\1", 8), second.substr(0, 8));
+    EXPECT_EQ(std::string("\0\0\0\0\0\0\0\2", 8), second.substr(0, 8));
     const std::pair<Place, const char*> texts[] = {
         {{8, 64}, "TARVEL"}, {{168, 32}, "0099"},           {{200, 64}, "GVX#0099"},  {{264, 256}, "CloudKSP_GVX"},
         {{584, 4}, "12"},    {{588, 20}, "20260102030405"}, {{608, 256}, "10.0.0.1"},

@@ -1,7 +1,9 @@
 #include "gvx_common/alarm/alarm_fixture.h"
 
 #include "base/bounded_string.h"
+#include "support/fake_peer.h"
 #include "support/test_clock.h"
+#include "support/wait_until.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -117,6 +119,40 @@ TEST_F(AlarmState, AStoreThatFailsRaisesOneAlarmAndClearsItWhenItWorks) {
     EXPECT_EQ(Texts{"ALARM_GVX_ALARM_RECORD_FAIL_ON|HostIP=10.0.0.1|"}, Sent());
 }
 
+TEST_F(AlarmState, RowsServeAnAlarmThatIsRaisedAgainWhileItsClearWaits) {
+    CEmergencyProtection alarms;
+    CloseMainService();
+    alarms.OnLogWarn(500, "/l", "a");
+    alarms.OnLogWarn(550, "/l", "a");
+    EXPECT_EQ(1, alarms.LoadAlarmStatus(m_store));
+    alarms.OnLogWarn(500, "/l", "a");
+    EXPECT_EQ(1, Stored()) << "memory alone had the first";
+    alarms.OnLogWarn(550, "/l", "a");
+    alarms.OnLogWarn(500, "/l", "a");
+    EXPECT_EQ(1, Stored());
+    BP::fluxControlWarnInfo info{};
+    for (std::size_t cycle = 0; cycle < 2 * CEmergencyProtection::kMostEqualRows; ++cycle) {
+        alarms.OnFluxControlWarn(&info);
+        alarms.OnFluxControlWarn(&info);
+        alarms.OnFluxControlResume(&info);
+    }
+    EXPECT_EQ(1 + static_cast<int>(CEmergencyProtection::kMostEqualRows), Stored());
+    // The good news about the store waits once.
+    std::size_t news = 0;
+    for (const gvx::HeldAlarm& alarm : alarms.GetHeldAlarms()) {
+        news += alarm.type == "ALARM_GVX_ALARM_RECORD_FAIL_OFF" ? 1 : 0;
+    }
+    EXPECT_EQ(1u, news);
+    OpenMainService();
+    alarms.SendAlarmCacheToGvx();
+    EXPECT_EQ(1, Stored());
+    alarms.CloseStore();
+    Sent();
+    alarms.OnLogWarn(500, "/l", "b");
+    EXPECT_EQ(Texts{"ALARM_GVX_LOG_RECORD_FAIL_ON|FilePath=/l,FileName=b,ErrorCode=500|"}, Sent())
+        << "a store that was closed is no fault";
+}
+
 TEST_F(AlarmState, FlowControlIsSentEachTimeAndAQueueStaysRemembered) {
     CEmergencyProtection alarms;
     ASSERT_EQ(1, alarms.LoadAlarmStatus(m_store));
@@ -188,6 +224,47 @@ TEST_F(AlarmState, OneOrderForAnObjectWhileTheLinkComesAndGoes) {
         ASSERT_EQ(sent[at].find("_ON|") != std::string::npos, at % 2 == 0) << at;
     }
     EXPECT_EQ(0, Stored());
+}
+
+TEST_F(AlarmState, WhatALinkHadInItsQueueWhenItClosedLeavesByTheNextOne) {
+    constexpr int kAlarms = 1500;
+    BP::CDispatcher::SetWriter({});
+    m_omuIsGone = true;
+    BP::LinkOptions options;
+    options.localID = "GVX#001";
+    options.keepAliveMs = options.silenceTimeoutMs = 3600000;
+    const auto ignore = [](const std::string&, int, const std::string&, const std::string&, unsigned int) {};
+    std::uint16_t port = 0;
+    ASSERT_EQ(0, BP::CNetFactory::Start(options, {ignore, ignore}));
+    ASSERT_EQ(0, BP::CNetFactory::Listen("127.0.0.1", 0, &port));
+    const auto link = [port] {
+        std::unique_ptr<FakePeer> peer = FakePeer::Connect(port, "127.0.0.1", 4096);
+        EXPECT_TRUE(peer != nullptr && peer->Register(kMain) == 0u);
+        EXPECT_TRUE(WaitUntil([] { return BP::CNetFactory::RoomOf(kMain) == BP::LinkRoom::Free; }));
+        return peer;
+    };
+    CEmergencyProtection& alarms = *CEmergencyProtection::Instance();
+    std::unique_ptr<FakePeer> peer = link();
+    const std::shared_ptr<const BP::LinkProgress> progress = BP::CNetFactory::ProgressOf(kMain);
+    for (int number = 0; number < kAlarms; ++number) {
+        alarms.SetGvxBPAlarmRepMsg("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE, std::to_string(number), "", false);
+    }
+    peer.reset();
+    ASSERT_TRUE(WaitUntil([&progress] { return progress->closed.load(); }));
+    CloseMainService();
+    ASSERT_LT(progress->written, progress->queued) << "the queue was empty";
+    peer = link();
+    OpenMainService();
+    // The first frame has answered the registration, and what the socket took is the former link's.
+    for (int number = static_cast<int>(progress->written) - 1; number < kAlarms;) {
+        alarms.SendAlarmCacheToGvx();
+        const auto frame = peer->ReadFrame();
+        ASSERT_TRUE(frame) << "number " << number << " is lost";
+        if (frame->head.usiMsgType == 0x0C76) {
+            ASSERT_EQ(std::to_string(number++), TextAt(frame->body, 1132, 256));
+        }
+    }
+    BP::CNetFactory::Stop();
 }
 
 TEST_F(AlarmState, TooManyHeldAlarmsLoseTheOldestAndAreCounted) {

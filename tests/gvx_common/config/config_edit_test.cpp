@@ -199,6 +199,8 @@ TEST_F(ConfigEditTest, UnifiedDocumentHoldsTheReadableSettings) {
     }
     CBB::CXml xml;
     EXPECT_EQ(1, m_mgr.GetGvxConfig(xml, nullptr));
+    std::filesystem::remove(m_folder.Path("zvs_gvx.conf"));
+    EXPECT_EQ(ZVS_OPEN_FILE_ERROR, m_mgr.GetGvxConfig(xml, "")) << "no almost empty document";
     // What XML cannot carry is left out; the others are written.
     EXPECT_EQ(0, m_mgr.BuildUnifiedConfigXml({{"A", "BAD", "x\x01y"}, {"A", "GOOD", "v"}}, xml));
     EXPECT_NE(std::string::npos, xml.ToString().find("<ConfigNumber>2</ConfigNumber>"));
