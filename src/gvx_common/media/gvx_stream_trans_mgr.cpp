@@ -15,6 +15,12 @@ namespace {
 
 constexpr auto kStreamWait = std::chrono::milliseconds(1000);
 
+// A thread that finds more to send at each turn is woken less often, so there are no more than can run at a time.
+unsigned int ThreadsForProcessors() {
+    constexpr unsigned int kMost = 5;
+    return std::clamp(std::thread::hardware_concurrency(), 1u, kMost);
+}
+
 // Keeps for good what streams that were not closed in time still use. Not even the end of the process deletes it, since
 // the order in which they end then is not known.
 void LeaveBehind(CStreamTransmission* transmission) {
@@ -39,7 +45,8 @@ CStreamTransMgr::~CStreamTransMgr() {
 int CStreamTransMgr::Init() {
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, m_MutexQueueNum, ZVS_FAIL);
     if (m_StreamTransVct.empty()) {
-        m_unTransThreadNum = static_cast<unsigned int>(gvx::SettingNumber(gvx::Setting::TRANSMISSION_THREAD_NUM));
+        const auto number = static_cast<unsigned int>(gvx::SettingNumber(gvx::Setting::TRANSMISSION_THREAD_NUM));
+        m_unTransThreadNum = number != 0 ? number : ThreadsForProcessors();
     }
     while (m_StreamTransVct.size() < m_unTransThreadNum) {
         std::unique_ptr<CStreamTransmission> transmission(new (std::nothrow) CStreamTransmission);

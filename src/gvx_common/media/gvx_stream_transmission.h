@@ -91,8 +91,9 @@ class CStreamTransMgr {
 public:
     static CStreamTransMgr* Instance();
 
-    // Starts TRANSMISSION_THREAD_NUM threads (default 5, at most 64). 0; 1 when one could not be made, with those
-    // made before left running: a further call makes those that are missing. Does nothing when all are there.
+    // Starts TRANSMISSION_THREAD_NUM threads (default 5, at most 64; 0: as many as there are processors, at most 5). 0;
+    // 1 when one could not be made, with those made before left running: a further call makes those that are missing.
+    // Does nothing when all are there.
     int Init();
 
     // Ends and deletes all threads. Streams must be closed before; those in the midst of a send are waited for, 1 s at
