@@ -30,6 +30,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -234,6 +235,45 @@ public:
     }
 }
 
+// What cannot be left out: waits for the first packet, lets others gather for as long as our receiver does, reads.
+[[noreturn]] void ReceiveBarely(std::size_t ports) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    constexpr std::size_t kMessages = 64;
+    constexpr std::size_t kRoom = 2048;
+    static std::uint8_t room[kMessages][kRoom];
+    std::vector<iovec> parts(kMessages);
+    std::vector<mmsghdr> heads(kMessages);
+    for (std::size_t i = 0; i < kMessages; ++i) {
+        parts[i] = {room[i], kRoom};
+        heads[i].msg_hdr.msg_iov = &parts[i];
+        heads[i].msg_hdr.msg_iovlen = 1;
+    }
+    std::vector<pollfd> sockets;
+    for (std::size_t i = 0; i < ports; ++i) {
+        sockaddr_in at{};
+        at.sin_family = AF_INET;
+        at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        at.sin_port = htons(static_cast<std::uint16_t>(kFirstPort + 2 * i));
+        const int handle = ::socket(AF_INET, SOCK_DGRAM, 0);
+        const int bytes = 393216;
+        ::setsockopt(handle, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes));
+        if (::bind(handle, reinterpret_cast<const sockaddr*>(&at), sizeof(at)) != 0) {
+            ::_exit(2);
+        }
+        sockets.push_back({handle, POLLIN, 0});
+    }
+    while (true) {
+        ::poll(sockets.data(), sockets.size(), -1);
+        ::usleep(gvx::RtpPoller::kRestUs);
+        ::poll(sockets.data(), sockets.size(), 0);
+        for (const pollfd& socket : sockets) {
+            while (socket.revents != 0 && ::recvmmsg(socket.fd, heads.data(), kMessages, MSG_DONTWAIT, nullptr) ==
+                                              static_cast<int>(kMessages)) {
+            }
+        }
+    }
+}
+
 pid_t Spawn(const std::vector<std::string>& arguments) {
     const pid_t child = ::fork();
     if (child != 0) {
@@ -384,7 +424,7 @@ int main(int argc, char** argv) {
     }
     bench::Table table("RTP in, socket to access unit, beside the named peer; packets a CPU second");
     const auto compare = [&](std::size_t ports, int framesASecond, const std::string& name) {
-        std::vector<double> ours, gstreamer, ffmpeg;
+        std::vector<double> ours, gstreamer, ffmpeg, bare;
         const Sender sender(stream, ports, framesASecond);
         for (int round = 0; round < kRounds; ++round) {
             const pid_t child = ::fork();
@@ -392,9 +432,15 @@ int main(int argc, char** argv) {
                 ReceiveOurselves(ports);
             }
             ours.push_back(Measure(sender, {child}, ports, 1));
+            const pid_t floor = ::fork();
+            if (floor == 0) {
+                ReceiveBarely(ports);
+            }
+            bare.push_back(Measure(sender, {floor}, ports, 1));
             gstreamer.push_back(Measure(sender, SpawnGStreamer(ports), ports, 2));
             ffmpeg.push_back(Measure(sender, SpawnFfmpeg(ports, stream.parameterSets, folder), ports, 4));
         }
+        table.Paired(name + ", a bare loop of poll and recvmmsg", ours, bare, "packets/s");
         table.Paired(name + ", GStreamer", ours, gstreamer, "packets/s", Goal::AtLeast, 3.0);
         table.Paired(name + ", ffmpeg", ours, ffmpeg, "packets/s", Goal::AtLeast, 3.0);
     };

@@ -30,6 +30,10 @@ void AccessUnitReader::Append(AccessUnit& unit, bool& hasSlice) {
 }
 
 ReadResult AccessUnitReader::Next(AccessUnit& unit) {
+    m_usualSize.Note(unit.bytes.size());
+    if (unit.bytes.capacity() > m_usualSize.MostKept()) {
+        std::vector<std::uint8_t>().swap(unit.bytes);
+    }
     unit.bytes.clear();
     unit.bodyOffset = 0;
     unit.key = false;

@@ -30,8 +30,9 @@ public:
     bool Open(const std::string& path, std::string& error) { return m_reader.Open(path, error); }
     void Rewind();
 
-    // The next picture; the unit's memory is used again. What stands behind the last picture of the file without being
-    // part of one is dropped. Failed: the file could not be read on, and Error() tells why.
+    // The next picture; the unit's memory is used again, where it is not much more than pictures usually need. What
+    // stands behind the last picture of the file without being part of one is dropped. Failed: the file could not be
+    // read on, and Error() tells why.
     ReadResult Next(AccessUnit& unit);
     const std::string& Error() const { return m_error; }
 
@@ -55,6 +56,7 @@ private:
     bool m_hasPending = false;
     NalSpan m_pending;
     NalKind m_pendingKind;
+    UsualSize m_usualSize;
     std::string m_error;
 };
 

@@ -56,6 +56,9 @@ bool AnnexBReader::Fill() {
         m_error = "a NAL unit is longer than " + std::to_string(m_maxNalBytes) + " bytes";
         return false;
     }
+    if (m_window.size() > m_usualSize.MostKept() && m_end + kReadBytes <= m_usualSize.MostKept()) {
+        m_window = std::vector<std::uint8_t>(m_window.begin(), m_window.begin() + static_cast<std::ptrdiff_t>(m_end));
+    }
     if (m_window.size() < m_end + kReadBytes) {
         m_window.resize(std::max(m_end + kReadBytes, m_window.size() + m_window.size() / 4));
     }
@@ -113,6 +116,7 @@ ReadResult AnnexBReader::NextRaw(NalSpan& nal) {
     }
     nal.data = m_window.data() + m_begin;
     nal.length = code - m_begin;
+    m_usualSize.Note(nal.length);
     m_inside = code != m_end;
     m_begin = m_inside ? code + kCodeBytes : m_end;
     return ReadResult::Ok;

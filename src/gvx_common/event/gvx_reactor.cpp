@@ -141,12 +141,11 @@ int CGvxReactor::createResources() {
 }
 
 int CGvxReactor::createServiceThreads() {
-    ACE_thread_t threadID = 0;
     std::size_t stackSize = m_unStackSize;
     errno = ENOMEM;
     const int result = gvx::FindsMemory(stackSize)
                            ? activate(THR_NEW_LWP | THR_DETACHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr,
-                                      nullptr, nullptr, &stackSize, &threadID)
+                                      nullptr, nullptr, &stackSize)
                            : -1;
     if (result == -1) {
         const int error = errno;
@@ -154,7 +153,6 @@ int CGvxReactor::createServiceThreads() {
         GVX_LOG_ERR("Create gvxReactor service threads fail.", "error code[%d].", error);
         return 1;
     }
-    CGvxUtility::pthreadSetThreadname(threadID, m_aucThreadName);
     // UnInit needs the semaphore, which is the first thing that the thread makes. Without it the thread ends.
     m_threadStarted.acquire();
     if (!m_bRunFlag) {
@@ -166,6 +164,7 @@ int CGvxReactor::createServiceThreads() {
 
 int CGvxReactor::svc() {
     BlockSignals();
+    CGvxUtility::pthreadSetThreadname(pthread_self(), m_aucThreadName);  // by itself: that needs no descriptor
     if (m_pReactor == nullptr) {
         GVX_LOG_ERR("reactor thread", "reactor  thread exit, resource not created.");
         m_threadStarted.release();
