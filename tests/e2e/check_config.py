@@ -47,7 +47,7 @@ ROWS = [
     (ALARM, "<AlarmInfo>\n    <AlarmType>ALARM_DISK_FULL<", "<AlarmInfo>\n    <AlarmType>ALARM_DISK_FAULT<", 2, "stands twice"),
     (MAPPING, "</AlarmInfoList>", "", 2, "no well-formed XML"),
     (FILE, "}", "]", 2, "Line "),
-    (FILE, "{}", '{"demo": {"video": "/nowhere.h264"}}', 2, "/nowhere.h264"),
+    (FILE, '"demo.h264"', '"/nowhere.h264"', 2, "/nowhere.h264"),
     ("log.xml", "</Log>", "", 1, "no well-formed XML"),
     ("log_sftp.conf", "", "no json", 1, "damaged"),
 ]

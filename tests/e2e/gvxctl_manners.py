@@ -45,7 +45,7 @@ def test(options, folder, stack):
 
     wrong = [
         (("strat-stream",), "strat-stream is no command of gvxctl; near: start-stream"),
-        (("stream",), "near: start-stream, stop-stream"),
+        (("stream",), "near: streams, start-stream"),
         (("alarm", "triger"), "triger is no command of gvxctl alarm; near: trigger"),
         (("add-device", "--plugn", "file"), "--plugn is no option of gvxctl add-device; near: --plugin"),
         (("add-device", "file"), "file is not expected by gvxctl add-device"),
@@ -66,7 +66,7 @@ def test(options, folder, stack):
     for arguments in ((), ("start-stream",), ("ptz", "up")):
         e2e.check("Exit codes:\n  0  " in gvxctl(*arguments, "--help").stdout, f"{arguments}: help without exit codes")
     completed = e2e.run("bash", "-c", f"source <({options.gvxctl} completion bash); COMP_WORDS=(gvxctl config set --gat); "
-                        "COMP_CWORD=3; _gvxctl; echo ${COMPREPLY[@]}; COMP_WORDS=(gvxctl sta); COMP_CWORD=1; _gvxctl; "
+                        "COMP_CWORD=3; _gvxctl; echo ${COMPREPLY[@]}; COMP_WORDS=(gvxctl start); COMP_CWORD=1; _gvxctl; "
                         "echo ${COMPREPLY[@]}").stdout
     e2e.check(completed == "--gateway\nstart-stream\n", f"completed: {completed!r}")
 
@@ -92,7 +92,7 @@ def test(options, folder, stack):
     shown = [line for line in (folder / "pictures").read_text().splitlines() if not line.startswith("#")]
     e2e.check(len(shown) == PICTURES and "NSS_STOP_STREAM_RSP" in said, f"{len(shown)} pictures were played: {said}")
 
-    waiting = [options.gvxctl, "alarms", "--seconds", "4", *at]
+    waiting = [options.gvxctl, "alarm", "watch", "--seconds", "4", *at]
     e2e.check("waiting for alarms, 2 s: 0 have come" in on_terminal(waiting, 60), "no progress on a terminal")
     e2e.check(gvxctl(*waiting[1:]).stderr == "", "progress without a terminal")
     gateway.stop()

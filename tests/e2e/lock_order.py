@@ -67,7 +67,8 @@ def read_record(path):
     nestings = {}
     for outer, inner in pairs:
         names = lock_name(outer, places, sources), lock_name(inner, places, sources)
-        if all(names) and names[0] != names[1] and not any(name.startswith("a library's") for name in names):
+        ours = all(names) and not any(name.startswith(("a library's", "LogRepeats::")) for name in names)
+        if ours and names[0] != names[1]:
             nestings.setdefault(names, [places[frame][0] for frame in inner])
     return nestings
 

@@ -45,7 +45,8 @@ def play(options, folder, stack):
     intake = e2e.free_port()
     shutil.copytree(options.conf + "/root", folder / "root")  # the cloud side has taken it over
     gateway = e2e.start_gateway(options, folder, stack, {"demo": {"video": str(video), "fps": 25, "loop": True}},
-                                {"GVX_MEDIA_PORT_EXCHANGE": "1", "GVX_INTAKE_PORT": str(intake)})
+                                {"GVX_MEDIA_PORT_EXCHANGE": "1", "GVX_INTAKE_PORT": str(intake),
+                                 "GVX_LOG_LEVEL": "7", "LogLevel": "7"})
     sink = stack.enter_context(e2e.udp_sink())
     walk_link_events(options, gateway, sink)
     alarm_of_a_device(options, gateway, intake)
