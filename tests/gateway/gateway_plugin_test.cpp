@@ -148,6 +148,7 @@ TEST_F(GatewayTest, StopThatThrowsFindsItsObjectsStillThere) {
 TEST_F(GatewayTest, CaptureThatHangsIsLeftBehindWithItsDevice) {
     ASSERT_EQ(AddDevice("STUCK", "VcuSnapShotReqInfo=hang").code, 0u);
     ASSERT_EQ(AskJson(NSS_SNAPSHOT_REQ, R"({"DevCode":"STUCK"})").code, 0u);
+    ASSERT_TRUE(WaitUntil([this] { return moody->hanging == 1; }));
     EXPECT_EQ(DeleteDevice("STUCK").code, 0u) << "after GVX_PLUGIN_CALL_LIMIT";
     EXPECT_TRUE(HasTrouble(gvx::PluginTrouble::Kind::LeftBehind, "STUCK"));
     EXPECT_TRUE(

@@ -45,8 +45,12 @@ int Act(const std::string& moods, const char* operation) {
     if (mood == "throw-int") {
         throw 42;
     }
-    while (mood == "hang" && !g_moody.release) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (mood == "hang") {
+        ++g_moody.hanging;
+        while (!g_moody.release) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        --g_moody.hanging;
     }
     if (mood == "report") {
         GVXErrorMgr::getInstance()->reportError(__func__, "CAM1", "3", ZVS_GVX_UNAUTHORIZED, operation, "of its mood");

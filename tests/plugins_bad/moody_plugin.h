@@ -8,6 +8,7 @@
 // What tests may ask of the loaded plug-in "moody", found by dlsym as "g_moody".
 struct MoodyState {
     std::atomic<bool> release{false};  // operations that hang return
+    std::atomic<int> hanging{0};       // operations that hang at this moment
     std::atomic<int> alive{0};         // devices, lenses and stream threads
     std::atomic<int> refused{0};       // packets that were answered with ZVS_GVX_OPEN_SOCKET_ERROR
     std::atomic<ADAPTER_COMMON_MESSAGE_CALLBACK*> report{nullptr};

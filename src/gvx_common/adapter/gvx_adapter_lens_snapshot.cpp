@@ -80,12 +80,21 @@ int CAdapterLensBase::MakeSnapQueue() {
     }
     ++g_bp_memstat;
     m_snapQueueSema = new (std::nothrow) ACE_Thread_Semaphore(0, nullptr, nullptr, INT_MAX);
+    // One for whose inside there was no memory is no semaphore.
+    if (m_snapQueueSema != nullptr && m_snapQueueSema->lock().sema_ == nullptr) {
+        delete m_snapQueueSema;
+        m_snapQueueSema = nullptr;
+    }
     if (m_snapQueueSema == nullptr) {
         GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "alloc ACE_Thread_Semaphore failed");
         return ZVS_FAIL;
     }
     ++g_bp_memstat;
-    m_snapQueue = new (std::nothrow) std::deque<PU_SNAP_CONF_REQ>;
+    try {
+        m_snapQueue = new (std::nothrow) std::deque<PU_SNAP_CONF_REQ>;
+    } catch (const std::bad_alloc&) {
+        m_snapQueue = nullptr;  // it takes memory of its own when it is made
+    }
     if (m_snapQueue == nullptr) {
         GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "alloc SnapShotQueue failed");
         return ZVS_FAIL;

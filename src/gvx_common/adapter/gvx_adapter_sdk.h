@@ -24,8 +24,8 @@ class DiscoveryTask;
 }
 
 // A device protocol as a whole; one object for each plug-in, made by GvxCreateAdapter (gvx_plugin.h). It derives from
-// ACE_Task so that the object can own threads. The operations are called by the gateway, one at a time; a plug-in may
-// report through the callbacks from its own threads. No exception may leave an operation.
+// ACE_Task so that the object can own threads. The gateway calls CreateDevice on the threads of devices, the others one
+// at a time; a plug-in may report through the callbacks from its own threads. No exception may leave an operation.
 class CAdapterSdkBase : public ACE_Task<ACE_MT_SYNCH> {
 public:
     CAdapterSdkBase();

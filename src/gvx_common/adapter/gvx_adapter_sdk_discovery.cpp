@@ -82,6 +82,11 @@ int CAdapterSdkBase::StartDiscoveryTask(const CDiscoveryDeviceInfo& request) {
         --g_bp_memstat;
     }
     m_pDiscoveryTaskSemaphore = new (std::nothrow) ACE_Thread_Semaphore(0, nullptr, nullptr, INT_MAX);
+    // One for whose inside there was no memory is no semaphore.
+    if (m_pDiscoveryTaskSemaphore != nullptr && m_pDiscoveryTaskSemaphore->lock().sema_ == nullptr) {
+        delete m_pDiscoveryTaskSemaphore;
+        m_pDiscoveryTaskSemaphore = nullptr;
+    }
     GVX_CHECK_NULL_RETURN(m_pDiscoveryTaskSemaphore, ZVS_NULL_POINTER);
     ++g_bp_memstat;
     int threads = 0;
@@ -254,17 +259,21 @@ void CAdapterSdkBase::SendDiscoveryDevice() {
         std::list<DeviceDiscoveryInfo>& report = m_pDiscDevInfo->DiscDevInfoList;
         report.clear();
         m_pDiscDevInfo->iPercent = static_cast<int>(told);
-        for (auto device = found.begin(); device != found.end();) {
-            const auto next = std::next(device);
-            if (m_DiscoveryDeviceMap.emplace(device->szIp, device->szIp).second) {
-                ++m_uiDevNumHasMatched;
-                report.splice(report.end(), found, device);
-            } else {
-                GVX_DEBUG("Device[%s] has send to scu.", device->szIp);
+        try {
+            for (auto device = found.begin(); device != found.end();) {
+                const auto next = std::next(device);
+                if (m_DiscoveryDeviceMap.emplace(device->szIp, device->szIp).second) {
+                    ++m_uiDevNumHasMatched;
+                    report.splice(report.end(), found, device);
+                } else {
+                    GVX_DEBUG("Device[%s] has send to scu.", device->szIp);
+                }
+                device = next;
             }
-            device = next;
+            m_pDiscCallback(m_pDiscDevInfo);
+        } catch (const std::bad_alloc&) {
+            GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "There is no memory for a report, which is lost in part.");
         }
-        m_pDiscCallback(m_pDiscDevInfo);
         if (told == kDone) {
             return;
         }
@@ -324,7 +333,12 @@ void CAdapterSdkBase::UpdateDiscoveryDeviceList(DeviceDiscoveryInfo& info) {
     if (!m_bIsDiscoveryRunning) {
         return;
     }
-    m_DevceDiscoveryInfo.push_back(info);
+    try {
+        m_DevceDiscoveryInfo.push_back(info);
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "There is no memory for a device that was found.");
+        return;
+    }
     m_DevceDiscoveryInfo.back().szIp[sizeof info.szIp - 1] = '\0';
     GVX_DEBUG("Device[%s] has added to list.", m_DevceDiscoveryInfo.back().szIp);
 }

@@ -11,6 +11,7 @@
 #include <ace/Thread_Manager.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <memory>
@@ -82,6 +83,9 @@ bool CQueueFlowControl::Init() {
     m_work_b = true;
     m_lQfcAlarmTimerID =
         CGvxReactorManager::Instance()->RegistTimer(&m_QfcAlarmTimer, this, ACE_Time_Value::zero, kTimerPeriod);
+    if (m_lQfcAlarmTimerID == -1) {
+        GVX_LOG_ERR("Flow control", "Queue %s has no timer.", m_strQueName.c_str());
+    }
     if (m_lQfcAlarmTimerID == -1 || !StartThreads()) {
         StopTimer();
         m_work_b = false;
@@ -98,6 +102,8 @@ bool CQueueFlowControl::StartThreads() {
     const int started = activate(THR_NEW_LWP | THR_DETACHED, static_cast<int>(m_ThreadNum), 0,
                                  ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, ids);
     if (started == -1) {
+        const int error = errno;
+        GVX_LOG_ERR("Flow control", "There is no thread for queue %s, error code[%d].", m_strQueName.c_str(), error);
         return false;
     }
     if (started == 0) {
