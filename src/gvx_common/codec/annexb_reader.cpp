@@ -62,7 +62,8 @@ bool AnnexBReader::Fill() {
     if (m_window.size() < m_end + kReadBytes) {
         m_window.resize(std::max(m_end + kReadBytes, m_window.size() + m_window.size() / 4));
     }
-    const ssize_t count = m_file.Read(m_window.data() + m_end, m_window.size() - m_end);
+    // No further ahead, though there may be room: what is read stays in memory until it is due.
+    const ssize_t count = m_file.Read(m_window.data() + m_end, std::min(m_window.size() - m_end, kReadBytes));
     if (count < 0) {
         m_error = std::generic_category().message(errno);
         return false;
