@@ -66,6 +66,11 @@ void Wipe(std::string& text) {
     text.clear();
 }
 
+// 461 says it; servers that know one transport alone also take the request for a bad one.
+bool RefusesTransport(int status) {
+    return status == 461 || status == 400 || status == 406 || status == 501;
+}
+
 CameraState StateOf(RtspDialogue::Outcome outcome) {
     switch (outcome) {
         case RtspDialogue::Outcome::Refused:
@@ -280,7 +285,7 @@ void CameraSession::TakeAnswer(const std::string& message) {
             if (outcome == Outcome::Done) {
                 TakeSetup();
             } else {
-                End(StateOf(outcome), words, outcome == Outcome::Unsupported);
+                End(StateOf(outcome), words, RefusesTransport(m_dialogue.Status()));
             }
             break;
         case Step::Play:
@@ -309,7 +314,7 @@ void CameraSession::AskDescribe() {
 void CameraSession::TakeDescription(const std::string& message) {
     const std::size_t body = message.find("\r\n\r\n");
     std::string base = m_dialogue.Header("Content-Base");
-    if (base.empty()) {
+    if (base.compare(0, 7, "rtsp://") != 0) {
         base = m_profile.Url(Path());
     }
     StreamDescription description;

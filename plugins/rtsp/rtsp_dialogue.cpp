@@ -98,8 +98,6 @@ RtspDialogue::Outcome RtspDialogue::TakeAnswer(const std::string& message) {
             return Outcome::NotFound;
         case 454:
             return Outcome::NoSession;
-        case 461:
-            return Outcome::Unsupported;
         default:
             return Outcome::Failed;
     }

@@ -17,13 +17,12 @@ using RtspHeaders = std::vector<std::pair<std::string, std::string>>;
 class RtspDialogue {
 public:
     enum class Outcome {
-        Done,         // status 200
-        Again,        // the request is to be sent once more, now with credentials
-        Refused,      // the credentials were refused
-        Unsupported,  // 461: another transport
-        NotFound,     // 404
-        NoSession,    // 454
-        Failed,       // any other status, and what is no answer
+        Done,       // status 200
+        Again,      // the request is to be sent once more, now with credentials
+        Refused,    // the credentials were refused
+        NotFound,   // 404
+        NoSession,  // 454
+        Failed,     // any other status, and what is no answer
     };
 
     // password is the enciphered form; both may be empty.
