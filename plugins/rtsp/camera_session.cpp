@@ -125,6 +125,8 @@ void CameraSession::Start() {
     const int on = 1;
     setsockopt(m_link.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     m_step = Step::Connecting;
+    m_counted = true;
+    m_loop.AddConnecting(1);
     m_answerDueUs = NowUs() + kConnectUs;
     if (connect(m_link.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof(to)) != 0 && errno != EINPROGRESS) {
         End(CameraState::Offline, std::string("No connection: ") + std::strerror(errno) + ".");
@@ -137,8 +139,15 @@ void CameraSession::Start() {
     UpdateDue(NowUs());
 }
 
+void CameraSession::LeaveConnecting() {
+    if (std::exchange(m_counted, false)) {
+        m_loop.AddConnecting(-1);
+    }
+}
+
 void CameraSession::FinishConnect() {
     int fault = 0;
+    LeaveConnecting();
     socklen_t size = sizeof(fault);
     getsockopt(m_link.Get(), SOL_SOCKET, SO_ERROR, &fault, &size);
     if (fault != 0) {
@@ -575,6 +584,7 @@ void CameraSession::CloseTracks() {
 
 void CameraSession::CloseLink() {
     CloseTracks();
+    LeaveConnecting();
     if (m_link.Valid()) {
         m_loop.Unwatch(m_link.Get());
         m_link.Reset();

@@ -91,6 +91,7 @@ private:
 
     void OnReady(int fd, std::uint32_t events) override;
     void FinishConnect();
+    void LeaveConnecting();
     void ReadLink();
     void TakePacket(std::uint8_t channel, const std::uint8_t* data, std::size_t size);
     void TakeText(const char* text, std::size_t size);
@@ -125,9 +126,10 @@ private:
     Step m_step = Step::Idle;
     gvx::UniqueFd m_link;
     std::string m_localIp;
-    std::string m_out;     // what the link has not taken yet
-    bool m_quiet = false;  // nothing is told any more
-    bool m_ended = false;  // the link is to be closed once it is not in use on the stack
+    std::string m_out;       // what the link has not taken yet
+    bool m_counted = false;  // among the loop's connections that are being made
+    bool m_quiet = false;    // nothing is told any more
+    bool m_ended = false;    // the link is to be closed once it is not in use on the stack
     std::size_t m_candidate = 0;
     std::string m_playUrl;
     std::vector<std::unique_ptr<Track>> m_tracks;

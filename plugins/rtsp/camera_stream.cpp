@@ -150,6 +150,10 @@ void CameraStream::OnTimer(std::int64_t nowUs) {
         m_dueUs = std::min(m_dueUs, allowedUs);
         return;
     }
+    if (!m_loop.MayConnect(wanted)) {
+        m_dueUs = std::min(m_dueUs, nowUs + kSecondUs / 10);
+        return;
+    }
     Begin(wanted ? CameraSession::Goal::Play : CameraSession::Goal::Describe, nowUs);
 }
 

@@ -36,7 +36,7 @@ public:
 class MediaLoop {
 public:
     // How long packets gather once some have come, so that those of a frame and of several cameras are read together.
-    static constexpr std::int64_t kRestUs = 2000;
+    static constexpr std::int64_t kRestUs = 4000;
 
     MediaLoop() = default;
     ~MediaLoop() { Stop(); }
@@ -60,6 +60,13 @@ public:
     void Unwatch(int fd);
     void AddTimer(ILoopTimer* timer) { m_timers.push_back(timer); }
     void RemoveTimer(ILoopTimer* timer);
+
+    // Connections that are being made, on the loop's thread only: ten thousand cameras that go at once must not take
+    // all descriptors. Those that somebody waits for come before looks at cameras.
+    static constexpr int kMostConnecting = 256;
+    static constexpr int kMostLooking = 128;
+    bool MayConnect(bool wanted) const { return m_connecting < (wanted ? kMostConnecting : kMostLooking); }
+    void AddConnecting(int change) { m_connecting += change; }
 
     // How much is on it, for spreading cameras over loops.
     std::size_t Load() const { return m_load.load(std::memory_order_relaxed); }
@@ -87,6 +94,7 @@ private:
     std::vector<ILoopTimer*> m_timers;
     std::uint64_t m_nextNumber = 1;
     std::int64_t m_lastReadUs = 0;
+    int m_connecting = 0;
 
     std::mutex m_mutex;  // guards what follows
     std::vector<std::function<void()>> m_work;
