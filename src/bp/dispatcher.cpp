@@ -195,8 +195,12 @@ int CDispatcher::FrameArrived(int netElemType, const std::string& linkID, ACE_Me
         GVX_LOG_ERR("Dispatcher", "What arrived is no frame. [link:%s]", linkID.c_str());
         return ZVS_PARA_INVALID;
     }
-    std::unique_ptr<CCmd> cmd =
-        MakeCommand(netElemType, linkID.c_str(), head.usiMsgType, std::string(TransactionOf(head)));
+    std::unique_ptr<CCmd> cmd;
+    try {
+        cmd = MakeCommand(netElemType, linkID.c_str(), head.usiMsgType, std::string(TransactionOf(head)));
+    } catch (const std::bad_alloc&) {
+        cmd = nullptr;  // its texts found no memory
+    }
     if (cmd == nullptr) {
         GVX_LOG_ERR_CODE("Dispatcher", ZVS_ALLOC_MEMORY_ERROR, "Frame[0x%04x] is lost. [link:%s]", head.usiMsgType,
                          linkID.c_str());

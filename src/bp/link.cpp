@@ -15,6 +15,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <exception>
+#include <new>
 #include <utility>
 
 #include <netinet/in.h>
@@ -53,7 +55,23 @@ std::size_t OwnBytes(const LinkTls* tls) {
 constexpr std::size_t kTlsRecordBytes = 16u * 1024u;
 constexpr int kRecordsPerWake = 8;
 
+// A link that waits for memory looks again so soon.
+constexpr std::int64_t kMemoryWaitMs = 50;
+
 }  // namespace
+
+// What throws, for want of memory as a rule, ends this link and nothing else: the reactor would not serve a handler any
+// more that was left by an exception.
+template <typename Work>
+void Link::Guarded(Work work) {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        Close(OM_LOG_WARNING, "no memory");  // so short that it needs none
+    } catch (const std::exception& fault) {
+        Close(OM_LOG_WARNING, fault.what());
+    }
+}
 
 Link::Link(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket, const NetAddress& peer,
            std::shared_ptr<LinkMemory> memory, LinkTls* tls)
@@ -96,16 +114,21 @@ Link::~Link() {
     m_account->Discharge(OwnBytes(m_tls) + BacklogBytes());
 }
 
-bool Link::Begin(ACE_Reactor& reactor) {
-    m_writeWatched = m_state == State::Connecting;
-    const ACE_Reactor_Mask mask = m_writeWatched ? ACE_Event_Handler::WRITE_MASK : ACE_Event_Handler::READ_MASK;
-    if (reactor.register_handler(this, mask) != 0) {
-        Close(OM_LOG_WARNING, gvx::ErrnoText("the descriptor is beyond what this process can watch", errno));
-        return false;
-    }
-    this->reactor(&reactor);
-    m_owner.WakeBy(m_setupDeadlineMs);
-    return m_state == State::Connecting || BeginTls();
+void Link::Begin(ACE_Reactor& reactor) {
+    Guarded([this, &reactor] {
+        m_writeWatched = m_state == State::Connecting;
+        m_readWatched = !m_writeWatched;
+        const ACE_Reactor_Mask mask = m_writeWatched ? ACE_Event_Handler::WRITE_MASK : ACE_Event_Handler::READ_MASK;
+        if (reactor.register_handler(this, mask) != 0) {
+            Close(OM_LOG_WARNING, gvx::ErrnoText("the descriptor is beyond what this process can watch", errno));
+            return;
+        }
+        this->reactor(&reactor);
+        m_owner.WakeBy(m_setupDeadlineMs);
+        if (m_state != State::Connecting) {
+            BeginTls();
+        }
+    });
 }
 
 bool Link::BeginTls() {
@@ -121,9 +144,22 @@ bool Link::BeginTls() {
     return true;
 }
 
+// A step takes as long as the requests of many links, so it waits for its turn like a frame that takes long.
+void Link::PostponeHandshake() {
+    if (m_readPaused) {
+        return;
+    }
+    m_readPaused = true;
+    m_readNeedsRoom = false;
+    Watch();
+    m_owner.BacklogWaits(shared_from_this());
+}
+
 void Link::Handshake() {
     const TlsSession::Result result = m_session->Handshake();
     m_lastHeardMs = gvx::MonotonicMilliseconds();
+    m_readPaused = false;
+    m_readNeedsRoom = result == TlsSession::Result::WantWrite;
     if (result == TlsSession::Result::Done) {
         BeginRegistration();
     } else if (result == TlsSession::Result::Failed) {
@@ -131,9 +167,7 @@ void Link::Handshake() {
     } else if (result == TlsSession::Result::Ended) {
         PeerEnded(0);
     }
-    if (m_state != State::Closed) {
-        WatchWrite(result == TlsSession::Result::WantWrite);
-    }
+    Watch();
 }
 
 void Link::BeginRegistration() {
@@ -156,6 +190,10 @@ ssize_t Link::Receive(char* buffer, std::size_t length) {
             return 0;
         case TlsSession::Result::Failed:
             errno = EPROTO;
+            return -1;
+        case TlsSession::Result::WantWrite:
+            m_readNeedsRoom = true;
+            errno = EAGAIN;
             return -1;
         default:
             errno = EAGAIN;
@@ -184,29 +222,43 @@ ssize_t Link::Transmit(struct iovec* parts, int count) {
     if (result == TlsSession::Result::Done) {
         return static_cast<ssize_t>(put);
     }
-    errno = result == TlsSession::Result::WantRead || result == TlsSession::Result::WantWrite ? EAGAIN : EPROTO;
+    m_writeNeedsInput = result == TlsSession::Result::WantRead;
+    errno = m_writeNeedsInput || result == TlsSession::Result::WantWrite ? EAGAIN : EPROTO;
     return -1;
 }
 
-void Link::WatchWrite(bool watch) {
-    if (watch && !m_writeWatched) {
-        reactor()->schedule_wakeup(this, ACE_Event_Handler::WRITE_MASK);
-    } else if (!watch && m_writeWatched) {
-        reactor()->cancel_wakeup(this, ACE_Event_Handler::WRITE_MASK);
+// Asks the reactor for what can be used: a socket that is ready for anything else would be told of without end.
+void Link::Watch() {
+    if (m_state == State::Closed) {
+        return;
     }
-    m_writeWatched = watch;
+    const bool read = m_state != State::Connecting && !m_readPaused && !m_readNeedsRoom;
+    const bool write = m_state == State::Connecting || m_readNeedsRoom || (m_queueWaits && !m_writeNeedsInput);
+    const auto change = [this](bool watch, ACE_Reactor_Mask mask) {
+        return watch ? reactor()->schedule_wakeup(this, mask) : reactor()->cancel_wakeup(this, mask);
+    };
+    const bool changed = (read == m_readWatched || change(read, ACE_Event_Handler::READ_MASK) != -1) &&
+                         (write == m_writeWatched || change(write, ACE_Event_Handler::WRITE_MASK) != -1);
+    m_readWatched = read;
+    m_writeWatched = write;
+    if (!changed) {
+        Close(OM_LOG_WARNING, gvx::ErrnoText("the connection cannot be watched", errno));
+    }
 }
 
 // The whole process may have been paused, as in a stopped virtual machine. Unread bytes then show that the peer lives,
 // and so do those that wait here.
 bool Link::BytesWaitUnread() const {
     char byte;
-    return m_readPaused || ::recv(m_socket.Get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
+    return m_readPaused || (!m_readNeedsRoom && ::recv(m_socket.Get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0);
 }
 
 void Link::CheckDeadlines(std::int64_t nowMs) {
+    if (m_awaitsMemory) {
+        Guarded([this, nowMs] { AwaitMemory(nowMs); });
+    }
     if (m_state == State::Open) {
-        CheckOpenDeadlines(nowMs);
+        Guarded([this, nowMs] { CheckOpenDeadlines(nowMs); });
     } else if (m_state != State::Closed) {
         if (nowMs < m_setupDeadlineMs || (m_state != State::Connecting && BytesWaitUnread())) {
             m_owner.WakeBy(std::max(m_setupDeadlineMs, nowMs + 1));
@@ -255,7 +307,8 @@ void Link::Close(int logLevel, const std::string& reason) {
     ::shutdown(m_socket.Get(), SHUT_RDWR);
     m_queue.Close();
     m_reader.Drop();
-    PutBacklog(nullptr, 0);
+    DropBacklog();
+    m_account->LinkClosed();
     if (m_framesDropped > 1) {
         GVX_LOG_WARN("Link frames dropped", "[peer:%s:%u, link:%s] %llu frames of types that never travel on a link",
                      m_peer.ip.c_str(), m_peer.port, m_linkID.c_str(),
@@ -288,10 +341,8 @@ LinkInfo Link::Describe() const {
 
 void Link::Connected() {
     m_state = State::Registering;
-    reactor()->cancel_wakeup(this, ACE_Event_Handler::WRITE_MASK);
-    m_writeWatched = false;
-    if (reactor()->schedule_wakeup(this, ACE_Event_Handler::READ_MASK) == -1) {
-        Close(OM_LOG_WARNING, gvx::ErrnoText("the connection cannot be watched", errno));
+    Watch();
+    if (m_state == State::Closed) {
         return;
     }
     m_lastHeardMs = m_lastSaidMs = gvx::MonotonicMilliseconds();
@@ -301,7 +352,7 @@ void Link::Connected() {
         return;
     }
     if (m_state == State::Handshaking) {
-        Handshake();
+        PostponeHandshake();
     } else {
         BeginRegistration();
     }
@@ -364,14 +415,23 @@ void Link::BecomeOpen() {
 }
 
 int Link::handle_input(ACE_HANDLE) {
+    Guarded([this] {
+        if (m_state == State::Handshaking) {
+            PostponeHandshake();
+        } else if (m_state != State::Closed) {
+            ReadFrames();
+        }
+    });
+    return 0;
+}
+
+void Link::ReadFrames() {
     // One buffer serves all links: there is one I/O thread, and what is read is used up before the next read. Made by
     // the thread that reads, since storage of threads would be there once for each thread of the process.
     static thread_local const auto room = std::make_unique<std::array<char, kReadChunkBytes>>();
     std::array<char, kReadChunkBytes>& buffer = *room;
-    if (m_state == State::Handshaking) {
-        Handshake();
-        return 0;
-    }
+    m_readNeedsRoom = false;
+    const bool writes = std::exchange(m_writeNeedsInput, false);
     const int mostReads = m_session != nullptr ? kRecordsPerWake : kReadsPerWake;
     const std::size_t fullRead = m_session != nullptr ? 1 : buffer.size();  // less means that nothing is left
     for (int reads = 0; reads < mostReads && m_state != State::Closed; ++reads) {
@@ -389,7 +449,10 @@ int Link::handle_input(ACE_HANDLE) {
             break;
         }
     }
-    return 0;
+    if (writes) {
+        Flush();
+    }
+    Watch();
 }
 
 // False when no more is to be read now: the link has closed, or the rest has been put off.
@@ -423,6 +486,10 @@ bool Link::Consume(const char* data, std::size_t length, Heavy heavy) {
             return false;
         }
         if (!MemoryIsThere()) {
+            if (m_state != State::Closed) {
+                m_awaitsMemory = true;
+                Postpone(data, length);
+            }
             return false;
         }
     }
@@ -433,53 +500,60 @@ bool Link::Consume(const char* data, std::size_t length, Heavy heavy) {
     return true;
 }
 
-// The frame that has just begun may have been the one too many.
+// The frame that has just begun may have been the one too many. What waits of links that have closed is served or
+// expires, and until then a link that has more than the others are denied waits.
 bool Link::MemoryIsThere() {
     if (!m_account->All().Over()) {
         return true;
     }
     m_owner.ShedMemory();
-    if (m_state != State::Closed && m_account->Denied()) {
-        char text[96] = {0};
-        sprintf_s(text, sizeof(text), "no memory for a frame of %u bytes, the links hold too much",
-                  m_reader.HeadLength());
-        Close(OM_LOG_WARNING, text);
-    }
-    return m_state != State::Closed;
+    return m_state != State::Closed && !m_account->Denied();
 }
 
+// data: what was just read, or the end of the backlog.
 void Link::Postpone(const char* data, std::size_t length) {
-    PutBacklog(data, length);
-    if (!m_readPaused) {
-        m_readPaused = true;
-        reactor()->cancel_wakeup(this, ACE_Event_Handler::READ_MASK);
+    if (!m_backlog.empty()) {
+        m_backlogAt = m_backlog.size() - length;
+    } else if (length != 0) {
+        m_backlog.assign(data, length);
+        m_backlogAt = 0;
+        m_account->Charge(BacklogBytes());
+    }
+    m_readPaused = true;
+    Watch();
+    if (m_awaitsMemory) {
+        m_owner.WakeBy(gvx::MonotonicMilliseconds() + kMemoryWaitMs);
+    } else {
+        m_owner.BacklogWaits(shared_from_this());
+    }
+}
+
+void Link::AwaitMemory(std::int64_t nowMs) {
+    if (m_account->Denied()) {
+        m_owner.WakeBy(nowMs + kMemoryWaitMs);
+        return;
     }
     m_owner.BacklogWaits(shared_from_this());
+    m_awaitsMemory = false;
 }
 
-void Link::PutBacklog(const char* data, std::size_t length) {
+void Link::DropBacklog() {
     m_account->Discharge(BacklogBytes());
-    if (length == 0) {
-        std::string().swap(m_backlog);
-    } else {
-        m_backlog.assign(data, length);
-    }
-    m_account->Charge(BacklogBytes());
+    std::string().swap(m_backlog);
+    m_backlogAt = 0;
 }
 
 void Link::ServeBacklog() {
-    if (m_state == State::Closed) {
-        return;
-    }
-    const std::string backlog = m_backlog;
-    if (!Consume(backlog.data(), backlog.size(), Heavy::Served)) {
-        return;
-    }
-    PutBacklog(nullptr, 0);
-    m_readPaused = false;
-    if (reactor()->schedule_wakeup(this, ACE_Event_Handler::READ_MASK) == -1) {
-        Close(OM_LOG_WARNING, gvx::ErrnoText("the connection cannot be watched", errno));
-    }
+    Guarded([this] {
+        if (m_state == State::Handshaking) {
+            Handshake();
+        } else if (m_state != State::Closed &&
+                   Consume(m_backlog.data() + m_backlogAt, m_backlog.size() - m_backlogAt, Heavy::Served)) {
+            DropBacklog();
+            m_readPaused = false;
+            Watch();
+        }
+    });
 }
 
 void Link::CloseForReaderFault() {
@@ -548,7 +622,7 @@ int Link::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
     int error = 0;
     socklen_t length = sizeof(error);
     ::getsockopt(m_socket.Get(), SOL_SOCKET, SO_ERROR, &error, &length);
-    PeerEnded(error);
+    Guarded([this, error] { PeerEnded(error); });
     return 0;
 }
 
@@ -591,35 +665,38 @@ void Link::Flush() {
                      m_peer.port, m_linkID.c_str(), static_cast<unsigned long long>(written.refusedInEpisode));
     }
     if (written.state == SendQueue::WriteState::Failed) {
-        PeerEnded(written.error);
+        Guarded([this, &written] { PeerEnded(written.error); });
         return;
     }
-    const bool watch = written.state != SendQueue::WriteState::Drained;
-    if (watch) {
+    m_queueWaits = written.state != SendQueue::WriteState::Drained;
+    if (m_queueWaits) {
         m_flushWanted = true;  // the socket asks for the next flush, so a push need not
     }
-    WatchWrite(watch);
+    Watch();
 }
 
 int Link::handle_output(ACE_HANDLE) {
-    if (m_state == State::Handshaking) {
-        Handshake();
-        return 0;
-    }
-    if (m_state != State::Connecting) {
-        Flush();
-        return 0;
-    }
-    int error = 0;
-    socklen_t length = sizeof(error);
-    if (::getsockopt(m_socket.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        PeerEnded(error);
-    } else {
-        Connected();
-    }
+    Guarded([this] {
+        if (m_state == State::Connecting) {
+            int error = 0;
+            socklen_t length = sizeof(error);
+            if (::getsockopt(m_socket.Get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
+                error = errno;
+            }
+            if (error != 0) {
+                PeerEnded(error);
+            } else {
+                Connected();
+            }
+        } else if (m_state == State::Handshaking) {
+            PostponeHandshake();
+        } else {
+            if (m_readNeedsRoom) {
+                ReadFrames();
+            }
+            Flush();
+        }
+    });
     return 0;
 }
 

@@ -70,8 +70,8 @@ public:
 
     ~Link() override;
 
-    // Puts the link under the reactor. False when it refuses; the link is then closed, and says so in the log.
-    bool Begin(ACE_Reactor& reactor);
+    // Puts the link under the reactor. Where that cannot be done the link is closed, and says so in the log.
+    void Begin(ACE_Reactor& reactor);
 
     // Takes the block over when it answers 0; ZVS_NET_SEND_ERROR for a full queue or a closed link.
     int Send(ACE_Message_Block* block);
@@ -80,7 +80,8 @@ public:
 
     // Writes what waits.
     void Flush();
-    // Goes on with what BacklogWaits told of: for a moment, or for one frame that takes longer.
+    // Goes on with what BacklogWaits told of: for a moment, or for one frame or one step of a handshake that takes
+    // longer.
     void ServeBacklog();
     // What is held for the link, as allocated.
     std::size_t MemoryBytes() const { return m_account->Bytes(); }
@@ -91,6 +92,7 @@ public:
     void ReleaseSocket();
 
     bool Outgoing() const { return m_outgoing; }
+    bool Open() const { return m_state == State::Open; }
     const std::string& ID() const { return m_linkID; }
     const NetAddress& Peer() const { return m_peer; }
 
@@ -99,25 +101,33 @@ public:
     int handle_output(ACE_HANDLE) override;
     int handle_close(ACE_HANDLE, ACE_Reactor_Mask) override;
 
+    // The owner's: the next of those that want a flush.
+    std::shared_ptr<Link> m_nextToFlush;
+
 private:
     enum class State { Connecting, Handshaking, Registering, Open, Closed };
 
     Link(LinkOwner& owner, const LinkOptions& options, gvx::UniqueFd socket, const NetAddress& peer,
          std::shared_ptr<LinkMemory> memory, LinkTls* tls);
 
+    template <typename Work>
+    void Guarded(Work work);
     void Connected();
     bool BeginTls();
+    void PostponeHandshake();
     void Handshake();
     void BeginRegistration();
     ssize_t Receive(char* buffer, std::size_t length);
     ssize_t Transmit(struct iovec* parts, int count);
-    void WatchWrite(bool watch);
+    void Watch();
+    void ReadFrames();
     enum class Heavy { Postponed, Served };
     bool Consume(const char* data, std::size_t length, Heavy heavy);
     bool MemoryIsThere();
     void Postpone(const char* data, std::size_t length);
+    void AwaitMemory(std::int64_t nowMs);
     std::size_t BacklogBytes() const { return m_backlog.empty() ? 0 : m_backlog.capacity(); }
-    void PutBacklog(const char* data, std::size_t length);
+    void DropBacklog();
     void DropInternal(std::uint16_t type);
     void CloseForReaderFault();
     void PeerEnded(int error);
@@ -137,14 +147,20 @@ private:
     bool m_outgoing = false;
     Attempt m_attempt;  // of an outgoing link
     State m_state = State::Registering;
+    bool m_readWatched = false;   // the reactor tells when bytes have come
     bool m_writeWatched = false;  // the reactor tells when the socket takes bytes again
     std::string m_linkID;         // constant from the opening on
     LinkTls* const m_tls;
     std::unique_ptr<TlsSession> m_session;  // null: the link is plain
     LinkAccount::Ptr m_account;
     FrameReader m_reader;
-    std::string m_backlog;      // read, and not looked at yet
-    bool m_readPaused = false;  // until the backlog has been served
+    std::string m_backlog;           // read, and not looked at yet
+    std::size_t m_backlogAt = 0;     // what stands before has been looked at
+    bool m_readPaused = false;       // until the backlog, or the next step of a handshake, has had its turn
+    bool m_awaitsMemory = false;     // before the backlog has its turn
+    bool m_readNeedsRoom = false;    // TLS has something to write before it reads on
+    bool m_writeNeedsInput = false;  // TLS has something to read before it writes on
+    bool m_queueWaits = false;       // for the socket
     SendQueue m_queue;
     std::int64_t m_setupDeadlineMs = kNoDeadline;  // connect, then registration
     std::int64_t m_frameDeadlineMs = kNoDeadline;

@@ -8,6 +8,7 @@
 #include <ace/Reactor.h>
 
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include <sys/socket.h>
@@ -70,9 +71,14 @@ int LinkAcceptor::handle_input(ACE_HANDLE) {
             break;  // nobody left, or a peer that has gone again
         }
         m_pauseLogged = false;
-        NetAddress peer;
-        if (NetAddress::FromSystem(name, length, peer)) {
-            m_owner.PeerArrived(std::move(socket), peer);
+        try {
+            NetAddress peer;
+            if (NetAddress::FromSystem(name, length, peer)) {
+                m_owner.PeerArrived(std::move(socket), peer);
+            }
+        } catch (const std::bad_alloc&) {
+            Pause(ENOMEM);
+            break;
         }
     }
     return 0;

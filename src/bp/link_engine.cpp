@@ -140,7 +140,8 @@ void LinkEngine::Turn() {
 // Serves one event, if there is one: the reactor dispatches one at a time, each ready link in its turn.
 bool LinkEngine::WaitForEvents() {
     const std::int64_t untilCheck = m_nextCheckMs - gvx::MonotonicMilliseconds();
-    const std::int64_t waitMs = m_backlogs.empty() ? std::clamp<std::int64_t>(untilCheck, 0, kLongestWaitMs) : 0;
+    const bool idle = m_backlogs.empty() && m_handshakes.empty();
+    const std::int64_t waitMs = idle ? std::clamp<std::int64_t>(untilCheck, 0, kLongestWaitMs) : 0;
     ACE_Time_Value wait(0, static_cast<suseconds_t>(waitMs * 1000));
     const int served = m_reactor->handle_events(wait);
     if (served < 0 && errno != EINTR) {
@@ -151,16 +152,20 @@ bool LinkEngine::WaitForEvents() {
 }
 
 void LinkEngine::BacklogWaits(std::shared_ptr<Link> link) {
-    m_backlogs.push_back(std::move(link));
+    (link->Open() ? m_backlogs : m_handshakes).push_back(std::move(link));
 }
 
 void LinkEngine::ServeBacklog(bool eventServed) {
     const auto begun = std::chrono::steady_clock::now();
-    if (m_backlogs.empty() || (eventServed && begun < m_backlogNotBefore)) {
+    if ((m_backlogs.empty() && m_handshakes.empty()) || (eventServed && begun < m_backlogNotBefore)) {
         return;
     }
-    const std::shared_ptr<Link> link = std::move(m_backlogs.front());
-    m_backlogs.pop_front();
+    // In turn, so that many handshakes do not hold up who has come in.
+    m_handshakeIsNext = m_backlogs.empty() || (m_handshakeIsNext && !m_handshakes.empty());
+    std::deque<std::shared_ptr<Link>>& waiting = m_handshakeIsNext ? m_handshakes : m_backlogs;
+    m_handshakeIsNext = !m_handshakeIsNext;
+    const std::shared_ptr<Link> link = std::move(waiting.front());
+    waiting.pop_front();
     link->ServeBacklog();
     const auto ended = std::chrono::steady_clock::now();
     m_backlogNotBefore = ended + kShareOfOthers * (ended - begun);
@@ -168,7 +173,7 @@ void LinkEngine::ServeBacklog(bool eventServed) {
 
 // A link that holds less than an equal part is never closed for what others hold.
 void LinkEngine::ShedMemory() {
-    while (m_memory->Over()) {
+    while (m_memory->OpenLinksAreOver()) {
         const auto debtor = std::max_element(m_links.begin(), m_links.end(), [](const auto& one, const auto& other) {
             return one.second.link->MemoryBytes() < other.second.link->MemoryBytes();
         });
@@ -185,10 +190,7 @@ void LinkEngine::ShedMemory() {
 
 void LinkEngine::RequestShed() {
     if (!m_shedAsked.exchange(true)) {
-        Post([this] {
-            m_shedAsked = false;
-            ShedMemory();
-        });
+        m_wake.Ring();
     }
 }
 
@@ -196,7 +198,8 @@ void LinkEngine::RunWork() {
     std::vector<Work> work;
     std::unique_lock<std::mutex> lock(m_mutexWork);
     work.swap(m_work);
-    m_flushing.swap(m_flushes);
+    std::shared_ptr<Link> toFlush = std::move(m_firstToFlush);
+    m_lastToFlush = nullptr;
     lock.unlock();
     for (const Work& item : work) {
         try {
@@ -205,10 +208,19 @@ void LinkEngine::RunWork() {
             GVX_LOG_ERR("Link engine", "Work of the link thread ended early: %s", fault.what());
         }
     }
-    for (const std::shared_ptr<Link>& link : m_flushing) {
+    RunFlushes(std::move(toFlush));
+    if (m_shedAsked.exchange(false)) {
+        ShedMemory();
+    }
+}
+
+// A link is taken out of the chain ahead of its flush, since it may want another at once.
+void LinkEngine::RunFlushes(std::shared_ptr<Link> first) {
+    while (first != nullptr) {
+        const std::shared_ptr<Link> link = std::move(first);
+        first = std::move(link->m_nextToFlush);
         link->Flush();
     }
-    m_flushing.clear();
 }
 
 void LinkEngine::WakeBy(std::int64_t deadlineMs) {
@@ -261,10 +273,13 @@ void LinkEngine::Shutdown() {
     }
     Bury();
     m_reactor->remove_handler(&m_wake, ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
-    std::lock_guard<std::mutex> guard(m_mutexWork);
+    std::unique_lock<std::mutex> lock(m_mutexWork);
     m_workEnded = true;
     m_work.clear();
-    m_flushes.clear();
+    std::shared_ptr<Link> left = std::move(m_firstToFlush);
+    m_lastToFlush = nullptr;
+    lock.unlock();
+    RunFlushes(std::move(left));  // closed links do nothing
 }
 
 int LinkEngine::Listen(const char* ip, std::uint16_t port, std::uint16_t* boundPort) {
@@ -363,6 +378,16 @@ void LinkEngine::Attempt(const std::shared_ptr<LinkConnector>& connector, std::i
         return;
     }
     connector->AttemptBegins();
+    try {
+        BeginAttempt(connector, nowMs);
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR("Link connector", "No memory for a link to %s:%u.", connector->Options().peer.ip.c_str(),
+                    connector->Options().peer.port);
+        AttemptEnded(connector);
+    }
+}
+
+void LinkEngine::BeginAttempt(const std::shared_ptr<LinkConnector>& connector, std::int64_t nowMs) {
     const ConnectorOptions& options = connector->Options();
     gvx::UniqueFd socket = connector->BeginConnect();
     if (!socket.Valid()) {
@@ -377,7 +402,7 @@ void LinkEngine::Attempt(const std::shared_ptr<LinkConnector>& connector, std::i
     attempt.connectDeadlineMs = nowMs + options.connectTimeoutMs;
     attempt.logLevel = connector->FailureLogLevel();
     Adopt(Link::Connecting(*this, m_options, std::move(socket), options.peer, m_memory, m_tls.get(), attempt),
-          connector);
+          connector, 0);
 }
 
 void LinkEngine::AttemptEnded(const std::shared_ptr<LinkConnector>& connector) {
@@ -404,10 +429,39 @@ std::vector<std::shared_ptr<LinkConnector>> LinkEngine::Connectors() const {
     return connectors;
 }
 
-void LinkEngine::Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkConnector> connector) {
+void LinkEngine::Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkConnector> connector,
+                       std::uint64_t arrival) {
+    if (m_dead.capacity() <= m_links.size()) {
+        m_dead.reserve(2 * m_links.size() + 16);  // a close needs no memory
+    }
+    m_links.emplace(link.get(), LiveLink{link, std::move(connector), arrival});
     m_incoming += link->Outgoing() ? 0 : 1;
-    m_links.emplace(link.get(), LiveLink{link, std::move(connector)});
+    if (arrival != 0) {
+        m_newcomers[link->Peer().Site()].emplace(arrival, link.get());
+    }
     link->Begin(*m_reactor);
+}
+
+// Of the peers that have not registered, the oldest of the site from which most have come gives its place away.
+bool LinkEngine::EvictNewcomer() {
+    const auto greediest =
+        std::max_element(m_newcomers.begin(), m_newcomers.end(),
+                         [](const auto& one, const auto& other) { return one.second.size() < other.second.size(); });
+    if (greediest == m_newcomers.end()) {
+        return false;
+    }
+    Link& oldest = *greediest->second.begin()->second;
+    Refuse(m_evicted, oldest.Peer(), "no registration yet, and its place is needed");
+    oldest.Close(OM_LOG_DEBUG, "no registration yet, and its place is needed");
+    return true;
+}
+
+void LinkEngine::NoNewcomer(LiveLink& live) {
+    const std::uint64_t arrival = std::exchange(live.arrival, 0);
+    const auto site = arrival == 0 ? m_newcomers.end() : m_newcomers.find(live.link->Peer().Site());
+    if (site != m_newcomers.end() && site->second.erase(arrival) != 0 && site->second.empty()) {
+        m_newcomers.erase(site);
+    }
 }
 
 bool LinkEngine::MayConnect(const NetAddress& peer) const {
@@ -432,10 +486,10 @@ void LinkEngine::Refuse(Refusals& refusals, const NetAddress& peer, const std::s
 void LinkEngine::PeerArrived(gvx::UniqueFd socket, const NetAddress& peer) {
     if (!MayConnect(peer)) {
         Refuse(m_strangers, peer, "not one of the networks that may connect");
-    } else if (m_incoming >= m_options.maxLinks) {
+    } else if (m_incoming >= m_options.maxLinks && !EvictNewcomer()) {
         Refuse(m_tooMany, peer, "too many links, the limit is " + std::to_string(m_options.maxLinks));
     } else {
-        Adopt(Link::Accepted(*this, m_options, std::move(socket), peer, m_memory, m_tls.get()), nullptr);
+        Adopt(Link::Accepted(*this, m_options, std::move(socket), peer, m_memory, m_tls.get()), nullptr, ++m_arrivals);
     }
 }
 
@@ -445,14 +499,17 @@ void LinkEngine::LinkRegistered(Link& link) {
         older->Close(OM_LOG_WARNING, "replaced: the identifier registered anew from " + link.Peer().ip + ":" +
                                          std::to_string(link.Peer().port));
     }
-    const LiveLink& live = m_links.at(&link);
+    LiveLink& live = m_links.at(&link);
+    NoNewcomer(live);
     if (live.connector != nullptr) {
         live.connector->LinkOpened(gvx::MonotonicMilliseconds());
     }
     std::unique_lock<std::mutex> lock(m_mutexOpen);
     m_open[link.ID()] = live.link;
     lock.unlock();
-    Report(m_events.opened, "opened", link);
+    if (!Report(m_events.opened, "opened", link)) {
+        link.Close(OM_LOG_WARNING, "its opening could not be told");
+    }
 }
 
 void LinkEngine::FrameReceived(Link& link, MessageBlockPtr frame) {
@@ -464,8 +521,9 @@ void LinkEngine::LinkClosed(Link& link, bool wasOpen) {
     if (found == m_links.end()) {
         return;
     }
-    const LiveLink live = std::move(found->second);
+    LiveLink live = std::move(found->second);
     m_links.erase(found);
+    NoNewcomer(live);
     m_dead.push_back(live.link);
     m_incoming -= link.Outgoing() ? 0 : 1;
     if (live.connector != nullptr) {
@@ -483,17 +541,19 @@ void LinkEngine::LinkClosed(Link& link, bool wasOpen) {
     }
 }
 
-void LinkEngine::Report(const LinkEvents::Event& event, const char* name, const Link& link) {
-    if (!event) {
-        return;
-    }
+// False when whoever is told threw.
+bool LinkEngine::Report(const LinkEvents::Event& event, const char* name, const Link& link) {
     try {
-        event(link.ID(), ElementTypeOf(link.ID()), link.ID(), link.Peer().ip, link.Peer().port);
+        if (event) {
+            event(link.ID(), ElementTypeOf(link.ID()), link.ID(), link.Peer().ip, link.Peer().port);
+        }
+        return true;
     } catch (const std::exception& fault) {
         GVX_LOG_ERR("Link event", "The event \"%s\" of link[%s] threw: %s", name, link.ID().c_str(), fault.what());
     } catch (...) {
         GVX_LOG_ERR("Link event", "The event \"%s\" of link[%s] threw something unknown.", name, link.ID().c_str());
     }
+    return false;
 }
 
 std::shared_ptr<Link> LinkEngine::FindOpen(const std::string& linkID) const {
@@ -523,7 +583,9 @@ std::shared_ptr<const LinkProgress> LinkEngine::ProgressOf(const std::string& li
 
 void LinkEngine::RequestFlush(std::shared_ptr<Link> link) {
     std::unique_lock<std::mutex> lock(m_mutexWork);
-    m_flushes.push_back(std::move(link));
+    Link* const last = link.get();
+    (m_lastToFlush == nullptr ? m_firstToFlush : m_lastToFlush->m_nextToFlush) = std::move(link);
+    m_lastToFlush = last;
     lock.unlock();
     m_wake.Ring();
 }

@@ -77,6 +77,7 @@ private:
     struct LiveLink {
         std::shared_ptr<Link> link;
         std::shared_ptr<LinkConnector> connector;  // null for a link that the peer made
+        std::uint64_t arrival;                     // of a peer that has not registered yet; otherwise 0
     };
     using Work = std::function<void()>;
     // Peers that were turned away for one reason: a line now and then tells of them all.
@@ -91,16 +92,20 @@ private:
     bool WaitForEvents();
     void ServeBacklog(bool eventServed);
     void RunWork();
+    void RunFlushes(std::shared_ptr<Link> first);
     void CheckDeadlines(std::int64_t nowMs);
     void Bury();
     void Shutdown();
 
     bool MayConnect(const NetAddress& peer) const;
     static void Refuse(Refusals& refusals, const NetAddress& peer, const std::string& reason);
-    void Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkConnector> connector);
+    void Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkConnector> connector, std::uint64_t arrival);
+    bool EvictNewcomer();
+    void NoNewcomer(LiveLink& live);
     std::shared_ptr<Link> FindOpen(const std::string& linkID) const;
-    void Report(const LinkEvents::Event& event, const char* name, const Link& link);
+    bool Report(const LinkEvents::Event& event, const char* name, const Link& link);
     void Attempt(const std::shared_ptr<LinkConnector>& connector, std::int64_t nowMs);
+    void BeginAttempt(const std::shared_ptr<LinkConnector>& connector, std::int64_t nowMs);
     void AttemptEnded(const std::shared_ptr<LinkConnector>& connector);
     void EndConnector(const std::shared_ptr<LinkConnector>& connector);
     std::vector<std::shared_ptr<LinkConnector>> Connectors() const;
@@ -120,10 +125,16 @@ private:
     std::vector<std::shared_ptr<Link>> m_dead;  // closed in this turn; an upcall of theirs may still be under way
     std::vector<std::unique_ptr<LinkAcceptor>> m_acceptors;
     std::size_t m_incoming = 0;
-    std::deque<std::shared_ptr<Link>> m_backlogs;  // in the order of their turns
+    // Peers that have not registered, by their sites, in the order in which they came.
+    std::map<std::string, std::map<std::uint64_t, Link*>> m_newcomers;
+    std::uint64_t m_arrivals = 0;
+    std::deque<std::shared_ptr<Link>> m_backlogs;    // of open links, in the order of their turns
+    std::deque<std::shared_ptr<Link>> m_handshakes;  // the same of links that are not open yet
+    bool m_handshakeIsNext = false;
     std::chrono::steady_clock::time_point m_backlogNotBefore;
     Refusals m_strangers;
     Refusals m_tooMany;
+    Refusals m_evicted;
     std::int64_t m_nextCheckMs = 0;
 
     mutable std::mutex m_mutexOpen;
@@ -132,10 +143,11 @@ private:
     mutable std::mutex m_mutexConnectors;
     std::map<ConnectorKey, std::shared_ptr<LinkConnector>> m_connectors;  // Guarded by m_mutexConnectors.
     std::mutex m_mutexWork;
-    bool m_workEnded = false;                       // Guarded by m_mutexWork. Nothing is served any more.
-    std::vector<Work> m_work;                       // Guarded by m_mutexWork.
-    std::vector<std::shared_ptr<Link>> m_flushes;   // Guarded by m_mutexWork.
-    std::vector<std::shared_ptr<Link>> m_flushing;  // I/O thread only; swapped with the former to keep its room
+    bool m_workEnded = false;  // Guarded by m_mutexWork. Nothing is served any more.
+    std::vector<Work> m_work;  // Guarded by m_mutexWork.
+    // Links that want a flush, chained through m_nextToFlush, so that to send needs no memory. Guarded by m_mutexWork.
+    std::shared_ptr<Link> m_firstToFlush;
+    Link* m_lastToFlush = nullptr;
 };
 
 }  // namespace BP

@@ -25,14 +25,24 @@ void LinkAccount::Release() noexcept {
     }
 }
 
+// At no moment do the open links seem to hold more than they do.
 void LinkAccount::Charge(std::size_t bytes) noexcept {
-    m_bytes += bytes;
+    if ((m_bytes.fetch_add(bytes) & kClosed) != 0) {
+        m_memory->m_ofClosedLinks += bytes;
+    }
     m_memory->m_bytes += bytes;
 }
 
 void LinkAccount::Discharge(std::size_t bytes) noexcept {
-    m_bytes -= bytes;
+    const bool closed = (m_bytes.fetch_sub(bytes) & kClosed) != 0;
     m_memory->m_bytes -= bytes;
+    if (closed) {
+        m_memory->m_ofClosedLinks -= bytes;
+    }
+}
+
+void LinkAccount::LinkClosed() noexcept {
+    m_memory->m_ofClosedLinks += m_bytes.fetch_or(kClosed);
 }
 
 std::size_t LinkAccount::BytesOf(const ACE_Message_Block* block) noexcept {

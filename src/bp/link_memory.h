@@ -20,11 +20,14 @@ public:
     std::size_t Limit() const { return m_limit; }
     std::size_t Bytes() const { return m_bytes; }
     bool Over() const { return m_bytes > m_limit; }
+    // The same without what waits to be served of links that have closed: to close another link would not free that.
+    bool OpenLinksAreOver() const { return m_bytes > m_limit + m_ofClosedLinks; }
 
 private:
     friend class LinkAccount;
     const std::size_t m_limit;
     std::atomic<std::size_t> m_bytes{0};
+    std::atomic<std::size_t> m_ofClosedLinks{0};
 };
 
 // One link's part of it, and the allocator of the blocks whose frames the link brings. A block may outlive its link,
@@ -43,10 +46,12 @@ public:
     // memory is kept until the last of the account has gone.
     static Ptr Open(std::shared_ptr<LinkMemory> memory);
 
-    std::size_t Bytes() const { return m_bytes; }
+    std::size_t Bytes() const { return m_bytes & ~kClosed; }
     const LinkMemory& All() const { return *m_memory; }
     // Whether this link must not take more: all have too much, and it has more than what is never denied.
-    bool Denied() const { return m_memory->Over() && m_bytes > kAlwaysBytes; }
+    bool Denied() const { return m_memory->Over() && Bytes() > kAlwaysBytes; }
+    // The link has closed; what is left of it still counts, but as nobody's who is there. Once.
+    void LinkClosed() noexcept;
 
     void Charge(std::size_t bytes) noexcept;
     void Discharge(std::size_t bytes) noexcept;
@@ -63,6 +68,9 @@ private:
     explicit LinkAccount(std::shared_ptr<LinkMemory> memory) : m_memory(std::move(memory)) {}
     ~LinkAccount() override = default;
     void Release() noexcept;
+
+    // Marks m_bytes when the link has closed: the mark and the number change as one.
+    static constexpr std::size_t kClosed = ~(static_cast<std::size_t>(-1) >> 1);
 
     const std::shared_ptr<LinkMemory> m_memory;
     std::atomic<std::size_t> m_bytes{0};

@@ -197,9 +197,9 @@ void LinkTls::Refresh() {
     if (stamp == m_stamp) {
         return;
     }
-    m_stamp = std::move(stamp);
     std::string fault;
     Context renewed = MakeContext(m_files, &fault);
+    m_stamp = std::move(stamp);
     if (renewed == nullptr) {
         GVX_LOG_ERR("Link TLS", "The files have changed and cannot be used, the former stay in force: %s",
                     fault.c_str());

@@ -49,6 +49,17 @@ std::string WireBytes(const NetAddress& address) {
 
 }  // namespace
 
+std::string NetAddress::Site() const {
+    struct sockaddr_in v4;
+    struct sockaddr_in6 v6;
+    if (storage.ss_family == AF_INET) {
+        std::memcpy(&v4, &storage, sizeof(v4));
+        return std::string(reinterpret_cast<const char*>(&v4.sin_addr), sizeof(v4.sin_addr));
+    }
+    std::memcpy(&v6, &storage, sizeof(v6));
+    return std::string(reinterpret_cast<const char*>(&v6.sin6_addr), sizeof(v6.sin6_addr) / 2);
+}
+
 bool NetNetwork::Parse(const std::string& text, NetNetwork& network) {
     const std::size_t slash = text.find('/');
     NetNetwork parsed;

@@ -17,6 +17,9 @@ struct NetAddress {
 
     const struct sockaddr* Get() const { return reinterpret_cast<const struct sockaddr*>(&storage); }
 
+    // The bytes that one host or household of hosts has in common: an IPv4 address, the first half of an IPv6 address.
+    std::string Site() const;
+
     // From a numeric IPv4 or IPv6 address; names are not looked up. False when it is none, for null, or for a port
     // outside 0 to 65535. ip then has its canonical form.
     static bool Parse(const char* ip, int port, NetAddress& address);

@@ -3,6 +3,7 @@
 #include "nss/nss_msg_type.h"
 
 #include <cstring>
+#include <new>
 #include <thread>
 
 #include <arpa/inet.h>
@@ -120,6 +121,39 @@ TEST_F(LinkFaults, PeerBeyondTheLimitIsClosedAndAPlaceThatIsFreedServesAgain) {
     ASSERT_TRUE(WaitUntil([] { return OpenLinks() == 1; }));
     auto fourth = RegisteredPeer("MU#001");
     EXPECT_TRUE(Exchanges(*fourth, "MU#001"));
+}
+
+TEST_F(LinkFaults, PeersThatNeverRegisterGiveWayToThoseThatDo) {
+    BP::LinkOptions options;
+    options.maxLinks = 3;
+    StartListening(options);
+    auto registered = RegisteredPeer("SCU#001");
+    auto oldest = FakePeer::Connect(m_port);
+    auto younger = FakePeer::Connect(m_port);
+    auto other = RegisteredPeer("OMU#001");
+    EXPECT_TRUE(oldest->ReadUntilClosed());
+    EXPECT_EQ(0u, younger->Register("MU#001"));
+    EXPECT_TRUE(Exchanges(*registered, "SCU#001"));
+    EXPECT_TRUE(Exchanges(*other, "OMU#001"));
+    EXPECT_EQ(1u, m_log->Count("no registration yet, and its place is needed", "Link closed"));
+}
+
+TEST_F(LinkFaults, AnOpeningThatCannotBeToldClosesItsLinkAlone) {
+    BP::LinkOptions options;
+    options.localID = "GVX#001";
+    BP::LinkEvents events;
+    events.opened = [](const std::string&, int, const std::string& link, const std::string&, unsigned) {
+        if (link == "SCU#001") {
+            throw std::bad_alloc();
+        }
+    };
+    ASSERT_EQ(0, BP::CNetFactory::Start(options, events));
+    ASSERT_EQ(0, BP::CNetFactory::Listen("127.0.0.1", 0, &m_port));
+    auto unlucky = FakePeer::Connect(m_port);
+    unlucky->Register("SCU#001");  // answered or not
+    EXPECT_TRUE(unlucky->ReadUntilClosed());
+    auto other = RegisteredPeer("OMU#001");
+    EXPECT_TRUE(Exchanges(*other, "OMU#001"));
 }
 
 TEST_F(LinkFaults, BusyPeerKeepsNobodyWaitingAndLosesNothing) {

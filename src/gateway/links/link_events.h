@@ -8,11 +8,13 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace gvx {
@@ -35,8 +37,11 @@ public:
     static constexpr std::size_t kMaxHeldBytes = 8u << 20;
     // From so many waiting events on, a link that opened and closed before it was its turn is passed over.
     static constexpr std::size_t kMaxEvents = 1024;
-    // As many openings may wait for an answer; a further one waits on the thread of the events and holds up all.
+    // As many openings may wait for an answer at a time. A further one waits for its turn, and holds up nobody else; it
+    // is given up when its link closes.
     static constexpr std::size_t kMaxAside = 64;
+    // So many of a link's held frames are handed on before it is the turn of another event.
+    static constexpr std::size_t kFramesInARow = 64;
 
     LinkEventThread() = default;
     ~LinkEventThread();
@@ -65,7 +70,7 @@ public:
     Progress GetProgress();
 
     // On this thread, from within an event: has work that may wait for the link's peer done aside. Elsewhere, and where
-    // no thread can be had, it is done at once.
+    // not one thread can be had, it is done at once.
     void Aside(std::function<void()> work);
 
     // On this thread, from within an opened event: answers reach the link from now on.
@@ -84,32 +89,51 @@ private:
     struct Entrance {
         std::size_t openings = 0;  // queued or under way
         std::size_t bytes = 0;
-        std::vector<std::unique_ptr<BP::CCmd>> frames;
+        std::deque<std::unique_ptr<BP::CCmd>> frames;
+    };
+    using Events = std::list<Event>;
+    struct AsideThread {
+        std::thread thread;
+        bool ended = false;
+    };
+    struct WaitingWork {
+        std::uint64_t turn;
+        std::function<void()> work;
     };
 
-    void Queue(Event event);
-    bool PassOver(const Event& closed);
-    bool StartAside(const std::string& linkID, std::function<void()> work);
+    void QueueOpened(const Event& event);
+    void QueueClosed(const std::string& linkID);
+    bool PassOver(const std::string& closed);
+    bool PutAside(const std::string& linkID, const std::function<void()>& work);
+    bool StartAside(const std::string& linkID, const std::function<void()>& work);
     void RunAside(const std::string& linkID, const std::function<void()>& work);
+    void StartWaiting(std::unique_lock<std::mutex>& lock);
     void JoinEnded(std::unique_lock<std::mutex>& lock);
-    std::deque<Event>::iterator NextEvent();
+    Events::iterator NextEvent();
+    std::map<std::string, Entrance>::iterator NextToFeed();
+    bool AtEnd() const;
     void Run();
+    void Turn(std::unique_lock<std::mutex>& lock);
     void Serve(const Event& event);
     void FeedHeldFrames(const std::string& linkID);
-    bool TakeHeldFrames(const std::string& linkID, std::vector<std::unique_ptr<BP::CCmd>>& frames);
+    bool TakeHeldFrames(const std::string& linkID, std::size_t most, std::vector<std::unique_ptr<BP::CCmd>>& frames);
 
     BP::LinkEvents m_handlers;
     FrameTaker m_takeFrame;
     std::thread m_thread;
     const Event* m_serving = nullptr;  // this thread only
     const Event* m_opening = nullptr;  // this thread only: the main-service opening whose frames still wait
+    std::string m_lastFed;             // this thread only
 
     std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
     std::condition_variable m_changed;
-    std::deque<Event> m_events;
+    Events m_events;
     std::int64_t m_servingSinceMs = 0;
-    std::map<std::string, std::thread> m_aside;  // by the link whose further events wait for it
-    std::vector<std::string> m_ended;            // of those, which have come to their end
+    std::map<std::string, Events> m_closings;         // of open links, made when they open: a close is never lost
+    std::map<std::string, AsideThread> m_aside;       // by the link whose further events wait for it
+    std::map<std::string, WaitingWork> m_asideWaits;  // the same of those that wait for their turn
+    bool m_someEnded = false;                         // of m_aside
+    std::uint64_t m_turns = 0;
     std::uint64_t m_passedOver = 0;
     std::map<std::string, Entrance> m_entrances;  // by link identifier
     bool m_stopping = false;
