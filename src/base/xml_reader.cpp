@@ -28,66 +28,82 @@ std::size_t EndOfOther(std::string_view text, std::size_t at) {
     return 0;
 }
 
-// Whether an element has more attributes than allowed, as far as a look at the bytes tells. The parser reads all of an
-// element's attributes before it tells of one, which takes long when there are many.
-bool HasTooManyAttributes(const char* text, std::size_t length, unsigned int limit) {
-    bool inTag = false;
-    char quote = '\0';
-    unsigned int attributes = 0;
-    for (std::size_t at = 0; at < length; ++at) {
-        const char c = text[at];
-        if (!inTag) {
-            if (c != '<') {
-                continue;
-            }
-            const bool other = at + 1 < length && (text[at + 1] == '!' || text[at + 1] == '?');
-            if (const std::size_t end = other ? EndOfOther({text, length}, at) : 0; end != 0) {
-                at = end - 1;
+// Tells whether an element has more attributes than allowed, as far as a look at the bytes does. The parser reads all
+// of an element's attributes before it tells of one, which takes long when there are many.
+class AttributeScan {
+public:
+    AttributeScan(std::string_view text, unsigned int limit) : m_text(text), m_limit(limit) {}
+
+    // Looks at what stands before that place and was not looked at yet. False when there are too many.
+    bool GoOn(std::size_t until) {
+        const char* const text = m_text.data();
+        for (; m_at < until; ++m_at) {
+            const char c = text[m_at];
+            if (!m_inTag) {
+                if (c == '<') {
+                    Enter();
+                }
+            } else if (m_quote != '\0') {
+                m_quote = c == m_quote ? '\0' : m_quote;
+            } else if (c == '"' || c == '\'') {
+                m_quote = c;
+                if (++m_attributes > m_limit) {
+                    return false;
+                }
             } else {
-                inTag = true;
-                attributes = 0;
+                m_inTag = c != '>';
             }
-        } else if (quote != '\0') {
-            quote = c == quote ? '\0' : quote;
-        } else if (c == '"' || c == '\'') {
-            quote = c;
-            if (++attributes > limit) {
-                return true;
-            }
+        }
+        return true;
+    }
+
+private:
+    void Enter() {
+        const std::size_t next = m_at + 1;
+        const bool other = next < m_text.size() && (m_text[next] == '!' || m_text[next] == '?');
+        if (const std::size_t end = other ? EndOfOther(m_text, m_at) : 0; end != 0) {
+            m_at = end - 1;
         } else {
-            inTag = c != '>';
+            m_inTag = true;
+            m_attributes = 0;
         }
     }
-    return false;
-}
+
+    const std::string_view m_text;
+    const unsigned int m_limit;
+    std::size_t m_at = 0;
+    bool m_inTag = false;
+    char m_quote = '\0';
+    unsigned int m_attributes = 0;
+};
 
 struct FreeWiped {
     void operator()(void* memory) const noexcept { WipingFree(memory); }
 };
+using WipedBytes = std::unique_ptr<char, FreeWiped>;
 
-// The same in UTF-16, which the first two bytes show: each unit of the text as one byte, those beyond ASCII as another.
-bool HasTooManyWideAttributes(const char* text, std::size_t length, bool bigEndian, unsigned int limit) {
-    const std::size_t units = length / 2;
-    const std::unique_ptr<void, FreeWiped> narrow(WipingAlloc(units));
+// Of a text in UTF-16, which its first two bytes show: each unit as one byte, those beyond ASCII as another. Otherwise
+// null.
+WipedBytes NarrowUtf16(std::string_view text) {
+    const std::string_view first = text.substr(0, 2);
+    const bool bigEndian = first == "\xFE\xFF" || first == std::string_view("\0<", 2);
+    if (!bigEndian && first != "\xFF\xFE" && first != std::string_view("<\0", 2)) {
+        return nullptr;
+    }
+    WipedBytes narrow(static_cast<char*>(WipingAlloc(text.size() / 2)));
     if (narrow == nullptr) {
         throw std::bad_alloc();
     }
-    char* const bytes = static_cast<char*>(narrow.get());
-    for (std::size_t at = 0; at < units; ++at) {
-        const char high = text[2 * at + (bigEndian ? 0 : 1)];
-        bytes[at] = high == '\0' ? text[2 * at + (bigEndian ? 1 : 0)] : '\x80';
+    for (std::size_t at = 0; at + 1 < text.size(); at += 2) {
+        const char high = text[bigEndian ? at : at + 1];
+        narrow.get()[at / 2] = high == '\0' ? text[bigEndian ? at + 1 : at] : '\x80';
     }
-    return HasTooManyAttributes(bytes, units, limit);
+    return narrow;
 }
 
-bool MayHaveTooManyAttributes(const char* text, std::size_t length, unsigned int limit) {
-    const std::string_view first(text, std::min<std::size_t>(length, 2));
-    const bool bigEndian = first == "\xFE\xFF" || first == std::string_view("\0<", 2);
-    if (bigEndian || first == "\xFF\xFE" || first == std::string_view("<\0", 2)) {
-        return HasTooManyWideAttributes(text, length, bigEndian, limit);
-    }
-    return HasTooManyAttributes(text, length, limit);
-}
+// A text is read in pieces, so that one that is refused early costs no look at the rest. The first is so long, and each
+// further one as long as all before: the parser looks again at what it had begun.
+constexpr std::size_t kFirstPieceBytes = 16u * 1024u;
 
 }  // namespace
 
@@ -204,11 +220,21 @@ bool XmlReader::Read(const char* text, std::size_t length, std::string* fault) {
         *fault = "there is no text, or too much of it";
         return false;
     }
-    if (MayHaveTooManyAttributes(text, length, m_impl->limits.attributes)) {
-        *fault = "an element has too many attributes";
-        return false;
-    }
-    const XML_Status status = XML_Parse(m_impl->parser, text, static_cast<int>(length), XML_TRUE);
+    const WipedBytes narrow = NarrowUtf16({text, length});
+    const std::size_t unit = narrow != nullptr ? 2 : 1;
+    AttributeScan scan({narrow != nullptr ? narrow.get() : text, length / unit}, m_impl->limits.attributes);
+    XML_Status status = XML_STATUS_OK;
+    std::size_t read = 0;
+    do {
+        const std::size_t piece = std::min(std::max(kFirstPieceBytes, read), length - read);
+        if (!scan.GoOn((read + piece) / unit)) {
+            *fault = "an element has too many attributes";
+            return false;
+        }
+        const int last = read + piece == length ? XML_TRUE : XML_FALSE;
+        status = XML_Parse(m_impl->parser, text + read, static_cast<int>(piece), last);
+        read += piece;
+    } while (status == XML_STATUS_OK && read < length);
     if (m_impl->thrown != nullptr) {
         std::rethrow_exception(std::exchange(m_impl->thrown, nullptr));
     }
