@@ -431,8 +431,9 @@ std::vector<std::shared_ptr<LinkConnector>> LinkEngine::Connectors() const {
 
 void LinkEngine::Adopt(const std::shared_ptr<Link>& link, std::shared_ptr<LinkConnector> connector,
                        std::uint64_t arrival) {
-    if (m_dead.capacity() <= m_links.size()) {
-        m_dead.reserve(2 * m_links.size() + 16);  // a close needs no memory
+    const std::size_t mayDie = m_dead.size() + m_links.size() + 1;
+    if (m_dead.capacity() < mayDie) {
+        m_dead.reserve(2 * mayDie);  // a close needs no memory
     }
     m_links.emplace(link.get(), LiveLink{link, std::move(connector), arrival});
     m_incoming += link->Outgoing() ? 0 : 1;
@@ -447,7 +448,7 @@ bool LinkEngine::EvictNewcomer() {
     const auto greediest =
         std::max_element(m_newcomers.begin(), m_newcomers.end(),
                          [](const auto& one, const auto& other) { return one.second.size() < other.second.size(); });
-    if (greediest == m_newcomers.end()) {
+    if (greediest == m_newcomers.end() || greediest->second.empty()) {
         return false;
     }
     Link& oldest = *greediest->second.begin()->second;
