@@ -290,7 +290,9 @@ class Gateway:
         return (self.folder / "gvxd_console.log").read_text(errors="replace")[-3000:]
 
     def lines(self, *parts):
-        return [line for line in self.log_file.read_text(errors="replace").splitlines()
+        """Of the log and its backups, the oldest first."""
+        files = [*sorted(self.log_file.parent.glob("gvxd.*.log"), reverse=True), self.log_file]
+        return [line for file in files for line in file.read_text(errors="replace").splitlines()
                 if all(part in line for part in parts)]
 
     def memory_kib(self):
