@@ -5,16 +5,15 @@ by pkg-config, the page's pieces of code, and which headers are installed.
 
 usage: plugin_guide.py BUILD_DIR GUIDE
 """
-import fcntl
 import os
 import pathlib
 import re
 import shutil
-import socket
-import struct
 import subprocess
 import sys
 import tempfile
+
+import gvx_e2e as e2e
 
 PICTURES = 20
 LIMIT = 400  # seconds for any one step
@@ -29,23 +28,7 @@ def run(*command, code=0, **kwargs):
 
 
 def blocks(text, language):
-    return re.findall(rf"^```{language}\n(.*?)^```$", text, flags=re.M | re.S)
-
-
-def in_own_network():
-    """The page's ports are fixed, so the test takes a network of its own, where the system lets it."""
-    if "GVX_OWN_NETWORK" not in os.environ:
-        os.environ["GVX_OWN_NETWORK"] = "1"
-        own = ["unshare", "--user", "--map-root-user", "--net"]
-        if shutil.which("unshare") and subprocess.run([*own, "true"], check=False, stderr=subprocess.DEVNULL).returncode == 0:
-            os.execvp("unshare", [*own, sys.executable, "-B", *sys.argv])
-        print("no network of its own: the ports 9600 and 20000 have to be free")
-        return
-    with socket.socket() as any_socket:  # SIOCGIFFLAGS, SIOCSIFFLAGS with IFF_UP
-        request = struct.pack("16sh14x", b"lo", 0)
-        flags = struct.unpack("16sh14x", fcntl.ioctl(any_socket, 0x8913, request))[1]
-        if not flags & 1:
-            fcntl.ioctl(any_socket, 0x8914, struct.pack("16sh14x", b"lo", flags | 1))
+    return re.findall(rf"^```{language}(?: run)?\n(.*?)^```$", text, flags=re.M | re.S)
 
 
 def check_headers(prefix):
@@ -114,7 +97,7 @@ def compile_pieces(page, folder):
 
 def main():
     build, guide = sys.argv[1:]
-    in_own_network()
+    e2e.in_own_network("9600 and 20000")
     page = pathlib.Path(guide).read_text()
     with tempfile.TemporaryDirectory(prefix="gvx_guide_") as name:
         folder = pathlib.Path(name)
