@@ -324,9 +324,14 @@ void Link::ReleaseSocket() {
 }
 
 LinkInfo Link::Describe() const {
-    LinkInfo info;
+    LinkInfo info = Numbers();
     info.linkID = m_linkID;
     info.ip = m_peer.ip;
+    return info;
+}
+
+LinkInfo Link::Numbers() const noexcept {
+    LinkInfo info;
     info.port = m_peer.port;
     info.outgoing = m_outgoing;
     info.queuedBytes = m_queue.Bytes();

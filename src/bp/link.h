@@ -76,6 +76,8 @@ public:
     // Takes the block over when it answers 0; ZVS_NET_SEND_ERROR for a full queue or a closed link.
     int Send(ACE_Message_Block* block);
     LinkInfo Describe() const;
+    // The same without its texts, for which there may be no memory.
+    LinkInfo Numbers() const noexcept;
     std::shared_ptr<const LinkProgress> Progress() const { return m_queue.Progress(); }
 
     // Writes what waits.

@@ -531,7 +531,7 @@ void LinkEngine::LinkClosed(Link& link, bool wasOpen) {
         AttemptEnded(live.connector);
     }
     if (wasOpen) {
-        const LinkInfo last = link.Describe();
+        const LinkInfo last = link.Numbers();
         std::unique_lock<std::mutex> lock(m_mutexOpen);
         m_open.erase(link.ID());
         AddUp(m_ended, last);
