@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <new>
 #include <string>
 
 namespace gvx {
@@ -71,10 +72,15 @@ Admin::~Admin() {
 
 void Admin::Start(GatewayContext& context) {
     NoteProcessStart();
-    m_parts = std::make_unique<Parts>(context);
-    SetRunning(&context, &m_parts->heartbeats);
-    m_parts->StartSocket();
-    m_parts->StartPort();
+    try {
+        m_parts = std::make_unique<Parts>(context);
+        SetRunning(&context, &m_parts->heartbeats);
+        m_parts->StartSocket();
+        m_parts->StartPort();
+    } catch (const std::bad_alloc&) {
+        Stop();
+        GVX_LOG_WARN("Status", "There is no memory for it; the gateway serves without control socket and status port.");
+    }
 }
 
 void Admin::Parts::StartSocket() {

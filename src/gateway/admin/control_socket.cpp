@@ -5,13 +5,14 @@
 #include "base/log.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <exception>
 #include <filesystem>
 #include <iterator>
+#include <new>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -121,28 +122,35 @@ void ControlSocket::Stop() {
     }
 }
 
+// Without memory all clients go, and the next ones are served.
 void ControlSocket::Run() {
     ::pthread_setname_np(::pthread_self(), "ControlSocket");
-    std::vector<pollfd> watched;
     while (!m_stop) {
-        watched.assign({{m_wake.Get(), POLLIN, 0}, {m_listener.Get(), POLLIN, 0}});
-        watched[1].fd = m_clients.size() < kMaxClients ? m_listener.Get() : -1;
-        for (const Client& client : m_clients) {
-            watched.push_back({client.socket.Get(), static_cast<short>(client.answer.empty() ? POLLIN : POLLOUT), 0});
+        try {
+            Turn();
+        } catch (const std::bad_alloc&) {
+            m_clients.clear();
         }
-        if (poll(watched.data(), watched.size(), m_clients.empty() ? -1 : kWaitMs) < 0 && errno != EINTR) {
-            GVX_LOG_ERR("Control socket", "%s: it ends, %s.", m_path.c_str(), std::strerror(errno));
-            return;
-        }
-        const std::int64_t nowMs = MonotonicMilliseconds();
-        auto seen = watched.begin() + 2;
-        for (auto client = m_clients.begin(); client != m_clients.end(); ++seen) {
-            const bool stays = (seen->revents == 0 || Serve(*client, seen->revents)) && nowMs < client->deadlineMs;
-            client = stays ? std::next(client) : m_clients.erase(client);
-        }
-        if ((watched[1].revents & POLLIN) != 0) {
-            Accept();
-        }
+    }
+}
+
+void ControlSocket::Turn() {
+    m_watched.assign({{m_wake.Get(), POLLIN, 0}, {m_clients.size() < kMaxClients ? m_listener.Get() : -1, POLLIN, 0}});
+    for (const Client& client : m_clients) {
+        m_watched.push_back({client.socket.Get(), static_cast<short>(client.answer.empty() ? POLLIN : POLLOUT), 0});
+    }
+    if (poll(m_watched.data(), m_watched.size(), m_clients.empty() ? -1 : kWaitMs) < 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(errno == EINTR ? 0 : kWaitMs));
+        return;
+    }
+    const std::int64_t nowMs = MonotonicMilliseconds();
+    auto seen = m_watched.begin() + 2;
+    for (auto client = m_clients.begin(); client != m_clients.end(); ++seen) {
+        const bool stays = (seen->revents == 0 || Serve(*client, seen->revents)) && nowMs < client->deadlineMs;
+        client = stays ? std::next(client) : m_clients.erase(client);
+    }
+    if ((m_watched[1].revents & POLLIN) != 0) {
+        Accept();
     }
 }
 

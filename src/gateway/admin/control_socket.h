@@ -11,6 +11,9 @@
 #include <list>
 #include <string>
 #include <thread>
+#include <vector>
+
+#include <poll.h>
 
 namespace gvx {
 
@@ -50,6 +53,7 @@ private:
 
     bool Listen(const std::string& path, std::string& reason);
     void Run();
+    void Turn();
     void Accept();
     bool Serve(Client& client, short events);
     bool Read(Client& client);
@@ -60,7 +64,8 @@ private:
     UniqueFd m_listener;
     UniqueFd m_wake;
     std::atomic<bool> m_stop{false};
-    std::list<Client> m_clients;  // of the thread
+    std::list<Client> m_clients;    // of the thread
+    std::vector<pollfd> m_watched;  // of the thread
     std::thread m_thread;
 };
 

@@ -126,10 +126,10 @@ std::vector<StatusEvent> CompareStatus(const GatewayStatus& before, const Gatewa
             return std::pair<const std::string&, const std::string&>(alarm.id, alarm.info);
         },
         [&events](const AlarmStatus* old, const AlarmStatus* now) {
-            if (old == nullptr) {
-                events.push_back({"alarm", "raised", now->id, now->name + ": " + now->info, true});
-            } else if (now == nullptr) {
-                events.push_back({"alarm", "cleared", old->id, old->name + ": " + old->info, false});
+            if (old == nullptr || now == nullptr) {
+                const AlarmStatus& alarm = now != nullptr ? *now : *old;
+                events.push_back({"alarm", now != nullptr ? "raised" : "cleared", alarm.id,
+                                  alarm.name + ": " + alarm.info, now != nullptr});
             }
         });
     using Overdue = std::pair<std::string, PluginCallStatus>;

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <system_error>
 #include <tuple>
@@ -70,7 +71,13 @@ Heartbeats::Heartbeats(GatewayContext& context, std::chrono::milliseconds limit)
     : m_context(context), m_limitMs(limit.count()) {
     Ask();
     try {
-        m_thread.Start("Heartbeat", kPeriod, [this] { Ask(); });
+        m_thread.Start("Heartbeat", kPeriod, [this] {
+            try {
+                Ask();
+            } catch (const std::bad_alloc&) {
+                GVX_DEBUG("no memory to ask event threads");
+            }
+        });
     } catch (const std::system_error& fault) {
         GVX_LOG_ERR("Heartbeat", "There is no thread for it, event threads are not looked after: %s", fault.what());
     }
@@ -126,11 +133,14 @@ void Heartbeats::Ask() {
     if (link != nullptr && !BP::CNetFactory::RunOnLinkThread([link] { link->open = false; })) {
         link->open = false;
     }
-    if (general != nullptr) {
-        CGvxReactorManager::Instance()->notify(general, ACE_Event_Handler::EXCEPT_MASK);
+    // A question that could not be put, for want of memory, is put again in the next round.
+    if (general != nullptr && CGvxReactorManager::Instance()->notify(general, ACE_Event_Handler::EXCEPT_MASK) != 0) {
+        general->open = false;
     }
     for (const auto& [reactor, pulse] : toAsk) {
-        reactor->notify(pulse, ACE_Event_Handler::EXCEPT_MASK);
+        if (reactor->notify(pulse, ACE_Event_Handler::EXCEPT_MASK) != 0) {
+            pulse->open = false;
+        }
     }
 }
 

@@ -20,6 +20,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -161,10 +162,14 @@ void StatusPort::Server::OnConnection(void* server, MHD_Connection* connection, 
     auto& self = *static_cast<Server*>(server);
     const int socket = SocketOf(connection);
     const std::lock_guard<std::mutex> lock(self.mutex);
-    if (code == MHD_CONNECTION_NOTIFY_STARTED) {
-        self.connections[socket] = {MonotonicMilliseconds(), false};
-    } else {
-        self.connections.erase(socket);
+    try {
+        if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+            self.connections[socket] = {MonotonicMilliseconds(), false};
+        } else {
+            self.connections.erase(socket);
+        }
+    } catch (const std::bad_alloc&) {
+        shutdown(socket, SHUT_RDWR);
     }
 }
 
@@ -287,6 +292,7 @@ bool StatusPort::Start(const std::string& address, std::uint16_t port, Sources s
         return false;
     }
     m_server = std::make_unique<Server>(address, port, std::move(sources));
+    errno = 0;
     m_server->daemon = MHD_start_daemon(
         MHD_USE_POLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr,
         &Server::OnRequest, m_server.get(), MHD_OPTION_EXTERNAL_LOGGER, &LogOfLibrary, nullptr,
@@ -296,7 +302,7 @@ bool StatusPort::Start(const std::string& address, std::uint16_t port, Sources s
         &Server::OnCompleted, nullptr, MHD_OPTION_NOTIFY_CONNECTION, &Server::OnConnection, m_server.get(),
         MHD_OPTION_END);
     if (m_server->daemon == nullptr) {
-        reason = "the library does not start";
+        reason = errno != 0 ? std::strerror(errno) : "the library does not start";
         m_server.reset();
         return false;
     }

@@ -1,0 +1,68 @@
+// Requests to the status port: a line with method and target, then a line for each Host header. What is answered with a
+// page is a GET or HEAD of one of our paths under one name, which is localhost or an address.
+
+#include "fuzz_input.h"
+#include "gateway/admin/request_check.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <regex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+std::vector<std::string_view> Lines(std::string_view text) {
+    std::vector<std::string_view> lines;
+    while (true) {
+        const std::size_t end = text.find('\n');
+        lines.push_back(text.substr(0, end));
+        if (end == std::string_view::npos) {
+            return lines;
+        }
+        text.remove_prefix(end + 1);
+    }
+}
+
+bool IsOurName(std::string_view host, const std::string& address) {
+    static const std::regex names(R"((localhost|\[::1\]|((\d{1,3})\.\d{1,3}\.\d{1,3}\.\d{1,3}))(:9620)?)",
+                                  std::regex::icase);
+    std::cmatch found;
+    return std::regex_match(host.data(), host.data() + host.size(), found, names) &&
+           (!found[2].matched || found[3] == "127" || found[2] == address || address == "0.0.0.0");
+}
+
+void CheckUnder(const std::string& address, const gvx::StatusRequest& request) {
+    const gvx::RequestVerdict verdict = gvx::CheckRequest(request, address, 9620);
+    fuzz::Require((verdict.code == 200) == (verdict.page != gvx::StatusPage::None));
+    if (verdict.code != 200) {
+        fuzz::Require(verdict.code >= 400 && verdict.code < 500 && *verdict.reason != '\0');
+        return;
+    }
+    const std::string_view path = request.target.substr(0, request.target.find('?'));
+    const std::string_view paths[] = {"/", "/livez", "/readyz", "/metrics", "/status.json", "/events"};
+    fuzz::Require(std::find(std::begin(paths), std::end(paths), path) != std::end(paths));
+    fuzz::Require(request.method == "GET" || request.method == "HEAD");
+    fuzz::Require(!request.hasBody && request.hosts.size() == 1 && IsOurName(request.hosts[0], address));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::Input input(data, size);
+    gvx::StatusRequest request;
+    request.hasBody = (input.Byte() & 1) != 0;
+    const std::vector<std::uint8_t> bytes = input.Bytes(size);
+    const std::vector<std::string_view> lines = Lines({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    const std::size_t blank = lines[0].find(' ');
+    request.method = lines[0].substr(0, blank);
+    request.target = blank == std::string_view::npos ? std::string_view() : lines[0].substr(blank + 1);
+    request.hosts.assign(lines.begin() + 1, lines.end());
+    for (const char* address : {"127.0.0.1", "0.0.0.0", "10.0.0.7"}) {
+        CheckUnder(address, request);
+    }
+    return 0;
+}
