@@ -34,7 +34,7 @@ void NoteShortage(int error) noexcept {
 }
 
 bool FindsMemory(std::size_t bytes) noexcept {
-    constexpr std::size_t kBeside = 1024 * 1024;
+    constexpr std::size_t kBeside = 4 * 1024 * 1024;  // the allocator takes 1 MiB at a time where it cannot grow
     void* const tried =
         mmap(nullptr, bytes + kBeside, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (tried == MAP_FAILED) {

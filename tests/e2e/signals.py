@@ -41,7 +41,9 @@ def check_loop(gateway, peer, manager, sinks, seconds):
             gateway.process.send_signal(extra)
         edit(peer, 50 + number)
     manager.wait_for("RELOADING=1\nMONOTONIC_USEC=", seconds)
-    e2e.wait_until(lambda: manager.told[-1] == "READY=1", seconds, "told that the last reload is over")
+    last = lambda: [told for told in manager.told if told != "WATCHDOG=1"][-1]
+    e2e.wait_until(lambda: last() == "READY=1", seconds, "told that the last reload is over")
+    e2e.wait_until(lambda: gateway.lines("[Status]", "4 devices"), seconds, "the status in the log")
     e2e.check(f"MAX_CAPS={50 + ROUNDS - 1}\n" in (gateway.conf / "zvs_gvx.conf").read_text(), "the last edit is lost")
     e2e.check(gateway.process.poll() is None, f"gvxd ended with {gateway.process.returncode}")
     for sink in sinks:
@@ -68,10 +70,11 @@ def run(options, folder, stack):
     video, _ = e2e.make_clip(folder)
     manager = Manager(folder / "notify", stack)
     gateway = e2e.Gateway(options, folder, {"clip": {"video": str(video), "loop": True}})
-    gateway.environment = {"NOTIFY_SOCKET": str(folder / "notify")}
+    gateway.environment = {"NOTIFY_SOCKET": str(folder / "notify"), "WATCHDOG_USEC": "300000"}
     stack.callback(gateway.kill)
     gateway.start()
     manager.wait_for("READY=1", seconds)
+    manager.wait_for("WATCHDOG=1", seconds)
     peer = e2e.Peer.linked(gateway.port, "GVX#900")
     sinks = [stack.enter_context(e2e.udp_sink()) for _ in range(4)]
     for number, sink in enumerate(sinks):

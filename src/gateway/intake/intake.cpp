@@ -105,6 +105,8 @@ void Intake::Close() {
     if (m_consumerThread.joinable()) {
         m_consumerThread.join();
     }
+    // A listener that is paused waits for nothing, and such a handler the reactor would keep, past its life.
+    m_reactor->schedule_wakeup(&m_acceptor, ACE_Event_Handler::ACCEPT_MASK);
     m_acceptor.stop();
     CloseConnections();
 }

@@ -1,7 +1,9 @@
+#include "base/clock.h"
 #include "base/default_logger.h"
 #include "base/log.h"
 #include "base/om_adapter.h"
 #include "base/shortage.h"
+#include "gateway/admin/admin.h"
 #include "gateway/plugins/plugin_guard.h"
 #include "gateway/process/config_check.h"
 #include "gateway/process/gateway.h"
@@ -88,6 +90,12 @@ int RefuseStart(const StartResult& found) {
     _exit(RefuseStart(StartFailure(ExitCode::StartAbandoned, std::move(reason))));
 }
 
+// The command line's, else what is configured now.
+int LogLevel(const GatewayOptions& options) {
+    return options.logLevel.value_or(
+        static_cast<int>(std::min(SettingNumber(Setting::GVX_LOG_LEVEL), SettingNumber(Setting::LogLevel))));
+}
+
 // With a log file the log goes there as soon as the file is known. Without one, and with one that cannot be opened, it
 // goes to standard error, but not before the start has succeeded: a failed start writes its one line and nothing else.
 class StartLogging {
@@ -103,9 +111,7 @@ public:
 
     // The configuration stands behind the command line.
     void Configured(const GatewayOptions& options) {
-        const auto level =
-            static_cast<int>(std::min(SettingNumber(Setting::GVX_LOG_LEVEL), SettingNumber(Setting::LogLevel)));
-        m_options.level = options.logLevel.value_or(level);
+        m_options.level = LogLevel(options);
         m_options.maxFileBytes = MebiBytes(Setting::LogFileSize);
         m_options.maxFiles = static_cast<std::size_t>(SettingNumber(Setting::LogBackupCount));
         m_options.json = SettingText(Setting::GVX_LOG_FORMAT) == "json";
@@ -159,8 +165,10 @@ private:
 void OpenLogsAnew() {
     IOMLogger* const debugLog = OMAdapter::getInstance()->getLogger();
     IOMLogger* const operationLog = OMAdapter::getInstance()->getOperationLogger();
-    debugLog->OpenAnew();
-    if (operationLog != debugLog) {
+    if (debugLog != nullptr) {
+        debugLog->OpenAnew();
+    }
+    if (operationLog != nullptr && operationLog != debugLog) {
         operationLog->OpenAnew();
     }
 }
@@ -249,29 +257,42 @@ void StopInTime(Gateway& gateway, OverdueWatch& watch, std::chrono::milliseconds
 }
 
 // What an operator asks for by a signal. No signal ends the gateway but those that ask for its stop.
-void ServeSignal(ProcessSignals::Event event, const ServiceManager& manager) {
+void ServeSignal(ProcessSignals::Event event, const GatewayOptions& options, const ServiceManager& manager) {
     try {
         if (event == ProcessSignals::Event::Reload) {
             manager.Reloading();
             OpenLogsAnew();
             CGvxConfigMgr::Instance()->Reload();  // says in the log what it has found
+            if (IOMLogger* const logger = OMAdapter::getInstance()->getLogger()) {
+                logger->SetLevel(LogLevel(options));
+            }
             manager.Ready();
+        } else if (event == ProcessSignals::Event::Status) {
+            WriteStatusToLog();
         }
     } catch (const std::exception& fault) {
         GVX_LOG_ERR("gvxd", "What a signal asks for could not be done: %s", fault.what());
     }
 }
 
-// Serves until a signal asks for the stop; gives its number.
-int ServeUntilStop(ProcessSignals& signals, const ServiceManager& manager) {
+// Serves until a signal asks for the stop; gives its number. A service manager that watches hears nothing while event
+// threads do not answer, and begins the gateway anew.
+int ServeUntilStop(ProcessSignals& signals, const GatewayOptions& options, const ServiceManager& manager) {
+    const bool watched = manager.WatchdogTime().count() != 0;
+    const std::chrono::milliseconds period = watched ? manager.WatchdogTime() / 3 : kSignalWait;
+    std::int64_t nextSignMs = MonotonicMilliseconds();
     manager.Ready();
     for (;;) {
-        const ProcessSignals::Event event = signals.Wait(kSignalWait);
+        const ProcessSignals::Event event = signals.Wait(period);
         if (event == ProcessSignals::Event::Stop) {
             manager.Stopping();
             return signals.First();
         }
-        ServeSignal(event, manager);
+        ServeSignal(event, options, manager);
+        if (watched && MonotonicMilliseconds() >= nextSignMs && EventThreadsAlive()) {
+            manager.Alive();
+            nextSignMs = MonotonicMilliseconds() + period.count();
+        }
     }
 }
 
@@ -307,7 +328,7 @@ int Run(int argc, const char* const* argv) {
         return RefuseStart(result);
     }
     logging.Succeeded();
-    const int signal = ServeUntilStop(signals, manager);
+    const int signal = ServeUntilStop(signals, options, manager);
     GVX_LOG_INFO("gvxd", "gvxd stops on signal %d (%s)", signal, strsignal(signal));
     StopInTime(gateway, watch, stopLimit, ExitCode::Ok);
     GVX_LOG_INFO("gvxd", "gvxd stopped");

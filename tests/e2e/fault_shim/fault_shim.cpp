@@ -136,82 +136,9 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
     return Fails(kThread, EAGAIN) ? EAGAIN : real(thread, attributes, body, argument);
 }
 
-int socket(int domain, int type, int protocol) noexcept {
-    static const auto real = Real(&socket, "socket");
-    return Fails(kSocket, EMFILE) ? -1 : real(domain, type, protocol);
-}
-
-int accept(int fd, sockaddr* name, socklen_t* length) {
-    static const auto real = Real(&accept, "accept");
-    return Fails(kSocket, EMFILE) ? -1 : real(fd, name, length);
-}
-
-int accept4(int fd, sockaddr* name, socklen_t* length, int flags) {
-    static const auto real = Real(&accept4, "accept4");
-    return Fails(kSocket, EMFILE) ? -1 : real(fd, name, length, flags);
-}
-
-int socketpair(int domain, int type, int protocol, int* pair) noexcept {
-    static const auto real = Real(&socketpair, "socketpair");
-    return Fails(kSocket, EMFILE) ? -1 : real(domain, type, protocol, pair);
-}
-
-int pipe2(int* pair, int flags) noexcept {
-    static const auto real = Real(&pipe2, "pipe2");
-    return Fails(kSocket, EMFILE) ? -1 : real(pair, flags);
-}
-
-int eventfd(unsigned int count, int flags) noexcept {
-    static const auto real = Real(static_cast<int (*)(unsigned int, int)>(&eventfd), "eventfd");
-    return Fails(kSocket, EMFILE) ? -1 : real(count, flags);
-}
-
-int inotify_init1(int flags) noexcept {
-    static const auto real = Real(&inotify_init1, "inotify_init1");
-    return Fails(kSocket, EMFILE) ? -1 : real(flags);
-}
-
-int epoll_create(int size) noexcept {
-    static const auto real = Real(&epoll_create, "epoll_create");
-    return Fails(kEpoll, EMFILE) ? -1 : real(size);
-}
-
-int epoll_create1(int flags) noexcept {
-    static const auto real = Real(&epoll_create1, "epoll_create1");
-    return Fails(kEpoll, EMFILE) ? -1 : real(flags);
-}
-
 int epoll_ctl(int fd, int operation, int watched, epoll_event* event) noexcept {
     static const auto real = Real(&epoll_ctl, "epoll_ctl");
     return operation == EPOLL_CTL_ADD && Fails(kEpoll, ENOSPC) ? -1 : real(fd, operation, watched, event);
-}
-
-int open(const char* path, int flags, ...) {
-    static const auto real = reinterpret_cast<int (*)(const char*, int, mode_t)>(dlsym(RTLD_NEXT, "open"));
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return Fails(kOpen, EMFILE) ? -1 : real(path, flags, mode);
-}
-
-int open64(const char* path, int flags, ...) {
-    static const auto real = reinterpret_cast<int (*)(const char*, int, mode_t)>(dlsym(RTLD_NEXT, "open64"));
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return Fails(kOpen, EMFILE) ? -1 : real(path, flags, mode);
-}
-
-FILE* fopen(const char* path, const char* mode) {
-    static const auto real = Real(&fopen, "fopen");
-    return Fails(kOpen, EMFILE) ? nullptr : real(path, mode);
-}
-
-FILE* fopen64(const char* path, const char* mode) {
-    static const auto real = Real(&fopen64, "fopen64");
-    return Fails(kOpen, EMFILE) ? nullptr : real(path, mode);
 }
 
 ssize_t write(int fd, const void* data, std::size_t length) {
@@ -221,24 +148,44 @@ ssize_t write(int fd, const void* data, std::size_t length) {
     return file && Fails(kWrite, ENOSPC) ? -1 : real(fd, data, length);
 }
 
-int fsync(int fd) {
-    static const auto real = Real(&fsync, "fsync");
-    return Fails(kFsync, EIO) ? -1 : real(fd);
-}
+// A call that fails with an errno, and without a look at its arguments.
+#define CALL_THAT_FAILS(result, name, parameters, specifier, arguments, kind, error, failure) \
+    result name parameters specifier {                                                        \
+        static const auto real = Real(static_cast<result(*) parameters>(&name), #name);       \
+        return Fails(kind, error) ? failure : real arguments;                                 \
+    }
 
-int fdatasync(int fd) {
-    static const auto real = Real(&fdatasync, "fdatasync");
-    return Fails(kFsync, EIO) ? -1 : real(fd);
-}
+CALL_THAT_FAILS(int, socket, (int domain, int type, int protocol), noexcept, (domain, type, protocol), kSocket, EMFILE,
+                -1)
+CALL_THAT_FAILS(int, accept, (int fd, sockaddr* name, socklen_t* length), , (fd, name, length), kSocket, EMFILE, -1)
+CALL_THAT_FAILS(int, accept4, (int fd, sockaddr* name, socklen_t* length, int flags), , (fd, name, length, flags),
+                kSocket, EMFILE, -1)
+CALL_THAT_FAILS(int, socketpair, (int domain, int type, int protocol, int* pair), noexcept,
+                (domain, type, protocol, pair), kSocket, EMFILE, -1)
+CALL_THAT_FAILS(int, pipe2, (int* pair, int flags), noexcept, (pair, flags), kSocket, EMFILE, -1)
+CALL_THAT_FAILS(int, eventfd, (unsigned int count, int flags), noexcept, (count, flags), kSocket, EMFILE, -1)
+CALL_THAT_FAILS(int, inotify_init1, (int flags), noexcept, (flags), kSocket, EMFILE, -1)
+CALL_THAT_FAILS(int, epoll_create, (int size), noexcept, (size), kEpoll, EMFILE, -1)
+CALL_THAT_FAILS(int, epoll_create1, (int flags), noexcept, (flags), kEpoll, EMFILE, -1)
+CALL_THAT_FAILS(FILE*, fopen, (const char* path, const char* mode), , (path, mode), kOpen, EMFILE, nullptr)
+CALL_THAT_FAILS(FILE*, fopen64, (const char* path, const char* mode), , (path, mode), kOpen, EMFILE, nullptr)
+CALL_THAT_FAILS(int, fsync, (int fd), , (fd), kFsync, EIO, -1)
+CALL_THAT_FAILS(int, fdatasync, (int fd), , (fd), kFsync, EIO, -1)
+CALL_THAT_FAILS(int, rename, (const char* from, const char* to), noexcept, (from, to), kRename, ENOSPC, -1)
+CALL_THAT_FAILS(void*, mmap, (void* at, std::size_t length, int protection, int flags, int fd, off_t offset), noexcept,
+                (at, length, protection, flags, fd, offset), kMmap, ENOMEM, MAP_FAILED)
 
-int rename(const char* from, const char* to) noexcept {
-    static const auto real = Real(&rename, "rename");
-    return Fails(kRename, ENOSPC) ? -1 : real(from, to);
-}
-
-void* mmap(void* at, std::size_t length, int protection, int flags, int fd, off_t offset) noexcept {
-    static const auto real = Real(&mmap, "mmap");
-    return Fails(kMmap, ENOMEM) ? MAP_FAILED : real(at, length, protection, flags, fd, offset);
-}
+// open and open64 take a mode where they make a file.
+#define OPEN_THAT_FAILS(name)                                                                                  \
+    int name(const char* path, int flags, ...) {                                                               \
+        static const auto real = reinterpret_cast<int (*)(const char*, int, mode_t)>(dlsym(RTLD_NEXT, #name)); \
+        va_list arguments;                                                                                     \
+        va_start(arguments, flags);                                                                            \
+        const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;              \
+        va_end(arguments);                                                                                     \
+        return Fails(kOpen, EMFILE) ? -1 : real(path, flags, mode);                                            \
+    }
+OPEN_THAT_FAILS(open)
+OPEN_THAT_FAILS(open64)
 
 }  // extern "C"
