@@ -570,7 +570,7 @@ int LinkEngine::Send(const std::string& linkID, ACE_Message_Block* block) {
 
 LinkRoom LinkEngine::RoomOf(const std::string& linkID) const {
     const std::shared_ptr<Link> link = FindOpen(linkID);
-    if (link == nullptr) {
+    if (link == nullptr || link->Progress()->closed) {
         return LinkRoom::NoLink;
     }
     const std::size_t most = std::min(kRoomyBytes, m_options.maxQueuedBytes / 2);

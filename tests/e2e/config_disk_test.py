@@ -1,6 +1,7 @@
 """What a disk does to saved settings. A record of 100 edits is replayed event by event with unsynced data dropped, as at
 a power loss: every file is the old one or the new one whole, and a save that is answered has reached the disk. Then each
-read of a start and an edit is failed once: nothing is lost, and a line tells of it."""
+read of a start and an edit is failed once: nothing is lost, and a line tells of it. A save whose folder cannot be synced
+says what is in force."""
 import os
 import shutil
 import subprocess
@@ -76,7 +77,18 @@ def failed_reads(options, folder):
     check(False, "the reads have no end")
 
 
+def failed_folder(options, folder):
+    """A name that does not reach the disk: the new file stands, the value is in force, and the edit is no success."""
+    shutil.copytree(options.conf, folder)
+    done = subprocess.run([options.saver, "edit", folder, "77"], capture_output=True, text=True, timeout=60, check=False,
+                          env={**os.environ, "GVX_ROOT": str(folder / "root"), "LD_PRELOAD": options.shim,
+                               "DISK_SHIM_DIR": str(folder), "DISK_SHIM_FAIL_FOLDER": "1"})
+    check(done.returncode == 1 and done.stdout == "77\n" and "MAX_CAPS=77" in (folder / "zvs_gvx.conf").read_text()
+          and "a power loss may bring the old file back" in done.stderr, f"a folder that cannot be synced: {done}")
+
+
 def test(options, folder, _stack):
+    failed_folder(options, folder / "folder")
     power_loss(options, folder / "power")
     options.conf_edited = folder / "power"
     failed_reads(options, folder / "read")

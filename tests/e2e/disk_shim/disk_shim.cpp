@@ -1,7 +1,8 @@
 // Preloaded into a program that saves files in the folder DISK_SHIM_DIR. Writes to the file DISK_SHIM_LOG what a power
 // loss may leave of them, a line an event; <copy> is a file beside the log with the bytes at that moment.
 //   truncate <inode>          fsync <inode> <copy>          folder          rename <inode> <name> <copy>
-// With DISK_SHIM_FAIL_READ=N the Nth read of a file there fails, once, with EIO, and the event is "failed".
+// With DISK_SHIM_FAIL_READ=N the Nth read of a file there fails, once, with EIO, and the event is "failed". With
+// DISK_SHIM_FAIL_FOLDER each fsync of a folder fails.
 
 #include <cerrno>
 #include <cstdio>
@@ -70,6 +71,10 @@ extern "C" ssize_t read(int fd, void* buffer, size_t count) {
 extern "C" int fsync(int fd) {
     static const auto real = Real(&fsync, "fsync");
     const std::string path = Watched(fd);
+    if (std::getenv("DISK_SHIM_FAIL_FOLDER") != nullptr && std::filesystem::is_directory(path)) {
+        errno = EIO;
+        return -1;
+    }
     const int result = real(fd);
     if (result == 0 && !path.empty()) {
         Tell(std::filesystem::is_directory(path) ? "folder" : "fsync " + Inode(path) + " " + Copy(path));
