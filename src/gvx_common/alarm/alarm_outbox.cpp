@@ -124,7 +124,7 @@ void AlarmOutbox::SetKeeper(std::function<void()> wake) {
     m_wake.swap(shared);
 }
 
-void AlarmOutbox::HaveSent() {
+void AlarmOutbox::LetSend() {
     std::unique_lock<std::mutex> lock(m_mutex);
     const std::shared_ptr<const std::function<void()>> wake = m_wake;
     lock.unlock();
@@ -138,7 +138,7 @@ void AlarmOutbox::HaveSent() {
 void AlarmOutbox::Add(OutboundAlarm alarm) {
     // A link that has opened meanwhile has looked at an empty line, hence the second look.
     Queue(std::move(alarm));
-    HaveSent();
+    LetSend();
 }
 
 void AlarmOutbox::AddBehindOmu(std::vector<OutboundAlarm> alarms) {
@@ -160,7 +160,7 @@ void AlarmOutbox::AddBehindOmu(std::vector<OutboundAlarm> alarms) {
             return;
         }
     }
-    HaveSent();
+    LetSend();
 }
 
 void AlarmOutbox::OmuIsKnown() {
@@ -228,6 +228,16 @@ void AlarmOutbox::SendLine(std::unique_lock<std::mutex>& lock) {
     SettleLocked(ended);
     bool goesOn = true;
     for (std::size_t sent = 1; goesOn && !m_line.alarms.empty(); ++sent) {
+        // What was lost with a link goes ahead of what waits.
+        if (!m_inQueues.empty() && (m_inQueues.back().ksp.IsLost() || m_inQueues.back().omu.IsLost() ||
+                                    m_inQueues.size() == 1 || sent % kMostEndedAtOnce == 0)) {
+            SettleLocked(ended);
+        }
+        if (ended.size() >= kMostEndedAtOnce) {
+            lock.unlock();
+            m_ended(std::exchange(ended, {}));
+            lock.lock();
+        }
         OutboundAlarm alarm = m_line.Pop();
         lock.unlock();
         goesOn = LinksHaveRoom() && SendOne(alarm);
@@ -238,16 +248,6 @@ void AlarmOutbox::SendLine(std::unique_lock<std::mutex>& lock) {
             m_line.alarms.push_front(std::move(alarm));
         } else if (alarm.handed) {
             m_inQueues.push_back(std::move(alarm));
-        }
-        // What was lost with a link goes ahead of what comes behind it.
-        if (!m_inQueues.empty() && (m_inQueues.back().ksp.IsLost() || m_inQueues.back().omu.IsLost() ||
-                                    m_inQueues.size() == 1 || sent % kMostEndedAtOnce == 0)) {
-            SettleLocked(ended);
-        }
-        if (ended.size() >= kMostEndedAtOnce) {
-            lock.unlock();
-            m_ended(std::exchange(ended, {}));
-            lock.lock();
         }
     }
     SettleLocked(ended);

@@ -104,7 +104,7 @@ private:
 
     void Queue(OutboundAlarm alarm);
     void PushLocked(Line& line, OutboundAlarm alarm);
-    void HaveSent();
+    void LetSend();
     void SendLine(std::unique_lock<std::mutex>& lock);
     bool SendOne(OutboundAlarm& alarm);
     void SettleLocked(std::vector<OutboundAlarm>& ended);
