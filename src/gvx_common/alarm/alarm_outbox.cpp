@@ -98,14 +98,15 @@ void AlarmOutbox::Queue(OutboundAlarm alarm) {
 OutboundAlarm AlarmOutbox::Line::Pop() {
     OutboundAlarm alarm = std::move(alarms.front());
     alarms.pop_front();
-    hasRepeat = hasRepeat && !alarm.repeats;
+    repeats -= alarm.repeats ? 1 : 0;
     return alarm;
 }
 
 void AlarmOutbox::PushLocked(Line& line, OutboundAlarm alarm) {
-    if (alarm.repeats && std::exchange(line.hasRepeat, true)) {
+    if (alarm.repeats && line.repeats != 0 && line.alarms.size() >= kMostHeld / 2) {
         return;
     }
+    line.repeats += alarm.repeats ? 1 : 0;
     if (line.alarms.size() >= kMostHeld) {
         const OutboundAlarm oldest = line.Pop();
         if (line.lost++ == 0) {
@@ -244,7 +245,7 @@ void AlarmOutbox::SendLine(std::unique_lock<std::mutex>& lock) {
         lock.lock();
         if (!goesOn) {
             alarm.waited = true;
-            m_line.hasRepeat = m_line.hasRepeat || alarm.repeats;
+            m_line.repeats += alarm.repeats ? 1 : 0;
             m_line.alarms.push_front(std::move(alarm));
         } else if (alarm.handed) {
             m_inQueues.push_back(std::move(alarm));
@@ -269,6 +270,7 @@ void AlarmOutbox::SettleLocked(std::vector<OutboundAlarm>& ended) {
             alarm.ksp = alarm.toKsp ? QueuedFrame{} : alarm.ksp;
             alarm.omu = alarm.toOmu ? QueuedFrame{} : alarm.omu;
             alarm.waited = true;
+            m_line.repeats += alarm.repeats ? 1 : 0;
             again.push_back(std::move(alarm));
         } else if (!alarm.ksp.IsOut() || !alarm.omu.IsOut()) {
             still.push_back(std::move(alarm));

@@ -39,7 +39,7 @@ struct OutboundAlarm : HeldAlarm {
     std::string endedInfo{};
     std::uint64_t ending = 0;
     bool tellsStore = true;  // the store's success with the row is told as an alarm of its own
-    bool repeats = false;    // it says what was said before: while one such alarm waits, further ones are not kept
+    bool repeats = false;    // it says what was said before, and pushes nothing else out
 
     // Of the outbox:
     bool toKsp = true;  // not queued yet, or lost with its link
@@ -52,8 +52,9 @@ struct OutboundAlarm : HeldAlarm {
 
 // The alarms of the gateway on their way to KSP and OMU, in one order: what comes later never overtakes, whatever the
 // links do. Alarms are handed over while both links have room in their queues and wait otherwise, in memory, at most
-// kMostHeld; beyond that the oldest is lost, which is counted and told. An alarm has left when the sockets have taken
-// it: what a link still had in its queue when it closed is sent again.
+// kMostHeld; beyond that the oldest is lost, which is counted and told. From half of it on an alarm that repeats
+// another is left out while one of its kind waits. An alarm has left when the sockets have taken it: what a link still
+// had in its queue when it closed is sent again.
 //
 // Any thread. Nothing is sent under a lock. A keeper's thread sends where there is one; otherwise whoever adds an alarm
 // sends for all, unless another thread is at it.
@@ -97,7 +98,7 @@ private:
     struct Line {
         std::deque<OutboundAlarm> alarms;
         std::uint64_t lost = 0;
-        bool hasRepeat = false;  // one that repeats waits
+        std::size_t repeats = 0;  // of the alarms, those that repeat
 
         OutboundAlarm Pop();
     };
