@@ -169,16 +169,16 @@ void MediaLoop::Run() {
 }
 
 void MediaLoop::Turn() {
+    const std::int64_t restUs = m_lastReadUs + kRestUs - NowUs();
+    if (m_hasRead && restUs > 0) {
+        std::this_thread::sleep_for(std::chrono::microseconds(restUs));
+    }
     DoWork();
     const std::int64_t dueUs = RunTimers();
     const std::int64_t waitUs = std::clamp<std::int64_t>(dueUs - NowUs(), 0, kLongestWaitUs);
     std::array<epoll_event, 128> events;
-    int count = epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()),
-                           static_cast<int>((waitUs + 999) / 1000));
-    if (count > 0 && NowUs() - m_lastReadUs < kRestUs) {
-        std::this_thread::sleep_for(std::chrono::microseconds(kRestUs));
-        count = epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()), 0);
-    }
+    const int count = epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()),
+                                 static_cast<int>((waitUs + 999) / 1000));
     for (int i = 0; i < count; ++i) {
         const std::uint64_t key = events[static_cast<std::size_t>(i)].data.u64;
         if (key == 0) {
@@ -192,6 +192,7 @@ void MediaLoop::Turn() {
             entry->second.watcher->OnReady(fd, events[static_cast<std::size_t>(i)].events);
         }
     }
+    m_hasRead = count > 0;
     m_lastReadUs = NowUs();
 }
 

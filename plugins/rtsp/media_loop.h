@@ -35,7 +35,8 @@ public:
 // serves belongs to its users, who take it away on the loop's thread.
 class MediaLoop {
 public:
-    // How long packets gather once some have come, so that those of a frame and of several cameras are read together.
+    // How long a loop that has read something rests, so that packets of a picture and of several cameras are read
+    // together, and one wake-up serves many.
     static constexpr std::int64_t kRestUs = 4000;
 
     MediaLoop() = default;
@@ -94,6 +95,7 @@ private:
     std::vector<ILoopTimer*> m_timers;
     std::uint64_t m_nextNumber = 1;
     std::int64_t m_lastReadUs = 0;
+    bool m_hasRead = false;  // in the last turn
     int m_connecting = 0;
 
     std::mutex m_mutex;  // guards what follows

@@ -104,7 +104,14 @@ bool RtspSdk::Load(const std::string& configFile, std::string& error) {
     return true;
 }
 
-MediaLoop& RtspSdk::QuietestLoop() {
+// The first loop that has room: many cameras on one cost less than few on each. Behind that, the quietest.
+MediaLoop& RtspSdk::LoopForOneMore() {
+    constexpr std::size_t kRoom = 64;
+    for (const std::unique_ptr<MediaLoop>& loop : m_loops) {
+        if (loop->Load() < kRoom) {
+            return *loop;
+        }
+    }
     return **std::min_element(m_loops.begin(), m_loops.end(),
                               [](const auto& left, const auto& right) { return left->Load() < right->Load(); });
 }
@@ -130,7 +137,7 @@ int RtspSdk::CreateDevice(const MainDeviceInfo& info, CAdapterDevBase*& device) 
         if (!m_profiles.Apply(info.strExtend, profile, error)) {
             return GvxFail(ZVS_PARA_INVALID, "%s", error.c_str());
         }
-        device = new RtspDevice(QuietestLoop(), profile, m_profiles, m_alarms, m_callback, m_desk);
+        device = new RtspDevice(LoopForOneMore(), profile, m_profiles, m_alarms, m_callback, m_desk);
         return ZVS_SUCCEED;
     });
 }

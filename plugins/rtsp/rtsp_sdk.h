@@ -38,7 +38,7 @@ public:
 
 private:
     bool Load(const std::string& configFile, std::string& error);
-    MediaLoop& QuietestLoop();
+    MediaLoop& LoopForOneMore();
     void Report(const ProbedCamera& camera);
     void Probe(const std::list<std::string>& addresses);
     void SaveFoundPaths();
