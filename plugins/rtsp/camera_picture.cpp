@@ -18,7 +18,7 @@
 namespace gvxrtsp {
 namespace {
 
-constexpr int kExchangeSeconds = 10;
+constexpr int kExchangeSeconds = 4;  // two of them end within the usual GVX_PLUGIN_CALL_LIMIT
 constexpr std::size_t kMostBytes = 64u * 1024 * 1024;
 constexpr std::size_t kTailBytes = 1024;  // some cameras pad behind the end of a picture
 

@@ -34,8 +34,8 @@ public:
     int VcuGetUploadImgRsp(PU_UPLOAD_IMAGE_RSP& address) override;
 
     gvxplugin::PictureDesk& Desk() const { return m_desk; }
-    // A picture of the camera's web server. 0, or an error code with one sentence in error. Any thread; blocks for half
-    // a minute at most.
+    // A picture of the camera's web server. 0, or an error code with one sentence in error. Any thread; blocks for
+    // eight seconds at most.
     int FetchPicture(std::string& bytes, std::string& error) const;
 
     // Shared with the lenses, and with work that is on its way to the loop.

@@ -1,5 +1,6 @@
 #include "rtsp/rtsp_lens.h"
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/records/picture_records.h"
@@ -8,6 +9,10 @@
 #include "plugin_support/guarded.h"
 #include "rtsp/rtsp_device.h"
 
+#include <ace/Guard_T.h>
+#include <ace/Recursive_Thread_Mutex.h>
+
+#include <thread>
 #include <utility>
 
 namespace gvxrtsp {
@@ -46,11 +51,6 @@ RtspLens::RtspLens(const char* lensId, short channel, RtspDevice& device)
 }
 
 RtspLens::~RtspLens() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_ends = true;
-    }
-    m_changed.notify_all();
     StopSnapQueueThread();
     PartAll();
 }
@@ -172,15 +172,27 @@ int RtspLens::VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ& request) {
     return gvxplugin::Guarded(kTitle, "VcuSnapShotReqInfo", [&]() -> int {
         int result = TakePicture(request);
         for (std::uint32_t number = 1; number < request.nSnapNum && result == ZVS_SUCCEED; ++number) {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            if (m_changed.wait_for(lock, std::chrono::milliseconds(request.nSnapInterval), [this] { return m_ends; })) {
+            if (!PauseBetweenPictures(std::chrono::milliseconds(request.nSnapInterval))) {
                 return GvxFail(ZVS_FAIL, "The lens goes.");
             }
-            lock.unlock();
             result = TakePicture(request);
         }
         return result;
     });
+}
+
+bool RtspLens::PauseBetweenPictures(std::chrono::milliseconds time) const {
+    const std::int64_t endMs = gvx::MonotonicMilliseconds() + time.count();
+    while (gvx::MonotonicMilliseconds() < endMs) {
+        if (m_snapQueueMutex != nullptr) {
+            const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*m_snapQueueMutex);
+            if (m_snapQueueExit) {
+                return false;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return true;
 }
 
 int RtspLens::TakePicture(const PU_SNAP_CONF_REQ& request) {

@@ -4,9 +4,8 @@
 #include "rtsp/frame_sender.h"
 
 #include <array>
-#include <condition_variable>
+#include <chrono>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace gvxrtsp {
@@ -35,14 +34,12 @@ public:
 private:
     void PartAll();
     int TakePicture(const PU_SNAP_CONF_REQ& request);
+    // Of the snapshot worker. False when the worker is to end.
+    bool PauseBetweenPictures(std::chrono::milliseconds time) const;
 
     const RtspDevice& m_device;
     const std::shared_ptr<Camera> m_camera;
     std::array<std::unique_ptr<FrameSender>, kStreamKinds> m_senders;  // used on the loop's thread
-
-    std::mutex m_mutex;  // guards what follows
-    std::condition_variable m_changed;
-    bool m_ends = false;  // no more pictures are to be taken
 };
 
 }  // namespace gvxrtsp
