@@ -147,7 +147,11 @@ def late_reader(options, folder, stack):
 
     def read(peer, kind, location_at):
         found[kind] = texts = []
+        spoken = 0.0
         while len(texts) < options.held and (message := peer.receive_if_any(20 * options.slow)):
+            if time.monotonic() - spoken > 5:  # as peers do: one that says nothing is closed after half a minute
+                spoken = time.monotonic()
+                peer.send(e2e.frame(e2e.KEEPALIVE, 1))
             text = e2e.text(message.raw[location_at:location_at + 256])
             texts += [text] if message.kind == kind and text.startswith("queue") else []
 
