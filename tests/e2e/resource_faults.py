@@ -63,8 +63,10 @@ class Run:
                 [*gateway.command(), "--listen-port", str(gateway.port), "--log-file", gateway.log_file],
                 stdout=console, stderr=console, env=gateway.whole_environment(),
                 preexec_fn=lambda: self.limit and resource.setrlimit(self.limit[0], (self.limit[1],) * 2))
+        # Links are accepted before the last step of the start. A log that cannot be written does not tell its end.
+        ready = lambda: gateway.log_file.exists() and gateway.lines("gvxd ready")
         with contextlib.suppress(e2e.Failure):
-            e2e.wait_until(lambda: gateway.process.poll() is not None or e2e.listens(gateway.port), self.seconds, "")
+            e2e.wait_until(lambda: gateway.process.poll() is not None or ready(), self.seconds, "")
         code = gateway.process.poll()
         self.check(code is not None or e2e.listens(gateway.port), "the start hangs")
         lines = gateway.console().splitlines()

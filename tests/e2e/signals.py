@@ -82,7 +82,7 @@ def run(options, folder, stack):
         peer.start_stream(f"CAM{number}", f"live{number}", sink.getsockname()[1])
     check_loop(gateway, peer, manager, sinks, seconds)
     check_reload(gateway, seconds)
-    gateway.stop()
+    gateway.stop(seconds)
     manager.wait_for("STOPPING=1", seconds)
 
 
