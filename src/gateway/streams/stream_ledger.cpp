@@ -30,6 +30,7 @@ StreamLedger& StreamLedger::Instance() {
 
 void StreamLedger::Enter(std::shared_ptr<const StreamEntry> stream) {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    m_page.endedOfDevices[stream->device];  // made here, where a lack of memory can be answered: Leave must not throw
     m_page.running.push_back(std::move(stream));
 }
 
@@ -40,7 +41,10 @@ void StreamLedger::Leave(const std::shared_ptr<const StreamEntry>& stream) {
     if (found != m_page.running.end()) {
         m_page.running.erase(found);
         m_page.ended.Add(last);
-        m_page.endedOfDevices[stream->device].Add(last);
+        const auto device = m_page.endedOfDevices.find(stream->device);
+        if (device != m_page.endedOfDevices.end()) {
+            device->second.Add(last);
+        }
     }
 }
 
