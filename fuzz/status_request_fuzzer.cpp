@@ -5,10 +5,10 @@
 #include "gateway/admin/request_check.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <regex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,12 +27,22 @@ std::vector<std::string_view> Lines(std::string_view text) {
     }
 }
 
+// localhost, [::1] or four groups of digits, of the loopback or the port's own where that is one, with our port or
+// none.
 bool IsOurName(std::string_view host, const std::string& address) {
-    static const std::regex names(R"((localhost|\[::1\]|((\d{1,3})\.\d{1,3}\.\d{1,3}\.\d{1,3}))(:9620)?)",
-                                  std::regex::icase);
-    std::cmatch found;
-    return std::regex_match(host.data(), host.data() + host.size(), found, names) &&
-           (!found[2].matched || found[3] == "127" || found[2] == address || address == "0.0.0.0");
+    constexpr std::string_view kPort = ":9620";
+    if (host.size() > kPort.size() && host.substr(host.size() - kPort.size()) == kPort) {
+        host.remove_suffix(kPort.size());
+    }
+    std::string name(host);
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (name == "localhost" || name == "[::1]") {
+        return true;
+    }
+    const bool isAddress =
+        std::count(name.begin(), name.end(), '.') == 3 && name.find_first_not_of("0123456789.") == std::string::npos;
+    return isAddress && (name.compare(0, 4, "127.") == 0 || name == address || address == "0.0.0.0");
 }
 
 void CheckUnder(const std::string& address, const gvx::StatusRequest& request) {
