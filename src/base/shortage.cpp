@@ -45,6 +45,10 @@ bool FindsMemory(std::size_t bytes) noexcept {
     return true;
 }
 
+void ForgetShortage() noexcept {
+    g_last = kNone;
+}
+
 std::string LastShortage() {
     const std::uint64_t last = g_last;
     return last == kNone

@@ -18,6 +18,9 @@ void NoteShortage(int error) noexcept;
 // that does not bear to find none, such as a thread before it reaches our code. Any thread.
 bool FindsMemory(std::size_t bytes) noexcept;
 
+// Behind a step that has come to its end without what it did not find, so that a later failure is not put down to it.
+void ForgetShortage() noexcept;
+
 // The last one that was noted: "no descriptor to be had: Too many open files"; empty when there was none. Any thread.
 std::string LastShortage();
 

@@ -67,13 +67,16 @@ TEST_F(FileWatcher, FollowsAFolderThatComesLaterOrIsMadeAnew) {
 
 TEST_F(FileWatcher, LooksAtTheFileWhereTheSystemHasNoWatchLeft) {
     const ScopedRecordingLogger log;
+    InotifyConfigHandler handler;
+    handler.SetFullFilePath(m_folder.Path("a.xml"));
+    handler.SetCallback([this] { return ++m_calls; });
     rlimit former{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &former));
     const int next = dup(0);
     close(next);
     const rlimit one{static_cast<rlim_t>(next) + 1, former.rlim_max};  // the watcher's own descriptor, and no other
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &one));
-    const int watched = Watch("a.xml", m_calls);
+    const int watched = m_watcher.AddHandler(handler);
     setrlimit(RLIMIT_NOFILE, &former);
     ASSERT_EQ(0, watched);
     EXPECT_EQ(1u, log->Count("looked at once a second instead: Too many open files"));

@@ -73,12 +73,20 @@ def loader(root):
     return {**os.environ, "LD_LIBRARY_PATH": found}
 
 
+def service_environment(root, folder):
+    """What the unit and the file beside it give the service, with this root ahead of their paths."""
+    said = next(root.glob("**/system/gvxd.service")).read_text() + (root / "etc/default/gvxd").read_text()
+    given = re.findall(r"^(?:Environment=)?(GVX_\w+)=(\S+)$", said, flags=re.M)
+    return {**loader(root), **{name: f"{root}{value}" for name, value in given},
+            "GVX_CONTROL_SOCKET": str(folder / "control.sock")}
+
+
 def check_serves(root, folder, stack):
-    """The programs, plug-ins and the configuration as they are shipped, but for the port."""
+    """The service as the unit begins it, but for the port and the log."""
     port, log = e2e.free_port(), folder / "gvxd.log"
-    environment = {**loader(root), "GVX_ROOT": str(root / "var/lib/gvx/root")}
-    gateway = subprocess.Popen([root / "usr/bin/gvxd", "--config-dir", root / "etc/gvx", "--listen-port", str(port),
-                                "--log-file", log], env=environment, stdin=subprocess.DEVNULL)
+    environment = service_environment(root, folder)
+    gateway = subprocess.Popen([root / "usr/bin/gvxd", "--listen-port", str(port), "--log-file", log],
+                               env=environment, stdin=subprocess.DEVNULL)
     stack.callback(gateway.kill)
     e2e.wait_until(lambda: gateway.poll() is not None or e2e.listens(port), 60, "the installed gvxd listens")
     e2e.check(gateway.poll() is None, f"gvxd ended with {gateway.returncode}")

@@ -107,12 +107,11 @@ void Heartbeats::Ask() {
     Pulse* general = nullptr;
     // True when the thread is to be asked anew.
     const auto answered = [nowMs](Pulse& pulse, std::uint64_t served) {
-        const bool asks = !pulse.open;
+        const bool asks = !pulse.open.exchange(true);  // in one step: an answer may come at this moment
         if (asks || pulse.served != served) {
             pulse.sinceMs = nowMs;
             pulse.served = served;
         }
-        pulse.open = true;
         return asks;
     };
     Book& book = Book::Instance();

@@ -151,8 +151,9 @@ StreamStatus DescribeStream(const StreamEntry& entry, const MediaSendStatistics&
     stream.lost = counts.ullDroppedPackets;
     stream.startedMs = nowMs - entry.startedMs;
     stream.lastFrameMs = counts.llLastFrameMs == 0 ? kNever : std::max<std::int64_t>(0, nowMs - counts.llLastFrameMs);
-    stream.delivering =
-        stream.startedMs < kDeliveryLimitMs || (stream.lastFrameMs != kNever && stream.lastFrameMs < kDeliveryLimitMs);
+    // A broadcast brings sound to the device; nothing of it leaves here.
+    stream.delivering = entry.service == SERVICE_TYPE_AUDIO_BROADCAST || stream.startedMs < kDeliveryLimitMs ||
+                        (stream.lastFrameMs != kNever && stream.lastFrameMs < kDeliveryLimitMs);
     return stream;
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/paths.h"
+#include "base/shortage.h"
 #include "base/zvs_error.h"
 #include "bp/cmd.h"
 #include "bp/dispatcher.h"
@@ -33,6 +34,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 
 #include <unistd.h>
 
@@ -98,18 +100,17 @@ StartResult Gateway::Start(const GatewayOptions& options) {
     if (CSecurityMgr::Instance()->Init() != ZVS_SUCCEED) {
         GVX_LOG_WARN("gvxd", "Devices with a password cannot be reached until their key file is mended.");
     }
-    StartResult result = StartCore();
-    if (!result.Failed()) {
-        result = StartPlugins(options);
-    }
-    if (!result.Failed()) {
-        result = StartServing();
-    }
-    if (!result.Failed()) {
-        result = StartLinks(options);
-    }
-    if (!result.Failed()) {
-        result = StartIntake();
+    StartResult result;
+    const std::function<StartResult()> steps[] = {
+        [this] { return StartCore(); }, [this, &options] { return StartPlugins(options); },
+        [this] { return StartServing(); }, [this, &options] { return StartLinks(options); },
+        [this] { return StartIntake(); }};
+    for (const std::function<StartResult()>& step : steps) {
+        ForgetShortage();
+        result = step();
+        if (result.Failed()) {
+            break;
+        }
     }
     if (result.Failed()) {
         Release();
@@ -139,6 +140,7 @@ StartResult Gateway::LoadConfiguration() {
     // Ahead of the settings, whose alarms ask for its flag. Without its file the gateway is one that the cloud has not
     // taken over, and runs all the same.
     CCloudConfigMgr::Instance()->Init();
+    ForgetShortage();
     StartResult result = LoadSettings();
     if (result.Failed()) {
         CCloudConfigMgr::Instance()->UnInit();

@@ -9,6 +9,7 @@
 #include "gateway/process/gateway.h"
 #include "gateway/process/overdue_watch.h"
 #include "gateway/process/process_signals.h"
+#include "gateway/process/reload_thread.h"
 #include "gateway/process/service_manager.h"
 #include "gateway/process/startup_log.h"
 #include "gvx_common/config/gvx_config_mgr.h"
@@ -238,7 +239,8 @@ StartResult StartAll(Gateway& gateway, StartLogging& logging, const GatewayOptio
 }
 
 // Comes back only when nothing is left behind.
-void StopInTime(Gateway& gateway, OverdueWatch& watch, std::chrono::milliseconds limit, ExitCode code) {
+void StopInTime(Gateway& gateway, ReloadThread& reload, OverdueWatch& watch, std::chrono::milliseconds limit,
+                ExitCode code) {
     watch.Begin([] { return true; }, limit,
                 [code] {
                     PluginCallWatch::Instance().NameOpen();
@@ -246,6 +248,7 @@ void StopInTime(Gateway& gateway, OverdueWatch& watch, std::chrono::milliseconds
                 });
     bool stopped = false;
     try {
+        reload.Wait();  // it may be at the plug-ins
         stopped = gateway.Stop();
     } catch (const std::exception& fault) {
         GVX_LOG_ERR("Stop", "The stop ended early: %s", fault.what());
@@ -256,17 +259,26 @@ void StopInTime(Gateway& gateway, OverdueWatch& watch, std::chrono::milliseconds
     watch.End();
 }
 
+// What SIGHUP asks for.
+void Reload(const GatewayOptions& options, const ServiceManager& manager) {
+    try {
+        manager.Reloading();
+        OpenLogsAnew();
+        CGvxConfigMgr::Instance()->Reload();  // says in the log what it has found
+        if (IOMLogger* const logger = OMAdapter::getInstance()->getLogger()) {
+            logger->SetLevel(LogLevel(options));
+        }
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR("gvxd", "The reload ended early: %s", fault.what());
+    }
+    manager.Ready();
+}
+
 // What an operator asks for by a signal. No signal ends the gateway but those that ask for its stop.
-void ServeSignal(ProcessSignals::Event event, const GatewayOptions& options, const ServiceManager& manager) {
+void ServeSignal(ProcessSignals::Event event, ReloadThread& reload) {
     try {
         if (event == ProcessSignals::Event::Reload) {
-            manager.Reloading();
-            OpenLogsAnew();
-            CGvxConfigMgr::Instance()->Reload();  // says in the log what it has found
-            if (IOMLogger* const logger = OMAdapter::getInstance()->getLogger()) {
-                logger->SetLevel(LogLevel(options));
-            }
-            manager.Ready();
+            reload.Ask();
         } else if (event == ProcessSignals::Event::Status) {
             WriteStatusToLog();
         }
@@ -277,7 +289,7 @@ void ServeSignal(ProcessSignals::Event event, const GatewayOptions& options, con
 
 // Serves until a signal asks for the stop; gives its number. A service manager that watches hears nothing while event
 // threads do not answer, and begins the gateway anew.
-int ServeUntilStop(ProcessSignals& signals, const GatewayOptions& options, const ServiceManager& manager) {
+int ServeUntilStop(ProcessSignals& signals, ReloadThread& reload, const ServiceManager& manager) {
     const bool watched = manager.WatchdogTime().count() != 0;
     const std::chrono::milliseconds period = watched ? manager.WatchdogTime() / 3 : kSignalWait;
     std::int64_t nextSignMs = MonotonicMilliseconds();
@@ -288,7 +300,7 @@ int ServeUntilStop(ProcessSignals& signals, const GatewayOptions& options, const
             manager.Stopping();
             return signals.First();
         }
-        ServeSignal(event, options, manager);
+        ServeSignal(event, reload);
         if (watched && MonotonicMilliseconds() >= nextSignMs && EventThreadsAlive()) {
             manager.Alive();
             nextSignMs = MonotonicMilliseconds() + period.count();
@@ -328,9 +340,10 @@ int Run(int argc, const char* const* argv) {
         return RefuseStart(result);
     }
     logging.Succeeded();
-    const int signal = ServeUntilStop(signals, options, manager);
+    ReloadThread reload([&options, &manager] { Reload(options, manager); });
+    const int signal = ServeUntilStop(signals, reload, manager);
     GVX_LOG_INFO("gvxd", "gvxd stops on signal %d (%s)", signal, strsignal(signal));
-    StopInTime(gateway, watch, stopLimit, ExitCode::Ok);
+    StopInTime(gateway, reload, watch, stopLimit, ExitCode::Ok);
     GVX_LOG_INFO("gvxd", "gvxd stopped");
     FlushLog();
     return Number(ExitCode::Ok);

@@ -9,7 +9,7 @@ namespace gvx {
 
 // Tells the service manager that has started gvxd how it stands, by datagrams to the socket that NOTIFY_SOCKET names
 // (sd_notify(3), "Notes": the protocol is stable, and a library for it would be another dependency). Nothing is sent,
-// and nothing fails, where there is none. Of main's thread.
+// and nothing fails, where there is none. Any thread may tell; made on main's.
 class ServiceManager {
 public:
     // Reads NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID, and takes them out of the environment: programs that gvxd

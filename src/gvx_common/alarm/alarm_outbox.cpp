@@ -210,8 +210,16 @@ void AlarmOutbox::Send() {
         return;
     }
     m_sending = true;
-    while (std::exchange(m_sendAgain, false)) {
-        SendLine(lock);
+    try {
+        while (std::exchange(m_sendAgain, false)) {
+            SendLine(lock);
+        }
+    } catch (...) {  // no memory: the next sending goes on where this one ends
+        if (!lock.owns_lock()) {
+            lock.lock();
+        }
+        m_sending = false;
+        throw;
     }
     m_sending = false;
     const std::uint64_t lost = m_line.alarms.empty() ? std::exchange(m_line.lost, 0) : 0;
@@ -241,7 +249,14 @@ void AlarmOutbox::SendLine(std::unique_lock<std::mutex>& lock) {
         }
         OutboundAlarm alarm = m_line.Pop();
         lock.unlock();
-        goesOn = LinksHaveRoom() && SendOne(alarm);
+        try {
+            goesOn = LinksHaveRoom() && SendOne(alarm);
+        } catch (...) {
+            lock.lock();
+            m_line.repeats += alarm.repeats ? 1 : 0;
+            m_line.alarms.push_front(std::move(alarm));
+            throw;
+        }
         lock.lock();
         if (!goesOn) {
             alarm.waited = true;

@@ -46,6 +46,8 @@ public:
     static constexpr std::size_t kPathBytes = 4097;
 
     static constexpr int kNotOnDisk = 109100016;  // ZVS_WRITE_FILE_ERROR
+    // Whether what was saved is in force, on the disk or not.
+    static bool Stands(int result) { return result == 0 || result == kNotOnDisk; }
 
     // Reads the file; one that cannot be read to its end gives a store without sections, which is never written.
     explicit GVX_Config(const char* filename);

@@ -139,7 +139,7 @@ int CGvxConfigMgr::Set35114ChangeFromFrame(ACE_Message_Block* pMb) {
         return ZVS_FAIL;
     }
     const int written = GVX_Config((directory + "/zvs_gvx.conf").c_str()).set(kSection, frame.settings);
-    if (written != ZVS_SUCCEED && written != GVX_Config::kNotOnDisk) {
+    if (!GVX_Config::Stands(written)) {
         GVX_LOG_ERR(kTitle, "The settings can not be written; nothing is changed.");
         return ZVS_FAIL;
     }

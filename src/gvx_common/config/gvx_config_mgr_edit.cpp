@@ -264,7 +264,7 @@ int CGvxConfigMgr::SetFileValue(const std::string& file, const std::string& sect
         return ZVS_FAIL;
     }
     const int written = m_mayWrite ? GVX_Config(file.c_str()).set(section.c_str(), key.c_str(), value.c_str()) : 0;
-    if (written != ZVS_SUCCEED && written != GVX_Config::kNotOnDisk) {
+    if (!GVX_Config::Stands(written)) {
         GVX_LOG_ERR("SetGVXConfigValue", "Failed to set gvx config, section=%s, key=%s, value=%s", section.c_str(),
                     key.c_str(), shown);
         return ZVS_FAIL;

@@ -172,6 +172,11 @@ bool CGvxConfigMgr::ReadNatSettings(const std::string& natFile, const std::strin
 }
 
 void CGvxConfigMgr::TakeNatLists(const std::vector<std::string>& lists) {
+    if (lists.empty()) {  // taken out of the file since it was read
+        std::string none;
+        KeepSubnetNatText(none);
+        ParsePrivateIpList(none);
+    }
     for (const std::string& list : lists) {
         GVX_LOG(OM_LOG_DEBUG, "LoadZVSGvxConfig", "start to parse private net list");
         KeepSubnetNatText(list);
@@ -263,6 +268,8 @@ void CGvxConfigMgr::ActOn(const Settings& changed) {
         tells35114 = tells35114 || Is35114Key(key);
         if (key == "GVX_MESSAGE_IP") {
             m_strLocalIP.Set(value);
+        } else if (key == "GVX_SDK_SYNC_TIME_SWITCH") {
+            m_uiSyncTimeSwitch = static_cast<unsigned int>(CGvxUtility::toInt(value));
         } else if (key == "GVX_HIKSDK_LOG_SWITCH" || key == "GVX_DHSDK_LOG_SWITCH") {
             SetHikAndDahuaSDKSwitch(key, static_cast<unsigned int>(CGvxUtility::toInt(value)));
         } else if (key == "TV_INIT_FORBID_RSA_SWITCH") {

@@ -206,7 +206,7 @@ int CGvxConfigMgr::SetGVXLocalIP(const std::string& ip) {
         return ZVS_IP_INVALID;
     }
     const int result = SetGVXConfigValue("MESSAGE", "GVX_MESSAGE_IP", ip);
-    if (result == ZVS_SUCCEED || result == GVX_Config::kNotOnDisk) {
+    if (GVX_Config::Stands(result)) {
         m_strLocalIP.Set(ip);
     }
     return result;
@@ -231,13 +231,13 @@ void CGvxConfigMgr::UpdateIPAddressFromOmuConfig(const std::string& path) {
     std::string ip;
     if (!ReadText(xml, GVXCONFIG_OMU_LOCALIP_XPATH, ip)) {
         GVX_LOG_INFO("UpdateIPAddressFromOmuConfig", "The tag of local ip address is not found or empty");
-    } else if (SetGVXLocalIP(ip) != ZVS_SUCCEED) {
+    } else if (!GVX_Config::Stands(SetGVXLocalIP(ip))) {
         GVX_LOG_ERR("UpdateIPAddressFromOmuConfig", "ipaddr=%s", ip.c_str());
         return;
     }
     if (!ReadText(xml, GVXCONFIG_OMU_MEDIAIP_XPATH, ip)) {
         GVX_LOG_INFO("UpdateIPAddressFromOmuConfig", "The tag of media ip address is not found or empty");
-    } else if (SetGVXMediaIP(ip) != ZVS_SUCCEED) {
+    } else if (!GVX_Config::Stands(SetGVXMediaIP(ip))) {
         GVX_LOG_ERR("UpdateIPAddressFromOmuConfig", "ipaddr=%s", ip.c_str());
     }
 }
@@ -253,15 +253,17 @@ int CGvxConfigMgr::EditZvsGvxConfIP(const char*& localIP, const char*& mediaIP) 
         return ZVS_FAIL;
     }
     GVX_Config file(path.c_str());
-    if (file.set("MEDIA", "GVX_MEDIA_IP", mediaIP) != ZVS_SUCCEED) {
+    const int media = file.set("MEDIA", "GVX_MEDIA_IP", mediaIP);
+    if (!GVX_Config::Stands(media)) {
         GVX_LOG_ERR("EditZvsGvxConfIP", "Set media ip error medieip:%s", mediaIP);
         return ZVS_FAIL;
     }
-    if (file.set("MESSAGE", "GVX_MESSAGE_IP", localIP) != ZVS_SUCCEED) {
+    const int message = file.set("MESSAGE", "GVX_MESSAGE_IP", localIP);
+    if (!GVX_Config::Stands(message)) {
         GVX_LOG_ERR("EditZvsGvxConfIP", "Set local ip error medieip:%s", localIP);
         return ZVS_FAIL;
     }
-    return ZVS_SUCCEED;
+    return message;  // the file was saved whole behind both
 }
 
 int CGvxConfigMgr::EditZvsGvxConfPort(const std::vector<std::pair<std::string, std::uint16_t>>& ports) {
@@ -272,19 +274,22 @@ int CGvxConfigMgr::EditZvsGvxConfPort(const std::vector<std::pair<std::string, s
     }
     GVX_Config file(path.c_str());
     std::string done;
+    int result = ZVS_SUCCEED;
     for (const auto& [key, port] : ports) {
         const std::string& wanted = key;
         const auto* row = std::find_if(std::begin(kPortKeys), std::end(kPortKeys),
                                        [&wanted](const PortRow& candidate) { return wanted == candidate.key; });
-        if (row == std::end(kPortKeys) ||
-            file.set(row->section, row->key, CGvxUtility::toStr(port).c_str()) != ZVS_SUCCEED) {
+        if (row != std::end(kPortKeys)) {
+            result = file.set(row->section, row->key, CGvxUtility::toStr(port).c_str());
+        }
+        if (row == std::end(kPortKeys) || !GVX_Config::Stands(result)) {
             GVX_LOG_ERR("EditZvsGvxConfPort", "Set [%s] failed", key.c_str());
             return ZVS_FAIL;
         }
         done += (done.empty() ? "" : ",") + key;
     }
     GVX_LOG_INFO("EditZvsGvxConfPort", "set all [%s] success", done.c_str());
-    return ZVS_SUCCEED;
+    return result;
 }
 
 void CGvxConfigMgr::LoadCloudConf() {
@@ -415,7 +420,7 @@ int CGvxConfigMgr::SetNatList(const std::string& file, const std::string& sectio
         return ZVS_FAIL;
     }
     const int written = GVX_Config(file.c_str()).set(section.c_str(), key.c_str(), value.c_str());
-    if (written != ZVS_SUCCEED && written != GVX_Config::kNotOnDisk) {
+    if (!GVX_Config::Stands(written)) {
         RestoreNatList();
         TellNatList();
         GVX_LOG_ERR("Set gvx config value Failed", "section=%s, key=%s, value=%s", section.c_str(), key.c_str(),
