@@ -7,12 +7,14 @@
 #include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/https/https_stream_util.h"
 #include "gvx_common/utility/gvx_utility.h"
+#include "plugin_support/guarded.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include <pthread.h>
@@ -152,7 +154,11 @@ void PictureDesk::Run() {
         const Picture picture = std::move(m_leaving.front());
         m_leaving.pop_front();
         lock.unlock();
-        Tell(Upload(picture) ? ADAPTER_REPORT_PICTURE_SENT : ADAPTER_REPORT_PICTURE_LOST, picture);
+        const int sent = Guarded(m_title, "Upload", [&]() -> int { return Upload(picture) ? ZVS_SUCCEED : ZVS_FAIL; });
+        Guarded(m_title, "Tell", [&]() -> int {
+            Tell(sent == ZVS_SUCCEED ? ADAPTER_REPORT_PICTURE_SENT : ADAPTER_REPORT_PICTURE_LOST, picture);
+            return ZVS_SUCCEED;
+        });
         lock.lock();
     }
 }
@@ -162,13 +168,12 @@ bool PictureDesk::Upload(const Picture& picture) const {
     std::error_code ignored;
     std::string path = (std::filesystem::temp_directory_path(ignored) / "gvx_picture_XXXXXX").string();
     const gvx::UniqueFd file(mkostemp(path.data(), O_CLOEXEC));
+    const std::unique_ptr<const char, int (*)(const char*)> name(path.c_str(), unlink);
     if (file.Get() == -1 || !WriteAll(file.Get(), *picture.bytes)) {
         GVX_LOG_ERR_CODE(m_title, ZVS_WRITE_FILE_ERROR, "%s cannot be written: %s", path.c_str(), std::strerror(errno));
-        unlink(path.c_str());
         return false;
     }
     const int result = CHttpsStreamUtil::GetInstance()->UploadFile(path, picture.url);
-    unlink(path.c_str());
     if (result != ZVS_SUCCEED) {
         GVX_LOG_ERR_CODE(m_title, result, "Picture %s could not be sent.", picture.contentID.c_str());
     }

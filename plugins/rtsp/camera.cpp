@@ -52,6 +52,10 @@ void Camera::OnWebServerRefusal() {
     m_webPolicy.OnRefusal(gvx::CurrentClock().MonotonicMicroseconds());
 }
 
+void Camera::OnWebServerSuccess() {
+    m_webPolicy.OnSuccess();
+}
+
 void Camera::OnCameraState(StreamKind kind, CameraState state, const std::string& reason) {
     if (kind == MAIN_STREAM && m_onState) {
         m_onState(state, reason);

@@ -25,10 +25,11 @@ public:
     void Close();
     // Logs in anew, as after a change of the camera.
     void Restart();
-    // The password for the camera's web server goes by rules of its own, since its users may be others: three refusals,
-    // then ten minutes of rest.
+    // The password for the camera's web server goes by rules of its own, since its users may be others: three refusals
+    // without a picture between them, then ten minutes of rest.
     bool MayAskWebServer() const;
     void OnWebServerRefusal();
+    void OnWebServerSuccess();
     // Null before Open and behind Close.
     CameraStream* Stream(StreamKind kind) { return m_streams[kind].get(); }
 

@@ -1,12 +1,15 @@
 #include "rtsp/camera_picture.h"
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "base/unique_fd.h"
 #include "gvx_common/codec/input_file.h"
 #include "gvx_common/http/common_http_stream.h"
 #include "rtsp/rtsp_dialogue.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -18,7 +21,7 @@
 namespace gvxrtsp {
 namespace {
 
-constexpr int kExchangeSeconds = 4;  // two of them end within the usual GVX_PLUGIN_CALL_LIMIT
+constexpr std::int64_t kPictureMs = 8000;  // both exchanges end within the usual GVX_PLUGIN_CALL_LIMIT
 constexpr std::size_t kMostBytes = 64u * 1024 * 1024;
 constexpr std::size_t kTailBytes = 1024;  // some cameras pad behind the end of a picture
 
@@ -46,11 +49,21 @@ private:
     gvx::UniqueFd m_file;
 };
 
+// What is left until endMs is all that the next step may take. False when that is less than a second.
+bool LimitStep(CCommonHttpStream& stream, std::int64_t endMs) {
+    const std::int64_t seconds = (endMs - gvx::MonotonicMilliseconds()) / 1000;
+    stream.LimitExchange(static_cast<int>(std::max<std::int64_t>(seconds, 1)));
+    return seconds > 0;
+}
+
 // One request and its answer: every text of the exchange passes here. authorization is null for none.
 int Exchange(CCommonHttpStream& stream, const CameraProfile& profile, const std::string& path,
-             const char* authorization, const std::string& file, Common_HTTP_AUTH& challenge) {
+             const char* authorization, const std::string& file, std::int64_t endMs, Common_HTTP_AUTH& challenge) {
     long length = 0;
     const std::string port = std::to_string(profile.httpPort);
+    if (!LimitStep(stream, endMs)) {
+        return ZVS_FAIL;
+    }
     if (stream.Init(profile.address.c_str(), profile.httpPort, profile.user.c_str(), profile.password.c_str()) != 0) {
         return ZVS_GVX_OPEN_SOCKET_ERROR;
     }
@@ -58,7 +71,7 @@ int Exchange(CCommonHttpStream& stream, const CameraProfile& profile, const std:
         stream.FormatRequestHeader(profile.address.c_str(), port.c_str(), path.c_str(), length, "GET ", nullptr,
                                    nullptr, 0, 0, 0) != nullptr &&
         (authorization == nullptr || stream.FormatRequestHeaderEx("Authorization", authorization, length) != nullptr) &&
-        stream.SendRequest(nullptr, length, false);
+        LimitStep(stream, endMs) && stream.SendRequest(nullptr, length, false);
     return sent ? stream.DealHttpSnapShot(file.c_str(), challenge) : ZVS_FAIL;
 }
 
@@ -77,9 +90,9 @@ int FetchCameraPicture(const CameraProfile& profile, const std::string& path, st
         return ZVS_GVX_GET_SNAP_SHOT_ERROR;
     }
     const auto stream = std::make_unique<CCommonHttpStream>();
-    stream->LimitExchange(kExchangeSeconds);
+    const std::int64_t endMs = gvx::MonotonicMilliseconds() + kPictureMs;
     Common_HTTP_AUTH challenge{};
-    int result = Exchange(*stream, profile, path, nullptr, file.Path(), challenge);
+    int result = Exchange(*stream, profile, path, nullptr, file.Path(), endMs, challenge);
     if (result == ZVS_GVX_UNAUTHORIZED && !profile.user.empty()) {
         const char* const made = challenge.authType == HTTP_AUTH_BASIC
                                      ? stream->GenBasicAuthorization()
@@ -92,7 +105,7 @@ int FetchCameraPicture(const CameraProfile& profile, const std::string& path, st
         }
         const std::string authorization = made;
         Common_HTTP_AUTH again{};
-        result = Exchange(*stream, profile, path, authorization.c_str(), file.Path(), again);
+        result = Exchange(*stream, profile, path, authorization.c_str(), file.Path(), endMs, again);
     }
     if (result == ZVS_GVX_UNAUTHORIZED) {
         error = where + " refuses user or password.";
@@ -104,6 +117,10 @@ int FetchCameraPicture(const CameraProfile& profile, const std::string& path, st
     }
     const std::string status = StatusLine(stream->LastHeader());
     const bool taken = result == ZVS_SUCCEED && gvx::ReadWholeFile(file.Path(), kMostBytes, bytes, error);
+    if (!taken && !LimitStep(*stream, endMs)) {
+        error = where + " gave no picture within eight seconds.";
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+    }
     if (!taken || !IsWholeJpeg(bytes)) {
         error = where + (status.empty() ? " gave no answer." : " gave no whole JPEG: \"" + status + "\".");
         return ZVS_GVX_GET_SNAP_SHOT_ERROR;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <set>
+#include <utility>
 
 #include <unistd.h>
 
@@ -288,11 +289,20 @@ void CameraProfiles::SaveFound() {
         m_foundChanged = false;
     }
     if (!gvx::ReplaceWholeFile(m_foundFile, gvx::WriteJson(root))) {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_foundChanged = true;  // written with the next turn
+        }
+        if (std::exchange(m_saveFailed, true)) {
+            return;
+        }
         GVX_LOG_WARN_CODE(kTitle, ZVS_WRITE_FILE_ERROR,
                           "The paths that cameras answered on cannot be kept in %s: they are looked for anew behind a "
                           "restart.",
                           m_foundFile.c_str());
+        return;
     }
+    m_saveFailed = false;
 }
 
 }  // namespace gvxrtsp

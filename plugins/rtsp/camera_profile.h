@@ -77,7 +77,8 @@ private:
     int m_noFramesSeconds = 10;
     int m_loops = 0;  // 0: by processors
 
-    std::string m_foundFile;  // empty: found paths are not kept
+    std::string m_foundFile;    // empty: found paths are not kept
+    bool m_saveFailed = false;  // of SaveFound, which one thread at a time calls; told once
 
     mutable std::mutex m_mutex;                  // guards what follows
     std::map<std::string, CameraPaths> m_found;  // by address and port

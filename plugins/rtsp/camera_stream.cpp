@@ -175,7 +175,9 @@ void CameraStream::Begin(CameraSession::Goal goal, std::int64_t nowUs) {
 }
 
 void CameraStream::OnDescribed(const StreamDescription& description, const CameraPaths& paths) {
-    m_profiles.Remember(m_profile, paths);
+    if (m_kind == MAIN_STREAM) {  // a sub stream may be described on a row whose main stream is not there
+        m_profiles.Remember(m_profile, paths);
+    }
     if (!description.leftOut.empty() && description.leftOut != m_status.description.leftOut) {
         GVX_LOG_WARN(kTitle, "%s [%s]", description.leftOut.c_str(), m_profile.Url("").c_str());
     }

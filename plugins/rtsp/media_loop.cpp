@@ -214,15 +214,24 @@ void MediaLoop::DoWork() {
 std::int64_t MediaLoop::RunTimers() {
     const std::int64_t nowUs = NowUs();
     std::int64_t nextUs = ILoopTimer::kNever;
+    std::size_t first = 0;
+    Refusal worst = Refusal::None;
     // By number: a timer may add others, which may move the list.
     for (std::size_t i = 0; i < m_timers.size(); ++i) {
         if (m_timers[i] != nullptr && m_timers[i]->DueUs() <= nowUs) {
+            m_refusal = Refusal::None;
             m_timers[i]->OnTimer(nowUs);
+            if (m_refusal > worst) {
+                worst = m_refusal;
+                first = i;
+            }
         }
         if (m_timers[i] != nullptr) {
             nextUs = std::min(nextUs, m_timers[i]->DueUs());
         }
     }
+    // Whoever found no room for a connection comes first in the next walk, so that nobody is passed over for ever.
+    std::rotate(m_timers.begin(), m_timers.begin() + static_cast<std::ptrdiff_t>(first), m_timers.end());
     m_timers.erase(std::remove(m_timers.begin(), m_timers.end(), nullptr), m_timers.end());
     return nextUs == ILoopTimer::kNever ? nowUs + kLongestWaitUs : nextUs;
 }

@@ -3,6 +3,7 @@
 #include "base/unique_fd.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -66,7 +67,12 @@ public:
     // all descriptors. Those that somebody waits for come before looks at cameras.
     static constexpr int kMostConnecting = 256;
     static constexpr int kMostLooking = 128;
-    bool MayConnect(bool wanted) const { return m_connecting < (wanted ? kMostConnecting : kMostLooking); }
+    // Asked from OnTimer: a timer that is refused is called before the others the next time.
+    bool MayConnect(bool wanted) {
+        const bool may = m_connecting < (wanted ? kMostConnecting : kMostLooking);
+        m_refusal = may ? Refusal::None : wanted ? Refusal::Wanted : Refusal::Look;
+        return may;
+    }
     void AddConnecting(int change) { m_connecting += change; }
 
     // How much is on it, for spreading cameras over loops.
@@ -78,6 +84,8 @@ private:
         ILoopWatcher* watcher;
         std::uint64_t number;
     };
+
+    enum class Refusal { None, Look, Wanted };  // by weight
 
     void Run();
     void Turn();
@@ -97,6 +105,7 @@ private:
     std::int64_t m_lastReadUs = 0;
     bool m_hasRead = false;  // in the last turn
     int m_connecting = 0;
+    Refusal m_refusal = Refusal::None;  // of the timer that is being called
 
     std::mutex m_mutex;  // guards what follows
     std::vector<std::function<void()>> m_work;

@@ -8,6 +8,8 @@
 #include "rtsp/camera_picture.h"
 #include "rtsp/rtsp_lens.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace gvxrtsp {
@@ -31,7 +33,15 @@ RtspDevice::RtspDevice(MediaLoop& loop, const CameraProfile& profile, CameraProf
           loop, profile, profiles, [this](CameraState state, const std::string& reason) { OnState(state, reason); })) {}
 
 RtspDevice::~RtspDevice() {
-    m_camera->Loop().Call([this] { m_camera->Close(); });
+    RtspDevice::ClearAdapterInfo();
+}
+
+int RtspDevice::ClearAdapterInfo() {
+    return gvxplugin::Guarded(kTitle, "ClearAdapterInfo", [&]() -> int {
+        std::fill(std::begin(m_streams), std::end(m_streams), nullptr);
+        m_camera->Loop().Call([this] { m_camera->Close(); });
+        return ZVS_SUCCEED;
+    });
 }
 
 int RtspDevice::Init() {
@@ -149,6 +159,8 @@ int RtspDevice::FetchPicture(std::string& bytes, std::string& error) const {
     const int result = FetchCameraPicture(m_camera->Profile(), path, bytes, error);
     if (result == ZVS_GVX_UNAUTHORIZED) {
         m_camera->Loop().Call([this] { m_camera->OnWebServerRefusal(); });
+    } else if (result == ZVS_SUCCEED) {
+        m_camera->Loop().Call([this] { m_camera->OnWebServerSuccess(); });
     }
     return result;
 }

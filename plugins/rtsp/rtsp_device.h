@@ -27,6 +27,8 @@ public:
     int GetDeviceAbility(GVX_DEVICE_ABILITY_INFO& ability) override;
     int GetSubDeviceAbility(LENS_ABILITY_INFO& ability) override;
     int ResetLogin() override;
+    // Ends the sessions; the camera is logged in to no more, also when the device is kept for a call that hangs.
+    int ClearAdapterInfo() override;
     int SendHeartbeat() override;
     int CreateLens(const char* lensId, const short& channel, CAdapterDevBase*& parent,
                    CAdapterLensBase*& lens) override;

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -100,7 +101,11 @@ bool RtspSdk::Load(const std::string& configFile, std::string& error) {
     }
     const std::string data = CGvxConfigMgr::Instance()->GetConfValue("GVX_DATA_DIR", "");
     m_profiles.KeepFoundIn((data.empty() ? gvx::RootedPath(kDefaultDataDir) : data) + kFoundPaths);
-    m_saver.Start("GvxRtspPaths", kSavePeriod, [this] { SaveFoundPaths(); });
+    try {
+        m_saver.Start("GvxRtspPaths", kSavePeriod, [this] { SaveFoundPaths(); });
+    } catch (const std::system_error& fault) {
+        GVX_LOG_WARN(kTitle, "The paths that cameras answer on are kept at the end alone: %s.", fault.what());
+    }
     return true;
 }
 

@@ -119,6 +119,9 @@ int CAdapterLensBase::StartSnapQueueLocked() {
     if (m_snapQueueThreadHandle != 0) {
         return ZVS_SUCCEED;
     }
+    if (m_snapQueueMutex != nullptr) {
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;  // that of a worker which was left behind
+    }
     if (MakeSnapQueue() != ZVS_SUCCEED) {
         DeleteSnapQueue();
         return ZVS_GVX_GET_SNAP_SHOT_ERROR;
@@ -149,11 +152,15 @@ int CAdapterLensBase::StopSnapQueueThread() {
     const std::chrono::milliseconds limit(SettingOr(gvx::Setting::GVX_PLUGIN_CALL_LIMIT, kCallLimitSeconds) * 1000);
     const bool ended = m_snapWorker->Join(m_snapQueueThreadHandle, limit);
     const std::lock_guard<std::mutex> life(m_snapWorker->QueueLife());
-    DeleteSnapQueue();
-    return ended ? ZVS_SUCCEED
-                 : GvxFail(ZVS_GVX_GET_SNAP_SHOT_ERROR,
-                           "A capture of lens %s has not returned for %lld s; its worker is left behind.", m_chSubDevID,
-                           static_cast<long long>(limit.count() / 1000));
+    if (ended) {
+        DeleteSnapQueue();
+        return ZVS_SUCCEED;
+    }
+    // The queue stays with its lens: the capture may still look under the mutex whether it is to end.
+    m_snapQueueThreadHandle = 0;
+    return GvxFail(ZVS_GVX_GET_SNAP_SHOT_ERROR,
+                   "A capture of lens %s has not returned for %lld s; its worker is left behind.", m_chSubDevID,
+                   static_cast<long long>(limit.count() / 1000));
 }
 
 int CAdapterLensBase::GetOneSnapRequest(PU_SNAP_CONF_REQ& snapReq, bool& queueExit) {

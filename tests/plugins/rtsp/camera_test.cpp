@@ -322,6 +322,37 @@ TEST(Camera, GoesOnBehindWhateverACameraDoes) {
     }
 }
 
+// A camera that asks for a connection at each turn, and gives it back behind the turn.
+struct AskingTimer : ILoopTimer {
+    std::int64_t DueUs() const override { return 0; }
+    void OnTimer(std::int64_t) override {
+        if (loop->MayConnect(false)) {
+            ++served;
+            loop->AddConnecting(1);
+            loop->Post([this] { loop->AddConnecting(-1); });
+        }
+    }
+    MediaLoop* loop = nullptr;
+    std::atomic<int> served{0};
+};
+
+TEST(MediaLoop, TheLastConnectionGoesRound) {
+    AskingTimer timers[3];
+    MediaLoop loop;
+    std::string error;
+    ASSERT_TRUE(loop.Start(error)) << error;
+    loop.Call([&] {
+        loop.AddConnecting(MediaLoop::kMostLooking - 1);
+        for (AskingTimer& timer : timers) {
+            timer.loop = &loop;
+            loop.AddTimer(&timer);
+        }
+    });
+    for (const AskingTimer& timer : timers) {
+        EXPECT_TRUE(WaitUntil([&] { return timer.served > 2; }));
+    }
+}
+
 TEST(Camera, PutsTheLatestParameterSetsInFrontOfAKeyFrame) {
     const std::string described("\x67\x42\x00\x1e\x95\xa8\x28\x0f\x69\xb8\x08\x08\x08\x10", 14);
     ScriptedServer server([](ScriptedServer::Link& link) {
