@@ -93,9 +93,11 @@ void MediaLoop::Call(const std::function<void()>& work) {
         return;
     }
     const auto signal = std::make_shared<Signal>();
+    bool isQueued = false;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_running) {
+            isQueued = true;
             m_work.push_back([&work, signal] {
                 std::exception_ptr fault;
                 try {
@@ -108,17 +110,14 @@ void MediaLoop::Call(const std::function<void()>& work) {
                 signal->fault = fault;
                 signal->done.notify_all();
             });
-        } else {
-            signal->isDone = true;
         }
     }
-    std::unique_lock<std::mutex> lock(signal->mutex);
-    if (signal->isDone) {
-        lock.unlock();
+    if (!isQueued) {
         work();
         return;
     }
     Wake();
+    std::unique_lock<std::mutex> lock(signal->mutex);
     signal->done.wait(lock, [&] { return signal->isDone; });
     if (signal->fault != nullptr) {
         std::rethrow_exception(signal->fault);

@@ -170,9 +170,10 @@ int RtspLens::EncodeRspSDP(const CStreamParam* param, std::string& sdp) {
 
 int RtspLens::VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ& request) {
     return gvxplugin::Guarded(kTitle, "VcuSnapShotReqInfo", [&]() -> int {
+        const std::uint32_t intervalMs = request.nSnapInterval;  // by value: the record is packed
         int result = TakePicture(request);
         for (std::uint32_t number = 1; number < request.nSnapNum && result == ZVS_SUCCEED; ++number) {
-            if (!PauseBetweenPictures(std::chrono::milliseconds(request.nSnapInterval))) {
+            if (!PauseBetweenPictures(std::chrono::milliseconds(intervalMs))) {
                 return GvxFail(ZVS_FAIL, "The lens goes.");
             }
             result = TakePicture(request);
