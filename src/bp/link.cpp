@@ -281,12 +281,15 @@ void Link::CheckOpenDeadlines(std::int64_t nowMs) {
               m_frameDeadlineMs <= nowMs ? "half a frame, and its rest did not come in time" : "silence of the peer");
         return;
     }
-    if (nowMs - m_lastSaidMs >= m_options.keepAliveMs && m_queue.Bytes() == 0) {
+    // One that is quiet while much is sent to it may have nothing to say, or may be gone: only an answer tells.
+    const auto wanted = [this] {
+        return std::max(m_lastAskedMs, std::min(m_lastSaidMs, m_lastHeardMs)) + m_options.keepAliveMs;
+    };
+    if (nowMs >= wanted()) {
         SendControl(MakeKeepAliveRequest());
-        m_lastSaidMs = nowMs;
+        m_lastAskedMs = nowMs;
     }
-    const std::int64_t quiet = std::max(m_lastSaidMs + m_options.keepAliveMs, nowMs + 1);
-    m_owner.WakeBy(std::min(quiet, std::max(end, nowMs + 1)));
+    m_owner.WakeBy(std::max(std::min(wanted(), end), nowMs + 1));
 }
 
 void Link::Close(int logLevel, const std::string& reason) {
@@ -664,6 +667,9 @@ void Link::Flush() {
         m_queue.WriteTo([this](struct iovec* parts, int count) { return Transmit(parts, count); }, kWriteBytesPerWake);
     if (written.bytes > 0) {
         m_lastSaidMs = gvx::MonotonicMilliseconds();
+        if (m_queueWaits) {  // the peer has made room; a question would wait behind all that is still to be read
+            m_lastHeardMs = m_lastSaidMs;
+        }
     }
     if (written.refusedInEpisode > 0) {
         GVX_LOG_INFO("Link queue drained", "[peer:%s:%u, link:%s] %llu frames were refused", m_peer.ip.c_str(),

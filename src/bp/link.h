@@ -168,6 +168,7 @@ private:
     std::int64_t m_frameDeadlineMs = kNoDeadline;
     std::int64_t m_lastHeardMs = 0;
     std::int64_t m_lastSaidMs = 0;
+    std::int64_t m_lastAskedMs = 0;          // for a sign of life
     std::int64_t m_openedMs = 0;             // constant from the opening on
     std::atomic<bool> m_flushWanted{false};  // a flush is under way, or the socket will ask for it
     std::atomic<std::uint64_t> m_framesIn{0};

@@ -184,11 +184,15 @@ TEST_F(LinkFaults, SilentPeerIsAskedAndThenClosedWhileOneThatAnswersStays) {
     ASSERT_TRUE(asked.has_value());
     EXPECT_EQ(NSS_KEEPALIVE_REQ, asked->head.usiMsgType);
     EXPECT_EQ(kNssHeaderBytes, asked->head.uiPacketLength);
-    // Answers keep-alives until the silent one has been closed.
+    // Both are sent frames without pause; one answers keep-alives until the other has been closed.
     while (!m_log->Contains("link:SCU#001] silence of the peer", "Link closed")) {
-        const auto frame = alive->ReadFrame(true);
+        Send("SCU#001", Frame(kType, "t", 1));
+        ASSERT_EQ(0, Send("OMU#001", Frame(kType, "t", 1))) << m_log->Dump();
+        std::optional<FakePeer::Frame> frame = alive->ReadFrame(true);
+        for (; frame && frame->head.usiMsgType == NSS_KEEPALIVE_REQ; frame = alive->ReadFrame(true)) {
+            ASSERT_TRUE(alive->SendFrame(NSS_KEEPALIVE_RSP, frame->head.uiSeqID));
+        }
         ASSERT_TRUE(frame.has_value()) << m_log->Dump();
-        ASSERT_TRUE(alive->SendFrame(NSS_KEEPALIVE_RSP, frame->head.uiSeqID));
     }
     EXPECT_TRUE(silent->ReadUntilClosed());
     EXPECT_TRUE(Exchanges(*alive, "OMU#001"));
