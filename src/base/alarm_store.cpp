@@ -72,8 +72,8 @@ private:
     sqlite3_stmt* const m_statement;
 };
 
-int Failed(const char* what, sqlite3* database) {
-    GVX_LOG_ERR("Alarm store", "%s failed: %s", what, database == nullptr ? "not open" : sqlite3_errmsg(database));
+int Failed(const char* what, sqlite3* database, int level = OM_LOG_ERR) {
+    GVX_LOG(level, "Alarm store", "%s failed: %s", what, database == nullptr ? "not open" : sqlite3_errmsg(database));
     return 1;
 }
 
@@ -90,7 +90,8 @@ bool Step(sqlite3_stmt* statement, const Alarm_Item& item) {
 }
 
 // Runs a statement that changes the table and has an item's two texts as its arguments, for each item, in one write.
-int RunWithItems(const char* what, gvx::Statement Store::*member, const Alarm_Item* items, std::size_t count) {
+int RunWithItems(const char* what, gvx::Statement Store::*member, const Alarm_Item* items, std::size_t count,
+                 int level = OM_LOG_ERR) {
     if (items == nullptr || !std::all_of(items, items + count, &IsTerminated)) {
         GVX_LOG_ERR("Alarm store", "%s failed: the item is null or not terminated", what);
         return 1;
@@ -99,11 +100,11 @@ int RunWithItems(const char* what, gvx::Statement Store::*member, const Alarm_It
     const std::lock_guard<std::mutex> lock(store.mutex);
     sqlite3* const database = store.database.get();
     if (database == nullptr) {
-        return Failed(what, nullptr);
+        return Failed(what, nullptr, level);
     }
     sqlite3_stmt* const statement = (store.*member).get();
     if (count == 1) {
-        return Step(statement, *items) ? 0 : Failed(what, database);
+        return Step(statement, *items) ? 0 : Failed(what, database, level);
     }
     bool done = sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
     for (std::size_t at = 0; done && at < count; ++at) {
@@ -112,7 +113,7 @@ int RunWithItems(const char* what, gvx::Statement Store::*member, const Alarm_It
     if (done && sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) {
         return 0;
     }
-    Failed(what, database);
+    Failed(what, database, level);
     if (sqlite3_get_autocommit(database) == 0) {
         sqlite3_exec(database, "ROLLBACK", nullptr, nullptr, nullptr);
     }
@@ -218,8 +219,9 @@ int AddAlarmItems(const std::vector<Alarm_Item>& items) {
     return RunWithItems("Adding items", &Store::addItem, items.data(), items.size());
 }
 
-int DeleteAlarmItems(const std::vector<Alarm_Item>& items) {
-    return RunWithItems("Deleting items", &Store::deleteItem, items.data(), items.size());
+int DeleteAlarmItems(const std::vector<Alarm_Item>& items, bool isKnown) {
+    return RunWithItems("Deleting items", &Store::deleteItem, items.data(), items.size(),
+                        isKnown ? OM_LOG_DEBUG : OM_LOG_ERR);
 }
 
 int ReadDistinctAlarmItems(Alarm_Item* items, int* count) {

@@ -35,9 +35,10 @@ namespace gvx {
 
 bool AlarmStoreIsOpen();
 
-// Several items in one write, all or none: added, or deleted as by ZVS_DelAlarmItem. 0 for success; 1 as above.
+// Several items in one write, all or none: added, or deleted as by ZVS_DelAlarmItem. 0 for success; 1 as above, where
+// the line is of the debug log alone when the failure is known.
 int AddAlarmItems(const std::vector<Alarm_Item>& items);
-int DeleteAlarmItems(const std::vector<Alarm_Item>& items);
+int DeleteAlarmItems(const std::vector<Alarm_Item>& items, bool isKnown = false);
 
 // As ZVS_GetAllAlarmItem with items, equal ones once.
 int ReadDistinctAlarmItems(Alarm_Item* items, int* count);

@@ -98,6 +98,8 @@ int TryOpen(const std::string& path, Database& database, std::string& reason) {
     if (result != SQLITE_OK) {
         const bool tellsItself = raw != nullptr && sqlite3_errcode(raw) != SQLITE_OK;
         reason = tellsItself ? sqlite3_errmsg(raw) : sqlite3_errstr(result);
+        const int system = tellsItself ? sqlite3_system_errno(raw) : 0;
+        reason += system != 0 ? std::string(": ") + std::strerror(system) : "";
         database.reset();
     }
     return result & kPrimaryCode;

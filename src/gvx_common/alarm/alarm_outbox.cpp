@@ -173,7 +173,7 @@ void AlarmOutbox::OmuIsKnown() {
         const std::lock_guard<std::mutex> lineLock(m_mutex);
         m_line.lost += std::exchange(m_behindOmu.lost, 0);
     }
-    Send();
+    LetSend();
 }
 
 int AlarmOutbox::Hold(OutboundAlarm alarm) {
@@ -323,7 +323,25 @@ bool AlarmOutbox::SendOne(OutboundAlarm& alarm) {
         alarm.toOmu = false;
         alarm.handed = true;
     }
-    return !(alarm.toKsp || alarm.toOmu) || LinksHaveRoom();
+    const bool done = !(alarm.toKsp || alarm.toOmu) || LinksHaveRoom();
+    if (done && alarm.toOmu && alarm.forBoth) {
+        LeaveToOmu(alarm);
+    }
+    return done;
+}
+
+// OMU's part, which could not be sent, waits for OMU's first link. Behind that it is lost like any other, and what the
+// alarm clears is not ended in this process.
+void AlarmOutbox::LeaveToOmu(OutboundAlarm& alarm) {
+    OutboundAlarm part = alarm;
+    part.toKsp = false;
+    part.ksp = {};
+    part.parts = alarm.parts = alarm.handed ? 2 : part.parts;
+    part.handed = false;
+    const std::lock_guard<std::mutex> lock(m_omuMutex);
+    if (GvxConnectionMgr()->GetOmuLinkId().empty()) {
+        PushLocked(m_behindOmu, std::move(part));
+    }
 }
 
 std::vector<HeldAlarm> AlarmOutbox::Waiting() const {

@@ -40,6 +40,8 @@ struct OutboundAlarm : HeldAlarm {
     std::uint64_t ending = 0;
     bool tellsStore = true;  // the store's success with the row is told as an alarm of its own
     bool repeats = false;    // it says what was said before, and pushes nothing else out
+    bool forBoth = false;    // its part for OMU waits for the first link to OMU, and KSP's goes ahead
+    int parts = 1;           // of the clear; what it clears is ended when so many have left
 
     // Of the outbox:
     bool toKsp = true;  // not queued yet, or lost with its link
@@ -87,6 +89,8 @@ public:
 
     // Sends what waits, oldest first, until nothing waits or a link has no room, and looks what has left since.
     void Send();
+    // Has the keeper send, where there is one; sends otherwise.
+    void LetSend();
 
     // What waits, oldest first, that for OMU behind the rest.
     std::vector<HeldAlarm> Waiting() const;
@@ -105,9 +109,9 @@ private:
 
     void Queue(OutboundAlarm alarm);
     void PushLocked(Line& line, OutboundAlarm alarm);
-    void LetSend();
     void SendLine(std::unique_lock<std::mutex>& lock);
     bool SendOne(OutboundAlarm& alarm);
+    void LeaveToOmu(OutboundAlarm& alarm);
     void SettleLocked(std::vector<OutboundAlarm>& ended);
     static bool Fill(GVX_ALARM_REPORT& report, const HeldAlarm& alarm);
     static bool LinksHaveRoom();

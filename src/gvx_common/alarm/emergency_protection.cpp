@@ -85,7 +85,7 @@ int CEmergencyProtection::CachePluginAlarm(const std::string& type, const std::s
 }
 
 int CEmergencyProtection::SendAlarmCacheToGvx() {
-    m_outbox.Send();
+    m_outbox.LetSend();
     return ZVS_SUCCEED;
 }
 
@@ -133,13 +133,16 @@ int CEmergencyProtection::LoadAlarmStatus(const std::string& path) {
 void CEmergencyProtection::CloseStore() {
     const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
     m_storePath.clear();
-    m_reopenAtMs = 0;
+    m_reopenAtMs = m_deleteAtMs = 0;
     ZVS_AlarmClose();
 }
 
 bool CEmergencyProtection::KeepStore() {
-    const std::int64_t at = m_reopenAtMs;
-    if (at == 0 || gvx::MonotonicMilliseconds() < at) {
+    const auto isDue = [](std::int64_t atMs) { return atMs != 0 && gvx::MonotonicMilliseconds() >= atMs; };
+    if (isDue(m_deleteAtMs)) {
+        DeleteLeftRows();
+    }
+    if (!isDue(m_reopenAtMs)) {
         return false;
     }
     std::string path;
@@ -202,7 +205,7 @@ bool CEmergencyProtection::StoreRemembered() {
     return true;
 }
 
-// Rows whose clear had left while the store failed.
+// Rows whose clear had left while the store failed. A failure here goes on with what a line has told.
 void CEmergencyProtection::DeleteLeftRows() {
     const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
     std::vector<Alarm_Item> items;
@@ -213,8 +216,15 @@ void CEmergencyProtection::DeleteLeftRows() {
             items.push_back(item);
         }
     }
-    if (items.empty() || gvx::DeleteAlarmItems(items) != 0) {
+    const bool isKnown = m_deleteAtMs != 0;
+    if (!items.empty() && gvx::DeleteAlarmItems(items, isKnown) != 0) {
+        m_deleteAtMs = gvx::MonotonicMilliseconds() + kReopenMs;
         return;
+    }
+    m_deleteAtMs = 0;
+    if (isKnown && !items.empty()) {
+        GVX_LOG_INFO("Alarm store", "The rows of %zu cleared alarms, which could not be deleted, are gone",
+                     items.size());
     }
     for (auto ending = m_endings.begin(); ending != m_endings.end();) {
         ending = ending->second.clear == kLeft ? m_endings.erase(ending) : std::next(ending);
@@ -238,7 +248,7 @@ int CEmergencyProtection::AddAlarmStatusItem(const std::string& id, const std::s
         }
         // Rows whose clear still waits serve the new alarm; they are not deleted with that clear any more.
         if (const auto ending = m_endings.find(entry->first); ending != m_endings.end()) {
-            open.rows = ending->second.rows;
+            open.rows = ending->second.was.rows;
             m_endings.erase(ending);
         }
         // Ahead of the first opening memory has it until then.
@@ -332,30 +342,34 @@ void CEmergencyProtection::SendResumes(const std::string& resumeType, const std:
             const std::string& text = info.empty() ? pair.second : info;
             gvx::OutboundAlarm resume{{resumeType, GVX_ALARM_DEV_TYPE, text, text}};
             resume.tellsStore = false;
+            resume.forBoth = true;
             EndByLocked(resume, pair);
             resumes.push_back(std::move(resume));
         }
     }
-    m_outbox.AddBehindOmu(std::move(resumes));
+    for (gvx::OutboundAlarm& resume : resumes) {
+        m_outbox.Add(std::move(resume));
+    }
 }
 
 void CEmergencyProtection::EndByLocked(gvx::OutboundAlarm& alarm, const Pair& pair) {
     const auto open = m_openAlarms.find(pair);
-    const std::size_t rows = open != m_openAlarms.end() ? open->second.rows : 1;
+    const OpenAlarm was = open != m_openAlarms.end() ? open->second : OpenAlarm{++m_lastNumber, 1};
     alarm.endedId = pair.first;
     alarm.endedInfo = pair.second;
     alarm.ending = ++m_lastNumber;
-    m_endings[pair] = {alarm.ending, rows};
+    m_endings[pair] = {alarm.ending, was};
     if (open != m_openAlarms.end()) {
         m_openAlarms.erase(open);
     }
 }
 
 // The rows of clears that have left. Rows that an equal alarm needs again by now stay. Where they cannot be deleted the
-// pair is remembered again, so that the next end of its fault clears it again; one that has no such end, and one of a
-// store that has failed as a whole, is deleted when the store opens again.
+// pair is remembered again, so that the next end of its fault clears it again; of one that has no such end, and of a
+// store that has failed as a whole, they are deleted later.
 void CEmergencyProtection::ForgetEnded(const std::vector<gvx::OutboundAlarm>& clears) {
     bool tells = false;
+    bool isKnown = false;
     int result = 0;
     {
         const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
@@ -366,7 +380,8 @@ void CEmergencyProtection::ForgetEnded(const std::vector<gvx::OutboundAlarm>& cl
             const auto ending = m_endings.find(pair);
             Alarm_Item item{};
             if (ending == m_endings.end() || ending->second.clear != clear.ending ||
-                !PutType("Alarm cleared", item, pair.first) || !PutInfo("Alarm cleared", item, pair.second)) {
+                ++ending->second.partsGone < clear.parts || !PutType("Alarm cleared", item, pair.first) ||
+                !PutInfo("Alarm cleared", item, pair.second)) {
                 continue;
             }
             ending->second.clear = kLeft;
@@ -377,20 +392,24 @@ void CEmergencyProtection::ForgetEnded(const std::vector<gvx::OutboundAlarm>& cl
         if (items.empty() || m_storePath.empty()) {
             return;
         }
-        result = gvx::DeleteAlarmItems(items);
+        isKnown = m_deleteAtMs != 0;
+        result = gvx::DeleteAlarmItems(items, isKnown);
         const bool isOpen = gvx::AlarmStoreIsOpen();
         for (Pair& pair : left) {
             const auto ending = m_endings.find(pair);
-            const std::size_t rows = ending->second.rows;
             if (result == 0) {
                 m_endings.erase(ending);
             } else if (isOpen && pair.first != ALARM_GVX_FLOW_CONTROL) {
+                m_openAlarms.emplace(std::move(pair), ending->second.was);
                 m_endings.erase(ending);
-                m_openAlarms.emplace(std::move(pair), OpenAlarm{++m_lastNumber, rows});
+            } else if (isOpen && !isKnown) {
+                m_deleteAtMs = gvx::MonotonicMilliseconds() + kReopenMs;
             }
         }
     }
-    NoteOperation("Gvx_DelAlarmItem", "delete", result);
+    if (result == 0 || !isKnown) {
+        NoteOperation("Gvx_DelAlarmItem", "delete", result);
+    }
     if (tells) {
         TellStoreHealth(result);
     }

@@ -51,20 +51,20 @@ public:
     CEmergencyProtection& operator=(const CEmergencyProtection&) = delete;
 
     // Opens the store (made when it is missing) and takes its alarms into the table, equal ones once and kMostRestored
-    // at most; those of flow control, which cannot outlive a process, are cleared as soon as OMU and the main service
-    // have links, the others by the event that shows their fault gone. What this process has remembered before goes
-    // into the store. At start, and by KeepStore. 0; 1 when nothing was there to restore, which is no fault, or when
-    // the store fails; ZVS_ALLOC_MEMORY_ERROR.
+    // at most; those of flow control, which cannot outlive a process, are cleared at once, the others by the event that
+    // shows their fault gone. What this process has remembered before goes into the store. At start, and by KeepStore.
+    // 0; 1 when nothing was there to restore, which is no fault, or when the store fails; ZVS_ALLOC_MEMORY_ERROR.
     int LoadAlarmStatus(const std::string& path);
     static constexpr int kMostRestored = static_cast<int>(gvx::AlarmOutbox::kMostHeld);
 
-    // Opens a store that could not be opened, once a minute. True when that has just succeeded.
+    // Opens a store that could not be opened, once a minute, and deletes rows of cleared alarms that could not be
+    // deleted. True when a store has just been opened.
     bool KeepStore();
 
     // Closes the store. What is raised from now on is in memory alone.
     void CloseStore();
 
-    // Who sends the alarms from now on: gvx::AlarmOutbox::SetKeeper, its Send being SendAlarmCacheToGvx.
+    // Who sends the alarms from now on: gvx::AlarmOutbox::SetKeeper, its Send being SendHeldAlarms.
     void SetKeeper(std::function<void()> wake) { m_outbox.SetKeeper(std::move(wake)); }
 
     // Remembers an open alarm by identifier (at most 9 characters) and information text (at most 255). 0, also when
@@ -81,8 +81,8 @@ public:
     int IsAlarmStatusItemExist(const std::string& id, const std::string& info) const;
 
     // Sends the clearing alarm for each entry of the identifier, with info as its texts or, where that is empty, the
-    // entry's own, and forgets them all; each row goes when its alarm has left. The alarms wait for the first link to
-    // OMU. 0, or 1 when a text is too long.
+    // entry's own, as SetGvxBPAlarmRepMsg does, and forgets them all. A part for OMU waits for the first link to OMU;
+    // each row goes when its alarm has left to both. 0, or 1 when a text is too long.
     int DelAlarmStatusItemAndSendResume(const std::string& id, const std::string& resumeType, const std::string& info);
 
     // A configuration value was illegal or a configuration file could not be read: raises the alarm and remembers it
@@ -125,9 +125,11 @@ public:
     int CachePluginAlarm(const std::string& type, const std::string& inType, const std::string& location,
                          const std::string& description);
 
-    // Sends what is held, oldest first, as fast as the links take it; what they do not take now stays, in its order,
-    // for the next call. 0.
+    // Has what is held sent, by the keeper where there is one. 0.
     int SendAlarmCacheToGvx();
+    // Sends what is held, oldest first, as fast as the links take it; what they do not take now stays, in its order,
+    // for the next call. The keeper's.
+    void SendHeldAlarms() { m_outbox.Send(); }
 
     // What is remembered, by identifier and text.
     struct Remembered {
@@ -166,7 +168,8 @@ private:
     };
     struct Ending {
         std::uint64_t clear = 0;  // its number; kLeft when it has left and the rows could not be deleted
-        std::size_t rows = 0;     // as above
+        OpenAlarm was{};
+        int partsGone = 0;  // parts of the clear that have left
     };
     static constexpr std::uint64_t kLeft = 0;
 
@@ -195,6 +198,7 @@ private:
 
     std::atomic<bool> m_bAlarmReport{true};     // the store worked last time
     std::atomic<std::int64_t> m_reopenAtMs{0};  // monotonic; 0 when the store need not be opened again
+    std::atomic<std::int64_t> m_deleteAtMs{0};  // the same for rows that could not be deleted
     gvx::AlarmOutbox m_outbox;
     // Makes each step of the log's faults and of flow control one, from the look to the raise or clear; outermost.
     BP_Thread_Mutex m_faultMutex;

@@ -1,9 +1,12 @@
 #include "gvx_common/alarm/alarm_fixture.h"
 
 #include "base/bounded_string.h"
+#include "base/clock.h"
 #include "support/fake_peer.h"
 #include "support/test_clock.h"
 #include "support/wait_until.h"
+
+#include <sqlite3.h>
 
 #include <cstddef>
 #include <filesystem>
@@ -117,6 +120,36 @@ TEST_F(AlarmState, AStoreThatFailsRaisesOneAlarmAndClearsItWhenItWorks) {
     ZVS_AlarmClose();
     alarms.AddAlarmStatusItem("1", "closed");
     EXPECT_EQ(Texts{"ALARM_GVX_ALARM_RECORD_FAIL_ON|HostIP=10.0.0.1|"}, Sent());
+}
+
+TEST_F(AlarmState, RowsThatCannotBeDeletedAreDeletedLater) {
+    ScopedTestClock clock;
+    sqlite3* database = nullptr;
+    ASSERT_EQ(0, ZVS_AlarmInit(m_store.c_str()));
+    Store(ALARM_GVX_FLOW_CONTROL, "queue a");
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(m_store.c_str(), &database));
+    const auto run = [database](const char* text) { return sqlite3_exec(database, text, nullptr, nullptr, nullptr); };
+    ASSERT_EQ(SQLITE_OK, run("CREATE TRIGGER kept BEFORE DELETE ON alarm BEGIN SELECT RAISE(ABORT, 'kept'); END"));
+    CEmergencyProtection alarms;
+    ASSERT_EQ(0, alarms.LoadAlarmStatus(m_store));
+    alarms.OnLogWarn(500, "/l", "a");
+    const std::int64_t raisedAtMs = gvx::MonotonicMilliseconds();
+    clock->AdvanceSeconds(60);
+    alarms.OnLogWarn(550, "/l", "a");
+    ASSERT_EQ(1u, alarms.OpenAlarms().size()) << "its row is there, so the next end of the fault clears it";
+    EXPECT_EQ(raisedAtMs, alarms.OpenAlarms()[0].sinceMs);
+    alarms.KeepStore();
+    EXPECT_EQ(2, Stored());
+    EXPECT_EQ(1u, m_log->Count("Deleting items failed", "Alarm store")) << "one line an episode";
+    ASSERT_EQ(SQLITE_OK, run("DROP TRIGGER kept"));
+    sqlite3_close(database);
+    alarms.KeepStore();
+    EXPECT_EQ(2, Stored()) << "once a minute";
+    clock->AdvanceSeconds(60);
+    alarms.KeepStore();
+    EXPECT_EQ(1, Stored());
+    alarms.OnLogWarn(550, "/l", "a");
+    EXPECT_EQ(0, Stored());
 }
 
 TEST_F(AlarmState, RowsServeAnAlarmThatIsRaisedAgainWhileItsClearWaits) {
