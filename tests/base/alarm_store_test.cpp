@@ -142,6 +142,7 @@ TEST_F(AlarmStore, AReadThatFailsOnceWhileOpeningLosesNothing) {
 
 TEST_F(AlarmStore, RefusesAPlaceWhereNoStoreCanBe) {
     EXPECT_EQ(ZVS_AlarmInit(m_folder.Path("missing/alarm.db").c_str()), 1);
+    EXPECT_TRUE(m_log->Contains("unable to open database file: No such file or directory", "Alarm store"));
     EXPECT_EQ(ZVS_AlarmInit(nullptr), 1);
     // Another process that holds the file does not make it a corrupt one.
     ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
