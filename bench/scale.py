@@ -112,7 +112,8 @@ def with_streams(peer, process, count, idle):
     unread, watched = udp_socket(4096), udp_socket(8 << 20)
     port = unread.getsockname()[1]
     send_all(peer, map(addition, devices))
-    before = process.status("Threads")
+    time.sleep(1)
+    before, cameras = process.status("Threads"), process.memory_mb()
     send_all(peer, (start(dev, number, port) for dev, number in streams[1:]))
     send_all(peer, [start(*streams[0], watched.getsockname()[1])])
     time.sleep(2)
@@ -126,10 +127,13 @@ def with_streams(peer, process, count, idle):
     share = (process.cpu_seconds() - cpu) / (time.monotonic() - begin)
     memory, threads = process.memory_mb(), process.status("Threads")
     send_all(peer, (stop(dev, number) for dev, number in streams))
+    time.sleep(3)
+    left = process.memory_mb() - cameras
     send_all(peer, map(deletion, devices))
     time.sleep(3)
-    row(f"{count} streams", f"{100 * share:.0f} %", f"{memory:.0f} MB", f"{process.memory_mb() - idle:+.0f} MB",
-        f"{threads} ({threads - before:+d} by the streams)", f"{median:.1f} ms", f"{late:.1f} ms")
+    row(f"{count} streams", f"{100 * share:.0f} %", f"{memory:.0f} MB", f"{left:+.0f} MB",
+        f"{process.memory_mb() - idle:+.0f} MB", f"{threads} ({threads - before:+d} by the streams)",
+        f"{median:.1f} ms", f"{late:.1f} ms")
 
 
 def scale(options, folder, stack):
@@ -142,9 +146,10 @@ def scale(options, folder, stack):
     process = Process(gateway.process.pid)
     time.sleep(1)
     idle = process.memory_mb()
-    row("work", "CPU of one processor", "memory", "after it, beside the start", "threads", "late, p50", "late, p99")
-    print("| --- | --- | --- | --- | --- | --- | --- |")
-    row("nothing", "", f"{idle:.0f} MB", "", str(process.status("Threads")), "", "")
+    row("work", "CPU of one processor", "memory", "left by its streams", "and its cameras", "threads", "late, p50",
+        "late, p99")
+    print("| --- | --- | --- | --- | --- | --- | --- | --- |")
+    row("nothing", "", f"{idle:.0f} MB", "", "", str(process.status("Threads")), "", "")
     for count in STREAMS:
         with_streams(peer, process, count, idle)
     begin = time.monotonic()
@@ -153,7 +158,7 @@ def scale(options, folder, stack):
     cpu, begin = process.cpu_seconds(), time.monotonic()
     time.sleep(5)
     share = (process.cpu_seconds() - cpu) / (time.monotonic() - begin)
-    row(f"{CAMERAS} cameras, added in {took:.2f} s", f"{100 * share:.1f} %", f"{process.memory_mb():.0f} MB", "",
+    row(f"{CAMERAS} cameras, added in {took:.2f} s", f"{100 * share:.1f} %", f"{process.memory_mb():.0f} MB", "", "",
         str(process.status("Threads")), "", "")
     gateway.stop(10)
 

@@ -6,6 +6,13 @@
 
 namespace gvxfile {
 
+namespace {
+
+constexpr std::int64_t kMicrosecondsPerSample = 125;
+constexpr std::size_t kMostKept = 1u << 20;  // for the next picture, which is seldom as long as the longest
+
+}  // namespace
+
 MediaSource::MediaSource(const MediaEntry& entry) : m_entry(entry), m_video(entry.codec), m_ticks(entry.frameRate) {}
 
 bool MediaSource::Open(bool withAudio, std::string& error) {
@@ -31,8 +38,8 @@ bool MediaSource::LoadPicture() {
         m_error = m_entry.videoPath + " cannot be read: " + m_video.Error() + ".";
         return false;
     }
-    m_videoEnded = result == gvx::ReadResult::End;
-    m_unitReady = !m_videoEnded;
+    m_videoEnded = m_video.IsAtEnd();
+    m_unitReady = result == gvx::ReadResult::Ok;
     m_passHasPicture = m_passHasPicture || m_unitReady;
     return true;
 }
@@ -41,12 +48,39 @@ bool MediaSource::AudioIsNext() const {
     if (!m_audioRunning) {
         return false;
     }
-    return (m_videoEnded && !m_entry.loop) || AudioBefore(m_videoTicks);
+    return (IsBehindVideo() && !m_entry.loop) || AudioBefore(m_videoTicks);
+}
+
+std::optional<std::int64_t> MediaSource::NextTime() const {
+    if (AudioIsNext()) {
+        return m_audioSamples * kMicrosecondsPerSample;
+    }
+    return IsBehindVideo() && !m_entry.loop ? std::nullopt : std::optional(m_videoTicks * 100 / 9);
+}
+
+void MediaSource::UseMemory(PictureMemory& memory) {
+    m_video.UseMemory(memory.window);
+    if (m_unit.bytes.capacity() == 0) {
+        m_unit.bytes.swap(memory.picture);
+    }
+}
+
+void MediaSource::GiveBackMemory(PictureMemory& memory) {
+    m_video.GiveBackMemory(memory.window);
+    if (memory.picture.capacity() < m_unit.bytes.capacity()) {
+        memory.picture.swap(m_unit.bytes);
+    }
+    m_unit.bytes = std::vector<std::uint8_t>();
+    for (std::vector<std::uint8_t>* const kept : {&memory.window, &memory.picture}) {
+        if (kept->capacity() > kMostKept) {
+            *kept = std::vector<std::uint8_t>();
+        }
+    }
 }
 
 bool MediaSource::TakeAudio(MediaPacket& packet) {
     std::size_t wanted = kAudioSamples;
-    if (m_videoEnded && m_entry.loop) {
+    if (IsBehindVideo() && m_entry.loop) {
         const std::int64_t left = m_videoTicks * 4 / 45 - m_audioSamples;
         wanted = static_cast<std::size_t>(std::clamp<std::int64_t>(left, 1, kAudioSamples));
     }
@@ -60,7 +94,6 @@ bool MediaSource::TakeAudio(MediaPacket& packet) {
     packet.data = m_audioBytes;
     packet.length = static_cast<std::size_t>(count);
     packet.ticks = static_cast<std::uint32_t>(m_audioSamples - m_lastAudioSamples);
-    constexpr std::int64_t kMicrosecondsPerSample = 125;
     packet.timeMicroseconds = m_audioSamples * kMicrosecondsPerSample;
     if (count > 0) {
         m_lastAudioSamples = m_audioSamples;
@@ -124,9 +157,6 @@ bool MediaSource::BeginAt(std::uint64_t picture) {
 
 gvx::ReadResult MediaSource::Next(MediaPacket& packet) {
     for (;;) {
-        if (!m_unitReady && !m_videoEnded && !LoadPicture()) {
-            return gvx::ReadResult::Failed;
-        }
         if (AudioIsNext()) {
             if (!TakeAudio(packet)) {
                 return gvx::ReadResult::Failed;
@@ -137,6 +167,10 @@ gvx::ReadResult MediaSource::Next(MediaPacket& packet) {
         } else if (m_unitReady) {
             TakePicture(packet);
             return gvx::ReadResult::Ok;
+        } else if (!m_videoEnded) {
+            if (!LoadPicture()) {
+                return gvx::ReadResult::Failed;
+            }
         } else if (!m_entry.loop) {
             return gvx::ReadResult::End;
         } else if (!BeginPass()) {

@@ -7,9 +7,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace gvxfile {
+
+// What a source needs while it reads a picture and until the picture has been sent. Sources that take turns need it
+// once: each is given what another has given back.
+struct PictureMemory {
+    std::vector<std::uint8_t> window;
+    std::vector<std::uint8_t> picture;
+};
 
 // A picture or a piece of audio, in the source's memory: valid until the source's next call.
 struct MediaPacket {
@@ -41,6 +50,10 @@ public:
 
     // Failed: a file could not be read on, and Error() tells why in a sentence.
     gvx::ReadResult Next(MediaPacket& packet);
+    // The time of the next packet, which need not be read to be known; none when there may be no further one.
+    std::optional<std::int64_t> NextTime() const;
+    // The number of the next picture in its pass.
+    std::uint64_t NextPicture() const { return m_picture; }
     const std::string& Error() const { return m_error; }
 
     // The next key picture is led by the parameter sets, when it does not bring them itself. No picture is skipped.
@@ -48,9 +61,14 @@ public:
 
     const gvx::SequenceInfo& Sequence() const { return m_video.Sequence(); }
 
+    void UseMemory(PictureMemory& memory);
+    // The packet that was read last is no longer valid.
+    void GiveBackMemory(PictureMemory& memory);
+
 private:
     bool LoadPicture();
     bool AudioIsNext() const;
+    bool IsBehindVideo() const { return m_videoEnded && !m_unitReady; }
     bool TakeAudio(MediaPacket& packet);
     void TakePicture(MediaPacket& packet);
     bool BeginPass();
@@ -61,7 +79,7 @@ private:
     gvx::AccessUnitReader m_video;
     gvx::AccessUnit m_unit;
     bool m_unitReady = false;
-    bool m_videoEnded = false;
+    bool m_videoEnded = false;  // behind m_unit, if that is ready
     bool m_passHasPicture = false;
     bool m_parameterSetsWanted = false;
     TickCounter m_ticks;

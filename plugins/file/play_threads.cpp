@@ -108,6 +108,7 @@ void PlayThreads::Remove(Task& task) {
 }
 
 void PlayThreads::Run(Worker& worker) {
+    PictureMemory memory;
     std::unique_lock<std::mutex> lock(worker.mutex);
     while (!worker.stop) {
         if (worker.waiting.empty()) {
@@ -126,7 +127,7 @@ void PlayThreads::Run(Worker& worker) {
         worker.runningIsRemoved = false;
         worker.runningIsWoken = false;
         lock.unlock();
-        const std::int64_t next = task->Turn();
+        const std::int64_t next = task->Turn(memory);
         lock.lock();
         worker.running = nullptr;
         if (worker.runningIsRemoved) {

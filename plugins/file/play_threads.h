@@ -1,5 +1,7 @@
 #pragma once
 
+#include "file/media_source.h"
+
 #include <array>
 #include <atomic>
 #include <condition_variable>
@@ -22,8 +24,9 @@ public:
     class Task {
     public:
         virtual ~Task() = default;
-        // Does what is due. When the next turn is to be, in microseconds of the monotonic clock; kNoTurn: never again.
-        virtual std::int64_t Turn() noexcept = 0;
+        // Does what is due; memory is that of the thread. When the next turn is to be, in microseconds of the monotonic
+        // clock; kNoTurn: never again.
+        virtual std::int64_t Turn(PictureMemory& memory) noexcept = 0;
 
     private:
         friend class PlayThreads;

@@ -77,14 +77,18 @@ void Player::TellEnd() {
     }
 }
 
-std::int64_t Player::Turn() noexcept {
+std::int64_t Player::Turn(PictureMemory& memory) noexcept {
     std::int64_t next = PlayThreads::kNoTurn;
     try {
+        m_source.UseMemory(memory);
         next = Play();
     } catch (const std::exception& fault) {
         GVX_LOG_ERR(kTitle, "Stream[%s] ends: %s.", m_target.serviceID.c_str(), fault.what());
     } catch (...) {
         GVX_LOG_ERR(kTitle, "Stream[%s] ends: the send function threw.", m_target.serviceID.c_str());
+    }
+    if (!m_packetReady || m_packetSent) {
+        m_source.GiveBackMemory(memory);
     }
     if (next == PlayThreads::kNoTurn) {
         TellEnd();
@@ -93,8 +97,8 @@ std::int64_t Player::Turn() noexcept {
 }
 
 // One packet or message a turn, also when the stream is behind: of all streams of the thread goes on the one whose next
-// is due first. Metadata of the same time follows the picture, whose timestamp it carries. The end of a recording comes
-// when its last picture has been seen.
+// is due first. A packet is read when it is due, so that streams that wait hold no picture. Metadata of the same time
+// follows the picture, whose timestamp it carries. The end of a recording comes when its last picture has been seen.
 std::int64_t Player::Play() {
     for (bool sent = false;;) {
         if (!TakeSeek()) {
@@ -103,20 +107,28 @@ std::int64_t Player::Play() {
         if (m_atEnd) {
             return kNotBySelf;
         }
-        if (!m_packetReady && !m_ending && !ReadPacket()) {
-            return PlayThreads::kNoTurn;
-        }
         std::int64_t mediaTime = m_packet.timeMicroseconds;
-        if (m_ending) {
+        if (!m_packetReady && !m_ending) {
+            const std::optional<std::int64_t> next = m_source.NextTime();
+            if (!next.has_value() || m_source.NextPicture() >= m_target.pictures.end) {
+                if (!ReadPacket()) {
+                    return PlayThreads::kNoTurn;
+                }
+                continue;
+            }
+            mediaTime = *next;
+        } else if (m_ending) {
             const gvx::Rational& rate = m_media->frameRate;
             mediaTime =
                 static_cast<std::int64_t>(m_target.pictures.end) * kMicroseconds * rate.denominator / rate.numerator;
-        } else if (m_message == nullptr) {
+        }
+        if (m_message == nullptr && !m_ending) {
             m_message = m_metadata.TakeBefore(mediaTime + (m_packetSent ? 1 : 0), m_messageTime);
         }
         const bool isMessage = m_message != nullptr && !m_ending;
-        if (!isMessage && !m_ending && m_packetSent) {
+        if (!isMessage && m_packetSent) {
             m_packetReady = false;
+            m_packetSent = false;
             continue;
         }
         const std::int64_t due = TimeOf(isMessage ? m_messageTime : mediaTime);
@@ -127,6 +139,12 @@ std::int64_t Player::Play() {
             m_ending = false;
             m_atEnd = true;
             m_target.onEnd();
+            continue;
+        }
+        if (!isMessage && !m_packetReady) {
+            if (!ReadPacket()) {
+                return PlayThreads::kNoTurn;
+            }
             continue;
         }
         if (isMessage ? !SendMessage() : !Judge(Send(m_packet))) {
@@ -149,6 +167,7 @@ bool Player::TakeSeek() {
         return true;
     }
     m_packetReady = false;
+    m_packetSent = false;
     m_ending = false;
     m_atEnd = false;
     if (m_message != nullptr && !SendMessage()) {

@@ -60,7 +60,7 @@ public:
     void RequestParameterSets() { m_parameterSetsWanted.store(true, std::memory_order_relaxed); }
 
 private:
-    std::int64_t Turn() noexcept override;
+    std::int64_t Turn(PictureMemory& memory) noexcept override;
     std::int64_t Play();
     bool TakeSeek();
     bool ReadPacket();

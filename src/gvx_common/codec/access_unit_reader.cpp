@@ -4,62 +4,60 @@ namespace gvx {
 
 void AccessUnitReader::Rewind() {
     m_reader.Rewind();
-    m_hasPending = false;
+    m_atEnd = false;
     m_error.clear();
 }
 
-void AccessUnitReader::Append(AccessUnit& unit, bool& hasSlice) {
-    const NalKind& kind = m_pendingKind;
+void AccessUnitReader::Append(const NalSpan& nal, const NalKind& kind, AccessUnit& unit) {
     if (kind.parameterSet) {
-        m_sets.Keep(kind, m_pending);
+        m_sets.Keep(kind, nal);
         unit.hasParameterSets = true;
     }
     if (kind.sequenceSet) {
         SequenceInfo info;
-        if (ParseSequenceParameterSet(m_codec, m_pending.data, m_pending.length, info)) {
+        if (ParseSequenceParameterSet(m_codec, nal.data, nal.length, info)) {
             m_sequence = info;
         }
     }
-    AppendNal(m_pending.data, m_pending.length, unit.bytes);
+    AppendNal(nal.data, nal.length, unit.bytes);
     if (kind.delimiter) {
         unit.bodyOffset = unit.bytes.size();
     }
     unit.key = unit.key || kind.key;
-    hasSlice = hasSlice || kind.slice;
-    m_hasPending = false;
+}
+
+ReadResult AccessUnitReader::ReadOn(ReadResult result) {
+    m_atEnd = result == ReadResult::End;
+    if (result == ReadResult::Failed) {
+        m_error = m_reader.Error();
+    }
+    return result;
 }
 
 ReadResult AccessUnitReader::Next(AccessUnit& unit) {
-    m_usualSize.Note(unit.bytes.size());
-    if (unit.bytes.capacity() > m_usualSize.MostKept()) {
-        std::vector<std::uint8_t>().swap(unit.bytes);
-    }
     unit.bytes.clear();
     unit.bodyOffset = 0;
     unit.key = false;
     unit.hasParameterSets = false;
-    bool hasSlice = false;
-    for (;;) {
-        if (!m_hasPending) {
-            const ReadResult result = m_reader.Next(m_pending);
-            if (result == ReadResult::Failed) {
-                m_error = m_reader.Error();
-                return result;
-            }
-            if (result == ReadResult::End) {
-                return hasSlice ? ReadResult::Ok : ReadResult::End;
-            }
-            m_pendingKind = ClassifyNal(m_codec, m_pending.data, m_pending.length);
-            m_hasPending = true;
-        }
-        if (hasSlice && m_pendingKind.opensUnit) {
+    for (bool hasSlice = false;;) {
+        NalSpan nal;
+        ReadResult result = ReadOn(hasSlice ? m_reader.Peek(nal) : m_reader.Next(nal));
+        if (hasSlice && (result == ReadResult::End || ClassifyNal(m_codec, nal.data, nal.length).opensUnit)) {
             return ReadResult::Ok;
         }
-        if (unit.bytes.size() + m_pending.length > m_maxUnitBytes) {
+        if (hasSlice && result == ReadResult::Ok) {
+            result = ReadOn(m_reader.Next(nal));
+        }
+        if (result != ReadResult::Ok) {
+            return result;
+        }
+        if (unit.bytes.size() + nal.length > m_maxUnitBytes) {
             m_error = "a picture is longer than " + std::to_string(m_maxUnitBytes) + " bytes";
             return ReadResult::Failed;
         }
-        Append(unit, hasSlice);
+        const NalKind kind = ClassifyNal(m_codec, nal.data, nal.length);
+        Append(nal, kind, unit);
+        hasSlice = hasSlice || kind.slice;
     }
 }
 

@@ -30,11 +30,16 @@ public:
     bool Open(const std::string& path, std::string& error) { return m_reader.Open(path, error); }
     void Rewind();
 
-    // The next picture; the unit's memory is used again, where it is not much more than pictures usually need. What
-    // stands behind the last picture of the file without being part of one is dropped. Failed: the file could not be
-    // read on, and Error() tells why.
+    // The next picture; the unit's memory is used again. What stands behind the last picture of the file without being
+    // part of one is dropped. Failed: the file could not be read on, and Error() tells why.
     ReadResult Next(AccessUnit& unit);
     const std::string& Error() const { return m_error; }
+    // Nothing stands behind the picture that was read last.
+    bool IsAtEnd() const { return m_atEnd; }
+
+    // See AnnexBReader.
+    void UseMemory(std::vector<std::uint8_t>& memory) { m_reader.UseMemory(memory); }
+    void GiveBackMemory(std::vector<std::uint8_t>& memory) { m_reader.GiveBackMemory(memory); }
 
     // Puts the parameter sets that were seen so far into a unit, in front of its picture.
     void InsertParameterSets(AccessUnit& unit) const;
@@ -45,18 +50,15 @@ public:
     static constexpr std::size_t kMaxUnitBytes = 32u * 1024 * 1024;
 
 private:
-    void Append(AccessUnit& unit, bool& hasSlice);
+    void Append(const NalSpan& nal, const NalKind& kind, AccessUnit& unit);
+    ReadResult ReadOn(ReadResult result);
 
     Codec m_codec;
     std::size_t m_maxUnitBytes;
     AnnexBReader m_reader;
     ParameterSets m_sets;
     SequenceInfo m_sequence;
-    // The NAL unit that was read and begins the next picture, in m_reader's memory.
-    bool m_hasPending = false;
-    NalSpan m_pending;
-    NalKind m_pendingKind;
-    UsualSize m_usualSize;
+    bool m_atEnd = false;
     std::string m_error;
 };
 

@@ -8,11 +8,28 @@
 namespace gvx {
 namespace {
 
-// A stream of 4 Mbit/s reads thirty times a second, and hundreds of streams hold little more than their longest unit.
+// About a picture of 4 Mbit/s: what a piece holds behind the picture is read twice when the memory is given back.
 constexpr std::size_t kReadBytes = 16u * 1024;
 constexpr std::size_t kCodeBytes = 3;
 
 }  // namespace
+
+void AnnexBReader::UseMemory(std::vector<std::uint8_t>& memory) {
+    if (m_window.empty()) {
+        m_window.swap(memory);
+    }
+}
+
+void AnnexBReader::GiveBackMemory(std::vector<std::uint8_t>& memory) {
+    m_file.MoveTo(m_file.Offset() - (m_end - m_begin));
+    m_begin = 0;
+    m_end = 0;
+    m_fileEnd = false;
+    if (memory.size() < m_window.size()) {
+        memory.swap(m_window);
+    }
+    m_window = std::vector<std::uint8_t>();
+}
 
 void AnnexBReader::Rewind() {
     m_file.Rewind();
@@ -56,13 +73,10 @@ bool AnnexBReader::Fill() {
         m_error = "a NAL unit is longer than " + std::to_string(m_maxNalBytes) + " bytes";
         return false;
     }
-    if (m_window.size() > m_usualSize.MostKept() && m_end + kReadBytes <= m_usualSize.MostKept()) {
-        m_window = std::vector<std::uint8_t>(m_window.begin(), m_window.begin() + static_cast<std::ptrdiff_t>(m_end));
-    }
     if (m_window.size() < m_end + kReadBytes) {
         m_window.resize(std::max(m_end + kReadBytes, m_window.size() + m_window.size() / 4));
     }
-    // No further ahead, though there may be room: what is read stays in memory until it is due.
+    // No further ahead, though there may be room.
     const ssize_t count = m_file.Read(m_window.data() + m_end, std::min(m_window.size() - m_end, kReadBytes));
     if (count < 0) {
         m_error = std::generic_category().message(errno);
@@ -117,7 +131,6 @@ ReadResult AnnexBReader::NextRaw(NalSpan& nal) {
     }
     nal.data = m_window.data() + m_begin;
     nal.length = code - m_begin;
-    m_usualSize.Note(nal.length);
     m_inside = code != m_end;
     m_begin = m_inside ? code + kCodeBytes : m_end;
     return ReadResult::Ok;
@@ -137,6 +150,33 @@ ReadResult AnnexBReader::Next(NalSpan& nal) {
             return ReadResult::Ok;
         }
     }
+}
+
+ReadResult AnnexBReader::Peek(NalSpan& head) {
+    if (!SkipToStart()) {
+        return ReadResult::Failed;
+    }
+    for (std::size_t zeroes = 0; m_inside;) {
+        while (m_begin + zeroes < m_end && m_window[m_begin + zeroes] == 0) {
+            ++zeroes;
+        }
+        const bool onlyZeroes = m_begin + zeroes == m_end;
+        if ((onlyZeroes || m_end - m_begin < kHeadBytes) && !m_fileEnd) {
+            if (!Fill()) {
+                return ReadResult::Failed;
+            }
+        } else if (onlyZeroes) {
+            m_begin = m_end;
+            m_inside = false;
+        } else if (zeroes >= kCodeBytes - 1 && m_window[m_begin + zeroes] == 1) {
+            m_begin += zeroes + 1;  // an empty unit
+            zeroes = 0;
+        } else {
+            head = {m_window.data() + m_begin, std::min(m_end - m_begin, kHeadBytes)};
+            return ReadResult::Ok;
+        }
+    }
+    return ReadResult::End;
 }
 
 }  // namespace gvx

@@ -17,18 +17,6 @@ struct NalSpan {
 
 enum class ReadResult { Ok, End, Failed };
 
-// What a buffer that is used again and again may keep: a few times what it usually holds. One key picture of each of
-// hundreds of streams would else stay in memory twice.
-class UsualSize {
-public:
-    void Note(std::size_t bytes) { m_usual += (static_cast<double>(bytes) - m_usual) / 8; }
-    std::size_t MostKept() const { return static_cast<std::size_t>(4 * m_usual) + kLeast; }
-
-private:
-    static constexpr std::size_t kLeast = 32768;
-    double m_usual = 0;
-};
-
 // Cuts a byte stream into NAL units at start codes of three or four bytes (ITU-T H.264 annex B, H.265 annex B). Bytes
 // in front of the first start code and zeroes between NAL units are dropped, and so are empty NAL units. One thread.
 class AnnexBReader {
@@ -42,9 +30,17 @@ public:
 
     // The next NAL unit. Failed: the file could not be read on, and Error() tells why.
     ReadResult Next(NalSpan& nal);
+    // The first bytes of what Next will give, kHeadBytes at most, without reading the rest of it.
+    ReadResult Peek(NalSpan& head);
     const std::string& Error() const { return m_error; }
 
+    // Readers that take turns need memory for one: a reader is given what another has given back, and keeps none while
+    // it waits. What it has read ahead it reads again later.
+    void UseMemory(std::vector<std::uint8_t>& memory);
+    void GiveBackMemory(std::vector<std::uint8_t>& memory);
+
     static constexpr std::size_t kMaxNalBytes = 16u * 1024 * 1024;
+    static constexpr std::size_t kHeadBytes = 3;  // enough to classify a NAL unit
 
 private:
     ReadResult NextRaw(NalSpan& nal);
@@ -59,7 +55,6 @@ private:
     std::vector<std::uint8_t> m_window;
     std::size_t m_begin = 0;
     std::size_t m_end = 0;
-    UsualSize m_usualSize;  // of a NAL unit
     bool m_inside = false;  // m_begin stands behind a start code
     bool m_fileEnd = false;
     std::size_t m_skipped = 0;  // bytes in front of the first start code

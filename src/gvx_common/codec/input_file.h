@@ -19,6 +19,7 @@ public:
     void Rewind() { m_offset = 0; }
     // Reading goes on there; behind the end there is nothing.
     void MoveTo(std::uint64_t offset) { m_offset = static_cast<off_t>(offset); }
+    std::uint64_t Offset() const { return static_cast<std::uint64_t>(m_offset); }
 
     // Reads up to `length` bytes at the position and moves it on: the count, 0 at the end, -1 with errno set.
     ssize_t Read(std::uint8_t* buffer, std::size_t length);

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -25,18 +26,28 @@ struct Picture {
     bool key;
 };
 
+// The same pictures come whether the reader keeps its memory or gives it back behind each of them.
 std::vector<Picture> Pictures(Codec codec, const std::string& stream) {
     const TempFolder folder;
-    AccessUnitReader reader(codec);
-    std::string error;
-    EXPECT_TRUE(reader.Open(folder.Write("stream", stream), error)) << error;
-    std::vector<Picture> pictures;
-    AccessUnit unit;
-    while (reader.Next(unit) == ReadResult::Ok) {
-        pictures.push_back({std::string(unit.bytes.begin(), unit.bytes.end()), unit.key});
+    std::vector<Picture> pictures[2];
+    for (const bool givesBack : {true, false}) {
+        AccessUnitReader reader(codec);
+        std::string error;
+        EXPECT_TRUE(reader.Open(folder.Write("stream", stream), error)) << error;
+        AccessUnit unit;
+        std::vector<std::uint8_t> memory(10, 1);
+        for (reader.UseMemory(memory); reader.Next(unit) == ReadResult::Ok; reader.UseMemory(memory)) {
+            pictures[givesBack].push_back({std::string(unit.bytes.begin(), unit.bytes.end()), unit.key});
+            if (givesBack) {
+                reader.GiveBackMemory(memory);
+                EXPECT_FALSE(memory.empty());
+            }
+        }
+        EXPECT_EQ("", reader.Error());
     }
-    EXPECT_EQ("", reader.Error());
-    return pictures;
+    EXPECT_TRUE(std::equal(pictures[0].begin(), pictures[0].end(), pictures[1].begin(), pictures[1].end(),
+                           [](const Picture& a, const Picture& b) { return a.bytes == b.bytes && a.key == b.key; }));
+    return pictures[0];
 }
 
 }  // namespace
@@ -57,6 +68,9 @@ TEST(AccessUnitReader, KeepsTheSlicesOfAPictureTogether) {
                                              Nal(H264Slice(true, false), false))
                        .at(0)
                        .bytes);
+    // Empty units between them, and a long run of zeroes, belong to no picture.
+    const std::string nothing = std::string(20, '\0') + Nal("") + Nal("") + std::string(20, '\0');
+    EXPECT_EQ(next, Pictures(Codec::H264, key + nothing + next + nothing).at(1).bytes);
     EXPECT_TRUE(Pictures(Codec::H264, head).empty());
     EXPECT_TRUE(Pictures(Codec::H264, "").empty());
 }
