@@ -1,9 +1,31 @@
 #include "gateway/gateway_fixture.h"
 
 #include "base/log.h"
+#include "gateway/process/allocator.h"
 #include "gateway/process/startup_log.h"
 
+#include <fstream>
+
+#include <malloc.h>
+
 namespace {
+
+std::size_t ResidentPages() {
+    std::size_t total = 0;
+    std::size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return resident;
+}
+
+// Leaves pieces behind with free memory between them, as a burst of frames does.
+std::vector<std::string> LeavePiecesOfABurst() {
+    std::vector<std::string> burst(16384, std::string(1000, 'x'));
+    std::vector<std::string> rest;
+    for (std::size_t i = 0; i < burst.size(); i += 32) {
+        rest.push_back(std::move(burst[i]));
+    }
+    return rest;
+}
 
 gvx::StartResult TryStart(const gvx::GatewayOptions& options) {
     gvx::Gateway gateway;
@@ -75,4 +97,23 @@ TEST(StartupLogTest, HoldsLinesUntilTheOutcomeIsKnown) {
     EXPECT_EQ(final->Lines()[0].file, "gateway_start_test.cpp");
     GVX_LOG_INFO("Part", "more");
     EXPECT_TRUE(final->Contains("more"));
+}
+
+TEST(SpareMemoryTest, WhatABurstLeavesGoesBackOnceAMinuteAtMost) {
+    const std::size_t much = (8u << 20) / static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    ::malloc_trim(0);
+    gvx::SpareMemory spare;
+    spare.Look(0);
+    for (const std::int64_t begin : {0, 60000}) {
+        const std::size_t before = ResidentPages();
+        const auto rest = LeavePiecesOfABurst();
+        if (::mallinfo2().fordblks < (8u << 20)) {
+            GTEST_SKIP() << "another allocator serves";
+        }
+        spare.Look(begin + 3000);  // it may be needed again at once
+        spare.Look(begin + 5999);
+        EXPECT_GT(ResidentPages(), before + much);
+        spare.Look(begin + 6000);
+        EXPECT_LT(ResidentPages(), before + much);
+    }
 }

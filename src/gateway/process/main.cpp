@@ -5,6 +5,7 @@
 #include "base/shortage.h"
 #include "gateway/admin/admin.h"
 #include "gateway/plugins/plugin_guard.h"
+#include "gateway/process/allocator.h"
 #include "gateway/process/config_check.h"
 #include "gateway/process/gateway.h"
 #include "gateway/process/overdue_watch.h"
@@ -24,9 +25,6 @@
 #include <cstring>
 #include <exception>
 #include <new>
-#include <thread>
-
-#include <malloc.h>
 
 #include <unistd.h>
 
@@ -197,16 +195,6 @@ void StartOperationLog() {
     OMAdapter::getInstance()->setOperationLogger(std::move(logger));
 }
 
-// Large buffers go back to the system as soon as they are freed: the threshold above which the allocator maps memory
-// would else rise with the first of them that is freed. Few arenas, since hundreds of threads come and go.
-void TuneAllocator() {
-    constexpr int kMapBytes = 128 * 1024;
-    constexpr unsigned int kLeastArenas = 4;
-    ::mallopt(M_MMAP_THRESHOLD, kMapBytes);
-    ::mallopt(M_TRIM_THRESHOLD, kMapBytes);
-    ::mallopt(M_ARENA_MAX, static_cast<int>(std::max(std::thread::hardware_concurrency(), kLeastArenas)));
-}
-
 // A start that throws ends as it stands: what has been started cannot be stopped in order without memory.
 [[noreturn]] void EndStart(const std::exception& fault) noexcept {
     if (dynamic_cast<const std::bad_alloc*>(&fault) != nullptr) {
@@ -293,6 +281,7 @@ int ServeUntilStop(ProcessSignals& signals, ReloadThread& reload, const ServiceM
     const bool watched = manager.WatchdogTime().count() != 0;
     const std::chrono::milliseconds period = watched ? manager.WatchdogTime() / 3 : kSignalWait;
     std::int64_t nextSignMs = MonotonicMilliseconds();
+    SpareMemory spareMemory;
     manager.Ready();
     for (;;) {
         const ProcessSignals::Event event = signals.Wait(period);
@@ -301,6 +290,7 @@ int ServeUntilStop(ProcessSignals& signals, ReloadThread& reload, const ServiceM
             return signals.First();
         }
         ServeSignal(event, reload);
+        spareMemory.Look(MonotonicMilliseconds());
         if (watched && MonotonicMilliseconds() >= nextSignMs && EventThreadsAlive()) {
             manager.Alive();
             nextSignMs = MonotonicMilliseconds() + period.count();
