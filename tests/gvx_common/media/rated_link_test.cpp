@@ -105,7 +105,7 @@ private:
     SOCKET_INFO* m_record = nullptr;  // from the pool, and one holder more for each packet
 };
 
-// How late packets of a stream beside the link are, one a millisecond: microseconds that one in a hundred passes.
+// How late packets of a stream beside the link are, one a millisecond: microseconds that one in twenty passes.
 std::int64_t LatenessOfNeighbour(CStreamTransmission& transmission, UdpRecord& record, const TestSocket& peer,
                                  const std::atomic<bool>& stop) {
     std::vector<std::int64_t> late;
@@ -117,7 +117,7 @@ std::int64_t LatenessOfNeighbour(CStreamTransmission& transmission, UdpRecord& r
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     std::sort(late.begin(), late.end());
-    return late[late.size() * 99 / 100];
+    return late[late.size() * 19 / 20];
 }
 
 class RatedLink : public ::testing::Test {
@@ -173,13 +173,16 @@ TEST_F(RatedLink, LongFramesArriveWholeAndInOrderWhateverTheSendBuffer) {
     }
 }
 
-// Ten receivers that read slowly behind the link; a stream that does not use it shares their thread. What is measured
-// is time on a machine that may be busy, so the best of a few runs counts.
+// Ten receivers that read slowly behind the link; a stream that does not use it shares their thread. On a machine that
+// is busy it is late anyway: it is held against a stream with a thread of its own at the same time.
 TEST_F(RatedLink, SlowReceiversDoNotDelayTheirNeighbour) {
     const TestSocket peer(SOCK_DGRAM);
+    const TestSocket lonePeer(SOCK_DGRAM);
     UdpRecord beside(peer, peer);
+    UdpRecord alone(lonePeer, lonePeer);
     std::int64_t late = kLateUs;
-    for (int attempt = 0; attempt < 3 && late >= kLateUs; ++attempt) {
+    std::int64_t lateAnyway = 0;
+    for (int attempt = 0; attempt < 3 && late >= lateAnyway + kLateUs; ++attempt) {
         const bool entered = Behind("20mbit", [&] {
             std::vector<std::unique_ptr<LinkStream>> slow;
             std::vector<std::thread> readers;
@@ -195,7 +198,9 @@ TEST_F(RatedLink, SlowReceiversDoNotDelayTheirNeighbour) {
                 });
             }
             CStreamTransmission transmission;
+            CStreamTransmission ownThread;
             readers.emplace_back([&] { late = LatenessOfNeighbour(transmission, beside, peer, stop); });
+            readers.emplace_back([&] { lateAnyway = LatenessOfNeighbour(ownThread, alone, lonePeer, stop); });
             for (std::uint32_t number = 0; number < 50 * 15; ++number) {
                 for (const auto& stream : slow) {
                     Queue(transmission, stream->Record(), NumberedPacket(number));
@@ -213,7 +218,7 @@ TEST_F(RatedLink, SlowReceiversDoNotDelayTheirNeighbour) {
             GTEST_SKIP() << "a private network namespace cannot be made";
         }
     }
-    EXPECT_LT(late, kLateUs);
+    EXPECT_LT(late, lateAnyway + kLateUs);
 }
 
 }  // namespace
