@@ -5,6 +5,7 @@
 //   bench_media_path FIRST.h264 [MORE.h264|MORE.h265]...     the goals are for the first
 
 #include "bench_support.h"
+#include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/media/media_send_stream.h"
 #include "gvx_common/media/media_service.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
@@ -249,7 +250,10 @@ int main(int argc, char** argv) {
     const Sink udp(Sink::Kind::Udp);  // before any thread is started
     const Sink tcp(Sink::Kind::Tcp);
     Sink many(Sink::Kind::Udp, bench::kPacedStreams);
-    if (gvx::StartMediaService() != 0) {
+    // As many transmission threads as the shipped configuration asks for.
+    setenv("GVX_CONFIG_DIR", GVX_SOURCE_TREE "/conf", 0);
+    setenv("GVX_ROOT", "/nonexistent", 0);
+    if (CGvxConfigMgr::Instance()->Init() != 0 || gvx::StartMediaService() != 0) {
         std::fprintf(stderr, "the media service did not start\n");
         return 2;
     }
