@@ -75,15 +75,15 @@ clean_output() {
 
 play_demo() {
   say "links, device and streams: the clip over UDP, then over TCP"
-  run_bounded $((clip_seconds * 2 + 120)) "$build/bin/gvxctl" demo --gateway "$port" --mu "$mu_port" \
+  run_bounded $((clip_seconds * 2 + 120)) "$build/bin/gvxctl" demo --gateway "$port" \
     --extend '{"media":"demo"}' --out "$out" --summary "$out/demo.json" --metadata --expect-frames "$clip_frames" \
     --timeout $((clip_seconds + 40)) 2>&1 | tee -i "$out/gvxctl.log" || note demo_failed 1
 }
 
 keep_streaming() {
   say "streaming on until Ctrl-C"
-  "$build/bin/gvxctl" demo --gateway "$port" --mu "$mu_port" --dev CAM009 --extend '{"media":"demo_loop"}' \
-    --out "$out" --keep 2>&1 | tee -i "$out/gvxctl_keep.log" || note keep_failed 1
+  "$build/bin/gvxctl" demo --gateway "$port" --dev CAM009 --extend '{"media":"demo_loop"}' --out "$out" \
+    --keep 2>&1 | tee -i "$out/gvxctl_keep.log" || note keep_failed 1
 }
 
 main() {

@@ -19,13 +19,9 @@ JSON
 
 start_gateway() {
   local first
-  # Listeners for links and for what devices push, and the media unit's port, which stays the same in each run of
-  # gvxctl, since the gateway keeps to where the media unit was.
-  first=$(free_port tcp 3)
+  first=$(free_port tcp 2)  # listeners for links and for what devices push
   port=$first
   intake_port=$((first + 1))
-  # shellcheck disable=SC2034
-  mu_port=$((first + 2))
   write_configuration
   say "starting gvxd on port $port"
   # In a session of its own, so that Ctrl-C ends the streaming and not the gateway.

@@ -21,17 +21,13 @@ SOURCE = pathlib.Path(__file__).resolve().parents[2]
 README = "README.md"
 WALKED = (README, "docs/gvxctl.md", "docs/plugin-file.md", "docs/plugin-rtsp.md", "docs/alarms.md")
 MARKED = (*WALKED, "docs/plugin-guide.md", "docs/wireshark.md", "SECURITY.md", "CONTRIBUTING.md")
-FRESH = "<!-- beside a gateway that has just been started -->"  # what stands behind it in a page is run so
 FENCE = re.compile(r"^```([^\n]*)\n(.*?)^```$", flags=re.M | re.S)
 LIMIT = 240
 
 
-def page_parts(name):
-    return (SOURCE / name).read_text(encoding="utf-8").split(FRESH)
-
-
-def marked_blocks(name, text):
-    """The blocks of a page, or of a part, that are to be run, as (language, text)."""
+def marked_blocks(name):
+    """The blocks of a page that are to be run, as (language, text)."""
+    text = (SOURCE / name).read_text(encoding="utf-8")
     prose = FENCE.sub("", text)
     indented = re.search(r"\n\n( {4,}\S.*)", prose)
     e2e.check(name not in MARKED or not indented, f"{name}: a block without a fence: {indented and indented[1]}")
@@ -56,7 +52,7 @@ def typed(language, block):
     return script
 
 
-def walk(name, text, folder, home, stack):
+def walk(name, folder, home, stack):
     page = pathlib.Path(tempfile.mkdtemp(prefix=name.replace("/", "_"), dir=folder))
     (page / "password.txt").write_text("S3cret of a device\n")
     bin_folder = home / "gvx/bin"
@@ -72,7 +68,7 @@ def walk(name, text, folder, home, stack):
         gateway.start()
         environment |= {"PATH": f"{bin_folder}:{environment['PATH']}", "GVX_ROOT": gateway.environment["GVX_ROOT"]}
     script = "set -eu\ntrap 'kill $(jobs -p) 2>/dev/null || true' EXIT\nset -x\n"
-    blocks = marked_blocks(name, text)
+    blocks = marked_blocks(name)
     script += "\n".join(typed(*block) for block in blocks)
     done = subprocess.run(["bash", "-c", script], cwd=page, env=environment, stdin=subprocess.DEVNULL, text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=LIMIT, check=False)
@@ -86,7 +82,7 @@ def main():
     build = pathlib.Path(sys.argv[1]).resolve()
     e2e.in_own_network("9600, 9610, 9700, 20000 to 20003 and 20010")
     pages = sorted({*MARKED, *(f"docs/{path.name}" for path in (SOURCE / "docs").glob("*.md"))})
-    runs = {name for name in pages if any(marked_blocks(name, text) for text in page_parts(name))}
+    runs = {name for name in pages if marked_blocks(name)}
     e2e.check(runs == {*WALKED, "docs/plugin-guide.md"}, f"pages with commands: {sorted(runs)}")
     with tempfile.TemporaryDirectory(prefix="gvx_printed_") as name, contextlib.ExitStack() as stack:
         folder = pathlib.Path(name)
@@ -97,8 +93,7 @@ def main():
                                               '-protocol_whitelist file,udp,rtp -i "$last" -frames:v 10 -f null -\n')
         (folder / "player/ffplay").chmod(0o755)
         for page in WALKED:
-            for text in page_parts(page):
-                walk(page, text, folder, home, stack)
+            walk(page, folder, home, stack)
 
 
 if __name__ == "__main__":

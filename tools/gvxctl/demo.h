@@ -8,7 +8,7 @@
 namespace gvxctl {
 
 struct DemoOptions {
-    Endpoint mu{"127.0.0.1", 9700};  // a running gateway goes on looking for a media unit where it once was
+    Endpoint mu{"127.0.0.1", 0};  // where the media unit waits; port 0: any
     DeviceSpec device;
     std::string outDir = ".";
     std::string codec = "h264";      // ending of the recorded files' names

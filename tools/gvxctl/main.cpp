@@ -123,7 +123,7 @@ void AddDemoCommand(CLI::App& app, CommandLine& line) {
         });
     AddDeviceOptions(command, line.device);
     AddEndpoint(command, "--mu", line.demo.mu,
-                "where to wait for the media unit's link; port 0: any (default: 127.0.0.1:9700)");
+                "where to wait for the media unit's link (default: 127.0.0.1, any port)");
     command.add_option("--out", line.demo.outDir, "folder for what is received")->capture_default_str();
     command.add_option("--codec", line.demo.codec, "h264 or h265: ending of the recorded files' names")
         ->capture_default_str();

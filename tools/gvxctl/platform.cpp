@@ -12,9 +12,11 @@ namespace gvxctl {
 namespace {
 
 constexpr const char* kMainServiceId = "GVX#000";
-constexpr const char* kScuId = "SCU#001";
+// Of no gateway's own node: a gateway forgets where the media unit of another node was as soon as its SCU leaves, and
+// that of its own node never, so a port that another run has told would count for ever.
+constexpr const char* kScuId = "SCU#gvxctl";
+constexpr const char* kMuId = "MU#gvxctl";
 constexpr const char* kOmuId = "OMU#001";
-constexpr const char* kMuId = "MU#001";
 
 }  // namespace
 
