@@ -10,9 +10,13 @@
 #include "gvxctl/report.h"
 #include "gvxctl/rtp_receiver.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <optional>
+
+#include <unistd.h>
 
 namespace gvxctl {
 namespace {
@@ -78,6 +82,17 @@ void ReceiveUntilDone(RtpReceiver& receiver, const ReceiveOptions& options) {
 
 }  // namespace
 
+bool SdpFilesCanBe(const StreamSpec& spec, std::string& error) {
+    for (const std::string& file : {spec.sdpFile, spec.playerSdpFile}) {
+        const std::string folder = file.find('/') == std::string::npos ? "." : file.substr(0, file.rfind('/') + 1);
+        if (!file.empty() && ::access(folder.c_str(), W_OK) != 0) {
+            error = "cannot write " + file + ": " + std::strerror(errno);
+            return false;
+        }
+    }
+    return true;
+}
+
 bool WriteSdpFiles(const StreamSpec& spec, const Response& response, std::string& error) {
     if (spec.sdpFile.empty() && spec.playerSdpFile.empty()) {
         return true;
@@ -118,6 +133,10 @@ int RunDeleteDevice(const CommonOptions& common, const std::string& devCode) {
 }
 
 int RunStartStream(const CommonOptions& common, const StreamSpec& spec) {
+    std::string fault;
+    if (!SdpFilesCanBe(spec, fault)) {
+        return Fail(kExitWrongUse, fault);
+    }
     return OneShot(common, [&](Platform& platform, Response& response, std::string& error) {
         return StartStream(platform, spec, response, error) &&
                (response.code != 0 || WriteSdpFiles(spec, response, error));
@@ -140,7 +159,7 @@ int RunReceive(const ReceiveOptions& options) {
     RtpReceiver receiver;
     std::string error;
     if (!StartReceiver(receiver, options, error)) {
-        return Fail(kExitRefused, error);
+        return Fail(kExitWrongUse, error);
     }
     if (!options.json) {
         Print("receiving on " + EndpointText(Endpoint{options.ip, receiver.VideoPort()}) +

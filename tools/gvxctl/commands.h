@@ -32,6 +32,8 @@ struct CommonOptions {
     bool json = false;
 };
 
+// Whether those files can be written; asked ahead of the request, since a stream that has begun goes on without them.
+bool SdpFilesCanBe(const StreamSpec& spec, std::string& error);
 // Writes the files that the options ask for (--sdp, --player-sdp). False with a reason.
 bool WriteSdpFiles(const StreamSpec& spec, const Response& response, std::string& error);
 

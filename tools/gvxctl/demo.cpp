@@ -8,7 +8,11 @@
 #include "nss/nss_msg_type.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+
+#include <unistd.h>
 
 namespace gvxctl {
 namespace {
@@ -30,6 +34,7 @@ public:
     int Run();
 
 private:
+    bool Prepare();
     bool Link();
     bool Steps();
     bool CheckAnswer(bool answered, const Response& response);
@@ -52,7 +57,8 @@ int Demo::Run() {
     m_summary["faults"] = Json::Value(Json::arrayValue);
     m_summary["answers"] = Json::Value(Json::arrayValue);
     m_summary["streams"] = Json::Value(Json::arrayValue);
-    const bool linked = Link();
+    const bool prepared = Prepare();
+    const bool linked = prepared && Link();
     if (!linked) {
         Fault(m_error);
     }
@@ -64,12 +70,21 @@ int Demo::Run() {
         return kExitRefused;
     }
     Say(good ? "done, everything as expected" : "done, with faults");
-    return linked ? (good ? kExitOk : kExitRefused) : kExitNoLink;
+    return good ? kExitOk : linked ? kExitRefused : prepared ? kExitNoLink : kExitWrongUse;
+}
+
+// What has to be there before anything is sent.
+bool Demo::Prepare() {
+    if (::access(m_options.outDir.c_str(), W_OK) != 0) {
+        m_error = "cannot write to the folder " + m_options.outDir + ": " + std::strerror(errno);
+        return false;
+    }
+    return m_platform.OpenMu(m_options.mu, m_error);
 }
 
 bool Demo::Link() {
-    if (!m_platform.OpenMu(m_options.mu, m_error) || !m_platform.LinkMainService(m_error) ||
-        !m_platform.LinkScu(m_error) || !m_platform.LinkOmu(m_error) || !m_platform.WaitForMu(m_error)) {
+    if (!m_platform.LinkMainService(m_error) || !m_platform.LinkScu(m_error) || !m_platform.LinkOmu(m_error) ||
+        !m_platform.WaitForMu(m_error)) {
         return false;
     }
     for (const std::string& name : m_platform.OpenLinks()) {

@@ -12,15 +12,18 @@ namespace {
 using gvxctl::AddCommand;
 using gvxctl::AddEndpoint;
 using gvxctl::AddLinkedCommand;
+using gvxctl::AddNumber;
 using gvxctl::CommandLine;
+using gvxctl::kMostCounted;
 
 void AddDeviceOptions(CLI::App& command, gvxctl::DeviceSpec& device) {
     command.add_option("--dev", device.devCode, "device code")->capture_default_str();
     command.add_option("--plugin", device.plugin, "name of the plug-in")->capture_default_str();
-    command.add_option("--form", device.formType, "1 IPC, 2 DVS, 3 DVR, 4 eNVR, 5 external system, 6 external device")
+    AddNumber(command, "--form", device.formType, 1, 6,
+              "1 IPC, 2 DVS, 3 DVR, 4 eNVR, 5 external system, 6 external device")
         ->capture_default_str();
     gvxctl::AddHost(command, "--ip", device.ip, "address of the device");
-    command.add_option("--port", device.port, "port of the device")->capture_default_str();
+    AddNumber(command, "--port", device.port, 0, 65535, "port of the device")->capture_default_str();
     command.add_option("--user", device.user, "user name at the device");
     command.add_option("--password", device.password, "password at the device");
     command.add_option("--model", device.model, "model of the device");
@@ -62,13 +65,14 @@ void AddStreamCommands(CLI::App& app, CommandLine& line) {
     AddEndpoint(start, "--dst", line.stream.video,
                 "where to send video, or where to connect over TCP; needed unless --play finds one itself");
     CLI::Option* const play = start.add_flag("--play", line.play, "open ffplay on it, and stop it when ffplay ends");
-    start.add_option("--audio-port", line.stream.audioPort, "port for audio over UDP (default: no audio)");
-    start.add_option("--stream-type", line.stream.streamType, "0 main, 1 and 2 sub streams")->capture_default_str();
+    AddNumber(start, "--audio-port", line.stream.audioPort, 0, 65535, "port for audio over UDP (default: no audio)");
+    AddNumber(start, "--stream-type", line.stream.streamType, 0, 2, "0 main, 1 and 2 sub streams")
+        ->capture_default_str();
     CLI::Option* const tcp = start.add_flag("--tcp", line.stream.tcp, "interleaved over TCP instead of UDP");
     play->excludes(tcp);
     start.add_flag("!--no-audio", line.stream.audio, "video alone");
     start.add_flag("--metadata", line.stream.metadata, "send metadata too");
-    start.add_option("--metadata-port", line.stream.metadataPort, "port for metadata over UDP");
+    AddNumber(start, "--metadata-port", line.stream.metadataPort, 0, 65535, "port for metadata over UDP");
     start.add_flag("--extension", line.stream.extension, "ask for the RTP header extension");
     start.add_option("--sdp", line.stream.sdpFile, "file for the session description of the answer, as it came");
     start
@@ -89,8 +93,9 @@ void AddReceiveCommand(CLI::App& app, CommandLine& line) {
     CLI::App& command = AddCommand(app, line, "receive", "receive RTP, record it and print statistics",
                                    [&line] { return RunReceive(line.receive); });
     gvxctl::AddHost(command, "--ip", line.receive.ip, "local address");
-    command.add_option("--video-port", line.receive.videoPort, "UDP port of video, or TCP port to listen on; 0: any");
-    command.add_option("--audio-port", line.receive.audioPort, "UDP port of audio; 0: any");
+    AddNumber(command, "--video-port", line.receive.videoPort, 0, 65535,
+              "UDP port of video, or TCP port to listen on; 0: any");
+    AddNumber(command, "--audio-port", line.receive.audioPort, 0, 65535, "UDP port of audio; 0: any");
     command.add_flag("--tcp", line.receive.tcp, "wait for one interleaved TCP connection");
     command.add_option("--video", line.receive.files.video, "file for the elementary stream");
     command.add_option("--audio", line.receive.files.audio, "file for the audio bytes");
@@ -101,9 +106,9 @@ void AddReceiveCommand(CLI::App& app, CommandLine& line) {
             line.receive.metadata.folder = folder;
         },
         "receive metadata too, print it and write its pictures into that folder");
-    command.add_option("--metadata-port", line.receive.metadata.port, "UDP port of metadata; 0: any");
-    command.add_option("--frames", line.receive.frames, "end after that many frames of video");
-    command.add_option("--seconds", line.receive.seconds, "end after that time");
+    AddNumber(command, "--metadata-port", line.receive.metadata.port, 0, 65535, "UDP port of metadata; 0: any");
+    AddNumber(command, "--frames", line.receive.frames, 0, kMostCounted, "end after that many frames of video");
+    AddNumber(command, "--seconds", line.receive.seconds, 0, 1000000, "end after that time");
     command.add_flag("--json", line.receive.json, "print the statistics as one JSON object");
 }
 
@@ -111,7 +116,7 @@ void AddWatchCommand(CLI::App& app, CommandLine& line) {
     CLI::App& command = AddLinkedCommand(app, line, "watch", "link as main service and print every frame",
                                          [&line] { return RunWatch(line.common, line.watch); });
     command.add_flag("--all", line.watch.all, "play SCU, OMU and MU as well");
-    command.add_option("--seconds", line.watch.seconds, "end after that time");
+    AddNumber(command, "--seconds", line.watch.seconds, 0, 1000000, "end after that time");
 }
 
 void AddDemoCommand(CLI::App& app, CommandLine& line) {
@@ -128,8 +133,9 @@ void AddDemoCommand(CLI::App& app, CommandLine& line) {
     command.add_option("--codec", line.demo.codec, "h264 or h265: ending of the recorded files' names")
         ->capture_default_str();
     command.add_option("--summary", line.demo.summary, "JSON file for the outcome");
-    command.add_option("--expect-frames", line.demo.expectFrames, "frames of the clip");
-    command.add_option("--timeout", line.demo.timeoutSeconds, "seconds for each transport")->capture_default_str();
+    AddNumber(command, "--expect-frames", line.demo.expectFrames, 0, kMostCounted, "frames of the clip");
+    AddNumber(command, "--timeout", line.demo.timeoutSeconds, 1, 86400, "seconds for each transport")
+        ->capture_default_str();
     command.add_flag("--metadata", line.demo.metadata, "ask for metadata too and keep its pictures");
     command.add_flag("--keep", line.demo.keep, "stream over UDP until interrupted");
 }
@@ -187,7 +193,7 @@ int main(int argc, char** argv) {
     std::string fault;
     if (line.tls.Given() && !gvxctl::PeerLink::UseTls(line.tls, fault)) {
         std::fprintf(stderr, "gvxctl: %s\n", fault.c_str());
-        return gvxctl::kExitNoLink;
+        return gvxctl::kExitWrongUse;
     }
     gvxctl::CatchInterrupts();
     return line.run();

@@ -327,12 +327,13 @@ int RunPlayback(const CommonOptions& common, const PlaybackOptions& options) {
     std::string error;
     Response response;
     RtpReceiver receiver;
+    if (!(spec.tcp ? receiver.StartTcp(Endpoint{options.ip, 0}, options.files, error)
+                   : receiver.StartUdp(options.ip, 0, 0, options.files, error)) ||
+        !SdpFilesCanBe(spec, error)) {
+        return Fail(kExitWrongUse, error);
+    }
     if (!platform.LinkMainService(error)) {
         return Fail(kExitNoLink, error);
-    }
-    if (!(spec.tcp ? receiver.StartTcp(Endpoint{options.ip, 0}, options.files, error)
-                   : receiver.StartUdp(options.ip, 0, 0, options.files, error))) {
-        return Fail(kExitRefused, error);
     }
     spec.video = Endpoint{options.ip, receiver.VideoPort()};
     spec.audioPort = receiver.AudioPort();
@@ -398,19 +399,20 @@ int RunTalk(const CommonOptions& common, const TalkOptions& options) {
         std::ifstream file(options.send, std::ios::binary);
         sound.assign(std::istreambuf_iterator<char>(file), {});
         if (sound.empty()) {
-            return Fail(kExitRefused, options.send + " cannot be read or is empty");
+            return Fail(kExitWrongUse, options.send + " cannot be read or is empty");
         }
     }
     Platform platform(common.gateway);
     Response response;
     RtpReceiver receiver;
-    if (!platform.LinkMainService(error)) {
-        return Fail(kExitNoLink, error);
-    }
     const RecordFiles files{"", options.receive};
     if (!(spec.tcp ? receiver.StartTcp(Endpoint{options.ip, 0}, files, error)
-                   : receiver.StartUdp(options.ip, 0, 0, files, error))) {
-        return Fail(kExitRefused, error);
+                   : receiver.StartUdp(options.ip, 0, 0, files, error)) ||
+        !SdpFilesCanBe(spec, error)) {
+        return Fail(kExitWrongUse, error);
+    }
+    if (!platform.LinkMainService(error)) {
+        return Fail(kExitNoLink, error);
     }
     spec.video = Endpoint{options.ip, 0};
     spec.audioPort = spec.tcp ? receiver.VideoPort() : receiver.AudioPort();

@@ -178,7 +178,10 @@ int RunPeer(const CommonOptions& common, const PeerOptions& options) {
     for (const AnswerRule& rule : rules) {
         peers.Rules().Add(rule);
     }
-    if (!ListenAll(peers, options.listens, transcript, error) || !OpenAll(peers, links, error)) {
+    if (!ListenAll(peers, options.listens, transcript, error)) {
+        return Fail(kExitWrongUse, error);
+    }
+    if (!OpenAll(peers, links, error)) {
         return Fail(kExitNoLink, error);
     }
     transcript.Line("linked: " + std::to_string(links.size()));

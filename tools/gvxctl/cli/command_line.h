@@ -44,6 +44,13 @@ struct CommandLine {
 };
 
 CLI::Option* AddEndpoint(CLI::App& command, const std::string& name, Endpoint& endpoint, const std::string& text);
+// Whole numbers of a range, where a type alone would take others than are meant.
+constexpr long long kMostCounted = 1000000000;
+template <typename Number>
+CLI::Option* AddNumber(CLI::App& command, const std::string& name, Number& number, long long least, long long most,
+                       const std::string& text) {
+    return command.add_option(name, number, text)->check(CLI::Range(least, most));
+}
 // A host by its address or its name, which becomes its address. An empty text stays.
 CLI::Option* AddHost(CLI::App& command, const std::string& name, std::string& ip, const std::string& text);
 CLI::App& AddCommand(CLI::App& app, CommandLine& line, const char* name, const char* text, std::function<int()> run);

@@ -131,6 +131,8 @@ std::string WrongUse(const CLI::App& app, const CLI::ParseError& error) {
                 : names.empty() ? " is not expected by " + path
                                 : " is no command of " + path) +
                (meant.empty() ? "" : "; near: " + Joined(meant, ", "));
+    } else if (const std::string prefix = "Could not convert: "; text.compare(0, prefix.size(), prefix) == 0) {
+        text = text.substr(prefix.size()) + " is not what it takes";
     } else if (command.get_subcommands().empty() && !CommandsOf(command).empty()) {
         text = path + " needs a command: " + Joined(CommandsOf(command), ", ");
     }
