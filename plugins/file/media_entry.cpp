@@ -140,19 +140,6 @@ bool ReadAudio(const Json::Value& object, const MediaFolder& folder, MediaEntry&
     return false;
 }
 
-// A member that is misspelt would otherwise play as if it were absent.
-bool KnowsAllMembers(const Json::Value& object, const std::string& name, std::string& error) {
-    static const char* const kMembers[] = {"video", "audio", "audio_format", "metadata", "codec",   "fps",
-                                           "loop",  "speed", "picture",      "talk",     "recorded"};
-    for (const std::string& member : object.getMemberNames()) {
-        if (std::find(std::begin(kMembers), std::end(kMembers), member) == std::end(kMembers)) {
-            error = "Medium '" + name + "': member '" + member + "' is not known.";
-            return false;
-        }
-    }
-    return true;
-}
-
 // How much of a file is looked through for its first picture with a parameter set.
 constexpr std::size_t kProbeBytes = 4u * 1024 * 1024;
 constexpr gvx::Rational kUsualFrameRate{25, 1};
@@ -230,6 +217,16 @@ bool LoadMetadata(MediaEntry& entry, std::string& error) {
 
 }  // namespace
 
+bool KnowsAllMembers(const Json::Value& object, std::initializer_list<const char*> known, std::string& error) {
+    for (const std::string& member : object.getMemberNames()) {
+        if (std::find(known.begin(), known.end(), member) == known.end()) {
+            error = "member '" + member + "' is not known.";
+            return false;
+        }
+    }
+    return true;
+}
+
 bool ReadPlayOptions(const Json::Value& object, MediaEntry& entry, std::string& error) {
     if (object.isMember("loop") && !object["loop"].isBool()) {
         error = "Medium '" + entry.name + "': loop is neither true nor false.";
@@ -251,7 +248,11 @@ bool ReadMediaEntry(const std::string& name, const Json::Value& object, const Me
         error = "Medium '" + name + "' is not an object.";
         return false;
     }
-    if (!KnowsAllMembers(object, name, error)) {
+    if (!KnowsAllMembers(object,
+                         {"video", "audio", "audio_format", "metadata", "codec", "fps", "loop", "speed", "picture",
+                          "talk", "recorded"},
+                         error)) {
+        error.insert(0, "Medium '" + name + "': ");
         return false;
     }
     std::string picture;

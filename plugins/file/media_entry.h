@@ -9,6 +9,7 @@
 #include <json/forwards.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -48,6 +49,9 @@ struct MediaFolder {
     std::string path;
     bool confined = false;
 };
+
+// A member that is misspelt would otherwise count as absent. False with "member 'x' is not known." in error.
+bool KnowsAllMembers(const Json::Value& object, std::initializer_list<const char*> known, std::string& error);
 
 // Reads the members of one medium. False with one sentence in error.
 bool ReadMediaEntry(const std::string& name, const Json::Value& object, const MediaFolder& folder, MediaEntry& entry,

@@ -73,18 +73,25 @@ bool MediaList::Load(const std::string& configFile, std::string& error) {
             return false;
         }
     }
+    bool good = KnowsAllMembers(root, {"media", "device_folder", "discovery"}, error);
     for (const std::string& name : root["media"].getMemberNames()) {
-        if (!MakeEntry(name, root["media"][name], m_folder, m_media[name], error)) {
-            m_media.clear();
-            return false;
-        }
+        good = good && MakeEntry(name, root["media"][name], m_folder, m_media[name], error);
     }
-    return !root.isMember("discovery") || ReadDiscovery(root["discovery"], error);
+    if (!good || (root.isMember("discovery") && !ReadDiscovery(root["discovery"], error))) {
+        m_media.clear();
+        error.insert(0, configFile + ": ");
+        return false;
+    }
+    return true;
 }
 
 bool MediaList::ReadDiscovery(const Json::Value& object, std::string& error) {
     constexpr long long kMost = 65536;
     in_addr first{};
+    if (object.isObject() && !KnowsAllMembers(object, {"first", "count"}, error)) {
+        error.insert(0, "\"discovery\": ");
+        return false;
+    }
     const long long count =
         object.isObject() ? gvx::JsonInt(object, "count", static_cast<long long>(m_media.size())) : -1;
     if (count < 0 || count > kMost || inet_pton(AF_INET, gvx::JsonText(object, "first").c_str(), &first) != 1 ||
@@ -157,6 +164,10 @@ bool MediaList::Resolve(const std::string& extendText, std::vector<MediaPtr>& le
     std::string reason;
     if (!gvx::ParseJson(extendText.data(), extendText.size(), root, &reason) || !root.isObject()) {
         error = "The extend text is not a JSON object" + (reason.empty() ? std::string(".") : ": " + reason);
+        return false;
+    }
+    if (!KnowsAllMembers(root, {"media", "lenses", "speed", "loop"}, error)) {
+        error.insert(0, "The extend text: ");
         return false;
     }
     const Json::Value& media = root["media"];

@@ -1,5 +1,6 @@
 #include "plugin_support/alarm_table.h"
 
+#include "base/cbb_xml.h"
 #include "base/fixed_text.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 
@@ -31,7 +32,12 @@ bool AlarmTable::Load(const std::string& path, std::string& error) {
         return true;
     }
     if (CGvxConfigMgr::Instance()->LoadAlarmMappingsConfig(path.c_str(), m_mappings) != 0) {
-        error = path + " is no table of alarms; the log says why.";
+        // A start that fails says all it has to say in this one line.
+        CBB::CXml xml;
+        const bool isXml = xml.Load(path.c_str());
+        const std::string place = path + (xml.FaultLine() > 0 ? ":" + std::to_string(xml.FaultLine()) : std::string());
+        error = isXml ? path + " is no AlarmInfoList of AlarmInfo elements, with texts that fit and each code once."
+                      : place + ": " + xml.FaultText() + ".";
         return false;
     }
     return true;

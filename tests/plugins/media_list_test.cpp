@@ -86,7 +86,9 @@ TEST_F(MediaListTest, SaysWhatIsAtFault) {
         EXPECT_THAT(Load(members), HasSubstr(fault));
     }
     EXPECT_THAT(LoadText("{"), HasSubstr(m_folder.Path("file.json") + " is not valid JSON"));
-    EXPECT_THAT(LoadText(R"({"media": {"demo": 3}})"), HasSubstr("Medium 'demo' is not an object"));
+    EXPECT_THAT(LoadText(R"({"media": {"demo": 3}})"),
+                HasSubstr(m_folder.Path("file.json") + ": Medium 'demo' is not an object"));
+    EXPECT_THAT(LoadText(R"({"media": {}, "discvery": {}})"), HasSubstr("member 'discvery' is not known"));
     std::string error;
     EXPECT_TRUE(m_list.Load(m_folder.Path("absent.json"), error)) << "the file may be absent";
 }
@@ -124,6 +126,7 @@ TEST_F(MediaListTest, ExtendTextThatNamesNothingPlayableIsRefused) {
     std::filesystem::copy(m_folder.Path("v.h264"), m_folder.Path("below/v.h264"));
     ASSERT_EQ("", LoadText(R"({"device_folder": "below", "media": {"demo": {"video": "v.h264"}}})"));
     const std::pair<std::string, const char*> rows[] = {
+        {R"({"media": "demo", "sped": "max"})", "member 'sped' is not known"},
         {R"({"lenses": [{"video": "../v.h264"}]})", "../v.h264 cannot be opened: It is not below"},
         {R"({"lenses": [{"video": ")" + m_folder.Path("v.h264") + R"("}]})", "It is not below"},
         {R"({"lenses": [{"video": "link.h264"}]})", "It is not below"},
