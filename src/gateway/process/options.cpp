@@ -34,7 +34,8 @@ void Declare(CLI::App& app, GatewayOptions& options, std::string& levelName) {
     app.add_option("--log-level", levelName, "crit, err, warning, notice, info or debug (default: key GVX_LOG_LEVEL)");
     app.add_option("--plugin-dir", options.pluginDir, "folder of the plug-ins (default: key GVX_PLUGIN_DIR)");
     app.add_option("--listen-port", options.listenPort,
-                   "TCP port for platform links, 0 for any free one (default: key GVX_LISTEN_PORT)");
+                   "TCP port for platform links, 0 for any free one (default: key GVX_LISTEN_PORT)")
+        ->check(CLI::Range(0, 65535));
     app.add_flag("--foreground", "run in the foreground, the only mode there is");
     app.add_flag("--check-config", options.checkConfig,
                  "look through the configuration as a start would, print what is wrong and start nothing;\n"
@@ -74,7 +75,7 @@ std::optional<ExitCode> ParseOptions(int argc, const char* const* argv, GatewayO
     }
     const auto level = kLogLevels.find(levelName);
     if (level == kLogLevels.end()) {
-        return RefuseUsage("--log-level: unknown level " + levelName);
+        return RefuseUsage("--log-level: " + levelName + " is none of crit, err, warning, notice, info, debug");
     }
     options.logLevel = level->second;
     return std::nullopt;

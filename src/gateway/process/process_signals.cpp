@@ -19,7 +19,8 @@ namespace {
 
 constexpr int kStopSignals[] = {SIGTERM, SIGINT};
 constexpr int kOtherSignals[] = {SIGHUP, SIGUSR1};
-constexpr int kIgnoredSignals[] = {SIGPIPE, SIGUSR2};
+// SIGXFSZ: a file that may grow no more is a write that fails, as on a full disk.
+constexpr int kIgnoredSignals[] = {SIGPIPE, SIGXFSZ, SIGUSR2};
 
 // Written by the handlers, which may run on any thread: lock-free atomics and write() alone.
 std::atomic<int> g_firstStop{0};
