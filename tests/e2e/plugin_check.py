@@ -38,6 +38,9 @@ def test(options, folder, stack):
     camera = Camera(folder, stack, codec="h264", auth="digest")
     keeps_all(options, "rtsp", "--port", camera.port, "--user", "admin", "--password-file", folder / "password", "--extend",
               '{"main":"/live"}', "--no-search")
+    for wrong, said in ((["/nowhere.so"], "/nowhere.so: No such file"), ([video, "--limt", "3"], "--limt")):
+        code, _, _, output = check(options, *wrong)
+        e2e.check(code == 3 and said in output and output.count("\n") == 1, f"{wrong}: {code}\n{output}")
     for name, reasons in BROKEN.items():
         code, _, broken, output = check(options, options.plugin_dir.parent / f"plugins_bad/gvx_plugin_{name}.so", "--limit", "3000",
                                         "--no-search")

@@ -70,11 +70,12 @@ void Drive(const DriveOptions& options, Journal& journal) {
     std::optional<PluginLibrary> library;
     journal.Call(kSdk, "loading", [&] {
         library = PluginLibrary::Open(options.file, fault);
-        return 0;
+        return library.has_value() ? ZVS_SUCCEED : ZVS_FAIL;
     });
     const std::string base = options.file.substr(options.file.find_last_of('/') + 1);
     if (!library.has_value()) {
         journal.Broken(kSdk, "loading", fault);
+        journal.Write(kAllDone, kSdk, {}, {});
         return;
     }
     journal.Write(kPlugin, kSdk, {},
@@ -90,6 +91,7 @@ void Drive(const DriveOptions& options, Journal& journal) {
     });
     if (sdk == nullptr) {
         journal.Broken(kSdk, "GvxCreateAdapter", "made no object");
+        journal.Write(kAllDone, kSdk, {}, {});
         return;
     }
     bool refused = false;

@@ -4,9 +4,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -69,7 +71,7 @@ int Run(int argc, char** argv) {
     int journalEnd = -1;
     CLI::App app(
         "Drives a plug-in as a gateway does, without one, and tells which promises it breaks. 0: it keeps all. "
-        "1: a broken promise.");
+        "1: a broken promise. 3: wrong use, or something that the check needs is not there.");
     app.add_option("file", options.file, "the plug-in, gvx_plugin_<name>.so")->required();
     app.add_option("--config", options.config, "the plug-in's own configuration file");
     app.add_option("--extend", options.extend, "text for its devices, as in the addition of one");
@@ -84,7 +86,20 @@ int Run(int argc, char** argv) {
     app.add_flag("!--no-search", options.search, "leave out the search for devices, which takes some 15 s");
     app.add_flag("--verbose", options.verbose, "warnings and errors of the log to standard error");
     app.add_option(kJournalOption, journalEnd)->group("");  // hidden: the process that drives
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& shown) {  // --help
+        return app.exit(shown);
+    } catch (const CLI::ParseError& error) {
+        std::fprintf(stderr, "gvx-plugin-check: %s; gvx-plugin-check --help tells more\n", error.what());
+        return kCannotCheck;
+    }
+    for (const std::string& file : {options.file, options.config}) {
+        if (!file.empty() && access(file.c_str(), R_OK) != 0) {
+            std::fprintf(stderr, "gvx-plugin-check: %s: %s\n", file.c_str(), std::strerror(errno));
+            return kCannotCheck;
+        }
+    }
     if (!passwordFile.empty()) {
         std::ifstream file(passwordFile);
         if (!std::getline(file, options.password)) {
