@@ -11,7 +11,7 @@ class ACE_Message_Block;
 // Request types that never travel on a link: the layers inside the gateway give them to each other.
 enum enGvxInternalRequest : std::uint32_t {
     GVX_INTERNAL_REQ_ALARM_CONTROL = 0xDC11,  // fed in by this process itself when the main service's link opens
-    GVX_INTERNAL_REQ_FFFA = 0xFFFA,           // served by BP::CDeviceManageSession
+    GVX_INTERNAL_REQ_PLUGIN_CALL = 0xFFFA,    // a call of a plug-in that its own thread is to make
     GVX_INTERNAL_REQ_DELETE = 0xFFFB,         // treated like the deletion of a device
     GVX_INTERNAL_REQ_FFFC = 0xFFFC,           // never expires
     GVX_INTERNAL_REQ_SDK_EXCEPTION = 0xFFFF,  // its block holds an ADAPTER_COMMON_MESSAGE
@@ -19,7 +19,7 @@ enum enGvxInternalRequest : std::uint32_t {
 
 // Whether a type is one of those above, which no peer may send.
 constexpr bool IsInternalRequest(std::uint32_t reqID) noexcept {
-    return reqID == GVX_INTERNAL_REQ_ALARM_CONTROL || (reqID >= GVX_INTERNAL_REQ_FFFA && reqID <= 0xFFFF);
+    return reqID == GVX_INTERNAL_REQ_ALARM_CONTROL || (reqID >= GVX_INTERNAL_REQ_PLUGIN_CALL && reqID <= 0xFFFF);
 }
 
 namespace BP {

@@ -80,9 +80,16 @@ def failed_reads(options, folder):
 def failed_folder(options, folder):
     """A name that does not reach the disk: the new file stands, the value is in force, and the edit is no success."""
     shutil.copytree(options.conf, folder)
-    done = subprocess.run([options.saver, "edit", folder, "77"], capture_output=True, text=True, timeout=60, check=False,
-                          env={**os.environ, "GVX_ROOT": str(folder / "root"), "LD_PRELOAD": options.shim,
-                               "DISK_SHIM_DIR": str(folder), "DISK_SHIM_FAIL_FOLDER": "1"})
+
+    def save(*what):
+        return subprocess.run([options.saver, what[0], folder, *what[1:]], capture_output=True, text=True, timeout=60,
+                              check=False, env={**os.environ, "GVX_ROOT": str(folder / "root"), "LD_PRELOAD": options.shim,
+                                                "DISK_SHIM_DIR": str(folder), "DISK_SHIM_FAIL_FOLDER": "1"})
+
+    reach, file = save("reach", "10.1.2.3", "34777"), (folder / "zvs_gvx.conf").read_text()
+    check(reach.stdout == "stands stands stands 10.1.2.3\n" and file.count("_IP=10.1.2.3\n") == 2
+          and "GVX_LISTEN_PORT=34777\n" in file, f"addresses and a port that are not on the disk: {reach}")
+    done = save("edit", "77")
     check(done.returncode == 1 and done.stdout == "77\n" and "MAX_CAPS=77" in (folder / "zvs_gvx.conf").read_text()
           and "a power loss may bring the old file back" in done.stderr, f"a folder that cannot be synced: {done}")
 

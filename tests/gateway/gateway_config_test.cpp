@@ -13,10 +13,10 @@ class GatewayConfigTest : public GatewayTest {
 protected:
     GatewayConfigTest() {
         folder.WriteConf(
-            "[GATEWAY]\nGVX_PLUGIN_LIST=moody\nGVX_PLUGIN_CALL_LIMIT=1\n"
+            "[GATEWAY]\nGVX_PLUGIN_LIST=moody,hiksdk\nGVX_PLUGIN_CALL_LIMIT=1\n"
             "[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\nGVX_MESSAGE_IP=127.0.0.1\n"
             "[SERVICE_CAPACITY]\nMAX_CAPS=128\n[MEDIA]\nGVX_MEDIA_SEND_UDP=47000-47400\n[SIF_CFG]\nGVX_SIP_LOG_SWITCH="
-            "0\n"
+            "0\n[LOG_CFG]\nGVX_HIKSDK_LOG_SWITCH=0\n"
             "[GB35114_CFG]\nGB35114_SECURITY_LEVEL=A\nGB35114_KEYLABEL=gvx001\n"
             "GB35114_SERVER_ID=34020000002000000001\nGB35114_DATE_INTERNAL=600\n");
     }
@@ -66,6 +66,23 @@ TEST_F(GatewayConfigTest, EditIsTakenOrRefusedWithAReason) {
     AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ,
             R"({"ConfigSection":"LOG_CFG","ConfigName":"Password","ConfigValue":")" + secret + "\"}");
     EXPECT_EQ(log->Dump().find(secret), std::string::npos) << log->Dump();
+}
+
+TEST_F(GatewayConfigTest, APluginThatHangsInASwitchHoldsUpItsOwnEditsAlone) {
+    const auto edit = [](const char* section, const char* key, const char* value) {
+        return std::string(R"({"ConfigSection":")") + section + R"(","ConfigName":")" + key + R"(","ConfigValue":")" +
+               value + "\"}";
+    };
+    MoodyState* const state = StateOf("hiksdk");
+    ASSERT_NE(state, nullptr);
+    state->release = false;
+    const std::uint32_t hangs = SendJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ, edit("LOG_CFG", "GVX_HIKSDK_LOG_SWITCH", "1"));
+    ASSERT_TRUE(WaitUntil([state] { return state->hanging == 1; })) << log->Dump();
+    EXPECT_EQ(AskJson(NSS_SET_GVX_PLUGIN_CONFIG_REQ, edit("SERVICE_CAPACITY", "MAX_CAPS", "97")).code, 0u);
+    EXPECT_EQ(GvxConfigMgr()->GetConfValue("GVX_HIKSDK_LOG_SWITCH", ""), "0");
+    state->release = true;
+    EXPECT_EQ(WaitAnswer(NSS_SET_GVX_PLUGIN_CONFIG_REQ, hangs).code, 0u);
+    EXPECT_EQ(GvxConfigMgr()->GetConfValue("GVX_HIKSDK_LOG_SWITCH", ""), "1");
 }
 
 TEST_F(GatewayConfigTest, SettingsOfSecureVideoComeWithARequestAndWithAnAnswer) {

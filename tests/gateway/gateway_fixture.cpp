@@ -30,16 +30,23 @@ gvx::GatewayOptions GatewayFolder::Options() const {
     return options;
 }
 
+MoodyState* GatewayTest::StateOf(const std::string& plugin) {
+    void* loaded = dlopen((BadPluginDir() + "/gvx_plugin_" + plugin + ".so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    if (loaded == nullptr) {
+        return nullptr;
+    }
+    auto* const state = static_cast<MoodyState*>(dlsym(loaded, "g_moody"));
+    dlclose(loaded);  // the gateway keeps it loaded
+    return state;
+}
+
 void GatewayTest::SetUp() {
     gateway = std::make_unique<gvx::Gateway>();
     ASSERT_FALSE(gateway->TakeFolders(folder.Options()).Failed());
     ASSERT_FALSE(gateway->LoadConfiguration().Failed());
     const gvx::StartResult result = gateway->Start(folder.Options());
     ASSERT_EQ(result.code, gvx::ExitCode::Ok) << result.reason;
-    void* plugin = dlopen((BadPluginDir() + "/gvx_plugin_moody.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
-    ASSERT_NE(plugin, nullptr);
-    moody = static_cast<MoodyState*>(dlsym(plugin, "g_moody"));
-    dlclose(plugin);  // the gateway keeps it loaded
+    moody = StateOf("moody");
     ASSERT_NE(moody, nullptr);
     moody->release = false;
     m_aliveBefore = moody->alive;

@@ -36,6 +36,8 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
+    // Of a loaded plug-in that is made from moody_plugin.cpp; null when there is none.
+    static MoodyState* StateOf(const std::string& plugin);
     // A peer that has registered with the gateway.
     std::unique_ptr<FakePeer> Link(const std::string& id) const;
     // Answers the report of used ports, which holds up all later link events until then.

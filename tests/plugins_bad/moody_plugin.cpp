@@ -14,9 +14,9 @@
 #include <thread>
 
 // A camera that sends numbered packets, unless the device's extend text says otherwise: "operation=mood", parted by
-// blanks. Moods: throw, throw-int, error, report (an error with its words and its reason), hang, null;
-// "StartStream=error-later": the thread sends already. "thread=endless": the thread goes on sending whatever StopStream
-// answers; "thread=inline": StartStream sends its first packet itself.
+// blanks. A log switch that is set hangs. Moods: throw, throw-int, error, report (an error with its words and its
+// reason), hang, null; "StartStream=error-later": the thread sends already. "thread=endless": the thread goes on
+// sending whatever StopStream answers; "thread=inline": StartStream sends its first packet itself.
 
 MoodyState g_moody;
 
@@ -196,6 +196,7 @@ public:
         const int code = Act(info->strServerCode, "StartSearchDevice");
         return code == 0 ? CAdapterSdkBase::StartSearchDevice(info) : code;
     }
+    ZVS_INT32 SetSDKLogSwitch(ZVS_UINT32 on) override { return Act(on != 0 ? "Switch=hang" : "", "Switch"); }
     void SetCommonMessageCallback(ADAPTER_COMMON_MESSAGE_CALLBACK* callback) override { g_moody.report = callback; }
 };
 

@@ -231,12 +231,17 @@ bool PluginHost::InstallPlugin(int protocol, BP::CPluginInfo& info) {
             continue;
         }
         info = plugin->Info();
-        info.m_sdkLogSwitch = [plugin](std::uint32_t on) {
-            return CallPlugin(plugin->Name(), "SetSDKLogSwitch", "", [&] { return plugin->Sdk().SetSDKLogSwitch(on); });
+        info.m_sdkLogSwitch = [this, plugin](std::uint32_t on) {
+            return m_caller(plugin->Name(), [plugin, on] {
+                return CallPlugin(plugin->Name(), "SetSDKLogSwitch", "",
+                                  [&] { return plugin->Sdk().SetSDKLogSwitch(on); });
+            });
         };
-        info.m_sipStackLogSwitch = [plugin](std::uint32_t on) {
-            return CallPlugin(plugin->Name(), "setSipStackLogSwitch", "",
-                              [&] { return plugin->Sdk().setSipStackLogSwitch(on); });
+        info.m_sipStackLogSwitch = [this, plugin](std::uint32_t on) {
+            return m_caller(plugin->Name(), [plugin, on] {
+                return CallPlugin(plugin->Name(), "setSipStackLogSwitch", "",
+                                  [&] { return plugin->Sdk().setSipStackLogSwitch(on); });
+            });
         };
         return true;
     }

@@ -68,6 +68,9 @@ public:
     int RegisterPlugin() override;
     // What follows upon each RegisterPlugin, on its thread. To be set before the first.
     void OnRegistered(std::function<void()> followUp) { m_onRegistered = std::move(followUp); }
+    // Who makes a call of a plug-in on the plug-in's own thread, and gives its result. To be set before the first edit.
+    using Caller = std::function<int(const std::string& plugin, std::function<int()> call)>;
+    void SetCaller(Caller caller) { m_caller = std::move(caller); }
     bool FindPlugin(const std::string& name, BP::CPluginInfo& info) override;
     // By the name that a protocol's plug-in has, such as "onvif".
     bool InstallPlugin(int protocol, BP::CPluginInfo& info) override;
@@ -75,6 +78,7 @@ public:
 private:
     std::vector<std::unique_ptr<LoadedPlugin>> m_plugins;
     std::function<void()> m_onRegistered;
+    Caller m_caller;
 };
 
 // Cuts a list at commas and blanks; empty parts are left out.

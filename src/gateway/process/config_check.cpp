@@ -3,7 +3,6 @@
 #include "base/cbb_xml.h"
 #include "base/fixed_text.h"
 #include "base/log_sftp_conf.h"
-#include "base/paths.h"
 #include "bp/registration.h"
 #include "gateway/links/link_options.h"
 #include "gateway/process/gateway.h"
@@ -97,9 +96,8 @@ void LookThrough(const GatewayOptions& options) {
     for (const char* name : {"/log.xml", "/other/device_ability.xml"}) {
         CheckOptionalXml(configDir + name);
     }
-    for (const char* path : {GVX_CLOUD_CONFIG_PATH, GVXCONFIG_OMU_COMMON_CONFIG_PATH}) {
-        CheckOptionalXml(RootedPath(path));
-    }
+    std::string runMode;
+    CGvxConfigMgr::PlatformFilesAreUsable(runMode);
     CheckKeyFiles(configDir);
     CheckNamedFiles(options, configDir);
     PluginHost plugins;

@@ -191,6 +191,9 @@ StartResult Gateway::StartPlugins(const GatewayOptions& options) {
 }
 
 StartResult Gateway::StartServing() {
+    m_context->plugins.SetCaller([context = m_context.get()](const std::string& plugin, std::function<int()> call) {
+        return context->pluginReactors.Call(plugin, std::move(call));
+    });
     BP::CPluginMgr::SetImplementation(&m_context->plugins);
     BP::CDeviceMgr::SetImplementation(&m_context->devices);
     SetReportReactors(

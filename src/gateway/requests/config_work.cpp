@@ -9,10 +9,12 @@
 #include "bp/session.h"
 #include "gateway/messages/answer.h"
 #include "gateway/messages/request_body.h"
+#include "gateway/requests/gateway_context.h"
 #include "gvx_common/config/config_rules.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/config/setting_table.h"
+#include "gvx_common/event/gvx_reactor.h"
 #include "nss/nss_msg_type.h"
 
 #include <json/value.h>
@@ -155,6 +157,28 @@ std::string StoredValue(const Edit& edit) {
     return LoggableValue(edit.key, GvxConfigMgr()->GetConfValue(edit.key, edit.value).c_str());
 }
 
+// An edit that asks a plug-in is served by that plug-in's own thread, so that one that does not return holds up such
+// edits of its own alone. True when that thread has it, or refuses it.
+bool LeaveToPlugin(GatewayContext& context, const BP::CGvxSessionBase& session, const BP::CCmd& cmd,
+                   const std::string& key) {
+    BP::CPluginInfo plugin;
+    const int protocol = CGvxConfigMgr::SwitchedProtocol(key);
+    CGvxReactor* const reactor = protocol != 0 && context.plugins.InstallPlugin(protocol, plugin)
+                                     ? context.pluginReactors.Of(plugin.m_strName)
+                                     : nullptr;
+    if (reactor == nullptr || reactor->IsOwnThread()) {
+        return false;
+    }
+    const std::unique_ptr<BP::CCmd> again(cmd.NewClone());
+    CGvxNssCmd entry;
+    entry.m_pCmd = again.get();
+    entry.m_devID = session.GetRespDevID();
+    if (again == nullptr || reactor->PushMessage(entry) != 0) {
+        AnswerBare(cmd, ZVS_FAIL);
+    }
+    return true;
+}
+
 bool ReadXmlEdit(const BP::CCmd& cmd, Edit& edit) {
     const std::unique_ptr<CBB::CXml> xml = ReadXmlContent(cmd);
     if (xml == nullptr || !xml->FindElem("ConfigInfo") || !xml->IntoElem()) {
@@ -183,10 +207,13 @@ int QueryConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, c
     return ZVS_SUCCEED;
 }
 
-int EditConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
+int EditConfig(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     Edit edit;
-    const Result result =
-        ReadXmlEdit(cmd, edit) ? Apply(edit) : Result{ZVS_PARA_INVALID, "The body holds no ConfigInfo."};
+    const bool isRead = ReadXmlEdit(cmd, edit);
+    if (isRead && LeaveToPlugin(context, session, cmd, edit.key)) {
+        return ZVS_SUCCEED;
+    }
+    const Result result = isRead ? Apply(edit) : Result{ZVS_PARA_INVALID, "The body holds no ConfigInfo."};
     const std::string stored = result.Failed() ? std::string() : StoredValue(edit);
     memset_s(edit.value.data(), edit.value.size() + 1, 0, edit.value.size());  // it may be a password
     CBB::CXml body;
@@ -204,7 +231,7 @@ int EditConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, co
     return result.code;
 }
 
-int TakeChangedConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
+int TakeChangedConfig(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
     Json::Value request;
     Json::Value body(Json::objectValue);
     bool isText = true;
@@ -217,6 +244,9 @@ int TakeChangedConfig(GatewayContext& /*context*/, BP::CGvxSessionBase& /*sessio
         memset_s(value.data(), value.size() + 1, 0, value.size());  // it may be a password
     }
     WipeJson(request);
+    if (LeaveToPlugin(context, session, cmd, JsonText(body, "ConfigName"))) {
+        return ZVS_SUCCEED;
+    }
     // The core takes what is no text for an empty value, and that switches some settings off.
     const int code = isOdd    ? int{ZVS_FAIL}
                      : isText ? GvxConfigMgr()->SetEditConfigFromFrame(cmd.GetMsgBlock())

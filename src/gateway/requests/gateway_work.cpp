@@ -11,6 +11,7 @@
 #include "gateway/requests/device_work.h"
 #include "gateway/requests/gateway_context.h"
 #include "gateway/requests/operation_work.h"
+#include "gateway/requests/plugin_reactors.h"
 #include "gateway/requests/search_work.h"
 #include "gateway/requests/snapshot_work.h"
 #include "gateway/requests/stream_work.h"
@@ -69,6 +70,7 @@ constexpr WorkRow kWorkRows[] = {
     {NSS_ADD_MAIN_DEV_REQ, &AddMainDevice},
     {NSS_DEL_MAIN_DEV_REQ, &DeleteMainDevice},
     {GVX_INTERNAL_REQ_DELETE, &TearDownDevice},
+    {GVX_INTERNAL_REQ_PLUGIN_CALL, &MakePluginCall},
     {NSS_START_STREAM_REQ, &StartStream},
     {NSS_STOP_STREAM_REQ, &StopStream},
     {NSS_GET_IFRAME_REQ, &GetKeyFrame},
@@ -93,7 +95,8 @@ int RunWork(GatewayContext& context, const OperationWork& work, BP::CGvxSessionB
     if (GVXErrorMgr* const reports = GVXErrorMgr::getInstance()) {
         reports->forgetErrRsp();  // of a request before
     }
-    if (context.stopping && cmd.GetReqID() != GVX_INTERNAL_REQ_DELETE) {
+    if (context.stopping && cmd.GetReqID() != GVX_INTERNAL_REQ_DELETE &&
+        cmd.GetReqID() != GVX_INTERNAL_REQ_PLUGIN_CALL) {
         AnswerBare(cmd, ZVS_FAIL);
         return ZVS_FAIL;
     }

@@ -3,6 +3,8 @@
 #include "base/log.h"
 #include "gvx_common/event/gvx_reactor.h"
 
+#include <chrono>
+#include <future>
 #include <new>
 #include <utility>
 
@@ -11,6 +13,15 @@ namespace gvx {
 namespace {
 
 constexpr unsigned long kStackBytes = 1048576;  // what a plug-in finds on the reactor of a device, too
+constexpr std::chrono::seconds kCallLimit(5);
+
+// Gone without an end: the reactor has ended ahead of its turn.
+struct PluginCall : BP::CmdAttachment {
+    explicit PluginCall(std::function<int()> made) : call(std::move(made)) {}
+
+    const std::function<int()> call;
+    std::promise<int> end;
+};
 
 }  // namespace
 
@@ -42,6 +53,49 @@ CGvxReactor* PluginReactors::Of(const std::string& plugin) {
                          "There is no memory for the requests of plug-in %s.", plugin.c_str());
         return nullptr;
     }
+}
+
+int PluginReactors::Call(const std::string& plugin, std::function<int()> call) {
+    CGvxReactor* const reactor = Of(plugin);
+    if (reactor == nullptr) {
+        return ZVS_FAIL;
+    }
+    if (reactor->IsOwnThread()) {
+        return call();
+    }
+    std::future<int> end;
+    {
+        const auto made = std::make_shared<PluginCall>(std::move(call));
+        end = made->end.get_future();
+        BP::CCmd cmd;
+        cmd.SetReqID(GVX_INTERNAL_REQ_PLUGIN_CALL);
+        cmd.SetAttachment(made);
+        CGvxNssCmd entry;
+        entry.m_pCmd = &cmd;  // the queue takes a clone
+        if (reactor->PushMessage(entry) != 0) {
+            return ZVS_FAIL;  // the reactor has said so
+        }
+    }
+    if (end.wait_for(kCallLimit) != std::future_status::ready) {
+        GVX_LOG_ERR("Plug-in reactor", "Plug-in %s has not returned within %lld s; its call goes on.", plugin.c_str(),
+                    static_cast<long long>(kCallLimit.count()));
+        return ZVS_FAIL;
+    }
+    try {
+        return end.get();
+    } catch (const std::future_error&) {
+        return ZVS_FAIL;
+    }
+}
+
+int MakePluginCall(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/, const BP::CCmd& cmd) {
+    const auto made = std::dynamic_pointer_cast<PluginCall>(cmd.GetAttachment());
+    if (made == nullptr) {
+        return ZVS_PARA_INVALID;
+    }
+    const int result = made->call();
+    made->end.set_value(result);
+    return result;
 }
 
 void PluginReactors::End() {

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <new>
 
+#include <unistd.h>
+
 CCloudConfigMgr::CCloudConfigMgr() = default;
 CCloudConfigMgr::~CCloudConfigMgr() = default;
 
@@ -60,6 +62,10 @@ int CCloudConfigMgr::CloudConfigFileCallBack() {
     CCloudConfigMgr* const mgr = Instance();
     const bool before = mgr->m_inited;
     const int result = mgr->ReadFlag();
+    if (const std::string path = gvx::RootedPath(GVX_CLOUD_CONFIG_PATH);
+        result != ZVS_SUCCEED && access(path.c_str(), F_OK) == 0) {
+        GVX_LOG_WARN("Cloud configuration", "[%s] cannot be used, and what it said before holds.", path.c_str());
+    }
     if (mgr->m_inited != before) {
         GVX_LOG_INFO("Cloud configuration", "The cloud side has %s this gateway.", before ? "let go of" : "taken over");
     }

@@ -61,10 +61,14 @@ public:
     // Reads the configuration again while everything runs: zvs_gvx.conf and zvs_gvx_nat.conf, then what the operation
     // and maintenance unit's file says of addresses. What is read live, or with the next stream, acts from now on as
     // after an edit; a setting that acts at a start alone keeps its value, and one line names those that wait for a
-    // restart, each of them once. Nothing changes when one of the files or net.xml cannot be read or holds a value that
-    // cannot be used: lines of the log name it by file and line. 0; 1 for a refused file. Any thread that holds no
-    // lock; it reads from the disk.
+    // restart, each of them once. Nothing changes when one of the files or net.xml cannot be read, the unit's file or
+    // cloudconfig.xml is there and cannot be, or one holds a value that cannot be used: lines of the log name it by
+    // file and line. Plug-ins are switched last. 0; 1 for a refused file. Any thread that holds no lock; it reads from
+    // the disk.
     int Reload();
+    // Whether what is there of the platform's files, cloudconfig.xml and the unit's, can be used; a finding for each
+    // that cannot. Gives the run mode that stands there now, empty where there is none.
+    static bool PlatformFilesAreUsable(std::string& runMode);
     // How often that has succeeded and how often it was refused, since the process began. Any thread.
     std::uint64_t CountReloads() const noexcept { return m_reloads; }
     std::uint64_t CountRefusedReloads() const noexcept { return m_refusedReloads; }
@@ -126,8 +130,11 @@ public:
     // One setting of the log upload: WorkSpace, ServerAddr, ServerPort, Username or Password. 2 for null.
     int SetLogSFTPConf(const char* name, const char* value);
 
+    // These ask plug-ins, which may take their time: no lock is held meanwhile.
     int setSipStackLogSwitch(unsigned int value);
     int SetHikAndDahuaSDKSwitch(const std::string& name, unsigned int value);
+    // The protocol of the plug-in that an edit of that key asks, the first where there are two; 0: it asks none.
+    static int SwitchedProtocol(const std::string& key);
     // Sets the value of the element at a slash path from the root.
     int ModXmlElemValue(CBB::CXml& xml, const char* path, const char* value);
 
@@ -250,10 +257,12 @@ private:
                          std::vector<std::string>& lists);
     void TakeNatLists(const std::vector<std::string>& lists);
     bool ReadForReload(const std::string& directory, Settings& settings, std::vector<std::string>& natLists,
-                       std::string& elementID);
+                       std::string& elementID, std::string& runMode);
+    int ReadAgain(Settings& changed);
     static bool ReadElementID(const std::string& netXml, std::string& id);
     void WaitForRestart(const std::map<std::string, std::string>& wanted);
     void ActOn(const Settings& changed);
+    void SwitchPlugins(const Settings& changed);
     void ReadSyncTime();
     bool FindConfValue(const std::string& key, std::string& value) const;
     void ApplyNetElementID(const std::string& path, const std::string& value);

@@ -116,6 +116,13 @@ constexpr SwitchRow kSdkLogSwitches[] = {
     {"GVX_PLUGIN_DEBUG_LOG_SWITCH", BP::DEV_PROTOCOL_TYPE_ONVIF},
 };
 
+// Null for a key that switches none.
+const SwitchRow* FindSwitch(const std::string& key) {
+    const auto* row = std::find_if(std::begin(kSdkLogSwitches), std::end(kSdkLogSwitches),
+                                   [&key](const SwitchRow& candidate) { return key == candidate.name; });
+    return row != std::end(kSdkLogSwitches) ? row : nullptr;
+}
+
 bool InstallPlugin(const char* title, BP::enDevProtocolType protocol, BP::CPluginInfo& info) {
     if (BP::CPluginMgr::InstallPlugin(protocol, info)) {
         return true;
@@ -199,7 +206,6 @@ int CGvxConfigMgr::SetEditConfigFromFrame(ACE_Message_Block* pMb) {
 }
 
 int CGvxConfigMgr::SetGvxConfigEdit(CONFIG_INFO& info) {
-    const EditGuard editing(m_mutexEdit);
     const std::string key = info.chConfigName;
     const char* shown = gvx::LoggableValue(key, info.chConfigValue);
     GVX_LOG_INFO("SetGvxConfigEdit", "ConfigName[%s] ConfigType[%s] ConfigValue[%s] ", info.chConfigName,
@@ -212,13 +218,14 @@ int CGvxConfigMgr::SetGvxConfigEdit(CONFIG_INFO& info) {
     if (key == "GVX_SIP_LOG_SWITCH") {
         return setSipStackLogSwitch(number);
     }
+    if (SwitchedProtocol(key) != 0) {
+        SetHikAndDahuaSDKSwitch(key, number);
+    }
+    const EditGuard editing(m_mutexEdit);
     if (key == "GVX_SDK_SYNC_TIME_SWITCH") {
         setSdkSyncTimeSwitch(number);
     } else if (key == "GVX_SDK_SYNC_TIME_INTERVAL") {
         setSdkSyncTimeInterval(number);
-    } else if (key == "GVX_HIKSDK_LOG_SWITCH" || key == "GVX_DHSDK_LOG_SWITCH" ||
-               key == "GVX_PLUGIN_DEBUG_LOG_SWITCH") {
-        SetHikAndDahuaSDKSwitch(key, number);
     }
     return SetGVXConfigValue(info.chConfigType, info.chConfigName, info.chConfigValue);
 }
@@ -302,8 +309,15 @@ int CGvxConfigMgr::ModXmlElemValue(CBB::CXml& xml, const char* path, const char*
     return xml.FindElem(path) && xml.SetElemValue(value) ? ZVS_SUCCEED : ZVS_FAIL;
 }
 
+int CGvxConfigMgr::SwitchedProtocol(const std::string& key) {
+    if (key == "GVX_SIP_LOG_SWITCH") {
+        return BP::DEV_PROTOCOL_TYPE_T28181;
+    }
+    const SwitchRow* const row = FindSwitch(key);
+    return row != nullptr ? row->protocol : 0;
+}
+
 int CGvxConfigMgr::setSipStackLogSwitch(unsigned int value) {
-    const EditGuard editing(m_mutexEdit);
     constexpr const char* kTitle = "setSipStackLogSwitch";
     GVX_LOG_INFO(kTitle, "Set T28181 sipstack logswitch to [%u].", value);
     BP::CPluginInfo plugin;
@@ -325,11 +339,9 @@ int CGvxConfigMgr::setSipStackLogSwitch(unsigned int value) {
 }
 
 int CGvxConfigMgr::SetHikAndDahuaSDKSwitch(const std::string& name, unsigned int value) {
-    const EditGuard editing(m_mutexEdit);
     constexpr const char* kTitle = "SetHikAndDahuaSDKSwitch";
-    const auto* row = std::find_if(std::begin(kSdkLogSwitches), std::end(kSdkLogSwitches),
-                                   [&name](const SwitchRow& candidate) { return name == candidate.name; });
-    if (row == std::end(kSdkLogSwitches)) {
+    const SwitchRow* const row = FindSwitch(name);
+    if (row == nullptr) {
         GVX_LOG_ERR(kTitle, "Unsupporetd switch name! switchName[%s]", name.c_str());
         return ZVS_FAIL;
     }

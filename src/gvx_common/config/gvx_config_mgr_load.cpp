@@ -188,13 +188,24 @@ void CGvxConfigMgr::TakeNatLists(const std::vector<std::string>& lists) {
 // ---- reading again at run time ----
 
 int CGvxConfigMgr::Reload() {
+    Settings changed;
+    const int result = ReadAgain(changed);
+    SwitchPlugins(changed);
+    return result;
+}
+
+// Gives what has changed.
+int CGvxConfigMgr::ReadAgain(Settings& changed) {
     constexpr const char* kTitle = "Configuration";
     const EditGuard editing(m_mutexEdit);
     std::string directory;
     Settings read;
     std::vector<std::string> natLists;
     std::string elementID;
-    if (get_config_directory(directory) != 0 || !ReadForReload(directory, read, natLists, elementID)) {
+    std::string runMode;
+    const bool usable =
+        get_config_directory(directory) == 0 && ReadForReload(directory, read, natLists, elementID, runMode);
+    if (!usable) {
         const std::uint64_t refused = ++m_refusedReloads;
         GVX_LOG_ERR(kTitle, "%s is not read again and nothing changes: mend what the lines above name (%llu times)",
                     directory.c_str(), static_cast<unsigned long long>(refused));
@@ -206,6 +217,9 @@ int CGvxConfigMgr::Reload() {
     std::map<std::string, std::string> waiting;
     if (elementID != GetGvxNetElementID()) {
         waiting.emplace("NetElementID of net.xml", elementID);
+    }
+    if (!runMode.empty() && CGvxUtility::toInt(runMode) != m_iRunMode) {
+        waiting.emplace("RunMode of cloudconfig.xml", runMode);
     }
     for (const gvx::SettingRow& row : gvx::AllSettings()) {
         if (row.acts != gvx::SettingActs::Start) {
@@ -224,7 +238,6 @@ int CGvxConfigMgr::Reload() {
             fresh.insert(*held);
         }
     }
-    Settings changed;
     for (const auto& [key, value] : fresh) {
         const auto held = former->find(key);
         if (held == former->end() || held->second != value) {
@@ -233,7 +246,7 @@ int CGvxConfigMgr::Reload() {
     }
     for (const auto& [key, value] : *former) {
         const gvx::SettingRow* const row = fresh.count(key) == 0 ? gvx::FindSetting(key) : nullptr;
-        if (row != nullptr) {
+        if (row != nullptr && value != row->fallback) {
             changed.emplace_back(key, row->fallback);  // taken out of the file
         }
     }
@@ -250,14 +263,15 @@ int CGvxConfigMgr::Reload() {
 
 // Under m_mutexEdit. False, with findings, when one of the files cannot be taken.
 bool CGvxConfigMgr::ReadForReload(const std::string& directory, Settings& settings, std::vector<std::string>& natLists,
-                                  std::string& elementID) {
+                                  std::string& elementID, std::string& runMode) {
     const std::string confFile = directory + "/zvs_gvx.conf";
     std::string content;
     bool usable = ReadMainFile(confFile, Weight::Error, content, settings) &&
                   gvx::CheckSettingsFile(confFile, content, gvx::FaultyFile::IsRefused);
     const std::string natFile = directory + "/zvs_gvx_nat.conf";
     usable = ReadNeeded(natFile, Weight::Error, content) && ReadNatSettings(natFile, content, true, natLists) && usable;
-    return ReadElementID(directory + "/net.xml", elementID) && usable;
+    usable = ReadElementID(directory + "/net.xml", elementID) && usable;
+    return PlatformFilesAreUsable(runMode) && usable;
 }
 
 // Under m_mutexEdit: what an edit of each of these settings would switch.
@@ -270,8 +284,6 @@ void CGvxConfigMgr::ActOn(const Settings& changed) {
             m_strLocalIP.Set(value);
         } else if (key == "GVX_SDK_SYNC_TIME_SWITCH") {
             m_uiSyncTimeSwitch = static_cast<unsigned int>(CGvxUtility::toInt(value));
-        } else if (key == "GVX_HIKSDK_LOG_SWITCH" || key == "GVX_DHSDK_LOG_SWITCH") {
-            SetHikAndDahuaSDKSwitch(key, static_cast<unsigned int>(CGvxUtility::toInt(value)));
         } else if (key == "TV_INIT_FORBID_RSA_SWITCH") {
             BP::CPluginMgr::SendRebootPluginMsg();
         }
@@ -283,6 +295,18 @@ void CGvxConfigMgr::ActOn(const Settings& changed) {
     const std::string unitFile = gvx::RootedPath(GVXCONFIG_OMU_COMMON_CONFIG_PATH);
     if (access(unitFile.c_str(), F_OK) == 0) {
         UpdateIPAddressFromOmuConfig(unitFile);
+    }
+}
+
+// A plug-in that does not return holds up this reload and no edit.
+void CGvxConfigMgr::SwitchPlugins(const Settings& changed) {
+    for (const auto& [key, value] : changed) {
+        const auto on = static_cast<unsigned int>(CGvxUtility::toInt(value));
+        if (key == "GVX_SIP_LOG_SWITCH") {
+            setSipStackLogSwitch(on);
+        } else if (SwitchedProtocol(key) != 0) {
+            SetHikAndDahuaSDKSwitch(key, on);
+        }
     }
 }
 

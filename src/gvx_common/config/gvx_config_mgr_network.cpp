@@ -15,6 +15,8 @@
 #include <cstring>
 #include <iterator>
 
+#include <unistd.h>
+
 namespace {
 
 using Weight = gvx::ConfigFinding::Weight;
@@ -240,6 +242,37 @@ void CGvxConfigMgr::UpdateIPAddressFromOmuConfig(const std::string& path) {
     } else if (!GVX_Config::Stands(SetGVXMediaIP(ip))) {
         GVX_LOG_ERR("UpdateIPAddressFromOmuConfig", "ipaddr=%s", ip.c_str());
     }
+}
+
+bool CGvxConfigMgr::PlatformFilesAreUsable(std::string& runMode) {
+    const auto isThere = [](const std::string& path, CBB::CXml& xml, bool& usable) {
+        if (access(path.c_str(), F_OK) != 0) {
+            return false;
+        }
+        if (!xml.Load(path.c_str())) {
+            gvx::TellFinding({Weight::Error, path, xml.FaultLine(), xml.FaultText()});
+            usable = false;
+        }
+        return usable;
+    };
+    bool cloudUsable = true;
+    CBB::CXml cloud;
+    if (isThere(gvx::RootedPath(GVX_CLOUD_CONFIG_PATH), cloud, cloudUsable)) {
+        ReadText(cloud, "CloudConfig/RunMode", runMode);
+    }
+    bool unitUsable = true;
+    CBB::CXml unit;
+    const std::string unitFile = gvx::RootedPath(GVXCONFIG_OMU_COMMON_CONFIG_PATH);
+    if (isThere(unitFile, unit, unitUsable)) {
+        for (const char* path : {GVXCONFIG_OMU_LOCALIP_XPATH, GVXCONFIG_OMU_MEDIAIP_XPATH}) {
+            std::string ip;
+            if (ReadText(unit, path, ip) && !CGvxUtility::IsIPv4(ip.c_str())) {
+                gvx::TellFinding({Weight::Error, unitFile, unit.GetElemLine(), "[" + ip + "] is no IPv4 address"});
+                unitUsable = false;
+            }
+        }
+    }
+    return cloudUsable && unitUsable;
 }
 
 int CGvxConfigMgr::EditZvsGvxConfIP(const char*& localIP, const char*& mediaIP) {

@@ -164,6 +164,7 @@ int CGvxReactor::createServiceThreads() {
 
 int CGvxReactor::svc() {
     BlockSignals();
+    m_ownThread = std::this_thread::get_id();
     CGvxUtility::pthreadSetThreadname(pthread_self(), m_aucThreadName);  // by itself: that needs no descriptor
     if (m_pReactor == nullptr) {
         GVX_LOG_ERR("reactor thread", "reactor  thread exit, resource not created.");

@@ -14,6 +14,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 class NVR_Reactor;
@@ -50,6 +51,9 @@ public:
     int UnInit();
     // False when the event loop or the thread could not be made, and after UnInit.
     bool IsRunning() const { return m_bRunFlag.load(); }
+
+    // Whether the calling thread is the reactor's own. Any thread.
+    bool IsOwnThread() const { return m_ownThread.load() == std::this_thread::get_id(); }
 
     // Queues a clone of the command; the caller keeps its own. Never waits for a running command. Nonzero: the
     // queue is full (513 entries; stop-stream requests and device SDK exceptions of type 1 always get in), no
@@ -117,6 +121,7 @@ private:
     int ServeCmd(const BP::CCmd& cmd, const std::string& devID);
 
     std::atomic<bool> m_bRunFlag{false};
+    std::atomic<std::thread::id> m_ownThread{};
     NVR_Reactor* m_pReactor = nullptr;                               // owned, made and deleted by Init and UnInit
     ACE_Thread_Semaphore* m_pReactorEventThreadSemaphore = nullptr;  // owned, made by the thread before Init ends
     std::atomic<int> m_iEventHandleNum{0};                           // Written under m_EventHdMutex.

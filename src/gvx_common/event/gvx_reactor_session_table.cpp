@@ -36,7 +36,7 @@ constexpr std::uint32_t kDeviceManage[] = {
     NSS_CLUSTER_SET_CG_REQ,
     NSS_QUERY_GVX_TYPE_RSP,
     GVX_INTERNAL_REQ_DELETE,
-    GVX_INTERNAL_REQ_FFFA,
+    GVX_INTERNAL_REQ_PLUGIN_CALL,
 };
 static_assert(std::size(kDeviceManage) == 27);
 

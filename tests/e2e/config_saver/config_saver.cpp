@@ -1,4 +1,5 @@
 #include "base/default_logger.h"
+#include "gvx_common/config/gvx_config.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 
 #include <cstdio>
@@ -10,6 +11,8 @@
 // Starts on a configuration folder and edits one setting, so that a script can end it at any moment.
 //   config_saver start DIR         starts; prints the setting
 //   config_saver edit DIR VALUE    starts and edits once; prints the setting
+//   config_saver reach DIR IP PORT edits addresses and a port; prints "stands" for each edit that is not on the disk,
+//                                  then the local address
 //   config_saver edits DIR COUNT   starts and edits one setting of each file, COUNT times
 //   config_saver loop DIR          starts and edits without end; prints each value once it is saved
 // Exits 0; 1 when the edit failed; 2 for a wrong use; 3 when the start failed; 4 when it left the side file.
@@ -35,6 +38,17 @@ int EditAll(int value) {
     return Edit(text) + mgr.SetGVXConfigValue("LOG_CFG", "GVX_PLUGIN_DEBUG_LOG_SWITCH", value % 2 != 0 ? "1" : "0") +
            mgr.SetGVXConfigValue("SUBNET_NAT", "SUBNET_NAT_IP_LIST", "10." + text + ".0.0/255.255.0.0") +
            mgr.SetLogSFTPConf("Password", ("password " + text).c_str());
+}
+
+std::string EditReach(const char* ip, const char* port) {
+    CGvxConfigMgr& mgr = *GvxConfigMgr();
+    std::string told;
+    for (const int result :
+         {mgr.SetGVXLocalIP(ip), mgr.EditZvsGvxConfIP(ip, ip),
+          mgr.EditZvsGvxConfPort({{"GVX_LISTEN_PORT", static_cast<std::uint16_t>(std::atoi(port))}})}) {
+        told += result == GVX_Config::kNotOnDisk ? "stands " : std::to_string(result) + " ";
+    }
+    return told + mgr.GetLocalIP();
 }
 
 void Print(const std::string& text) {
@@ -74,6 +88,10 @@ int main(int argc, char** argv) {
             failed = EditAll((first + edit) % kLargest + 1);
         }
         return failed != 0 ? 1 : 0;
+    }
+    if (mode == "reach" && argc == 5) {
+        Print(EditReach(argv[3], argv[4]));
+        return 0;
     }
     const int result = mode == "edit" && argc == 4 ? Edit(argv[3]) : 0;
     Print(Setting());

@@ -11,7 +11,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <sys/stat.h>
@@ -43,9 +45,11 @@ public:
     int missing = 0;
     int refused = 0;
     std::string calls;
+    std::function<void()> meanwhile = [] {};  // in the next switch
 
 private:
     int Note(const char* what, int protocol, std::uint32_t on) {
+        std::exchange(meanwhile, [] {})();
         calls += std::string(what) + std::to_string(protocol) + "=" + std::to_string(on) + " ";
         return protocol == refused ? 1 : 0;
     }
@@ -142,6 +146,23 @@ TEST_F(ConfigEditTest, RunningComponentIsSwitchedFirstAndAPluginsFaultIsAnswered
     m_plugins.refused = BP::DEV_PROTOCOL_TYPE_HIKSDK;
     EXPECT_EQ(0, Edit("LOG_CFG", "GVX_HIKSDK_LOG_SWITCH", "1")) << "the file follows whatever the plug-in says";
     EXPECT_EQ("1", Value("GVX_HIKSDK_LOG_SWITCH"));
+}
+
+TEST_F(ConfigEditTest, APluginThatHoldsAnEditHoldsUpNoReloadAndNoOtherEdit) {
+    m_plugins.meanwhile = [this] {
+        m_folder.WriteConf(
+            "[SERVICE_CAPACITY]\nMAX_CAPS=99\n[SIF_CFG]\nGVX_SIP_LOG_SWITCH=1\n[LOG_CFG]\n"
+            "GVX_HIKSDK_LOG_SWITCH=0\n");
+        std::thread([this] {
+            EXPECT_EQ(0, m_mgr.Reload());
+            EXPECT_EQ("99", Value("MAX_CAPS"));
+            EXPECT_EQ(0, Edit("SERVICE_CAPACITY", "MAX_CAPS", "98"));
+        }).join();
+    };
+    EXPECT_EQ(0, Edit("LOG_CFG", "GVX_HIKSDK_LOG_SWITCH", "1"));
+    EXPECT_EQ("sip2=1 sip4=1 sdk3=1 ", m_plugins.calls) << "what is read again switches as an edit does";
+    EXPECT_EQ("98 1", Value("MAX_CAPS") + " " + Value("GVX_HIKSDK_LOG_SWITCH"));
+    EXPECT_NE(std::string::npos, m_folder.Read("zvs_gvx.conf").find("GVX_HIKSDK_LOG_SWITCH=1"));
 }
 
 TEST_F(ConfigEditTest, PluginDebugLogLivesInLogXml) {

@@ -171,7 +171,16 @@ TEST_F(ConfigMgrTest, AReloadActsLiveWaitsForARestartOrChangesNothing) {
     spoil("", "\nSUBNET_NAT_IP_LIST=11.0.0.0/255.0.0.0;12/8\n", net);
     EXPECT_EQ(1u, logger->Count("zvs_gvx_nat.conf:2: [12/8] is no <ip>/<mask>"));
     spoil("", "", "<Net>");
-    EXPECT_EQ(3u, m_mgr.CountRefusedReloads());
+    m_folder.WriteRooted(GVXCONFIG_OMU_COMMON_CONFIG_PATH,
+                         "<Content><IpConfig><IpConfigInfo>\n<SignalIpAddress>10.4.4</SignalIpAddress></IpConfigInfo>"
+                         "</IpConfig></Content>");
+    spoil("", "", net);
+    EXPECT_EQ(1u, logger->Count("common.xml:2: [10.4.4] is no IPv4 address"));
+    m_folder.WriteRooted(GVXCONFIG_OMU_COMMON_CONFIG_PATH, "<Content/>");
+    m_folder.WriteRooted(GVX_CLOUD_CONFIG_PATH, "<CloudConfig>\n<inited>");
+    spoil("", "", net);
+    EXPECT_EQ(1u, logger->Count("cloudconfig.xml:2: "));
+    EXPECT_EQ(5u, m_mgr.CountRefusedReloads());
     EXPECT_EQ(2u, m_mgr.CountReloads());
 }
 
