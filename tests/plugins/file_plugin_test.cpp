@@ -139,7 +139,8 @@ TEST_F(FilePluginTest, SaysWhyItCannotStartOrMakeADevice) {
     EXPECT_EQ(GvxTakeReason(), "There is no medium 'other'.");
     std::filesystem::remove(m_folder.Path("a.alaw"));
     EXPECT_FALSE(Load(""));
-    EXPECT_EQ("Medium 'demo': " + m_folder.Path("a.alaw") + " cannot be opened: No such file or directory.",
+    EXPECT_EQ(m_folder.Path("file.json") + ": Medium 'demo': " + m_folder.Path("a.alaw") +
+                  " cannot be opened: No such file or directory.",
               std::string(GvxPluginLastError()));
 }
 

@@ -54,7 +54,7 @@ void KeepAlarms() {
     if (alarms->KeepStore()) {
         StartLogFaultAlarms();
     }
-    alarms->SendHeldAlarms();
+    alarms->SendAlarmCacheToGvx();
 }
 
 }  // namespace
@@ -89,7 +89,7 @@ void StopAlarms() {
     CEmergencyProtection::Instance()->SetKeeper({});
     Keeper().Stop();
     g_watch.reset();
-    CEmergencyProtection::Instance()->SendHeldAlarms();  // what has left until now needs its row no more
+    CEmergencyProtection::Instance()->SendAlarmCacheToGvx();  // what has left until now needs its row no more
     CEmergencyProtection::Instance()->CloseStore();
 }
 

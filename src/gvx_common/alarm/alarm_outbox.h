@@ -89,8 +89,6 @@ public:
 
     // Sends what waits, oldest first, until nothing waits or a link has no room, and looks what has left since.
     void Send();
-    // Has the keeper send, where there is one; sends otherwise.
-    void LetSend();
 
     // What waits, oldest first, that for OMU behind the rest.
     std::vector<HeldAlarm> Waiting() const;
@@ -109,6 +107,7 @@ private:
 
     void Queue(OutboundAlarm alarm);
     void PushLocked(Line& line, OutboundAlarm alarm);
+    void LetSend();
     void SendLine(std::unique_lock<std::mutex>& lock);
     bool SendOne(OutboundAlarm& alarm);
     void LeaveToOmu(OutboundAlarm& alarm);

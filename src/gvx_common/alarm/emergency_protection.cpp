@@ -85,7 +85,7 @@ int CEmergencyProtection::CachePluginAlarm(const std::string& type, const std::s
 }
 
 int CEmergencyProtection::SendAlarmCacheToGvx() {
-    m_outbox.LetSend();
+    m_outbox.Send();
     return ZVS_SUCCEED;
 }
 

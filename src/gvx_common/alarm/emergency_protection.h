@@ -64,7 +64,7 @@ public:
     // Closes the store. What is raised from now on is in memory alone.
     void CloseStore();
 
-    // Who sends the alarms from now on: gvx::AlarmOutbox::SetKeeper, its Send being SendHeldAlarms.
+    // Who sends the alarms from now on: gvx::AlarmOutbox::SetKeeper, its Send being SendAlarmCacheToGvx.
     void SetKeeper(std::function<void()> wake) { m_outbox.SetKeeper(std::move(wake)); }
 
     // Remembers an open alarm by identifier (at most 9 characters) and information text (at most 255). 0, also when
@@ -125,11 +125,10 @@ public:
     int CachePluginAlarm(const std::string& type, const std::string& inType, const std::string& location,
                          const std::string& description);
 
-    // Has what is held sent, by the keeper where there is one. 0.
-    int SendAlarmCacheToGvx();
     // Sends what is held, oldest first, as fast as the links take it; what they do not take now stays, in its order,
-    // for the next call. The keeper's.
-    void SendHeldAlarms() { m_outbox.Send(); }
+    // for the next call. 0. On the opening of a main service the thread of that event sends, since ports are reported
+    // behind it; at other times the keeper.
+    int SendAlarmCacheToGvx();
 
     // What is remembered, by identifier and text.
     struct Remembered {
