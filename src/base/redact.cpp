@@ -17,7 +17,13 @@ constexpr std::string_view kMarks = "=:<[";
 constexpr std::string_view kSecretParts[] = {"password", "passwd",     "passphrase", "pwd",
                                              "secret",   "credential", "token",      "authorization"};
 constexpr std::string_view kSecretNames[] = {"pass", "pw"};
-constexpr std::string_view kMediaKey = "inline";  // an SDP's a=crypto line (RFC 4568, section 9.2)
+// These hide all that follows on their line: heads of HTTP and RTSP, and keys in descriptions of streams (RFC 4568,
+// section 9.2; RFC 4567, section 3).
+constexpr std::string_view kLineNames[] = {
+    "inline", "cookie", "set-cookie", "authentication-info", "key-mgmt", "keymgmt", "proxy-authentication-info"};
+constexpr char kPlainKey = 'k';  // "k=clear:..." in such a description (RFC 8866, section 5.12)
+constexpr std::string_view kPlainKeyKinds[] = {"clear:", "base64:", "uri:"};
+constexpr std::string_view kEscapedQuotes[] = {"&quot;", "&#34;", "&apos;", "&#39;"};  // of a text inside XML
 constexpr std::string_view kKeyEnding = "key";
 constexpr std::string_view kSettingValue = "alue=";  // of "value=", "oldValue=" and "newValue="
 constexpr Position kSettingValueReach = 16;
@@ -51,8 +57,14 @@ bool IsPlainSecret(std::string_view name) {
                        [name](std::string_view whole) { return EqualsIgnoringCase(name, whole); });
 }
 
+bool IsLineSecret(std::string_view name) {
+    return Holds(name, "authorization") ||
+           std::any_of(std::begin(kLineNames), std::end(kLineNames),
+                       [name](std::string_view whole) { return EqualsIgnoringCase(name, whole); });
+}
+
 bool IsSecret(std::string_view name) {
-    return IsPlainSecret(name) || EqualsIgnoringCase(name, kMediaKey) ||
+    return IsPlainSecret(name) || IsLineSecret(name) ||
            (name.size() >= kKeyEnding.size() &&
             EqualsIgnoringCase(name.substr(name.size() - kKeyEnding.size()), kKeyEnding));
 }
@@ -92,17 +104,42 @@ private:
             }
         } else if (mark == ':' && m_line.compare(at, 3, "://") == 0) {
             VisitUrl(at + 3);
+        } else if (mark == '=' && IsPlainKey(at)) {
+            Hide(at + 1, EndOfLine(at));
         } else if (IsSecret(NameBefore(at)) || (m_namesSecret && IsSettingValue(NameBefore(at)))) {
             VisitValue(at);
         }
     }
 
+    // The length of the escaped quote that begins there, or 0.
+    Position EscapedQuoteAt(Position at) const {
+        const auto* const found =
+            std::find_if(std::begin(kEscapedQuotes), std::end(kEscapedQuotes),
+                         [&](std::string_view quote) { return m_line.compare(at, quote.size(), quote) == 0; });
+        return found == std::end(kEscapedQuotes) ? 0 : found->size();
+    }
+
+    // The same for the one that ends in front of that place.
+    Position EscapedQuoteBefore(Position end) const {
+        for (const std::string_view quote : kEscapedQuotes) {
+            if (end >= quote.size() && m_line.compare(end - quote.size(), quote.size(), quote) == 0) {
+                return quote.size();
+            }
+        }
+        return 0;
+    }
+
     // The name in front of a "=" or ":", past blanks, quotes and escaped quotes.
     std::string_view NameBefore(Position mark) const {
         Position end = mark;
-        while (end > 0 && (IsBlank(m_line[end - 1]) || m_line[end - 1] == '"' || m_line[end - 1] == '\'' ||
-                           m_line[end - 1] == '\\')) {
-            --end;
+        while (end > 0) {
+            const char last = m_line[end - 1];
+            const bool plain = IsBlank(last) || last == '"' || last == '\'' || last == '\\';
+            const Position length = plain ? 1 : EscapedQuoteBefore(end);
+            if (length == 0) {
+                break;
+            }
+            end -= length;
         }
         Position begin = end;
         while (begin > 0 && IsNameChar(m_line[begin - 1])) {
@@ -112,6 +149,13 @@ private:
     }
 
     Position ClosingBracket(Position from) const { return std::min(m_line.find(']', from), m_line.size()); }
+    Position EndOfLine(Position from) const { return std::min(m_line.find_first_of("\r\n", from), m_line.size()); }
+
+    bool IsPlainKey(Position mark) const {
+        return mark > 0 && m_line[mark - 1] == kPlainKey && (mark == 1 || m_line[mark - 2] == '\n') &&
+               std::any_of(std::begin(kPlainKeyKinds), std::end(kPlainKeyKinds),
+                           [&](std::string_view kind) { return m_line.compare(mark + 1, kind.size(), kind) == 0; });
+    }
 
     void VisitValue(Position mark) {
         const Position begin = std::min(m_line.find_first_not_of(kBlanks, mark + 1), m_line.size());
@@ -120,8 +164,10 @@ private:
         }
         const bool bare = IsNameChar(m_line[mark - 1]);
         const std::string_view name = NameBefore(mark);
-        if (m_line[mark] == ':' && bare && (Holds(name, "authorization") || EqualsIgnoringCase(name, kMediaKey))) {
-            Hide(begin, std::min(m_line.find_first_of("\r\n", begin), m_line.size()));
+        if (m_line[mark] == ':' && bare && IsLineSecret(name)) {
+            Hide(begin, EndOfLine(begin));
+        } else if (const Position quote = EscapedQuoteAt(begin); quote != 0) {
+            Hide(begin + quote, ClosingEscapedQuote(begin, quote));
         } else if (m_line[begin] == '[') {
             Hide(begin + 1, ClosingBracket(begin + 1));
         } else if (m_line.compare(begin, 2, "\\\"") == 0) {
@@ -161,6 +207,15 @@ private:
             }
         }
         return m_line.size();
+    }
+
+    Position ClosingEscapedQuote(Position opening, Position length) const {
+        const std::string_view quote = m_line.substr(opening, length);
+        Position at = m_line.find(quote, opening + length);
+        while (at != kNone && m_line[at - 1] == '\\') {
+            at = m_line.find(quote, at + length);
+        }
+        return std::min(at, m_line.size());
     }
 
     // A comma or bracket may belong to a secret, unless it stands last.
@@ -227,6 +282,11 @@ private:
 };
 
 }  // namespace
+
+std::string RedactedText(std::string_view text) {
+    std::string redacted;
+    return Redactor(text).Run(redacted) ? redacted : std::string(text);
+}
 
 std::string RedactSecrets(std::string line) {
     std::string redacted;
