@@ -5,6 +5,7 @@
 #include "base/unique_fd.h"
 #include "gvx_common/codec/input_file.h"
 #include "gvx_common/http/common_http_stream.h"
+#include "gvx_common/utility/gvx_device_trace.h"
 #include "rtsp/rtsp_dialogue.h"
 
 #include <algorithm>
@@ -56,6 +57,27 @@ bool LimitStep(CCommonHttpStream& stream, std::int64_t endMs) {
     return seconds > 0;
 }
 
+void ReportMessage(const CameraProfile& profile, bool toDevice, const char* text, std::size_t leftOut) {
+    GvxDialogueMessage message;
+    message.pszProtocol = "HTTP";
+    message.bToDevice = toDevice;
+    message.peer = GvxMakeTraceEnd(profile.address, profile.httpPort);
+    message.pszText = text;
+    message.nLength = std::strlen(text);
+    message.nLeftOut = leftOut;
+    if (message.nLength != 0) {
+        GvxReportDialogue(profile.device, message);
+    }
+}
+
+// What the heads say; the body is not looked at.
+std::size_t BodyBytes(const char* heads) {
+    char digits[16] = {};
+    int size = sizeof(digits) - 1;
+    const bool given = CCommonHttpStream::ParseSession(heads, "Content-Length", digits, size, 0) == 0;
+    return given ? std::strtoul(digits, nullptr, 10) : 0;
+}
+
 // One request and its answer: every text of the exchange passes here. authorization is null for none.
 int Exchange(CCommonHttpStream& stream, const CameraProfile& profile, const std::string& path,
              const char* authorization, const std::string& file, std::int64_t endMs, Common_HTTP_AUTH& challenge) {
@@ -72,7 +94,13 @@ int Exchange(CCommonHttpStream& stream, const CameraProfile& profile, const std:
                                    nullptr, 0, 0, 0) != nullptr &&
         (authorization == nullptr || stream.FormatRequestHeaderEx("Authorization", authorization, length) != nullptr) &&
         LimitStep(stream, endMs) && stream.SendRequest(nullptr, length, false);
-    return sent ? stream.DealHttpSnapShot(file.c_str(), challenge) : ZVS_FAIL;
+    ReportMessage(profile, true, stream.GetRequest(), 0);
+    if (!sent) {
+        return ZVS_FAIL;
+    }
+    const int result = stream.DealHttpSnapShot(file.c_str(), challenge);
+    ReportMessage(profile, false, stream.LastHeader(), BodyBytes(stream.LastHeader()));
+    return result;
 }
 
 bool IsWholeJpeg(const std::string& bytes) {

@@ -161,6 +161,8 @@ void CameraSession::FinishConnect() {
         inet_ntop(AF_INET, &local.sin_addr, text, sizeof(text)) != nullptr) {
         m_localIp = text;
     }
+    m_localEnd = GvxTraceEndOfSocket(m_link.Get(), false);
+    m_peerEnd = GvxTraceEndOfSocket(m_link.Get(), true);
     Ask(Step::Options, "OPTIONS", m_profile.Url(Path()), {});
 }
 
@@ -224,6 +226,7 @@ void CameraSession::TakeUnit(const Track& track, const gvx::RtpAccessUnit& unit)
 }
 
 void CameraSession::TakeText(const char* text, std::size_t size) {
+    ReportMessage(false, text, size);
     const std::string message(text, size);
     if (m_ended || m_step == Step::Over) {
         return;
@@ -367,6 +370,9 @@ bool CameraSession::OpenTrack(Track& track) {
     params.endpoint.strLocalIp = m_localIp;
     params.endpoint.strRemoteIp = m_profile.address;
     params.endpoint.uiClockRate = track.description.clockRate;
+    params.endpoint.strDevice = m_profile.device;
+    params.endpoint.linkLocal = m_localEnd;
+    params.endpoint.linkPeer = m_peerEnd;
     params.codec = track.description.codec;
     params.iPayloadType = track.description.payloadType;
     params.aac = track.description.aac;
@@ -444,7 +450,19 @@ bool CameraSession::RequestKeyframe() {
     return m_step == Step::Playing && !m_tracks.empty() && m_tracks.front()->receiver.RequestKeyframe() == 0;
 }
 
+void CameraSession::ReportMessage(bool toDevice, const char* text, std::size_t size) const {
+    GvxDialogueMessage message;
+    message.pszProtocol = "RTSP";
+    message.bToDevice = toDevice;
+    message.local = m_localEnd;
+    message.peer = m_peerEnd;
+    message.pszText = text;
+    message.nLength = size;
+    GvxReportDialogue(m_profile.device, message);
+}
+
 void CameraSession::Send(const char* data, std::size_t size) {
+    ReportMessage(true, data, size);
     if (m_out.size() + size > kMaxOut) {
         End(CameraState::Offline, "The camera reads nothing.");
         return;

@@ -3,6 +3,7 @@
 #include "base/unique_fd.h"
 #include "gvx_common/rtp/common_rtp_receiver.h"
 #include "gvx_common/rtp/rtp_interleave.h"
+#include "gvx_common/utility/gvx_device_trace.h"
 #include "rtsp/camera_profile.h"
 #include "rtsp/media_loop.h"
 #include "rtsp/rtsp_dialogue.h"
@@ -108,6 +109,7 @@ private:
     bool OpenTrack(Track& track);
     void CloseTracks();
     void Send(const char* data, std::size_t size);
+    void ReportMessage(bool toDevice, const char* text, std::size_t size) const;
     bool SendInterleaved(int channel, const std::uint8_t* data, std::size_t size);
     void Flush();
     void Watch();
@@ -126,6 +128,8 @@ private:
     Step m_step = Step::Idle;
     gvx::UniqueFd m_link;
     std::string m_localIp;
+    GvxTraceEnd m_localEnd;  // of the link
+    GvxTraceEnd m_peerEnd;
     std::string m_out;       // what the link has not taken yet
     bool m_counted = false;  // among the loop's connections that are being made
     bool m_quiet = false;    // nothing is told any more

@@ -83,4 +83,5 @@
 #include "gvx_common/security/gvx_security_mgr.h"
 #include "gvx_common/socket/common_socket_stream.h"
 #include "gvx_common/utility/counted_ptr.h"
+#include "gvx_common/utility/gvx_device_trace.h"
 #include "gvx_common/utility/gvx_utility.h"

@@ -53,6 +53,8 @@ Result Device::Create(const DeviceRequest& request, const Place& place, std::uni
     }
     if (!result.Failed()) {
         device = std::move(made);
+    } else {
+        made->m_trace.LeaveBehind();
     }
     return result;
 }

@@ -5,6 +5,7 @@
 #include "gvx_common/adapter/gvx_device_state.h"
 #include "gvx_common/records/gvx_adapter_records.h"
 #include "gvx_common/records/recording_records.h"
+#include "gvx_common/utility/gvx_device_trace.h"
 
 #include <cstdint>
 #include <memory>
@@ -92,6 +93,7 @@ private:
     LoadedPlugin& m_plugin;
     const std::string m_code;
     const DeviceStatusKeeper m_status{m_code};  // what is known of the device, for FindDeviceStatus
+    DeviceTraceKeeper m_trace{m_code};          // what was said with it, for FindDialogue
     const std::string m_address;
     std::string m_scuLinkID;
     CGvxReactor* const m_reactor;

@@ -1,6 +1,7 @@
 #include "gvx_common/adapter/gvx_device_state.h"
 
 #include "base/clock.h"
+#include "gvx_common/utility/gvx_device_trace.h"
 
 #include <exception>
 #include <iterator>
@@ -68,6 +69,20 @@ void SetError(GvxDeviceStatus& status, std::string text) {
     ++status.nErrors;
 }
 
+bool IsFailing(GVX_DEVICE_STATE state) {
+    return state != GVX_DEVICE_UNKNOWN && state != GVX_DEVICE_ONLINE;
+}
+
+// The dialogue with the device says when what it was like.
+void TellTrace(const std::string& device, GVX_DEVICE_STATE state, const std::string& reason) noexcept {
+    try {
+        const std::string name = GvxDeviceStateName(state);
+        gvx::NoteDialogueState(device, IsFailing(state),
+                               reason.empty() ? name : name + ". " + reason.substr(0, kReasonBytes));
+    } catch (const std::exception&) {
+    }
+}
+
 }  // namespace
 
 const char* GvxDeviceStateName(GVX_DEVICE_STATE state) {
@@ -76,13 +91,19 @@ const char* GvxDeviceStateName(GVX_DEVICE_STATE state) {
 }
 
 void GvxReportDeviceState(const std::string& device, GVX_DEVICE_STATE state, const std::string& reason) noexcept {
+    const bool failing = IsFailing(state);
+    bool changed = failing;  // each failure is told
     ChangeStatus(device, [&](GvxDeviceStatus& status) {
         const std::string text = reason.substr(0, kReasonBytes);
-        if (state != GVX_DEVICE_UNKNOWN && state != GVX_DEVICE_ONLINE) {
+        if (failing) {
             SetError(status, text.empty() ? GvxDeviceStateName(state) : text);
         }
+        changed = changed || status.eState != state;
         SetState(status, state, text);
     });
+    if (changed) {
+        TellTrace(device, state, reason);
+    }
 }
 
 void GvxReportLoginTry(const std::string& device) noexcept {
@@ -113,16 +134,21 @@ DeviceStatusKeeper::~DeviceStatusKeeper() {
 
 void NoteDeviceError(const std::string& device, const std::string& text) noexcept {
     ChangeStatus(device, [&](GvxDeviceStatus& status) { SetError(status, text); });
+    NoteDialogueError(device, text);
 }
 
 void NoteDeviceLogin(const std::string& device, bool login) noexcept {
-    ChangeStatus(device, [login](GvxDeviceStatus& status) {
-        if (login && status.eState != GVX_DEVICE_ONLINE) {
-            SetState(status, GVX_DEVICE_ONLINE, "");
-        } else if (!login && (status.eState == GVX_DEVICE_ONLINE || status.eState == GVX_DEVICE_UNKNOWN)) {
-            SetState(status, GVX_DEVICE_OFFLINE, "");
+    const GVX_DEVICE_STATE state = login ? GVX_DEVICE_ONLINE : GVX_DEVICE_OFFLINE;
+    bool changed = false;
+    ChangeStatus(device, [&](GvxDeviceStatus& status) {
+        changed = login ? status.eState != GVX_DEVICE_ONLINE : !IsFailing(status.eState);
+        if (changed) {
+            SetState(status, state, "");
         }
     });
+    if (changed) {
+        TellTrace(device, state, "");
+    }
 }
 
 bool FindDeviceStatus(const std::string& device, GvxDeviceStatus& status) {

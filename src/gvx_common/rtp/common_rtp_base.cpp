@@ -85,6 +85,9 @@ int CCommonRtpBase::OpenBase(const RtpEndpointParams& params, int bufferOption, 
     CBB::GenerateRandom(&m_ssrc, sizeof(m_ssrc));
     m_cname = !params.strCname.empty() ? params.strCname : "gvx-" + std::to_string(m_port) + "@" + ip;
     m_cname.resize(std::min<std::size_t>(m_cname.size(), 255));
+    m_device = params.strDevice;
+    m_linkPeer = params.linkPeer;
+    m_localEnd = m_interleavedSend ? params.linkLocal : GvxMakeTraceEnd(ip, m_port);
     m_open = true;
     m_schedule.Start(gvx::CurrentClock().MonotonicMicroseconds(), params.uiBandwidth, GetSession());
     return ZVS_SUCCEED;
@@ -164,7 +167,27 @@ int CCommonRtpBase::ReceiveControl() {
     return ZVS_SUCCEED;
 }
 
+void CCommonRtpBase::ReportToTrace(bool control, bool toDevice, const std::uint8_t* data, std::size_t size) const {
+    GvxTracedPacket packet;
+    packet.bControl = control;
+    packet.bToDevice = toDevice;
+    packet.bOverTcp = static_cast<bool>(m_interleavedSend);
+    packet.local = m_localEnd;
+    packet.peer = m_linkPeer;
+    if (!packet.bOverTcp) {
+        const sockaddr_in& remote = control ? m_remoteControl : m_remote;
+        packet.local.usPort = static_cast<std::uint16_t>(m_port + (control ? 1 : 0));
+        const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&remote.sin_addr);
+        std::copy_n(bytes, sizeof(remote.sin_addr), packet.peer.address.begin());
+        packet.peer.usPort = ntohs(remote.sin_port);
+    }
+    packet.pData = data;
+    packet.nSize = size;
+    GvxReportTracedPacket(m_device, packet);
+}
+
 void CCommonRtpBase::PushControl(const std::uint8_t* data, std::size_t size) {
+    Trace(true, false, data, size);
     if (m_open && gvx::ParseRtcp(data, size, *this)) {
         m_schedule.OnReceived(size);
     }
@@ -194,6 +217,7 @@ void CCommonRtpBase::BeginCompound(gvx::RtcpBuilder& packet) {
 }
 
 bool CCommonRtpBase::SendControl(const gvx::RtcpBuilder& packet) {
+    Trace(true, true, packet.Data(), packet.Size());
     if (m_interleavedSend) {
         return m_interleavedSend(RTP_FLOW_CONTROL, packet.Data(), packet.Size());
     }

@@ -10,6 +10,7 @@
 #include "base/unique_fd.h"
 #include "gvx_common/rtp/rtcp_packet.h"
 #include "gvx_common/rtp/rtcp_schedule.h"
+#include "gvx_common/utility/gvx_device_trace.h"
 
 // Which of the two flows of a session a packet belongs to.
 enum enRtpFlow { RTP_FLOW_MEDIA = 0, RTP_FLOW_CONTROL = 1 };
@@ -29,6 +30,9 @@ struct RtpEndpointParams {
     std::uint32_t uiBandwidth = 4000000;    // of the session in bit/s, for the interval of reports
     std::string strCname;                   // empty: the local address and port
     RtpInterleavedSend interleavedSend;     // set: no sockets; the session travels inside a TCP link
+    std::string strDevice;                  // whose traces take the heads of the packets; empty: none does
+    GvxTraceEnd linkLocal{};                // for these: the ends of the TCP link that the session travels in
+    GvxTraceEnd linkPeer{};
 };
 
 // What RTP endpoints share (RFC 3550): the pair of sockets or the way into a TCP link, this end's SSRC and name, and
@@ -95,6 +99,13 @@ protected:
     void OnBye(std::uint32_t) override {}
     void OnPictureLoss(std::uint32_t, std::uint32_t) override {}
 
+    // Shows a packet to a trace of the device.
+    void Trace(bool control, bool toDevice, const std::uint8_t* data, std::size_t size) const {
+        if (GvxIsAnyDeviceTraced() && !m_device.empty()) {
+            ReportToTrace(control, toDevice, data, size);
+        }
+    }
+
     const sockaddr_in& Remote() const { return m_remote; }
     std::uint32_t ClockRate() const { return m_clockRate; }
     const RtpInterleavedSend& InterleavedSend() const { return m_interleavedSend; }
@@ -102,6 +113,7 @@ protected:
 private:
     int OpenSockets(const std::string& ip, std::uint16_t port);
     void CloseSockets();
+    void ReportToTrace(bool control, bool toDevice, const std::uint8_t* data, std::size_t size) const;
 
     gvx::UniqueFd m_handle;
     gvx::UniqueFd m_controlHandle;
@@ -113,5 +125,8 @@ private:
     sockaddr_in m_remote{};  // address 0 while it is not known
     sockaddr_in m_remoteControl{};
     RtpInterleavedSend m_interleavedSend;
+    std::string m_device;
+    GvxTraceEnd m_localEnd;  // of RTP, or of the link that carries all
+    GvxTraceEnd m_linkPeer;
     gvx::RtcpSchedule m_schedule;
 };

@@ -213,6 +213,7 @@ void CCommonRtpReceiver::TakePacket(const std::uint8_t* data, std::size_t size, 
         PushControl(data, size);
         return;
     }
+    Trace(false, false, data, size);
     if (!gvx::ParseRtp(data, size, view)) {
         ++m_statistics.invalid;
         return;
