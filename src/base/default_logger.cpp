@@ -6,6 +6,7 @@
 #include "base/redact.h"
 #include "base/rotating_file.h"
 #include "base/shortage.h"
+#include "base/utf8.h"
 
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
@@ -19,6 +20,7 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <string_view>
 #include <vector>
 
 #include <sys/stat.h>
@@ -79,39 +81,12 @@ std::string FormatText(const char* format, va_list args) {
     return text;
 }
 
-// How many bytes at the begin of a text make one character of UTF-8; 0 when they make none (RFC 3629, section 4).
-std::size_t Utf8Length(const unsigned char* text, std::size_t length) {
-    const unsigned char first = text[0];
-    const std::size_t wanted = first < 0x80                    ? 1
-                               : first >= 0xC2 && first < 0xE0 ? 2
-                               : first >= 0xE0 && first < 0xF0 ? 3
-                                                               : 4;
-    if (wanted == 1) {
-        return 1;
-    }
-    if (first < 0xC2 || first > 0xF4 || wanted > length) {
-        return 0;
-    }
-    const unsigned char least = first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
-    const unsigned char most = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
-    if (text[1] < least || text[1] > most) {
-        return 0;
-    }
-    for (std::size_t at = 2; at < wanted; ++at) {
-        if ((text[at] & 0xC0) != 0x80) {
-            return 0;
-        }
-    }
-    return wanted;
-}
-
 // A text as a string of JSON, with its quotes.
 void AppendQuoted(std::string& json, const std::string& text) {
     json += '"';
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
     for (std::size_t at = 0; at < text.size();) {
-        const unsigned char c = bytes[at];
-        const std::size_t length = Utf8Length(bytes + at, text.size() - at);
+        const auto c = static_cast<unsigned char>(text[at]);
+        const std::size_t length = gvx::Utf8CharacterLength(std::string_view(text).substr(at));
         if (c == '"' || c == '\\') {
             json.append(1, '\\').append(1, static_cast<char>(c));
         } else if (c < 0x20 || c == 0x7F) {
@@ -119,7 +94,7 @@ void AppendQuoted(std::string& json, const std::string& text) {
             std::snprintf(code, sizeof(code), "\\u%04x", c);
             json += code;
         } else if (length == 0) {
-            json += "\xEF\xBF\xBD";
+            json += gvx::kReplacementCharacter;
         } else {
             json.append(text, at, length);
         }

@@ -1,6 +1,7 @@
 #include "gvx_common/adapter/gvx_device_state.h"
 
 #include "base/clock.h"
+#include "base/utf8.h"
 #include "gvx_common/utility/gvx_device_trace.h"
 
 #include <exception>
@@ -78,7 +79,8 @@ void TellTrace(const std::string& device, GVX_DEVICE_STATE state, const std::str
     try {
         const std::string name = GvxDeviceStateName(state);
         gvx::NoteDialogueState(device, IsFailing(state),
-                               reason.empty() ? name : name + ". " + reason.substr(0, kReasonBytes));
+                               reason.empty() ? name
+                                              : name + ". " + std::string(gvx::CutAtCharacter(reason, kReasonBytes)));
     } catch (const std::exception&) {
     }
 }
@@ -94,7 +96,7 @@ void GvxReportDeviceState(const std::string& device, GVX_DEVICE_STATE state, con
     const bool failing = IsFailing(state);
     bool changed = failing;  // each failure is told
     ChangeStatus(device, [&](GvxDeviceStatus& status) {
-        const std::string text = reason.substr(0, kReasonBytes);
+        const std::string text(gvx::CutAtCharacter(reason, kReasonBytes));
         if (failing) {
             SetError(status, text.empty() ? GvxDeviceStateName(state) : text);
         }

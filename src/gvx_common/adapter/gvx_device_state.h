@@ -22,7 +22,7 @@ enum GVX_DEVICE_STATE {
 // The state in words, such as "wrong password"; "unknown" for a number that is none. Static text.
 const char* GvxDeviceStateName(GVX_DEVICE_STATE state);
 
-// The state of a device, and why, in one sentence of at most 511 bytes (more is cut); empty when there is nothing to
+// The state of a device, and why, in one sentence of at most 511 bytes (more is cut, at a character); empty when there is nothing to
 // tell. A state that is neither unknown nor online counts as an error of the device, each time that it is reported. A
 // plug-in that never calls this shows the login state that it sets with SetLoginStatus.
 void GvxReportDeviceState(const std::string& device, GVX_DEVICE_STATE state, const std::string& reason) noexcept;

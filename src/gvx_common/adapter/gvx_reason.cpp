@@ -1,19 +1,21 @@
 #include "gvx_common/adapter/gvx_reason.h"
 
+#include "base/utf8.h"
+
 #include <cstdarg>
 #include <cstdio>
 
 namespace {
 
-constexpr std::size_t kReasonBytes = 512;
+constexpr std::size_t kReasonBytes = 511;
 
-// Without a constructor or a destructor: a plug-in's thread may end at any time.
-thread_local char t_reason[kReasonBytes];
+// Without a constructor or a destructor: a plug-in's thread may end at any time. The rest of a character that begins
+// within the limit still fits, so that it shows.
+thread_local char t_reason[kReasonBytes + 4];
 
 void Print(const char* format, va_list arguments) {
-    if (std::vsnprintf(t_reason, sizeof(t_reason), format, arguments) < 0) {
-        t_reason[0] = '\0';
-    }
+    const bool printed = std::vsnprintf(t_reason, sizeof(t_reason), format, arguments) >= 0;
+    t_reason[printed ? gvx::CutAtCharacter(t_reason, kReasonBytes).size() : 0] = '\0';
 }
 
 }  // namespace

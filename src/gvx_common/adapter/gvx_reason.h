@@ -6,7 +6,7 @@
 // operation on it, and takes it when the operation answers a failure: the sentence then stands in the log line and, as
 // "Reason", in the answer to the platform. Each thread has a reason of its own. Nothing secret may stand in it.
 
-// Sets the reason of the calling thread: one sentence, cut at 511 bytes. Replaces one that is there.
+// Sets the reason of the calling thread: one sentence, cut at the last character within 511 bytes. Replaces one that is there.
 void GvxSetReason(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // The same, and returns the code, for the end of an operation:

@@ -1,5 +1,6 @@
 #include "gvx_common/config/settings_check.h"
 
+#include "base/utf8.h"
 #include "base/whole_file.h"
 #include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/config_rules.h"
@@ -32,7 +33,7 @@ std::string WithoutTrailingBlanks(const std::string& text) {
 }
 
 std::string Shown(const std::string& text) {
-    return "[" + (text.size() > kShownBytes ? text.substr(0, kShownBytes) + "..." : text) + "]";
+    return "[" + (text.size() > kShownBytes ? std::string(CutAtCharacter(text, kShownBytes)) + "..." : text) + "]";
 }
 
 class FileCheck {

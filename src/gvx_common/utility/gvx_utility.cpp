@@ -3,6 +3,7 @@
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/utf8.h"
 #include "base/whole_file.h"
 #include "base/zvs_error.h"
 
@@ -298,27 +299,7 @@ int CGvxUtility::Utf8ToGbk(const std::string& in, std::string& out) {
 }
 
 bool CGvxUtility::IsUtf8(const std::string& text) {
-    for (std::size_t at = 0; at < text.size();) {
-        const auto byte = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
-        const unsigned int lead = byte(at);
-        const std::size_t more = lead < 0x80 ? 0 : lead < 0xC2 ? text.size() : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-        if (lead > 0xF4 || at + more >= text.size()) {
-            return false;
-        }
-        // The shortest form alone, no surrogates, nothing above U+10FFFF (RFC 3629, section 4).
-        const unsigned int second = byte(at + 1);
-        if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) || (lead == 0xF0 && second < 0x90) ||
-            (lead == 0xF4 && second > 0x8F)) {
-            return false;
-        }
-        for (std::size_t i = 1; i <= more; ++i) {
-            if ((byte(at + i) & 0xC0U) != 0x80) {
-                return false;
-            }
-        }
-        at += more + 1;
-    }
-    return true;
+    return gvx::IsUtf8(text);
 }
 
 const XMLElement* CGvxUtility::FindXmlElement(const XMLElement* parent, const char* path) {

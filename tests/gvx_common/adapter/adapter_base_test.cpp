@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "gvx_common/adapter/gvx_device_state.h"
+#include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/records/media_types.h"
 #include "gvx_common/records/stream_param.h"
 #include "support/test_clock.h"
@@ -89,7 +90,11 @@ TEST(DeviceStatus, KeepsWhatIsReportedOfADeviceThatIsThere) {
     device.SetLoginStatus(true);
     GvxReportLoginTry("CAM001");
     clock->AdvanceSeconds(5);
-    GvxReportDeviceState("CAM001", GVX_DEVICE_WRONG_PASSWORD, std::string(600, 'r'));
+    const std::string longest(510, 'r');
+    GvxReportDeviceState("CAM001", GVX_DEVICE_WRONG_PASSWORD, longest + "\xC3\xA4 and more");
+    EXPECT_TRUE(gvx::FindDeviceStatus("CAM001", status) && status.strReason == longest) << status.strReason;
+    GvxSetReason("%s\xC3\xA4 and more", longest.c_str());
+    EXPECT_EQ(longest, GvxTakeReason());
     device.SetLoginStatus(false);  // says less, and changes nothing
     clock->AdvanceSeconds(5);
     GvxReportDeviceState("CAM001", GVX_DEVICE_WRONG_PASSWORD, "It says 401.");
