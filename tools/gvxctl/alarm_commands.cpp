@@ -4,9 +4,9 @@
 #include "base/json_io.h"
 #include "gvxctl/alarm_records.h"
 #include "gvxctl/frame_text.h"
-#include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/progress.h"
+#include "gvxctl/terminal.h"
 
 #include <cstdio>
 #include <functional>
@@ -20,11 +20,6 @@ namespace {
 
 constexpr int kConnectTimeoutMs = 5000;
 constexpr int kStepMs = 20;
-
-int Fail(int code, const std::string& error) {
-    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
-    return code;
-}
 
 // Prints alarms as they come, on the threads of the links, and counts them.
 class AlarmPrinter {

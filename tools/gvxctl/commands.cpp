@@ -3,12 +3,12 @@
 #include "base/json_io.h"
 #include "base/whole_file.h"
 #include "gvxctl/frame_text.h"
-#include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/player_sdp.h"
 #include "gvxctl/progress.h"
 #include "gvxctl/report.h"
 #include "gvxctl/rtp_receiver.h"
+#include "gvxctl/terminal.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -20,16 +20,6 @@
 
 namespace gvxctl {
 namespace {
-
-int Fail(int code, const std::string& error) {
-    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
-    return code;
-}
-
-void Print(const std::string& text) {
-    std::printf("%s\n", text.c_str());
-    std::fflush(stdout);
-}
 
 // Links as the main service, sends one request, prints its response.
 int OneShot(const CommonOptions& common, const std::function<bool(Platform&, Response&, std::string&)>& send) {

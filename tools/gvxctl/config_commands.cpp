@@ -6,6 +6,7 @@
 #include "gvx_common/config/setting_table.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/requests.h"
+#include "gvxctl/terminal.h"
 #include "nss/nss_msg_type.h"
 
 #include <json/value.h>
@@ -47,11 +48,6 @@ std::string ChangedBody(const ConfigOptions& options) {
     body["ConfigName"] = options.key;
     body["ConfigValue"] = options.value;
     return gvx::WriteJson(body);
-}
-
-int Fail(int code, const std::string& error) {
-    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
-    return code;
 }
 
 // Links as the main service and sends one request; an exit code, and the response when it is kExitOk.

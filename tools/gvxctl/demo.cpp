@@ -1,10 +1,10 @@
 #include "gvxctl/demo.h"
 
 #include "gvxctl/frame_text.h"
-#include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/report.h"
 #include "gvxctl/rtp_receiver.h"
+#include "gvxctl/terminal.h"
 #include "nss/nss_msg_type.h"
 
 #include <algorithm>

@@ -5,6 +5,7 @@
 #include "gvx_common/forms/request_table.h"
 #include "gvxctl/frame_text.h"
 #include "gvxctl/platform.h"
+#include "gvxctl/terminal.h"
 #include "nss/nss_msg.h"
 #include "nss/nss_msg_type.h"
 
@@ -19,11 +20,6 @@ using gvx::FieldForm;
 using gvx::FieldKind;
 using gvx::RecordForm;
 using gvx::RequestScope;
-
-int Fail(int code, const std::string& error) {
-    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
-    return code;
-}
 
 // A word of the command line as the member's value. What is none for its kind stays a text, which the check refuses.
 Json::Value ValueOf(const FieldForm& field, const std::string& word) {

@@ -2,7 +2,7 @@
 
 #include "base/clock.h"
 #include "gvxctl/frame_pattern.h"
-#include "gvxctl/interrupt.h"
+#include "gvxctl/terminal.h"
 
 #include <fstream>
 

@@ -1,8 +1,8 @@
 #include "gvxctl/cli/command_line.h"
 #include "gvxctl/cli/command_tree.h"
-#include "gvxctl/interrupt.h"
 #include "gvxctl/peer_link.h"
 #include "gvxctl/secret_command.h"
+#include "gvxctl/terminal.h"
 
 #include <cstdio>
 #include <string>

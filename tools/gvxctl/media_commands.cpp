@@ -4,11 +4,11 @@
 #include "base/json_io.h"
 #include "base/zvs_error.h"
 #include "gvx_common/records/stream_param.h"
-#include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/progress.h"
 #include "gvxctl/report.h"
 #include "gvxctl/rtp_receiver.h"
+#include "gvxctl/terminal.h"
 #include "nss/nss_msg_type.h"
 
 #include <arpa/inet.h>
@@ -31,16 +31,6 @@ namespace gvxctl {
 namespace {
 
 constexpr int kStepMs = 100;
-
-int Fail(int code, const std::string& error) {
-    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
-    return code;
-}
-
-void Print(const std::string& text) {
-    std::printf("%s\n", text.c_str());
-    std::fflush(stdout);
-}
 
 // What the gateway tells by itself, in the order of its coming. Any thread.
 class Notices {

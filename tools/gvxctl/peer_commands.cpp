@@ -1,24 +1,18 @@
 #include "gvxctl/peer_commands.h"
 
 #include "base/zvs_error.h"
-#include "gvxctl/interrupt.h"
 #include "gvxctl/member_reader.h"
 #include "gvxctl/peer_set.h"
 #include "gvxctl/scenario_run.h"
+#include "gvxctl/terminal.h"
 #include "gvxctl/transcript.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace gvxctl {
 namespace {
 
 constexpr const char* kDefaultLink = "GVX#000";
-
-int Fail(int code, const std::string& error) {
-    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
-    return code;
-}
 
 // Text around the first '='; false without one.
 bool Split(const std::string& text, std::string& name, std::string& value) {

@@ -1,9 +1,9 @@
 #include "base/json_io.h"
 #include "base/whole_file.h"
 #include "gvxctl/commands.h"
-#include "gvxctl/interrupt.h"
 #include "gvxctl/platform.h"
 #include "gvxctl/player_sdp.h"
+#include "gvxctl/terminal.h"
 
 #include <cerrno>
 #include <csignal>
@@ -24,11 +24,6 @@ namespace {
 constexpr const char* kPlayer = "ffplay";
 constexpr int kListenMs = 10000;  // by then a player has taken its ports, or never will
 constexpr int kStepMs = 50;
-
-int Fail(int code, const std::string& error) {
-    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
-    return code;
-}
 
 bool IsInPath(const std::string& program) {
     const char* const path = std::getenv("PATH");

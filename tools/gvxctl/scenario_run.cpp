@@ -2,7 +2,7 @@
 
 #include "base/clock.h"
 #include "gvxctl/frame_text.h"
-#include "gvxctl/interrupt.h"
+#include "gvxctl/terminal.h"
 
 #include <cstring>
 

@@ -5,7 +5,7 @@
 #include "base/paths.h"
 #include "base/unique_fd.h"
 #include "gvxctl/commands.h"
-#include "gvxctl/interrupt.h"
+#include "gvxctl/terminal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -26,9 +26,8 @@ constexpr time_t kAnswerLimitSeconds = 15;
 // Ten thousand devices are some five megabytes.
 constexpr gvx::JsonLimits kAnswerLimits{256u << 20, 50000000};
 
-int Fail(const std::string& error) {
-    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
-    return kExitRefused;
+int Refuse(const std::string& error) {
+    return Fail(kExitRefused, error);
 }
 
 std::string NoGateway(const std::string& path) {
@@ -384,7 +383,7 @@ int RunStatus(const StatusOptions& options, const std::string& request) {
     Json::Value answer;
     std::string error;
     if (!Ask(options, request, answer, error)) {
-        return Fail(error);
+        return Refuse(error);
     }
     std::fputs((options.json ? gvx::WriteJson(answer) : StatusTable(request, answer)).c_str(), stdout);
     return kExitOk;
@@ -394,7 +393,7 @@ int RunLogLevel(const StatusOptions& options) {
     Json::Value answer;
     std::string error;
     if (!Ask(options, "log level " + options.level, answer, error)) {
-        return Fail(error);
+        return Refuse(error);
     }
     std::fputs(options.json ? gvx::WriteJson(answer).c_str() : (answer["log_level"].asString() + "\n").c_str(), stdout);
     return kExitOk;
@@ -410,7 +409,7 @@ int RunTop(const StatusOptions& options) {
         Json::Value status;
         std::string error;
         if (!Ask(options, "all", status, error)) {
-            return Fail(error);
+            return Refuse(error);
         }
         rates.Put(status["streams"]);
         const std::string picture = options.json ? gvx::WriteJson(status) : TopText(status);

@@ -1,9 +1,10 @@
-#include "gvxctl/interrupt.h"
+#include "gvxctl/terminal.h"
 
 #include "base/clock.h"
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <thread>
 
 namespace gvxctl {
@@ -37,6 +38,16 @@ bool SleepUnlessInterrupted(int milliseconds) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return !g_interrupted;
+}
+
+void Print(const std::string& text) {
+    std::printf("%s\n", text.c_str());
+    std::fflush(stdout);
+}
+
+int Fail(int code, const std::string& error) {
+    std::fprintf(stderr, "gvxctl: %s\n", error.c_str());
+    return code;
 }
 
 }  // namespace gvxctl

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <string>
 
 namespace gvxctl {
 
@@ -11,5 +12,10 @@ void CatchInterrupts();
 
 // Sleeps in short steps; false when interrupted.
 bool SleepUnlessInterrupted(int milliseconds);
+
+// A line on standard output, at once.
+void Print(const std::string& text);
+// A line on standard error; returns the code that the program is to end with.
+int Fail(int code, const std::string& error);
 
 }  // namespace gvxctl
