@@ -2,8 +2,8 @@
 
 #include "base/log.h"
 #include "bp/poll_reactor.h"
-#include "gateway/intake/intake_flow.h"
 #include "gateway/plugins/plugin_host.h"
+#include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <ace/ACE.h>
@@ -26,7 +26,23 @@ constexpr std::size_t kQueueBytes = 1 << 20;
 constexpr int kMaxDescriptors = 65536;
 constexpr int kPauseAfterFaultMs = 100;
 
+template <typename Number>
+void Read(Setting setting, Number& value) {
+    value = static_cast<Number>(SettingNumber(setting));
+}
+
 }  // namespace
+
+IntakeSettings ReadIntakeSettings() {
+    IntakeSettings settings;
+    settings.ip = SettingText(Setting::GVX_INTAKE_IP);
+    Read(Setting::GVX_INTAKE_PORT, settings.port);
+    Read(Setting::GVX_INTAKE_MAX_BLOCKS, settings.limits.maxBlocks);
+    Read(Setting::GVX_INTAKE_MAX_WAIT_MS, settings.limits.maxWaitMs);
+    Read(Setting::GVX_INTAKE_MAX_RATE, settings.limits.maxRate);
+    Read(Setting::GVX_INTAKE_ALARM_INTERVAL, settings.limits.alarmIntervalSec);
+    return settings;
+}
 
 Intake::Intake() : m_queue(kQueueBytes, kQueueBytes), m_reactor(BP::MakePollReactor()) {}
 

@@ -2,12 +2,14 @@
 
 #include "bp/poll_reactor.h"
 #include "gateway/intake/intake_acceptor.h"
-#include "gateway/intake/intake_settings.h"
+#include "gateway/intake/intake_flow.h"
 #include "gateway/settings/exit_codes.h"
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -16,6 +18,16 @@ class ACE_Reactor;
 namespace gvx {
 
 class LoadedPlugin;
+
+// Where devices push what they have to tell.
+struct IntakeSettings {
+    std::string ip = "127.0.0.1";
+    std::uint16_t port = 0;  // 0: there is no intake
+    IntakeLimits limits;
+};
+
+// Reads the keys GVX_INTAKE_* of the configuration. Any thread.
+IntakeSettings ReadIntakeSettings();
 
 // The door for devices that push what they have to tell: connections on a thread with a reactor of its own, a bounded
 // message queue behind them, and a thread that passes its blocks on to the IntakeFlow. Of the thread that starts and

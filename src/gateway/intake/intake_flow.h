@@ -1,7 +1,6 @@
 #pragma once
 
 #include "bp/message_block_ptr.h"
-#include "gateway/intake/intake_settings.h"
 #include "gvx_common/intake/gvx_qfc.h"
 
 #include <chrono>
@@ -15,6 +14,14 @@ namespace gvx {
 
 class IntakeTaker;
 class LoadedPlugin;
+
+// Limits of the queue between the intake's connections and the plug-ins (CQueueFlowControl).
+struct IntakeLimits {
+    unsigned int maxBlocks = 1024;
+    unsigned int maxWaitMs = 2000;
+    unsigned int maxRate = 0;            // blocks in a window of up to two seconds; 0 for no limit
+    unsigned int alarmIntervalSec = 60;  // quiet time before an alarm clears
+};
 
 // The queue between the intake's connections and the plug-ins that asked for what devices push. One thread serves it,
 // since blocks of one connection are pieces of one text; a plug-in that takes its time holds up the intake alone, which
