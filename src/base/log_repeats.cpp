@@ -20,16 +20,30 @@ void Keep(char (&room)[size], const char* text) {
 
 }  // namespace
 
+LogRepeats::Slot& LogRepeats::FindLocked(const OMLogPlace& place) {
+    const std::size_t hash = std::hash<const void*>()(place.file) * 31 + static_cast<std::size_t>(place.line);
+    Slot* oldest = &m_slots[hash % kSlots];
+    for (std::size_t probe = 0; probe < kProbes; ++probe) {
+        Slot& slot = m_slots[(hash + probe) % kSlots];
+        if (slot.file == place.file && slot.held.line == place.line) {
+            return slot;
+        }
+        if (slot.beganMs < oldest->beganMs) {
+            oldest = &slot;
+        }
+    }
+    return *oldest;
+}
+
 bool LogRepeats::Take(int level, const char* title, const OMLogPlace& place, std::int64_t nowMs, const Tell& tell) {
     if (m_limit == 0 || level <= OM_LOG_CRIT || level >= OM_LOG_DEBUG) {
         return true;
     }
-    const std::size_t hash = std::hash<const void*>()(place.file) * 31 + static_cast<std::size_t>(place.line);
     Held ended;
     bool write = true;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        Slot& slot = m_slots[hash % kSlots];
+        Slot& slot = FindLocked(place);
         const bool same = slot.file == place.file && slot.held.line == place.line;
         if (!same || nowMs - slot.beganMs >= kMinuteMs) {
             ended = slot.held;

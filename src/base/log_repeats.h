@@ -37,16 +37,20 @@ public:
     void TellEnded(std::int64_t nowMs, bool all, const Tell& tell);
 
 private:
-    // More places than that, within a minute and with the same hash, share their bound.
+    // A place has one of a few slots beside its hash. Where all of them are of places that have written within the
+    // minute, the one that began first goes.
     static constexpr std::size_t kSlots = 1024;
+    static constexpr std::size_t kProbes = 8;
     static constexpr std::int64_t kMinuteMs = 60000;
 
     struct Slot {
         const char* file = nullptr;  // of the place, for its address alone: a library may be gone meanwhile
-        std::int64_t beganMs = 0;
+        std::int64_t beganMs = -kMinuteMs;
         std::size_t written = 0;
         Held held;
     };
+
+    Slot& FindLocked(const OMLogPlace& place);
 
     const std::size_t m_limit;
     std::mutex m_mutex;                  // Nothing is called while it is held.

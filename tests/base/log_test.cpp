@@ -3,6 +3,7 @@
 #include "base/default_logger.h"
 #include "base/json_io.h"
 #include "base/log_fault.h"
+#include "base/log_repeats.h"
 #include "base/unique_fd.h"
 #include "support/recording_logger.h"
 #include "support/temp_folder.h"
@@ -156,6 +157,18 @@ TEST_F(DefaultLogger, CountsWhatOnePlaceWritesBeyondItsLimit) {
     gvx::LogFileState state;
     OMAdapter::getInstance()->getLogger()->CheckFile(state);
     EXPECT_EQ(lines("ERR [Flood] ... 7 more like this"), 2u) << "told without a further line";
+}
+
+TEST(LogRepeats, PlacesWhoseHashesMeetHaveBoundsOfTheirOwn) {
+    gvx::LogRepeats repeats(3);
+    int written = 0;
+    const char* const file = "file.cpp";
+    for (int turn = 0; turn < 10; ++turn) {
+        for (const int line : {7, 7 + 1024, 7 + 2048}) {
+            written += repeats.Take(OM_LOG_ERR, "Met", {file, line, "F"}, 0, [](const auto&) {}) ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(written, 9);
 }
 
 // systemd.exec(5): JOURNAL_STREAM is "<device>:<inode>" of the journal's socket.
