@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "bp/cmd.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/event/gvx_reactor_mgr.h"
@@ -25,6 +26,7 @@ using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
 
 const ACE_Time_Value kTimerPeriod(30);
 constexpr std::int64_t kMicroseconds = 1000000;
+constexpr std::chrono::milliseconds kThreadWait(1);
 
 // A manager of our own, which is never destroyed: the threads never end, and the process's manager would lose its
 // records of them when the process ends.
@@ -95,21 +97,36 @@ bool CQueueFlowControl::Init() {
     return true;
 }
 
-// After Fini the threads of the first Init are still there and serve on; activate then answers 1 and names none.
+// After Fini the threads of the first Init are still there and serve on.
 bool CQueueFlowControl::StartThreads() {
+    if (m_begun != 0) {
+        return true;
+    }
     m_ThreadNum = std::min(m_ThreadNum, kMaxThreads);
     ACE_thread_t ids[kMaxThreads] = {};
-    const int started = activate(THR_NEW_LWP | THR_DETACHED, static_cast<int>(m_ThreadNum), 0,
-                                 ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, ids);
-    if (started == -1) {
-        const int error = errno;
-        GVX_LOG_ERR("Flow control", "There is no thread for queue %s, error code[%d].", m_strQueName.c_str(), error);
-        return false;
+    unsigned int started = 0;
+    constexpr int kBesideOthers = 1;
+    while (started < m_ThreadNum && activate(THR_NEW_LWP | THR_DETACHED, 1, kBesideOthers, ACE_DEFAULT_THREAD_PRIORITY,
+                                             -1, nullptr, nullptr, nullptr, nullptr, &ids[started]) == 0) {
+        ++started;
     }
-    if (started == 0) {
+    const int error = errno;
+    // One that is only just starting must not meet the end of the process: it would find what it makes itself of gone.
+    while (m_begun < started) {
+        std::this_thread::sleep_for(kThreadWait);
+    }
+    if (started == m_ThreadNum) {
         CGvxUtility::pthreadSetThreadname(ids, static_cast<int>(m_ThreadNum), m_strQueName);
+        return true;
     }
-    return true;
+    gvx::NoteShortage(gvx::Resource::Thread, error);
+    GVX_LOG_ERR("Flow control", "There is no thread for queue %s, error code[%d].", m_strQueName.c_str(), error);
+    m_work_b = false;
+    while (m_begun != 0) {
+        m_evWait.signal();
+        std::this_thread::sleep_for(kThreadWait);
+    }
+    return false;
 }
 
 void CQueueFlowControl::Fini() {
@@ -210,6 +227,7 @@ int CQueueFlowControl::QFC_CheckQueueRate() {
 }
 
 int CQueueFlowControl::svc() {
+    ++m_begun;
     bool expired = false;
     bool succeeded = false;
     while (m_work_b) {
@@ -229,6 +247,7 @@ int CQueueFlowControl::svc() {
             m_evWait.wait();
         }
     }
+    --m_begun;
     return 0;
 }
 

@@ -135,6 +135,7 @@ protected:
     Counter m_ulLastProcTimeOutCnt{0};
     Counter m_ulLastProcSuccedCnt{0};
 
+    Counter m_begun{0};  // threads that are at their work
     std::atomic<bool> m_init_b{false};
     std::atomic<bool> m_work_b{false};                                     // the threads run while it is true
     ACE_Recursive_Thread_Mutex m_init_mutex;                               // Guards Init and the raising of alarms.
