@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <new>
 #include <utility>
 
 #include <endian.h>
@@ -36,13 +37,30 @@ bool Put(const char* title, char (&field)[N], const std::string& text, const cha
     return true;
 }
 
-// Sends to a link by `send`, which says whether the link has queued the frame; the frame's place in the queue is noted.
+// Lets go of a lock for a scope.
+class Unlocked {
+public:
+    explicit Unlocked(std::unique_lock<std::mutex>& lock) : m_lock(lock) { m_lock.unlock(); }
+    ~Unlocked() { m_lock.lock(); }
+    Unlocked(const Unlocked&) = delete;
+    Unlocked& operator=(const Unlocked&) = delete;
+
+private:
+    std::unique_lock<std::mutex>& m_lock;
+};
+
+// Sends to a link by `send`; whether the link has queued the frame, whose place in the queue is noted. Throws without
+// memory.
 template <typename Send>
 bool SendNoted(const std::string& linkId, QueuedFrame& frame, Send send) {
     const std::shared_ptr<const BP::LinkProgress> before = BP::CDispatcher::ProgressOf(linkId);
     // The gateway holds frames for a link that is just opening back for a moment, hence at least the next number.
     const std::uint64_t next = before != nullptr ? before->queued + 1 : 0;
-    if (!send()) {
+    const SendOutcome outcome = send();
+    if (outcome.noMemory) {
+        throw std::bad_alloc();
+    }
+    if (!outcome.sent) {
         return false;
     }
     frame.link = before;
@@ -70,7 +88,9 @@ bool AlarmOutbox::Fill(GVX_ALARM_REPORT& report, const HeldAlarm& alarm) {
            Put(kTitle, report.cAlarmDesc, alarm.description, "strncpy_s stGvxAlarmReport.cAlarmDesc failed!");
 }
 
-void AlarmOutbox::Queue(OutboundAlarm alarm) {
+// Takes the first alarm out of a list: into the line, or away when it cannot be sent.
+void AlarmOutbox::Queue(Alarms& from) {
+    const OutboundAlarm& alarm = from.front();
     GVX_LOG_INFO("SetGvxBPAlarmRepMsg", "Emergency Protection set gvx alarm reponse message is called.");
     GVX_LOG_INFO("Gateway alarm", "type[%s], input type[%s], location[%s], description[%s]", alarm.type.c_str(),
                  alarm.inType.c_str(), alarm.location.c_str(), alarm.description.c_str());
@@ -85,30 +105,35 @@ void AlarmOutbox::Queue(OutboundAlarm alarm) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (isSent) {
-            PushLocked(m_line, std::move(alarm));
+            PushLocked(m_line, from);
             return;
         }
         ++m_nextEvent;  // an alarm that is held, or dropped, spends a number all the same
     }
-    if (!isLinked) {
-        Hold(std::move(alarm));
+    if (isLinked || HoldFirst(from) != ZVS_SUCCEED) {
+        from.pop_front();
     }
 }
 
-OutboundAlarm AlarmOutbox::Line::Pop() {
-    OutboundAlarm alarm = std::move(alarms.front());
-    alarms.pop_front();
-    repeats -= alarm.repeats ? 1 : 0;
-    return alarm;
+AlarmOutbox::Alarms AlarmOutbox::Line::Take(Alarms::iterator alarm) noexcept {
+    Alarms taken;
+    repeats -= alarm->repeats ? 1 : 0;
+    taken.splice(taken.begin(), alarms, alarm);
+    return taken;
 }
 
-void AlarmOutbox::PushLocked(Line& line, OutboundAlarm alarm) {
-    if (alarm.repeats && line.repeats != 0 && line.alarms.size() >= kMostHeld / 2) {
+// Takes the first alarm of another list.
+void AlarmOutbox::PushLocked(Line& line, Alarms& from) {
+    if (from.front().repeats && line.repeats != 0 && line.alarms.size() >= kMostHeld / 2) {
+        from.pop_front();
         return;
     }
-    line.repeats += alarm.repeats ? 1 : 0;
-    if (line.alarms.size() >= kMostHeld) {
-        const OutboundAlarm oldest = line.Pop();
+    line.repeats += from.front().repeats ? 1 : 0;
+    line.alarms.splice(line.alarms.end(), from, from.begin());
+    if (line.alarms.size() > kMostHeld) {
+        const bool firstLeaves = &line == &m_line && m_sending;
+        const Alarms lost = line.Take(std::next(line.alarms.begin(), firstLeaves ? 1 : 0));
+        const OutboundAlarm& oldest = lost.front();
         if (line.lost++ == 0) {
             GVX_LOG_ERR("Alarms are lost", "%zu wait for a link, the oldest goes: type[%s], location[%s]", kMostHeld,
                         oldest.type.c_str(), oldest.location.c_str());
@@ -116,7 +141,6 @@ void AlarmOutbox::PushLocked(Line& line, OutboundAlarm alarm) {
             GVX_DEBUG("The oldest alarm is lost: type[%s], location[%s]", oldest.type.c_str(), oldest.location.c_str());
         }
     }
-    line.alarms.push_back(std::move(alarm));
 }
 
 void AlarmOutbox::SetKeeper(std::function<void()> wake) {
@@ -138,23 +162,26 @@ void AlarmOutbox::LetSend() {
 
 void AlarmOutbox::Add(OutboundAlarm alarm) {
     // A link that has opened meanwhile has looked at an empty line, hence the second look.
-    Queue(std::move(alarm));
+    Alarms one;
+    one.push_back(std::move(alarm));
+    Queue(one);
     LetSend();
 }
 
 void AlarmOutbox::AddBehindOmu(std::vector<OutboundAlarm> alarms) {
+    Alarms added(std::make_move_iterator(alarms.begin()), std::make_move_iterator(alarms.end()));
     {
         const std::lock_guard<std::mutex> lock(m_omuMutex);
         const bool waits = !m_behindOmu.alarms.empty() || GvxConnectionMgr()->GetOmuLinkId().empty();
-        for (OutboundAlarm& alarm : alarms) {
+        while (!added.empty()) {
             GVX_LOG_INFO("Set gvx alarm",
                          waits ? "Push gvx alarm to msglist, alarm type is %s."
                                : "Send gvx alarm to msglist, alarm type is [%s].",
-                         alarm.type.c_str());
+                         added.front().type.c_str());
             if (waits) {
-                PushLocked(m_behindOmu, std::move(alarm));
+                PushLocked(m_behindOmu, added);
             } else {
-                Queue(std::move(alarm));
+                Queue(added);
             }
         }
         if (waits) {
@@ -168,7 +195,9 @@ void AlarmOutbox::OmuIsKnown() {
     {
         const std::lock_guard<std::mutex> lock(m_omuMutex);
         while (!m_behindOmu.alarms.empty()) {
-            Queue(m_behindOmu.Pop());
+            const std::size_t repeats = m_behindOmu.alarms.front().repeats ? 1 : 0;
+            Queue(m_behindOmu.alarms);
+            m_behindOmu.repeats -= repeats;
         }
         const std::lock_guard<std::mutex> lineLock(m_mutex);
         m_line.lost += std::exchange(m_behindOmu.lost, 0);
@@ -177,6 +206,14 @@ void AlarmOutbox::OmuIsKnown() {
 }
 
 int AlarmOutbox::Hold(OutboundAlarm alarm) {
+    Alarms one;
+    one.push_back(std::move(alarm));
+    return HoldFirst(one);
+}
+
+// As Hold, for the first alarm of a list, which keeps it when it cannot be held.
+int AlarmOutbox::HoldFirst(Alarms& from) {
+    OutboundAlarm& alarm = from.front();
     if (alarm.type.empty() || alarm.inType.empty() || alarm.location.empty()) {
         return ZVS_PARA_INVALID;
     }
@@ -192,7 +229,7 @@ int AlarmOutbox::Hold(OutboundAlarm alarm) {
     GVX_LOG_INFO("Cache alarm success,", "alarm type[%s]", alarm.type.c_str());
     alarm.waited = true;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    PushLocked(m_line, std::move(alarm));
+    PushLocked(m_line, from);
     return ZVS_SUCCEED;
 }
 
@@ -214,10 +251,9 @@ void AlarmOutbox::Send() {
         while (std::exchange(m_sendAgain, false)) {
             SendLine(lock);
         }
-    } catch (...) {  // no memory: the next sending goes on where this one ends
-        if (!lock.owns_lock()) {
-            lock.lock();
-        }
+    } catch (const std::bad_alloc&) {  // the next sending goes on where this one ends
+        GVX_LOG_ERR_CODE("Alarm delivery", ZVS_ALLOC_MEMORY_ERROR, "%zu alarms wait for memory.", m_line.alarms.size());
+    } catch (...) {
         m_sending = false;
         throw;
     }
@@ -232,74 +268,76 @@ void AlarmOutbox::Send() {
     }
 }
 
+// An alarm stays the first of the line until it has left.
 void AlarmOutbox::SendLine(std::unique_lock<std::mutex>& lock) {
-    std::vector<OutboundAlarm> ended;
-    SettleLocked(ended);
+    SettleLocked();
     bool goesOn = true;
     for (std::size_t sent = 1; goesOn && !m_line.alarms.empty(); ++sent) {
         // What was lost with a link goes ahead of what waits.
         if (!m_inQueues.empty() && (m_inQueues.back().ksp.IsLost() || m_inQueues.back().omu.IsLost() ||
                                     m_inQueues.size() == 1 || sent % kMostEndedAtOnce == 0)) {
-            SettleLocked(ended);
+            SettleLocked();
         }
-        if (ended.size() >= kMostEndedAtOnce) {
-            lock.unlock();
-            m_ended(std::exchange(ended, {}));
-            lock.lock();
+        if (m_left.size() >= kMostEndedAtOnce) {
+            TellEnded(lock);
         }
-        OutboundAlarm alarm = m_line.Pop();
-        lock.unlock();
-        try {
-            goesOn = LinksHaveRoom() && SendOne(alarm);
-        } catch (...) {
-            lock.lock();
-            m_line.repeats += alarm.repeats ? 1 : 0;
-            m_line.alarms.push_front(std::move(alarm));
-            throw;
+        const Alarms::iterator alarm = m_line.alarms.begin();
+        {
+            const Unlocked unlocked(lock);
+            goesOn = LinksHaveRoom() && SendOne(*alarm);
         }
-        lock.lock();
         if (!goesOn) {
-            alarm.waited = true;
-            m_line.repeats += alarm.repeats ? 1 : 0;
-            m_line.alarms.push_front(std::move(alarm));
-        } else if (alarm.handed) {
-            m_inQueues.push_back(std::move(alarm));
+            alarm->waited = true;
+            continue;
+        }
+        Alarms gone = m_line.Take(alarm);
+        if (alarm->handed) {
+            m_inQueues.splice(m_inQueues.end(), gone);
         }
     }
-    SettleLocked(ended);
-    if (!ended.empty()) {
-        lock.unlock();
-        m_ended(ended);
-        lock.lock();
-    }
+    SettleLocked();
+    TellEnded(lock);
 }
 
 // Takes out of the queues' list what has left, and what was lost with a link back into the line, ahead of the rest.
-void AlarmOutbox::SettleLocked(std::vector<OutboundAlarm>& ended) {
-    std::deque<OutboundAlarm> still;
-    std::vector<OutboundAlarm> again;
-    for (OutboundAlarm& alarm : m_inQueues) {
-        alarm.toKsp = alarm.ksp.IsLost();
-        alarm.toOmu = alarm.omu.IsLost();
-        if (alarm.toKsp || alarm.toOmu) {
-            alarm.ksp = alarm.toKsp ? QueuedFrame{} : alarm.ksp;
-            alarm.omu = alarm.toOmu ? QueuedFrame{} : alarm.omu;
-            alarm.waited = true;
-            m_line.repeats += alarm.repeats ? 1 : 0;
-            again.push_back(std::move(alarm));
-        } else if (!alarm.ksp.IsOut() || !alarm.omu.IsOut()) {
-            still.push_back(std::move(alarm));
-        } else if (alarm.ending != 0) {
-            ended.push_back(std::move(alarm));
+void AlarmOutbox::SettleLocked() noexcept {
+    Alarms again;
+    for (Alarms::iterator next = m_inQueues.begin(); next != m_inQueues.end();) {
+        const Alarms::iterator alarm = next++;
+        alarm->toKsp = alarm->ksp.IsLost();
+        alarm->toOmu = alarm->omu.IsLost();
+        if (alarm->toKsp || alarm->toOmu) {
+            alarm->ksp = alarm->toKsp ? QueuedFrame{} : alarm->ksp;
+            alarm->omu = alarm->toOmu ? QueuedFrame{} : alarm->omu;
+            alarm->waited = true;
+            m_line.repeats += alarm->repeats ? 1 : 0;
+            again.splice(again.end(), m_inQueues, alarm);
+        } else if (alarm->ksp.IsOut() && alarm->omu.IsOut()) {
+            if (alarm->ending != 0) {
+                m_left.splice(m_left.end(), m_inQueues, alarm);
+            } else {
+                m_inQueues.erase(alarm);
+            }
         }
     }
-    m_inQueues.swap(still);
-    m_line.alarms.insert(m_line.alarms.begin(), std::make_move_iterator(again.begin()),
-                         std::make_move_iterator(again.end()));
+    m_line.alarms.splice(m_line.alarms.begin(), again);
 }
 
-// False when a link has taken its part no more: what it has not taken is sent to it again. What fails with links that
-// take it is lost, with the lines that tell why.
+// What has been told is forgotten behind it: whatever fails, it is told again.
+void AlarmOutbox::TellEnded(std::unique_lock<std::mutex>& lock) {
+    if (m_left.empty()) {
+        return;
+    }
+    const std::vector<OutboundAlarm> clears(m_left.begin(), m_left.end());
+    {
+        const Unlocked unlocked(lock);
+        m_ended(clears);
+    }
+    m_left.clear();
+}
+
+// False when a link has taken its part no more: what it has not taken is sent to it again, as it is where memory ends.
+// What else fails with links that take it is lost, with the lines that tell why.
 bool AlarmOutbox::SendOne(OutboundAlarm& alarm) {
     if (alarm.waited) {
         GVX_LOG_INFO("SendAlarmCacheToGvx", "Send alarm[%s] to GVX.", alarm.type.c_str());
@@ -314,12 +352,11 @@ bool AlarmOutbox::SendOne(OutboundAlarm& alarm) {
     }
     CGvxConnectionMgr& links = *GvxConnectionMgr();
     if (alarm.toKsp &&
-        SendNoted(links.MainServiceLinkId(), alarm.ksp, [&] { return links.ReportGatewayAlarm(report).sent; })) {
+        SendNoted(links.MainServiceLinkId(), alarm.ksp, [&] { return links.ReportGatewayAlarm(report); })) {
         alarm.toKsp = false;
         alarm.handed = true;
     }
-    if (alarm.toOmu && SendNoted(links.GetOmuLinkId(), alarm.omu,
-                                 [&] { return links.SendGvxAlarmReqMsgToOMU(report, false, false) == 0; })) {
+    if (alarm.toOmu && SendNoted(links.GetOmuLinkId(), alarm.omu, [&] { return links.ReportToOmu(report); })) {
         alarm.toOmu = false;
         alarm.handed = true;
     }
@@ -333,14 +370,15 @@ bool AlarmOutbox::SendOne(OutboundAlarm& alarm) {
 // OMU's part, which could not be sent, waits for OMU's first link. Behind that it is lost like any other, and what the
 // alarm clears is not ended in this process.
 void AlarmOutbox::LeaveToOmu(OutboundAlarm& alarm) {
-    OutboundAlarm part = alarm;
+    Alarms one{alarm};
+    OutboundAlarm& part = one.front();
     part.toKsp = false;
     part.ksp = {};
     part.parts = alarm.parts = alarm.handed ? 2 : part.parts;
     part.handed = false;
     const std::lock_guard<std::mutex> lock(m_omuMutex);
     if (GvxConnectionMgr()->GetOmuLinkId().empty()) {
-        PushLocked(m_behindOmu, std::move(part));
+        PushLocked(m_behindOmu, one);
     }
 }
 

@@ -5,8 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -56,7 +56,7 @@ struct OutboundAlarm : HeldAlarm {
 // links do. Alarms are handed over while both links have room in their queues and wait otherwise, in memory, at most
 // kMostHeld; beyond that the oldest is lost, which is counted and told. From half of it on an alarm that repeats
 // another is left out while one of its kind waits. An alarm has left when the sockets have taken it: what a link still
-// had in its queue when it closed is sent again.
+// had in its queue when it closed is sent again. Until then, and where memory ends on the way, it keeps its place.
 //
 // Any thread. Nothing is sent under a lock. A keeper's thread sends where there is one; otherwise whoever adds an alarm
 // sends for all, unless another thread is at it.
@@ -87,7 +87,8 @@ public:
     // Holds an alarm for the next sending. 0; 2 when type, inType or location is empty; 1 when a text is too long.
     int Hold(OutboundAlarm alarm);
 
-    // Sends what waits, oldest first, until nothing waits or a link has no room, and looks what has left since.
+    // Sends what waits, oldest first, until nothing waits, a link has no room or memory ends, and looks what has left
+    // since.
     void Send();
 
     // What waits, oldest first, that for OMU behind the rest.
@@ -96,22 +97,28 @@ public:
     std::uint64_t CountLost() const;
 
 private:
+    // Alarms change lists by their nodes, which takes no memory and moves none of them.
+    using Alarms = std::list<OutboundAlarm>;
+
     // Alarms in their order, and what was lost of them since they last were none.
     struct Line {
-        std::deque<OutboundAlarm> alarms;
+        Alarms alarms;
         std::uint64_t lost = 0;
         std::size_t repeats = 0;  // of the alarms, those that repeat
 
-        OutboundAlarm Pop();
+        // Takes one of them out into a list of one.
+        Alarms Take(Alarms::iterator alarm) noexcept;
     };
 
-    void Queue(OutboundAlarm alarm);
-    void PushLocked(Line& line, OutboundAlarm alarm);
+    void Queue(Alarms& from);
+    int HoldFirst(Alarms& from);
+    void PushLocked(Line& line, Alarms& from);
     void LetSend();
     void SendLine(std::unique_lock<std::mutex>& lock);
     bool SendOne(OutboundAlarm& alarm);
     void LeaveToOmu(OutboundAlarm& alarm);
-    void SettleLocked(std::vector<OutboundAlarm>& ended);
+    void SettleLocked() noexcept;
+    void TellEnded(std::unique_lock<std::mutex>& lock);
     static bool Fill(GVX_ALARM_REPORT& report, const HeldAlarm& alarm);
     static bool LinksHaveRoom();
 
@@ -121,8 +128,9 @@ private:
     Line m_behindOmu;  // Guarded by m_omuMutex.
 
     mutable std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
-    Line m_line;
-    std::deque<OutboundAlarm> m_inQueues;  // in the order in which links have queued them
+    Line m_line;                 // its first alarm may be on its way out while m_sending
+    Alarms m_inQueues;           // in the order in which links have queued them
+    Alarms m_left;               // clears that have left and are not told yet
     std::shared_ptr<const std::function<void()>> m_wake;
     std::uint64_t m_nextEvent = 0;  // the next alarm's event number
     std::uint64_t m_lost = 0;

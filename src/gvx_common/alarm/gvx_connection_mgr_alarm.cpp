@@ -75,12 +75,14 @@ bool AppendHead(ACE_Message_Block& block, const AlarmFrame& frame, unsigned int 
            block.copy(reinterpret_cast<const char*>(&aMsgHeader), kNssHeaderBytes) == 0;
 }
 
-// The whole frame; null, with a log line, when it cannot be made.
-BP::MessageBlockPtr MakeAlarmFrame(const AlarmFrame& frame, unsigned int seq, const std::string& trans) {
+// The whole frame; null, with a log line, when it cannot be made, and outcome then tells of memory.
+BP::MessageBlockPtr MakeAlarmFrame(const AlarmFrame& frame, unsigned int seq, const std::string& trans,
+                                   SendOutcome& outcome) {
     BP::MessageBlockPtr pMsgBlock =
         BP::MakeMessageBlock(frame.bodyBytes + frame.descriptionBytes + frame.extensionBytes + kAlarmFrameExtraBytes);
     if (pMsgBlock == nullptr) {
         GVX_LOG_ERR("Point pMsgBlock is null.", "Make sure there is something wrong");
+        outcome.noMemory = true;
         return pMsgBlock;
     }
     if (!AppendHead(*pMsgBlock, frame, seq, trans) || pMsgBlock->copy(frame.body, frame.bodyBytes) != 0 ||
@@ -125,9 +127,10 @@ void CGvxConnectionMgr::SendWaitingAlarms() {
     CEmergencyProtection::Instance()->SendAlarmsBehindOmu();
 }
 
-int CGvxConnectionMgr::SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report, bool, bool) {
+SendOutcome CGvxConnectionMgr::ReportToOmu(const _ZVS_GVX_DEV_ALARM_REPORT& report) {
+    SendOutcome outcome{false, ZVS_FAIL};
     if (!AlarmsMayLeave()) {
-        return ZVS_FAIL;
+        return outcome;
     }
     const AlarmFrame frame{NSS_DEV_ALARM_REPORT_REQ,
                            reinterpret_cast<const char*>(&report),
@@ -137,19 +140,21 @@ int CGvxConnectionMgr::SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report
                            "",
                            0};
     const std::string trans = BP::CMKTransID::GenerateTransID();
-    BP::MessageBlockPtr owned = MakeAlarmFrame(frame, CGvxUtility::CreatSeqID(), trans);
+    const unsigned int seq = CGvxUtility::CreatSeqID();
+    BP::MessageBlockPtr owned = MakeAlarmFrame(frame, seq, trans, outcome);
     if (owned == nullptr) {
-        return ZVS_FAIL;
+        return outcome;
     }
     ACE_Message_Block* handed = owned.release();
     const int result = SendMsgIn(kElementOMU, GetOmuLinkId().c_str(), NSS_DEV_ALARM_REPORT_REQ, trans.c_str(), handed);
     owned.reset(handed);
-    return result == 0 ? ZVS_SUCCEED : ZVS_FAIL;
+    return {result == 0, result == 0 ? static_cast<int>(seq) : ZVS_FAIL, result == ZVS_ALLOC_MEMORY_ERROR};
 }
 
 SendOutcome CGvxConnectionMgr::SendDeviceAlarm(ZVS_ALARM_REPORT& report) {
+    SendOutcome outcome{false, ZVS_FAIL};
     if (!AlarmsMayLeave()) {
-        return {false, ZVS_FAIL};
+        return outcome;
     }
     if (m_pGvxService == nullptr) {
         GVX_LOG_ERR_CODE("Send device alarm", ZVS_PARA_INVALID, "Gvx service pointer is null.");
@@ -165,9 +170,9 @@ SendOutcome CGvxConnectionMgr::SendDeviceAlarm(ZVS_ALARM_REPORT& report) {
                            report.cExtParam,
                            strnlen(report.cExtParam, sizeof(report.cExtParam))};
     const unsigned int seq = CGvxUtility::CreatSeqID();
-    BP::MessageBlockPtr owned = MakeAlarmFrame(frame, seq, BP::CMKTransID::GenerateTransID());
+    BP::MessageBlockPtr owned = MakeAlarmFrame(frame, seq, BP::CMKTransID::GenerateTransID(), outcome);
     if (owned == nullptr) {
-        return {false, ZVS_FAIL};
+        return outcome;
     }
     std::string target = "SCU#" + gvx::TextOf(report.cNvrCode);
     unsigned int elementType = kElementSCU;

@@ -49,6 +49,7 @@ using PeerWaitRunner = std::function<void(std::function<void()> work)>;
 struct SendOutcome {
     bool sent;
     int number;
+    bool noMemory = false;  // why it was not sent
 };
 
 // The process-wide record of the platform peers that this gateway is linked to, and all sending to them. Every
@@ -165,7 +166,10 @@ public:
     static bool AdmitAlarm(const std::string& type, const std::string& inType, const std::string& location,
                            std::string& description);
     // A whole alarm of the gateway to OMU, iAlarmEventID in network order. 0 or 1; the flags have no effect.
-    int SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report, bool, bool);
+    int SendGvxAlarmReqMsgToOMU(_ZVS_GVX_DEV_ALARM_REPORT& report, bool, bool) {
+        return ReportToOmu(report).sent ? 0 : 1;
+    }
+    SendOutcome ReportToOmu(const _ZVS_GVX_DEV_ALARM_REPORT& report);
     // Its report to the cloud platform; result as for a device's alarm.
     int sendGVXAlarmReportToKSP(const _ZVS_GVX_DEV_ALARM_REPORT& report) { return ReportGatewayAlarm(report).number; }
     SendOutcome ReportGatewayAlarm(const _ZVS_GVX_DEV_ALARM_REPORT& report);

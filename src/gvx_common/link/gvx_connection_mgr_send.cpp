@@ -132,7 +132,7 @@ SendOutcome CGvxConnectionMgr::SendStruct(BP::enSubsysType subsystem, unsigned i
         return {false, static_cast<int>(kNoServicePointer)};
     }
     BP::MessageBlockPtr pMsg = BP::MakeMessageBlock(kNssHeaderBytes + iMsgBodyLen);
-    GVX_CHECK_NULL_RETURN(pMsg, (SendOutcome{false, ZVS_ALLOC_MEMORY_ERROR}));
+    GVX_CHECK_NULL_RETURN(pMsg, (SendOutcome{false, ZVS_ALLOC_MEMORY_ERROR, true}));
     const unsigned int seq = CGvxUtility::CreatSeqID();
     const std::string frameTrans = BP::CMKTransID::GenerateTransID();
     NssMsgHeader aMsgHeader{};
@@ -151,10 +151,12 @@ SendOutcome CGvxConnectionMgr::SendStruct(BP::enSubsysType subsystem, unsigned i
 
     // The dispatcher's transaction is another one than the frame's own: the answer is matched by sequence number.
     const std::string trans = BP::CMKTransID::GenerateTransID();
-    if (gvx::SendOwned(*this, std::move(pMsg), elementType, link, trans, msgType, m_pGvxService->GetServiceID()) != 0) {
+    const int result =
+        gvx::SendOwned(*this, std::move(pMsg), elementType, link, trans, msgType, m_pGvxService->GetServiceID());
+    if (result != 0) {
         GVX_LOG_ERR("Send request with struct", "Send msg out failed, sub system type is [%d], element type is [%u]",
                     static_cast<int>(subsystem), elementType);
-        return {false, ZVS_FAIL};
+        return {false, ZVS_FAIL, result == ZVS_ALLOC_MEMORY_ERROR};
     }
     return {true, static_cast<int>(seq)};
 }

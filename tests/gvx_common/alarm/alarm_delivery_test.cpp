@@ -1,5 +1,6 @@
 #include "gvx_common/alarm/alarm_fixture.h"
 #include "gvx_common/records/gvx_adapter_records.h"
+#include "support/failing_allocator.h"
 #include "support/test_clock.h"
 
 #include <cstring>
@@ -218,6 +219,19 @@ TEST_F(AlarmDelivery, WhatStopsOneReceiverDoesNotStopTheOther) {
     CCloudConfigMgr::Instance()->SetCloudConfigInited(true);
     SendGatewayAlarm("ALARM_GVX_CONFIG_READ_FAIL", "next");
     EXPECT_EQ("next", Text(NextReport(), kDescription));
+}
+
+TEST_F(AlarmDelivery, AnAlarmForWhichThereIsNoMemoryKeepsItsPlace) {
+    {
+        const ScopedFailingAllocator nothing(0);
+        SendGatewayAlarm("ALARM_GVX_CONFIG_READ_FAIL", "first");
+        SendGatewayAlarm("ALARM_GVX_CONFIG_READ_FAIL", "second");
+        EXPECT_EQ(2u, CEmergencyProtection::Instance()->CountHeldAlarms());
+    }
+    CEmergencyProtection::Instance()->SendAlarmCacheToGvx();
+    EXPECT_EQ("first", Text(NextReport(), kDescription));
+    EXPECT_EQ("second", Text(NextReport(), kDescription));
+    EXPECT_EQ("first", Next(0x1008).Body().substr(870, 5));
 }
 
 }  // namespace
