@@ -43,14 +43,14 @@ bool MediaLoop::Start(std::string& error) {
     epoll_event event{};
     event.events = EPOLLIN;
     if (!m_epoll.Valid() || !m_wake.Valid() || epoll_ctl(m_epoll.Get(), EPOLL_CTL_ADD, m_wake.Get(), &event) != 0) {
-        gvx::NoteShortage(errno);
+        gvx::NoteShortage(errno == ENOSPC ? ENOMEM : errno);
         error = std::string("The loop of the cameras has no descriptors: ") + std::strerror(errno) + ".";
         return false;
     }
     try {
         m_thread = std::thread(&MediaLoop::Run, this);
     } catch (const std::system_error& fault) {
-        gvx::NoteShortage(gvx::Resource::Thread, fault.code().value());
+        gvx::NoteShortage(fault);
         error = std::string("A thread for the cameras cannot be started: ") + fault.what() + ".";
         return false;
     }

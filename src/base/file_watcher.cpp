@@ -160,7 +160,7 @@ private:
         try {
             m_thread = std::thread([this] { Run(); });
         } catch (const std::exception& fault) {
-            gvx::NoteShortage(gvx::Resource::Thread, EAGAIN);
+            gvx::NoteShortage(fault);
             GVX_LOG_ERR(kTitle, "The thread cannot be made: %s", fault.what());
             m_watches.clear();
             return 1;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ios>
 #include <memory>
 #include <mutex>
 #include <sstream>
@@ -77,20 +78,6 @@ bool ParseOrThrow(const char* text, std::size_t length, Json::Value& value, std:
     return good;
 }
 
-std::string WriteOrThrow(const Json::Value& value) {
-    static const auto& builder = *new Json::StreamWriterBuilder(MakeWriterBuilder());
-    static auto& spares = *new Spares<Json::StreamWriter>;
-    std::unique_ptr<Json::StreamWriter> writer = spares.Take();
-    if (writer == nullptr) {
-        writer.reset(builder.newStreamWriter());
-    }
-    std::ostringstream text;
-    writer->write(value, &text);
-    text << '\n';
-    spares.Give(std::move(writer));
-    return text.str();
-}
-
 bool Refuse(Json::Value& value, std::string* error, std::string reason) {
     value = Json::Value();
     if (error != nullptr) {
@@ -151,11 +138,18 @@ std::size_t CountJsonValues(const char* text, std::size_t length) noexcept {
 }
 
 std::string WriteJson(const Json::Value& value) {
-    try {
-        return WriteOrThrow(value);
-    } catch (const std::exception&) {
-        return "null\n";
+    static const auto& builder = *new Json::StreamWriterBuilder(MakeWriterBuilder());
+    static auto& spares = *new Spares<Json::StreamWriter>;
+    std::unique_ptr<Json::StreamWriter> writer = spares.Take();
+    if (writer == nullptr) {
+        writer.reset(builder.newStreamWriter());
     }
+    std::ostringstream text;
+    text.exceptions(std::ios::badbit);  // a stream keeps to itself that it finds no memory, and leaves half a text
+    writer->write(value, &text);
+    text << '\n';
+    spares.Give(std::move(writer));
+    return text.str();
 }
 
 void WipeJson(Json::Value& value) {

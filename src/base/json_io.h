@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string>
 
-// The only way to read and write JSON here: bounded in size and depth, and never throwing. Any thread.
+// The only way to read and write JSON here, bounded in size and depth. Any thread.
 namespace gvx {
 
 constexpr std::size_t kMaxJsonBytes = 4u * 1024u * 1024u;  // a frame is never longer
@@ -18,14 +18,14 @@ struct JsonLimits {
 };
 
 // Parses text; false when it is too long, too deep, of too many values or malformed, and *error (may be null) then says
-// what and where. Duplicate keys are refused.
+// what and where. Duplicate keys are refused. Never throws.
 bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::string* error,
                const JsonLimits& limits = JsonLimits());
 
 // At least as many as the values that the text holds, names of members among them; found without parsing.
 std::size_t CountJsonValues(const char* text, std::size_t length) noexcept;
 
-// Compact text, one line, ended by a line feed as Json::FastWriter ends it.
+// Compact text, one line, ended by a line feed as Json::FastWriter ends it. Throws std::bad_alloc without memory.
 std::string WriteJson(const Json::Value& value);
 
 // Overwrites the texts that the value holds, at any depth; for one that carried a password. Member names stay.

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -140,7 +141,7 @@ int read_log_sftp_conf(LOG_SFTP_CONF* conf) {
     return 0;
 }
 
-int write_log_sftp_conf(const LOG_SFTP_CONF* conf) {
+int write_log_sftp_conf(const LOG_SFTP_CONF* conf) try {
     GVX_CHECK_NULL_RETURN(conf, 1);
     const CipherScope scope;
     const std::string path = FilePath("log_sftp.conf");
@@ -156,4 +157,7 @@ int write_log_sftp_conf(const LOG_SFTP_CONF* conf) {
     file["Username"] = gvx::TextOf(conf->Username);
     file["Password"] = stored;
     return WritePrivate(path, gvx::WriteJson(file)) ? 0 : 1;
+} catch (const std::exception& fault) {
+    GVX_LOG_ERR(kTitle, "It cannot be written: %s", fault.what());
+    return 1;
 }

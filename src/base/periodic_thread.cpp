@@ -18,7 +18,7 @@ void PeriodicThread::Start(const char* name, std::chrono::milliseconds period, T
     try {
         m_thread = std::thread([this, period, turn = std::move(turn)] { Run(period, turn); });
     } catch (const std::system_error& fault) {
-        NoteShortage(Resource::Thread, fault.code().value());
+        NoteShortage(fault);
         throw;
     }
     pthread_setname_np(m_thread.native_handle(), name);

@@ -1,11 +1,15 @@
 #include "base/shortage.h"
 
+#include "base/unique_fd.h"
 #include "base/zvs_error.h"
 
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <new>
+#include <system_error>
 
+#include <fcntl.h>
 #include <sys/mman.h>
 
 namespace gvx {
@@ -25,11 +29,25 @@ void NoteShortage(Resource resource, int error) noexcept {
     g_last = static_cast<std::uint64_t>(resource) << kResourceShift | static_cast<std::uint32_t>(error);
 }
 
-void NoteShortage(int error) noexcept {
-    if (error == EMFILE || error == ENFILE) {
-        NoteShortage(Resource::Descriptor, error);
-    } else if (error == ENOMEM || error == ENOBUFS) {
-        NoteShortage(Resource::Memory, error);
+bool NoteShortage(int error) noexcept {
+    const bool descriptor = error == EMFILE || error == ENFILE;
+    const bool memory = error == ENOMEM || error == ENOBUFS;
+    if (descriptor || memory) {
+        NoteShortage(descriptor ? Resource::Descriptor : Resource::Memory, error);
+    }
+    return descriptor || memory;
+}
+
+void NoteShortage(const std::exception& fault) noexcept {
+    if (dynamic_cast<const std::bad_alloc*>(&fault) != nullptr) {
+        NoteShortage(Resource::Memory, ENOMEM);
+    } else if (const auto* const error = dynamic_cast<const std::system_error*>(&fault)) {
+        const int number = error->code().value();
+        if (number == EAGAIN) {
+            NoteShortage(Resource::Thread, number);
+        } else {
+            NoteShortage(number);
+        }
     }
 }
 
@@ -43,6 +61,11 @@ bool FindsMemory(std::size_t bytes) noexcept {
     }
     munmap(tried, bytes + kBeside);
     return true;
+}
+
+bool FindsDescriptor() noexcept {
+    const UniqueFd tried(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    return tried.Valid() || !NoteShortage(errno);
 }
 
 void ForgetShortage() noexcept {

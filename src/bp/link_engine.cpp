@@ -87,7 +87,7 @@ int LinkEngine::Start() {
     try {
         m_thread = std::thread(&LinkEngine::Run, this);
     } catch (const std::system_error& fault) {
-        gvx::NoteShortage(gvx::Resource::Thread, fault.code().value());
+        gvx::NoteShortage(fault);
         GVX_LOG_ERR("Link engine", "The link thread could not be started: %s", fault.what());
         return ZVS_FAIL;
     }

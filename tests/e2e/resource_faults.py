@@ -2,7 +2,8 @@
 and memory from too low upwards, and with one call that fails: the n-th allocation, thread, socket, epoll, open, write,
 fsync, rename, mmap. Never a signal, a hang, a spin, a leak of descriptors, or a success that was none.
 
-Which calls fail is drawn by --seed, as many as --seconds allows; --only KIND:N[:COUNT] runs one fault or limit."""
+Which calls fail is drawn by --seed, as many as --seconds allows. --only KIND:N[-M[/STEP]][:COUNT] runs the faults or limits
+from N to M instead, until there are no more calls of that kind."""
 import argparse
 import collections
 import contextlib
@@ -10,6 +11,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import resource
 import shutil
 import signal
@@ -41,6 +43,7 @@ class Run:
     def __init__(self, options, folder, clip, kind, number, count):
         self.options, self.name, self.once = options, f"{kind} {number}", kind in KINDS and count == 1
         self.limit = (LIMITS[kind], number) if kind in LIMITS else None
+        self.codes = range(10, SCARCE + 1) if kind in ("write", "fsync", "rename") else (SCARCE,)
         self.seconds = LIMIT * options.slow
         self.intake, self.counts = e2e.free_port(), folder / "counts"
         self.gateway = e2e.Gateway(options, folder, {"clip": {"video": str(clip), "loop": True}},
@@ -70,7 +73,7 @@ class Run:
         code = gateway.process.poll()
         self.check(code is not None or e2e.listens(gateway.port), "the start hangs")
         lines = gateway.console().splitlines()
-        self.check(code is None or 10 <= code <= SCARCE and len(lines) == 1 and lines[0].startswith("gvxd: "),
+        self.check(code is None or code in self.codes and len(lines) == 1 and lines[0].startswith("gvxd: "),
                    f"the start ended with {code}: {lines}")
         return code
 
@@ -162,7 +165,7 @@ def runs(options, folder, clip, outcomes):
     """Runs one after another, by name; gives what was wrong."""
     wrong = []
 
-    def one(kind, number, count=1, usual=10000, must=False):
+    def one(kind, number, count=1, usual=10000, must=False, told=False):
         with tempfile.TemporaryDirectory(dir=folder) as inner:
             run = Run(options, pathlib.Path(inner), clip, kind, number, count)
             try:
@@ -178,15 +181,21 @@ def runs(options, folder, clip, outcomes):
                 run.gateway.kill()
             calls = struct.unpack("9Q", run.counts.read_bytes()) if run.counts.exists() else ()
         outcomes[f"{kind}: {outcome}"] += 1
+        if told:
+            print(run.name, outcome, run.gateway.console().strip() if outcome != "served" else "", *run.refused, flush=True)
         return run, dict(zip(KINDS, calls))
 
-    if options.only:
-        kind, number, count = (options.only + ":1").split(":")[:3]
-        one(kind, int(number), int(count))
-        return wrong
     begin, draw = time.monotonic(), random.Random(options.seed)
     clean, calls = one("memory", 0, must=True)
     print({**calls, "descriptors": clean.held})
+    if options.only:
+        kind, numbers, count = (options.only + ":1").split(":")[:3]
+        first, last, step = re.fullmatch(r"(\d+)(?:-(\d+)(?:/(\d+))?)?", numbers).groups()
+        for number in range(int(first), int(last or first) + 1, int(step or 1)):
+            _, calls = one(kind, number, int(count), usual=clean.held, told=True)
+            if calls.get(kind, number) < number:
+                break
+        return wrong
     steps = [(kind, number) for kind, numbers in STEPS.items() for number in numbers]
     draw.shuffle(steps)
     for kind, number in steps:

@@ -1,9 +1,13 @@
 #include "gateway/gateway_fixture.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
 #include "gateway/process/allocator.h"
+#include "gateway/process/reload_thread.h"
 #include "gateway/process/startup_log.h"
+#include "support/no_threads.h"
 
+#include <cerrno>
 #include <fstream>
 
 #include <malloc.h>
@@ -68,7 +72,14 @@ TEST(GatewayStart, FailureNamesWhatIsAtFaultAndLeavesNothingBehind) {
     const FakeListener taken;
     gvx::GatewayOptions options = folder.Options();
     options.listenPort = taken.Port();
+    gvx::NoteShortage(EMFILE);
     EXPECT_EQ(TryStart(options).code, gvx::ExitCode::CannotListen);
+    EXPECT_EQ(gvx::LastShortage(), "") << "a shortage that was lived through is the reason of no later failure";
+    {
+        const ScopedNoThreads none;
+        EXPECT_EQ(TryStart(folder.Options()).code, gvx::ExitCode::OutOfResources);
+        EXPECT_EQ(gvx::LastShortage().find("no thread to be had: "), 0u);
+    }
     EXPECT_EQ(TryStart(folder.Options()).code, gvx::ExitCode::Ok) << "a failed start leaves nothing behind";
     EXPECT_TRUE(log->Contains("gvx.key] is not taken: others than its owner")) << log->Dump();
 }
@@ -116,4 +127,15 @@ TEST(SpareMemoryTest, WhatABurstLeavesGoesBackOnceAMinuteAtMost) {
         spare.Look(begin + 6000);
         EXPECT_LT(ResidentPages(), before + much);
     }
+}
+
+TEST(Reload, IsDoneOnTheAskersThreadWhereThereIsNoOther) {
+    const ScopedNoThreads none;
+    const ScopedRecordingLogger log;
+    int reloads = 0;
+    gvx::ReloadThread reload([&reloads] { ++reloads; });
+    reload.Ask();
+    reload.Ask();
+    EXPECT_EQ(reloads, 2);
+    EXPECT_TRUE(log->Contains("No thread for the reload"));
 }

@@ -183,18 +183,22 @@ bool ControlSocket::Read(Client& client) {
     if (end == std::string::npos && client.request.size() <= kMaxRequestBytes) {
         return true;
     }
-    Json::Value answer;
-    if (end == std::string::npos || end > kMaxRequestBytes) {
-        answer["error"] = "A request is one line of at most " + std::to_string(kMaxRequestBytes) + " bytes.";
-    } else {
-        try {
+    try {
+        Json::Value answer;
+        if (end == std::string::npos || end > kMaxRequestBytes) {
+            answer["error"] = "A request is one line of at most " + std::to_string(kMaxRequestBytes) + " bytes.";
+        } else {
             answer = m_answer(client.request.substr(0, end));
-        } catch (const std::exception& fault) {
-            answer["error"] = std::string("The status cannot be collected: ") + fault.what();
         }
+        client.answer = WriteJson(answer);
+    } catch (const std::bad_alloc&) {
+        client.answer = "{\"error\":\"The status cannot be collected: no memory.\"}\n";
+    } catch (const std::exception& fault) {
+        Json::Value answer;
+        answer["error"] = std::string("The status cannot be collected: ") + fault.what();
+        client.answer = WriteJson(answer);
     }
     client.request.clear();
-    client.answer = WriteJson(answer);
     client.sent = 0;
     return Write(client);
 }

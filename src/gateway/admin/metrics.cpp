@@ -40,6 +40,7 @@ public:
 
     std::string Text() const {
         std::ostringstream text;
+        text.exceptions(std::ios::badbit);  // without memory it would else be cut short in silence
         prometheus::TextSerializer().Serialize(text, m_families);
         return text.str();
     }

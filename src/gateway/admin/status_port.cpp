@@ -173,14 +173,18 @@ void StatusPort::Server::OnConnection(void* server, MHD_Connection* connection, 
     }
 }
 
-// No exception may go through the library. Without memory the connection is closed.
+// No exception may go through the library. Without memory for a refusal the connection is closed.
 MHD_Result StatusPort::Server::OnRequest(void* server, MHD_Connection* connection, const char*, const char* method,
                                          const char*, const char*, std::size_t*, void** target) {
     try {
         return static_cast<Server*>(server)->Serve(connection, method, static_cast<const char*>(*target));
     } catch (const std::exception& fault) {
         GVX_LOG_WARN("Status port", "A request could not be served: %s", fault.what());
-        return MHD_NO;
+        static char refusal[] = "The status cannot be collected.\n";
+        const ResponsePtr response(
+            MHD_create_response_from_buffer(sizeof(refusal) - 1, refusal, MHD_RESPMEM_PERSISTENT));
+        return response != nullptr ? MHD_queue_response(connection, MHD_HTTP_SERVICE_UNAVAILABLE, response.get())
+                                   : MHD_NO;
     }
 }
 

@@ -4,6 +4,7 @@
 #include "base/log_fault.h"
 #include "base/om_adapter.h"
 #include "base/paths.h"
+#include "base/shortage.h"
 #include "base/periodic_thread.h"
 #include "gvx_common/alarm/emergency_protection.h"
 #include "gvx_common/alarm/gvx_error_mgr.h"
@@ -63,7 +64,12 @@ bool DataFolder::Take(const std::string& setting, std::string& reason) {
     const std::string dir = DataDir(setting);
     CGvxUtility::dirCreate(dir);
     m_folder.Reset(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (m_folder.Valid() && flock(m_folder.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    if (!m_folder.Valid()) {
+        const int error = errno;
+        reason = "the data folder " + dir + " cannot be opened (GVX_DATA_DIR)";
+        return !NoteShortage(error);  // one that is missing is waited for
+    }
+    if (flock(m_folder.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
         m_folder.Reset();
         reason = "the data folder " + dir + " belongs to another gateway that runs (GVX_DATA_DIR)";
         return false;

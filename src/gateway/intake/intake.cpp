@@ -1,6 +1,7 @@
 #include "gateway/intake/intake.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
 #include "bp/poll_reactor.h"
 #include "gateway/plugins/plugin_host.h"
 #include "gvx_common/config/setting_table.h"
@@ -52,7 +53,7 @@ Intake::~Intake() {
 
 StartResult Intake::Start(const IntakeSettings& settings, std::vector<const LoadedPlugin*> takers) {
     if (m_reactor == nullptr) {
-        return StartFailure(ExitCode::StartFailed, "the intake has no reactor");
+        return StartFailure(ExitCode::OutOfResources, "the intake has no reactor");
     }
     StartResult result = Listen(settings);
     if (result.Failed()) {
@@ -60,17 +61,19 @@ StartResult Intake::Start(const IntakeSettings& settings, std::vector<const Load
     }
     m_open = true;
     if (!m_wake.Valid() || m_reactor->register_handler(&m_wake, ACE_Event_Handler::READ_MASK) != 0) {
-        return StartFailure(ExitCode::StartFailed, "the intake cannot be woken");
+        NoteShortage(errno == ENOSPC ? ENOMEM : errno);
+        return StartFailure(ExitCode::OutOfResources, "the intake cannot be woken");
     }
     const std::size_t plugins = takers.size();
     if (!IntakeFlow::Instance().Open(settings.limits, std::move(takers))) {
-        return StartFailure(ExitCode::StartFailed, "the queue of the intake could not be started");
+        return StartFailure(ExitCode::OutOfResources, "the queue of the intake could not be started");
     }
     try {
         m_reactorThread = std::thread([this] { RunReactor(); });
         m_consumerThread = std::thread([this] { RunConsumer(); });
     } catch (const std::system_error& fault) {
-        return StartFailure(ExitCode::StartFailed, std::string("there is no thread for the intake: ") + fault.what());
+        NoteShortage(fault);
+        return StartFailure(ExitCode::OutOfResources, "the threads of the intake could not be started");
     }
     GVX_LOG_INFO("Intake", "devices push to %s:%u, %zu plug-ins take it", settings.ip.c_str(), settings.port, plugins);
     return result;
@@ -79,9 +82,11 @@ StartResult Intake::Start(const IntakeSettings& settings, std::vector<const Load
 StartResult Intake::Listen(const IntakeSettings& settings) {
     m_acceptor.SetMsgQueue(&m_queue);
     if (m_acceptor.start(ACE_INET_Addr(settings.port, settings.ip.c_str()), m_reactor.get()) != 0) {
+        const int error = errno;
+        NoteShortage(error == ENOSPC ? ENOMEM : error);
         return StartFailure(ExitCode::CannotListen, "cannot listen on " + settings.ip + ":" +
                                                         std::to_string(settings.port) +
-                                                        " for devices (GVX_INTAKE_PORT): " + std::strerror(errno));
+                                                        " for devices (GVX_INTAKE_PORT): " + std::strerror(error));
     }
     m_acceptor.WidenBacklog();
     return {};

@@ -1,6 +1,7 @@
 #include "gateway/intake/intake_flow.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
 #include "gateway/intake/intake_taker.h"
 #include "gateway/plugins/plugin_guard.h"
 #include "gateway/plugins/plugin_host.h"
@@ -52,6 +53,7 @@ bool IntakeFlow::Open(const IntakeLimits& limits, std::vector<const LoadedPlugin
             made->push_back(std::make_unique<IntakeTaker>(*taker));
         }
     } catch (const std::exception& error) {
+        NoteShortage(error);
         GVX_LOG_ERR("Intake", "there is no thread or no memory for a plug-in: %s", error.what());
         return false;
     }

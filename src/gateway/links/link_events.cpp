@@ -40,7 +40,7 @@ bool LinkEventThread::Start(BP::LinkEvents handlers, FrameTaker takeFrame) {
     try {
         m_thread = std::thread(&LinkEventThread::Run, this);
     } catch (const std::exception& fault) {
-        NoteShortage(Resource::Thread, EAGAIN);
+        NoteShortage(fault);
         GVX_LOG_ERR("Link events", "Their thread could not be started: %s", fault.what());
         return false;
     }

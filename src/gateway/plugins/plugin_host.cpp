@@ -2,12 +2,14 @@
 
 #include "base/json_io.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "gateway/alarms/device_reports.h"
 #include "gateway/plugins/discovery_reports.h"
 #include "gateway/plugins/plugin_guard.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 
 #include <algorithm>
+#include <new>
 
 namespace gvx {
 
@@ -24,6 +26,7 @@ constexpr ProtocolRow kProtocols[] = {
 };
 
 StartResult Missing(const std::string& name, const std::string& path, const std::string& why) {
+    FindsDescriptor();
     return StartFailure(ExitCode::PluginMissing, "plug-in " + name + " (" + path + "): " + why);
 }
 
@@ -79,6 +82,7 @@ StartResult LoadedPlugin::Start(const std::string& configFile) {
         return result;
     });
     if (!started) {
+        FindsDescriptor();
         return StartFailure(ExitCode::PluginRefused, "plug-in " + Name() + " refuses to start: " +
                                                          (threw ? std::string("it threw an exception")
                                                                 : LastError(Name(), m_library.lastError)));
@@ -196,7 +200,7 @@ std::string PluginHost::NameList() const {
     return text.empty() ? "none" : text;
 }
 
-int PluginHost::RegisterPlugin() {
+int PluginHost::TellPlugins() const {
     Json::Value body(Json::objectValue);
     Json::Value& list = body["PluginList"] = Json::Value(Json::arrayValue);
     for (const auto& plugin : m_plugins) {
@@ -206,8 +210,18 @@ int PluginHost::RegisterPlugin() {
         row["Maker"] = plugin->Info().m_strMaker;
         list.append(row);
     }
-    const int result = CGvxConnectionMgr::Instance()->SendRetMsgWithJson(
-        NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ, WriteJson(body), kElementGVX, std::string(), std::string());
+    return CGvxConnectionMgr::Instance()->SendRetMsgWithJson(NSS_PROTOCOL_PLUGIN_INSTALL_NOTIFY_REQ, WriteJson(body),
+                                                             kElementGVX, std::string(), std::string());
+}
+
+// Frames wait for the registration: they are let in whatever has become of it.
+int PluginHost::RegisterPlugin() {
+    int result = ZVS_ALLOC_MEMORY_ERROR;
+    try {
+        result = TellPlugins();
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("Plug-ins", result, "Their list is not told to the platform.");
+    }
     if (m_onRegistered) {
         m_onRegistered();
     }

@@ -76,6 +76,8 @@ public:
     bool InstallPlugin(int protocol, BP::CPluginInfo& info) override;
 
 private:
+    int TellPlugins() const;
+
     std::vector<std::unique_ptr<LoadedPlugin>> m_plugins;
     std::function<void()> m_onRegistered;
     Caller m_caller;

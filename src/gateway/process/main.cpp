@@ -20,11 +20,9 @@
 #include <openssl/crypto.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <new>
 
 #include <unistd.h>
 
@@ -60,14 +58,14 @@ StartResult WithShortage(StartResult result) {
         result.code = ExitCode::OutOfResources;
         result.reason += ": " + shortage;
     } else if (result.code == ExitCode::OutOfResources) {
-        result.reason += ": no memory to be had";
+        result.reason += ": whether a thread, a descriptor or memory was missing is not known";
     }
     return result;
 }
 
-int RefuseStart(const StartResult& found) {
+int RefuseStart(const StartResult& found, const char* verdict = "does not start") {
     const StartResult result = WithShortage(found);
-    GVX_LOG_ERR("gvxd", "gvxd does not start, exit code %d: %s", Number(result.code), result.reason.c_str());
+    GVX_LOG_ERR("gvxd", "gvxd %s, exit code %d: %s", verdict, Number(result.code), result.reason.c_str());
     FlushLog();
     std::fprintf(stderr, "gvxd: %s\n", result.reason.c_str());
     return Number(result.code);
@@ -81,12 +79,15 @@ int RefuseStart(const StartResult& found) {
 }
 
 // The same for a start that a signal has ended; the thread that starts is still at it.
-[[noreturn]] void AbandonStart(int signal) {
+[[noreturn]] void AbandonStart(int signal) try {
     std::string reason = "stopped by signal " + std::to_string(signal) + " during its start";
     for (const PluginCallWatch::Call& call : PluginCallWatch::Instance().OpenCalls()) {
         reason += ", plug-in " + call.plugin + ": " + call.operation + " does not return";
     }
     _exit(RefuseStart(StartFailure(ExitCode::StartAbandoned, std::move(reason))));
+} catch (const std::exception&) {
+    std::fputs("gvxd: stopped by a signal during its start\n", stderr);
+    _exit(Number(ExitCode::StartAbandoned));
 }
 
 // The command line's, else what is configured now.
@@ -195,15 +196,15 @@ void StartOperationLog() {
     OMAdapter::getInstance()->setOperationLogger(std::move(logger));
 }
 
-// A start that throws ends as it stands: what has been started cannot be stopped in order without memory.
-[[noreturn]] void EndStart(const std::exception& fault) noexcept {
-    if (dynamic_cast<const std::bad_alloc*>(&fault) != nullptr) {
-        NoteShortage(Resource::Memory, ENOMEM);
-    }
+// What throws ends the process as it stands: what has been started cannot be stopped in order without memory. what
+// says what came to its end by it.
+[[noreturn]] void EndEarly(const char* what, const std::exception& fault) noexcept {
+    NoteShortage(fault);
     try {
-        _exit(RefuseStart(StartFailure(ExitCode::StartFailed, std::string("the start ended early: ") + fault.what())));
+        _exit(RefuseStart(StartFailure(ExitCode::StartFailed, std::string(what) + " ended early: " + fault.what()),
+                          "ends"));
     } catch (const std::exception&) {
-        std::fputs("gvxd: the start ended early: no memory to be had\n", stderr);
+        std::fprintf(stderr, "gvxd: %s ended early: no memory to be had\n", what);
         _exit(Number(ExitCode::OutOfResources));
     }
 }
@@ -223,7 +224,7 @@ StartResult StartAll(Gateway& gateway, StartLogging& logging, const GatewayOptio
     StartOperationLog();
     return gateway.Start(options);
 } catch (const std::exception& fault) {
-    EndStart(fault);
+    EndEarly("the start", fault);
 }
 
 // Comes back only when nothing is left behind.
@@ -231,7 +232,11 @@ void StopInTime(Gateway& gateway, ReloadThread& reload, OverdueWatch& watch, std
                 ExitCode code) {
     watch.Begin([] { return true; }, limit,
                 [code] {
-                    PluginCallWatch::Instance().NameOpen();
+                    try {
+                        PluginCallWatch::Instance().NameOpen();
+                    } catch (const std::exception& fault) {
+                        GVX_LOG_ERR("Stop", "What is left behind cannot be named: %s", fault.what());
+                    }
                     LeaveBehindAndExit(code);
                 });
     bool stopped = false;
@@ -264,14 +269,10 @@ void Reload(const GatewayOptions& options, const ServiceManager& manager) {
 
 // What an operator asks for by a signal. No signal ends the gateway but those that ask for its stop.
 void ServeSignal(ProcessSignals::Event event, ReloadThread& reload) {
-    try {
-        if (event == ProcessSignals::Event::Reload) {
-            reload.Ask();
-        } else if (event == ProcessSignals::Event::Status) {
-            WriteStatusToLog();
-        }
-    } catch (const std::exception& fault) {
-        GVX_LOG_ERR("gvxd", "What a signal asks for could not be done: %s", fault.what());
+    if (event == ProcessSignals::Event::Reload) {
+        reload.Ask();
+    } else if (event == ProcessSignals::Event::Status) {
+        WriteStatusToLog();
     }
 }
 
@@ -289,11 +290,15 @@ int ServeUntilStop(ProcessSignals& signals, ReloadThread& reload, const ServiceM
             manager.Stopping();
             return signals.First();
         }
-        ServeSignal(event, reload);
-        spareMemory.Look(MonotonicMilliseconds());
-        if (watched && MonotonicMilliseconds() >= nextSignMs && EventThreadsAlive()) {
-            manager.Alive();
-            nextSignMs = MonotonicMilliseconds() + period.count();
+        try {
+            ServeSignal(event, reload);
+            spareMemory.Look(MonotonicMilliseconds());
+            if (watched && MonotonicMilliseconds() >= nextSignMs && EventThreadsAlive()) {
+                manager.Alive();
+                nextSignMs = MonotonicMilliseconds() + period.count();
+            }
+        } catch (const std::exception& fault) {
+            GVX_LOG_ERR("gvxd", "What was to be done beside serving could not be: %s", fault.what());
         }
     }
 }
@@ -309,6 +314,7 @@ int Run(int argc, const char* const* argv) {
         return CheckConfiguration(options);
     }
     const ServiceManager manager;
+    ReloadThread reload([&options, &manager] { Reload(options, manager); });
     ProcessSignals signals;
     OverdueWatch watch;
     StartLogging logging;
@@ -330,7 +336,6 @@ int Run(int argc, const char* const* argv) {
         return RefuseStart(result);
     }
     logging.Succeeded();
-    ReloadThread reload([&options, &manager] { Reload(options, manager); });
     const int signal = ServeUntilStop(signals, reload, manager);
     GVX_LOG_INFO("gvxd", "gvxd stops on signal %d (%s)", signal, strsignal(signal));
     StopInTime(gateway, reload, watch, stopLimit, ExitCode::Ok);
@@ -353,6 +358,6 @@ int main(int argc, char** argv) {
     try {
         return gvx::Run(argc, argv);
     } catch (const std::exception& fault) {
-        gvx::EndStart(fault);
+        gvx::EndEarly("the process", fault);
     }
 }

@@ -37,7 +37,7 @@ bool OverdueWatch::Start(std::function<void()> prepare) {
             Run();
         });
     } catch (const std::system_error& fault) {
-        NoteShortage(Resource::Thread, fault.code().value());
+        NoteShortage(fault);
         return false;
     }
     return true;

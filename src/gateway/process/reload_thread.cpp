@@ -3,8 +3,8 @@
 #include "base/log.h"
 #include "base/shortage.h"
 
+#include <exception>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -51,8 +51,8 @@ void ReloadThread::Ask() {
     try {
         m_state->thread = std::thread(&State::Run, m_state.get());
         pthread_setname_np(m_state->thread.native_handle(), "Reload");
-    } catch (const std::system_error& fault) {
-        NoteShortage(Resource::Thread, fault.code().value());
+    } catch (const std::exception& fault) {
+        NoteShortage(fault);
         GVX_LOG_WARN("gvxd", "No thread for the reload, which is done without: %s", fault.what());
         m_state->Run();
     }

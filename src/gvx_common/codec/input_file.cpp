@@ -1,5 +1,7 @@
 #include "gvx_common/codec/input_file.h"
 
+#include "base/shortage.h"
+
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -22,7 +24,9 @@ bool InputFile::Open(const std::string& path, std::string& error) {
     UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (!fd.Valid() || fstat(fd.Get(), &status) != 0) {
-        error = ErrnoText(errno);
+        const int fault = errno;
+        NoteShortage(fault);
+        error = ErrnoText(fault);
         return false;
     }
     if (!S_ISREG(status.st_mode)) {
