@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <shared_mutex>
 #include <utility>
 
@@ -40,7 +41,7 @@ std::shared_ptr<const SessionWork> FindSessionWork(std::uint32_t reqID) {
 
 // Answers a request with a bare head. A response is never answered, nor is a command without a frame: nobody waits
 // for either.
-void AnswerUnsupported(const CCmd& cmd) {
+void AnswerBare(const CCmd& cmd, int code) {
     NssMsgHeader head;
     if (cmd.GetReqID() >= kNssResponseOffset || !ReadFrameHead(cmd.GetMsgBlock(), head)) {
         return;
@@ -48,7 +49,7 @@ void AnswerUnsupported(const CCmd& cmd) {
     const std::uint32_t responseID = cmd.GetReqID() + kNssResponseOffset;
     head.usiProtocolVersion = kNssProtocolVersion;
     head.usiMsgType = static_cast<std::uint16_t>(responseID);
-    head.uiRspCode = ZVS_GVX_DEV_UN_SUPPORT;
+    head.uiRspCode = static_cast<std::uint32_t>(code);
     ACE_Message_Block* block = MakeBareFrame(head).release();
     const int result = CDispatcher::dispatcherOutWithoutTransaction(
         cmd.GetNetElemType(), cmd.GetNetLinkID().c_str(), cmd.GetTransID().c_str(), responseID, block, false, 0);
@@ -123,12 +124,17 @@ void CGvxSessionBase::operator delete(void* memory, const std::nothrow_t&) noexc
     ::operator delete(memory);
 }
 
-void RefuseUnsupported(const CCmd& cmd) {
-    const std::shared_ptr<const RefusalAnswer> answer = CurrentRefusal().Get();
-    if (answer == nullptr) {
-        AnswerUnsupported(cmd);
-    } else if (cmd.GetReqID() < kNssResponseOffset && cmd.GetMsgBlock() != nullptr) {
-        (*answer)(cmd, ZVS_GVX_DEV_UN_SUPPORT);
+void Refuse(const CCmd& cmd, int code) noexcept {
+    try {
+        const std::shared_ptr<const RefusalAnswer> answer = CurrentRefusal().Get();
+        if (answer == nullptr) {
+            AnswerBare(cmd, code);
+        } else if (cmd.GetReqID() < kNssResponseOffset && cmd.GetMsgBlock() != nullptr) {
+            (*answer)(cmd, code);
+        }
+    } catch (const std::exception& fault) {
+        GVX_LOG_ERR_CODE("Session answer", code, "The refusal of cmd[0x%04x] did not leave: %s [link:%s]",
+                         cmd.GetReqID(), fault.what(), cmd.GetNetLinkID().c_str());
     }
 }
 
@@ -169,11 +175,16 @@ int CGvxSessionBase::HandleCmd(const CCmd* cmd) {
     if (work == nullptr) {
         GVX_LOG_WARN("Session", "No work for cmd[0x%04x]. [dev:%s, link:%s]", cmd->GetReqID(), m_strRespDevID.c_str(),
                      cmd->GetNetLinkID().c_str());
-        RefuseUnsupported(*cmd);
+        Refuse(*cmd, ZVS_GVX_DEV_UN_SUPPORT);
         return ZVS_GVX_DEV_UN_SUPPORT;
     }
     try {
         return (*work)(*this, *cmd);
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("Session", ZVS_ALLOC_MEMORY_ERROR, "The work for cmd[0x%04x] found no memory. [dev:%s]",
+                         cmd->GetReqID(), m_strRespDevID.c_str());
+        Refuse(*cmd, ZVS_ALLOC_MEMORY_ERROR);
+        return ZVS_FAIL;
     } catch (const std::exception& fault) {
         GVX_LOG_ERR("Session", "The work for cmd[0x%04x] threw: %s [dev:%s]", cmd->GetReqID(), fault.what(),
                     m_strRespDevID.c_str());
@@ -181,6 +192,7 @@ int CGvxSessionBase::HandleCmd(const CCmd* cmd) {
         GVX_LOG_ERR("Session", "The work for cmd[0x%04x] threw something unknown. [dev:%s]", cmd->GetReqID(),
                     m_strRespDevID.c_str());
     }
+    Refuse(*cmd, ZVS_FAIL);
     return ZVS_FAIL;
 }
 

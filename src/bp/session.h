@@ -45,7 +45,8 @@ public:
 
     // Looks up the work registered for the command's request type and runs it on this thread. No work
     // registered: refuses a request with ZVS_GVX_DEV_UN_SUPPORT (see SetRefusalAnswer) and returns that code. An
-    // exception that the work lets out is logged with the device and gives ZVS_FAIL.
+    // exception that the work lets out is logged with the device and gives ZVS_FAIL; the request is refused with it,
+    // with ZVS_ALLOC_MEMORY_ERROR for want of memory.
     int HandleCmd(const CCmd* cmd) override;
     int Routing(const CCmd* cmd) override;
     int Timeout() override;
@@ -108,13 +109,13 @@ public:
 // takes a shared lock and holds the work that it found until the command is served.
 using SessionWork = std::function<int(CGvxSessionBase& session, const CCmd& cmd)>;
 
-// How a request without work is refused. Unless one is set: by a bare head on the link that the request came by. Set
-// before the first command; an empty function brings that back.
+// How a request that is not served is refused. Unless one is set: by a bare head on the link that the request came by.
+// Set before the first command; an empty function brings that back.
 using RefusalAnswer = std::function<void(const CCmd& cmd, int code)>;
 void SetRefusalAnswer(RefusalAnswer answer);
-// Refuses a request with ZVS_GVX_DEV_UN_SUPPORT in that way. A response is not answered, nor is a command without a
+// Refuses a request in that way. A response is not answered, nor is a command without a
 // frame: nobody waits for either. Any thread.
-void RefuseUnsupported(const CCmd& cmd);
+void Refuse(const CCmd& cmd, int code) noexcept;
 
 // Registers or replaces the work for a request type; an empty work removes it. Any thread.
 void RegisterSessionWork(std::uint32_t reqID, SessionWork work);

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <new>
 #include <stdexcept>
 #include <thread>
 
@@ -63,13 +64,16 @@ TEST_F(Session, RunsTheWorkOfItsRequestTypeEvenOneThatThrows) {
         return 42;
     });
     EXPECT_EQ(42, m_session.HandleCmd(cmd.get()));
-    BP::RegisterSessionWork(
-        kRequest, [](BP::CGvxSessionBase&, const BP::CCmd&) -> int { throw std::runtime_error("lens gone"); });
-    EXPECT_EQ(ZVS_FAIL, m_session.HandleCmd(cmd.get()));
+    const std::pair<BP::SessionWork, unsigned int> throwing[] = {
+        {[](auto&, auto&) -> int { throw std::runtime_error("lens gone"); }, ZVS_FAIL},
+        {[](auto&, auto&) -> int { throw 5; }, ZVS_FAIL},
+        {[](auto&, auto&) -> int { throw std::bad_alloc(); }, ZVS_ALLOC_MEMORY_ERROR}};
+    for (const auto& [work, code] : throwing) {
+        BP::RegisterSessionWork(kRequest, work);
+        EXPECT_EQ(ZVS_FAIL, m_session.HandleCmd(cmd.get()));
+        EXPECT_EQ(code, m_answers.Take().at(0).Head().uiRspCode);
+    }
     EXPECT_TRUE(m_log->Contains("lens gone [dev:CAM001]"));
-    BP::RegisterSessionWork(kRequest, [](BP::CGvxSessionBase&, const BP::CCmd&) -> int { throw 5; });
-    EXPECT_EQ(ZVS_FAIL, m_session.HandleCmd(cmd.get()));
-    EXPECT_EQ(0u, m_answers.Count());
     EXPECT_EQ(ZVS_NULL_POINTER, m_session.HandleCmd(nullptr));
 }
 

@@ -337,6 +337,9 @@ int CGvxReactor::handle_exception(ACE_HANDLE) {
         GVX_LOG_ERR("handle cmd", "Serving reqID[0x%04x] threw something unknown. devID[%s]",
                     cmd != nullptr ? cmd->GetReqID() : 0, entry.m_devID.c_str());
     }
+    if (cmd != nullptr) {
+        BP::Refuse(*cmd, ZVS_FAIL);
+    }
     return 1;
 }
 
@@ -357,7 +360,8 @@ int CGvxReactor::ServeCmd(const BP::CCmd& cmd, const std::string& devID) {
     const std::unique_ptr<BP::CGvxSessionBase> session = CreatSession(&cmd, devID);
     if (session == nullptr) {
         GVX_LOG_ERR("handle cmd", "not create session by reqID[0x%04x]", cmd.GetReqID());
-        BP::RefuseUnsupported(cmd);
+        // A session that is known and not there has found no memory.
+        BP::Refuse(cmd, FindSessionKind(cmd.GetReqID()) ? ZVS_ALLOC_MEMORY_ERROR : ZVS_GVX_DEV_UN_SUPPORT);
         return 1;
     }
     session->SetCmd(&cmd);
