@@ -2,8 +2,14 @@
 
 #include "base/zvs_error.h"
 #include "gateway/plugins/plugin_guard.h"
+#include "gateway/process/process_signals.h"
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
+
+#include <csignal>
+
+#include <spawn.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -182,4 +188,17 @@ TEST_F(GatewayTest, ARefusalCarriesWhatThePluginReportedOnce) {
     EXPECT_NE(own.find("<DevCode>CAM1</DevCode>"), std::string::npos) << own;
     EXPECT_NE(own.find("<ErrorDetail>stopping the stream failed because "), std::string::npos) << own;
     EXPECT_EQ(own.find("mood"), std::string::npos) << own;
+}
+
+TEST(PluginProgram, CanBeEndedBySignalsThatTheGatewayBlocks) {
+    const gvx::ProcessSignals signals;
+    ASSERT_TRUE(signals.Ok());
+    int status = 0;
+    gvx::GuardPluginCall<int>("moody", "Init", "", 0, [&status] {
+        const char* const words[] = {"sh", "-c", "kill -TERM $$", nullptr};
+        pid_t program = 0;
+        EXPECT_EQ(posix_spawn(&program, "/bin/sh", nullptr, nullptr, const_cast<char* const*>(words), environ), 0);
+        return waitpid(program, &status, 0);
+    });
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
 }

@@ -277,7 +277,7 @@ void Device::DeleteLens(Lens& lens) {
         CallPlugin(m_plugin.Name(), "Uninit of a lens", m_code, [&] { return lens.adapter->Uninit(); });
     }
     if (m_leftBehind) {
-        LeaveBehind(std::shared_ptr<void>(lens.adapter, [](void*) {}));
+        lens.room.Keep(lens.adapter);
         return;
     }
     CallPlugin(m_plugin.Name(), "~CAdapterLensBase", m_code, [&] {
@@ -291,7 +291,7 @@ void Device::DeleteAdapter() {
     if (m_leftBehind) {
         GVX_LOG_WARN("Device left behind", "plug-in %s: it may still use device %s, its objects are kept.",
                      m_plugin.Name().c_str(), m_code.c_str());
-        LeaveBehind(std::shared_ptr<void>(m_adapter, [](void*) {}));
+        m_room.Keep(m_adapter);
         return;
     }
     CallPlugin(m_plugin.Name(), "~CAdapterDevBase", m_code, [&] {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/devices/device_request.h"
+#include "gateway/plugins/plugin_guard.h"
 #include "gateway/streams/live_stream.h"
 #include "gvx_common/adapter/gvx_device_state.h"
 #include "gvx_common/records/gvx_adapter_records.h"
@@ -31,6 +32,7 @@ public:
         CAdapterLensBase* adapter = nullptr;  // made by the plug-in, owned by the device
         GVX_CHANNEL_ABILITY_INFO ability;
         bool initialised = false;
+        LeaveRoom room{};  // for the adapter
     };
     // Where the device hangs in the gateway.
     struct Place {
@@ -100,6 +102,7 @@ private:
     const std::int64_t m_addedMs;
     const std::thread::id m_thread = std::this_thread::get_id();
     CAdapterDevBase* m_adapter = nullptr;  // made by the plug-in, owned
+    LeaveRoom m_room;                      // for it
     GVX_DEVICE_ABILITY_INFO m_ability;
     std::vector<Lens> m_lenses;
     std::vector<std::unique_ptr<LiveStream>> m_streams;

@@ -9,22 +9,27 @@
 #include <new>
 #include <system_error>
 
+#include <pthread.h>
+
 namespace gvx {
 
 namespace {
 
 constexpr std::chrono::milliseconds kWatchPeriod(500);
 
-struct Keep {
+struct KeptList {
     std::mutex mutex;
-    std::vector<std::shared_ptr<void>> objects;  // Guarded by mutex.
+    std::list<std::shared_ptr<void>> objects;  // Guarded by mutex.
 };
 
 // Never destroyed: a thread that runs on may outlive every static object.
-Keep& KeptObjects() {
-    static Keep* keep = new Keep;
+KeptList& KeptObjects() {
+    static auto* const keep = new KeptList;
     return *keep;
 }
+
+// Of the process; empty while none is told.
+std::optional<sigset_t> g_callMask;
 
 void NameCall(const PluginCallWatch::Call& call, std::int64_t nowMs) {
     GVX_LOG_ERR("Plug-in does not return", "plug-in %s: %s of device %s has not returned for %lld s",
@@ -98,7 +103,14 @@ std::size_t PluginCallWatch::NameOverdue(std::int64_t limitMs) {
     return overdue.size();
 }
 
+void PluginCallScope::SetMask(const sigset_t& mask) {
+    g_callMask = mask;
+}
+
 PluginCallScope::PluginCallScope(const std::string& plugin, const char* operation, const std::string& device) noexcept {
+    if (g_callMask.has_value()) {
+        pthread_sigmask(SIG_SETMASK, &*g_callMask, &m_formerMask);
+    }
     try {
         m_call = PluginCallWatch::Instance().Enter(plugin, operation, device);
     } catch (const std::bad_alloc&) {
@@ -108,6 +120,9 @@ PluginCallScope::PluginCallScope(const std::string& plugin, const char* operatio
 }
 
 PluginCallScope::~PluginCallScope() {
+    if (g_callMask.has_value()) {
+        pthread_sigmask(SIG_SETMASK, &m_formerMask, nullptr);
+    }
     if (m_call.has_value()) {
         PluginCallWatch::Instance().Leave(*m_call);
     }
@@ -179,18 +194,26 @@ void NoteResult(const std::string& plugin, const char* operation, const std::str
     }
 }
 
-void NoteLeftBehind(const std::string& plugin, const char* what, const std::string& device) {
-    PluginTroubles::Instance().Note(PluginTrouble::Kind::LeftBehind, plugin, what, device);
+void NoteLeftBehind(const std::string& plugin, const char* what, const std::string& device) noexcept {
+    try {
+        PluginTroubles::Instance().Note(PluginTrouble::Kind::LeftBehind, plugin, what, device);
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("Plug-in trouble", ZVS_ALLOC_MEMORY_ERROR, "plug-in %s: %s of device %s is left behind.",
+                         plugin.c_str(), what, device.c_str());
+    }
 }
 
-void LeaveBehind(std::shared_ptr<void> object) {
-    Keep& keep = KeptObjects();
+void LeaveRoom::Keep(std::shared_ptr<void> object) noexcept {
+    KeptList& keep = KeptObjects();
     const std::lock_guard<std::mutex> lock(keep.mutex);
-    keep.objects.push_back(std::move(object));
+    if (object != nullptr && !m_room.empty()) {
+        m_room.front() = std::move(object);
+        keep.objects.splice(keep.objects.end(), m_room);
+    }
 }
 
 std::size_t LeftBehindCount() {
-    Keep& keep = KeptObjects();
+    KeptList& keep = KeptObjects();
     const std::lock_guard<std::mutex> lock(keep.mutex);
     return keep.objects.size();
 }

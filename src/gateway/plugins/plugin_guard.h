@@ -5,6 +5,7 @@
 #include "gvx_common/adapter/gvx_reason.h"
 
 #include <atomic>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -55,9 +56,13 @@ private:
     PeriodicThread m_thread;
 };
 
-// An open call for as long as it lives. Without memory it is not watched.
+// An open call for as long as it lives. Without memory it is not watched. The thread meanwhile has the signal mask that
+// SetMask has told: what the plug-in starts, threads and programs, inherits it.
 class PluginCallScope {
 public:
+    // The mask that the process was started with; before the first call. Unless told, threads keep the one they have.
+    static void SetMask(const sigset_t& mask);
+
     PluginCallScope(const std::string& plugin, const char* operation, const std::string& device) noexcept;
     ~PluginCallScope();
     PluginCallScope(const PluginCallScope&) = delete;
@@ -65,6 +70,7 @@ public:
 
 private:
     std::optional<std::list<PluginCallWatch::Call>::iterator> m_call;
+    sigset_t m_formerMask{};
 };
 
 // The line about an exception that left a plug-in, one for an episode (PluginTroubles); what may be null.
@@ -119,12 +125,24 @@ int CallPlugin(const std::string& plugin, const char* operation, const std::stri
     return code;
 }
 
-// What of the plug-in is left behind, for the status.
-void NoteLeftBehind(const std::string& plugin, const char* what, const std::string& device);
+// What of the plug-in is left behind, for the status. Without memory the status does not show it.
+void NoteLeftBehind(const std::string& plugin, const char* what, const std::string& device) noexcept;
 
-// Objects that a misbehaving plug-in may still use, although their time is over: a thread of it may run on. They are
-// kept for the life of the process rather than pulled from under it. Any thread.
-void LeaveBehind(std::shared_ptr<void> object);
+// Room for an object that a misbehaving plug-in may still use when its time is over: a thread of it may run on. Made
+// with the object, since leaving it behind must not fail for want of memory.
+class LeaveRoom {
+public:
+    LeaveRoom() : m_room(1) {}
+
+    // Keeps the object for the life of the process rather than have it pulled from under the plug-in. Once; null is
+    // nothing. Any thread.
+    void Keep(std::shared_ptr<void> object) noexcept;
+    // The same for one that nobody deletes any more.
+    void Keep(void* object) noexcept { Keep(std::shared_ptr<void>(std::shared_ptr<void>(), object)); }
+
+private:
+    std::list<std::shared_ptr<void>> m_room;
+};
 // Number of objects kept; non-zero means that the process must not end through destructors. Any thread.
 std::size_t LeftBehindCount();
 

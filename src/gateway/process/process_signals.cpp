@@ -1,11 +1,14 @@
 #include "gateway/process/process_signals.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
+#include "gateway/plugins/plugin_guard.h"
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <ctime>
 
 #include <poll.h>
 #include <pthread.h>
@@ -58,7 +61,8 @@ bool Install(int signal, void (*handler)(int)) {
     return sigaction(signal, &action, nullptr) == 0;
 }
 
-bool Mask(int how) {
+// former gets the mask before, and may be null.
+bool Mask(int how, sigset_t* former = nullptr) {
     sigset_t ours;
     sigemptyset(&ours);
     for (const int signal : kStopSignals) {
@@ -67,7 +71,7 @@ bool Mask(int how) {
     for (const int signal : kOtherSignals) {
         sigaddset(&ours, signal);
     }
-    return pthread_sigmask(how, &ours, nullptr) == 0;
+    return pthread_sigmask(how, &ours, former) == 0;
 }
 
 }  // namespace
@@ -77,6 +81,9 @@ ProcessSignals::ProcessSignals() {
     g_reload = g_status = false;
     g_wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     m_ok = g_wakeFd >= 0;
+    if (!m_ok) {
+        NoteShortage(errno);
+    }
     for (const int signal : kIgnoredSignals) {
         m_ok = m_ok && Install(signal, SIG_IGN);
     }
@@ -86,7 +93,11 @@ ProcessSignals::ProcessSignals() {
     for (const int signal : kOtherSignals) {
         m_ok = m_ok && Install(signal, &OnOtherSignal);
     }
-    m_ok = m_ok && Mask(SIG_BLOCK);
+    sigset_t former;
+    m_ok = m_ok && Mask(SIG_BLOCK, &former);
+    if (m_ok) {
+        PluginCallScope::SetMask(former);
+    }
 }
 
 ProcessSignals::~ProcessSignals() {
@@ -112,8 +123,13 @@ int ProcessSignals::First() const {
 }
 
 ProcessSignals::Event ProcessSignals::Wait(std::chrono::milliseconds limit) {
+    // The system gives a signal to the thread that waits here before all others that do not block it: plug-ins' threads
+    // are not disturbed.
     pollfd wake{g_wakeFd, POLLIN, 0};
-    if (g_firstStop == 0 && !g_reload && !g_status && poll(&wake, 1, static_cast<int>(limit.count())) > 0) {
+    const timespec time{limit.count() / 1000, limit.count() % 1000 * 1000000};
+    sigset_t none;
+    sigemptyset(&none);
+    if (g_firstStop == 0 && !g_reload && !g_status && ppoll(&wake, 1, &time, &none) > 0) {
         std::uint64_t count = 0;
         const ssize_t got = read(g_wakeFd, &count, sizeof(count));
         static_cast<void>(got);  // empty already: what is asked for stands in the marks

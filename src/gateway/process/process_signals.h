@@ -8,8 +8,10 @@ namespace gvx {
 // configuration and the log files to be read and opened anew, SIGUSR1 for the status in the log; SIGPIPE and SIGUSR2 do
 // nothing. One object at a time, made on main's thread before any other thread.
 //
-// The maker's thread and all that it starts block them, so that no wait of an event thread ends early; one thread takes
-// them (TakeHere). They have handlers all the same: a thread that a library has started before has no mask of ours.
+// The maker's thread and all that it starts block them, so that no wait of an event thread ends early; whoever waits
+// here takes them, and one thread beside (TakeHere). Calls into plug-ins have the mask of before (PluginCallScope), so
+// that the programs which they start can be ended. They have handlers all the same: a thread that a library has started
+// before has no mask of ours.
 class ProcessSignals {
 public:
     enum class Event { None, Stop, Reload, Status };

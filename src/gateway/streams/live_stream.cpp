@@ -357,11 +357,9 @@ void LiveStream::LeaveObjectsBehind() {
     GVX_LOG_WARN("Stream left behind",
                  "plug-in %s: what it did with stream %s is not known, its objects are kept. [dev:%s]",
                  m_lens.plugin.c_str(), m_request.serviceID.c_str(), m_lens.device.c_str());
-    LeaveBehind(m_media);
-    if (m_metadata != nullptr) {
-        LeaveBehind(m_metadata);
-    }
-    LeaveBehind(std::shared_ptr<void>(m_param, [](void*) {}));
+    m_mediaRoom.Keep(m_media);
+    m_metadataRoom.Keep(m_metadata);
+    m_paramRoom.Keep(m_param);
 }
 
 StreamStatistics LiveStream::Statistics() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gateway/plugins/plugin_guard.h"
 #include "gateway/streams/stream_gate.h"
 #include "gateway/streams/stream_ledger.h"
 #include "gateway/streams/stream_ports.h"
@@ -106,6 +107,9 @@ private:
     std::shared_ptr<const StreamEntry> m_entry;  // in the ledger while the stream runs
     bool m_running = false;
     bool m_leftBehind = false;
+    LeaveRoom m_mediaRoom;
+    LeaveRoom m_metadataRoom;
+    LeaveRoom m_paramRoom;
 };
 
 }  // namespace gvx
