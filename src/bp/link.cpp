@@ -3,6 +3,7 @@
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/thread_own.h"
 #include "bp/cmd.h"
 #include "bp/poll_reactor.h"
 #include "bp/registration.h"
@@ -436,7 +437,11 @@ int Link::handle_input(ACE_HANDLE) {
 void Link::ReadFrames() {
     // One buffer serves all links: there is one I/O thread, and what is read is used up before the next read. Made by
     // the thread that reads, since storage of threads would be there once for each thread of the process.
-    static thread_local const auto room = std::make_unique<std::array<char, kReadChunkBytes>>();
+    static gvx::ThreadOwn<std::array<char, kReadChunkBytes>> rooms;
+    std::array<char, kReadChunkBytes>* const room = rooms.Get();
+    if (room == nullptr) {
+        throw std::bad_alloc();
+    }
     std::array<char, kReadChunkBytes>& buffer = *room;
     m_readNeedsRoom = false;
     const bool writes = std::exchange(m_writeNeedsInput, false);

@@ -1,6 +1,7 @@
 #include "bp/session.h"
 
 #include "base/log.h"
+#include "base/thread_own.h"
 #include "bp/dispatcher.h"
 #include "bp/frame_reader.h"
 #include "bp/published.h"
@@ -78,29 +79,40 @@ struct SessionSpare {
     std::string respDevID;
 };
 
-SessionSpare& Spare() {
-    static thread_local SessionSpare spare;
-    return spare;
+// Null without memory.
+SessionSpare* Spare() {
+    static gvx::ThreadOwn<SessionSpare> spares;
+    return spares.Get();
+}
+
+std::string TakeSpare(std::string SessionSpare::*text) {
+    SessionSpare* const spare = Spare();
+    return spare != nullptr ? std::move(spare->*text) : std::string();
 }
 
 }  // namespace
 
 CGvxSessionBase::CGvxSessionBase(SessionKind kind)
-    : m_kind(kind), m_strSessionID(std::move(Spare().sessionID)), m_strRespDevID(std::move(Spare().respDevID)) {
+    : m_kind(kind),
+      m_strSessionID(TakeSpare(&SessionSpare::sessionID)),
+      m_strRespDevID(TakeSpare(&SessionSpare::respDevID)) {
     m_strSessionID.clear();
     m_strRespDevID.clear();
 }
 
 CGvxSessionBase::~CGvxSessionBase() {
-    Spare().sessionID = std::move(m_strSessionID);
-    Spare().respDevID = std::move(m_strRespDevID);
+    if (SessionSpare* const spare = Spare()) {
+        spare->sessionID = std::move(m_strSessionID);
+        spare->respDevID = std::move(m_strRespDevID);
+    }
 }
 
 void* CGvxSessionBase::operator new(std::size_t size, const std::nothrow_t&) noexcept {
     if (size > kSessionBytes) {
         return ::operator new(size, std::nothrow);
     }
-    void* const kept = std::exchange(Spare().memory, nullptr);
+    SessionSpare* const spare = Spare();
+    void* const kept = spare != nullptr ? std::exchange(spare->memory, nullptr) : nullptr;
     return kept != nullptr ? kept : ::operator new(kSessionBytes, std::nothrow);
 }
 
@@ -113,8 +125,9 @@ void* CGvxSessionBase::operator new(std::size_t size) {
 }
 
 void CGvxSessionBase::operator delete(void* memory, std::size_t size) noexcept {
-    if (size <= kSessionBytes && Spare().memory == nullptr) {
-        Spare().memory = memory;
+    SessionSpare* const spare = Spare();
+    if (size <= kSessionBytes && spare != nullptr && spare->memory == nullptr) {
+        spare->memory = memory;
     } else {
         ::operator delete(memory);
     }

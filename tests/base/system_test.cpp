@@ -1,6 +1,7 @@
 #include "base/net_interface.h"
 #include "base/paths.h"
 #include "base/periodic_thread.h"
+#include "base/thread_own.h"
 #include "support/temp_folder.h"
 #include "support/wait_until.h"
 
@@ -9,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -27,6 +29,21 @@ TEST(Paths, ConfigFolderComesFromTheEnvironmentElseFromTheRoot) {
     std::filesystem::create_directories(folder.Path("etc/gvx"));
     EXPECT_EQ(get_config_directory(directory), 0);
     EXPECT_EQ(gvx::RootedPath("/opt/x"), folder.Path("opt/x"));
+}
+
+TEST(ThreadOwn, IsMadeForEachThreadAndEndsWithIt) {
+    static std::atomic<int> alive{0};
+    struct Counted {
+        Counted() { ++alive; }
+        ~Counted() { --alive; }
+    };
+    static gvx::ThreadOwn<Counted> own;
+    EXPECT_EQ(own.Get(), own.Get());
+    std::thread([mine = own.Get()] {
+        EXPECT_NE(own.Get(), mine);
+        EXPECT_EQ(alive, 2);
+    }).join();
+    EXPECT_EQ(alive, 1);
 }
 
 TEST(PeriodicThread, RunsAtOnceAndAgainUntilItIsStoppedAndMayStartAnew) {

@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/paths.h"
+#include "base/thread_own.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <algorithm>
@@ -64,8 +65,6 @@ struct SettingsHold {
     std::shared_ptr<const MapCfgKeyValue> settings;
     ~SettingsHold();
 };
-thread_local bool t_holdIsGone = false;  // outlives the hold: static objects that end later may still read
-thread_local SettingsHold t_hold;
 
 // The same as plain data, which a read reaches without a call. Generations count from 1.
 struct HeldSettings {
@@ -75,7 +74,6 @@ struct HeldSettings {
 __thread HeldSettings t_held __attribute__((tls_model("initial-exec")));
 
 SettingsHold::~SettingsHold() {
-    t_holdIsGone = true;
     t_held = {};
 }
 
@@ -171,15 +169,17 @@ inline const MapCfgKeyValue& CGvxConfigMgr::View(Snapshot& held) const {
 }
 
 const MapCfgKeyValue& CGvxConfigMgr::ViewAnew(Snapshot& held) const {
-    if (t_holdIsGone) {
+    static gvx::ThreadOwn<SettingsHold> holds;
+    SettingsHold* const hold = holds.Get();
+    if (hold == nullptr) {
         held = TakeSnapshot();
         return *held;
     }
     const std::lock_guard<std::mutex> guard(m_mutexConf);
-    held.swap(t_hold.settings);  // what was held before may end here, and does so outside the lock
-    t_hold.settings = m_MapCfgKeyValue;
-    t_held = {m_ulGeneration, t_hold.settings.get()};
-    return *t_hold.settings;
+    held.swap(hold->settings);  // what was held before may end here, and does so outside the lock
+    hold->settings = m_MapCfgKeyValue;
+    t_held = {m_ulGeneration, hold->settings.get()};
+    return *hold->settings;
 }
 
 void CGvxConfigMgr::Publish(Snapshot settings) {

@@ -3,6 +3,7 @@
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/thread_own.h"
 #include "gvx_common/media_memory/media_block_buffer.h"
 #include "gvx_common/records/rtp_payload.h"
 #include "gvx_common/rtp/packet_run.h"
@@ -143,10 +144,10 @@ private:
 // a run.
 class CMediaSendStream::HeldPackets final : public gvx::PacketRun::Holder {
 public:
-    // Of the calling thread.
-    static HeldPackets& Mine() {
-        static thread_local HeldPackets held;
-        return held;
+    // Of the calling thread; null without memory.
+    static HeldPackets* Mine() {
+        static gvx::ThreadOwn<HeldPackets> held;
+        return held.Get();
     }
     // Result as Send.
     int Put(CMediaSendStream& stream, const MEDIA_DATA& data, gvx::PacketRun* run);
@@ -180,7 +181,9 @@ private:
 };
 
 CMediaSendStream::~CMediaSendStream() {
-    HeldPackets::Mine().LetGoOf(*this);
+    if (HeldPackets* const held = HeldPackets::Mine()) {
+        held->LetGoOf(*this);
+    }
     Close();
     WaitTornDown();
 }
@@ -357,10 +360,13 @@ int CMediaSendStream::DuplicateConnection() const {
 }
 
 int CMediaSendStream::Send(const MEDIA_DATA& data) {
-    HeldPackets& held = HeldPackets::Mine();
+    HeldPackets* const held = HeldPackets::Mine();
+    if (held == nullptr) {
+        return ZVS_ALLOC_MEMORY_ERROR;
+    }
     gvx::PacketRun* const run = gvx::PacketRun::Current();
-    const int result = held.Put(*this, data, run);
-    return run != nullptr || held.HandOn() ? result : int{ZVS_FAIL};
+    const int result = held->Put(*this, data, run);
+    return run != nullptr || held->HandOn() ? result : int{ZVS_FAIL};
 }
 
 int CMediaSendStream::HeldPackets::Put(CMediaSendStream& stream, const MEDIA_DATA& data, gvx::PacketRun* run) {

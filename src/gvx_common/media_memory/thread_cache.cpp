@@ -1,6 +1,7 @@
 #include "gvx_common/media_memory/thread_cache.h"
 
 #include "base/log.h"
+#include "base/thread_own.h"
 #include "gvx_common/media_memory/block_stack.h"
 
 #include <algorithm>
@@ -31,7 +32,11 @@ struct ThreadCache::SlotHolder {
 };
 
 unsigned int ThreadCache::ClaimSlot() {
-    static thread_local SlotHolder holder;
+    static ThreadOwn<SlotHolder> holders;
+    SlotHolder* const holder = holders.Get();
+    if (holder == nullptr) {
+        return kNoSlot;
+    }
     std::uint64_t taken = g_takenSlots.load();
     unsigned int slot = kNoSlot;
     while (~taken != 0) {
@@ -41,7 +46,7 @@ unsigned int ThreadCache::ClaimSlot() {
         }
         slot = kNoSlot;
     }
-    holder.slot = slot;
+    holder->slot = slot;
     t_slot = slot;
     return slot;
 }

@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/thread_own.h"
 #include "gvx_common/config/setting_table.h"
 #include "gvx_common/rtp/h264_depacketizer.h"
 #include "gvx_common/rtp/h265_depacketizer.h"
@@ -37,11 +38,15 @@ public:
     static constexpr std::size_t kMessages = 64;
 
     static ReceiveBatch& OfThread() {
-        thread_local std::unique_ptr<ReceiveBatch> batch;
+        static gvx::ThreadOwn<std::unique_ptr<ReceiveBatch>> batches;
+        std::unique_ptr<ReceiveBatch>* const batch = batches.Get();
         if (batch == nullptr) {
-            batch = std::make_unique<ReceiveBatch>();
+            throw std::bad_alloc();
         }
-        return *batch;
+        if (*batch == nullptr) {
+            *batch = std::make_unique<ReceiveBatch>();
+        }
+        return **batch;
     }
 
     ReceiveBatch() : m_room(new std::uint8_t[kMessages * kStride]) {
