@@ -6,6 +6,7 @@
 
 #include <exception>
 #include <limits>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -17,6 +18,7 @@ constexpr std::int64_t kMicroseconds = 1000000;
 // A stream that is late by more than this goes on from now, instead of sending what it missed in one burst.
 constexpr std::int64_t kMaxLate = kMicroseconds;
 // Until somebody wakes it.
+constexpr std::int64_t kMemoryPauseUs = 20000;
 constexpr std::int64_t kNotBySelf = std::numeric_limits<std::int64_t>::max();
 
 ZVS_VIDEO_DEC_TYPE VideoFormat(gvx::Codec codec) {
@@ -82,6 +84,9 @@ std::int64_t Player::Turn(PictureMemory& memory) noexcept {
     try {
         m_source.UseMemory(memory);
         next = Play();
+    } catch (const std::bad_alloc&) {
+        next = gvx::CurrentClock().MonotonicMicroseconds() + kMemoryPauseUs;
+        GVX_LOG_ERR_CODE(kTitle, ZVS_ALLOC_MEMORY_ERROR, "Stream[%s] waits for memory.", m_target.serviceID.c_str());
     } catch (const std::exception& fault) {
         GVX_LOG_ERR(kTitle, "Stream[%s] ends: %s.", m_target.serviceID.c_str(), fault.what());
     } catch (...) {

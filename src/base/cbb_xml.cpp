@@ -324,8 +324,7 @@ bool CXml::Parse(const char* text, std::size_t length) {
     }
     if (!read) {
         const std::string why = fault.substr(0, fault.rfind(", line "));
-        // What the parser says when it is short of memory is no fault of the document.
-        return m_impl->Refuse(why == "out of memory" ? why : "no well-formed XML (" + why + ")", reader.Line());
+        return m_impl->Refuse("no well-formed XML (" + why + ")", reader.Line());
     }
     m_impl->faultText.clear();
     m_impl->faultLine = 0;

@@ -11,6 +11,7 @@
 #include <ios>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <sstream>
 #include <vector>
 
@@ -114,6 +115,8 @@ bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::st
         if (ParseOrThrow(text, length, value, fault)) {
             return true;
         }
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& thrown) {
         fault = thrown.what();
     }

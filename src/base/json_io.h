@@ -5,7 +5,8 @@
 #include <cstddef>
 #include <string>
 
-// The only way to read and write JSON here, bounded in size and depth. Any thread.
+// The only way to read and write JSON here, bounded in size and depth. Without memory both throw std::bad_alloc, and
+// nothing else. Any thread.
 namespace gvx {
 
 constexpr std::size_t kMaxJsonBytes = 4u * 1024u * 1024u;  // a frame is never longer
@@ -18,14 +19,14 @@ struct JsonLimits {
 };
 
 // Parses text; false when it is too long, too deep, of too many values or malformed, and *error (may be null) then says
-// what and where. Duplicate keys are refused. Never throws.
+// what and where. Duplicate keys are refused.
 bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::string* error,
                const JsonLimits& limits = JsonLimits());
 
 // At least as many as the values that the text holds, names of members among them; found without parsing.
 std::size_t CountJsonValues(const char* text, std::size_t length) noexcept;
 
-// Compact text, one line, ended by a line feed as Json::FastWriter ends it. Throws std::bad_alloc without memory.
+// Compact text, one line, ended by a line feed as Json::FastWriter ends it.
 std::string WriteJson(const Json::Value& value);
 
 // Overwrites the texts that the value holds, at any depth; for one that carried a password. Member names stay.

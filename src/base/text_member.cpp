@@ -10,6 +10,7 @@
 
 #include <cstring>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace gvx {
@@ -171,6 +172,8 @@ TextMember FindXmlMember(const char* text, std::size_t length, const char* root,
         sink.Attach(reader);
         std::string fault;
         return reader.Read(text, length, &fault) ? sink.Take() : Malformed(std::move(fault));
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& thrown) {
         return Malformed(thrown.what());
     }
@@ -196,6 +199,8 @@ TextMember FindJsonMember(const char* text, std::size_t length, const char* name
         return Malformed(
             std::string(fault != nullptr ? fault : rapidjson::GetParseError_En(reader.GetParseErrorCode())) +
             ", byte " + std::to_string(reader.GetErrorOffset()));
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& thrown) {
         return Malformed(thrown.what());
     }

@@ -241,7 +241,11 @@ bool XmlReader::Read(const char* text, std::size_t length, std::string* fault) {
     if (status == XML_STATUS_OK) {
         return true;
     }
-    *fault = m_impl->refusal != nullptr ? m_impl->refusal : XML_ErrorString(XML_GetErrorCode(m_impl->parser));
+    const XML_Error error = XML_GetErrorCode(m_impl->parser);
+    if (m_impl->refusal == nullptr && error == XML_ERROR_NO_MEMORY) {
+        throw std::bad_alloc();
+    }
+    *fault = m_impl->refusal != nullptr ? m_impl->refusal : XML_ErrorString(error);
     *fault += ", line " + std::to_string(XML_GetCurrentLineNumber(m_impl->parser));
     return false;
 }

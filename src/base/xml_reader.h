@@ -40,7 +40,7 @@ public:
     XmlReader(const XmlReader&) = delete;
     XmlReader& operator=(const XmlReader&) = delete;
 
-    // Once. On failure *fault says what and in which line.
+    // Once. On failure *fault says what and in which line. Throws std::bad_alloc without memory.
     bool Read(const char* text, std::size_t length, std::string* fault);
 
     // The line that is being read, from 1; behind a failure, where it happened.

@@ -71,6 +71,9 @@ int HandToSink(std::unique_ptr<CCmd> cmd) {
     }
     try {
         return (*sink)(std::move(cmd));
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("Dispatcher", ZVS_ALLOC_MEMORY_ERROR, "cmd[0x%04x] is lost.", reqID);
+        return ZVS_ALLOC_MEMORY_ERROR;
     } catch (const std::exception& fault) {
         GVX_LOG_ERR("Dispatcher", "The taker of cmd[0x%04x] threw: %s", reqID, fault.what());
     } catch (...) {

@@ -514,7 +514,9 @@ void LinkEngine::LinkRegistered(Link& link) {
 }
 
 void LinkEngine::FrameReceived(Link& link, MessageBlockPtr frame) {
-    CDispatcher::FrameArrived(ElementTypeOf(link.ID()), link.ID(), frame.release());
+    if (CDispatcher::FrameArrived(ElementTypeOf(link.ID()), link.ID(), frame.release()) == ZVS_ALLOC_MEMORY_ERROR) {
+        throw std::bad_alloc();  // closes the link: whoever waits for an answer learns that none comes
+    }
 }
 
 void LinkEngine::LinkClosed(Link& link, bool wasOpen) {

@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "bp/dispatcher.h"
 #include "bp/message_block_ptr.h"
+#include "bp/session.h"
 #include "gateway/devices/device_request.h"
 #include "gateway/messages/answer.h"
 #include "gateway/requests/gateway_context.h"
@@ -15,6 +16,7 @@
 
 #include <ace/Message_Block.h>
 
+#include <new>
 #include <set>
 
 namespace gvx {
@@ -38,6 +40,17 @@ bool ConcernsPlugin(std::uint32_t reqID) {
 }  // namespace
 
 int FrameSink::Take(BP::CCmd& cmd) {
+    try {
+        return TakeOrThrow(cmd);
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("Request", ZVS_ALLOC_MEMORY_ERROR, "cmd[0x%04x] is refused. [link:%s]", cmd.GetReqID(),
+                         cmd.GetNetLinkID().c_str());
+        BP::Refuse(cmd, ZVS_ALLOC_MEMORY_ERROR);
+        return ZVS_SUCCEED;
+    }
+}
+
+int FrameSink::TakeOrThrow(BP::CCmd& cmd) {
     if (m_context.stopping) {
         return ZVS_FAIL;
     }

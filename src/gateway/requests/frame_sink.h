@@ -20,12 +20,12 @@ public:
     explicit FrameSink(GatewayContext& context) : m_context(context) {}
 
     // 0 when the frame was taken, answered or not; the code of the link when a frame of ours could not leave. A request
-    // that cannot be understood, an addition that cannot succeed and what a reactor's full queue refuses are answered
-    // at once.
-    // What is read of an addition goes with it, as its attachment.
+    // that cannot be understood, an addition that cannot succeed, what a reactor's full queue refuses and that for
+    // which there is no memory are answered at once. What is read of an addition goes with it, as its attachment.
     int Take(BP::CCmd& cmd);
 
 private:
+    int TakeOrThrow(BP::CCmd& cmd);
     void PushAddition(BP::CCmd& cmd, const std::string& device);
     bool Push(BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor);
     static bool ConsumeOwnAnswer(const BP::CCmd& cmd);

@@ -10,6 +10,7 @@
 #include "gvx_common/utility/gvx_utility.h"
 #include "nss/nss_msg.h"
 
+#include <new>
 #include <utility>
 
 namespace {
@@ -37,8 +38,12 @@ unsigned short ResponseType(unsigned int requestType) {
 // Sends on behalf of the command that is answered.
 int SendResponse(CGvxConnectionMgr& mgr, BP::MessageBlockPtr block, const BP::CCmd& cmd, unsigned int responseType,
                  unsigned int serviceId) {
-    return gvx::SendOwned(mgr, std::move(block), static_cast<unsigned int>(cmd.GetNetElemType()), cmd.GetNetLinkID(),
-                          cmd.GetTransID(), responseType, serviceId);
+    const int result = gvx::SendOwned(mgr, std::move(block), static_cast<unsigned int>(cmd.GetNetElemType()),
+                                      cmd.GetNetLinkID(), cmd.GetTransID(), responseType, serviceId);
+    if (result == ZVS_ALLOC_MEMORY_ERROR) {
+        throw std::bad_alloc();
+    }
+    return result;
 }
 
 }  // namespace
@@ -227,6 +232,7 @@ void CGvxConnectionMgr::SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, 
     BP::MessageBlockPtr block = BP::MakeMessageBlock(0);
     if (!copied || block == nullptr || response.encode(block.get()) != 0) {
         GVX_LOG_ERR("Send response with xml", "Encode message fail, MsgType:0x%x.", static_cast<unsigned int>(type));
+        SendRespMsgWithStruct(pCmd, nullptr, 0, ZVS_ALLOC_MEMORY_ERROR);
         return;
     }
     GVX_DEBUG("RspCode: %u, MsgType:0x%x.", uiRspCode, static_cast<unsigned int>(type));
@@ -254,7 +260,7 @@ void CGvxConnectionMgr::SendRespMsgWithStruct(BP::CCmd* pCmd, const char* pMsgBo
     if (block == nullptr || block->copy(reinterpret_cast<const char*>(&header), kNssHeaderBytes) != 0) {
         GVX_LOG_ERR_CODE("Send response with struct", ZVS_ALLOC_MEMORY_ERROR, "MsgType:0x%x.",
                          static_cast<unsigned int>(type));
-        return;
+        throw std::bad_alloc();
     }
     if (iMsgBodyLen != 0) {
         block->copy(pMsgBody, iMsgBodyLen);
@@ -284,6 +290,7 @@ void CGvxConnectionMgr::SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& v
     if (!copied || block == nullptr || response.encode(block.get()) != 0) {
         GVX_LOG_ERR("Send response with json", "Encode Message Fail. Transfer Target Id[%s], MsgType[0x%4x].",
                     pCmd->GetNetLinkID().c_str(), static_cast<unsigned int>(type));
+        SendRespMsgWithStruct(pCmd, nullptr, 0, ZVS_ALLOC_MEMORY_ERROR);
         return;
     }
     if (SendResponse(*this, std::move(block), *pCmd, type, pCmd->GetServiceID()) != 0) {
