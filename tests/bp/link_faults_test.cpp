@@ -138,7 +138,7 @@ TEST_F(LinkFaults, PeersThatNeverRegisterGiveWayToThoseThatDo) {
     EXPECT_EQ(1u, m_log->Count("no registration yet, and its place is needed", "Link closed"));
 }
 
-TEST_F(LinkFaults, AnOpeningThatCannotBeToldClosesItsLinkAlone) {
+TEST_F(LinkFaults, WhatFindsNoMemoryClosesItsLinkAlone) {
     BP::LinkOptions options;
     options.localID = "GVX#001";
     BP::LinkEvents events;
@@ -154,6 +154,10 @@ TEST_F(LinkFaults, AnOpeningThatCannotBeToldClosesItsLinkAlone) {
     EXPECT_TRUE(unlucky->ReadUntilClosed());
     auto other = RegisteredPeer("OMU#001");
     EXPECT_TRUE(Exchanges(*other, "OMU#001"));
+    // So does a frame that nobody can take: its sender learns that no answer comes.
+    BP::CDispatcher::SetSink([](std::unique_ptr<BP::CCmd>) -> int { throw std::bad_alloc(); });
+    EXPECT_TRUE(other->SendFrame(kType, 1, "lost"));
+    EXPECT_TRUE(other->ReadUntilClosed());
 }
 
 TEST_F(LinkFaults, BusyPeerKeepsNobodyWaitingAndLosesNothing) {

@@ -172,6 +172,9 @@ StartResult Gateway::StartCore() {
     }
     if (!g_mediaPool.Init() || StartMediaService() != 0) {
         g_mediaPool.UnInit();
+        if (LastShortage().empty()) {
+            NoteShortage(Resource::Memory, ENOMEM);  // whoever misses a thread or a descriptor has noted it
+        }
         return StartFailure(ExitCode::OutOfResources, "the media service could not be started");
     }
     m_mediaRuns = true;
