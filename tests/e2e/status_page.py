@@ -1,4 +1,5 @@
-"""The status page in a browser: rows, live changes, filters, a phone; nothing on the console, no request to elsewhere."""
+"""The status page in a browser: rows, live changes, filters, a phone, a gateway that comes back; nothing on the console, no
+request to elsewhere."""
 import base64
 import json
 import os
@@ -136,6 +137,16 @@ def check_page(options, folder, stack):
     e2e.check(not strangers, f"requests to elsewhere: {strangers}")
     gateway.stop()
     browser.wait("document.body.classList.contains('gone')", "the page says that the gateway is gone")
+    # The next one counts its events anew; a long list shows its beginning.
+    gateway.start()
+    platform = e2e.Peer.linked(gateway.port, "GVX#000")
+    for number in range(14):
+        platform.add_device(f"NEW{number:02}", {"media": "demo"})
+    browser.wait("/device added\\s*NEW13/.test(document.querySelector('#events').textContent)", "events of the next run")
+    e2e.check("CAM3" not in browser.value("document.querySelector('#events').textContent"), "events of the former run")
+    browser.wait("document.querySelectorAll('#devices tbody tr').length === 6", "the first rows")
+    browser.value("document.querySelector('#devices button').click()")
+    e2e.check(browser.value("document.querySelectorAll('#devices tbody tr').length") == 14, "not all rows")
 
 
 if __name__ == "__main__":

@@ -14,7 +14,7 @@ import gvx_e2e as e2e
 sys.path.append("/usr/lib/python3/dist-packages")  # where Debian has the parser, whichever Python runs this
 from prometheus_client.parser import text_string_to_metric_families  # noqa: E402
 
-MEBIBYTE = 1 << 20
+MEBIBYTE, STREAM_CTRL = 1 << 20, 0x0507
 
 
 def get(port, path, method="GET", headers=None, body=None):
@@ -96,14 +96,32 @@ def check_socket(gateway, control):
 
 
 def check_metrics(port):
+    e2e.wait_until(lambda: scrape(port)[("gvx_streams", ("state", "delivering"))] == 1, 30, "one stream delivers")
     before = scrape(port)
-    e2e.check(before[("gvx_streams", ("state", "delivering"))] == 1, "one stream delivers")
     e2e.check(not any("device" in dict(key[1:]) for key in before), "devices are a label unasked")
     e2e.wait_until(lambda: scrape(port)[("gvx_stream_frames_total",)] > before[("gvx_stream_frames_total",)], 30,
                    "frames are counted")
     after = scrape(port)
     falls = [key for key in before if key[0].endswith("_total") and after[key] < before[key]]
     e2e.check(not falls, f"counters fall: {falls}")
+
+
+def check_paused(platform, control, sink):
+    """A recording that the platform has paused is not one that fails."""
+    platform.must(e2e.START_STREAM, e2e.TAG_JSON, json.dumps({
+        "DevCode": "CAM1", "ServiceID": "old", "ServiceType": 7, "StartTime": "20260101000000",
+        "EndTime": "20260101000002", "DstIP": "127.0.0.1", "DstVideoPort": sink.getsockname()[1]}).encode())
+    platform.must(STREAM_CTRL, e2e.TAG_JSON, b'{"DevCode":"CAM1","ServiceID":"old","Command":1}')
+    old = next(stream for stream in control.json("streams")["streams"] if stream["id"] == "old")
+    e2e.check(old["state"] == "paused" and old["delivering"], json.dumps(old))
+    platform.stop_stream("CAM1", "old")
+
+
+def check_strangers(gateway, port, stack):
+    """What a peer calls itself becomes no label."""
+    for name in ("ANY\\thing\"#1", "NONE#2"):
+        stack.callback(e2e.Peer.linked(gateway.port, name).sock.close)
+    e2e.wait_until(lambda: scrape(port).get(("gvx_links", ("kind", "other"))) == 2, 30, "two links of a kind that is none")
 
 
 def check_refusals(port):
@@ -170,14 +188,18 @@ def check_second_gateway(options, folder, stack, first, port):
     e2e.Peer.linked(second.port, "GVX#000").is_answered()
     e2e.wait_until(lambda: second.lines("Status port", "Address already in use"), 20, "a line about the port")
     e2e.check(second.lines("Control socket", "another process answers there"), "a line about the socket")
+    # By the configuration alone, which both name, gvxctl finds the first one.
+    found = Control(options, second)
+    found.environment["GVX_CONFIG_DIR"] = str(second.conf)
+    e2e.check(found.json("status")["gateway"]["pid"] == first.process.pid, "gvxctl does not read the configuration")
     second.stop()
 
 
 def check_status(options, folder, stack):
     video, audio = e2e.make_clip(folder)
     port = e2e.free_port()
-    gateway = e2e.start_gateway(options, folder, stack, {"demo": {"video": str(video), "audio": str(audio)}},
-                                {"GVX_STATUS_PORT": port})
+    gateway = e2e.start_gateway(options, folder, stack, {"demo": {
+        "video": str(video), "audio": str(audio), "recorded": "20260101000000"}}, {"GVX_STATUS_PORT": port})
     control = Control(options, gateway)
     e2e.wait_until(lambda: e2e.listens(port), 30, "the status port listens")
     e2e.check(get(port, "/readyz") == (503, "No main service is linked.\n"), "ready without a platform")
@@ -191,6 +213,8 @@ def check_status(options, folder, stack):
     e2e.check_media_flows(sink, 30, "the stream")
     check_socket(gateway, control)
     check_metrics(port)
+    check_paused(platform, control, sink)
+    check_strangers(gateway, port, stack)
     memory = gateway.memory_kib()
     check_refusals(port)
     check_slow_readers(options, port, platform, stack)

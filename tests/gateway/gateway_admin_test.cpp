@@ -1,16 +1,26 @@
+#include "base/clock.h"
 #include "base/json_io.h"
+#include "base/unique_fd.h"
 #include "gateway/admin/admin.h"
 #include "gateway/admin/control_commands.h"
+#include "gateway/admin/control_socket.h"
 #include "gateway/admin/event_feed.h"
 #include "gateway/admin/heartbeat.h"
 #include "gateway/admin/metrics.h"
 #include "gateway/admin/request_check.h"
 #include "gateway/admin/status.h"
+#include "gateway/admin/status_json.h"
+#include "gateway/admin/status_port.h"
 #include "gateway/gateway_fixture.h"
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
 
 #include <algorithm>
+#include <filesystem>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -20,6 +30,25 @@ gvx::StatusEvent EventOf(const std::vector<gvx::StatusEvent>& events, const std:
     return found == events.end() ? gvx::StatusEvent{} : *found;
 }
 
+// A connection to a port of the loopback with a request for the page under way.
+gvx::UniqueFd Ask(std::uint16_t port, const std::string& page) {
+    gvx::UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(port);
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const std::string request = "GET " + page + " HTTP/1.1\r\nHost: localhost\r\n\r\n";
+    EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+    EXPECT_EQ(send(client.Get(), request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
+    return client;
+}
+
+std::string StatusLine(const gvx::UniqueFd& client) {
+    char line[13] = {};
+    recv(client.Get(), line, sizeof line - 1, MSG_WAITALL);
+    return line;
+}
+
 }  // namespace
 
 TEST_F(GatewayTest, StatusTellsWhatRunsAndTotalsKeepWhatHasEnded) {
@@ -27,10 +56,8 @@ TEST_F(GatewayTest, StatusTellsWhatRunsAndTotalsKeepWhatHasEnded) {
     gvx::GatewayStatus before;
     ASSERT_TRUE(WaitUntil([&] {
         before = collect();
-        return before.ready.Ready();
+        return before.ready.Ready() && before.links.size() == 1 && before.links[0].mainService;
     })) << log->Dump();
-    ASSERT_EQ(before.links.size(), 1u);
-    EXPECT_TRUE(before.links[0].mainService);
     ASSERT_EQ(AddDevice("CAM1").code, 0u);
     ASSERT_EQ(Start("CAM1", "live").code, 0u);
     gvx::GatewayStatus status;
@@ -77,13 +104,93 @@ TEST_F(GatewayTest, StuckPluginCallIsNamedAndTheOthersAreServed) {
     })) << log->Dump();
     EXPECT_NE(faults[0].find("Plug-in moody: StartStream of device STUCK has not returned for "), std::string::npos);
     EXPECT_NE(faults[1].find("The event thread Device"), std::string::npos) << faults[1];
-    EXPECT_TRUE(gvx::EventThreadsAlive()) << "one device is no reason to end all";
+    EXPECT_TRUE(heartbeats.SharedThreadsAlive()) << "one device is no reason to end all";
     EXPECT_EQ(AddDevice("CAM1").code, 0u);
     gvx::WriteStatusToLog();
     EXPECT_TRUE(log->Contains("StartStream of device STUCK has not returned for ")) << log->Dump();
     moody->release = true;
     EXPECT_EQ(WaitAnswer(NSS_START_STREAM_REQ, stuck).code, 0u);
     EXPECT_TRUE(WaitUntil([&] { return gvx::LivenessFaults(heartbeats.Threads()).empty(); }));
+}
+
+TEST_F(GatewayTest, StreamThatThePlatformHasPausedDelivers) {
+    const auto entry = std::make_shared<gvx::StreamEntry>();
+    entry->startedMs = gvx::MonotonicMilliseconds() - 60000;
+    entry->media = std::make_shared<CMediaSendStream>();
+    gvx::StreamLedger::Instance().Enter(entry);
+    const auto state = [&](std::int64_t flowsSinceMs) {
+        entry->flowsSinceMs = flowsSinceMs;
+        const gvx::GatewayStatus status = gvx::CollectStatus(gateway->Context(), nullptr);
+        return gvx::StatusList(status, "streams")[0]["state"].asString() + (status.streams[0].delivering ? "" : "!");
+    };
+    EXPECT_EQ(state(0), "silent!");
+    EXPECT_EQ(state(gvx::StreamEntry::kPaused), "paused");
+    EXPECT_EQ(state(gvx::MonotonicMilliseconds()), "delivering") << "the first frame is under way";
+    EXPECT_EQ(state(entry->startedMs + 1), "silent!");
+    gvx::StreamLedger::Instance().Leave(entry);
+}
+
+TEST(StatusPort, ReadersShareAPageAndThoseThatAreSlowDoNotKeepWithoutEnd) {
+    gvx::UniqueFd taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in local{};
+    socklen_t size = sizeof local;
+    ASSERT_EQ(bind(taken.Get(), reinterpret_cast<sockaddr*>(&local), size), 0);  // to any port, which is free then
+    ASSERT_EQ(getsockname(taken.Get(), reinterpret_cast<sockaddr*>(&local), &size), 0);
+    const std::uint16_t number = ntohs(local.sin_port);
+    const auto made = [] {
+        gvx::GatewayStatus status;
+        status.devices.emplace_back().reason.assign(gvx::StatusPort::kMaxHeldBytes / 4, 'x');
+        return std::make_shared<const gvx::GatewayStatus>(std::move(status));
+    };
+    std::shared_ptr<const gvx::GatewayStatus> look = made();
+    std::string reason;
+    gvx::StatusPort port;
+    ASSERT_FALSE(port.Start("127.0.0.1", number, {}, reason)) << "somebody has it";
+    taken.Reset();
+    ASSERT_TRUE(port.Start("127.0.0.1", number, {[&look] { return look; }, {}, nullptr}, reason)) << reason;
+    std::vector<gvx::UniqueFd> slow;
+    for (int reader = 0; reader < 20; ++reader) {
+        slow.push_back(Ask(number, "/status.json"));
+        EXPECT_EQ(StatusLine(slow.back()), "HTTP/1.1 200");
+    }
+    for (int earlier = 0; earlier < 3; ++earlier) {  // each is held by a reader of its own
+        look = made();
+        slow.push_back(Ask(number, "/status.json"));
+        EXPECT_EQ(StatusLine(slow.back()), "HTTP/1.1 200");
+    }
+    look = made();
+    EXPECT_EQ(StatusLine(Ask(number, "/status.json")), "HTTP/1.1 503");
+    EXPECT_EQ(StatusLine(Ask(number, "/metrics")), "HTTP/1.1 200");
+    slow.clear();
+    EXPECT_TRUE(WaitUntil([&] { return StatusLine(Ask(number, "/status.json")) == "HTTP/1.1 200"; }));
+    port.Stop();
+}
+
+TEST(ControlSocket, NeverTakesAnothersFileAway) {
+    const TempFolder folder;
+    const std::string path = folder.Path("control.sock");
+    const auto answer = [](const std::string&) { return Json::Value(); };
+    std::string reason;
+    gvx::ControlSocket first;
+    gvx::ControlSocket second;
+    ASSERT_TRUE(first.Start(path, answer, reason)) << reason;
+    EXPECT_FALSE(second.Start(path, answer, reason));
+    EXPECT_EQ(reason, "another process answers there");
+    std::filesystem::remove(path);
+    ASSERT_TRUE(second.Start(path, answer, reason)) << reason;
+    first.Stop();
+    EXPECT_TRUE(std::filesystem::exists(path)) << "it is the second one's";
+    second.Stop();
+    EXPECT_FALSE(std::filesystem::exists(path));
+    // What cannot be asked may live.
+    const gvx::UniqueFd other(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(other.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_FALSE(first.Start(path, answer, reason));
+    EXPECT_EQ(reason.find("whether another process answers there cannot be found out: "), 0u) << reason;
+    EXPECT_TRUE(std::filesystem::exists(path));
 }
 
 TEST(ControlCommands, RefuseWhatIsNoneWithoutCollecting) {
@@ -142,13 +249,14 @@ TEST(StatusRequests, AreTakenUnderOurOwnNameForOurPathsAlone) {
 TEST(EventFeed, DropsWhoDoesNotKeepUpAndGivesTheKeptEventsToWhoComesLater) {
     gvx::EventFeed feed;
     std::string reason;
-    ASSERT_TRUE(feed.Start([] { return gvx::GatewayStatus{}; }, [] {}, reason));
     int suspended = 0;
     int resumed = 0;
-    const auto join = [&](std::uint64_t last) {
+    const auto join = [&](const std::string& last) {
         return feed.Join(
             last, [&] { ++suspended; }, [&] { ++resumed; });
     };
+    EXPECT_EQ(join(""), nullptr) << "nobody would wake it";
+    ASSERT_TRUE(feed.Start([] { return gvx::GatewayStatus{}; }, [] {}, reason));
     const auto drain = [](gvx::EventFeed::Reader& reader) {
         std::string all;
         char bytes[1000];
@@ -157,8 +265,8 @@ TEST(EventFeed, DropsWhoDoesNotKeepUpAndGivesTheKeptEventsToWhoComesLater) {
         }
         return all;
     };
-    const auto slow = join(0);
-    const auto quick = join(0);
+    const auto slow = join("");
+    const auto quick = join("");
     std::size_t seen = 0;
     for (int turn = 0; turn < 400; ++turn) {
         feed.Publish({{"device", "added", std::string(500, 'x'), "", false}});
@@ -170,9 +278,12 @@ TEST(EventFeed, DropsWhoDoesNotKeepUpAndGivesTheKeptEventsToWhoComesLater) {
     EXPECT_EQ(resumed, suspended - 1) << "it waits again";
     char byte = 0;
     EXPECT_EQ(slow->Read(&byte, 1), -1);
-    const std::string later = drain(*join(350));
-    EXPECT_EQ(later.find("id: 350\n"), std::string::npos);
-    EXPECT_NE(later.find("id: 351\n"), std::string::npos);
+    const std::string all = drain(*join(""));
+    const std::string first = all.substr(all.find("id: ") + 4, all.find("-301\n") - all.find("id: ") - 4);  // its run
+    const std::string later = drain(*join(first + "-350"));
+    EXPECT_EQ(later.find("-350\n"), std::string::npos) << first;
+    EXPECT_NE(later.find("-351\n"), std::string::npos);
+    EXPECT_EQ(drain(*join("1600000000.7-350")), all) << "of a gateway that has ended";
     feed.Publish(std::vector<gvx::StatusEvent>(1000, gvx::StatusEvent{"link", "opened", "SCU#001", "", false}));
     EXPECT_NE(drain(*quick).find("901 further changes at once"), std::string::npos);
     feed.Stop();

@@ -1,5 +1,6 @@
 #include "gateway/admin/admin.h"
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "gateway/admin/control_commands.h"
@@ -13,6 +14,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
@@ -24,6 +26,7 @@ struct Admin::Parts {
         : context(gateway), heartbeats(gateway, std::chrono::seconds(SettingNumber(Setting::GVX_PLUGIN_CALL_LIMIT))) {}
 
     GatewayStatus Collect() { return CollectStatus(context, &heartbeats); }
+    std::shared_ptr<const GatewayStatus> RecentLook();
 
     void StartSocket();
     void StartPort();
@@ -83,6 +86,15 @@ void Admin::Start(GatewayContext& context) {
     }
 }
 
+// The feed looks once a second anyway. It may be late, for want of memory.
+std::shared_ptr<const GatewayStatus> Admin::Parts::RecentLook() {
+    constexpr std::int64_t kLateMs = 2 * EventFeed::kPeriod.count();
+    std::shared_ptr<const GatewayStatus> last = feed.LastLook();
+    return last != nullptr && MonotonicMilliseconds() - last->takenMs < kLateMs
+               ? last
+               : std::make_shared<const GatewayStatus>(Collect());
+}
+
 void Admin::Parts::StartSocket() {
     const std::string path = SocketPath();
     const auto answer = [this](const std::string& request) {
@@ -101,12 +113,13 @@ void Admin::Parts::StartPort() {
     }
     const std::string address = SettingText(Setting::GVX_STATUS_ADDRESS);
     std::string reason;
-    if (port.Start(address, number, {[this] { return Collect(); }, [this] { return heartbeats.Threads(); }, &feed},
+    if (port.Start(address, number, {[this] { return RecentLook(); }, [this] { return heartbeats.Threads(); }, &feed},
                    reason) &&
         feed.Start([this] { return Collect(); }, [this] { port.Sweep(); }, reason)) {
         GVX_LOG_INFO("Status port", "http://%s:%u/", address.c_str(), number);
         return;
     }
+    feed.Stop();  // a reader that has come already sleeps in the port
     port.Stop();
     GVX_LOG_WARN("Status port", "%s:%u cannot be had, there is no status page and no /metrics: %s.", address.c_str(),
                  number, reason.c_str());

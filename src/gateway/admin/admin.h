@@ -28,9 +28,9 @@ private:
     std::unique_ptr<Parts> m_parts;  // null while it does not run
 };
 
-// Whether the event threads that all devices need answer within GVX_PLUGIN_CALL_LIMIT; for a watchdog that ends a
-// process without hope. A device whose plug-in holds up its own thread is no reason: /livez names it. True while no
-// gateway runs. Any thread; takes no lock for long.
+// Whether the event threads that all devices need answer within Heartbeats::kSharedLimit; for a watchdog that ends a
+// process without hope. A plug-in that holds up the thread of a device is no reason, however long: /livez names it.
+// True while no gateway runs. Any thread; takes no lock for long.
 bool EventThreadsAlive();
 
 // Writes the status to the log, in a few dozen lines at most. A line says so while no gateway runs. Any thread, not

@@ -35,10 +35,24 @@ UniqueFd MakeSocket() {
     return UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
-bool Connects(const sockaddr_un& address) {
+// Empty when whoever has made the socket is gone; otherwise why it stays. Without descriptors, for one, nobody knows.
+std::string WhyItStays(const sockaddr_un& address) {
     const UniqueFd probe = MakeSocket();
-    return probe.Valid() &&
-           (connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EAGAIN);
+    if (probe.Valid() &&
+        (connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EAGAIN)) {
+        return "another process answers there";
+    }
+    return errno == ECONNREFUSED || errno == ENOENT
+               ? ""
+               : std::string("whether another process answers there cannot be found out: ") + std::strerror(errno);
+}
+
+// Removes the file if it is still the one that was seen, and not what another process has put in its place.
+void RemoveSeen(const std::string& path, const struct stat& seen) {
+    struct stat now {};
+    if (lstat(path.c_str(), &now) == 0 && now.st_dev == seen.st_dev && now.st_ino == seen.st_ino) {
+        unlink(path.c_str());
+    }
 }
 
 }  // namespace
@@ -86,11 +100,11 @@ bool ControlSocket::Listen(const std::string& path, std::string& reason) {
             reason = "there is a file of that name, which is no socket";
             return false;
         }
-        if (Connects(address)) {
-            reason = "another process answers there";
+        reason = WhyItStays(address);
+        if (!reason.empty()) {
             return false;
         }
-        unlink(path.c_str());
+        RemoveSeen(path, status);
     }
     m_listener = MakeSocket();
     // The mode is in force before anybody can connect.
@@ -100,9 +114,10 @@ bool ControlSocket::Listen(const std::string& path, std::string& reason) {
         m_listener.Reset();
         return false;
     }
-    if (chmod(path.c_str(), kSocketMode) != 0 || listen(m_listener.Get(), kBacklog) != 0) {
+    if (lstat(path.c_str(), &m_file) != 0 || chmod(path.c_str(), kSocketMode) != 0 ||
+        listen(m_listener.Get(), kBacklog) != 0) {
         reason = std::strerror(errno);
-        unlink(path.c_str());
+        RemoveSeen(path, m_file);
         m_listener.Reset();
         return false;
     }
@@ -117,7 +132,7 @@ void ControlSocket::Stop() {
     }
     m_clients.clear();
     if (m_listener.Valid()) {
-        unlink(m_path.c_str());
+        RemoveSeen(m_path, m_file);
         m_listener.Reset();
     }
 }

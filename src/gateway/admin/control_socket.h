@@ -14,6 +14,7 @@
 #include <vector>
 
 #include <poll.h>
+#include <sys/stat.h>
 
 namespace gvx {
 
@@ -39,7 +40,8 @@ public:
     // that an ended gateway has left there is replaced; one behind which somebody answers is not. False with the
     // reason.
     bool Start(const std::string& path, Answer answer, std::string& reason);
-    // Ends the thread, which answers no further request, and removes the file. May be called again.
+    // Ends the thread, which answers no further request, and removes the file where it is still ours. May be called
+    // again.
     void Stop();
 
 private:
@@ -60,6 +62,7 @@ private:
     bool Write(Client& client);
 
     std::string m_path;
+    struct stat m_file {};  // of the socket that stands there
     Answer m_answer;
     UniqueFd m_listener;
     UniqueFd m_wake;

@@ -5,9 +5,12 @@
 #include "base/log.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <new>
 #include <system_error>
 #include <utility>
+
+#include <unistd.h>
 
 namespace gvx {
 
@@ -68,8 +71,14 @@ std::string Sent(const StreamStatus& stream) {
     return std::to_string(stream.frames) + " frames, " + std::to_string(stream.lost) + " packets lost";
 }
 
-std::string EventText(std::uint64_t id, const StatusEvent& event) {
+// Runs that began in the same second are told apart by their processes.
+std::string ThisRun() {
+    return std::to_string(WallSeconds()) + "." + std::to_string(getpid());
+}
+
+std::string EventText(const std::string& run, std::uint64_t id, const StatusEvent& event) {
     Json::Value data(Json::objectValue);
+    data["run"] = run;
     data["id"] = Json::UInt64(id);
     data["time"] = Json::Int64(WallSeconds());
     data["kind"] = event.kind;
@@ -77,7 +86,7 @@ std::string EventText(std::uint64_t id, const StatusEvent& event) {
     data["subject"] = event.subject;
     data["text"] = event.text;
     data["bad"] = event.bad;
-    return "id: " + std::to_string(id) + "\nevent: " + event.kind + "\ndata: " + WriteJson(data) + "\n";
+    return "id: " + run + "-" + std::to_string(id) + "\nevent: " + event.kind + "\ndata: " + WriteJson(data) + "\n";
 }
 
 }  // namespace
@@ -146,6 +155,8 @@ std::vector<StatusEvent> CompareStatus(const GatewayStatus& before, const Gatewa
     return events;
 }
 
+EventFeed::EventFeed() : m_run(ThisRun()) {}
+
 EventFeed::~EventFeed() {
     Stop();
 }
@@ -153,17 +164,14 @@ EventFeed::~EventFeed() {
 bool EventFeed::Start(std::function<GatewayStatus()> collect, std::function<void()> tick, std::string& reason) {
     m_collect = std::move(collect);
     m_tick = std::move(tick);
-    m_hasLast = false;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopped = false;
-    }
     try {
         m_thread.Start("StatusEvents", kPeriod, [this] { Turn(); });
     } catch (const std::system_error& fault) {
         reason = fault.what();
         return false;
     }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_stopped = false;  // not ahead of the thread: nobody would wake a reader that had joined
     return true;
 }
 
@@ -182,12 +190,15 @@ void EventFeed::Stop() {
 // Without memory for a look, the next one compares with the one before.
 void EventFeed::Turn() {
     try {
-        GatewayStatus now = m_collect();
-        if (m_hasLast) {
-            Publish(CompareStatus(m_last, now));
+        auto now = std::make_shared<const GatewayStatus>(m_collect());
+        const std::shared_ptr<const GatewayStatus> before = LastLook();
+        const std::vector<StatusEvent> events =
+            before != nullptr ? CompareStatus(*before, *now) : std::vector<StatusEvent>();
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_last = std::move(now);  // ahead of the events: who hears of one finds it in the look
         }
-        m_last = std::move(now);
-        m_hasLast = true;
+        Publish(events);
         if (++m_turnsSinceComment >= kTurnsPerComment) {
             m_turnsSinceComment = 0;
             const std::lock_guard<std::mutex> lock(m_mutex);
@@ -209,7 +220,7 @@ void EventFeed::Publish(const std::vector<StatusEvent>& events) {
     std::string all;
     const auto add = [&](const StatusEvent& event) {
         ++m_lastId;
-        m_kept.push_back({m_lastId, EventText(m_lastId, event)});
+        m_kept.push_back({m_lastId, EventText(m_run, m_lastId, event)});
         all += m_kept.back().text;
         if (m_kept.size() > kKept) {
             m_kept.pop_front();
@@ -240,8 +251,15 @@ void EventFeed::OfferLocked(Reader& reader, const std::string& text) {
     }
 }
 
-std::unique_ptr<EventFeed::Reader> EventFeed::Join(std::uint64_t lastId, std::function<void()> suspend,
+std::shared_ptr<const GatewayStatus> EventFeed::LastLook() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_last;
+}
+
+std::unique_ptr<EventFeed::Reader> EventFeed::Join(const std::string& lastId, std::function<void()> suspend,
                                                    std::function<void()> resume) {
+    const bool ofThisRun = lastId.compare(0, m_run.size() + 1, m_run + "-") == 0;
+    const std::uint64_t last = ofThisRun ? std::strtoull(lastId.c_str() + m_run.size() + 1, nullptr, 10) : 0;
     std::unique_ptr<Reader> reader(new Reader(*this, std::move(suspend), std::move(resume)));
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_stopped || m_readers.size() >= kMaxReaders) {
@@ -249,8 +267,7 @@ std::unique_ptr<EventFeed::Reader> EventFeed::Join(std::uint64_t lastId, std::fu
     }
     reader->m_queued = kGreeting;
     for (const Kept& kept : m_kept) {
-        // A number from the future is of a gateway that has ended.
-        if (kept.id > lastId || lastId > m_lastId) {
+        if (kept.id > last) {
             reader->m_queued += kept.text;
         }
     }

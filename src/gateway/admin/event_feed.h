@@ -64,7 +64,7 @@ public:
         bool m_ended = false;
     };
 
-    EventFeed() = default;
+    EventFeed();
     // Readers must be gone.
     ~EventFeed();
     EventFeed(const EventFeed&) = delete;
@@ -75,9 +75,13 @@ public:
     // Ends the thread and wakes every reader, for which there is no more.
     void Stop();
 
-    // A reader that first gets the kept events behind that number, all for 0. Null when there are too many readers, or
-    // the feed has stopped. suspend and resume are called with a lock held and must not call back.
-    std::unique_ptr<Reader> Join(std::uint64_t lastId, std::function<void()> suspend, std::function<void()> resume);
+    // A reader that first gets the kept events behind the one of that identifier; all for an empty text, and for one of
+    // another run, which counts anew. Null when there are too many readers, or the feed does not run. suspend and
+    // resume are called with a lock held and must not call back.
+    std::unique_ptr<Reader> Join(const std::string& lastId, std::function<void()> suspend,
+                                 std::function<void()> resume);
+    // The thread's last look; null before its first. Never changes once it is there.
+    std::shared_ptr<const GatewayStatus> LastLook() const;
 
     std::uint64_t CountDropped() const;
     std::size_t CountReaders() const;
@@ -96,10 +100,10 @@ private:
 
     std::function<GatewayStatus()> m_collect;
     std::function<void()> m_tick;
-    GatewayStatus m_last;         // of the thread
-    bool m_hasLast = false;       // of the thread
+    const std::string m_run;      // no two runs of the gateway have the same
     int m_turnsSinceComment = 0;  // of the thread
     mutable std::mutex m_mutex;   // Guards all below. Outermost: resuming a reader takes a lock of the library.
+    std::shared_ptr<const GatewayStatus> m_last;
     std::deque<Kept> m_kept;
     std::list<Reader*> m_readers;
     std::uint64_t m_lastId = 0;

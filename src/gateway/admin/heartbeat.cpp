@@ -67,8 +67,8 @@ struct Heartbeats::Book {
     LinkEventThread::Progress linkEvents;
 };
 
-Heartbeats::Heartbeats(GatewayContext& context, std::chrono::milliseconds limit)
-    : m_context(context), m_limitMs(limit.count()) {
+Heartbeats::Heartbeats(GatewayContext& context, std::chrono::milliseconds deviceLimit)
+    : m_context(context), m_deviceLimitMs(deviceLimit.count()) {
     Ask();
     try {
         m_thread.Start("Heartbeat", kPeriod, [this] {
@@ -147,7 +147,7 @@ std::vector<ThreadStatus> Heartbeats::Threads() const {
     const std::int64_t nowMs = MonotonicMilliseconds();
     std::vector<ThreadStatus> threads;
     const auto add = [&](const std::string& name, bool shared, std::int64_t silentMs) {
-        threads.push_back({name, shared, silentMs <= m_limitMs, silentMs});
+        threads.push_back({name, shared, silentMs <= (shared ? kSharedLimit.count() : m_deviceLimitMs), silentMs});
     };
     Book& book = Book::Instance();
     {

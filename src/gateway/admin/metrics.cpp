@@ -6,7 +6,9 @@
 #include <prometheus/text_serializer.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 namespace gvx {
@@ -16,7 +18,7 @@ namespace {
 using prometheus::ClientMetric;
 using prometheus::MetricFamily;
 using prometheus::MetricType;
-using Labels = std::vector<ClientMetric::Label>;
+using Labels = std::initializer_list<std::pair<const char*, std::string_view>>;
 
 constexpr double kMsPerSecond = 1000;
 
@@ -27,16 +29,20 @@ public:
     Families& Counter(const char* name, const char* help) { return Open(name, help, MetricType::Counter); }
     template <typename Number>
     Families& Put(Number value, Labels labels = {}) {
-        ClientMetric metric;
-        metric.label = std::move(labels);
+        ClientMetric& metric = m_families.back().metric.emplace_back();
+        metric.label.reserve(labels.size());
+        for (const auto& [name, text] : labels) {
+            metric.label.push_back({name, std::string(text)});
+        }
         if (m_families.back().type == MetricType::Counter) {
             metric.counter.value = static_cast<double>(value);
         } else {
             metric.gauge.value = static_cast<double>(value);
         }
-        m_families.back().metric.push_back(std::move(metric));
         return *this;
     }
+    // So many values will follow at most.
+    void Expect(std::size_t count) { m_families.back().metric.reserve(count); }
 
     std::string Text() const {
         std::ostringstream text;
@@ -72,7 +78,7 @@ void PutProcess(Families& all, const GatewayStatus& status) {
     for (const ThreadStatus& thread : status.threads) {
         longestMs = std::max(longestMs, thread.silentMs);
     }
-    all.Gauge("gvx_event_threads", "Event threads by whether they answer within GVX_PLUGIN_CALL_LIMIT.")
+    all.Gauge("gvx_event_threads", "Event threads by whether they answer within their limit.")
         .Put(status.threads.size() - static_cast<std::size_t>(silent), {{"state", "alive"}})
         .Put(silent, {{"state", "silent"}});
     all.Gauge("gvx_event_thread_silence_seconds", "For how long the slowest event thread has not answered.")
@@ -80,11 +86,16 @@ void PutProcess(Families& all, const GatewayStatus& status) {
 }
 
 void PutStreams(Families& all, const GatewayStatus& status) {
-    const auto delivering = static_cast<std::size_t>(std::count_if(
-        status.streams.begin(), status.streams.end(), [](const auto& stream) { return stream.delivering; }));
+    std::size_t delivering = 0;
+    std::size_t paused = 0;
+    for (const StreamStatus& stream : status.streams) {
+        delivering += stream.delivering && !stream.paused ? 1 : 0;
+        paused += stream.paused ? 1 : 0;
+    }
     all.Gauge("gvx_streams", "Streams that run, by whether a frame has left within the last five seconds.")
         .Put(delivering, {{"state", "delivering"}})
-        .Put(status.streams.size() - delivering, {{"state", "silent"}});
+        .Put(paused, {{"state", "paused"}})
+        .Put(status.streams.size() - delivering - paused, {{"state", "silent"}});
     const StreamTotals& totals = status.streamTotals;
     all.Counter("gvx_streams_started_total", "Streams started.").Put(totals.started);
     all.Counter("gvx_stream_frames_total", "Frames of video sent.").Put(totals.frames);
@@ -183,7 +194,7 @@ void PutPlugins(Families& all, const GatewayStatus& status) {
 
 // Streams are few beside devices: a device without one has no row but the first.
 void PutDevices(Families& all, const GatewayStatus& status) {
-    all.Gauge("gvx_device_up", "1 while nothing is known to be wrong with the device.");
+    all.Gauge("gvx_device_up", "1 while nothing is known to be wrong with the device.").Expect(status.devices.size());
     for (const DeviceStatus& device : status.devices) {
         all.Put(device.well, {{"device", device.code}});
     }

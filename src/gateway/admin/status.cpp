@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <string_view>
 #include <unordered_map>
 
 #include <arpa/inet.h>
@@ -68,6 +69,15 @@ constexpr AlarmName kAlarms[] = {{ALARM_GVX_LOG_BACK_FAIL, "log files cannot be 
                                  {ALARM_GVX_FLOW_CONTROL, "a queue sheds load"},
                                  {ALARM_GVX_SYS_PORT_CONFLICT, "a port is in use"},
                                  {ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL, "a server cannot be reached"}};
+
+// The link's kind by the letters of its identifier.
+const char* LinkKind(const std::string& linkID) {
+    constexpr const char* kKinds[] = {"SCU", "OMU", "MU", "IMGU", "GVX"};
+    const std::string letters = linkID.substr(0, linkID.find('#'));
+    const auto* const found =
+        std::find_if(std::begin(kKinds), std::end(kKinds), [&letters](const char* kind) { return letters == kind; });
+    return found != std::end(kKinds) ? *found : "other";
+}
 
 struct ProcessStart {
     std::int64_t monotonicMs = MonotonicMilliseconds();
@@ -151,14 +161,17 @@ StreamStatus DescribeStream(const StreamEntry& entry, const MediaSendStatistics&
     stream.lost = counts.ullDroppedPackets;
     stream.startedMs = nowMs - entry.startedMs;
     stream.lastFrameMs = counts.llLastFrameMs == 0 ? kNever : std::max<std::int64_t>(0, nowMs - counts.llLastFrameMs);
+    const std::int64_t flowsSinceMs = entry.flowsSinceMs;
+    stream.paused = flowsSinceMs == StreamEntry::kPaused;
     // A broadcast brings sound to the device; nothing of it leaves here.
-    stream.delivering = entry.service == SERVICE_TYPE_AUDIO_BROADCAST || stream.startedMs < kDeliveryLimitMs ||
+    stream.delivering = entry.service == SERVICE_TYPE_AUDIO_BROADCAST || stream.paused ||
+                        nowMs - std::max(entry.startedMs, flowsSinceMs) < kDeliveryLimitMs ||
                         (stream.lastFrameMs != kNever && stream.lastFrameMs < kDeliveryLimitMs);
     return stream;
 }
 
-// Devices by their code, while the others are joined to them.
-using DeviceIndex = std::unordered_map<std::string, DeviceStatus*>;
+// Devices by their code, which stays where it is while the others are joined to them.
+using DeviceIndex = std::unordered_map<std::string_view, DeviceStatus*>;
 
 void CollectDevices(const DeviceTable& table, std::int64_t nowMs, GatewayStatus& status, DeviceIndex& index) {
     std::vector<DeviceTable::Facts> all = table.AllFacts();
@@ -266,7 +279,7 @@ void CollectLinks(std::int64_t nowMs, GatewayStatus& status) {
     const std::string mainService = CGvxConnectionMgr::Instance()->MainServiceLinkId();
     for (BP::LinkInfo& info : BP::CNetFactory::Links(status.linkTotals)) {
         LinkStatus link;
-        link.kind = info.linkID.substr(0, info.linkID.find('#'));
+        link.kind = LinkKind(info.linkID);
         link.mainService = info.linkID == mainService;
         link.openedMs = nowMs - info.openedMs;
         link.info = std::move(info);
@@ -373,6 +386,7 @@ void NoteProcessStart() {
 GatewayStatus CollectStatus(GatewayContext& context, const Heartbeats* heartbeats) {
     const std::int64_t nowMs = MonotonicMilliseconds();
     GatewayStatus status;
+    status.takenMs = nowMs;
     DeviceIndex devices;
     status.process = CollectProcess(nowMs);
     CollectDevices(context.devices, nowMs, status, devices);

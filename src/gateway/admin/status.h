@@ -54,12 +54,13 @@ struct StreamStatus {
     std::uint64_t lost = 0;  // packets
     std::int64_t startedMs = 0;
     std::int64_t lastFrameMs = kNever;
-    bool delivering = false;  // it has begun a moment ago, or a frame has left since
+    bool paused = false;      // a recording that the platform has paused
+    bool delivering = false;  // a frame has left a moment ago, or none is to be expected yet
 };
 
 struct LinkStatus {
     BP::LinkInfo info;
-    std::string kind;          // the letters of its identifier, such as SCU
+    const char* kind = "";     // SCU, OMU, MU, IMGU, GVX; other: a peer may call itself anything
     bool mainService = false;  // what leaves the gateway leaves by it
     std::int64_t openedMs = 0;
 };
@@ -144,6 +145,7 @@ struct ReadyStatus {
 };
 
 struct GatewayStatus {
+    std::int64_t takenMs = 0;  // when, by the monotonic clock
     ProcessStatus process;
     ReadyStatus ready;
     std::vector<DeviceStatus> devices;

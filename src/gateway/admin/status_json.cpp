@@ -56,6 +56,7 @@ Json::Value Form(const StreamStatus& stream) {
     row["age_ms"] = Age(stream.startedMs);
     row["last_frame_age_ms"] = Age(stream.lastFrameMs);
     row["delivering"] = stream.delivering;
+    row["state"] = stream.paused ? "paused" : stream.delivering ? "delivering" : "silent";
     return row;
 }
 

@@ -71,7 +71,10 @@ void LogStatus(const GatewayStatus& status) {
         GVX_LOG_INFO(kTitle, "stream %s of device %s: %s, %s to %s, %llu frames, %llu packets lost, last frame %s%s",
                      stream.id.c_str(), stream.device.c_str(), stream.service.c_str(), stream.transport.c_str(),
                      stream.destination.c_str(), static_cast<Count>(stream.frames), static_cast<Count>(stream.lost),
-                     AgeText(stream.lastFrameMs).c_str(), stream.delivering ? "" : ", NOT DELIVERING");
+                     AgeText(stream.lastFrameMs).c_str(),
+                     stream.paused       ? ", paused"
+                     : stream.delivering ? ""
+                                         : ", NOT DELIVERING");
     });
     LogRows("links", status.links, [](const LinkStatus& link) {
         GVX_LOG_INFO(kTitle, "link %s with %s:%u%s: %llu frames in, %llu out, %zu bytes wait", link.info.linkID.c_str(),

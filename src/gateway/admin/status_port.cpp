@@ -74,30 +74,55 @@ std::string Lines(const std::vector<std::string>& sentences, const char* otherwi
     return text.empty() ? otherwise : text;
 }
 
-struct ReleaseResponse {
-    void operator()(MHD_Response* response) const { MHD_destroy_response(response); }
-};
-using ResponsePtr = std::unique_ptr<MHD_Response, ReleaseResponse>;
+// The library counts for itself who sends it.
+using ResponsePtr = std::shared_ptr<MHD_Response>;
 
-// A body that the answer copies, with what every answer says.
-ResponsePtr MakeAnswer(const std::string& body, const char* type) {
-    // The library copies it and does not write to it.
-    ResponsePtr answer(
-        MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_MUST_COPY));
-    if (answer != nullptr) {
-        MHD_add_response_header(answer.get(), MHD_HTTP_HEADER_CONTENT_TYPE, type);
+// With what every answer says. Null for null, which is for want of memory.
+ResponsePtr Finished(MHD_Response* made, const char* type, const char* policy = kNothingElse) {
+    if (made == nullptr) {
+        return nullptr;
+    }
+    ResponsePtr answer(made, &MHD_destroy_response);
+    const std::pair<const char*, const char*> headers[] = {{MHD_HTTP_HEADER_CONTENT_TYPE, type},
+                                                           {MHD_HTTP_HEADER_CONNECTION, "close"},
+                                                           {MHD_HTTP_HEADER_CACHE_CONTROL, "no-store"},
+                                                           {"Content-Security-Policy", policy},
+                                                           {"Cross-Origin-Resource-Policy", "same-origin"},
+                                                           {"Referrer-Policy", "no-referrer"},
+                                                           {"X-Content-Type-Options", "nosniff"}};
+    for (const auto& [name, value] : headers) {
+        MHD_add_response_header(made, name, value);
     }
     return answer;
 }
 
-void AddCommonHeaders(MHD_Response& answer, const char* policy) {
-    const std::pair<const char*, const char*> headers[] = {
-        {MHD_HTTP_HEADER_CONNECTION, "close"}, {MHD_HTTP_HEADER_CACHE_CONTROL, "no-store"},
-        {"Content-Security-Policy", policy},   {"Cross-Origin-Resource-Policy", "same-origin"},
-        {"Referrer-Policy", "no-referrer"},    {"X-Content-Type-Options", "nosniff"}};
-    for (const auto& [name, value] : headers) {
-        MHD_add_response_header(&answer, name, value);
+// A short text, which the answer copies. The library does not write to it.
+ResponsePtr TextAnswer(const std::string& text) {
+    return Finished(MHD_create_response_from_buffer(text.size(), const_cast<char*>(text.data()), MHD_RESPMEM_MUST_COPY),
+                    kText);
+}
+
+// A body that all who read it share; heldBytes counts it until the last of them has gone.
+struct SharedBody {
+    SharedBody(std::string body, std::size_t& held) : text(std::move(body)), heldBytes(held) {
+        heldBytes += text.size();
     }
+    ~SharedBody() { heldBytes -= text.size(); }
+    SharedBody(const SharedBody&) = delete;
+    SharedBody& operator=(const SharedBody&) = delete;
+
+    std::string text;
+    std::size_t& heldBytes;
+};
+
+ResponsePtr SharedAnswer(std::string text, const char* type, std::size_t& heldBytes) {
+    auto body = std::make_unique<SharedBody>(std::move(text), heldBytes);
+    MHD_Response* const made = MHD_create_response_from_buffer_with_free_callback_cls(
+        body->text.size(), body->text.data(), [](void* held) { delete static_cast<SharedBody*>(held); }, body.get());
+    if (made != nullptr) {
+        static_cast<void>(body.release());  // the answer's now
+    }
+    return Finished(made, type);
 }
 
 }  // namespace
@@ -110,6 +135,12 @@ struct StatusPort::Server {
     };
     struct Answer {
         unsigned int code = MHD_HTTP_OK;
+        ResponsePtr response;
+    };
+    // A page of the status as it was written last.
+    struct Written {
+        std::size_t heldBytes = 0;  // of this writing and of earlier ones that are still read
+        std::shared_ptr<const GatewayStatus> look;
         ResponsePtr response;
     };
 
@@ -128,15 +159,15 @@ struct StatusPort::Server {
     MHD_Result Serve(MHD_Connection* connection, const char* method, const char* target);
     Answer Make(MHD_Connection* connection, StatusPage page);
     Answer MakeEvents(MHD_Connection* connection);
-    const GatewayStatus& Status();
+    Answer Share(Written& page, const char* type, const std::function<std::string(const GatewayStatus&)>& write);
 
     const std::string address;
     const std::uint16_t port;
     const Sources sources;
     MHD_Daemon* daemon = nullptr;
     // Of the library's thread.
-    GatewayStatus status;
-    std::int64_t collectedMs = -kFreshMs;
+    Written metrics;
+    Written json;
 
     std::mutex mutex;  // Guards what follows; nothing is called under it but the shutdown of a socket.
     std::map<int, Connection> connections;
@@ -209,7 +240,7 @@ MHD_Result StatusPort::Server::Serve(MHD_Connection* connection, const char* met
     if (verdict.page != StatusPage::None) {
         answer = Make(connection, verdict.page);
     } else {
-        answer = {verdict.code, MakeAnswer(std::string(verdict.reason) + "\n", kText)};
+        answer = {verdict.code, TextAnswer(std::string(verdict.reason) + "\n")};
     }
     if (answer.response == nullptr) {
         return MHD_NO;
@@ -217,23 +248,27 @@ MHD_Result StatusPort::Server::Serve(MHD_Connection* connection, const char* met
     if (verdict.code == MHD_HTTP_METHOD_NOT_ALLOWED) {
         MHD_add_response_header(answer.response.get(), MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
     }
-    AddCommonHeaders(*answer.response, verdict.page == StatusPage::Page ? kStatusPagePolicy : kNothingElse);
     return MHD_queue_response(connection, answer.code, answer.response.get());
 }
 
-const GatewayStatus& StatusPort::Server::Status() {
-    const std::int64_t nowMs = MonotonicMilliseconds();
-    if (nowMs - collectedMs >= kFreshMs) {
-        status = sources.collect();
-        collectedMs = nowMs;
+StatusPort::Server::Answer StatusPort::Server::Share(Written& page, const char* type,
+                                                     const std::function<std::string(const GatewayStatus&)>& write) {
+    std::shared_ptr<const GatewayStatus> look = sources.look();
+    if (page.response == nullptr || page.look != look) {
+        page.response = nullptr;  // goes now, unless somebody still reads it
+        if (page.heldBytes > kMaxHeldBytes) {
+            return {MHD_HTTP_SERVICE_UNAVAILABLE, TextAnswer("Readers that are slow hold too much of it.\n")};
+        }
+        page.response = SharedAnswer(write(*look), type, page.heldBytes);
+        page.look = std::move(look);
     }
-    return status;
+    return {MHD_HTTP_OK, page.response};
 }
 
 StatusPort::Server::Answer StatusPort::Server::Make(MHD_Connection* connection, StatusPage page) {
     const auto judged = [](const std::vector<std::string>& faults, const char* otherwise) {
         return Answer{faults.empty() ? static_cast<unsigned int>(MHD_HTTP_OK) : MHD_HTTP_SERVICE_UNAVAILABLE,
-                      MakeAnswer(Lines(faults, otherwise), kText)};
+                      TextAnswer(Lines(faults, otherwise))};
     };
     switch (page) {
         case StatusPage::Live:
@@ -241,32 +276,37 @@ StatusPort::Server::Answer StatusPort::Server::Make(MHD_Connection* connection, 
         case StatusPage::Ready:
             return judged(ReadyFaults(CollectReady()), "ready\n");
         case StatusPage::Metrics:
-            return {MHD_HTTP_OK, MakeAnswer(MetricsText(Status(), SettingText(Setting::GVX_METRICS_PER_DEVICE) == "1"),
-                                            "text/plain; version=0.0.4; charset=utf-8")};
+            return Share(metrics, "text/plain; version=0.0.4; charset=utf-8", [](const GatewayStatus& status) {
+                return MetricsText(status, SettingText(Setting::GVX_METRICS_PER_DEVICE) == "1");
+            });
         case StatusPage::Json:
-            return {MHD_HTTP_OK, MakeAnswer(WriteJson(WholeStatus(Status())), "application/json")};
+            return Share(json, "application/json",
+                         [](const GatewayStatus& status) { return WriteJson(WholeStatus(status)); });
         case StatusPage::Events:
             return MakeEvents(connection);
         default:
-            return {MHD_HTTP_OK, MakeAnswer(kStatusPage, "text/html; charset=utf-8")};
+            return {MHD_HTTP_OK,
+                    Finished(MHD_create_response_from_buffer(std::strlen(kStatusPage), const_cast<char*>(kStatusPage),
+                                                             MHD_RESPMEM_PERSISTENT),
+                             "text/html; charset=utf-8", kStatusPagePolicy)};
     }
 }
 
 StatusPort::Server::Answer StatusPort::Server::MakeEvents(MHD_Connection* connection) {
     const char* const last = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Last-Event-ID");
     std::unique_ptr<EventFeed::Reader> reader = sources.feed->Join(
-        last != nullptr ? std::strtoull(last, nullptr, 10) : 0, [connection] { MHD_suspend_connection(connection); },
+        last != nullptr ? last : "", [connection] { MHD_suspend_connection(connection); },
         [connection] { MHD_resume_connection(connection); });
     if (reader == nullptr) {
-        return {MHD_HTTP_SERVICE_UNAVAILABLE, MakeAnswer("There are too many readers of events.\n", kText)};
+        return {MHD_HTTP_SERVICE_UNAVAILABLE, TextAnswer("There are too many readers of events.\n")};
     }
-    ResponsePtr response(
-        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kEventBlock, &ReadEvents, reader.get(), &EndEvents));
-    if (response == nullptr) {
+    MHD_Response* const made =
+        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kEventBlock, &ReadEvents, reader.get(), &EndEvents);
+    if (made == nullptr) {
         return {};
     }
     static_cast<void>(reader.release());  // the response's now
-    MHD_add_response_header(response.get(), MHD_HTTP_HEADER_CONTENT_TYPE, "text/event-stream");
+    ResponsePtr response = Finished(made, "text/event-stream");
     const int socket = SocketOf(connection);
     setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &kEventSendBuffer, sizeof(kEventSendBuffer));
     const std::lock_guard<std::mutex> lock(mutex);

@@ -2,6 +2,7 @@
 
 #include "gateway/admin/status.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -14,17 +15,18 @@ class EventFeed;
 // The HTTP port of the status: the page, /livez, /readyz, /metrics, /status.json and /events (docs/status.md). One
 // thread of the library serves all; none of its work waits for a peer. A connection serves one request and is closed
 // after kConnectionLimitMs whatever its peer does, unless it reads events; kMaxConnections stand at a time, with
-// kConnectionBytes for the head of a request. The thread that starts and stops the gateway.
+// kConnectionBytes for the head of a request. A page of the status is written once for each look, and all who read it
+// share it. The thread that starts and stops the gateway.
 class StatusPort {
 public:
     static constexpr unsigned int kMaxConnections = 256;
     static constexpr unsigned int kConnectionBytes = 16 * 1024;
     static constexpr std::int64_t kConnectionLimitMs = 15000;
-    // Requests within that time share one collection.
-    static constexpr std::int64_t kFreshMs = 250;
+    // What slow readers of one page may keep of earlier looks; beyond that the page is refused until they have gone.
+    static constexpr std::size_t kMaxHeldBytes = 64u << 20;
 
     struct Sources {
-        std::function<GatewayStatus()> collect;
+        std::function<std::shared_ptr<const GatewayStatus>()> look;  // a recent one
         std::function<std::vector<ThreadStatus>()> threads;
         EventFeed* feed = nullptr;  // outlives the port; must have been stopped when the port stops
     };

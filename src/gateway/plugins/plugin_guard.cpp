@@ -6,6 +6,7 @@
 #include "gvx_common/adapter/gvx_device_state.h"
 
 #include <chrono>
+#include <cstring>
 #include <new>
 #include <system_error>
 
@@ -144,10 +145,12 @@ std::vector<PluginCallWatch::Call> PluginCallWatch::OpenCalls() const {
 void LogPluginException(const std::string& plugin, const char* operation, const std::string& device,
                         const char* what) noexcept {
     const char* const text = what == nullptr ? "not a std::exception" : what;
+    constexpr std::size_t kKeptBytes = 511;  // of a text that the plug-in chose
     try {
-        NoteDeviceError(device, std::string(operation) + " threw: " + text);
+        const std::string kept(text, strnlen(text, kKeptBytes));
+        NoteDeviceError(device, std::string(operation) + " threw: " + kept);
         if (!PluginTroubles::Instance().Note(PluginTrouble::Kind::Throws, plugin, operation, device,
-                                             ZVS_GVX_PLUGIN_EXCEPTION, text)) {
+                                             ZVS_GVX_PLUGIN_EXCEPTION, kept)) {
             return;
         }
     } catch (const std::exception&) {

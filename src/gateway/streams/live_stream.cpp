@@ -76,8 +76,8 @@ void LiveStream::EnterLedger() {
     entry->startedMs = MonotonicMilliseconds();
     entry->media = m_media;
     entry->metadata = m_metadata;
-    m_entry = entry;
-    StreamLedger::Instance().Enter(std::move(entry));
+    m_entry = std::move(entry);
+    StreamLedger::Instance().Enter(m_entry);
 }
 
 int LiveStream::MakeParam(std::string& reason) {
@@ -300,7 +300,13 @@ Result LiveStream::Control(const STREAM_CONTROL_PARAM_S& control) {
     const int code = CallPlugin(
         m_lens.plugin, "PlayBackStreamControl", m_lens.device,
         [this, &control] { return m_lens.adapter->PlayBackStreamControl(control, m_param); }, &said);
-    return code == 0 ? Result{} : Failure(code, "", said);
+    if (code != 0) {
+        return Failure(code, "", said);
+    }
+    if (m_entry != nullptr && (control.eCmd == STREAM_CONTROL_PAUSE || control.eCmd == STREAM_CONTROL_PLAY)) {
+        m_entry->flowsSinceMs = control.eCmd == STREAM_CONTROL_PAUSE ? StreamEntry::kPaused : MonotonicMilliseconds();
+    }
+    return {};
 }
 
 int LiveStream::Stop(bool force) {

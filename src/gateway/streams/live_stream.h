@@ -103,8 +103,8 @@ private:
     std::shared_ptr<CMediaSendStream> m_metadata;
     StreamPorts m_ports;
     StreamGate m_gate{m_lens.plugin, m_lens.device};
-    std::unique_ptr<VoiceReceiver> m_voice;      // of a talk or a broadcast alone
-    std::shared_ptr<const StreamEntry> m_entry;  // in the ledger while the stream runs
+    std::unique_ptr<VoiceReceiver> m_voice;  // of a talk or a broadcast alone
+    std::shared_ptr<StreamEntry> m_entry;    // in the ledger while the stream runs
     bool m_running = false;
     bool m_leftBehind = false;
     LeaveRoom m_mediaRoom;

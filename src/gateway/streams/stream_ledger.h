@@ -2,6 +2,7 @@
 
 #include "gvx_common/media/media_send_stream.h"
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -28,6 +29,9 @@ struct StreamEntry {
     std::uint32_t dstIp = 0;        // host order
     std::uint16_t dstPort = 0;
     std::int64_t startedMs = 0;  // monotonic
+    // When the platform let it go on after a pause, monotonic; kPaused while it is paused, 0 for one that never was.
+    static constexpr std::int64_t kPaused = -1;
+    std::atomic<std::int64_t> flowsSinceMs{0};
     std::shared_ptr<const CMediaSendStream> media;
     std::shared_ptr<const CMediaSendStream> metadata;  // null without sockets of its own
 
