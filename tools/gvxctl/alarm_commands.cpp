@@ -55,7 +55,7 @@ void AlarmPrinter::OnFrame(const std::string& linkId, const Frame& frame) {
     }
     if (!DecodeAlarm(frame, alarm, error)) {
         ++m_faults;
-        std::fprintf(stderr, "gvxctl: bad alarm on %s: %s\n", linkId.c_str(), error.c_str());
+        Fail(kExitRefused, "bad alarm on " + linkId + ": " + error);
         return;
     }
     ++m_alarms;
@@ -71,7 +71,7 @@ void AlarmPrinter::Print(const std::string& linkId, const Alarm& alarm) const {
         std::fputs(gvx::WriteJson(value).c_str(), stdout);
     } else {
         const std::string fields = m_options.full ? "\n" + AlarmFields(alarm, "    ") : std::string();
-        std::printf("%s\n", Printable(AlarmLine(alarm) + fields).c_str());
+        gvxctl::Print(Printable(AlarmLine(alarm) + fields));
     }
     std::fflush(stdout);
 }

@@ -11,8 +11,6 @@
 
 #include <json/value.h>
 
-#include <cstdio>
-
 namespace gvxctl {
 namespace {
 
@@ -105,7 +103,7 @@ int RunConfigGet(const CommonOptions& common, const ConfigOptions& options) {
     if (response.code != 0) {
         return Refused(response);
     }
-    std::printf("%s\n", ShowUnifiedDocument(response.Xml()).c_str());
+    Print(ShowUnifiedDocument(response.Xml()));
     if (!options.section.empty() && !gvx::IsSettingSection(options.section)) {
         const std::string near = gvx::NearSection(options.section);
         return Fail(kExitRefused,
@@ -128,7 +126,7 @@ int RunConfigSet(const CommonOptions& common, const ConfigOptions& options) {
     }
     CBB::CXml stored;
     const bool told = stored.Parse(response.Xml().c_str()) && stored.FindElem("Content/ConfigValue");
-    std::printf("%s is set%s%s\n", options.key.c_str(), told ? " to " : "", told ? stored.GetElemValue() : "");
+    Print(options.key + " is set" + (told ? std::string(" to ") + stored.GetElemValue() : ""));
     return kExitOk;
 }
 

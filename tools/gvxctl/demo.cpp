@@ -21,8 +21,7 @@ constexpr int kPauseMs = 1000;  // silence after the last frame that tells that 
 constexpr int kStepMs = 1000;   // between two lines of progress
 
 void Say(const std::string& text) {
-    std::printf("gvxctl: %s\n", text.c_str());
-    std::fflush(stdout);
+    Print("gvxctl: " + text);
 }
 
 // The scripted run: links, device, streams, and what came of each step as one JSON document.
@@ -259,7 +258,7 @@ bool Demo::PlayUntilInterrupted() {
 }
 
 void Demo::Fault(const std::string& text) {
-    std::fprintf(stderr, "gvxctl: %s\n", text.c_str());
+    Fail(kExitRefused, text);
     m_summary["faults"].append(text);
 }
 

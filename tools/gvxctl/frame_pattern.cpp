@@ -4,6 +4,7 @@
 #include "base/json_io.h"
 #include "gvxctl/alarm_records.h"
 #include "gvxctl/frame_text.h"
+#include "gvxctl/terminal.h"
 
 #include <algorithm>
 

@@ -3,6 +3,7 @@
 #include "base/json_io.h"
 #include "base/zvs_error.h"
 #include "gvxctl/alarm_records.h"
+#include "gvxctl/terminal.h"
 #include "nss/nss_msg.h"
 #include "nss/nss_msg_type.h"
 
@@ -78,20 +79,6 @@ std::string AlarmText(const Frame& frame) {
 }
 
 }  // namespace
-
-std::string Printable(const std::string& text, std::size_t maxShown) {
-    std::string shown = text.substr(0, maxShown);
-    for (char& c : shown) {
-        const auto byte = static_cast<unsigned char>(c);
-        if ((byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7F) {
-            c = '.';
-        }
-    }
-    while (!shown.empty() && shown.back() == '\n') {
-        shown.pop_back();
-    }
-    return text.size() > maxShown ? shown + " ... (" + std::to_string(text.size()) + " bytes)" : shown;
-}
 
 std::string BodyText(const Frame& frame) {
     std::string text;

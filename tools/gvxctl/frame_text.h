@@ -7,9 +7,6 @@
 // Frames for people: names of types and codes, head fields, and bodies decoded by their form. Any thread.
 namespace gvxctl {
 
-// Bytes that are no text show as dots, a long text is cut.
-std::string Printable(const std::string& text, std::size_t maxShown = 4096);
-
 // The body as text: its XML or JSON item, JSON text without an item, or an alarm record field by field; other bodies
 // as their tagged items or a piece in hexadecimal. Empty for a bare head. Lines behind the first are indented by
 // four blanks.

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -169,7 +168,7 @@ int RunPlayStream(const CommonOptions& common, StreamSpec spec) {
     if (!StopStream(platform, spec, response, error)) {
         return Fail(kExitRefused, error);
     }
-    std::printf("%s\n", DescribeResponse(response).c_str());
+    Print(DescribeResponse(response));
     return response.code == 0 && (player.EndedWell() || Interrupted())
                ? kExitOk
                : Fail(kExitRefused,

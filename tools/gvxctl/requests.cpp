@@ -5,6 +5,7 @@
 #include "base/zvs_error.h"
 #include "gvx_common/records/stream_param.h"
 #include "gvxctl/frame_text.h"
+#include "gvxctl/terminal.h"
 #include "nss/nss_msg_type.h"
 
 #include <cstdio>

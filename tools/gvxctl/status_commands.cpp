@@ -4,6 +4,7 @@
 #include "base/json_io.h"
 #include "base/paths.h"
 #include "base/unique_fd.h"
+#include "gvx_common/config/settings_check.h"
 #include "gvxctl/commands.h"
 #include "gvxctl/terminal.h"
 
@@ -26,8 +27,19 @@ constexpr time_t kAnswerLimitSeconds = 15;
 // Ten thousand devices are some five megabytes.
 constexpr gvx::JsonLimits kAnswerLimits{256u << 20, 50000000};
 
-int Refuse(const std::string& error) {
-    return Fail(kExitRefused, error);
+// A value of the answer as text: what plug-ins and peers say stands among them.
+std::string Text(const Json::Value& value) {
+    return PrintableLine(value.asString());
+}
+
+// As the gateway finds it: the configuration goes ahead of the environment.
+std::string SocketPath(const StatusOptions& options) {
+    std::string path = options.socket;
+    std::string folder;
+    if (path.empty() && get_config_directory(folder) == 0) {
+        gvx::PeekSetting(folder, gvx::Setting::GVX_CONTROL_SOCKET, path);
+    }
+    return path.empty() ? gvx::DefaultControlSocket() : path;
 }
 
 std::string NoGateway(const std::string& path) {
@@ -36,7 +48,7 @@ std::string NoGateway(const std::string& path) {
 }
 
 bool Ask(const StatusOptions& options, const std::string& request, Json::Value& answer, std::string& error) {
-    const std::string path = options.socket.empty() ? gvx::DefaultControlSocket() : options.socket;
+    const std::string path = SocketPath(options);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) {
@@ -114,6 +126,7 @@ struct Table {
     const char* request;
     const char* list;
     std::vector<Column> columns;
+    bool tellsErrors = false;  // the last error stands below its row
 };
 
 const std::vector<Table>& Tables() {
@@ -126,7 +139,8 @@ const std::vector<Table>& Tables() {
                                                 {"STREAMS", "streams", Form::Count},
                                                 {"LOGINS", "login_tries", Form::Count},
                                                 {"LAST ERROR", "last_error_age_ms", Form::Age},
-                                                {"REASON", "reason", Form::Text}}},
+                                                {"REASON", "reason", Form::Text}},
+                                               true},
                                               {"streams",
                                                "streams",
                                                {{"STREAM", "id", Form::Text},
@@ -141,7 +155,7 @@ const std::vector<Table>& Tables() {
                                                 {"SENT", "bytes", Form::Bytes},
                                                 {"LOST", "lost", Form::Count},
                                                 {"LAST FRAME", "last_frame_age_ms", Form::Age},
-                                                {"DELIVERS", "delivering", Form::Yes},
+                                                {"STATE", "state", Form::Text},
                                                 {"ASKED BY", "link", Form::Text}}},
                                               {"links",
                                                "links",
@@ -194,7 +208,7 @@ std::string CellText(const Json::Value& value, Form form) {
     if (value.isArray()) {
         return std::to_string(value.size());
     }
-    const std::string text = value.isNull() ? std::string() : value.asString();
+    const std::string text = value.isNull() ? std::string() : Text(value);
     return text.empty() ? "-" : text;
 }
 
@@ -204,22 +218,30 @@ std::size_t Width(const std::string& text) {
         std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
-std::string Aligned(const std::vector<Column>& columns, const std::vector<std::vector<std::string>>& rows) {
+// A note stands below its row, if it is not empty.
+struct Row {
+    std::vector<std::string> cells;
+    std::string note;
+};
+
+std::string Aligned(const std::vector<Column>& columns, const std::vector<Row>& rows) {
     std::vector<std::size_t> widths(columns.size());
-    for (const auto& row : rows) {
+    for (const Row& row : rows) {
         for (std::size_t i = 0; i < columns.size(); ++i) {
-            widths[i] = std::max(widths[i], Width(row[i]));
+            widths[i] = std::max(widths[i], Width(row.cells[i]));
         }
     }
     std::string text;
-    for (const auto& row : rows) {
+    for (const Row& row : rows) {
         for (std::size_t i = 0; i < columns.size(); ++i) {
-            const std::string gap(widths[i] - Width(row[i]), ' ');
+            const std::string& cell = row.cells[i];
+            const std::string gap(widths[i] - Width(cell), ' ');
             const bool right = columns[i].form == Form::Count || columns[i].form == Form::Bytes;
             const bool last = i + 1 == columns.size();
-            text += right ? gap + row[i] : row[i] + (last ? "" : gap);
+            text += right ? gap + cell : cell + (last ? "" : gap);
             text += last ? "\n" : "  ";
         }
+        text += row.note.empty() ? "" : "    " + row.note + "\n";
     }
     return text;
 }
@@ -228,14 +250,17 @@ std::string ListTable(const Table& table, const Json::Value& list) {
     if (list.empty()) {
         return std::string("no ") + table.list + "\n";
     }
-    std::vector<std::vector<std::string>> rows(1);
+    std::vector<Row> rows(1);
     for (const Column& column : table.columns) {
-        rows[0].emplace_back(column.heading);
+        rows[0].cells.emplace_back(column.heading);
     }
     for (const Json::Value& item : list) {
         rows.emplace_back();
         for (const Column& column : table.columns) {
-            rows.back().push_back(CellText(item[column.member], column.form));
+            rows.back().cells.push_back(CellText(item[column.member], column.form));
+        }
+        if (table.tellsErrors && !Text(item["last_error"]).empty() && item["last_error"] != item["reason"]) {
+            rows.back().note = "last error: " + Text(item["last_error"]);
         }
     }
     return Aligned(table.columns, rows);
@@ -246,16 +271,15 @@ std::string PluginDetails(const Json::Value& plugins) {
     std::string text;
     for (const Json::Value& plugin : plugins) {
         for (const Json::Value& call : plugin["calls"]) {
-            text += "  " + plugin["name"].asString() + ": " + call["operation"].asString() + " of device " +
-                    call["device"].asString() + (call["overdue"].asBool() ? " does not return, " : " runs, ") +
+            text += "  " + Text(plugin["name"]) + ": " + Text(call["operation"]) + " of device " +
+                    Text(call["device"]) + (call["overdue"].asBool() ? " does not return, " : " runs, ") +
                     AgeText(call["age_ms"]) + "\n";
         }
         for (const Json::Value& trouble : plugin["troubles"]) {
-            const std::string said = trouble["text"].asString();
-            text += "  " + plugin["name"].asString() + ": " + trouble["operation"].asString() + " of device " +
-                    trouble["device"].asString() + " " + trouble["kind"].asString() + ", " +
-                    trouble["count"].asString() + " times in " + AgeText(trouble["age_ms"]) +
-                    (said.empty() ? "" : ": " + said) + "\n";
+            const std::string said = Text(trouble["text"]);
+            text += "  " + Text(plugin["name"]) + ": " + Text(trouble["operation"]) + " of device " +
+                    Text(trouble["device"]) + " " + Text(trouble["kind"]) + ", " + Text(trouble["count"]) +
+                    " times in " + AgeText(trouble["age_ms"]) + (said.empty() ? "" : ": " + said) + "\n";
         }
     }
     return text;
@@ -267,10 +291,10 @@ std::string SummaryText(const Json::Value& status) {
     const Json::Value& counts = status["counts"];
     const Json::Value& totals = status["totals"];
     const Json::Value& memory = status["memory"];
-    std::string text = "gvxd " + gateway["version"].asString() + "  " + gateway["element"].asString() + "  pid " +
-                       gateway["pid"].asString() + "  up " + AgeText(gateway["uptime_ms"]) + "  " +
-                       BytesText(gateway["resident_bytes"].asDouble()) + "  " + gateway["descriptors"].asString() +
-                       " descriptors  " + gateway["threads"].asString() + " threads\n";
+    std::string text = "gvxd " + Text(gateway["version"]) + "  " + Text(gateway["element"]) + "  pid " +
+                       Text(gateway["pid"]) + "  up " + AgeText(gateway["uptime_ms"]) + "  " +
+                       BytesText(gateway["resident_bytes"].asDouble()) + "  " + Text(gateway["descriptors"]) +
+                       " descriptors  " + Text(gateway["threads"]) + " threads\n";
     text += ready["ready"].asBool() ? "ready" : "not ready:";
     if (!ready["main_service"].asBool()) {
         text += " no main service is linked;";
@@ -279,25 +303,24 @@ std::string SummaryText(const Json::Value& status) {
         text += " the alarm store is not open;";
     }
     if (!ready["key_files"].asBool()) {
-        text += " " + ready["key_fault"].asString() + ";";
+        text += " " + Text(ready["key_fault"]) + ";";
     }
-    text += "\n\ndevices  " + counts["devices"].asString();
+    text += "\n\ndevices  " + Text(counts["devices"]);
     for (const std::string& state : status["device_states"].getMemberNames()) {
-        text += "  " + status["device_states"][state].asString() + " " + state;
+        text += "  " + Text(status["device_states"][state]) + " " + PrintableLine(state);
     }
-    text += "\nstreams  " + counts["streams"].asString() + "  " + counts["streams_delivering"].asString() +
-            " delivering, " + totals["streams_started"].asString() +
-            " since the start: " + totals["frames"].asString() + " frames, " + totals["packets"].asString() +
-            " packets, " + BytesText(totals["bytes"].asDouble()) + ", " + totals["lost"].asString() + " packets lost\n";
-    text += "links    " + counts["links"].asString() + "  " + totals["links_opened"].asString() +
-            " opened since the start\n";
-    text += "alarms   " + counts["alarms"].asString() + " open  " + counts["alarms_waiting"].asString() +
-            " wait for a link, " + totals["alarms_lost"].asString() + " lost\n";
-    text += "memory   " + memory["send_blocks_free"].asString() + " of " + memory["send_blocks"].asString() +
-            " send blocks free, " + memory["pool_blocks_used"].asString() + " of " + memory["pool_blocks"].asString() +
+    text += "\nstreams  " + Text(counts["streams"]) + "  " + Text(counts["streams_delivering"]) + " delivering, " +
+            Text(totals["streams_started"]) + " since the start: " + Text(totals["frames"]) + " frames, " +
+            Text(totals["packets"]) + " packets, " + BytesText(totals["bytes"].asDouble()) + ", " +
+            Text(totals["lost"]) + " packets lost\n";
+    text += "links    " + Text(counts["links"]) + "  " + Text(totals["links_opened"]) + " opened since the start\n";
+    text += "alarms   " + Text(counts["alarms"]) + " open  " + Text(counts["alarms_waiting"]) + " wait for a link, " +
+            Text(totals["alarms_lost"]) + " lost\n";
+    text += "memory   " + Text(memory["send_blocks_free"]) + " of " + Text(memory["send_blocks"]) +
+            " send blocks free, " + Text(memory["pool_blocks_used"]) + " of " + Text(memory["pool_blocks"]) +
             " pool blocks used\n";
     if (counts["threads_silent"].asInt() != 0) {
-        text += "event threads that do not answer: " + counts["threads_silent"].asString() + "\n";
+        text += "event threads that do not answer: " + Text(counts["threads_silent"]) + "\n";
     }
     return text;
 }
@@ -311,12 +334,12 @@ public:
         std::map<std::string, Counts> counts;
         for (Json::Value& stream : streams) {
             const Counts now{stream["frames"].asDouble(), stream["bytes"].asDouble()};
-            const auto before = m_counts.find(stream["id"].asString());
+            const auto before = m_counts.find(Text(stream["id"]));
             if (before != m_counts.end() && seconds > 0) {
                 stream["fps"] = Rounded((now.frames - before->second.frames) / seconds);
                 stream["mbits"] = Rounded((now.bytes - before->second.bytes) * 8 / 1e6 / seconds);
             }
-            counts[stream["id"].asString()] = now;
+            counts[Text(stream["id"])] = now;
         }
         m_counts.swap(counts);
         m_lastMs = nowMs;
@@ -350,7 +373,7 @@ std::string TopText(const Json::Value& status) {
                                    {"MBIT/S", "mbits", Form::Count},
                                    {"LOST", "lost", Form::Count},
                                    {"LAST FRAME", "last_frame_age_ms", Form::Age},
-                                   {"DELIVERS", "delivering", Form::Yes}}};
+                                   {"STATE", "state", Form::Text}}};
     Json::Value failing(Json::arrayValue);
     for (const Json::Value& device : status["devices"]) {
         if (!device["well"].asBool()) {
@@ -383,7 +406,7 @@ int RunStatus(const StatusOptions& options, const std::string& request) {
     Json::Value answer;
     std::string error;
     if (!Ask(options, request, answer, error)) {
-        return Refuse(error);
+        return Fail(kExitRefused, error);
     }
     std::fputs((options.json ? gvx::WriteJson(answer) : StatusTable(request, answer)).c_str(), stdout);
     return kExitOk;
@@ -393,9 +416,9 @@ int RunLogLevel(const StatusOptions& options) {
     Json::Value answer;
     std::string error;
     if (!Ask(options, "log level " + options.level, answer, error)) {
-        return Refuse(error);
+        return Fail(kExitRefused, error);
     }
-    std::fputs(options.json ? gvx::WriteJson(answer).c_str() : (answer["log_level"].asString() + "\n").c_str(), stdout);
+    std::fputs(options.json ? gvx::WriteJson(answer).c_str() : (Text(answer["log_level"]) + "\n").c_str(), stdout);
     return kExitOk;
 }
 
@@ -409,7 +432,7 @@ int RunTop(const StatusOptions& options) {
         Json::Value status;
         std::string error;
         if (!Ask(options, "all", status, error)) {
-            return Refuse(error);
+            return Fail(kExitRefused, error);
         }
         rates.Put(status["streams"]);
         const std::string picture = options.json ? gvx::WriteJson(status) : TopText(status);

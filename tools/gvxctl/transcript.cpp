@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "gvxctl/frame_text.h"
+#include "gvxctl/terminal.h"
 
 #include <cstdio>
 
@@ -12,8 +13,9 @@ Transcript::Transcript(bool full) : m_full(full), m_begin(gvx::MonotonicMillisec
 void Transcript::Line(const std::string& text) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     const double seconds = static_cast<double>(gvx::MonotonicMilliseconds() - m_begin) / 1000.0;
-    std::printf("%8.3f %s\n", seconds, text.c_str());
-    std::fflush(stdout);
+    char time[32];
+    std::snprintf(time, sizeof time, "%8.3f ", seconds);
+    Print(time + text);
 }
 
 void Transcript::Frame(const PeerSet::Traffic& traffic) {

@@ -9,8 +9,8 @@ CLI::App& AddStatusCommand(CLI::App& app, CommandLine& line, const char* name, c
                            std::function<int()> run) {
     CLI::App& command = AddCommand(app, line, name, text, std::move(run));
     command.add_option("--socket", line.status.socket,
-                       "the gateway's control socket (default: GVX_CONTROL_SOCKET, else /run/gvx/control.sock under "
-                       "GVX_ROOT)");
+                       "the gateway's control socket (default: GVX_CONTROL_SOCKET of the configuration, then of the "
+                       "environment, else /run/gvx/control.sock under GVX_ROOT)");
     command.add_flag("--json", line.status.json, "print the answer as JSON");
     return command;
 }
