@@ -152,8 +152,9 @@ void RaiseDescriptorLimit() {
         GVX_LOG_WARN("Descriptor limit", "stays at %llu, errno[%d].", static_cast<unsigned long long>(before), errno);
         return;
     }
-    GVX_LOG_INFO("Descriptor limit", "%llu descriptors, raised from %llu.",
-                 static_cast<unsigned long long>(limit.rlim_cur), static_cast<unsigned long long>(before));
+    GVX_LOG(before < limit.rlim_cur ? OM_LOG_INFO : OM_LOG_DEBUG, "Descriptor limit",
+            "%llu descriptors, raised from %llu.", static_cast<unsigned long long>(limit.rlim_cur),
+            static_cast<unsigned long long>(before));
 }
 
 }  // namespace gvx

@@ -236,7 +236,7 @@ int GVXErrorMgr::getXmlInfoByTidWithDestory(CBB::CXml& xml, int errorCode) {
     if (result != ZVS_SUCCEED) {
         GVX_LOG_ERR("getXmlInfoByTidWithDestory", "fromStruToXml failed");
     }
-    GVX_LOG_INFO("getXmlInfoByTidWithDestory", "xml=%s", xml.ToString().c_str());
+    GVX_LOG(OM_LOG_DEBUG, "getXmlInfoByTidWithDestory", "xml=%s", xml.ToString().c_str());
     eraseErrRspLocked(tid);
     return result;
 }

@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include <unistd.h>
 
@@ -77,9 +78,12 @@ int CCloudConfigMgr::ReadFlag() {
     const std::string path = gvx::RootedPath(GVX_CLOUD_CONFIG_PATH);
     CBB::CXml xml;
     if (!xml.Load(path.c_str())) {
-        GVX_LOG_INFO("CCloudConfigMgr::Init", "xmlCloudConfig load failed:[%s].", path.c_str());
+        // Init reads twice.
+        GVX_LOG(std::exchange(m_toldMissing, true) ? OM_LOG_DEBUG : OM_LOG_INFO, "CCloudConfigMgr::Init",
+                "xmlCloudConfig load failed:[%s].", path.c_str());
         return ZVS_FAIL;
     }
+    m_toldMissing = false;
     if (!xml.FindElem("CloudConfig/inited")) {
         m_inited = false;
         return ZVS_SUCCEED;

@@ -39,6 +39,7 @@ private:
 
     // Held for a whole reading, so that what was read last is what stays; no other lock is taken under it.
     std::mutex m_mutexRead;
+    bool m_toldMissing = false;  // Guarded by m_mutexRead.
 
     std::unique_ptr<bpInotifyEventWatcher> m_pInotifyWatcher;
     std::unique_ptr<InotifyConfigHandler> m_notifyCloudConfigHandler;

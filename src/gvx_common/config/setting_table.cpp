@@ -233,12 +233,16 @@ bool FitsSetting(const SettingRow& row, const std::string& value) {
             return AllParts(value, &IsRequestType);
         case SettingKind::Networks:
             return AllParts(value, &IsNetwork);
+        // The next three by the rules of CGvxUtility's checks, which write a line at each call: settings are read
+        // often.
         case SettingKind::Level:
-            return CGvxUtility::Check35114Level(value, 1);
+            return value == "A" || value == "B" || value == "C";
         case SettingKind::KeyLabel:
-            return CGvxUtility::CheckKeyLabel(value, 3, 32);
+            return value.size() >= 3 && value.size() <= 32 && std::all_of(value.begin(), value.end(), [](char c) {
+                       return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+                   });
         case SettingKind::ServerID:
-            return CGvxUtility::CheckServerID(value, 20);
+            return value.size() == 20 && CGvxUtility::isNum(value);
         case SettingKind::Text:
             return row.rule.check != LoadCheck::Digits || CGvxUtility::isNum(value);
     }
