@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The Debian packages of a build, installed by dpkg itself into an empty root: what they bring, a gateway that serves from
 there, an upgrade over an edited configuration, removal, and a purge. The maintainers' scripts run without chroot, since an
-empty root holds no shell.
+empty root holds no shell. Then the service under a systemd, where this system allows one (systemd_root.sh).
 
 usage: packages.py BUILD_DIR
 """
@@ -131,6 +131,73 @@ def check_removal(root):
     e2e.check(not left, f"a purge leaves {sorted(left)}")
 
 
+PREPARE = """#!/bin/sh -e
+dpkg --root="$1" --force-depends --log=/dev/null -i {debs} >/dev/null
+cd "$1/etc/systemd/system"
+mkdir gvxd.service.d
+printf '[Service]\\nWatchdogSec=3\\n' >gvxd.service.d/soon.conf
+printf '[Unit]\\nWants=basic.target gvxd.service\\nAfter=basic.target\\n' >default.target
+"""
+
+
+def only_child(pid):
+    children = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+    return children[0] if children else None
+
+
+def check_service(debs, folder, stack):
+    """The unit as packaged, but for the time of its watchdog: start, edit, reload, a gateway that stands still, stop."""
+    prepare, place = folder / "prepare.sh", folder / "systemd"
+    place.mkdir()
+    prepare.write_text(PREPARE.format(debs=" ".join(map(str, debs.values()))))
+    prepare.chmod(0o755)
+    manager = subprocess.Popen([SOURCE / "tests/e2e/systemd_root.sh", place, prepare], stdin=subprocess.DEVNULL)
+    stack.callback(manager.wait)
+    stack.callback(manager.terminate)
+    e2e.wait_until(lambda: manager.poll() is not None or (only_child(manager.pid) and only_child(only_child(manager.pid)) and
+                   "systemd" in pathlib.Path(f"/proc/{only_child(only_child(manager.pid))}/comm").read_text()), 120, "systemd")
+    if manager.poll() is not None:
+        e2e.check(manager.returncode == 77, f"systemd_root.sh ended with {manager.returncode}")
+        print("no systemd of its own can be had here: the unit has not been started")
+        return
+    inside = ["nsenter", "-t", only_child(only_child(manager.pid)), "--all"]
+
+    def show():
+        said = run(*inside, "systemctl", "show", "gvxd")
+        return dict(line.split("=", 1) for line in said.splitlines() if "=" in line)
+
+    def journal():
+        return run(*inside, "journalctl", "-u", "gvxd", "--no-pager")
+
+    def settled(state, restarts):
+        e2e.wait_until(lambda: ((now := show())["ActiveState"], now["NRestarts"]) == (state, restarts), 60,
+                       f"{state} after {restarts} restarts")
+        return show()
+
+    e2e.wait_until(lambda: subprocess.run([*inside, "systemctl", "show"], capture_output=True, check=False).returncode == 0, 60,
+                   "systemd answers")
+    began = settled("active", "0")
+    e2e.check(began["UnitFileState"] == "enabled" and began["Type"] == "notify", f"{began['UnitFileState']}")
+    status = run(*inside, "cat", f"/proc/{began['MainPID']}/status")
+    for name, value in (("NoNewPrivs", "1"), ("Seccomp", "2"), ("CapEff", "0000000000000000")):
+        e2e.check(re.search(rf"^{name}:\s+{value}$", status, flags=re.M), f"{name} is not {value}: {status}")
+    e2e.check(not re.search(r"^Uid:\s+0\s", status, flags=re.M), "gvxd runs as root")
+    said = run(*inside, "gvxctl", "add-device", "--extend", '{"media":"demo"}')
+    e2e.check("ZVS_SUCCEED" in said, f"add-device: {said}")
+    e2e.check("CAM001" in run(*inside, "gvxctl", "devices"), "gvxctl finds the service's socket")
+    run(*inside, "systemctl", "reload", "gvxd")
+    e2e.wait_until(lambda: int(show()["WatchdogTimestampMonotonic"]) > int(began["WatchdogTimestampMonotonic"]), 30,
+                   "the watchdog is fed")
+    e2e.check(settled("active", "0")["MainPID"] == began["MainPID"], "a reload has begun another process")
+    run(*inside, "kill", "-STOP", began["MainPID"])
+    again = settled("active", "1")
+    e2e.check("Watchdog timeout" in journal(), journal())
+    e2e.check(again["MainPID"] != began["MainPID"], "the same process")
+    run(*inside, "systemctl", "stop", "gvxd")
+    ended = settled("inactive", "1")
+    e2e.check((ended["Result"], ended["ExecMainStatus"]) == ("success", "0"), f"{ended['Result']}: {journal()}")
+
+
 def main():
     build = pathlib.Path(sys.argv[1]).resolve()
     times = [time.monotonic()]
@@ -149,6 +216,7 @@ def main():
         check_upgrade(root, debs["gvxd"], folder)
         check_removal(root)
         shutil.rmtree(root)
+        check_service(debs, folder, stack)
     times.append(time.monotonic())
     print("seconds for making and for trying them:", *(f"{end - begin:.0f}" for begin, end in zip(times, times[1:])))
 
