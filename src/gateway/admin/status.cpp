@@ -17,7 +17,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <string_view>
 #include <unordered_map>
 
 #include <arpa/inet.h>
@@ -170,15 +169,19 @@ StreamStatus DescribeStream(const StreamEntry& entry, const MediaSendStatistics&
     return stream;
 }
 
-// Devices by their code, which stays where it is while the others are joined to them.
-using DeviceIndex = std::unordered_map<std::string_view, DeviceStatus*>;
+// Devices stand in the order of their codes. Null for none.
+DeviceStatus* FindDevice(GatewayStatus& status, const std::string& code) {
+    const auto at =
+        std::lower_bound(status.devices.begin(), status.devices.end(), code,
+                         [](const DeviceStatus& device, const std::string& wanted) { return device.code < wanted; });
+    return at != status.devices.end() && at->code == code ? &*at : nullptr;
+}
 
-void CollectDevices(const DeviceTable& table, std::int64_t nowMs, GatewayStatus& status, DeviceIndex& index) {
+void CollectDevices(const DeviceTable& table, std::int64_t nowMs, GatewayStatus& status) {
     std::vector<DeviceTable::Facts> all = table.AllFacts();
     status.devices.reserve(all.size());
-    index.reserve(all.size());
     for (DeviceTable::Facts& facts : all) {
-        DeviceStatus device;
+        DeviceStatus& device = status.devices.emplace_back();
         device.code = std::move(facts.code);
         device.plugin = std::move(facts.plugin);
         device.address = std::move(facts.address);
@@ -187,19 +190,17 @@ void CollectDevices(const DeviceTable& table, std::int64_t nowMs, GatewayStatus&
         device.addedMs = nowMs - facts.addedMs;
         device.stateMs = device.addedMs;
         device.lenses = facts.lenses;
-        status.devices.push_back(std::move(device));
-        index.emplace(status.devices.back().code, &status.devices.back());
     }
 }
 
 // What the plug-ins have reported. A device of which nothing is known yet is not counted as bad.
-void CollectDeviceStates(std::int64_t nowMs, const DeviceIndex& devices) {
+void CollectDeviceStates(std::int64_t nowMs, GatewayStatus& status) {
     for (GvxDeviceStatus& known : ListDeviceStatus()) {
-        const auto found = devices.find(known.strDevice);
-        if (found == devices.end()) {
+        DeviceStatus* const found = FindDevice(status, known.strDevice);
+        if (found == nullptr) {
             continue;
         }
-        DeviceStatus& device = *found->second;
+        DeviceStatus& device = *found;
         device.state = GvxDeviceStateName(known.eState);
         device.well = known.eState == GVX_DEVICE_UNKNOWN || known.eState == GVX_DEVICE_ONLINE;
         device.reason = std::move(known.strReason);
@@ -211,12 +212,12 @@ void CollectDeviceStates(std::int64_t nowMs, const DeviceIndex& devices) {
     }
 }
 
-void CollectStreams(std::int64_t nowMs, GatewayStatus& status, const DeviceIndex& devices) {
+void CollectStreams(std::int64_t nowMs, GatewayStatus& status) {
     const StreamLedger::Page page = StreamLedger::Instance().Read();
     status.streamTotals = page.ended;
     for (const auto& [code, totals] : page.endedOfDevices) {
-        if (const auto device = devices.find(code); device != devices.end()) {
-            device->second->totals = totals;
+        if (DeviceStatus* const device = FindDevice(status, code)) {
+            device->totals = totals;
         }
     }
     status.streams.reserve(page.running.size());
@@ -224,15 +225,15 @@ void CollectStreams(std::int64_t nowMs, GatewayStatus& status, const DeviceIndex
         const MediaSendStatistics counts = entry->Statistics();
         status.streams.push_back(DescribeStream(*entry, counts, nowMs));
         status.streamTotals.Add(counts);
-        if (const auto device = devices.find(entry->device); device != devices.end()) {
-            device->second->totals.Add(counts);
-            ++device->second->streams;
+        if (DeviceStatus* const device = FindDevice(status, entry->device)) {
+            device->totals.Add(counts);
+            ++device->streams;
         }
     }
 }
 
 // A plug-in that is held up, or throws, tells nothing better of its device.
-void CollectPlugins(const PluginHost& host, std::int64_t nowMs, GatewayStatus& status, const DeviceIndex& devices) {
+void CollectPlugins(const PluginHost& host, std::int64_t nowMs, GatewayStatus& status) {
     std::unordered_map<std::string, PluginStatus*> index;
     const std::vector<const LoadedPlugin*> loaded = host.All();
     status.plugins.reserve(loaded.size());
@@ -264,13 +265,12 @@ void CollectPlugins(const PluginHost& host, std::int64_t nowMs, GatewayStatus& s
         }
         // One that answers with an error may have been asked for what cannot be: that is the device's last error alone.
         const bool heldUp = trouble.kind == PluginTrouble::Kind::DoesNotReturn;
-        const auto device = devices.find(trouble.device);
-        if (device != devices.end() && (heldUp || trouble.kind == PluginTrouble::Kind::Throws)) {
-            device->second->well = false;
-            device->second->state = heldUp ? "held up" : "failing";
-            device->second->reason =
-                trouble.operation + " " + kind + (trouble.text.empty() ? "." : ": " + trouble.text);
-            device->second->stateMs = nowMs - trouble.sinceMs;
+        DeviceStatus* const device = FindDevice(status, trouble.device);
+        if (device != nullptr && (heldUp || trouble.kind == PluginTrouble::Kind::Throws)) {
+            device->well = false;
+            device->state = heldUp ? "held up" : "failing";
+            device->reason = trouble.operation + " " + kind + (trouble.text.empty() ? "." : ": " + trouble.text);
+            device->stateMs = nowMs - trouble.sinceMs;
         }
     }
 }
@@ -387,12 +387,11 @@ GatewayStatus CollectStatus(GatewayContext& context, const Heartbeats* heartbeat
     const std::int64_t nowMs = MonotonicMilliseconds();
     GatewayStatus status;
     status.takenMs = nowMs;
-    DeviceIndex devices;
     status.process = CollectProcess(nowMs);
-    CollectDevices(context.devices, nowMs, status, devices);
-    CollectDeviceStates(nowMs, devices);
-    CollectStreams(nowMs, status, devices);
-    CollectPlugins(context.plugins, nowMs, status, devices);
+    CollectDevices(context.devices, nowMs, status);
+    CollectDeviceStates(nowMs, status);
+    CollectStreams(nowMs, status);
+    CollectPlugins(context.plugins, nowMs, status);
     CollectLinks(nowMs, status);
     CollectAlarms(nowMs, status);
     CollectQueues(context, status);
