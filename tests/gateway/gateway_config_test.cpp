@@ -15,8 +15,8 @@ protected:
         folder.WriteConf(
             "[GATEWAY]\nGVX_PLUGIN_LIST=moody,hiksdk\nGVX_PLUGIN_CALL_LIMIT=1\n"
             "[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\nGVX_MESSAGE_IP=127.0.0.1\n"
-            "[SERVICE_CAPACITY]\nMAX_CAPS=128\n[MEDIA]\nGVX_MEDIA_SEND_UDP=47000-47400\n[SIF_CFG]\nGVX_SIP_LOG_SWITCH="
-            "0\n[LOG_CFG]\nGVX_HIKSDK_LOG_SWITCH=0\n"
+            "[SERVICE_CAPACITY]\nMAX_CAPS=128\nGVX_MAX_DEVICES=0\n[MEDIA]\nGVX_MEDIA_SEND_UDP=47000-47400\n"
+            "[SIF_CFG]\nGVX_SIP_LOG_SWITCH=0\n[LOG_CFG]\nGVX_HIKSDK_LOG_SWITCH=0\n"
             "[GB35114_CFG]\nGB35114_SECURITY_LEVEL=A\nGB35114_KEYLABEL=gvx001\n"
             "GB35114_SERVER_ID=34020000002000000001\nGB35114_DATE_INTERNAL=600\n");
     }
@@ -113,7 +113,10 @@ TEST_F(GatewayConfigTest, LimitsActOnTheNextDeviceAndStream) {
     }
     ASSERT_EQ(DeleteDevice("CAM1").code, 0u);
     EXPECT_EQ(AddDevice("CAM2").code, 0u) << "a deleted camera makes room";
-    EXPECT_EQ(DeleteDevice("CAM2").code, 0u);
+    ASSERT_EQ(Edit("SERVICE_CAPACITY", "GVX_MAX_DEVICES", "2").code, 0u);
+    EXPECT_EQ(AddDevice("CAM3").code, 0u) << "devices count in place of cameras";
+    EXPECT_NE(AddDevice("CAM4").text.find("GVX_MAX_DEVICES allows 2."), std::string::npos);
+    EXPECT_EQ(DeleteDevice("CAM2").code + DeleteDevice("CAM3").code, 0u);
 }
 
 TEST_F(GatewayConfigTest, ChangedTimeoutActsOnTheNextCommandServed) {

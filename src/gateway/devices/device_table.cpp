@@ -14,6 +14,7 @@ namespace gvx {
 
 Result DeviceTable::Insert(std::unique_ptr<Device>& device) {
     const auto most = static_cast<std::size_t>(SettingNumber(Setting::MAX_CAPS));
+    const auto mostDevices = static_cast<std::size_t>(SettingNumber(Setting::GVX_MAX_DEVICES));
     const std::size_t lenses = device->Lenses().size();
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_closed) {
@@ -22,7 +23,11 @@ Result DeviceTable::Insert(std::unique_ptr<Device>& device) {
     if (m_devices.count(device->Code()) != 0) {
         return Failure(ZVS_GVX_DEV_EXIST);
     }
-    if (m_lenses + lenses > most) {
+    if (mostDevices != 0 && m_devices.size() >= mostDevices) {
+        return {ZVS_FAIL, "The gateway has " + std::to_string(m_devices.size()) +
+                              " devices, and GVX_MAX_DEVICES allows " + std::to_string(mostDevices) + "."};
+    }
+    if (mostDevices == 0 && m_lenses + lenses > most) {
         return {ZVS_FAIL, "The gateway has " + std::to_string(m_lenses) + " cameras, this device would add " +
                               std::to_string(lenses) + ", and MAX_CAPS allows " + std::to_string(most) + "."};
     }

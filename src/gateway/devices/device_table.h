@@ -19,8 +19,8 @@ namespace gvx {
 // own thread alone.
 class DeviceTable : public BP::IDeviceMgr {
 public:
-    // A failure when there is such a device, the table is closed, or its lenses would be more than MAX_CAPS allows;
-    // device then stays the caller's.
+    // A failure when there is such a device, the table is closed, or there would be more lenses than MAX_CAPS allows,
+    // or more devices than GVX_MAX_DEVICES does where that is set; device then stays the caller's.
     Result Insert(std::unique_ptr<Device>& device);
     // The device of that code when it lives on this thread; null otherwise. Valid until this thread takes it out.
     Device* FindHere(const std::string& code) const;
