@@ -2,6 +2,7 @@
 
 #include "base/zvs_error.h"
 #include "nss/nss_msg_type.h"
+#include "support/wait_until.h"
 
 TEST_F(GatewayTest, DeviceIsAddedWithItsLensesAndDeletedAgain) {
     const Answer added = AddDevice("\xE5\xAE\xB6");
@@ -40,6 +41,13 @@ TEST_F(GatewayTest, DeviceIsAddedWithItsLensesAndDeletedAgain) {
     moody->Report("CAM1", 4);
     EXPECT_EQ(log->Count("a report for CAM1 is lost, there is no such device."), 1u) << "one line for an episode";
     EXPECT_TRUE(HasTrouble(gvx::PluginTrouble::Kind::CallsLate, "CAM1", 2));
+
+    SendXml(NSS_ADD_MAIN_DEV_REQ, "<DevCode>CAM2</DevCode><PluginName>moody</PluginName><Extend>Init=hang</Extend>");
+    ASSERT_TRUE(WaitUntil([&] { return moody->hanging == 1; }));
+    moody->Report("CAM2", 5);
+    moody->release = true;
+    EXPECT_TRUE(log->WaitFor("plug-in moody reports an exception of type 5. [dev:CAM2]"))
+        << "served behind its addition";
 }
 
 TEST_F(GatewayTest, RequestThatIsNotAllowedIsRefusedWithAReason) {

@@ -75,6 +75,22 @@ CGvxReactor* DeviceTable::ReactorOf(const std::string& code) const {
     return found == m_devices.end() ? nullptr : found->second->Reactor();
 }
 
+void DeviceTable::NoteAddition(const std::string& code, CGvxReactor* reactor) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (reactor == nullptr) {
+        m_additions.erase(code);
+    } else {
+        m_additions[code] = reactor;
+    }
+}
+
+CGvxReactor* DeviceTable::ReportReactorOf(const std::string& code) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_devices.find(code);
+    const auto added = m_additions.find(code);
+    return found != m_devices.end() ? found->second->Reactor() : added != m_additions.end() ? added->second : nullptr;
+}
+
 std::vector<std::string> DeviceTable::Codes() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<std::string> codes;

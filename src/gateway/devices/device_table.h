@@ -29,6 +29,11 @@ public:
     bool Contains(const std::string& code) const;
     // The reactor of a device; null when there is no such device.
     CGvxReactor* ReactorOf(const std::string& code) const;
+    // A device is being made on that reactor, whose plug-in may report of it already; null: that is over. What is
+    // reported of it is served behind its addition.
+    void NoteAddition(const std::string& code, CGvxReactor* reactor);
+    // The reactor that serves what is reported of a device: of one that is being made too.
+    CGvxReactor* ReportReactorOf(const std::string& code) const;
     std::vector<std::string> Codes() const;
 
     // What never changes of a device in the table.
@@ -64,6 +69,7 @@ private:
     mutable std::mutex m_mutex;  // Guards all below; nothing is called while it is held.
     mutable std::condition_variable m_emptied;
     std::map<std::string, std::unique_ptr<Device>> m_devices;
+    std::map<std::string, CGvxReactor*> m_additions;  // devices that are being made
     std::size_t m_lenses = 0;                         // of all devices
     std::map<std::string, std::string> m_lensOwners;  // the devices by the codes of their lenses; the first keeps one
     std::map<std::string, std::string> m_streamDevices;  // by stream identifier

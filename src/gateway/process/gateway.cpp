@@ -200,7 +200,7 @@ StartResult Gateway::StartServing() {
     BP::CPluginMgr::SetImplementation(&m_context->plugins);
     BP::CDeviceMgr::SetImplementation(&m_context->devices);
     SetReportReactors(
-        [devices = &m_context->devices](const std::string& device) { return devices->ReactorOf(device); });
+        [devices = &m_context->devices](const std::string& device) { return devices->ReportReactorOf(device); });
     RegisterGatewayWork(m_context);
     BP::CTransactionMgr::Resume();
     BP::CDispatcher::SetSink([context = m_context](std::unique_ptr<BP::CCmd> cmd) {
