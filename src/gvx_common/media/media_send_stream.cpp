@@ -180,9 +180,52 @@ private:
     std::size_t m_freeCount = 0;
 };
 
+CMediaSendStream::SendTurn*& CMediaSendStream::SendTurn::Current() {
+    static thread_local SendTurn* current = nullptr;
+    return current;
+}
+
+CMediaSendStream::SendTurn::SendTurn() {
+    if (Current() == nullptr) {
+        Current() = this;
+    }
+}
+
+CMediaSendStream::SendTurn::~SendTurn() {
+    if (Current() == this) {
+        Current() = nullptr;
+    }
+    WakeAll();
+}
+
+void CMediaSendStream::SendTurn::WakeAll() {
+    while (m_count != 0) {
+        CMediaSendStream& stream = *m_streams[--m_count];
+        stream.m_pQueue->Wake();
+        stream.EndUse();
+    }
+}
+
+// A stream in use keeps its queue.
+void CMediaSendStream::SendTurn::Note(CMediaSendStream& stream, std::size_t packets) {
+    constexpr std::size_t kMostPackets = 512;
+    const auto end = m_streams.begin() + static_cast<std::ptrdiff_t>(m_count);
+    const bool known =
+        std::any_of(m_streams.begin(), end, [&](const auto* other) { return other->m_pQueue == stream.m_pQueue; });
+    m_packets += packets;
+    if (m_packets > kMostPackets || (!known && m_count == m_streams.size())) {
+        stream.m_pQueue->Wake();
+    } else if (!known && stream.BeginUse(true)) {
+        m_streams[m_count++] = &stream;
+    }
+}
+
 CMediaSendStream::~CMediaSendStream() {
     if (HeldPackets* const held = HeldPackets::Mine()) {
         held->LetGoOf(*this);
+    }
+    if (SendTurn::Current() != nullptr) {
+        SendTurn::Current()->WakeAll();
     }
     Close();
     WaitTornDown();
@@ -454,7 +497,13 @@ bool CMediaSendStream::HeldPackets::Queue() {
     const std::uint64_t bytes = std::exchange(m_bytes, 0);
     const std::size_t count = std::exchange(m_count, 0);
     std::uint64_t unsent = 0;
-    const std::size_t queued = m_stream->m_pQueue->AppendSome(m_packets.data(), count);
+    SendTurn* const turn = SendTurn::Current();
+    bool wake = false;
+    const std::size_t queued =
+        m_stream->m_pQueue->AppendSome(m_packets.data(), count, turn == nullptr ? nullptr : &wake);
+    if (wake) {
+        turn->Note(*m_stream, queued);
+    }
     if (const std::size_t refused = count - queued; refused != 0) {
         for (std::size_t i = queued; i < count; ++i) {
             unsent += m_packets[i]->length() - sizeof(m_record);

@@ -6,6 +6,7 @@
 
 #include <ace/INET_Addr.h>
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -42,6 +43,27 @@ struct MediaSendStatistics {
 // for a Send, and for a gvx::PacketRun, that is under way: at most the 100 ms for which a packet may wait for a block.
 class CMediaSendStream {
 public:
+    // A scope of a thread that sends for many streams in a row: who takes the packets is woken once, as it ends, or
+    // after 512 packets, and not for each stream. It has to be short, since packets wait and streams are not torn down
+    // meanwhile. One within another does nothing.
+    class SendTurn {
+    public:
+        SendTurn();
+        ~SendTurn();
+        SendTurn(const SendTurn&) = delete;
+        SendTurn& operator=(const SendTurn&) = delete;
+
+    private:
+        friend class CMediaSendStream;
+        static SendTurn*& Current();
+        void Note(CMediaSendStream& stream, std::size_t packets);
+        void WakeAll();
+
+        std::array<CMediaSendStream*, 8> m_streams{};  // in use; one for each queue that waits to be woken
+        std::size_t m_count = 0;
+        std::size_t m_packets = 0;
+    };
+
     CMediaSendStream() = default;
     ~CMediaSendStream();
     CMediaSendStream(const CMediaSendStream&) = delete;

@@ -50,9 +50,9 @@ void BlockQueue::LeaveArray() {
     }
 }
 
-std::size_t BlockQueue::AppendSome(ACE_Message_Block* const* messages, std::size_t count) {
+std::size_t BlockQueue::AppendSome(ACE_Message_Block* const* messages, std::size_t count, bool* wake) {
     std::size_t put = 0;
-    bool wake = false;
+    bool isWaitedFor = false;
     {
         ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, lock_, 0);
         const bool closed = state_ == ACE_Message_Queue_Base::DEACTIVATED;
@@ -67,10 +67,12 @@ std::size_t BlockQueue::AppendSome(ACE_Message_Block* const* messages, std::size
         if (put < count) {
             errno = closed ? ESHUTDOWN : EWOULDBLOCK;
         }
-        wake = put != 0 && m_waiters != 0;
+        isWaitedFor = put != 0 && m_waiters != 0;
     }
     // When the lock is free again, so that nobody wakes only to wait for it.
-    if (wake) {
+    if (wake != nullptr) {
+        *wake = isWaitedFor;
+    } else if (isWaitedFor) {
         put == 1 ? not_empty_cond_.signal() : not_empty_cond_.broadcast();
     }
     return put;

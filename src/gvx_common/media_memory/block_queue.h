@@ -28,8 +28,10 @@ public:
     void Reserve(std::size_t messages);
 
     // Puts messages at the end in their order, without a wait and without following their next(). How many; fewer with
-    // errno EWOULDBLOCK when the queue is full, or ESHUTDOWN, and the others stay the caller's.
-    std::size_t AppendSome(ACE_Message_Block* const* messages, std::size_t count);
+    // errno EWOULDBLOCK when the queue is full, or ESHUTDOWN, and the others stay the caller's. With wake nobody is
+    // woken: it tells whether somebody waits, and Wake is the caller's to call soon.
+    std::size_t AppendSome(ACE_Message_Block* const* messages, std::size_t count, bool* wake = nullptr);
+    void Wake() { not_empty_cond_.broadcast(); }
     int Append(ACE_Message_Block* message) { return AppendSome(&message, 1) == 1 ? 0 : -1; }
 
     // Takes the messages at the front, room at most, or those at the end beginning with the last. They become the

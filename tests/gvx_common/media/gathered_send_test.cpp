@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -144,6 +145,10 @@ TEST(GatheredSend, StreamsThatStallEndAndAreResetGiveEverythingBack) {
                 MediaSendParams params;
                 params.eProtocol = RTP_OVER_TCP;
                 params.videoDstAddr = listener.Address();
+                std::optional<CMediaSendStream::SendTurn> turn;  // which the stream may end within
+                if (seed != 0) {
+                    turn.emplace();
+                }
                 CMediaSendStream stream;
                 ASSERT_EQ(stream.Open(params), 0);
                 TestSocket peer = listener.Accept();
