@@ -91,21 +91,18 @@ const char* CameraStateName(CameraState state) {
 }
 
 CameraSession::CameraSession(MediaLoop& loop, const CameraProfile& profile, Plan plan, ICameraSessionEvents& events)
-    : m_loop(loop),
+    : LoopTimer(loop),
       m_profile(profile),
       m_plan(std::move(plan)),
       m_events(events),
       m_dialogue(profile.user, profile.password),
       m_reader(
           [this](std::uint8_t channel, const std::uint8_t* data, std::size_t size) { TakePacket(channel, data, size); },
-          [this](const char* text, std::size_t size) { TakeText(text, size); }) {
-    m_loop.AddTimer(this);
-}
+          [this](const char* text, std::size_t size) { TakeText(text, size); }) {}
 
 CameraSession::~CameraSession() {
     m_quiet = true;
     CloseLink();
-    m_loop.RemoveTimer(this);
 }
 
 const std::string& CameraSession::Path() const {
@@ -537,12 +534,12 @@ void CameraSession::OnTimer(std::int64_t nowUs) {
 
 void CameraSession::UpdateDue(std::int64_t nowUs) {
     if (m_ended) {
-        m_dueUs = 0;
+        SetDue(0);
         return;
     }
-    m_dueUs = std::min(m_answerDueUs, m_keepAliveUs);
+    std::int64_t dueUs = std::min(m_answerDueUs, m_keepAliveUs);
     if (m_step == Step::Playing) {
-        m_dueUs = std::min(m_dueUs, m_lastUnitUs + m_plan.noFramesUs);
+        dueUs = std::min(dueUs, m_lastUnitUs + m_plan.noFramesUs);
     }
     for (const std::unique_ptr<Track>& track : m_tracks) {
         if (!track->receiver.IsOpen()) {
@@ -552,8 +549,9 @@ void CameraSession::UpdateDue(std::int64_t nowUs) {
         if (orderUs >= 0) {
             track->dueUs = std::min(track->dueUs, std::max(orderUs, nowUs + kReceiverTimerUs));
         }
-        m_dueUs = std::min(m_dueUs, track->dueUs);
+        dueUs = std::min(dueUs, track->dueUs);
     }
+    SetDue(dueUs);
 }
 
 void CameraSession::Leave() {
@@ -582,7 +580,7 @@ void CameraSession::End(CameraState state, const std::string& reason, bool trans
         return;
     }
     m_ended = true;
-    m_dueUs = 0;
+    SetDue(0);
     if (!m_quiet) {
         m_quiet = true;
         m_events.OnEnded(state, reason, transportRefused);
@@ -609,7 +607,7 @@ void CameraSession::CloseLink() {
     }
     m_step = Step::Over;
     m_ended = true;
-    m_dueUs = kNever;
+    SetDue(kNever);
 }
 
 }  // namespace gvxrtsp

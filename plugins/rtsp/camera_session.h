@@ -45,7 +45,7 @@ public:
 // One RTSP session with a camera (RFC 2326) from the connection to its end, driven by the events of a loop: OPTIONS,
 // DESCRIBE, SETUP of each media, PLAY, and something now and then that keeps it alive. It belongs to the loop's thread,
 // and never waits.
-class CameraSession : private ILoopWatcher, public ILoopTimer {
+class CameraSession : private ILoopWatcher, public LoopTimer {
 public:
     enum class Goal { Describe, Play };
 
@@ -72,7 +72,6 @@ public:
     // Asks for a whole picture by feedback. False when the camera offers none, or there is no picture to follow.
     bool RequestKeyframe();
 
-    std::int64_t DueUs() const override { return m_dueUs; }
     void OnTimer(std::int64_t nowUs) override;
 
 private:
@@ -118,7 +117,6 @@ private:
     void UpdateDue(std::int64_t nowUs);
     const std::string& Path() const;
 
-    MediaLoop& m_loop;
     const CameraProfile& m_profile;
     const Plan m_plan;
     ICameraSessionEvents& m_events;
@@ -143,7 +141,6 @@ private:
     std::int64_t m_answerDueUs = kNever;
     std::int64_t m_keepAliveUs = kNever;
     std::int64_t m_lastUnitUs = 0;
-    std::int64_t m_dueUs = kNever;
 };
 
 }  // namespace gvxrtsp

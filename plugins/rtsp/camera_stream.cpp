@@ -50,7 +50,7 @@ GVX_DEVICE_STATE ReportedState(CameraState state) {
 
 CameraStream::CameraStream(MediaLoop& loop, const CameraProfile& profile, CameraProfiles& profiles, LoginPolicy& policy,
                            StreamKind kind, bool looks, ICameraStateSink& sink)
-    : m_loop(loop),
+    : LoopTimer(loop),
       m_profile(profile),
       m_profiles(profiles),
       m_policy(policy),
@@ -58,11 +58,7 @@ CameraStream::CameraStream(MediaLoop& loop, const CameraProfile& profile, Camera
       m_looks(looks),
       m_sink(sink),
       m_overTcp(profile.transport != CameraTransport::Udp) {
-    m_loop.AddTimer(this);
-}
-
-CameraStream::~CameraStream() {
-    m_loop.RemoveTimer(this);
+    SetDue(0);
 }
 
 void CameraStream::Join(FrameSender* sender) {
@@ -74,13 +70,13 @@ void CameraStream::Join(FrameSender* sender) {
         }
     }
     m_keyFrameWanted = true;
-    m_dueUs = 0;
+    SetDue(0);
 }
 
 void CameraStream::Part(FrameSender* sender) {
     m_senders.erase(std::remove(m_senders.begin(), m_senders.end(), sender), m_senders.end());
     m_lingerUs = NowUs() + m_profiles.LingerSeconds() * kSecondUs;
-    m_dueUs = 0;
+    SetDue(0);
 }
 
 void CameraStream::RequestKeyframe() {
@@ -96,7 +92,7 @@ void CameraStream::RequestKeyframe() {
         m_keyFrameUs = nowUs;
         LeaveSession();
     }
-    m_dueUs = 0;
+    SetDue(0);
 }
 
 void CameraStream::AskByFeedback(std::int64_t nowUs) {
@@ -109,7 +105,7 @@ void CameraStream::AskByFeedback(std::int64_t nowUs) {
 void CameraStream::Restart() {
     LeaveSession();
     m_nextLookUs = 0;
-    m_dueUs = 0;
+    SetDue(0);
 }
 
 void CameraStream::LeaveSession() {
@@ -129,32 +125,30 @@ void CameraStream::OnTimer(std::int64_t nowUs) {
         LeaveSession();
         m_nextLookUs = nowUs + kLookUs;
     }
-    m_dueUs = m_leaving.empty() ? kNever : nowUs + kSecondUs / 10;
+    SetDue(m_leaving.empty() ? kNever : nowUs + kSecondUs / 10);
     if (playing && !wanted) {
-        m_dueUs = std::min(m_dueUs, std::max(m_lingerUs, nowUs));
+        SetDueBy(m_lingerUs);
     }
     if (m_session != nullptr) {
         if (m_keyFrameWanted && m_delivers && wanted) {
             AskByFeedback(nowUs);
-            m_dueUs = m_keyFrameWanted ? std::min(m_dueUs, m_keyFrameUs + kKeyFrameUs) : m_dueUs;
+            SetDueBy(m_keyFrameWanted ? m_keyFrameUs + kKeyFrameUs : kNever);
         }
         return;
     }
     const bool looks = m_looks && nowUs >= m_nextLookUs;
     if (!wanted && !looks) {
-        m_dueUs = m_looks ? std::min(m_dueUs, m_nextLookUs) : m_dueUs;
+        SetDueBy(m_looks ? m_nextLookUs : kNever);
         return;
     }
     const std::int64_t allowedUs = m_policy.NextUs(nowUs);
     if (allowedUs > nowUs) {
-        m_dueUs = std::min(m_dueUs, allowedUs);
+        SetDueBy(allowedUs);
         return;
     }
-    if (!m_loop.MayConnect(wanted)) {
-        m_dueUs = std::min(m_dueUs, nowUs + kSecondUs / 10);
-        return;
+    if (m_loop.MayConnect(*this, wanted)) {
+        Begin(wanted ? CameraSession::Goal::Play : CameraSession::Goal::Describe, nowUs);
     }
-    Begin(wanted ? CameraSession::Goal::Play : CameraSession::Goal::Describe, nowUs);
 }
 
 void CameraStream::Begin(CameraSession::Goal goal, std::int64_t nowUs) {
@@ -203,14 +197,14 @@ void CameraStream::OnUnit(const TrackDescription& track, const gvx::RtpAccessUni
     }
     if (unit.IsDamaged() && track.video) {
         AskByFeedback(NowUs());
-        m_dueUs = m_keyFrameWanted ? std::min(m_dueUs, m_keyFrameUs + kKeyFrameUs) : m_dueUs;
+        SetDueBy(m_keyFrameWanted ? m_keyFrameUs + kKeyFrameUs : kNever);
     }
 }
 
 void CameraStream::OnEnded(CameraState state, const std::string& reason, bool transportRefused) {
     const std::int64_t nowUs = NowUs();
     m_leaving.push_back(std::move(m_session));
-    m_dueUs = 0;
+    SetDue(0);
     m_nextLookUs = nowUs + kLookUs;
     if (state == CameraState::Online) {
         m_policy.OnSuccess();

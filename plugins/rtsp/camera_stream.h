@@ -32,13 +32,12 @@ struct CameraStreamStatus {
 // One stream of a camera: one session for all who ask for it, kept for a while behind the last of them, and begun anew
 // whenever it ends while somebody wants it. Without users it looks at the camera now and then, so that its state is
 // known. It belongs to the loop's thread, but for Status and WaitForLook.
-class CameraStream : private ICameraSessionEvents, private ILoopTimer {
+class CameraStream : private ICameraSessionEvents, private LoopTimer {
 public:
     // All must outlive it. policy is shared by the streams of the camera, on the same thread. looks: whether it looks
     // without users.
     CameraStream(MediaLoop& loop, const CameraProfile& profile, CameraProfiles& profiles, LoginPolicy& policy,
                  StreamKind kind, bool looks, ICameraStateSink& sink);
-    ~CameraStream() override;
 
     // A sender that has users; and one whose last user has left.
     void Join(FrameSender* sender);
@@ -57,7 +56,6 @@ private:
     void OnDescribed(const StreamDescription& description, const CameraPaths& paths) override;
     void OnUnit(const TrackDescription& track, const gvx::RtpAccessUnit& unit) override;
     void OnEnded(CameraState state, const std::string& reason, bool transportRefused) override;
-    std::int64_t DueUs() const override { return m_dueUs; }
     void OnTimer(std::int64_t nowUs) override;
 
     void Begin(CameraSession::Goal goal, std::int64_t nowUs);
@@ -65,7 +63,6 @@ private:
     void AskByFeedback(std::int64_t nowUs);
     void SetState(CameraState state, const std::string& reason);
 
-    MediaLoop& m_loop;
     const CameraProfile& m_profile;
     CameraProfiles& m_profiles;
     LoginPolicy& m_policy;
@@ -84,7 +81,6 @@ private:
     std::int64_t m_nextLookUs = 0;
     std::int64_t m_keyFrameUs = 0;  // of the last request
     bool m_keyFrameWanted = false;  // by feedback, as soon as the last one is long enough ago
-    std::int64_t m_dueUs = 0;
 
     mutable std::mutex m_mutex;  // guards what follows; nothing is taken below it
     mutable std::condition_variable m_looked;

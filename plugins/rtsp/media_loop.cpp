@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/shortage.h"
 #include "base/zvs_error.h"
+#include "gvx_common/media/media_send_stream.h"
 
 #include <algorithm>
 #include <array>
@@ -12,9 +13,11 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <system_error>
 #include <utility>
 
+#include <poll.h>
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -25,6 +28,9 @@ namespace {
 
 constexpr const char* kTitle = "rtsp plug-in";
 constexpr std::int64_t kLongestWaitUs = 1000000;
+constexpr std::int64_t kUntoldUs = 1000000;
+// What is read from so many descriptors leaves together: one waking of the thread that sends, and no long wait.
+constexpr int kReadsTogether = 16;
 
 std::int64_t NowUs() {
     return gvx::CurrentClock().MonotonicMicroseconds();
@@ -36,6 +42,24 @@ std::uint64_t KeyOf(int fd, std::uint64_t number) {
 }
 
 }  // namespace
+
+LoopTimer::LoopTimer(MediaLoop& loop)
+    : m_loop(loop), m_place(loop.m_timers.insert({kNever, ++loop.m_timerNumber, this}).first) {}
+
+LoopTimer::~LoopTimer() {
+    MediaLoop::LeaveQueue(*this);
+    m_loop.m_timers.erase(m_place);
+}
+
+// Whoever is due again at once comes behind all others that are due.
+void LoopTimer::SetDue(std::int64_t dueUs) {
+    dueUs = std::max(dueUs, m_loop.m_timersUs);
+    if (dueUs != m_place->dueUs) {
+        auto node = m_loop.m_timers.extract(m_place);  // its memory stays
+        node.value() = {dueUs, ++m_loop.m_timerNumber, this};
+        m_place = m_loop.m_timers.insert(std::move(node)).position;
+    }
+}
 
 bool MediaLoop::Start(std::string& error) {
     m_epoll.Reset(epoll_create1(EPOLL_CLOEXEC));
@@ -132,9 +156,11 @@ void MediaLoop::Wake() {
 }
 
 bool MediaLoop::Watch(int fd, std::uint32_t events, ILoopWatcher* watcher) {
-    const auto found = m_entries.find(fd);
-    const bool known = found != m_entries.end();
-    const std::uint64_t number = known ? found->second.number : m_nextNumber++ & 0xFFFFFFFF;
+    const auto place = static_cast<std::size_t>(fd);
+    m_entries.resize(std::max(m_entries.size(), place + 1));
+    Entry& entry = m_entries[place];
+    const bool known = entry.watcher != nullptr;
+    const std::uint64_t number = known ? entry.number : m_nextNumber++ & 0xFFFFFFFF;
     epoll_event event{};
     event.events = events;
     event.data.u64 = KeyOf(fd, number);
@@ -142,19 +168,16 @@ bool MediaLoop::Watch(int fd, std::uint32_t events, ILoopWatcher* watcher) {
         GVX_LOG_ERR(kTitle, "A descriptor cannot be watched: %s", std::strerror(errno));
         return false;
     }
-    m_entries[fd] = {watcher, number};
+    entry = {watcher, number};
     return true;
 }
 
 void MediaLoop::Unwatch(int fd) {
-    if (m_entries.erase(fd) != 0) {
+    const auto place = static_cast<std::size_t>(fd);
+    if (place < m_entries.size() && m_entries[place].watcher != nullptr) {
+        m_entries[place] = Entry();
         epoll_ctl(m_epoll.Get(), EPOLL_CTL_DEL, fd, nullptr);
     }
-}
-
-void MediaLoop::RemoveTimer(ILoopTimer* timer) {
-    // The place stays while the timers are walked; RunTimers closes the gaps.
-    std::replace(m_timers.begin(), m_timers.end(), timer, static_cast<ILoopTimer*>(nullptr));
 }
 
 void MediaLoop::Run() {
@@ -168,17 +191,19 @@ void MediaLoop::Run() {
 }
 
 void MediaLoop::Turn() {
-    const std::int64_t restUs = m_lastReadUs + kRestUs - NowUs();
-    if (m_hasRead && restUs > 0) {
-        std::this_thread::sleep_for(std::chrono::microseconds(restUs));
-    }
+    Rest();
     DoWork();
     const std::int64_t dueUs = RunTimers();
     const std::int64_t waitUs = std::clamp<std::int64_t>(dueUs - NowUs(), 0, kLongestWaitUs);
     std::array<epoll_event, 128> events;
     const int count = epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()),
                                  static_cast<int>((waitUs + 999) / 1000));
+    m_hasRead = false;
+    std::optional<CMediaSendStream::SendTurn> together;
     for (int i = 0; i < count; ++i) {
+        if (i % kReadsTogether == 0) {
+            together.emplace();
+        }
         const std::uint64_t key = events[static_cast<std::size_t>(i)].data.u64;
         if (key == 0) {
             std::uint64_t times = 0;
@@ -186,13 +211,25 @@ void MediaLoop::Turn() {
             continue;
         }
         const int fd = static_cast<int>(key & 0xFFFFFFFF);
-        const auto entry = m_entries.find(fd);
-        if (entry != m_entries.end() && KeyOf(fd, entry->second.number) == key) {
-            entry->second.watcher->OnReady(fd, events[static_cast<std::size_t>(i)].events);
+        const Entry entry = m_entries[static_cast<std::size_t>(fd)];
+        if (entry.watcher != nullptr && KeyOf(fd, entry.number) == key) {
+            m_hasRead = true;
+            entry.watcher->OnReady(fd, events[static_cast<std::size_t>(i)].events);
         }
     }
-    m_hasRead = count > 0;
-    m_lastReadUs = NowUs();
+    if (m_hasRead) {
+        m_lastReadUs = NowUs();
+    }
+}
+
+// Ends early when there is work: who calls waits for it.
+void MediaLoop::Rest() {
+    const std::int64_t restUs = m_hasRead ? m_lastReadUs + kRestUs - NowUs() : 0;
+    if (restUs > 0) {
+        pollfd wake{m_wake.Get(), POLLIN, 0};
+        const timespec rest{0, static_cast<long>(restUs * 1000)};
+        ppoll(&wake, 1, &rest, nullptr);
+    }
 }
 
 void MediaLoop::DoWork() {
@@ -212,27 +249,50 @@ void MediaLoop::DoWork() {
 
 std::int64_t MediaLoop::RunTimers() {
     const std::int64_t nowUs = NowUs();
-    std::int64_t nextUs = ILoopTimer::kNever;
-    std::size_t first = 0;
-    Refusal worst = Refusal::None;
-    // By number: a timer may add others, which may move the list.
-    for (std::size_t i = 0; i < m_timers.size(); ++i) {
-        if (m_timers[i] != nullptr && m_timers[i]->DueUs() <= nowUs) {
-            m_refusal = Refusal::None;
-            m_timers[i]->OnTimer(nowUs);
-            if (m_refusal > worst) {
-                worst = m_refusal;
-                first = i;
-            }
-        }
-        if (m_timers[i] != nullptr) {
-            nextUs = std::min(nextUs, m_timers[i]->DueUs());
+    m_timersUs = nowUs;
+    m_turn = nullptr;
+    // Each once a turn, whatever it does: what is told meanwhile has a later number, and comes behind them.
+    const std::uint64_t last = m_timerNumber;
+    while (!m_timers.empty() && m_timers.begin()->dueUs <= nowUs && m_timers.begin()->number <= last) {
+        CallTimer(*m_timers.begin()->timer, nowUs);
+    }
+    for (const bool wanted : {true, false}) {
+        for (std::size_t left = m_waiting[wanted].size(); left != 0 && !m_waiting[wanted].empty() && HasRoom(wanted);
+             --left) {
+            LoopTimer& timer = *m_waiting[wanted].front();
+            LeaveQueue(timer);
+            m_turn = &timer;
+            CallTimer(timer, nowUs);
+            m_turn = nullptr;
         }
     }
-    // Whoever found no room for a connection comes first in the next walk, so that nobody is passed over for ever.
-    std::rotate(m_timers.begin(), m_timers.begin() + static_cast<std::ptrdiff_t>(first), m_timers.end());
-    m_timers.erase(std::remove(m_timers.begin(), m_timers.end(), nullptr), m_timers.end());
-    return nextUs == ILoopTimer::kNever ? nowUs + kLongestWaitUs : nextUs;
+    return m_timers.empty() ? LoopTimer::kNever : m_timers.begin()->dueUs;
+}
+
+void MediaLoop::CallTimer(LoopTimer& timer, std::int64_t nowUs) {
+    timer.SetDue(nowUs + kUntoldUs);
+    timer.OnTimer(nowUs);
+}
+
+bool MediaLoop::MayConnect(LoopTimer& timer, bool wanted) {
+    const bool first = m_waiting[true].empty() && (wanted || m_waiting[false].empty());
+    if (HasRoom(wanted) && (first || m_turn == &timer)) {
+        LeaveQueue(timer);
+        return true;
+    }
+    if (timer.m_queue != &m_waiting[wanted]) {
+        LeaveQueue(timer);
+        timer.m_queuePlace = m_waiting[wanted].insert(m_waiting[wanted].end(), &timer);
+        timer.m_queue = &m_waiting[wanted];
+    }
+    return false;
+}
+
+void MediaLoop::LeaveQueue(LoopTimer& timer) {
+    if (timer.m_queue != nullptr) {
+        timer.m_queue->erase(timer.m_queuePlace);
+        timer.m_queue = nullptr;
+    }
 }
 
 }  // namespace gvxrtsp

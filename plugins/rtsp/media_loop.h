@@ -2,14 +2,17 @@
 
 #include "base/unique_fd.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
 namespace gvxrtsp {
@@ -21,15 +24,44 @@ public:
     virtual void OnReady(int fd, std::uint32_t events) = 0;
 };
 
-// Who is called when a moment has come. Called on the loop's thread.
-class ILoopTimer {
+class MediaLoop;
+
+// Who is called when a moment has come. It is made, used and deleted on the loop's thread.
+class LoopTimer {
 public:
     static constexpr std::int64_t kNever = INT64_MAX;
 
-    virtual ~ILoopTimer() = default;
-    // Monotonic microseconds; kNever for not at all. Asked for after each turn of the loop.
-    virtual std::int64_t DueUs() const = 0;
+    // The loop must outlive it.
+    explicit LoopTimer(MediaLoop& loop);
+    virtual ~LoopTimer();
+    LoopTimer(const LoopTimer&) = delete;
+    LoopTimer& operator=(const LoopTimer&) = delete;
+
+    // To tell when the next call is due; one that tells nothing, as behind a fault, is called again in a second.
     virtual void OnTimer(std::int64_t nowUs) = 0;
+
+protected:
+    // Monotonic microseconds: kNever for not at all, a moment that has gone for the loop's next turn.
+    void SetDue(std::int64_t dueUs);
+    // The same, unless it is due earlier.
+    void SetDueBy(std::int64_t dueUs) { SetDue(std::min(dueUs, m_place->dueUs)); }
+
+    MediaLoop& m_loop;
+
+private:
+    friend class MediaLoop;
+    struct Due {
+        std::int64_t dueUs;
+        std::uint64_t number;  // of those that are due at one moment, who said so first comes first
+        LoopTimer* timer;
+        bool operator<(const Due& other) const {
+            return dueUs != other.dueUs ? dueUs < other.dueUs : number < other.number;
+        }
+    };
+
+    std::set<Due>::iterator m_place;
+    std::list<LoopTimer*>* m_queue = nullptr;  // in which it waits for a connection
+    std::list<LoopTimer*>::iterator m_queuePlace;
 };
 
 // One thread that serves the connections of many cameras: epoll, timers, and work that other threads hand over. What it
@@ -60,19 +92,13 @@ public:
     // refuses. The watcher must stay until Unwatch, which comes before the descriptor is closed.
     bool Watch(int fd, std::uint32_t events, ILoopWatcher* watcher);
     void Unwatch(int fd);
-    void AddTimer(ILoopTimer* timer) { m_timers.push_back(timer); }
-    void RemoveTimer(ILoopTimer* timer);
 
     // Connections that are being made, on the loop's thread only: ten thousand cameras that go at once must not take
     // all descriptors. Those that somebody waits for come before looks at cameras.
     static constexpr int kMostConnecting = 256;
     static constexpr int kMostLooking = 128;
-    // Asked from OnTimer: a timer that is refused is called before the others the next time.
-    bool MayConnect(bool wanted) {
-        const bool may = m_connecting < (wanted ? kMostConnecting : kMostLooking);
-        m_refusal = may ? Refusal::None : wanted ? Refusal::Wanted : Refusal::Look;
-        return may;
-    }
+    // Asked from OnTimer. A timer that is refused is called when its turn has come, those that are wanted first.
+    bool MayConnect(LoopTimer& timer, bool wanted);
     void AddConnecting(int change) { m_connecting += change; }
 
     // How much is on it, for spreading cameras over loops.
@@ -81,16 +107,20 @@ public:
 
 private:
     struct Entry {
-        ILoopWatcher* watcher;
-        std::uint64_t number;
+        ILoopWatcher* watcher = nullptr;
+        std::uint64_t number = 0;
     };
 
-    enum class Refusal { None, Look, Wanted };  // by weight
+    friend class LoopTimer;
 
     void Run();
     void Turn();
     void DoWork();
+    void Rest();
+    bool HasRoom(bool wanted) const { return m_connecting < (wanted ? kMostConnecting : kMostLooking); }
     std::int64_t RunTimers();
+    void CallTimer(LoopTimer& timer, std::int64_t nowUs);
+    static void LeaveQueue(LoopTimer& timer);
     void Wake();
 
     gvx::UniqueFd m_epoll;
@@ -99,13 +129,16 @@ private:
     std::atomic<bool> m_stop{false};
     std::atomic<std::size_t> m_load{0};
     // Of the loop's thread.
-    std::unordered_map<int, Entry> m_entries;
-    std::vector<ILoopTimer*> m_timers;
+    std::vector<Entry> m_entries;  // by descriptor
+    std::set<LoopTimer::Due> m_timers;
+    std::uint64_t m_timerNumber = 0;
+    std::int64_t m_timersUs = 0;  // of the last look at them
     std::uint64_t m_nextNumber = 1;
     std::int64_t m_lastReadUs = 0;
     bool m_hasRead = false;  // in the last turn
     int m_connecting = 0;
-    Refusal m_refusal = Refusal::None;  // of the timer that is being called
+    std::array<std::list<LoopTimer*>, 2> m_waiting;  // for a connection: to look, and those that are wanted
+    const LoopTimer* m_turn = nullptr;               // whose turn has come
 
     std::mutex m_mutex;  // guards what follows
     std::vector<std::function<void()>> m_work;

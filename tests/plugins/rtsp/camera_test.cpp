@@ -323,34 +323,34 @@ TEST(Camera, GoesOnBehindWhateverACameraDoes) {
 }
 
 // A camera that asks for a connection at each turn, and gives it back behind the turn.
-struct AskingTimer : ILoopTimer {
-    std::int64_t DueUs() const override { return 0; }
-    void OnTimer(std::int64_t) override {
-        if (loop->MayConnect(false)) {
+struct AskingTimer : LoopTimer {
+    explicit AskingTimer(MediaLoop& loop) : LoopTimer(loop) { SetDue(0); }
+    void OnTimer(std::int64_t /*nowUs*/) override {
+        if (m_loop.MayConnect(*this, false)) {
             ++served;
-            loop->AddConnecting(1);
-            loop->Post([this] { loop->AddConnecting(-1); });
+            m_loop.AddConnecting(1);
+            m_loop.Post([this] { m_loop.AddConnecting(-1); });
+            SetDue(0);
         }
     }
-    MediaLoop* loop = nullptr;
     std::atomic<int> served{0};
 };
 
 TEST(MediaLoop, TheLastConnectionGoesRound) {
-    AskingTimer timers[3];
     MediaLoop loop;
+    std::vector<std::unique_ptr<AskingTimer>> timers;
     std::string error;
     ASSERT_TRUE(loop.Start(error)) << error;
     loop.Call([&] {
         loop.AddConnecting(MediaLoop::kMostLooking - 1);
-        for (AskingTimer& timer : timers) {
-            timer.loop = &loop;
-            loop.AddTimer(&timer);
+        for (int i = 0; i < 3; ++i) {
+            timers.push_back(std::make_unique<AskingTimer>(loop));
         }
     });
-    for (const AskingTimer& timer : timers) {
-        EXPECT_TRUE(WaitUntil([&] { return timer.served > 2; }));
+    for (const auto& timer : timers) {
+        EXPECT_TRUE(WaitUntil([&] { return timer->served > 2; }));
     }
+    loop.Stop();
 }
 
 TEST(Camera, PutsTheLatestParameterSetsInFrontOfAKeyFrame) {
