@@ -74,10 +74,11 @@ bool ReadPath(const Json::Value& object, const char* name, std::string& path, st
     return true;
 }
 
-bool ReadCount(const Json::Value& root, const char* name, int most, int& count, std::string& error) {
+bool ReadCount(const Json::Value& root, const char* name, int least, int most, int& count, std::string& error) {
     const long long value = gvx::JsonInt(root, name, count);
-    if (value < 0 || value > most || (root.isMember(name) && !root[name].isIntegral())) {
-        error = "\"" + std::string(name) + "\" is not a number from 0 to " + std::to_string(most) + ".";
+    if (value < least || value > most || (root.isMember(name) && !root[name].isIntegral())) {
+        error = "\"" + std::string(name) + "\" is not a number from " + std::to_string(least) + " to " +
+                std::to_string(most) + ".";
         return false;
     }
     count = static_cast<int>(value);
@@ -116,7 +117,7 @@ bool ReadProfile(const Json::Value& object, const std::set<std::string>& known, 
         !ReadPath(object, "sub", profile.paths.sub, error) ||
         !ReadPath(object, "snapshot", profile.paths.snapshot, error) ||
         !ReadTransport(object, profile.transport, error) || !ReadKeepAlive(object, profile.keepAlive, error) ||
-        !ReadCount(object, "httpPort", 65535, httpPort, error)) {
+        !ReadCount(object, "httpPort", 1, 65535, httpPort, error)) {
         return false;
     }
     profile.httpPort = static_cast<std::uint16_t>(httpPort);
@@ -142,15 +143,13 @@ bool CameraProfiles::Load(const std::string& configFile, std::string& error) {
         return false;
     }
     if (!KnowsMembers(root, {"loginsPerMinute", "lingerSeconds", "noFramesSeconds", "loops"}, error) ||
-        !ReadCount(root, "loginsPerMinute", 600, m_loginsPerMinute, error) ||
-        !ReadCount(root, "lingerSeconds", 3600, m_lingerSeconds, error) ||
-        !ReadCount(root, "noFramesSeconds", 3600, m_noFramesSeconds, error) ||
-        !ReadCount(root, "loops", 64, m_loops, error)) {
+        !ReadCount(root, "loginsPerMinute", 1, 600, m_loginsPerMinute, error) ||
+        !ReadCount(root, "lingerSeconds", 0, 3600, m_lingerSeconds, error) ||
+        !ReadCount(root, "noFramesSeconds", 1, 3600, m_noFramesSeconds, error) ||
+        !ReadCount(root, "loops", 0, 64, m_loops, error)) {
         error = configFile + ": " + error;
         return false;
     }
-    m_loginsPerMinute = std::max(m_loginsPerMinute, 1);
-    m_noFramesSeconds = std::max(m_noFramesSeconds, 1);
     return LoadPaths(folder + kPathTable, error);
 }
 

@@ -84,6 +84,16 @@ std::string Summary(const StreamDescription& description) {
     return sound == std::string::npos ? text : text + "without " + description.leftOut.substr(sound + 7, 13) + "\n";
 }
 
+TEST(CameraProfiles, RefuseSettingsOutsideTheirRanges) {
+    const TempFolder folder;
+    for (const std::string bad : {R"({"loginsPerMinute":0})", R"({"noFramesSeconds":0})", R"({"loops":65})"}) {
+        CameraProfiles profiles;
+        std::string error;
+        EXPECT_FALSE(profiles.Load(folder.Write("rtsp.json", bad), error));
+        EXPECT_NE(std::string::npos, error.find("is not a number from")) << error;
+    }
+}
+
 TEST(AacFrameHead, SaysWhatTheConfigurationSays) {
     const struct {
         const char* config;
