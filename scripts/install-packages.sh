@@ -8,7 +8,7 @@ packages=(
   libmicrohttpd-dev prometheus-cpp-dev
   libboost-dev libgtest-dev libgmock-dev
   ffmpeg gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
-  gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi tshark libjemalloc2 libmimalloc2.0
+  gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 rtsp-server-perl python3-gi tshark libjemalloc2 libmimalloc2.0
   lighttpd apache2-bin nginx openssl curl doxygen abigail-tools
   dpkg-dev fakeroot lintian man-db systemd
   chromium python3-prometheus-client

@@ -73,6 +73,14 @@ def check_snapshot(ctl, camera, folder, url, bodies):
     e2e.check(ctl.gateway.lines("There is no picture", "refuses user or password"), "the refusal is not told")
 
 
+def whole_pictures(recording, codec):
+    """A recording that goes on, up to the last key frame that it holds."""
+    whole = recording.read_bytes()
+    part = recording.with_name(f"part.{codec}")
+    part.write_bytes(whole[:[found.start() for found in KEY_FRAME[codec].finditer(whole)][-1]])
+    return part
+
+
 def check_codec(options, folder, stack, codec, auth, audio):
     camera = Camera(folder, stack, codec=codec, auth=auth, audio=audio, picture=folder / "picture.jpg")
     gateway = e2e.start_gateway(options, folder, stack, settings={"GVX_PLUGIN_LIST": "rtsp"})
@@ -111,11 +119,7 @@ def check_codec(options, folder, stack, codec, auth, audio):
     recorder.wait()
     truth = e2e.decoded_pictures(direct)
     for transport in receivers:
-        # The recording goes on: it is taken up to the last key frame that it holds.
-        part = folder / f"part.{codec}"
-        whole = (folder / f"{transport}.{codec}").read_bytes()
-        part.write_bytes(whole[:[found.start() for found in KEY_FRAME[codec].finditer(whole)][-1]])
-        came = e2e.decoded_pictures(part)
+        came = e2e.decoded_pictures(whole_pictures(folder / f"{transport}.{codec}", codec))
         # Pictures repeat: the run is looked for as a whole. The direct recording ended a little earlier.
         runs = [min(len(came), len(truth) - at) for at in range(len(truth))
                 if truth[at:at + len(came)] == came[:len(truth) - at]]
@@ -140,7 +144,31 @@ def check_codec(options, folder, stack, codec, auth, audio):
     e2e.check(PASSWORD not in text and "wrong-pass" not in text and "Digest " not in text, "a credential stands in the log")
 
 
+def check_published(options, folder, stack):
+    """Debian's other server, to which ffmpeg publishes. It refuses TCP, so that the session goes over UDP."""
+    port, entrance, arrival = e2e.free_port(), e2e.free_port(), e2e.free_udp_ports()
+    video, url = folder / "published.h264", f"rtsp://127.0.0.1:{entrance}/cam"
+    gateway = e2e.start_gateway(options, folder, stack, settings={"GVX_PLUGIN_LIST": "rtsp"})
+    ctl = Ctl(options, gateway)
+
+    def spawn(*command):
+        stack.callback(subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).kill)
+
+    spawn("rtsp-server-perl", "--clientport", str(port), "--serverport", str(entrance))
+    e2e.wait_until(lambda: e2e.listens(port) and e2e.listens(entrance), 60, "the server listens")
+    spawn(*"ffmpeg -loglevel fatal -re -f lavfi -i testsrc2=size=160x96:rate=25 -c:v libx264 -tune zerolatency -g 25 -f rtsp".split(), url)
+    ctl("add-device", "--dev", "CAM", "--plugin", "rtsp", "--port", str(port), "--extend", '{"main":"/cam"}')
+    spawn(options.gvxctl, "receive", "--video-port", str(arrival), "--video", video)
+    e2e.wait_until(lambda: gateway.lines("Camera[CAM]", "is online"), 60, "it is online once something is published")
+    ctl("start-stream", "--dev", "CAM", "--dst", f"127.0.0.1:{arrival}", "--service-id", "S")
+    e2e.wait_until(lambda: video.exists() and video.stat().st_size > 100000, 90, "pictures come over UDP")
+    e2e.check(len(e2e.decoded_pictures(whole_pictures(video, "h264"))) > 25, "too few pictures")
+    gateway.stop()
+
+
 def test(options, folder, stack):
+    (folder / "published").mkdir()
+    check_published(options, folder / "published", stack)
     for codec, auth, audio in (("h264", "digest", "aac"), ("h265", "basic", "alaw")):
         (folder / codec).mkdir()
         check_codec(options, folder / codec, stack, codec, auth, audio)
