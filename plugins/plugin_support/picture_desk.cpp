@@ -3,7 +3,9 @@
 #include "base/clock.h"
 #include "base/fixed_text.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "base/unique_fd.h"
+#include "gvx_common/adapter/gvx_device_state.h"
 #include "gvx_common/adapter/gvx_reason.h"
 #include "gvx_common/https/https_stream_util.h"
 #include "gvx_common/utility/gvx_utility.h"
@@ -11,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -25,6 +28,17 @@ namespace {
 
 constexpr std::size_t kMostPictures = 64;
 constexpr std::size_t kMostBytes = 64u * 1024 * 1024;
+constexpr std::size_t kMostCaptures = 16;
+constexpr std::size_t kMostWaitingCaptures = 512;
+constexpr std::size_t kUploads = 4;
+constexpr std::ptrdiff_t kUploadsOfAServer = 2;
+constexpr std::ptrdiff_t kPicturesOfAServer = kMostPictures / 2;
+
+// Scheme, host and port.
+std::string ServerOf(const std::string& url) {
+    const std::size_t host = url.find("://");
+    return url.substr(0, url.find('/', host == std::string::npos ? 0 : host + 3));
+}
 
 bool WriteAll(int fd, const std::string& bytes) {
     for (std::size_t done = 0; done < bytes.size();) {
@@ -45,9 +59,43 @@ PictureDesk::~PictureDesk() {
         m_stop = true;
     }
     m_changed.notify_all();
-    if (m_thread.joinable()) {
-        m_thread.join();
+    for (std::thread& thread : m_threads) {
+        thread.join();
     }
+}
+
+PictureDesk::Turn::Turn(PictureDesk& desk, std::int64_t endMs) : m_desk(desk), m_hasCome(desk.BeginCapture(endMs)) {}
+
+PictureDesk::Turn::~Turn() {
+    if (m_hasCome) {
+        {
+            const std::lock_guard<std::mutex> lock(m_desk.m_mutex);
+            --m_desk.m_captures;
+        }
+        m_desk.m_turns.notify_one();
+    }
+}
+
+// A picture that waits for an address gives way only to one for which nothing else can be had.
+bool PictureDesk::BeginCapture(std::int64_t endMs) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const auto hasTurn = [this] { return m_captures < kMostCaptures; };
+    const auto hasPlace = [&] {
+        return hasTurn() && m_captures + m_kept.size() + m_leaving.size() + m_sending.size() < kMostPictures;
+    };
+    if (!hasPlace()) {
+        if (m_waitingCaptures >= kMostWaitingCaptures) {
+            return false;
+        }
+        ++m_waitingCaptures;
+        m_turns.wait_for(lock, std::chrono::milliseconds(endMs - gvx::MonotonicMilliseconds()), hasPlace);
+        --m_waitingCaptures;
+    }
+    if (!hasTurn()) {
+        return false;
+    }
+    ++m_captures;
+    return true;
 }
 
 void PictureDesk::Report(ADAPTER_REPORT_TYPE type, const std::string& device, const std::string& lens,
@@ -76,12 +124,12 @@ void PictureDesk::Tell(ADAPTER_REPORT_TYPE type, const Picture& picture) {
 }
 
 bool PictureDesk::HasRoomLocked(std::size_t bytes) const {
-    for (const std::list<Picture>* list : {&m_kept, &m_leaving}) {
+    for (const std::list<Picture>* list : {&m_kept, &m_leaving, &m_sending}) {
         for (const Picture& picture : *list) {
             bytes += picture.bytes->size();
         }
     }
-    return m_kept.size() + m_leaving.size() < kMostPictures && bytes <= kMostBytes;
+    return m_kept.size() + m_leaving.size() + m_sending.size() < kMostPictures && bytes <= kMostBytes;
 }
 
 int PictureDesk::Keep(const std::string& device, const std::string& lens, const PU_SNAP_CONF_REQ& request,
@@ -91,33 +139,57 @@ int PictureDesk::Keep(const std::string& device, const std::string& lens, const 
                      lens.c_str());
         return ZVS_SUCCEED;
     }
-    Picture picture{device, lens, "", request.sessionId, request.enSnapType, bytes, ""};
+    Picture picture{device, lens, "", request.sessionId, request.enSnapType, bytes, "", ""};
+    std::list<Picture> dropped;
     std::string now;
     CGvxUtility::GetCurrentUtcTime(now, "YYYYMMDDhhmmss");
+    std::size_t beingSent = 0;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         while (!HasRoomLocked(bytes->size()) && !m_kept.empty()) {
-            GVX_LOG_WARN(m_title, "Picture %s is dropped: no address came for it.", m_kept.front().contentID.c_str());
-            m_kept.pop_front();
+            dropped.splice(dropped.end(), m_kept, m_kept.begin());
         }
-        if (!HasRoomLocked(bytes->size())) {
-            return GvxFail(ZVS_GVX_GET_SNAP_SHOT_ERROR, "A picture of %zu bytes is dropped: %zu others are being sent.",
-                           bytes->size(), m_leaving.size());
+        if (HasRoomLocked(bytes->size())) {
+            picture.contentID = lens + "-" + now + "-" + std::to_string(++m_number) + ".jpg";
+            m_kept.push_back(picture);
+        } else {
+            beingSent = m_leaving.size() + m_sending.size();
         }
-        picture.contentID = lens + "-" + now + "-" + std::to_string(++m_number) + ".jpg";
-        m_kept.push_back(picture);
+    }
+    for (const Picture& one : dropped) {
+        GVX_LOG_WARN(m_title, "Picture %s is dropped: no address came for it.", one.contentID.c_str());
+        Tell(ADAPTER_REPORT_PICTURE_LOST, one);
+    }
+    if (picture.contentID.empty()) {
+        return GvxFail(ZVS_GVX_GET_SNAP_SHOT_ERROR, "A picture of %zu bytes is dropped: %zu others are being sent.",
+                       bytes->size(), beingSent);
     }
     Tell(ADAPTER_REPORT_PICTURE_TAKEN, picture);
     return ZVS_SUCCEED;
 }
 
+void PictureDesk::NoteLost(const std::string& device, const std::string& lens, const PU_SNAP_CONF_REQ& request,
+                           std::uint32_t count, const std::string& reason) {
+    gvx::NoteDeviceError(device, "There is no picture. " + reason);
+    if (request.bIsUpload) {
+        const Picture none{device, lens, "", request.sessionId, request.enSnapType, nullptr, "", ""};
+        for (std::uint32_t number = 0; number < count; ++number) {
+            Tell(ADAPTER_REPORT_PICTURE_LOST, none);
+        }
+    }
+}
+
 void PictureDesk::NoteEnd(const std::string& lens, const PU_UPLOAD_IMAGE_COMP_REQ& end) const {
-    GVX_LOG_INFO(m_title, "The platform's word about picture %s: %d. [lens:%s]", end.strContentID.c_str(), end.nResult,
-                 lens.c_str());
+    if (!end.strContentID.empty()) {  // else one that was never taken
+        GVX_LOG_INFO(m_title, "The platform's word about picture %s: %d. [lens:%s]", end.strContentID.c_str(),
+                     end.nResult, lens.c_str());
+    }
 }
 
 int PictureDesk::Send(const std::string& device, const PU_UPLOAD_IMAGE_RSP& address) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::string server = ServerOf(address.strUrl);
+    const auto isForServer = [&](const Picture& picture) { return picture.server == server; };
+    std::unique_lock<std::mutex> lock(m_mutex);
     const auto found = std::find_if(m_kept.begin(), m_kept.end(), [&](const Picture& picture) {
         return picture.device == device && picture.contentID == address.strContentID;
     });
@@ -126,40 +198,70 @@ int PictureDesk::Send(const std::string& device, const PU_UPLOAD_IMAGE_RSP& addr
     }
     if (address.nResult != 0) {
         m_kept.erase(found);
+        m_turns.notify_one();
         return GvxFail(ZVS_FAIL, "Picture '%s' is dropped: it got no address, code %d.", address.strContentID.c_str(),
                        address.nResult);
     }
     found->url = address.strUrl;
-    m_leaving.splice(m_leaving.end(), m_kept, found);
-    if (!m_thread.joinable()) {
-        try {
-            m_thread = std::thread(&PictureDesk::Run, this);
-        } catch (const std::system_error& fault) {
-            m_leaving.clear();
-            return GvxFail(ZVS_FAIL, "There is no thread for uploads: %s.", fault.what());
-        }
-        pthread_setname_np(m_thread.native_handle(), m_threadName);
+    found->server = server;
+    const std::string fault = std::count_if(m_leaving.begin(), m_leaving.end(), isForServer) >= kPicturesOfAServer
+                                  ? "too many others wait for the same server"
+                                  : StartThreadLocked();
+    if (fault.empty()) {
+        m_leaving.splice(m_leaving.end(), m_kept, found);
+        m_changed.notify_one();
+        return ZVS_SUCCEED;
     }
-    m_changed.notify_all();
-    return ZVS_SUCCEED;
+    const Picture lost = std::move(*found);
+    m_kept.erase(found);
+    m_turns.notify_one();
+    lock.unlock();
+    Tell(ADAPTER_REPORT_PICTURE_LOST, lost);
+    return GvxFail(ZVS_FAIL, "Picture '%s' is dropped: %s.", address.strContentID.c_str(), fault.c_str());
+}
+
+// One more for one more picture, up to so many; in words why there is none at all.
+std::string PictureDesk::StartThreadLocked() {
+    if (m_threads.size() >= kUploads || m_threads.size() > m_leaving.size() + m_sending.size()) {
+        return {};
+    }
+    try {
+        m_threads.emplace_back(&PictureDesk::Run, this);
+    } catch (const std::system_error& fault) {
+        gvx::NoteShortage(gvx::Resource::Thread, fault.code().value());
+        return m_threads.empty() ? std::string("there is no thread for uploads: ") + fault.what() : std::string();
+    }
+    pthread_setname_np(m_threads.back().native_handle(), m_threadName);
+    return {};
+}
+
+// The first whose server has a thread left.
+std::list<PictureDesk::Picture>::iterator PictureDesk::NextLocked() {
+    return std::find_if(m_leaving.begin(), m_leaving.end(), [this](const Picture& picture) {
+        return std::count_if(m_sending.begin(), m_sending.end(),
+                             [&](const Picture& other) { return other.server == picture.server; }) < kUploadsOfAServer;
+    });
 }
 
 void PictureDesk::Run() {
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
-        m_changed.wait(lock, [this] { return m_stop || !m_leaving.empty(); });
+        auto picture = m_leaving.end();
+        m_changed.wait(lock, [&] { return m_stop || (picture = NextLocked()) != m_leaving.end(); });
         if (m_stop) {
             return;
         }
-        const Picture picture = std::move(m_leaving.front());
-        m_leaving.pop_front();
+        m_sending.splice(m_sending.end(), m_leaving, picture);
         lock.unlock();
-        const int sent = Guarded(m_title, "Upload", [&]() -> int { return Upload(picture) ? ZVS_SUCCEED : ZVS_FAIL; });
+        const int sent = Guarded(m_title, "Upload", [&]() -> int { return Upload(*picture) ? ZVS_SUCCEED : ZVS_FAIL; });
         Guarded(m_title, "Tell", [&]() -> int {
-            Tell(sent == ZVS_SUCCEED ? ADAPTER_REPORT_PICTURE_SENT : ADAPTER_REPORT_PICTURE_LOST, picture);
+            Tell(sent == ZVS_SUCCEED ? ADAPTER_REPORT_PICTURE_SENT : ADAPTER_REPORT_PICTURE_LOST, *picture);
             return ZVS_SUCCEED;
         });
         lock.lock();
+        m_sending.erase(picture);
+        m_turns.notify_one();
+        m_changed.notify_all();  // of this server one more may go
     }
 }
 

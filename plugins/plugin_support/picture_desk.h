@@ -11,19 +11,37 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace gvxplugin {
 
 // A picture's file as it came; several may be the same one.
 using PictureBytes = std::shared_ptr<const std::string>;
 
-// What devices of a plug-in tell the gateway, and the pictures that wait for an address or are sent to one: by one
-// thread, which the first upload starts. Any thread.
+// What devices of a plug-in tell the gateway, and the pictures that wait for an address or are sent to one: by four
+// threads, which uploads start, two for one server at most, so that a slow one does not hold up the others. Any thread.
 class PictureDesk {
 public:
+    // A turn to take a picture: sixteen are taken at a time, and 512 others wait for theirs and for room for the
+    // picture. One that came ends with the object.
+    class Turn {
+    public:
+        // endMs: monotonic milliseconds, until when it is waited for.
+        Turn(PictureDesk& desk, std::int64_t endMs);
+        ~Turn();
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+
+        bool HasCome() const { return m_hasCome; }
+
+    private:
+        PictureDesk& m_desk;
+        const bool m_hasCome;
+    };
+
     // title stands in front of log lines, threadName has at most 15 characters; both are literals of the plug-in.
     PictureDesk(const char* title, const char* threadName) : m_title(title), m_threadName(threadName) {}
-    // Waits for the upload that is under way; others are dropped.
+    // Waits for the uploads that are under way; others are dropped.
     ~PictureDesk();
     PictureDesk(const PictureDesk&) = delete;
     PictureDesk& operator=(const PictureDesk&) = delete;
@@ -33,12 +51,16 @@ public:
                 const std::string& serviceID);
 
     // A picture was taken: it is kept and the gateway is told, unless it is not to be sent. Sixty-four are held, of 64
-    // MiB in all; the oldest that has no address yet gives way. 0, or ZVS_GVX_GET_SNAP_SHOT_ERROR with its reason set
-    // when there is no room, since others are being sent.
+    // MiB in all; the oldest that has no address yet gives way, which the gateway is told. 0, or
+    // ZVS_GVX_GET_SNAP_SHOT_ERROR with its reason set when there is no room, since others are being sent.
     int Keep(const std::string& device, const std::string& lens, const PU_SNAP_CONF_REQ& request,
              const PictureBytes& bytes);
-    // Sends a kept picture of the device to its address, or drops it when there is none. 0, or an error code with its
-    // reason set.
+    // So many pictures of a request could not be taken: it shows among the device's errors, and whoever waits for them
+    // is told. reason is one sentence.
+    void NoteLost(const std::string& device, const std::string& lens, const PU_SNAP_CONF_REQ& request,
+                  std::uint32_t count, const std::string& reason);
+    // Sends a kept picture of the device to its address, or drops it when there is none, or when half of the room is
+    // taken by pictures for the same server. 0, or an error code with its reason set.
     int Send(const std::string& device, const PU_UPLOAD_IMAGE_RSP& address);
     // What the platform says of a picture that was sent goes to the log.
     void NoteEnd(const std::string& lens, const PU_UPLOAD_IMAGE_COMP_REQ& end) const;
@@ -52,9 +74,13 @@ private:
         SnapType type = SNAP_TYPE_NONE;
         PictureBytes bytes;
         std::string url;
+        std::string server;  // of the url
     };
 
+    bool BeginCapture(std::int64_t endMs);
     bool HasRoomLocked(std::size_t bytes) const;
+    std::string StartThreadLocked();
+    std::list<Picture>::iterator NextLocked();
     void Tell(ADAPTER_REPORT_TYPE type, const Picture& picture);
     void Run();
     bool Upload(const Picture& picture) const;
@@ -64,11 +90,15 @@ private:
     std::atomic<ADAPTER_COMMON_MESSAGE_CALLBACK*> m_callback{nullptr};
     std::mutex m_mutex;
     std::condition_variable m_changed;
+    std::condition_variable m_turns;
     std::list<Picture> m_kept;     // Guarded by m_mutex, as is all below.
     std::list<Picture> m_leaving;  // with an address
+    std::list<Picture> m_sending;
+    std::size_t m_captures = 0;
+    std::size_t m_waitingCaptures = 0;
     std::uint32_t m_number = 0;
     bool m_stop = false;
-    std::thread m_thread;
+    std::vector<std::thread> m_threads;
 };
 
 }  // namespace gvxplugin

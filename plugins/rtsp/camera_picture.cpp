@@ -22,7 +22,6 @@
 namespace gvxrtsp {
 namespace {
 
-constexpr std::int64_t kPictureMs = 8000;  // both exchanges end within the usual GVX_PLUGIN_CALL_LIMIT
 constexpr std::size_t kMostBytes = 64u * 1024 * 1024;
 constexpr std::size_t kTailBytes = 1024;  // some cameras pad behind the end of a picture
 
@@ -110,7 +109,8 @@ bool IsWholeJpeg(const std::string& bytes) {
 
 }  // namespace
 
-int FetchCameraPicture(const CameraProfile& profile, const std::string& path, std::string& bytes, std::string& error) {
+int FetchCameraPicture(const CameraProfile& profile, const std::string& path, std::int64_t endMs, std::string& bytes,
+                       std::string& error) {
     const std::string where = "http://" + profile.address + ":" + std::to_string(profile.httpPort);
     const ScratchFile file;
     if (!file.Valid()) {
@@ -118,7 +118,6 @@ int FetchCameraPicture(const CameraProfile& profile, const std::string& path, st
         return ZVS_GVX_GET_SNAP_SHOT_ERROR;
     }
     const auto stream = std::make_unique<CCommonHttpStream>();
-    const std::int64_t endMs = gvx::MonotonicMilliseconds() + kPictureMs;
     Common_HTTP_AUTH challenge{};
     int result = Exchange(*stream, profile, path, nullptr, file.Path(), endMs, challenge);
     if (result == ZVS_GVX_UNAUTHORIZED && !profile.user.empty()) {
@@ -146,7 +145,7 @@ int FetchCameraPicture(const CameraProfile& profile, const std::string& path, st
     const std::string status = StatusLine(stream->LastHeader());
     const bool taken = result == ZVS_SUCCEED && gvx::ReadWholeFile(file.Path(), kMostBytes, bytes, error);
     if (!taken && !LimitStep(*stream, endMs)) {
-        error = where + " gave no picture within eight seconds.";
+        error = where + " gave no picture in time.";
         return ZVS_GVX_GET_SNAP_SHOT_ERROR;
     }
     if (!taken || !IsWholeJpeg(bytes)) {

@@ -144,7 +144,7 @@ int RtspDevice::VcuGetUploadImgRsp(PU_UPLOAD_IMAGE_RSP& address) {
     return gvxplugin::Guarded(kTitle, "VcuGetUploadImgRsp", [&] { return m_desk.Send(GetMainDevID(), address); });
 }
 
-int RtspDevice::FetchPicture(std::string& bytes, std::string& error) const {
+int RtspDevice::FetchPicture(std::int64_t endMs, std::string& bytes, std::string& error) const {
     const std::string path = m_profiles.SnapshotPath(m_camera->Profile());
     if (path.empty()) {
         error = "No path of a picture is known for the camera; \"snapshot\" of its extend text names one.";
@@ -156,7 +156,7 @@ int RtspDevice::FetchPicture(std::string& bytes, std::string& error) const {
         error = "The camera's web server has refused the password three times, and is left alone for ten minutes.";
         return ZVS_GVX_UNAUTHORIZED;
     }
-    const int result = FetchCameraPicture(m_camera->Profile(), path, bytes, error);
+    const int result = FetchCameraPicture(m_camera->Profile(), path, endMs, bytes, error);
     if (result == ZVS_GVX_UNAUTHORIZED) {
         m_camera->Loop().Call([this] { m_camera->OnWebServerRefusal(); });
     } else if (result == ZVS_SUCCEED) {

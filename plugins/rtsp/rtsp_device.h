@@ -36,9 +36,9 @@ public:
     int VcuGetUploadImgRsp(PU_UPLOAD_IMAGE_RSP& address) override;
 
     gvxplugin::PictureDesk& Desk() const { return m_desk; }
-    // A picture of the camera's web server. 0, or an error code with one sentence in error. Any thread; blocks for
-    // eight seconds at most.
-    int FetchPicture(std::string& bytes, std::string& error) const;
+    // A picture of the camera's web server. 0, or an error code with one sentence in error. Any thread; blocks until
+    // endMs at most, in monotonic milliseconds.
+    int FetchPicture(std::int64_t endMs, std::string& bytes, std::string& error) const;
 
     // Shared with the lenses, and with work that is on its way to the loop.
     const std::shared_ptr<Camera>& GetCamera() const { return m_camera; }

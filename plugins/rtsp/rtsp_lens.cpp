@@ -12,6 +12,8 @@
 #include <ace/Guard_T.h>
 #include <ace/Recursive_Thread_Mutex.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <thread>
 #include <utility>
 
@@ -21,6 +23,9 @@ namespace {
 constexpr const char* kTitle = "rtsp plug-in";
 // How long a request waits for a camera that was not described yet. The thread serves other devices too.
 constexpr std::chrono::milliseconds kDescriptionLimit(4000);
+// A picture ends within the usual GVX_PLUGIN_CALL_LIMIT, the wait for its turn and both exchanges together.
+constexpr std::int64_t kPictureMs = 8000;
+constexpr std::int64_t kTurnMs = kPictureMs / 2;
 
 bool ReadKind(const CStreamParam& param, StreamKind& kind) {
     kind = param.m_nStreamID == STREAM_TYPE_REAL_SUB1 ? SUB_STREAM : MAIN_STREAM;
@@ -171,44 +176,55 @@ int RtspLens::EncodeRspSDP(const CStreamParam* param, std::string& sdp) {
 int RtspLens::VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ& request) {
     return gvxplugin::Guarded(kTitle, "VcuSnapShotReqInfo", [&]() -> int {
         const std::uint32_t intervalMs = request.nSnapInterval;  // by value: the record is packed
-        int result = TakePicture(request);
-        for (std::uint32_t number = 1; number < request.nSnapNum && result == ZVS_SUCCEED; ++number) {
-            if (!PauseBetweenPictures(std::chrono::milliseconds(intervalMs))) {
+        for (std::uint32_t number = 0; number < request.nSnapNum; ++number) {
+            if (number > 0 && !PauseBetweenPictures(std::chrono::milliseconds(intervalMs))) {
                 return GvxFail(ZVS_FAIL, "The lens goes.");
             }
-            result = TakePicture(request);
+            std::string error;
+            const int result = TakePicture(request, error);
+            if (result != ZVS_SUCCEED) {
+                GVX_LOG_WARN_CODE(kTitle, result, "There is no picture. %s [lens:%s]", error.c_str(), GetSubDevID());
+                m_device.Desk().NoteLost(m_device.GetMainDevID(), GetSubDevID(), request, request.nSnapNum - number,
+                                         error);
+                return GvxFail(result, "%s", error.c_str());
+            }
         }
-        return result;
+        return ZVS_SUCCEED;
     });
 }
 
 bool RtspLens::PauseBetweenPictures(std::chrono::milliseconds time) const {
+    constexpr std::int64_t kLookMs = 50;
     const std::int64_t endMs = gvx::MonotonicMilliseconds() + time.count();
-    while (gvx::MonotonicMilliseconds() < endMs) {
+    for (;;) {
         if (m_snapQueueMutex != nullptr) {
             const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*m_snapQueueMutex);
             if (m_snapQueueExit) {
                 return false;
             }
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        const std::int64_t leftMs = endMs - gvx::MonotonicMilliseconds();
+        if (leftMs <= 0) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::min(leftMs, kLookMs)));
     }
-    return true;
 }
 
-int RtspLens::TakePicture(const PU_SNAP_CONF_REQ& request) {
+int RtspLens::TakePicture(const PU_SNAP_CONF_REQ& request, std::string& error) {
+    const std::int64_t beginMs = gvx::MonotonicMilliseconds();
+    const gvxplugin::PictureDesk::Turn turn(m_device.Desk(), beginMs + kTurnMs);
+    if (!turn.HasCome()) {
+        error = "Too many pictures are being taken or sent: its turn did not come.";
+        return ZVS_GVX_GET_SNAP_SHOT_ERROR;
+    }
     auto bytes = std::make_shared<std::string>();
-    std::string error;
-    int result = m_device.FetchPicture(*bytes, error);
+    int result = m_device.FetchPicture(beginMs + kPictureMs, *bytes, error);
     if (result == ZVS_SUCCEED) {
         result = m_device.Desk().Keep(m_device.GetMainDevID(), GetSubDevID(), request, bytes);
         error = "It cannot be kept.";
     }
-    if (result != ZVS_SUCCEED) {
-        GVX_LOG_WARN_CODE(kTitle, result, "There is no picture. %s [lens:%s]", error.c_str(), GetSubDevID());
-        return GvxFail(result, "%s", error.c_str());
-    }
-    return ZVS_SUCCEED;
+    return result;
 }
 
 int RtspLens::VcuUploadImgCompReq(PU_UPLOAD_IMAGE_COMP_REQ& end) {

@@ -33,7 +33,7 @@ public:
 
 private:
     void PartAll();
-    int TakePicture(const PU_SNAP_CONF_REQ& request);
+    int TakePicture(const PU_SNAP_CONF_REQ& request, std::string& error);
     // Of the snapshot worker. False when the worker is to end.
     bool PauseBetweenPictures(std::chrono::milliseconds time) const;
 

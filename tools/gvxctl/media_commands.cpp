@@ -290,7 +290,8 @@ int RunSnapshot(const CommonOptions& common, const SnapshotOptions& options) {
         lost += gvx::JsonInt(notice, "Result", 1) == 0 ? 0 : 1;
         if (!common.json) {
             progress.Hide();
-            Print(gvx::JsonText(notice, "ContentID") +
+            const std::string name = gvx::JsonText(notice, "ContentID");
+            Print((name.empty() ? "a picture that was not taken" : name) +
                   (gvx::JsonInt(notice, "Result", 1) == 0 ? " was sent" : " could not be sent"));
         }
     }

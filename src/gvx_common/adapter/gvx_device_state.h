@@ -60,7 +60,8 @@ private:
     const std::string m_device;
 };
 
-// An operation of the device has failed; text is one sentence. Leaves the state as it is.
+// An operation of the device has failed; text is one sentence. Leaves the state as it is. For plug-ins too, of what
+// they do without being asked, or behind the answer.
 void NoteDeviceError(const std::string& device, const std::string& text) noexcept;
 // The login state of a plug-in that may tell no more: online, or offline when it was online or unknown.
 void NoteDeviceLogin(const std::string& device, bool login) noexcept;

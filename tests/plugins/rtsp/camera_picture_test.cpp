@@ -1,11 +1,16 @@
 #include "rtsp/camera_picture.h"
 
+#include "base/clock.h"
 #include "base/zvs_error.h"
+#include "gvx_common/security/gvx_security_mgr.h"
 #include "support/scripted_server.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <string>
+#include <thread>
 
 namespace gvxrtsp {
 namespace {
@@ -52,10 +57,37 @@ TEST(FetchCameraPicture, TakesAWholeJpegAndNothingElse) {
         profile.httpPort = server.Port();
         std::string bytes;
         std::string error;
-        EXPECT_EQ(row.result, FetchCameraPicture(profile, "/snapshot.jpg", bytes, error));
+        EXPECT_EQ(row.result,
+                  FetchCameraPicture(profile, "/snapshot.jpg", gvx::MonotonicMilliseconds() + 8000, bytes, error));
         EXPECT_NE(std::string::npos, error.find(row.said)) << error;
         EXPECT_EQ(row.result == 0, bytes.compare(0, kJpeg.size(), kJpeg) == 0);
     }
+}
+
+TEST(FetchCameraPicture, AsksNoSecondTimeWhenTheTimeIsOver) {
+    std::atomic<int> asked{0};
+    ScriptedServer server([&](ScriptedServer::Link& link) {
+        link.ReadRequest();
+        std::this_thread::sleep_for(std::chrono::milliseconds(asked++ == 0 ? 1600 : 0));
+        link.Write(Answer("401 Unauthorized", "WWW-Authenticate: Basic realm=\"x\"\r\n", ""));
+    });
+    CameraProfile profile;
+    char stored[CSecurityMgr::EncipheredSize(64)] = {};
+    ASSERT_EQ(0, CSecurityMgr::Instance()->EncryptString("Camera-123", stored, sizeof(stored)));
+    profile.address = "127.0.0.1";
+    profile.httpPort = server.Port();
+    profile.user = "admin";
+    profile.password = stored;
+    const auto ask = [&](int milliseconds) {
+        std::string bytes;
+        std::string error;
+        FetchCameraPicture(profile, "/snapshot.jpg", gvx::MonotonicMilliseconds() + milliseconds, bytes, error);
+        return error.substr(error.find(' ') + 1);
+    };
+    EXPECT_EQ("gave no picture in time.", ask(2500));
+    EXPECT_EQ(1, asked);
+    EXPECT_EQ("refuses user or password.", ask(8000));
+    EXPECT_EQ(3, asked);
 }
 
 }  // namespace
