@@ -98,12 +98,15 @@ void FrameSender::LookAtSets(const TrackDescription& track, const std::uint8_t* 
 }
 
 // The camera's own steps, back and forth as pictures are reordered. Behind another source, a restart or a leap, the
-// time that has gone by here.
-std::uint32_t FrameSender::Ticks(TrackTime& time, std::uint32_t clockRate, const gvx::RtpAccessUnit& unit) const {
+// time that has gone by here. Only pictures between key frames are reordered: a key frame or sound that goes back shows
+// that the camera's clock began anew.
+std::uint32_t FrameSender::Ticks(TrackTime& time, const TrackDescription& track, const gvx::RtpAccessUnit& unit) const {
+    const std::uint32_t clockRate = track.clockRate;
     const auto step = static_cast<std::int32_t>(unit.rtpTime - time.rtpTime);
     const std::int64_t most = kLongestStepSeconds * clockRate;
+    const std::int64_t least = track.video && !unit.keyFrame ? -most : -1;
     std::uint32_t ticks = clockRate / kUsualFrameRate;
-    if (time.known && time.ssrc == unit.ssrc && step > -most && step < most) {
+    if (time.known && time.ssrc == unit.ssrc && step > least && step < most) {
         ticks = static_cast<std::uint32_t>(step);
     } else if (time.known) {
         const std::int64_t goneUs = std::max<std::int64_t>(unit.arrivalUs - time.arrivalUs, 1);
@@ -114,7 +117,7 @@ std::uint32_t FrameSender::Ticks(TrackTime& time, std::uint32_t clockRate, const
 }
 
 void FrameSender::Send(const TrackDescription& track, const gvx::RtpAccessUnit& unit) {
-    const std::uint32_t ticks = Ticks(m_times[track.video ? 1 : 0], track.clockRate, unit);
+    const std::uint32_t ticks = Ticks(m_times[track.video ? 1 : 0], track, unit);
     const bool aac = !track.video && track.codec == RTP_CODEC_AAC;
     if (unit.size == 0 || unit.size > (track.video ? kMostVideo : aac ? kMostAac : UINT16_MAX)) {
         return;

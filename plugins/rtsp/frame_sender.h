@@ -62,7 +62,7 @@ private:
 
     static int FanOut(MEDIA_DATA* data, STREAM_TYPE_EX* streamType);
 
-    std::uint32_t Ticks(TrackTime& time, std::uint32_t clockRate, const gvx::RtpAccessUnit& unit) const;
+    std::uint32_t Ticks(TrackTime& time, const TrackDescription& track, const gvx::RtpAccessUnit& unit) const;
     void LookAtSets(const TrackDescription& track, const std::uint8_t* data, std::size_t size, bool& complete);
 
     CAdapterLensBase& m_lens;

@@ -100,6 +100,7 @@ public:
             Send(kPicture);
         }
     }
+    void BeginTimeAnew() { m_time = 0; }
     // Keeps the session until the client closes.
     void Stay() { UpTo("nothing"); }
 
@@ -168,6 +169,7 @@ public:
         const std::lock_guard<std::mutex> guard(m_mutex);
         return m_states;
     }
+    bool HasGoneBack() const { return m_hasGoneBack; }
     // All that the user got, one unit behind the other.
     std::string Bytes() const {
         const std::lock_guard<std::mutex> guard(m_mutex);
@@ -178,6 +180,7 @@ private:
     static int Take(MEDIA_DATA* data, STREAM_TYPE_EX* /*streamType*/) {
         auto& self = *static_cast<CameraOnLoop*>(data->pUserInfo);
         const std::lock_guard<std::mutex> guard(self.m_mutex);
+        self.m_hasGoneBack = self.m_hasGoneBack || static_cast<std::int32_t>(data->nTimeTick) < 0;
         self.m_bytes.append(static_cast<const char*>(data->pDataBuf), data->nVideoSize);
         return 0;
     }
@@ -189,6 +192,7 @@ private:
     mutable std::mutex m_mutex;
     std::vector<std::string> m_states;  // Guarded by m_mutex.
     std::string m_bytes;                // Guarded by m_mutex.
+    std::atomic<bool> m_hasGoneBack{false};
     MediaLoop m_loop;
     std::unique_ptr<Camera> m_camera;
 };
@@ -353,13 +357,14 @@ TEST(MediaLoop, TheLastConnectionGoesRound) {
     loop.Stop();
 }
 
-TEST(Camera, PutsTheLatestParameterSetsInFrontOfAKeyFrame) {
+TEST(Camera, PutsTheLatestParameterSetsInFrontOfAKeyFrameAndNeverGoesBackInTime) {
     const std::string described("\x67\x42\x00\x1e\x95\xa8\x28\x0f\x69\xb8\x08\x08\x08\x10", 14);
     ScriptedServer server([](ScriptedServer::Link& link) {
         CameraEnd end(link);
         end.Play();
         end.Send(kOtherSet, false);
         end.Send(kPicture + "second");
+        end.BeginTimeAnew();
         end.Send(kPicture + "third");
         end.Stay();
     });
@@ -370,6 +375,7 @@ TEST(Camera, PutsTheLatestParameterSetsInFrontOfAKeyFrame) {
     EXPECT_LT(bytes.find(described), bytes.find(kPicture));
     EXPECT_EQ(std::string::npos, bytes.find(described, second));
     EXPECT_NE(std::string::npos, bytes.find(kOtherSet, second)) << "the third picture has the changed set";
+    EXPECT_FALSE(camera.HasGoneBack()) << "though the camera's clock has";
 }
 
 }  // namespace
