@@ -7,6 +7,7 @@
 #include "bp/published.h"
 #include "bp/transactions.h"
 
+#include <atomic>
 #include <exception>
 #include <new>
 #include <utility>
@@ -26,6 +27,14 @@ Published<const CDispatcher::Writer>& WriterSlot() {
     return slot;
 }
 
+std::atomic<CDispatcher::Tap> g_tap{nullptr};
+
+void ShowToTap(bool in, const std::string& link, const ACE_Message_Block& frame) {
+    if (const CDispatcher::Tap tap = g_tap.load(std::memory_order_relaxed); tap != nullptr) {
+        tap(in, link, frame);
+    }
+}
+
 int CheckOutgoing(const ACE_Message_Block* block, bool compress) {
     if (block == nullptr) {
         return ZVS_NULL_POINTER;
@@ -40,6 +49,7 @@ const char* TextOf(const char* text) {
 // Takes the block over and sets the reference null when the answer is 0.
 int WriteFrame(const char* linkID, std::uint32_t reqID, ACE_Message_Block*& block) {
     const std::string link(TextOf(linkID));
+    ShowToTap(false, link, *block);
     const std::shared_ptr<const CDispatcher::Writer> writer = WriterSlot().Get();
     const int result = writer != nullptr ? (*writer)(link, block) : CNetFactory::Send(link, block);
     if (result == ZVS_SUCCEED) {
@@ -100,6 +110,10 @@ void CDispatcher::SetSink(Sink sink) {
 
 void CDispatcher::SetWriter(Writer writer) {
     WriterSlot().Exchange(writer ? std::make_shared<const Writer>(std::move(writer)) : nullptr);
+}
+
+void CDispatcher::SetTap(Tap tap) {
+    g_tap = tap;
 }
 
 LinkRoom CDispatcher::RoomOf(const std::string& linkID) {
@@ -198,6 +212,7 @@ int CDispatcher::FrameArrived(int netElemType, const std::string& linkID, ACE_Me
         GVX_LOG_ERR("Dispatcher", "What arrived is no frame. [link:%s]", linkID.c_str());
         return ZVS_PARA_INVALID;
     }
+    ShowToTap(true, linkID, *block);
     std::unique_ptr<CCmd> cmd;
     try {
         cmd = MakeCommand(netElemType, linkID.c_str(), head.usiMsgType, std::string(TransactionOf(head)));

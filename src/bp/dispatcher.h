@@ -60,6 +60,11 @@ struct CDispatcher {
     // CNetFactory::ProgressOf; null with a writer of one's own, which has written what it has taken.
     static std::shared_ptr<const LinkProgress> ProgressOf(const std::string& linkID);
 
+    // Is shown every frame that a link has brought and every one that is about to be written, on the threads that do
+    // so; it must not wait, nor keep the frame. Null takes it away; a call that has begun may then still run.
+    using Tap = void (*)(bool in, const std::string& linkID, const ACE_Message_Block& frame);
+    static void SetTap(Tap tap);
+
     // Entry for the link layer: a whole frame has arrived. Takes the block over in every case. The sink's answer,
     // or ZVS_PARA_INVALID for a block without a head.
     static int FrameArrived(int netElemType, const std::string& linkID, ACE_Message_Block* block);

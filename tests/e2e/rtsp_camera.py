@@ -21,7 +21,7 @@ KEY_FRAME = {"h264": re.compile(rb"(\0\0\0\x01\x09.)?\0\0\0\x01\x67", re.S),
 
 class Camera:
     def __init__(self, folder, stack, **settings):
-        self.folder, self.stack, self.port = folder, stack, "0"
+        self.folder, self.stack, self.port, self.password = folder, stack, "0", PASSWORD
         self.arguments = [word for name, value in settings.items() for word in (f"--{name}", str(value))]
         self.start()
 
@@ -29,7 +29,7 @@ class Camera:
         self.log = self.folder / "camera.log"
         with open(self.log, "w") as log:
             self.process = subprocess.Popen([SYSTEM_PYTHON, "-B", SERVER, "--port", self.port, *self.arguments], stdout=log,
-                                            env={**os.environ, "CAMERA_PASSWORD": PASSWORD})
+                                            env={**os.environ, "CAMERA_PASSWORD": self.password})
         self.stack.callback(self.process.kill)
         self.port = e2e.wait_until(lambda: self.said("port"), 30, "the camera listens")
 

@@ -194,14 +194,21 @@ TEST(ControlSocket, NeverTakesAnothersFileAway) {
 }
 
 TEST(ControlCommands, RefuseWhatIsNoneWithoutCollecting) {
-    for (const char* request :
-         {"", "devices all", "DEVICES", "log", "log level 8", "log level loud", "log level 1 2"}) {
-        const Json::Value answer = gvx::AnswerControl(request, []() -> gvx::GatewayStatus {
-            ADD_FAILURE();
-            return {};
-        });
+    gvx::TraceDesk traces("/nowhere", "test");
+    const auto refuseStatus = []() -> gvx::GatewayStatus {
+        ADD_FAILURE();
+        return {};
+    };
+    const auto devices = [] { return std::vector<std::string>{"CAM1"}; };
+    for (const char* request : {"", "devices all", "DEVICES", "log", "log level 8", "log level loud", "log level 1 2",
+                                "trace", "trace start", "trace start CAM1 0", "trace start CAM1 3601",
+                                "trace start CAM1 1s", "trace stop CAM1", "trace list all", "trace fetch ../x.pcapng 0",
+                                "trace fetch CAM1.pcapng 0", "trace fetch CAM1.pcapng -1", "trace dialogue CAM1"}) {
+        const Json::Value answer = gvx::AnswerControl(request, {refuseStatus, devices, traces});
         EXPECT_FALSE(gvx::JsonText(answer, "error").empty()) << request;
     }
+    const Json::Value answer = gvx::AnswerControl("trace start CAM2", {refuseStatus, devices, traces});
+    EXPECT_EQ("There is no device CAM2. Is it CAM1?", gvx::JsonText(answer, "error"));
 }
 
 TEST(StatusRequests, AreTakenUnderOurOwnNameForOurPathsAlone) {

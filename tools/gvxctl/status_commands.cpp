@@ -47,43 +47,6 @@ std::string NoGateway(const std::string& path) {
     return path + ": " + std::strerror(errno) + (absent ? "; no gateway runs there" : "");
 }
 
-bool Ask(const StatusOptions& options, const std::string& request, Json::Value& answer, std::string& error) {
-    const std::string path = SocketPath(options);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path)) {
-        error = path + ": too long for a socket";
-        return false;
-    }
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    const gvx::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const timeval limit{kAnswerLimitSeconds, 0};
-    const std::string line = request + "\n";
-    if (!socket.Valid() || ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) != 0 ||
-        ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) != 0 ||
-        ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        ::send(socket.Get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
-        error = NoGateway(path);
-        return false;
-    }
-    std::string text;
-    char bytes[65536];
-    while (text.empty() || text.back() != '\n') {
-        const ssize_t count = ::recv(socket.Get(), bytes, sizeof(bytes), 0);
-        if (count <= 0 || text.size() > kAnswerLimits.bytes) {
-            error = path + ": " + (count < 0 ? std::strerror(errno) : "the answer has no end");
-            return false;
-        }
-        text.append(bytes, static_cast<std::size_t>(count));
-    }
-    if (!gvx::ParseJson(text.data(), text.size(), answer, &error, kAnswerLimits)) {
-        error = path + ": the answer is no JSON, " + error;
-        return false;
-    }
-    error = gvx::JsonText(answer, "error");
-    return error.empty();
-}
-
 std::string BytesText(double bytes) {
     const char* const units[] = {"B", "kB", "MB", "GB", "TB"};
     std::size_t unit = 0;
@@ -190,7 +153,20 @@ const std::vector<Table>& Tables() {
                                                 {"MAKER", "maker", Form::Text},
                                                 {"DEVICES", "devices", Form::Count},
                                                 {"CALLS OPEN", "calls", Form::Count},
-                                                {"TROUBLES", "troubles", Form::Count}}}};
+                                                {"TROUBLES", "troubles", Form::Count}}},
+                                              {"trace list",
+                                               "traces",
+                                               {{"DEVICE", "device", Form::Text},
+                                                {"RUNS", "running", Form::Yes},
+                                                {"FOR", "age_ms", Form::Age},
+                                                {"LEFT", "left_ms", Form::Age},
+                                                {"MESSAGES", "messages", Form::Count},
+                                                {"PACKETS", "packets", Form::Count},
+                                                {"FRAMES", "frames", Form::Count},
+                                                {"LOST", "lost", Form::Count},
+                                                {"SIZE", "bytes", Form::Bytes},
+                                                {"FILE", "file", Form::Text},
+                                                {"ENDED", "ended", Form::Text}}}};
     return tables;
 }
 
@@ -392,6 +368,43 @@ std::string TopText(const Json::Value& status) {
 
 }  // namespace
 
+bool AskGateway(const StatusOptions& options, const std::string& request, Json::Value& answer, std::string& error) {
+    const std::string path = SocketPath(options);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) {
+        error = path + ": too long for a socket";
+        return false;
+    }
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const gvx::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const timeval limit{kAnswerLimitSeconds, 0};
+    const std::string line = request + "\n";
+    if (!socket.Valid() || ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) != 0 ||
+        ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) != 0 ||
+        ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        ::send(socket.Get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
+        error = NoGateway(path);
+        return false;
+    }
+    std::string text;
+    char bytes[65536];
+    while (text.empty() || text.back() != '\n') {
+        const ssize_t count = ::recv(socket.Get(), bytes, sizeof(bytes), 0);
+        if (count <= 0 || text.size() > kAnswerLimits.bytes) {
+            error = path + ": " + (count < 0 ? std::strerror(errno) : "the answer has no end");
+            return false;
+        }
+        text.append(bytes, static_cast<std::size_t>(count));
+    }
+    if (!gvx::ParseJson(text.data(), text.size(), answer, &error, kAnswerLimits)) {
+        error = path + ": the answer is no JSON, " + error;
+        return false;
+    }
+    error = gvx::JsonText(answer, "error");
+    return error.empty();
+}
+
 std::string StatusTable(const std::string& request, const Json::Value& answer) {
     for (const Table& table : Tables()) {
         if (request == table.request) {
@@ -405,7 +418,7 @@ std::string StatusTable(const std::string& request, const Json::Value& answer) {
 int RunStatus(const StatusOptions& options, const std::string& request) {
     Json::Value answer;
     std::string error;
-    if (!Ask(options, request, answer, error)) {
+    if (!AskGateway(options, request, answer, error)) {
         return Fail(kExitRefused, error);
     }
     std::fputs((options.json ? gvx::WriteJson(answer) : StatusTable(request, answer)).c_str(), stdout);
@@ -415,7 +428,7 @@ int RunStatus(const StatusOptions& options, const std::string& request) {
 int RunLogLevel(const StatusOptions& options) {
     Json::Value answer;
     std::string error;
-    if (!Ask(options, "log level " + options.level, answer, error)) {
+    if (!AskGateway(options, "log level " + options.level, answer, error)) {
         return Fail(kExitRefused, error);
     }
     std::fputs(options.json ? gvx::WriteJson(answer).c_str() : (Text(answer["log_level"]) + "\n").c_str(), stdout);
@@ -431,7 +444,7 @@ int RunTop(const StatusOptions& options) {
         }
         Json::Value status;
         std::string error;
-        if (!Ask(options, "all", status, error)) {
+        if (!AskGateway(options, "all", status, error)) {
             return Fail(kExitRefused, error);
         }
         rates.Put(status["streams"]);

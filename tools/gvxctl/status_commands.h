@@ -15,6 +15,9 @@ struct StatusOptions {
     int periodMs = 1000;
 };
 
+// Sends one request and takes its answer. False with the reason, also the gateway's own.
+bool AskGateway(const StatusOptions& options, const std::string& request, Json::Value& answer, std::string& error);
+
 // Sends one request, such as "devices", and prints the answer as a table, or as it came. Exit code 0; 1 when the socket
 // cannot be reached or the gateway refuses.
 int RunStatus(const StatusOptions& options, const std::string& request);

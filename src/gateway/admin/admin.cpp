@@ -10,6 +10,8 @@
 #include "gateway/admin/status.h"
 #include "gateway/admin/status_log.h"
 #include "gateway/admin/status_port.h"
+#include "gateway/admin/trace_desk.h"
+#include "gateway/alarms/gateway_alarms.h"
 #include "gvx_common/config/setting_table.h"
 
 #include <chrono>
@@ -21,9 +23,17 @@
 
 namespace gvx {
 
+namespace {
+
+constexpr const char* kTraceFolder = "/traces";
+
+}  // namespace
+
 struct Admin::Parts {
     explicit Parts(GatewayContext& gateway)
-        : context(gateway), heartbeats(gateway, std::chrono::seconds(SettingNumber(Setting::GVX_PLUGIN_CALL_LIMIT))) {}
+        : context(gateway),
+          heartbeats(gateway, std::chrono::seconds(SettingNumber(Setting::GVX_PLUGIN_CALL_LIMIT))),
+          traces(DataFolderPath() + kTraceFolder, "gvxd " GVX_VERSION) {}
 
     GatewayStatus Collect() { return CollectStatus(context, &heartbeats); }
     std::shared_ptr<const GatewayStatus> RecentLook();
@@ -33,6 +43,7 @@ struct Admin::Parts {
 
     GatewayContext& context;
     Heartbeats heartbeats;
+    TraceDesk traces;  // outlives the socket's requests
     ControlSocket socket;
     EventFeed feed;  // outlives the port's readers
     StatusPort port;
@@ -98,7 +109,8 @@ std::shared_ptr<const GatewayStatus> Admin::Parts::RecentLook() {
 void Admin::Parts::StartSocket() {
     const std::string path = SocketPath();
     const auto answer = [this](const std::string& request) {
-        return AnswerControl(request, [this] { return Collect(); });
+        return AnswerControl(request,
+                             {[this] { return Collect(); }, [this] { return context.devices.Codes(); }, traces});
     };
     std::string reason;
     if (!socket.Start(path, answer, reason)) {

@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "gateway/admin/status_json.h"
+#include "gateway/admin/trace_commands.h"
 
 #include <algorithm>
 #include <cctype>
@@ -58,27 +59,31 @@ Json::Value AnswerLevel(const std::vector<std::string>& words) {
 
 }  // namespace
 
-Json::Value AnswerControl(const std::string& request, const std::function<GatewayStatus()>& collect) {
+Json::Value AnswerControl(const std::string& request, const ControlParts& parts) {
     std::istringstream text(request);
     const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
     if (words.size() == 1 && words[0] == "status") {
-        return StatusSummary(collect());
+        return StatusSummary(parts.collect());
     }
     if (words.size() == 1 && words[0] == "all") {
-        return WholeStatus(collect());
+        return WholeStatus(parts.collect());
     }
     const auto* const list = std::find_if(std::begin(kLists), std::end(kLists), [&words](const ListRow& row) {
         return words.size() == 1 && words[0] == row.request;
     });
     if (list != std::end(kLists)) {
         Json::Value answer(Json::objectValue);
-        answer[list->list] = StatusList(collect(), list->list);
+        answer[list->list] = StatusList(parts.collect(), list->list);
         return answer;
     }
     if ((words.size() == 2 || words.size() == 3) && words[0] == "log" && words[1] == "level") {
         return AnswerLevel(words);
     }
-    return Refusal("The request is none: status, devices, streams, links, alarms, queue, plugins, all, log level.");
+    if (!words.empty() && words[0] == "trace") {
+        return AnswerTrace({words.begin() + 1, words.end()}, parts.traces, parts.devices());
+    }
+    return Refusal(
+        "The request is none: status, devices, streams, links, alarms, queue, plugins, all, log level, trace.");
 }
 
 }  // namespace gvx

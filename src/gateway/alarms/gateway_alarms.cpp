@@ -77,8 +77,12 @@ bool DataFolder::Take(const std::string& setting, std::string& reason) {
     return true;
 }
 
+std::string DataFolderPath() {
+    return DataDir(SettingText(Setting::GVX_DATA_DIR));
+}
+
 void StartAlarms() {
-    const std::string path = DataDir(SettingText(Setting::GVX_DATA_DIR)) + kStoreName;
+    const std::string path = DataFolderPath() + kStoreName;
     const int result = CEmergencyProtection::Instance()->LoadAlarmStatus(path);
     GVX_LOG_INFO("Alarm store", "%s, %s", path.c_str(),
                  result == ZVS_SUCCEED ? "open alarms restored" : "nothing restored");

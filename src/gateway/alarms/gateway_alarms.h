@@ -22,6 +22,9 @@ private:
     UniqueFd m_folder;
 };
 
+// Where that folder is by the settings in force. Any thread.
+std::string DataFolderPath();
+
 // Opens the store of open alarms in that folder, takes what was open at the last end into the table, and begins the
 // thread that hands held alarms to the links and opens a store that could not be opened. A store that fails is no
 // reason not to start: it raises its own alarm. Once, behind everything that can refuse the start, so that what is

@@ -9,6 +9,7 @@
 #include "gvxctl/media_commands.h"
 #include "gvxctl/peer_commands.h"
 #include "gvxctl/status_commands.h"
+#include "gvxctl/trace_commands.h"
 
 #include <CLI/CLI.hpp>
 
@@ -40,6 +41,7 @@ struct CommandLine {
     TalkOptions talk;
     bool download = false;
     StatusOptions status;
+    TraceOptions trace;
     std::function<int()> run;
 };
 
@@ -61,7 +63,7 @@ CLI::App& AddLinkedCommand(CLI::App& app, CommandLine& line, const char* name, c
 void AddPeerCommands(CLI::App& app, CommandLine& line);    // peer, scenario
 void AddMediaCommands(CLI::App& app, CommandLine& line);   // search, snapshot, playback, talk, broadcast
 void AddAlarmCommands(CLI::App& app, CommandLine& line);   // alarm watch, alarm trigger
-void AddStatusCommands(CLI::App& app, CommandLine& line);  // status and its like, top, log level
+void AddStatusCommands(CLI::App& app, CommandLine& line);  // status and its like, top, log level, trace
 // One for each request to a device, by the table of requests; and requests, which lists them.
 void AddDeviceRequestCommands(CLI::App& app, CommandLine& line);
 

@@ -15,6 +15,39 @@ CLI::App& AddStatusCommand(CLI::App& app, CommandLine& line, const char* name, c
     return command;
 }
 
+void AddTraceCommands(CLI::App& app, CommandLine& line) {
+    CLI::App& trace = *app.add_subcommand("trace", "what is said with a device, for one that fails")->group(kGroup);
+    trace.require_subcommand(1);
+    const auto run = [&line](int (*command)(const TraceOptions&)) {
+        return [&line, command] {
+            line.trace.gateway = line.status;
+            return command(line.trace);
+        };
+    };
+    CLI::App& start =
+        AddStatusCommand(trace, line, "start",
+                         "record the dialogue of a device, the heads of its media packets and its frames, "
+                         "without credentials, for Wireshark",
+                         run(&RunTraceStart));
+    start.add_option("--seconds", line.trace.seconds, "how long; it ends before with 16 MiB")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 3600));
+    CLI::App& stop = AddStatusCommand(trace, line, "stop", "end the trace of a device", run(&RunTraceStop));
+    CLI::App& dialogue =
+        AddStatusCommand(trace, line, "dialogue", "print what was said with a device while it failed last, and since",
+                         run(&RunTraceDialogue));
+    for (CLI::App* command : {&start, &stop, &dialogue}) {
+        command->add_option("device", line.trace.device, "device code")->required();
+    }
+    start.add_option("--out", line.trace.out, "wait for its end and copy it to that file; an interrupt ends it");
+    stop.add_option("--out", line.trace.out, "copy it to that file");
+    AddStatusCommand(trace, line, "list", "list the traces since the gateway's start",
+                     [&line] { return RunStatus(line.status, "trace list"); });
+    CLI::App& fetch = AddStatusCommand(trace, line, "fetch", "copy the file of a trace", run(&RunTraceFetch));
+    fetch.add_option("file", line.trace.file, "its name")->required();
+    fetch.add_option("--out", line.trace.out, "where to (default: here, under its name)");
+}
+
 }  // namespace
 
 void AddStatusCommands(CLI::App& app, CommandLine& line) {
@@ -45,6 +78,7 @@ void AddStatusCommands(CLI::App& app, CommandLine& line) {
                      [&line] { return RunLogLevel(line.status); })
         .add_option("level", line.status.level,
                     "0 to 7, or emerg, alert, crit, err, warning, notice, info, debug; lines above it are not written");
+    AddTraceCommands(app, line);
 }
 
 }  // namespace gvxctl
