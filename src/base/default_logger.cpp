@@ -23,6 +23,7 @@
 #include <string_view>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -102,6 +103,16 @@ void AppendQuoted(std::string& json, const std::string& text) {
     }
     json += '"';
 }
+
+// Standard streams that whoever started the process has closed lead nowhere, so that no file or socket takes their
+// numbers and gets what is said there. Ahead of the libraries above, which open descriptors as they are loaded.
+[[maybe_unused]] const bool g_standardStreamsAreThere = [] {
+    bool there = true;
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        there = (::fcntl(stream, F_GETFD) != -1 || ::open("/dev/null", O_RDWR) == stream) && there;
+    }
+    return there;
+}();
 
 // Whether standard error leads to the journal.
 bool StandardErrorIsJournal() {

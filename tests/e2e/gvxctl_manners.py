@@ -92,6 +92,15 @@ def test(options, folder, stack):
     shown = [line for line in (folder / "pictures").read_text().splitlines() if not line.startswith("#")]
     e2e.check(len(shown) == PICTURES and "NSS_STOP_STREAM_RSP" in said, f"{len(shown)} pictures were played: {said}")
 
+    with open("/dev/full", "wb") as full:
+        lost = subprocess.run([options.gvxctl, "config", "get", *at], stdout=full, stderr=subprocess.PIPE, text=True, check=False)
+    e2e.check(lost.returncode == 1 and "standard output" in lost.stderr, f"lost output: {lost}")
+    unread, output = os.pipe()
+    os.close(unread)
+    with subprocess.Popen([options.gvxctl, "top", "--socket", folder / "root/run/gvx/control.sock"], stdout=output) as endless:
+        e2e.check(endless.wait(60) == 0, "nobody reads, and it goes on")
+    os.close(output)
+
     waiting = [options.gvxctl, "alarm", "watch", "--seconds", "4", *at]
     e2e.check("waiting for alarms, 2 s: 0 have come" in on_terminal(waiting, 60), "no progress on a terminal")
     e2e.check(gvxctl(*waiting[1:]).stderr == "", "progress without a terminal")

@@ -50,6 +50,17 @@ def start_without_log_file(options, folder):
     gateway.stop()
 
 
+def start_without_streams(options, folder):
+    """Nothing that is opened takes the number of a standard stream that was closed."""
+    gateway = e2e.Gateway(options, folder / "no_streams", settings=NO_PLUGIN)
+    command = gateway.command()
+    gateway.command = lambda: ["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", *command]
+    gateway.start()
+    streams = {os.readlink(f"/proc/{gateway.process.pid}/fd/{number}") for number in range(3)}
+    e2e.check(streams == {"/dev/null"}, f"the standard streams are {streams}")
+    gateway.stop()
+
+
 def stop_with_hanging_plugin(options, folder, stack):
     """One device hangs in StopStream: another goes on streaming and answering, the end has code 0 in time, and the log
     names plug-in and device."""
@@ -95,6 +106,7 @@ def test(options, folder, stack):
     check_failures(options, folder, stack.enter_context(socket.create_server(("127.0.0.1", 0))))
     e2e.start_gateway(options, folder / "good", stack, settings=NO_PLUGIN).stop(number=signal.SIGINT)
     start_without_log_file(options, folder)
+    start_without_streams(options, folder)
     stop_with_hanging_plugin(options, folder, stack)
     end_hanging_start(options, folder)
 

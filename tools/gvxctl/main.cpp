@@ -161,6 +161,16 @@ void AddSecretCommands(CLI::App& app, CommandLine& line) {
                [] { return gvxctl::RunSecretEncipher(); });
 }
 
+// What could not be written was not shown, and a full disk must not look like success. Who has stopped reading knows.
+int WhenAllIsShown(int code) {
+    const bool shown = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    if (shown || gvxctl::NobodyReads()) {
+        return code;
+    }
+    std::fputs("gvxctl: standard output could not be written, what it lacks is lost\n", stderr);
+    return code == gvxctl::kExitOk ? gvxctl::kExitRefused : code;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -196,5 +206,5 @@ int main(int argc, char** argv) {
         return gvxctl::kExitWrongUse;
     }
     gvxctl::CatchInterrupts();
-    return line.run();
+    return WhenAllIsShown(line.run());
 }

@@ -3,6 +3,7 @@
 #include "base/clock.h"
 #include "base/utf8.h"
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -10,14 +11,29 @@
 #include <string_view>
 #include <thread>
 
+#include <poll.h>
+#include <unistd.h>
+
 namespace gvxctl {
 namespace {
 
 std::atomic<bool> g_interrupted{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler");
 
+std::atomic<bool> g_nobodyReads{false};
+
 void OnSignal(int) {
     g_interrupted = true;
+}
+
+// A link may be what has broken, too, and says so by itself.
+void OnBrokenPipe(int) {
+    const int savedErrno = errno;
+    pollfd output{STDOUT_FILENO, 0, 0};
+    if (::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0) {
+        g_nobodyReads = g_interrupted = true;
+    }
+    errno = savedErrno;
 }
 
 // The number of a character of that many bytes.
@@ -79,8 +95,13 @@ void CatchInterrupts() {
     action.sa_handler = OnSignal;
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
-    action.sa_handler = SIG_IGN;
+    action.sa_handler = OnBrokenPipe;
+    action.sa_flags = SA_RESTART;
     ::sigaction(SIGPIPE, &action, nullptr);
+}
+
+bool NobodyReads() {
+    return g_nobodyReads;
 }
 
 bool SleepUnlessInterrupted(int milliseconds) {

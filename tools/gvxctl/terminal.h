@@ -6,10 +6,12 @@
 
 namespace gvxctl {
 
-// Set by SIGINT and SIGTERM once CatchInterrupts has been called, so that a command in progress can end in order.
-// Any thread may look; CatchInterrupts belongs to main's.
+// Set by SIGINT and SIGTERM once CatchInterrupts has been called, and when whoever read standard output has gone, so
+// that a command in progress can end in order. Any thread may look; CatchInterrupts belongs to main's.
 std::atomic<bool>& Interrupted();
 void CatchInterrupts();
+// Whether it was the reader of standard output.
+bool NobodyReads();
 
 // Sleeps in short steps; false when interrupted.
 bool SleepUnlessInterrupted(int milliseconds);
