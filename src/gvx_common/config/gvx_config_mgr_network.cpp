@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/net_interface.h"
 #include "base/paths.h"
+#include "bp/registration.h"
 #include "gvx_common/config/config_findings.h"
 #include "gvx_common/config/gvx_config.h"
 #include "gvx_common/utility/gvx_utility.h"
@@ -117,6 +118,11 @@ int CGvxConfigMgr::LoadLocalIPFromXml() {
     if (*pNetElementID == '\0') {
         gvx::TellFinding({Weight::Error, path, xml.GetElemLine(),
                           std::string("NetElementID is empty; [") + kDefaultElementID + "] holds"});
+    }
+    if (*pNetElementID != '\0' && BP::ElementTypeOf(pNetElementID) != BP::ElementTypeOf(kDefaultElementID)) {
+        gvx::TellFinding({Weight::Warning, path, xml.GetElemLine(),
+                          std::string("NetElementID [") + pNetElementID +
+                              "] is that of another kind of element: peers tell a gateway by GVX#"});
     }
     ApplyNetElementID(path, pNetElementID);
     return ZVS_SUCCEED;

@@ -7,6 +7,7 @@
 #include "gvx_common/config/setting_table.h"
 #include "gvx_common/utility/gvx_utility.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <sstream>
@@ -32,8 +33,14 @@ std::string WithoutTrailingBlanks(const std::string& text) {
     return text.substr(0, text.find_last_not_of(kTrailingBlanks) + 1);
 }
 
-std::string Shown(const std::string& text) {
-    return "[" + (text.size() > kShownBytes ? std::string(CutAtCharacter(text, kShownBytes)) + "..." : text) + "]";
+std::string Shown(std::string text) {
+    if (text.size() > kShownBytes) {
+        text = std::string(CutAtCharacter(text, kShownBytes)) + "...";
+    }
+    // A terminal may show it.
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
+    return "[" + text + "]";
 }
 
 class FileCheck {
@@ -141,10 +148,13 @@ private:
         m_isUsable = false;
         const bool refused = m_faulty == FaultyFile::IsRefused;
         const std::string inForce = ValueInForce(row, value);
+        const bool holdsInPart = !refused && !value.empty() && inForce == value;  // of a list
         Tell(alarmed || refused ? Weight::Error : Weight::Warning,
              std::string(row.key) + "=" + Shown(LoggableValue(row.key, value.c_str())) +
-                 " can not be used, allowed: " + SettingValues(row) +
+                 (holdsInPart ? " can not be used as a whole, allowed: " : " can not be used, allowed: ") +
+                 SettingValues(row) +
                  (refused           ? ""
+                  : holdsInPart     ? "; what is allowed of it holds"
                   : inForce.empty() ? "; it counts as not set"
                                     : "; [" + inForce + "] holds"));
     }

@@ -185,6 +185,8 @@ TEST_F(ConfigEditTest, NatListIsTakenWholeOrNotAtAll) {
     EXPECT_NE(std::string::npos, saved.find("SUBNET_NAT_IP_LIST=10.0.0.0/255.0.0.0;192.168.0.0/255.255.0.0;\n"));
     EXPECT_EQ(1, m_mgr.SetGVXConfigValue("WRONG", "SUBNET_NAT_IP_LIST", "12.0.0.0/255.0.0.0"));
     EXPECT_EQ(saved, m_folder.Read("zvs_gvx_nat.conf"));
+    EXPECT_TRUE(m_mgr.GetPrivateIpList().empty()) << "the first refusal has used up what a second would restore";
+    EXPECT_TRUE(m_log->Contains("In force until an edit succeeds or gvxd starts anew: []"));
 }
 
 TEST_F(ConfigEditTest, FrameCarriesOneEdit) {
