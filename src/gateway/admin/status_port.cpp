@@ -212,10 +212,14 @@ MHD_Result StatusPort::Server::OnRequest(void* server, MHD_Connection* connectio
     } catch (const std::exception& fault) {
         GVX_LOG_WARN("Status port", "A request could not be served: %s", fault.what());
         static char refusal[] = "The status cannot be collected.\n";
-        const ResponsePtr response(
-            MHD_create_response_from_buffer(sizeof(refusal) - 1, refusal, MHD_RESPMEM_PERSISTENT));
-        return response != nullptr ? MHD_queue_response(connection, MHD_HTTP_SERVICE_UNAVAILABLE, response.get())
-                                   : MHD_NO;
+        MHD_Response* const response =
+            MHD_create_response_from_buffer(sizeof(refusal) - 1, refusal, MHD_RESPMEM_PERSISTENT);
+        if (response == nullptr) {
+            return MHD_NO;
+        }
+        const MHD_Result queued = MHD_queue_response(connection, MHD_HTTP_SERVICE_UNAVAILABLE, response);
+        MHD_destroy_response(response);
+        return queued;
     }
 }
 
