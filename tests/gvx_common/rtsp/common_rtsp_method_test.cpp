@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <climits>
+#include <future>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -164,10 +165,15 @@ class RtspDescribe : public testing::Test {
 protected:
     // Parses an answer of which the rest comes from a device that does what the script says.
     int Describe(const std::string& atHand, ScriptedServer::Script script, bool connect = true) {
-        ScriptedServer device(std::move(script));
+        std::promise<void> connected;  // a reset must not meet the connecting
+        ScriptedServer device([&script, &connected](ScriptedServer::Link& link) {
+            connected.get_future().wait();
+            script(link);
+        });
         CCommonSocketStream stream;
         stream.SetTimeout(RECV_TYPE, ACE_Time_Value(m_receiveSeconds));
         EXPECT_EQ(0, stream.Connect("127.0.0.1", device.Port(), 0));
+        connected.set_value();
         m_describe.SetSocketStream(connect ? &stream : nullptr);
         EXPECT_EQ(0, m_describe.Init());
         const int result = Parse(m_describe, atHand);
