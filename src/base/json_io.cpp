@@ -118,6 +118,9 @@ bool ParseJson(const char* text, std::size_t length, Json::Value& value, std::st
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& thrown) {
+        if (std::strstr(thrown.what(), "Failed to allocate") != nullptr) {  // the library's own words for it
+            throw std::bad_alloc();
+        }
         fault = thrown.what();
     }
     return Refuse(value, error, std::move(fault));

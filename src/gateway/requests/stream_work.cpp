@@ -145,11 +145,19 @@ int StartStream(GatewayContext& context, BP::CGvxSessionBase& session, const BP:
     if (result.Failed()) {
         return Refuse(cmd, code, request.serviceID, result);
     }
-    Json::Value started = StartedBody(*device, *stream);
-    if (std::string sdp = stream->SessionDescription(); !sdp.empty()) {
-        started["SDP"] = std::move(sdp);
+    try {
+        Json::Value started = StartedBody(*device, *stream);
+        if (std::string sdp = stream->SessionDescription(); !sdp.empty()) {
+            started["SDP"] = std::move(sdp);
+        }
+        AnswerJson(cmd, started, ZVS_SUCCEED);
+    } catch (const std::exception&) {  // no memory: the request is refused, and nobody will stop the stream
+        stream->LetFlow();
+        const StreamReservation ending(context.devices, request.serviceID);
+        StreamStatistics untold;
+        device->StopStream(request.serviceID, untold);
+        throw;
     }
-    AnswerJson(cmd, started, ZVS_SUCCEED);
     stream->LetFlow();
     GVX_LOG_INFO("Start stream", "[dev:%s, lens:%s, stream:%s]", code.c_str(), stream->Lens().lensCode.c_str(),
                  request.serviceID.c_str());

@@ -121,8 +121,8 @@ public:
     int SendRetMsgWithJson(unsigned short msgType, const std::string& jsonMsg, int netElemType, std::string linkID,
                            const std::string& transactionID);
 
-    // Responses to a command, which stays the caller's. Failures are logged and not retried. An answer whose body finds
-    // no memory leaves without it, with ZVS_ALLOC_MEMORY_ERROR; where that finds none either they throw std::bad_alloc.
+    // Responses to a command, which stays the caller's. Failures are logged and not retried. One that finds no memory
+    // throws std::bad_alloc: the work is refused then.
     void SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, unsigned int uiRspCode, bool bWithTransaction);
     void SendRespMsgWithStruct(BP::CCmd* pCmd, const char* pMsgBody, unsigned int iMsgBodyLen, unsigned int uiRspCode);
     void SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& value, unsigned int uiRspCode);

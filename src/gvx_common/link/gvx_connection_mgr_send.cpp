@@ -232,8 +232,7 @@ void CGvxConnectionMgr::SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, 
     BP::MessageBlockPtr block = BP::MakeMessageBlock(0);
     if (!copied || block == nullptr || response.encode(block.get()) != 0) {
         GVX_LOG_ERR("Send response with xml", "Encode message fail, MsgType:0x%x.", static_cast<unsigned int>(type));
-        SendRespMsgWithStruct(pCmd, nullptr, 0, ZVS_ALLOC_MEMORY_ERROR);
-        return;
+        throw std::bad_alloc();
     }
     GVX_DEBUG("RspCode: %u, MsgType:0x%x.", uiRspCode, static_cast<unsigned int>(type));
     SendResponse(*this, std::move(block), *pCmd, type, bWithTransaction ? pCmd->GetServiceID() : 0);
@@ -290,8 +289,7 @@ void CGvxConnectionMgr::SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& v
     if (!copied || block == nullptr || response.encode(block.get()) != 0) {
         GVX_LOG_ERR("Send response with json", "Encode Message Fail. Transfer Target Id[%s], MsgType[0x%4x].",
                     pCmd->GetNetLinkID().c_str(), static_cast<unsigned int>(type));
-        SendRespMsgWithStruct(pCmd, nullptr, 0, ZVS_ALLOC_MEMORY_ERROR);
-        return;
+        throw std::bad_alloc();
     }
     if (SendResponse(*this, std::move(block), *pCmd, type, pCmd->GetServiceID()) != 0) {
         GVX_LOG_ERR("Send response with json", "Seng Json Message Fail. Transfer Target Id[%s], MsgType[0x%4x].",
