@@ -109,8 +109,9 @@ std::uint32_t FrameSender::Ticks(TrackTime& time, const TrackDescription& track,
     if (time.known && time.ssrc == unit.ssrc && step > least && step < most) {
         ticks = static_cast<std::uint32_t>(step);
     } else if (time.known) {
-        const std::int64_t goneUs = std::max<std::int64_t>(unit.arrivalUs - time.arrivalUs, 1);
-        ticks = static_cast<std::uint32_t>(goneUs * clockRate / kSecondUs);
+        const std::int64_t goneUs = unit.arrivalUs - time.arrivalUs;
+        // Never none: two pictures of one time stamp would be one to a receiver.
+        ticks = static_cast<std::uint32_t>(std::max<std::int64_t>(goneUs * clockRate / kSecondUs, 1));
     }
     time = {true, unit.ssrc, unit.rtpTime, unit.arrivalUs};
     return ticks;
