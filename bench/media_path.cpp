@@ -133,6 +133,15 @@ private:
         });
         return static_cast<double>(m_udpSizes.size() * m_times) / seconds;
     }
+    double Rate(bench::TwoThreads& threads, const std::vector<std::size_t>& sizes) const {
+        const double seconds = CpuSeconds([&] {
+            for (std::size_t i = 0; i < m_times; ++i) {
+                threads.Send(sizes.data(), sizes.size());
+            }
+            threads.WaitUntilSent();
+        });
+        return static_cast<double>(sizes.size() * m_times) / seconds;
+    }
     std::string Name(const char* what) const { return m_clip.name + ": " + what; }
 
     Clip& m_clip;
@@ -167,7 +176,7 @@ void Bench::ToPackets() {
 void Bench::ToUdp(const Sink& sink) {
     Path path(sink, false);
     const bench::BareUdp bare(sink.Address());
-    bench::TwoThreadUdp yardstick(sink.Address());
+    bench::TwoThreads yardstick([&bare](iovec* parts, std::size_t count) { bare.SendParts(parts, count); });
     path.Run(m_clip, 1);
     const std::uint64_t allocations = bench::Allocations();
     path.Run(m_clip, 1);
@@ -178,13 +187,7 @@ void Bench::ToUdp(const Sink& sink) {
     bool offload = true;
     for (int round = 0; round < kRounds; ++round) {
         const double ours = path.Run(m_clip, m_times);
-        const double besides = CpuSeconds([&] {
-            for (std::size_t i = 0; i < m_times; ++i) {
-                yardstick.Send(m_udpSizes.data(), m_udpSizes.size());
-            }
-            yardstick.WaitUntilSent();
-        });
-        two.Add(ours, static_cast<double>(m_udpSizes.size() * m_times) / besides);
+        two.Add(ours, Rate(yardstick, m_udpSizes));
         segmented.Add(ours,
                       Rate([&] { offload = bare.SendSegmented(m_udpSizes.data(), m_udpSizes.size()) && offload; }));
         plain.Add(ours, Rate([&] { bare.SendEach(m_udpSizes.data(), m_udpSizes.size()); }));
@@ -220,6 +223,7 @@ void Bench::BesidePeer(bench::Peer peer, const char* name, Path& path, const Sin
 }
 
 void Bench::ToTcp(const Sink& sink) {
+    Pairs two;
     Pairs each;
     Pairs gathered;
     std::uint64_t lost = 0;
@@ -231,11 +235,14 @@ void Bench::ToTcp(const Sink& sink) {
             lost += path.Lost();
         }
         const bench::BareTcp bare(sink.Address());
+        bench::TwoThreads yardstick([&bare](iovec* parts, std::size_t count) { bare.SendParts(parts, count); });
+        two.Add(ours, Rate(yardstick, m_tcpSizes));
         each.Add(ours, Rate([&] { bare.SendEach(m_tcpSizes.data(), m_tcpSizes.size()); }));
         gathered.Add(ours, Rate([&] { bare.SendUnits(m_tcpSizes.data(), m_tcpSizes.size()); }));
     }
     m_table.Paired(Name("to TCP, beside one gathered write a picture"), gathered.values, gathered.floors, "k/CPU s",
                    m_goal, 1 / 1.25);
+    m_table.Paired(Name("to TCP, beside two bare threads"), two.values, two.floors, "k/CPU s");
     m_table.Paired(Name("to TCP, beside one send a packet"), each.values, each.floors, "k/CPU s");
     m_table.Plain(Name("to TCP, lost on our side"), static_cast<double>(lost), "");
 }

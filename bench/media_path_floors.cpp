@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include <netinet/tcp.h>
 #include <netinet/udp.h>
@@ -171,26 +172,26 @@ void BareUdp::SendParts(iovec* parts, std::size_t count) const {
     }
 }
 
-TwoThreadUdp::TwoThreadUdp(const sockaddr_in& to) : m_socket(to) {
+TwoThreads::TwoThreads(SendParts send) : m_send(std::move(send)) {
     sem_init(&m_wake, 0, 0);
-    m_thread = std::thread(&TwoThreadUdp::Run, this);
+    m_thread = std::thread(&TwoThreads::Run, this);
 }
 
-TwoThreadUdp::~TwoThreadUdp() {
+TwoThreads::~TwoThreads() {
     m_stop = true;
     sem_post(&m_wake);
     m_thread.join();
     sem_destroy(&m_wake);
 }
 
-void TwoThreadUdp::Publish(std::size_t made) {
+void TwoThreads::Publish(std::size_t made) {
     m_made.store(made);
     if (m_asleep.load() && m_asleep.exchange(false)) {
         sem_post(&m_wake);
     }
 }
 
-void TwoThreadUdp::Send(const std::size_t* sizes, std::size_t count) {
+void TwoThreads::Send(const std::size_t* sizes, std::size_t count) {
     std::size_t made = m_made.load(std::memory_order_relaxed);
     for (std::size_t i = 0; i < count; ++i) {
         if (made - m_sent.load(std::memory_order_acquire) == kSlots) {
@@ -209,13 +210,13 @@ void TwoThreadUdp::Send(const std::size_t* sizes, std::size_t count) {
     }
 }
 
-void TwoThreadUdp::WaitUntilSent() const {
+void TwoThreads::WaitUntilSent() const {
     while (m_sent.load() != m_made.load()) {
         ::usleep(200);
     }
 }
 
-void TwoThreadUdp::Run() {
+void TwoThreads::Run() {
     constexpr std::size_t kMost = 128;
     std::array<iovec, kMost> parts;
     while (!m_stop) {
@@ -233,7 +234,7 @@ void TwoThreadUdp::Run() {
             Slot& slot = m_slots[(sent + i) % kSlots];
             parts[i] = {slot.bytes, slot.size};
         }
-        m_socket.SendParts(parts.data(), count);
+        m_send(parts.data(), count);
         m_sent.store(sent + count, std::memory_order_release);
     }
 }
@@ -270,25 +271,28 @@ void BareTcp::SendUnits(const std::size_t* sizes, std::size_t count) const {
         if (i + 1 < count && parts.size() < kMost && (i == 0 || sizes[i] >= sizes[i - 1])) {
             continue;
         }
-        std::size_t at = 0;
-        while (at < parts.size()) {
-            msghdr head{};
-            head.msg_iov = parts.data() + at;
-            head.msg_iovlen = parts.size() - at;
-            const ssize_t sent = ::sendmsg(m_handle, &head, MSG_NOSIGNAL);
-            if (sent < 0) {
-                return;
-            }
-            auto left = static_cast<std::size_t>(sent);
-            for (; at < parts.size() && left >= parts[at].iov_len; ++at) {
-                left -= parts[at].iov_len;
-            }
-            if (left != 0) {
-                parts[at] = {static_cast<char*>(parts[at].iov_base) + left, parts[at].iov_len - left};
-            }
-        }
+        SendParts(parts.data(), parts.size());
         parts.clear();
         used = 0;
+    }
+}
+
+void BareTcp::SendParts(iovec* parts, std::size_t count) const {
+    for (std::size_t at = 0; at < count;) {
+        msghdr head{};
+        head.msg_iov = parts + at;
+        head.msg_iovlen = count - at;
+        const ssize_t sent = ::sendmsg(m_handle, &head, MSG_NOSIGNAL);
+        if (sent < 0) {
+            return;
+        }
+        auto left = static_cast<std::size_t>(sent);
+        for (; at < count && left >= parts[at].iov_len; ++at) {
+            left -= parts[at].iov_len;
+        }
+        if (left != 0) {
+            parts[at] = {static_cast<char*>(parts[at].iov_base) + left, parts[at].iov_len - left};
+        }
     }
 }
 

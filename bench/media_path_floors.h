@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -36,15 +37,32 @@ private:
     sockaddr_in m_to;
 };
 
-// What the stated design cannot avoid: one thread copies each packet once into a ring, a second one takes what is there
-// and sends it as BareUdp::SendParts does. The maker publishes a NAL unit at a time and wakes the sender when that
-// waits.
-class TwoThreadUdp {
+class BareTcp {
 public:
-    explicit TwoThreadUdp(const sockaddr_in& to);
-    ~TwoThreadUdp();
-    TwoThreadUdp(const TwoThreadUdp&) = delete;
-    TwoThreadUdp& operator=(const TwoThreadUdp&) = delete;
+    explicit BareTcp(const sockaddr_in& to);
+    ~BareTcp();
+    BareTcp(const BareTcp&) = delete;
+    BareTcp& operator=(const BareTcp&) = delete;
+    void SendEach(const std::size_t* sizes, std::size_t count) const;
+    // Copies each packet once and sends a NAL unit, whose last packet is shorter, with one gathered write.
+    void SendUnits(const std::size_t* sizes, std::size_t count) const;
+    // Sends packets as they stand with gathered writes.
+    void SendParts(iovec* parts, std::size_t count) const;
+
+private:
+    int m_handle;
+};
+
+// What the stated design cannot avoid: one thread copies each packet once into a ring, a second one takes what is there
+// and gives it to send, 128 packets at most. The maker publishes a NAL unit at a time and wakes the sender when that
+// waits.
+class TwoThreads {
+public:
+    using SendParts = std::function<void(iovec* parts, std::size_t count)>;
+    explicit TwoThreads(SendParts send);
+    ~TwoThreads();
+    TwoThreads(const TwoThreads&) = delete;
+    TwoThreads& operator=(const TwoThreads&) = delete;
     void Send(const std::size_t* sizes, std::size_t count);
     void WaitUntilSent() const;
 
@@ -57,7 +75,7 @@ private:
     void Run();
     void Publish(std::size_t made);
 
-    const BareUdp m_socket;
+    const SendParts m_send;
     std::vector<Slot> m_slots{kSlots};
     alignas(64) std::atomic<std::size_t> m_made{0};
     alignas(64) std::atomic<std::size_t> m_sent{0};
@@ -65,20 +83,6 @@ private:
     std::atomic<bool> m_stop{false};
     sem_t m_wake;
     std::thread m_thread;
-};
-
-class BareTcp {
-public:
-    explicit BareTcp(const sockaddr_in& to);
-    ~BareTcp();
-    BareTcp(const BareTcp&) = delete;
-    BareTcp& operator=(const BareTcp&) = delete;
-    void SendEach(const std::size_t* sizes, std::size_t count) const;
-    // Copies each packet once and sends a NAL unit, whose last packet is shorter, with one gathered write.
-    void SendUnits(const std::size_t* sizes, std::size_t count) const;
-
-private:
-    int m_handle;
 };
 
 // Copies each byte of the clip once into a packet's room, as many at a time as our largest packet holds.

@@ -167,6 +167,7 @@ private:
     void Count(std::size_t packets, std::uint64_t bytes, std::uint64_t frames);
     void NoteTimeStamp(const char* packet, std::size_t size);
     ACE_Message_Block* TakeBlock(const gvx::PacketRun* run);
+    void FetchAhead() const;
 
     CMediaSendStream* m_stream = nullptr;
     SOCKET_INFO* m_record = nullptr;
@@ -475,7 +476,22 @@ ACE_Message_Block* CMediaSendStream::HeldPackets::TakeBlock(const gvx::PacketRun
         const std::size_t wanted = run == nullptr ? 1 : std::clamp<std::size_t>(run->Packets(), 1, kMost);
         m_freeCount = CMediaBlockBuffer::instance()->allocMediaBlocks(m_free.data(), wanted);
     }
+    FetchAhead();
     return m_freeCount == 0 ? nullptr : m_free[--m_freeCount];
+}
+
+// Blocks come back from another processor: head, data block and data are on their way before they are written.
+void CMediaSendStream::HeldPackets::FetchAhead() const {
+    constexpr std::size_t kStep = 2;
+    if (m_freeCount > 3 * kStep) {
+        __builtin_prefetch(m_free[m_freeCount - 1 - 3 * kStep], 1);
+    }
+    if (m_freeCount > 2 * kStep) {
+        __builtin_prefetch(m_free[m_freeCount - 1 - 2 * kStep]->data_block(), 1);
+    }
+    if (m_freeCount > kStep) {
+        __builtin_prefetch(m_free[m_freeCount - 1 - kStep]->base(), 1);
+    }
 }
 
 void CMediaSendStream::HeldPackets::NoteTimeStamp(const char* packet, std::size_t size) {
