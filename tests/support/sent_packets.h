@@ -17,13 +17,22 @@ struct SentPacket {
 
     std::size_t RtpAt() const { return media.eTransProtocol == RTP_OVER_TCP ? 4 : 0; }
     // A big-endian number of the RTP packet.
-    unsigned int Number(std::size_t at, std::size_t size) const;
+    unsigned int Number(std::size_t at, std::size_t size) const {
+        unsigned int value = 0;
+        for (std::size_t i = 0; i < size; ++i) {
+            value = value << 8 | bytes.at(RtpAt() + at + i);
+        }
+        return value;
+    }
     unsigned int PayloadType() const { return Number(1, 1) & 0x7F; }
     bool Marked() const { return (Number(1, 1) & 0x80) != 0; }
     unsigned int SeqNo() const { return Number(2, 2); }
     unsigned int TimeStamp() const { return Number(4, 4); }
     // Behind the head, whose extension is 24 bytes long where there is one.
-    Bytes Payload() const;
+    Bytes Payload() const {
+        const std::size_t head = RtpAt() + ((Number(0, 1) & 0x10) != 0 ? 36 : 12);
+        return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(head), bytes.end());
+    }
 };
 
 // Keeps what comes out of the send function Take while it is in scope; one at a time, on one thread.
@@ -34,7 +43,14 @@ public:
     SentPackets(const SentPackets&) = delete;
     SentPackets& operator=(const SentPackets&) = delete;
 
-    static int Take(MEDIA_DATA* data, STREAM_TYPE_EX* streamType);
+    static int Take(MEDIA_DATA* data, STREAM_TYPE_EX* streamType) {
+        const std::size_t size = data->nVideoSize != 0   ? data->nVideoSize
+                                 : data->nAudioSize != 0 ? data->nAudioSize
+                                                         : data->nMetaDataSize;
+        const auto* begin = static_cast<const unsigned char*>(data->pDataBuf);
+        s_current->all.push_back({Bytes(begin, begin + size), *data, *streamType});
+        return s_current->all.size() > s_current->failFrom ? s_current->result : 0;
+    }
 
     std::vector<SentPacket> all;
     // What Take answers from that packet on.
@@ -42,5 +58,5 @@ public:
     std::size_t failFrom = 0;
 
 private:
-    static SentPackets* s_current;
+    static inline SentPackets* s_current = nullptr;
 };

@@ -2,6 +2,8 @@
 
 #include "gvx_common/adapter/gvx_adapter_defaults.h"
 
+#include <ace/Message_Block.h>
+
 #include <cstddef>
 #include <string>
 
@@ -22,10 +24,20 @@ public:
         : CAdapterLensDefaults(lensId, channel, device) {}
 
     // Gives a channel its send function and a packet buffer of that many bytes (owned by the channel).
-    void Prepare(int channelID, SEND_STREAM_FUNC* func, std::size_t bufferBytes = GVX_MEDIA_BUF_MIN_SIZE);
+    void Prepare(int channelID, SEND_STREAM_FUNC* func, std::size_t bufferBytes = GVX_MEDIA_BUF_MIN_SIZE) {
+        DropBuffer(channelID);
+        SetSendFunc(channelID, func);
+        Channel(channelID).m_pMediaBufWithRTP = new ACE_Message_Block(bufferBytes);
+    }
     void SetSendFunc(int channelID, SEND_STREAM_FUNC* func) { Channel(channelID).m_pSendStreamFunc = func; }
     // Takes the packet buffer away again.
-    void DropBuffer(int channelID);
+    void DropBuffer(int channelID) {
+        CMediaChannel& channel = Channel(channelID);
+        if (channel.m_pMediaBufWithRTP != nullptr) {
+            channel.m_pMediaBufWithRTP->release();
+            channel.m_pMediaBufWithRTP = nullptr;
+        }
+    }
     CMediaChannel& Channel(int channelID) { return *getMidiaChannel(channelID); }
 
     unsigned short MetaDataSeqNo() const { return m_usMetaDataSeqNo; }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gvx_common/tlv/tlv_codec.h"
+#include "gvx_common/tlv/tlv.h"
 
 // Reads a message into items. Used once: a second Decode adds to the items of the first. Nothing outside the buffer is
 // ever read: an item whose length leads beyond the end holds what is there.

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "gvx_common/media_memory/MemHandler.h"
-#include "gvx_common/tlv/tlv_codec.h"
+#include "gvx_common/tlv/tlv.h"
 
 // Builds a message in one of two forms. The map form collects items and flattens them, sorted by ascending type, on
 // Encode; each value is copied twice. The memory form appends each item to pages of the media pool in the order of the
