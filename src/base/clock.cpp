@@ -1,6 +1,7 @@
 #include "base/clock.h"
 
 #include <atomic>
+#include <new>
 
 namespace gvx {
 namespace {
@@ -17,9 +18,11 @@ public:
     std::int64_t MonotonicMicroseconds() const noexcept override { return ReadMicroseconds(CLOCK_MONOTONIC); }
 };
 
-// Threads may ask for the time while the process ends, so neither object is ever destroyed.
+// Threads may ask for the time while the process ends, so neither object is ever destroyed. Its memory is there from the
+// begin: whoever asks first may have none.
 const SystemClock& TheSystemClock() noexcept {
-    static const SystemClock* const clock = new SystemClock;
+    alignas(SystemClock) static unsigned char room[sizeof(SystemClock)];
+    static const SystemClock* const clock = new (room) SystemClock;
     return *clock;
 }
 
