@@ -59,6 +59,11 @@ public:
             TakeLine(WithoutTrailingBlanks(WithoutLeadingBlanks(line.substr(0, line.find(';')))));
         }
         CheckFloors();
+        if (m_told > 0 && !m_anyIsKnown) {
+            m_isUsable = false;
+            TellFinding(
+                {Weight::Error, m_file, 0, "not one setting that is known stands in it: it may be another file"});
+        }
         if (m_told > kMostFindings) {
             TellFinding({Weight::Warning, m_file, 0,
                          "there is more of this kind, " + std::to_string(m_told - kMostFindings) + " lines"});
@@ -123,6 +128,7 @@ private:
             Tell(Weight::Warning, "nobody knows the key " + Shown(key) + Nearest(key, &NearKey));
             return;
         }
+        m_anyIsKnown = true;
         if (std::string(row->file) != kFileOfSettings) {
             Tell(Weight::Warning, key + " is looked for in " + row->file + " alone");
             return;
@@ -168,6 +174,7 @@ private:
     const std::string& m_file;
     const FaultyFile m_faulty;
     bool m_isUsable = true;
+    bool m_anyIsKnown = false;
     int m_line = 0;
     int m_told = 0;
     std::string m_section;

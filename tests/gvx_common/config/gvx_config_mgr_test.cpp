@@ -180,7 +180,11 @@ TEST_F(ConfigMgrTest, AReloadActsLiveWaitsForARestartOrChangesNothing) {
     m_folder.WriteRooted(GVX_CLOUD_CONFIG_PATH, "<CloudConfig>\n<inited>");
     spoil("", "", net);
     EXPECT_EQ(1u, logger->Count("cloudconfig.xml:2: "));
-    EXPECT_EQ(5u, m_mgr.CountRefusedReloads());
+    std::filesystem::remove(m_folder.Path("root") + GVX_CLOUD_CONFIG_PATH);
+    m_folder.Write("zvs_gvx.conf", "; \n{\n");
+    EXPECT_EQ(1, m_mgr.Reload());
+    EXPECT_EQ(1u, logger->Count("zvs_gvx.conf: not one setting that is known stands in it"));
+    EXPECT_EQ(6u, m_mgr.CountRefusedReloads());
     EXPECT_EQ(2u, m_mgr.CountReloads());
 }
 
