@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include <sys/socket.h>
@@ -271,16 +272,16 @@ std::string SummaryText(const Json::Value& status) {
                        Text(gateway["pid"]) + "  up " + AgeText(gateway["uptime_ms"]) + "  " +
                        BytesText(gateway["resident_bytes"].asDouble()) + "  " + Text(gateway["descriptors"]) +
                        " descriptors  " + Text(gateway["threads"]) + " threads\n";
-    text += ready["ready"].asBool() ? "ready" : "not ready:";
-    if (!ready["main_service"].asBool()) {
-        text += " no main service is linked;";
-    }
-    if (!ready["alarm_store"].asBool()) {
-        text += " the alarm store is not open;";
-    }
-    if (!ready["key_files"].asBool()) {
-        text += " " + Text(ready["key_fault"]) + ";";
-    }
+    text += ready["ready"].asBool() ? "ready" : "not ready";
+    const char* next = ": ";
+    const auto add = [&](const char* what, const std::string& fault) {
+        if (!ready[what].asBool()) {
+            text += std::exchange(next, "; ") + fault;
+        }
+    };
+    add("main_service", "no main service is linked");
+    add("alarm_store", "the alarm store is not open");
+    add("key_files", Text(ready["key_fault"]));
     text += "\n\ndevices  " + Text(counts["devices"]);
     for (const std::string& state : status["device_states"].getMemberNames()) {
         text += "  " + Text(status["device_states"][state]) + " " + PrintableLine(state);
@@ -392,7 +393,11 @@ bool AskGateway(const StatusOptions& options, const std::string& request, Json::
     while (text.empty() || text.back() != '\n') {
         const ssize_t count = ::recv(socket.Get(), bytes, sizeof(bytes), 0);
         if (count <= 0 || text.size() > kAnswerLimits.bytes) {
-            error = path + ": " + (count < 0 ? std::strerror(errno) : "the answer has no end");
+            const bool silent = count < 0 && errno == EAGAIN;
+            error = path + ": " +
+                    (silent      ? "no answer within " + std::to_string(kAnswerLimitSeconds) + " s"
+                     : count < 0 ? std::strerror(errno)
+                                 : "the answer has no end");
             return false;
         }
         text.append(bytes, static_cast<std::size_t>(count));
