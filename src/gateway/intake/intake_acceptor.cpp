@@ -3,8 +3,10 @@
 #include "base/log.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 namespace gvx {
@@ -18,6 +20,12 @@ bool IsShortage(int error) {
     return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
+// A quarter of the process's descriptors: the platform and its streams need theirs.
+std::size_t MostConnections() {
+    rlimit limit{};
+    return ::getrlimit(RLIMIT_NOFILE, &limit) == 0 ? static_cast<std::size_t>(limit.rlim_cur / 4) : SIZE_MAX;
+}
+
 }  // namespace
 
 void IntakeAcceptor::WidenBacklog() {
@@ -27,6 +35,12 @@ void IntakeAcceptor::WidenBacklog() {
 }
 
 int IntakeAcceptor::accept_svc_handler(CGVXReceiver* receiver) {
+    m_isFull = CGVXReceiver::Count() > MostConnections();  // the new one among them
+    if (m_isFull) {
+        receiver->close(0);
+        errno = EMFILE;
+        return -1;
+    }
     const int result = CGVXAcceptor::accept_svc_handler(receiver);
     if (result == 0) {
         m_pauseLogged = false;
@@ -42,7 +56,8 @@ int IntakeAcceptor::handle_accept_error() {
     reactor()->cancel_wakeup(this, ACE_Event_Handler::ACCEPT_MASK);
     if (!m_pauseLogged) {
         m_pauseLogged = true;
-        GVX_LOG_ERR("Intake", "devices have to wait: %s", std::strerror(error));
+        GVX_LOG_ERR("Intake", "devices have to wait: %s",
+                    m_isFull ? "their connections take a quarter of the descriptors" : std::strerror(error));
     }
     return 0;
 }

@@ -47,14 +47,18 @@ void CGVXReceiver::operator delete(void* memory, const std::nothrow_t& tag) noex
     Base::operator delete(memory, tag);
 }
 
+std::atomic<std::size_t> CGVXReceiver::s_count{0};
+
 CGVXReceiver::CGVXReceiver(ACE_Thread_Manager* threadManager, ACE_Reactor* reactor)
     : Base(threadManager, nullptr, reactor) {
     ++g_bp_memstat;
+    ++s_count;
 }
 
 CGVXReceiver::CGVXReceiver(GvxReceiverQueue* queue, ACE_Reactor* reactor)
     : Base(nullptr, nullptr, reactor), m_queue(queue) {
     ++g_bp_memstat;
+    ++s_count;
 }
 
 CGVXReceiver::~CGVXReceiver() {
@@ -65,6 +69,7 @@ CGVXReceiver::~CGVXReceiver() {
     GVX_LOG_INFO("FD close", "GVX Close fd[%d] ", handle);
     peer().close();
     --g_bp_memstat;
+    --s_count;
     errno = error;
 }
 

@@ -6,6 +6,7 @@
 #include <ace/Svc_Handler.h>
 #include <ace/Time_Value.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -62,12 +63,17 @@ public:
     // Takes the handler and its timers out of the reactor.
     void CleanUpReactor();
 
+    // Receivers that there are in the process. Any thread.
+    static std::size_t Count() { return s_count.load(std::memory_order_relaxed); }
+
 private:
     using Base = ACE_Svc_Handler<ACE_SOCK_Stream, ACE_MT_SYNCH>;
 
     void ReadPeerAddress();
     int PostData(const char* data, std::size_t length);
     bool FillBlock(ACE_Message_Block& block, const char* data, std::size_t length) const;
+
+    static std::atomic<std::size_t> s_count;
 
     int m_peerPort = 0;
     char m_peerAddr[16] = {};
