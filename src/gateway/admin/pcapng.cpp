@@ -169,7 +169,7 @@ void AppendPcapngPacket(const PcapngPacket& packet, std::vector<char>& bytes) {
     out.Put(static_cast<std::uint32_t>(time >> 32));
     out.Put(static_cast<std::uint32_t>(time));
     out.Put(static_cast<std::uint32_t>(tags + packet.kept));
-    out.Put(static_cast<std::uint32_t>(tags + packet.whole));
+    out.Put(static_cast<std::uint32_t>(tags + std::clamp<std::size_t>(packet.whole, packet.kept, UINT32_MAX - tags)));
     out.Tag(kTagDissector, packet.dissector, std::strlen(packet.dissector));
     PutEnd(out, packet.from, kTagIpv4From, kTagIpv6From, kTagFromPort);
     PutEnd(out, packet.to, kTagIpv4To, kTagIpv6To, kTagToPort);

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <utility>
@@ -126,6 +127,9 @@ std::shared_ptr<TraceRecorder> TraceRecorder::Make(const std::string& device, co
                                             "addresses that are not known are left out.");
     if (!made->m_file.Valid() || !made->Write(head.data(), head.size())) {
         reason = path + ": " + std::strerror(errno);
+        if (made->m_file.Valid()) {
+            ::unlink(path.c_str());
+        }
         return nullptr;
     }
     return made;
@@ -166,16 +170,22 @@ bool TraceRecorder::Start(std::string& reason) {
     return true;
 }
 
-void TraceRecorder::End(const std::string& ended) noexcept {
-    try {
+void TraceRecorder::End(const char* ended) noexcept {
+    {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_facts.ended.empty()) {
-            m_facts.ended = ended;
-        }
-    } catch (const std::bad_alloc&) {
-        // Its time ends it.
+        EndLocked(ended);
     }
     m_wake.notify_one();
+}
+
+void TraceRecorder::EndLocked(const char* ended) noexcept {
+    if (std::exchange(m_endWanted, true)) {
+        return;
+    }
+    try {
+        m_facts.ended = ended;
+    } catch (const std::bad_alloc&) {  // it ends without saying why
+    }
 }
 
 TraceFacts TraceRecorder::WaitEnd(std::chrono::milliseconds limit) const {
@@ -190,19 +200,23 @@ TraceFacts TraceRecorder::Facts() const {
 }
 
 void TraceRecorder::OnMessage(const DialogueEntry& entry) noexcept {
-    PcapngPacket packet;
-    packet.dissector = DissectorOf(entry);
-    packet.from = entry.toDevice ? entry.local : entry.peer;
-    packet.to = entry.toDevice ? entry.peer : entry.local;
-    packet.outbound = entry.toDevice;
-    packet.wallUs = entry.wallUs;
-    packet.data = entry.text.data();
-    packet.kept = entry.text.size();
-    packet.whole = entry.text.size() + entry.leftOut;
-    if (entry.leftOut != 0) {
-        packet.comment = "The rest of the message was left out.";
+    try {
+        PcapngPacket packet;
+        packet.dissector = DissectorOf(entry);
+        packet.from = entry.toDevice ? entry.local : entry.peer;
+        packet.to = entry.toDevice ? entry.peer : entry.local;
+        packet.outbound = entry.toDevice;
+        packet.wallUs = entry.wallUs;
+        packet.data = entry.text.data();
+        packet.kept = entry.text.size();
+        packet.whole = entry.text.size() + entry.leftOut;
+        if (entry.leftOut != 0) {
+            packet.comment = "The rest of the message was left out.";
+        }
+        Put(packet, &TraceFacts::messages);
+    } catch (const std::bad_alloc&) {
+        CountLost();
     }
-    Put(packet, &TraceFacts::messages);
 }
 
 void TraceRecorder::OnPacket(const GvxTracedPacket& traced, std::size_t head) noexcept {
@@ -254,17 +268,22 @@ void TraceRecorder::OnFrame(bool in, const std::string& link, const char* frame,
         packet.comment = note;
         Put(packet, &TraceFacts::frames);
     } catch (const std::bad_alloc&) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_facts.lost;
+        CountLost();
     }
 }
 
-void TraceRecorder::Put(const PcapngPacket& packet, std::uint64_t TraceFacts::*count) noexcept {
+void TraceRecorder::CountLost() noexcept {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ++m_facts.lost;
+}
+
+// Takes no memory for a packet without a comment.
+void TraceRecorder::Put(const PcapngPacket& packet, std::uint64_t TraceFacts::*count) {
     const std::size_t size = PcapngPacketBytes(packet);
     bool much = false;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (!m_facts.ended.empty()) {
+        if (m_endWanted) {
             return;
         }
         if (m_filling.size() + size > kBufferBytes) {
@@ -280,31 +299,40 @@ void TraceRecorder::Put(const PcapngPacket& packet, std::uint64_t TraceFacts::*c
     }
 }
 
-void TraceRecorder::Run() {
+void TraceRecorder::Run() noexcept {
     ::pthread_setname_np(::pthread_self(), "DeviceTrace");
     bool goesOn = true;
     while (goesOn) {
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            if (m_facts.ended.empty() && m_filling.size() < kBufferBytes / 2) {
+            if (!m_endWanted && m_filling.size() < kBufferBytes / 2) {
                 m_wake.wait_for(lock, kTurn);
             }
-            if (m_facts.ended.empty() && MonotonicMilliseconds() >= m_facts.endsMs) {
-                m_facts.ended = "Its time was over.";
+            if (MonotonicMilliseconds() >= m_facts.endsMs) {
+                EndLocked("Its time was over.");
             }
-            goesOn = m_facts.ended.empty();
+            goesOn = !m_endWanted;
             m_writing.swap(m_filling);
         }
         goesOn = Turn() && goesOn;
     }
     FrameWatch::Instance().Remove(this);
     EndDeviceTrace(m_device, this);
-    WriteEnd();
+    try {
+        WriteEnd();
+    } catch (const std::bad_alloc&) {  // the file ends with its last packet
+    }
+    m_file.Reset();
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_facts.running = false;
+    }
+    m_over.notify_all();
 }
 
 // False when no more can be written.
 bool TraceRecorder::Turn() {
-    const std::size_t room = kFileBytes - kEndBytes - std::min<std::uint64_t>(Facts().bytes, kFileBytes - kEndBytes);
+    const std::size_t room = kFileBytes - kEndBytes - std::min<std::uint64_t>(m_written, kFileBytes - kEndBytes);
     const std::size_t fitting = PcapngFitting(m_writing, room);
     const bool fits = fitting == m_writing.size();
     const bool written = Write(m_writing.data(), fitting);
@@ -316,26 +344,18 @@ bool TraceRecorder::Turn() {
 }
 
 void TraceRecorder::WriteEnd() {
-    TraceFacts facts = Facts();
+    const TraceFacts facts = Facts();
     const std::string end =
         PcapngEnd(CurrentClock().WallMicroseconds(), facts.messages + facts.packets + facts.frames + facts.lost,
                   facts.lost, facts.ended);
     Write(end.data(), end.size());
-    m_file.Reset();
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_facts.running = false;
-        facts = m_facts;
-    }
-    m_over.notify_all();
     GVX_LOG_INFO("Device trace", "%s Device[%s], file[%s], %llu bytes, %llu lost.", facts.ended.c_str(),
-                 m_device.c_str(), m_path.c_str(), static_cast<unsigned long long>(facts.bytes),
+                 m_device.c_str(), m_path.c_str(), static_cast<unsigned long long>(m_written),
                  static_cast<unsigned long long>(facts.lost));
 }
 
 // Whole or not at all, so that the file can be read to its end.
 bool TraceRecorder::Write(const char* data, std::size_t size) {
-    const std::uint64_t before = Facts().bytes;
     std::size_t done = 0;
     while (done < size) {
         const ssize_t count = ::write(m_file.Get(), data + done, size - done);
@@ -344,17 +364,20 @@ bool TraceRecorder::Write(const char* data, std::size_t size) {
         }
         if (count <= 0) {
             const int fault = count < 0 ? errno : ENOSPC;
-            const bool cut = ::ftruncate(m_file.Get(), static_cast<off_t>(before)) == 0;
+            const bool cut = ::ftruncate(m_file.Get(), static_cast<off_t>(m_written)) == 0;
             GVX_LOG_WARN("Device trace", "%s cannot be written: %s.%s", m_path.c_str(), std::strerror(fault),
                          cut ? "" : " Its last packet is cut.");
-            End(std::string("The file cannot be written: ") + std::strerror(fault) + ".");
+            char ended[128];
+            std::snprintf(ended, sizeof(ended), "The file cannot be written: %s.", std::strerror(fault));
+            End(ended);
             errno = fault;
             return false;
         }
         done += static_cast<std::size_t>(count);
     }
+    m_written += size;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_facts.bytes = before + size;
+    m_facts.bytes = m_written;
     return true;
 }
 

@@ -48,7 +48,7 @@ public:
     // Begins the trace, with what was kept of the dialogue. False with a sentence; the file is then gone.
     bool Start(std::string& reason);
     // Asks it to end; ended is one sentence. The first who asks has said why. Does not wait.
-    void End(const std::string& ended) noexcept;
+    void End(const char* ended) noexcept;
     // Waits for the end of the file, for so long at most.
     TraceFacts WaitEnd(std::chrono::milliseconds limit) const;
     // Waits for the end of its thread, without a limit. To be called before the last pointer goes: that thread drops
@@ -66,8 +66,10 @@ private:
     TraceRecorder(std::string device, std::string path, int seconds);
 
     bool Concerns(const char* frame, std::size_t size);
-    void Put(const PcapngPacket& packet, std::uint64_t TraceFacts::*count) noexcept;
-    void Run();
+    void Put(const PcapngPacket& packet, std::uint64_t TraceFacts::*count);
+    void CountLost() noexcept;
+    void EndLocked(const char* ended) noexcept;
+    void Run() noexcept;
     bool Turn();
     void WriteEnd();
     bool Write(const char* data, std::size_t size);
@@ -76,11 +78,13 @@ private:
     const std::string m_path;
     UniqueFd m_file;              // of the thread, once that runs
     std::vector<char> m_writing;  // likewise
+    std::uint64_t m_written = 0;  // likewise: bytes of the file
     std::thread m_thread;
     mutable std::mutex m_mutex;      // guards what follows; nothing is written while it is held
     std::condition_variable m_wake;  // there is much to write, or the end was asked for
     mutable std::condition_variable m_over;
-    std::vector<char> m_filling;         // whole packets
+    std::vector<char> m_filling;  // whole packets
+    bool m_endWanted = false;
     std::vector<std::string> m_answers;  // transactions of frames that concerned the device; the last are kept
     std::size_t m_nextAnswer = 0;
     TraceFacts m_facts;

@@ -215,9 +215,15 @@ void CMediaSendStream::SendTurn::Note(CMediaSendStream& stream, std::size_t pack
         std::any_of(m_streams.begin(), end, [&](const auto* other) { return other->m_pQueue == stream.m_pQueue; });
     m_packets += packets;
     if (m_packets > kMostPackets || (!known && m_count == m_streams.size())) {
+        WakeAll();
+        m_packets = 0;
         stream.m_pQueue->Wake();
-    } else if (!known && stream.BeginUse(true)) {
-        m_streams[m_count++] = &stream;
+    } else if (!known) {
+        if (stream.BeginUse(true)) {
+            m_streams[m_count++] = &stream;
+        } else {
+            stream.m_pQueue->Wake();
+        }
     }
 }
 
@@ -473,6 +479,9 @@ int CMediaSendStream::HeldPackets::Put(CMediaSendStream& stream, const MEDIA_DAT
 ACE_Message_Block* CMediaSendStream::HeldPackets::TakeBlock(const gvx::PacketRun* run) {
     if (m_freeCount == 0) {
         Queue();  // what is held here may be what others wait for
+        if (SendTurn* const turn = SendTurn::Current()) {
+            turn->WakeAll();
+        }
         const std::size_t wanted = run == nullptr ? 1 : std::clamp<std::size_t>(run->Packets(), 1, kMost);
         m_freeCount = CMediaBlockBuffer::instance()->allocMediaBlocks(m_free.data(), wanted);
     }

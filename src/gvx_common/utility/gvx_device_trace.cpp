@@ -35,8 +35,9 @@ public:
 
     // Returns how many entries had to go.
     std::size_t Add(DialogueEntry entry, std::size_t limit) {
-        m_bytes += BytesOf(entry);
+        const std::size_t bytes = BytesOf(entry);
         m_entries.push_back(std::move(entry));
+        m_bytes += bytes;
         auto first = m_entries.begin();
         for (; m_bytes > limit; ++first) {
             m_bytes -= BytesOf(*first);
@@ -57,7 +58,8 @@ public:
     }
 
 private:
-    static std::size_t BytesOf(const DialogueEntry& entry) { return sizeof(entry) + entry.text.capacity(); }
+    // The same for an entry as it comes and as it goes, wherever it was moved to meanwhile.
+    static std::size_t BytesOf(const DialogueEntry& entry) { return sizeof(entry) + entry.text.size(); }
 
     std::vector<DialogueEntry> m_entries;
     std::size_t m_bytes = 0;
@@ -249,7 +251,7 @@ void Note(const std::string& device, const std::string& text, Happened what) noe
     try {
         DialogueEntry entry;
         entry.wallUs = CurrentClock().WallMicroseconds();
-        entry.text = RedactedText(text);
+        entry.text = RedactedText(std::string_view(text).substr(0, kMessageTextBytes));
         const auto sink = TraceTable::Instance().With(device, [&](TracedDevice& traced) {
             const bool wasFailing = traced.failing;
             if (what != Happened::Well) {
