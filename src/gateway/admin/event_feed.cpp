@@ -194,11 +194,7 @@ void EventFeed::Turn() {
         const std::shared_ptr<const GatewayStatus> before = LastLook();
         const std::vector<StatusEvent> events =
             before != nullptr ? CompareStatus(*before, *now) : std::vector<StatusEvent>();
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_last = std::move(now);  // ahead of the events: who hears of one finds it in the look
-        }
-        Publish(events);
+        Publish(events, std::move(now));
         if (++m_turnsSinceComment >= kTurnsPerComment) {
             m_turnsSinceComment = 0;
             const std::lock_guard<std::mutex> lock(m_mutex);
@@ -215,21 +211,35 @@ void EventFeed::Turn() {
 }
 
 // No more at a time than are kept, so that a burst fits every queue.
-void EventFeed::Publish(const std::vector<StatusEvent>& events) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+void EventFeed::Publish(const std::vector<StatusEvent>& events, std::shared_ptr<const GatewayStatus> look) {
+    std::uint64_t lastId = 0;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        lastId = m_lastId;
+    }
+    std::list<Kept> made;
     std::string all;
     const auto add = [&](const StatusEvent& event) {
-        ++m_lastId;
-        m_kept.push_back({m_lastId, EventText(m_run, m_lastId, event)});
-        all += m_kept.back().text;
-        if (m_kept.size() > kKept) {
-            m_kept.pop_front();
-        }
+        ++lastId;
+        made.push_back({lastId, EventText(m_run, lastId, event)});
+        all += made.back().text;
     };
     const std::size_t told = events.size() <= kKept ? events.size() : kKept - 1;
     std::for_each(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(told), add);
     if (told < events.size()) {
         add({"gateway", "and more", "", std::to_string(events.size() - told) + " further changes at once", false});
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (look != nullptr) {
+        m_last.swap(look);  // with the events: who hears of one finds it in the look
+    }
+    if (made.empty()) {
+        return;
+    }
+    m_lastId = lastId;
+    m_kept.splice(m_kept.end(), made);
+    while (m_kept.size() > kKept) {
+        m_kept.pop_front();
     }
     for (Reader* const reader : m_readers) {
         OfferLocked(*reader, all);
@@ -240,12 +250,15 @@ void EventFeed::OfferLocked(Reader& reader, const std::string& text) {
     if (text.empty() || reader.m_ended) {
         return;
     }
-    if (reader.m_queued.size() + text.size() > kMaxQueuedBytes) {
+    try {
+        reader.m_ended = reader.m_queued.size() + text.size() > kMaxQueuedBytes;
+        if (!reader.m_ended) {
+            reader.m_queued += text;
+        }
+    } catch (const std::bad_alloc&) {
         reader.m_ended = true;
-        ++m_dropped;
-    } else {
-        reader.m_queued += text;
     }
+    m_dropped += reader.m_ended ? 1 : 0;
     if (std::exchange(reader.m_suspended, false)) {
         reader.m_resume();
     }

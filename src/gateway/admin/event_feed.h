@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <list>
 #include <memory>
@@ -86,8 +85,9 @@ public:
     std::uint64_t CountDropped() const;
     std::size_t CountReaders() const;
 
-    // Gives events to all readers; the thread's work, and that of tests.
-    void Publish(const std::vector<StatusEvent>& events);
+    // Gives events to all readers; the thread's work, and that of tests: of one thread at a time that has any. Without
+    // memory for all of them it throws and gives none.
+    void Publish(const std::vector<StatusEvent>& events) { Publish(events, nullptr); }
 
 private:
     struct Kept {
@@ -96,6 +96,7 @@ private:
     };
 
     void Turn();
+    void Publish(const std::vector<StatusEvent>& events, std::shared_ptr<const GatewayStatus> look);
     void OfferLocked(Reader& reader, const std::string& text);
 
     std::function<GatewayStatus()> m_collect;
@@ -104,7 +105,7 @@ private:
     int m_turnsSinceComment = 0;  // of the thread
     mutable std::mutex m_mutex;   // Guards all below. Outermost: resuming a reader takes a lock of the library.
     std::shared_ptr<const GatewayStatus> m_last;
-    std::deque<Kept> m_kept;
+    std::list<Kept> m_kept;
     std::list<Reader*> m_readers;
     std::uint64_t m_lastId = 0;
     std::uint64_t m_dropped = 0;
