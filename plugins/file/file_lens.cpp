@@ -323,21 +323,23 @@ int FileLens::GetPuRecordList(GET_PU_RECORD_INFO& search, std::list<_GET_PU_RECO
 int FileLens::VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ& request) {
     return gvxplugin::Guarded(kTitle, "VcuSnapShotReqInfo", [&]() -> int {
         std::string error;
-        const std::string device = GetParentDev().GetMainDevID();
+        const std::string& device = GetParentDev().GetMainDevID();
+        gvxplugin::PictureDesk::Owed owed(*m_desk, device, GetSubDevID(), request);
         const gvxplugin::PictureBytes bytes = m_media->still->Get(error);
         if (bytes == nullptr) {
             GVX_LOG_ERR_CODE(kTitle, ZVS_OPEN_FILE_ERROR, "%s [lens:%s]", error.c_str(), GetSubDevID());
-            m_desk->NoteLost(device, GetSubDevID(), request, request.nSnapNum, error);
+            owed.SetReason(error);
             return GvxFail(ZVS_OPEN_FILE_ERROR, "%s", error.c_str());
         }
-        int result = ZVS_SUCCEED;
-        for (std::uint32_t number = 0; number < request.nSnapNum && result == ZVS_SUCCEED; ++number) {
-            result = m_desk->Keep(device, GetSubDevID(), request, bytes);
+        while (owed.Left() > 0) {
+            const int result = m_desk->Keep(device, GetSubDevID(), request, bytes);
             if (result != ZVS_SUCCEED) {
-                m_desk->NoteLost(device, GetSubDevID(), request, request.nSnapNum - number, "It cannot be kept.");
+                owed.SetReason("It cannot be kept.");
+                return result;
             }
+            owed.NoteTaken();
         }
-        return result;
+        return ZVS_SUCCEED;
     });
 }
 

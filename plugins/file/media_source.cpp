@@ -67,10 +67,12 @@ void MediaSource::UseMemory(PictureMemory& memory) {
 
 void MediaSource::GiveBackMemory(PictureMemory& memory) {
     m_video.GiveBackMemory(memory.window);
-    if (memory.picture.capacity() < m_unit.bytes.capacity()) {
-        memory.picture.swap(m_unit.bytes);
+    if (!m_unitReady) {  // else it was read, and could not be given out for want of memory
+        if (memory.picture.capacity() < m_unit.bytes.capacity()) {
+            memory.picture.swap(m_unit.bytes);
+        }
+        m_unit.bytes = std::vector<std::uint8_t>();
     }
-    m_unit.bytes = std::vector<std::uint8_t>();
     for (std::vector<std::uint8_t>* const kept : {&memory.window, &memory.picture}) {
         if (kept->capacity() > kMostKept) {
             *kept = std::vector<std::uint8_t>();
@@ -104,10 +106,10 @@ bool MediaSource::TakeAudio(MediaPacket& packet) {
 
 void MediaSource::TakePicture(MediaPacket& packet) {
     if (m_parameterSetsWanted && m_unit.key) {
-        m_parameterSetsWanted = false;
         if (!m_unit.hasParameterSets) {
             m_video.InsertParameterSets(m_unit);
         }
+        m_parameterSetsWanted = false;  // last: without memory for them the next call tries again
     }
     packet.video = true;
     packet.key = m_unit.key;

@@ -109,17 +109,25 @@ void PictureDesk::Report(ADAPTER_REPORT_TYPE type, const std::string& device, co
     }
 }
 
-void PictureDesk::Tell(ADAPTER_REPORT_TYPE type, const Picture& picture) {
+void PictureDesk::Tell(ADAPTER_REPORT_TYPE type, const Picture& picture) noexcept {
+    Tell(type, picture.device, picture.lens, picture.contentID, picture.sessionID, picture.type);
+}
+
+void PictureDesk::Tell(ADAPTER_REPORT_TYPE type, std::string_view device, std::string_view lens,
+                       std::string_view contentID, std::uint64_t sessionID, SnapType snapType) noexcept {
     ADAPTER_COMMON_MESSAGE message{};
     message.ExceptionType = type;
     message.ExceptionTime = gvx::WallSeconds();
-    message.ulIdentifyID = picture.sessionID;
-    message.enSnapType = picture.type;
+    message.ulIdentifyID = sessionID;
+    message.enSnapType = snapType;
     message.useHttps = true;
     ADAPTER_COMMON_MESSAGE_CALLBACK* const callback = m_callback;
-    if (callback != nullptr && gvx::PutText(message.chDevId, picture.device) &&
-        gvx::PutText(message.chSubDevId, picture.lens) && gvx::PutText(message.stContentId, picture.contentID)) {
-        callback(message);
+    if (callback != nullptr && gvx::PutText(message.chDevId, device) && gvx::PutText(message.chSubDevId, lens) &&
+        gvx::PutText(message.stContentId, contentID)) {
+        Guarded(m_title, "Tell", [&]() -> int {
+            callback(message);
+            return ZVS_SUCCEED;
+        });
     }
 }
 
@@ -139,10 +147,12 @@ int PictureDesk::Keep(const std::string& device, const std::string& lens, const 
                      lens.c_str());
         return ZVS_SUCCEED;
     }
-    Picture picture{device, lens, "", request.sessionId, request.enSnapType, bytes, "", ""};
-    std::list<Picture> dropped;
     std::string now;
     CGvxUtility::GetCurrentUtcTime(now, "YYYYMMDDhhmmss");
+    const std::string contentID = lens + "-" + now + "-" + std::to_string(++m_number) + ".jpg";
+    const Picture picture{device, lens, contentID, request.sessionId, request.enSnapType, bytes, "", ""};
+    std::list<Picture> kept(1, picture);  // ahead of the others' loss, which would not be told if there were no memory
+    std::list<Picture> dropped;
     std::size_t beingSent = 0;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -150,8 +160,7 @@ int PictureDesk::Keep(const std::string& device, const std::string& lens, const 
             dropped.splice(dropped.end(), m_kept, m_kept.begin());
         }
         if (HasRoomLocked(bytes->size())) {
-            picture.contentID = lens + "-" + now + "-" + std::to_string(++m_number) + ".jpg";
-            m_kept.push_back(picture);
+            m_kept.splice(m_kept.end(), kept);
         } else {
             beingSent = m_leaving.size() + m_sending.size();
         }
@@ -160,7 +169,7 @@ int PictureDesk::Keep(const std::string& device, const std::string& lens, const 
         GVX_LOG_WARN(m_title, "Picture %s is dropped: no address came for it.", one.contentID.c_str());
         Tell(ADAPTER_REPORT_PICTURE_LOST, one);
     }
-    if (picture.contentID.empty()) {
+    if (!kept.empty()) {
         return GvxFail(ZVS_GVX_GET_SNAP_SHOT_ERROR, "A picture of %zu bytes is dropped: %zu others are being sent.",
                        bytes->size(), beingSent);
     }
@@ -168,14 +177,18 @@ int PictureDesk::Keep(const std::string& device, const std::string& lens, const 
     return ZVS_SUCCEED;
 }
 
-void PictureDesk::NoteLost(const std::string& device, const std::string& lens, const PU_SNAP_CONF_REQ& request,
-                           std::uint32_t count, const std::string& reason) {
-    gvx::NoteDeviceError(device, "There is no picture. " + reason);
-    if (request.bIsUpload) {
-        const Picture none{device, lens, "", request.sessionId, request.enSnapType, nullptr, "", ""};
-        for (std::uint32_t number = 0; number < count; ++number) {
-            Tell(ADAPTER_REPORT_PICTURE_LOST, none);
-        }
+void PictureDesk::NoteLost(const std::string& device, const char* lens, const PU_SNAP_CONF_REQ& request,
+                           std::uint32_t count, const std::string& reason) noexcept {
+    if (count == 0) {
+        return;
+    }
+    Guarded(m_title, "NoteLost", [&]() -> int {
+        gvx::NoteDeviceError(device,
+                             "There is no picture. " + (reason.empty() ? "An error ended the request." : reason));
+        return ZVS_SUCCEED;
+    });
+    for (std::uint32_t number = 0; number < count && request.bIsUpload; ++number) {
+        Tell(ADAPTER_REPORT_PICTURE_LOST, device, lens, "", request.sessionId, request.enSnapType);
     }
 }
 
@@ -254,10 +267,7 @@ void PictureDesk::Run() {
         m_sending.splice(m_sending.end(), m_leaving, picture);
         lock.unlock();
         const int sent = Guarded(m_title, "Upload", [&]() -> int { return Upload(*picture) ? ZVS_SUCCEED : ZVS_FAIL; });
-        Guarded(m_title, "Tell", [&]() -> int {
-            Tell(sent == ZVS_SUCCEED ? ADAPTER_REPORT_PICTURE_SENT : ADAPTER_REPORT_PICTURE_LOST, *picture);
-            return ZVS_SUCCEED;
-        });
+        Tell(sent == ZVS_SUCCEED ? ADAPTER_REPORT_PICTURE_SENT : ADAPTER_REPORT_PICTURE_LOST, *picture);
         lock.lock();
         m_sending.erase(picture);
         m_turns.notify_one();

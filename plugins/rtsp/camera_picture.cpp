@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -23,6 +24,7 @@ namespace gvxrtsp {
 namespace {
 
 constexpr std::size_t kMostBytes = 64u * 1024 * 1024;
+constexpr std::size_t kMostTold = 1024u * 1024 * 1024;
 constexpr std::size_t kTailBytes = 1024;  // some cameras pad behind the end of a picture
 
 // A file that only its owner may read, gone with the object.
@@ -69,12 +71,16 @@ void ReportMessage(const CameraProfile& profile, bool toDevice, const char* text
     }
 }
 
-// What the heads say; the body is not looked at.
+// What the heads say; the body is not looked at. 0 as well for what is no believable length.
 std::size_t BodyBytes(const char* heads) {
     char digits[16] = {};
     int size = sizeof(digits) - 1;
     const bool given = CCommonHttpStream::ParseSession(heads, "Content-Length", digits, size, 0) == 0;
-    return given ? std::strtoul(digits, nullptr, 10) : 0;
+    const char* const begin = digits + std::strspn(digits, " \t");
+    std::size_t length = 0;
+    const char* const end = std::from_chars(begin, digits + std::strlen(digits), length).ptr;
+    const bool whole = given && end[std::strspn(end, " \t")] == '\0';
+    return whole && length <= kMostTold ? length : 0;
 }
 
 // One request and its answer: every text of the exchange passes here. authorization is null for none.

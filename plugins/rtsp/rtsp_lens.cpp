@@ -175,19 +175,21 @@ int RtspLens::EncodeRspSDP(const CStreamParam* param, std::string& sdp) {
 
 int RtspLens::VcuSnapShotReqInfo(const PU_SNAP_CONF_REQ& request) {
     return gvxplugin::Guarded(kTitle, "VcuSnapShotReqInfo", [&]() -> int {
+        gvxplugin::PictureDesk::Owed owed(m_device.Desk(), m_device.GetMainDevID(), GetSubDevID(), request);
         const std::uint32_t intervalMs = request.nSnapInterval;  // by value: the record is packed
         for (std::uint32_t number = 0; number < request.nSnapNum; ++number) {
             if (number > 0 && !PauseBetweenPictures(std::chrono::milliseconds(intervalMs))) {
+                owed.SetReason("The lens goes.");
                 return GvxFail(ZVS_FAIL, "The lens goes.");
             }
             std::string error;
             const int result = TakePicture(request, error);
             if (result != ZVS_SUCCEED) {
                 GVX_LOG_WARN_CODE(kTitle, result, "There is no picture. %s [lens:%s]", error.c_str(), GetSubDevID());
-                m_device.Desk().NoteLost(m_device.GetMainDevID(), GetSubDevID(), request, request.nSnapNum - number,
-                                         error);
+                owed.SetReason(error);
                 return GvxFail(result, "%s", error.c_str());
             }
+            owed.NoteTaken();
         }
         return ZVS_SUCCEED;
     });

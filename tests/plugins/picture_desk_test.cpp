@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <list>
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -69,9 +70,16 @@ TEST_F(PictureDeskTest, SixteenPicturesAreTakenAtATimeAndWhatIsNotTakenIsTold) {
     EXPECT_FALSE(PictureDesk::Turn(m_desk, soon()).HasCome());
     turns.pop_back();
     EXPECT_TRUE(PictureDesk::Turn(m_desk, soon()).HasCome());
+    const std::string device = "CAM1";
     m_request.sessionId = 7;
-    m_desk.NoteLost("CAM1", "CAM1_0", m_request, 2, "It is dark.");
-    EXPECT_EQ(std::vector<std::string>(2, "103 7 "), Reports(""));
+    m_request.nSnapNum = 3;
+    try {
+        PictureDesk::Owed owed(m_desk, device, "CAM1_0", m_request);
+        owed.NoteTaken();
+        throw std::bad_alloc();
+    } catch (const std::bad_alloc&) {
+        EXPECT_EQ(std::vector<std::string>(2, "103 7 "), Reports("")) << "told on every way out";
+    }
     for (int i = 0; i < 65; ++i) {
         EXPECT_EQ(0, m_desk.Keep("CAM1", "CAM1_0", m_request, std::make_shared<std::string>("picture")));
     }
