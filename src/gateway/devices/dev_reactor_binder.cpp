@@ -5,6 +5,7 @@
 #include "gvx_common/config/setting_table.h"
 #include "gvx_common/event/gvx_dev_reactor_mgr.h"
 
+#include <algorithm>
 #include <chrono>
 #include <iterator>
 #include <system_error>
@@ -110,12 +111,15 @@ CGvxReactor* DevReactorBinder::BindForAddition(const std::string& key, std::stri
     if (!HasPlaceLocked(key, reason)) {
         return nullptr;
     }
+    std::list<Note> note(1, {key, true, false});
     CGvxReactor* reactor = BindLocked(key);
     if (reactor == nullptr) {
         reason = "There is no device reactor.";
         return nullptr;
     }
     ++m_waitingAdditions[key];
+    const std::lock_guard<std::mutex> notesLock(m_notesMutex);
+    m_waitingNotes.splice(m_waitingNotes.end(), note);
     return reactor;
 }
 
@@ -166,21 +170,23 @@ std::vector<CGvxReactor*> DevReactorBinder::Reactors() {
     return CGvxDevReactorMgr::Instance()->Reactors();
 }
 
-void DevReactorBinder::SettleAddition(const std::string& key, bool deviceExists) {
-    Leave({key, true, deviceExists});
+void DevReactorBinder::SettleAddition(const std::string& key, bool deviceExists) noexcept {
+    const std::lock_guard<std::mutex> lock(m_notesMutex);
+    const auto note = std::find_if(m_waitingNotes.begin(), m_waitingNotes.end(),
+                                   [&key](const Note& each) { return each.key == key; });
+    if (note != m_waitingNotes.end()) {
+        note->deviceExists = deviceExists;
+        m_notes.splice(m_notes.end(), m_waitingNotes, note);
+    }
 }
 
 void DevReactorBinder::SettleDeletion(const std::string& key) {
-    Leave({key, false, false});
-}
-
-void DevReactorBinder::Leave(Note note) {
     const std::lock_guard<std::mutex> lock(m_notesMutex);
-    m_notes.push_back(std::move(note));
+    m_notes.push_back({key, false, false});
 }
 
 void DevReactorBinder::ActOnNotesLocked() {
-    std::vector<Note> notes;
+    std::list<Note> notes;
     {
         const std::lock_guard<std::mutex> lock(m_notesMutex);
         notes.swap(m_notes);

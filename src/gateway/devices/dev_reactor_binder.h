@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <ctime>
+#include <list>
 #include <map>
 #include <mutex>
 #include <set>
@@ -48,7 +49,7 @@ public:
     CGvxReactor* BindForAddition(const std::string& key, std::string& reason);
     // That addition was served, or could not be queued. Keeps the key bound when the device exists, and releases it
     // otherwise unless more additions wait. Any thread.
-    void SettleAddition(const std::string& key, bool deviceExists);
+    void SettleAddition(const std::string& key, bool deviceExists) noexcept;
     // The device was deleted. Any thread.
     void SettleDeletion(const std::string& key);
 
@@ -72,7 +73,6 @@ private:
     CGvxReactor* BindLocked(const std::string& key);
     void ReleaseLocked(const std::string& key);
     bool HasPlaceLocked(const std::string& key, std::string& reason) const;
-    void Leave(Note note);
     void ActOnNotesLocked();
     void SettleLocked(const Note& note);
 
@@ -84,8 +84,9 @@ private:
     std::thread m_maker;
     std::condition_variable m_sparesWanted;
     bool m_stopMaking = false;
-    std::mutex m_notesMutex;    // Innermost.
-    std::vector<Note> m_notes;  // Guarded by m_notesMutex.
+    std::mutex m_notesMutex;  // Innermost; guards what follows.
+    std::list<Note> m_notes;
+    std::list<Note> m_waitingNotes;  // one for each addition that waits: to settle it takes no memory
 };
 
 }  // namespace gvx

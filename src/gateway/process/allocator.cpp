@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <optional>
 #include <thread>
+#include <utility>
 
 #include <malloc.h>
 #include <unistd.h>
@@ -20,11 +22,13 @@ constexpr std::int64_t kMuch = 8 << 20;
 constexpr std::int64_t kStill = 1 << 20;
 
 // Bytes in memory without those that are in use, and with an amount that stays about the same. What has been given back
-// counts as free by the allocator's own figures.
-std::int64_t SpareBytes() {
+// counts as free by the allocator's own figures. None when it cannot be known.
+std::optional<std::int64_t> SpareBytes() {
     std::int64_t total = 0;
     std::int64_t resident = 0;
-    std::ifstream("/proc/self/statm") >> total >> resident;
+    if (!(std::ifstream("/proc/self/statm") >> total >> resident)) {
+        return std::nullopt;
+    }
     const struct mallinfo2 figures = ::mallinfo2();
     return resident * ::sysconf(_SC_PAGESIZE) - static_cast<std::int64_t>(figures.uordblks + figures.hblkhd);
 }
@@ -46,14 +50,17 @@ void SpareMemory::Look(std::int64_t nowMs) {
         return;
     }
     m_nextLookMs = nowMs + kLookMs;
-    const std::int64_t before = m_spare;
-    m_spare = SpareBytes();
+    const std::optional<std::int64_t> spare = SpareBytes();
+    if (!spare) {
+        return;
+    }
+    const std::int64_t before = std::exchange(m_spare, *spare);
     m_leastSpare = std::min(m_leastSpare, m_spare);
     if (m_spare - m_leastSpare < kMuch || std::abs(m_spare - before) > kStill || nowMs < m_nextGivingMs) {
         return;
     }
     ::malloc_trim(0);
-    m_leastSpare = SpareBytes();
+    m_leastSpare = SpareBytes().value_or(m_leastSpare);
     m_nextGivingMs = nowMs + kGivingMs;
     GVX_DEBUG("%lld bytes without use went back to the system.", static_cast<long long>(m_spare - m_leastSpare));
 }

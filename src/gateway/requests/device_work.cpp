@@ -38,10 +38,7 @@ void AnswerAdded(const BP::CCmd& cmd, const std::string& code, const std::vector
 // Settles an addition however its work ends: the key would stay bound for ever otherwise.
 class AdditionSettler {
 public:
-    AdditionSettler(GatewayContext& context, const std::string& device, CGvxReactor* reactor)
-        : m_context(context), m_device(device) {
-        m_context.devices.NoteAddition(device, reactor);
-    }
+    AdditionSettler(GatewayContext& context, const std::string& device) : m_context(context), m_device(device) {}
     ~AdditionSettler() {
         m_context.devices.NoteAddition(m_device, nullptr);
         m_context.binder.SettleAddition(m_device, m_context.devices.Contains(m_device));
@@ -100,8 +97,8 @@ int AddMainDevice(GatewayContext& context, BP::CGvxSessionBase& session, const B
     Added added;
     Result result;
     {
-        const AdditionSettler settler(context, code,
-                                      session.GetReactor());  // before the answer: the platform may go on at once
+        const AdditionSettler settler(context, code);  // before the answer: the platform may go on at once
+        context.devices.NoteAddition(code, session.GetReactor());
         result = AddDevice(context, session, cmd, added);
     }
     if (result.Failed()) {

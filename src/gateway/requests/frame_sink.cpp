@@ -143,13 +143,20 @@ void FrameSink::PushAddition(BP::CCmd& cmd, const std::string& device) {
         return;
     }
     cmd.SetAttachment(request);
-    if (!Push(cmd, device, reactor)) {
+    if (!Queue(cmd, device, reactor)) {
         m_context.binder.SettleAddition(device, m_context.devices.Contains(device));
+        AnswerBare(cmd, ZVS_FAIL);
     }
 }
 
-// False when the queue refuses it; it is then answered.
-bool FrameSink::Push(BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor) {
+// What the queue refuses is answered.
+void FrameSink::Push(BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor) {
+    if (!Queue(cmd, device, reactor)) {
+        AnswerBare(cmd, ZVS_FAIL);
+    }
+}
+
+bool FrameSink::Queue(BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor) {
     CGvxNssCmd entry;
     entry.m_pCmd = &cmd;  // the queue takes a clone
     entry.m_tRecvTime = BP::OSTime::Time();
@@ -162,7 +169,6 @@ bool FrameSink::Push(BP::CCmd& cmd, const std::string& device, CGvxReactor* reac
         GVX_LOG_ERR_CODE("Request refused", ZVS_FAIL, "cmd[0x%04x] finds no reactor. [dev:%s, link:%s]", cmd.GetReqID(),
                          device.c_str(), cmd.GetNetLinkID().c_str());
     }
-    AnswerBare(cmd, ZVS_FAIL);
     return false;
 }
 

@@ -27,7 +27,8 @@ public:
 private:
     int TakeOrThrow(BP::CCmd& cmd);
     void PushAddition(BP::CCmd& cmd, const std::string& device);
-    bool Push(BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor);
+    void Push(BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor);
+    bool Queue(BP::CCmd& cmd, const std::string& device, CGvxReactor* reactor);
     static bool ConsumeOwnAnswer(const BP::CCmd& cmd);
     static int ForwardToOmu(const BP::CCmd& cmd);
 

@@ -375,12 +375,16 @@ void CEmergencyProtection::ForgetEnded(const std::vector<gvx::OutboundAlarm>& cl
         const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
         std::vector<Alarm_Item> items;
         std::vector<Pair> left;
+        items.reserve(clears.size());  // what was counted below is not counted again
+        left.reserve(clears.size());
         for (const gvx::OutboundAlarm& clear : clears) {
-            Pair pair(clear.endedId, clear.endedInfo);
-            const auto ending = m_endings.find(pair);
+            const auto ending = m_endings.find(Pair(clear.endedId, clear.endedInfo));
+            if (ending == m_endings.end() || ending->second.clear != clear.ending) {
+                continue;
+            }
+            Pair pair = ending->first;
             Alarm_Item item{};
-            if (ending == m_endings.end() || ending->second.clear != clear.ending ||
-                ++ending->second.partsGone < clear.parts || !PutType("Alarm cleared", item, pair.first) ||
+            if (++ending->second.partsGone < clear.parts || !PutType("Alarm cleared", item, pair.first) ||
                 !PutInfo("Alarm cleared", item, pair.second)) {
                 continue;
             }

@@ -78,9 +78,8 @@ int CCloudConfigMgr::ReadFlag() {
     const std::string path = gvx::RootedPath(GVX_CLOUD_CONFIG_PATH);
     CBB::CXml xml;
     if (!xml.Load(path.c_str())) {
-        // Init reads twice.
-        GVX_LOG(std::exchange(m_toldMissing, true) ? OM_LOG_DEBUG : OM_LOG_INFO, "CCloudConfigMgr::Init",
-                "xmlCloudConfig load failed:[%s].", path.c_str());
+        const int level = std::exchange(m_toldMissing, true) ? OM_LOG_DEBUG : OM_LOG_INFO;  // Init reads twice
+        GVX_LOG(level, "CCloudConfigMgr::Init", "xmlCloudConfig load failed:[%s].", path.c_str());
         return ZVS_FAIL;
     }
     m_toldMissing = false;

@@ -328,9 +328,11 @@ bool CGvxReactor::DiscardTimeoutCmd(std::unique_ptr<BP::CCmd>& cmd) {
 int CGvxReactor::handle_exception(ACE_HANDLE) {
     BP::CGvxNssCmd_& entry = m_served;
     std::unique_ptr<BP::CCmd> cmd;
+    int code = ZVS_FAIL;
     try {
         return ServeNextCmd(entry, cmd);
     } catch (const std::exception& fault) {
+        code = dynamic_cast<const std::bad_alloc*>(&fault) != nullptr ? ZVS_ALLOC_MEMORY_ERROR : ZVS_FAIL;
         GVX_LOG_ERR("handle cmd", "Serving reqID[0x%04x] threw: %s devID[%s]", cmd != nullptr ? cmd->GetReqID() : 0,
                     fault.what(), entry.m_devID.c_str());
     } catch (...) {
@@ -338,7 +340,7 @@ int CGvxReactor::handle_exception(ACE_HANDLE) {
                     cmd != nullptr ? cmd->GetReqID() : 0, entry.m_devID.c_str());
     }
     if (cmd != nullptr) {
-        BP::Refuse(*cmd, ZVS_FAIL);
+        BP::Refuse(*cmd, code);
     }
     return 1;
 }
