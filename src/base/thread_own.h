@@ -10,7 +10,8 @@ namespace gvx {
 
 // An object of each thread, made when the thread first asks for it and destroyed when the thread ends; main's never is.
 // In place of a thread_local with a destructor, for which the C library takes memory and ends the process where it
-// finds none. Of static storage; T's default constructor does not throw.
+// finds none. Of static storage; T's default constructor does not throw. Not in a plug-in: a thread may end behind the
+// library that destroys its object.
 template <typename T>
 class ThreadOwn {
 public:

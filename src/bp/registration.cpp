@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <new>
 
 namespace BP {
@@ -25,6 +26,13 @@ constexpr ElementRow kElements[] = {
     {"SCU", 10105}, {"OMU", 60105}, {"MU", 30105}, {"IMGU", 240105}, {"GVX", 40105},
 };
 constexpr int kUnidentified = 80105;
+
+const ElementRow* FindElement(const std::string& linkID) {
+    const auto* const found =
+        std::find_if(std::begin(kElements), std::end(kElements),
+                     [&linkID](const ElementRow& row) { return linkID.find(row.name) != std::string::npos; });
+    return found != std::end(kElements) ? found : nullptr;
+}
 
 constexpr std::size_t kMaxIdentifierChars = 40;
 
@@ -64,12 +72,13 @@ bool IsLinkIdentifier(const std::string& text) {
 }
 
 int ElementTypeOf(const std::string& linkID) {
-    for (const ElementRow& element : kElements) {
-        if (linkID.find(element.name) != std::string::npos) {
-            return element.code;
-        }
-    }
-    return kUnidentified;
+    const ElementRow* const row = FindElement(linkID);
+    return row != nullptr ? row->code : kUnidentified;
+}
+
+const char* ElementNameOf(const std::string& linkID) {
+    const ElementRow* const row = FindElement(linkID);
+    return row != nullptr ? row->name : nullptr;
 }
 
 MessageBlockPtr MakeRegisterRequest(const std::string& localID) {

@@ -17,6 +17,8 @@ bool IsLinkIdentifier(const std::string& text);
 // The net element code of a peer from its link identifier: 10105 SCU, 60105 OMU, 30105 MU, 240105 IMGU, 40105 GVX,
 // otherwise 80105. The first name that is found in this order decides, since "OMU" contains "MU".
 int ElementTypeOf(const std::string& linkID);
+// The name that decides so, such as "SCU"; null for none. Static text.
+const char* ElementNameOf(const std::string& linkID);
 
 // Control frames are marked by their block's type and not counted among a link's frames. Null when there is no memory.
 MessageBlockPtr MakeRegisterRequest(const std::string& localID);

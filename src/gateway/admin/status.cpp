@@ -2,6 +2,7 @@
 
 #include "base/alarm_store.h"
 #include "base/clock.h"
+#include "bp/registration.h"
 #include "gateway/admin/heartbeat.h"
 #include "gateway/alarms/plugin_troubles.h"
 #include "gateway/plugins/plugin_guard.h"
@@ -69,13 +70,11 @@ constexpr AlarmName kAlarms[] = {{ALARM_GVX_LOG_BACK_FAIL, "log files cannot be 
                                  {ALARM_GVX_SYS_PORT_CONFLICT, "a port is in use"},
                                  {ALARM_GVX_CONNECT_THIRD_PARTY_SERVERS_FAIL, "a server cannot be reached"}};
 
-// The link's kind by the letters of its identifier.
+// The link's kind by the letters of its identifier: no other word of a peer.
 const char* LinkKind(const std::string& linkID) {
-    constexpr const char* kKinds[] = {"SCU", "OMU", "MU", "IMGU", "GVX"};
     const std::string letters = linkID.substr(0, linkID.find('#'));
-    const auto* const found =
-        std::find_if(std::begin(kKinds), std::end(kKinds), [&letters](const char* kind) { return letters == kind; });
-    return found != std::end(kKinds) ? *found : "other";
+    const char* const name = BP::ElementNameOf(letters);
+    return name != nullptr && letters == name ? name : "other";
 }
 
 struct ProcessStart {
