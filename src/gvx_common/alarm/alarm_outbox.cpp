@@ -240,10 +240,25 @@ bool AlarmOutbox::LinksHaveRoom() {
            BP::CDispatcher::RoomOf(GvxConnectionMgr()->GetOmuLinkId()) != BP::LinkRoom::Full;
 }
 
-void AlarmOutbox::Send() {
+void AlarmOutbox::HoldBack() {
     std::unique_lock<std::mutex> lock(m_mutex);
+    m_heldBack = true;
+    m_turnEnded.wait_for(lock, kTurnLimit, [this] { return !m_sending; });
+}
+
+void AlarmOutbox::LetGo() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_heldBack = false;
+    SendLocked(std::move(lock));
+}
+
+void AlarmOutbox::Send() {
+    SendLocked(std::unique_lock<std::mutex>(m_mutex));
+}
+
+void AlarmOutbox::SendLocked(std::unique_lock<std::mutex> lock) {
     m_sendAgain = true;
-    if (m_sending) {
+    if (m_sending || m_heldBack) {
         return;
     }
     m_sending = true;
@@ -255,9 +270,11 @@ void AlarmOutbox::Send() {
         GVX_LOG_ERR_CODE("Alarm delivery", ZVS_ALLOC_MEMORY_ERROR, "%zu alarms wait for memory.", m_line.alarms.size());
     } catch (...) {
         m_sending = false;
+        m_turnEnded.notify_all();
         throw;
     }
     m_sending = false;
+    m_turnEnded.notify_all();
     const std::uint64_t lost = m_line.alarms.empty() ? std::exchange(m_line.lost, 0) : 0;
     m_lost += lost;
     const std::uint64_t all = m_lost;

@@ -3,6 +3,8 @@
 #include "bp/net_factory.h"
 #include "gvx_common/records/gvx_alarm_records.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -91,6 +93,13 @@ public:
     // since.
     void Send();
 
+    // From HoldBack on nothing is sent, until LetGo sends what waits as Send does, on its own thread: what the caller
+    // sends before the one and behind the other stands around the alarms. HoldBack waits for a sending that is under
+    // way, at most kTurnLimit; one that takes longer goes on beside the caller.
+    void HoldBack();
+    void LetGo();
+    static constexpr std::chrono::seconds kTurnLimit{1};
+
     // What waits, oldest first, that for OMU behind the rest.
     std::vector<HeldAlarm> Waiting() const;
     std::size_t CountWaiting() const;
@@ -114,6 +123,7 @@ private:
     int HoldFirst(Alarms& from);
     void PushLocked(Line& line, Alarms& from);
     void LetSend();
+    void SendLocked(std::unique_lock<std::mutex> lock);
     void SendLine(std::unique_lock<std::mutex>& lock);
     bool SendOne(OutboundAlarm& alarm);
     void LeaveToOmu(OutboundAlarm& alarm);
@@ -135,7 +145,9 @@ private:
     std::uint64_t m_nextEvent = 0;  // the next alarm's event number
     std::uint64_t m_lost = 0;
     bool m_sending = false;
-    bool m_sendAgain = false;  // somebody has asked while another sent
+    bool m_sendAgain = false;  // somebody has asked while another sent, or while the alarms were held back
+    bool m_heldBack = false;
+    std::condition_variable m_turnEnded;  // m_sending is false again
 };
 
 }  // namespace gvx

@@ -126,9 +126,12 @@ public:
                          const std::string& description);
 
     // Sends what is held, oldest first, as fast as the links take it; what they do not take now stays, in its order,
-    // for the next call. 0. On the opening of a main service the thread of that event sends, since ports are reported
-    // behind it; at other times the keeper.
+    // for the next call. 0.
     int SendAlarmCacheToGvx();
+    // A main service opens: nothing is sent until it has the list of plug-ins, and then by the thread of that event,
+    // as by SendAlarmCacheToGvx, since the ports are reported behind it.
+    void HoldAlarmsBack() { m_outbox.HoldBack(); }
+    void LetAlarmsGo() { m_outbox.LetGo(); }
 
     // What is remembered, by identifier and text.
     struct Remembered {

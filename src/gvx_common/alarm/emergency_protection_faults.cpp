@@ -38,8 +38,11 @@ public:
 [[maybe_unused]] const bool g_registered = [] {
     static ConfigFaults faults;
     gvx::SetConfigAlarmSink(&faults);
+    CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::Opening, [](const std::string& /*linkId*/) {
+        CEmergencyProtection::Instance()->HoldAlarmsBack();
+    });
     CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::HeldAlarms, [](const std::string& /*linkId*/) {
-        CEmergencyProtection::Instance()->SendAlarmCacheToGvx();
+        CEmergencyProtection::Instance()->LetAlarmsGo();
     });
     return true;
 }();

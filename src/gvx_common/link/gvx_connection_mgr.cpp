@@ -24,13 +24,27 @@ constexpr std::size_t kPeerNameLength = 3;    // "SCU", "GVX"
 constexpr std::size_t kPeerPrefixLength = 4;  // "SCU#", "GVX#"
 constexpr unsigned short kAlarmControlSelf = GVX_INTERNAL_REQ_ALARM_CONTROL;
 
-std::array<std::atomic<MainServiceObserver>, 2> g_mainServiceSteps{};  // by MainServiceStep
+std::array<std::atomic<MainServiceObserver>, 3> g_mainServiceSteps{};  // by MainServiceStep
 
 void TakeMainServiceStep(MainServiceStep step, const std::string& linkId) {
     if (const MainServiceObserver observer = g_mainServiceSteps[static_cast<std::size_t>(step)]; observer != nullptr) {
         observer(linkId);
     }
 }
+
+// The beginning of an opening: no alarm leaves ahead of what is announced in its scope.
+class AlarmsBehind {
+public:
+    explicit AlarmsBehind(const std::string& linkId) : m_linkId(linkId) {
+        TakeMainServiceStep(MainServiceStep::Opening, m_linkId);
+    }
+    ~AlarmsBehind() { TakeMainServiceStep(MainServiceStep::HeldAlarms, m_linkId); }
+    AlarmsBehind(const AlarmsBehind&) = delete;
+    AlarmsBehind& operator=(const AlarmsBehind&) = delete;
+
+private:
+    const std::string& m_linkId;
+};
 
 std::string NodeText(const std::string& id) {
     return id.size() > kPeerPrefixLength ? id.substr(kPeerPrefixLength) : std::string();
@@ -340,13 +354,15 @@ void CGvxConnectionMgr::OnIMGULinkClosed(const std::string& linkId, const std::s
 void CGvxConnectionMgr::OnGVXMainServiceLinkOpened(const std::string& linkId, const std::string& ip,
                                                    unsigned int port) {
     {
-        const std::lock_guard<std::mutex> lock(m_connectionMutex);
-        m_gvxMainServiceConnection = MakeConnection(linkId, kElementOMU, ip, port);
-        m_mainServices.remove_if([&linkId](const CGvxConnection& other) { return other.GetLinkId() == linkId; });
-        m_mainServices.push_back(m_gvxMainServiceConnection);
+        const AlarmsBehind alarms(linkId);
+        {
+            const std::lock_guard<std::mutex> lock(m_connectionMutex);
+            m_gvxMainServiceConnection = MakeConnection(linkId, kElementOMU, ip, port);
+            m_mainServices.remove_if([&linkId](const CGvxConnection& other) { return other.GetLinkId() == linkId; });
+            m_mainServices.push_back(m_gvxMainServiceConnection);
+        }
+        BP::CPluginMgr::RegisterPlugin();
     }
-    BP::CPluginMgr::RegisterPlugin();
-    TakeMainServiceStep(MainServiceStep::HeldAlarms, linkId);
     // The list of ports waits for its answer, and what follows waits for the list.
     const auto lastSteps = [this, linkId] {
         TakeMainServiceStep(MainServiceStep::UsedPorts, linkId);

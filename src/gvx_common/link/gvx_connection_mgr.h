@@ -39,8 +39,9 @@ constexpr int kElementUnknown = 80105;
 // The way to the device layer: called for link events, outside every lock of this class.
 using GvxExceptionCallback = void (*)(ADAPTER_COMMON_MESSAGE&);
 
-// What follows upon the opening of the main-service link, in this order, once the plug-ins have been announced.
-enum class MainServiceStep { HeldAlarms, UsedPorts };
+// Steps of the opening of the main-service link that rooms above this one take: ahead of the plug-ins' announcement,
+// and in this order behind it. HeldAlarms follows upon Opening whatever fails between them.
+enum class MainServiceStep { Opening, HeldAlarms, UsedPorts };
 using MainServiceObserver = void (*)(const std::string& linkId);
 // Does work of a link event that may wait for the peer's answer, so that it holds up the events of other links not.
 using PeerWaitRunner = std::function<void(std::function<void()> work)>;

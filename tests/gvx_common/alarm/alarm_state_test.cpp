@@ -8,6 +8,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <cstddef>
 #include <filesystem>
 #include <map>
@@ -251,6 +252,48 @@ TEST_F(AlarmState, OneOrderForAnObjectWhileTheLinkComesAndGoes) {
         ASSERT_EQ(sent[at].find("_ON|") != std::string::npos, at % 2 == 0) << at;
     }
     EXPECT_EQ(0, Stored());
+}
+
+TEST_F(AlarmState, AMainServiceGetsPluginsThenAlarmsThenPortsWhoeverSends) {
+    constexpr unsigned short kPlugins = 0x02D7;
+    constexpr unsigned int kAlarm = 0x0C76;
+    constexpr unsigned short kPorts = 0x0BAA;
+    class Registry : public BP::IPluginRegistry {
+        int RegisterPlugin() override {
+            return GvxConnectionMgr()->SendRetMsgWithJson(kPlugins, "{}", kElementGVX, std::string(), std::string());
+        }
+        bool FindPlugin(const std::string& /*name*/, BP::CPluginInfo& /*info*/) override { return false; }
+    } registry;
+    CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::UsedPorts, [](const std::string& /*linkId*/) {
+        GvxConnectionMgr()->SendRetMsgWithJson(kPorts, "{}", kElementGVX, std::string(), std::string());
+    });
+    BP::CPluginMgr::SetImplementation(&registry);
+    CEmergencyProtection& alarms = *CEmergencyProtection::Instance();
+    std::atomic<bool> ends{false};
+    std::thread keeper([&alarms, &ends] {
+        while (!ends) {
+            alarms.SendAlarmCacheToGvx();
+        }
+    });
+    const std::vector<unsigned int> stated{kPlugins, kAlarm, kAlarm, kPorts};
+    for (int round = 0; round < 200 && !HasFailure(); ++round) {
+        CloseMainService();
+        m_frames.Take();
+        alarms.CachePluginAlarm("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE, "a", "");
+        alarms.CachePluginAlarm("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE, "b", "");
+        OpenMainService();
+        std::vector<unsigned int> types;
+        for (const CaughtFrame& frame : m_frames.Take()) {
+            if (frame.linkID == kMain) {
+                types.push_back(frame.Type());
+            }
+        }
+        EXPECT_EQ(stated, types) << "round " << round;
+    }
+    ends = true;
+    keeper.join();
+    BP::CPluginMgr::SetImplementation(nullptr);
+    CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::UsedPorts, nullptr);
 }
 
 TEST_F(AlarmState, WhatALinkHadInItsQueueWhenItClosedLeavesByTheNextOne) {
