@@ -4,6 +4,7 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Timer_Heap.h>
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -98,14 +99,17 @@ private:
     static HandleMap MakeRecord(int handle, ACE_Event_Handler* handler, ACE_Reactor_Mask mask);
     int RefuseRegistration(int error, int handle, ACE_Event_Handler* handler);
     int WaitForEvent(ACE_Time_Value* maxWait, epoll_event& event, int& count);
+    bool TakeKnownRing(epoll_event& event) const;
+    void NoteHandles();
     bool DispatchOne(const epoll_event& event, int& result);
     bool DispatchNotification(ACE_Event_Handler* handler, int handle, int& result);
     void DispatchToHandler(ACE_Event_Handler* handler, const epoll_event& event, HandleCallback callback,
                            ACE_Reactor_Mask mask);
     void Rearm(ACE_Event_Handler* handler, const epoll_event& event);
 
-    ACE_Recursive_Thread_Mutex m_mutex;  // Outermost: held while a handler runs, which may take its own locks.
-    HandleMap m_handleMap;               // Guarded by m_mutex, as are all epoll_ctl calls.
+    ACE_Recursive_Thread_Mutex m_mutex;          // Outermost: held while a handler runs, which may take its own locks.
+    HandleMap m_handleMap;                       // Guarded by m_mutex, as are all epoll_ctl calls.
+    std::atomic<bool> m_hasOnlyDoorbell{false};  // Written under m_mutex.
     int m_epfd = -1;
     bool m_opened = false;
     ACE_Timer_Heap* m_timerQueue = nullptr;  // owned when m_deleteTimerQueue

@@ -181,11 +181,11 @@ int NVR_Reactor_Notify::dequeue_one(ACE_Notification_Buffer& buffer) {
 
 int NVR_Reactor_Notify::read_notify_pipe(ACE_HANDLE, ACE_Notification_Buffer& buffer) {
     m_pushesBeforePop = m_pushes.load();
-    bool moreQueued = false;
+    m_moreQueued = false;
     ACE_Notification_Buffer next;
     int popped = 0;
     do {
-        popped = m_notificationQueue.pop_next_notification(buffer, moreQueued, next);
+        popped = m_notificationQueue.pop_next_notification(buffer, m_moreQueued, next);
     } while (popped == 1 && buffer.eh_ == nullptr);
     if (popped < 0) {
         GVX_LOG_ERR("notify", "failed to pop next notification from m_notificationQueue.");
@@ -193,8 +193,8 @@ int NVR_Reactor_Notify::read_notify_pipe(ACE_HANDLE, ACE_Notification_Buffer& bu
     }
     // While items are queued the pipe holds a byte, and it stays for the next pass: emptying the pipe only to ring
     // again would cost two system calls for each item of a burst.
-    m_emptyAfterService = !moreQueued && buffer.eh_ != nullptr;
-    if (!moreQueued && buffer.eh_ == nullptr) {
+    m_emptyAfterService = !m_moreQueued && buffer.eh_ != nullptr;
+    if (!m_moreQueued && buffer.eh_ == nullptr) {
         EmptyPipeUnlessPushed();
     }
     return 1;

@@ -56,6 +56,8 @@ public:
 
     // read_notify_pipe on the pipe's read handle, with the buffer cleared first.
     int dequeue_one(ACE_Notification_Buffer& buffer);
+    // True when the item taken last had others behind it: the pipe is readable then. The reactor's thread alone.
+    bool IsKnownToRing() const { return m_moreQueued; }
 
 private:
     int OpenPipe();
@@ -73,4 +75,5 @@ private:
     std::atomic<unsigned long> m_pushes{0};  // raised behind each push and before its ring
     unsigned long m_pushesBeforePop = 0;     // the reactor's thread alone
     bool m_emptyAfterService = false;        // the reactor's thread alone
+    bool m_moreQueued = false;               // the reactor's thread alone
 };

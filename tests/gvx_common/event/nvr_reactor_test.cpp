@@ -242,6 +242,32 @@ TEST_F(NvrReactorTest, NotificationsOfManyThreadsAllArriveAndTheBellNeverBlocks)
     EXPECT_EQ(0, Pass()) << "and the bell is silent then";
 }
 
+TEST_F(NvrReactorTest, ABurstOfNotificationsLeavesTheirTurnsToHandlesAndTimers) {
+    RecordingHandler notified;
+    for (int item = 0; item < 6; ++item) {
+        ASSERT_EQ(0, m_reactor.notify(&notified, kExcept));
+    }
+    Passes(2);
+    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead));
+    m_pair.Send("x");
+    Passes(2);
+    EXPECT_EQ("input", m_handler.Calls());
+    ASSERT_EQ(0, m_reactor.remove_handler(&m_handler, kRead));
+    Passes(1);
+    ASSERT_NE(-1, m_reactor.schedule_timer(&m_handler, nullptr, ACE_Time_Value::zero));
+    Passes(1);
+    EXPECT_EQ("timeout", m_handler.Calls());
+    EXPECT_EQ("exception exception exception exception", notified.Calls());
+    Passes(2);
+    EXPECT_EQ("exception exception", notified.Calls());
+    ASSERT_EQ(0, m_reactor.notify(&notified, kExcept));
+    ASSERT_EQ(0, m_reactor.notify(&notified, kExcept));
+    Passes(1);
+    EXPECT_EQ(1, m_reactor.purge_pending_notifications(&notified));
+    Passes(2);
+    EXPECT_EQ("exception", notified.Calls());
+}
+
 TEST_F(NvrReactorTest, NotificationCallsWhatItsMaskNames) {
     const std::vector<std::pair<ACE_Reactor_Mask, std::string>> rows = {
         {kRead, "input"}, {ACE_Event_Handler::ACCEPT_MASK, "input"}, {kWrite, "output"}, {kExcept, "exception"}};
