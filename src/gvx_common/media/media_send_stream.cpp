@@ -489,9 +489,12 @@ ACE_Message_Block* CMediaSendStream::HeldPackets::TakeBlock(const gvx::PacketRun
     return m_freeCount == 0 ? nullptr : m_free[--m_freeCount];
 }
 
-// Blocks come back from another processor: head, data block and data are on their way before they are written.
+// Blocks come back from another processor: head, data block and the room for a usual packet are on their way before
+// they are written.
 void CMediaSendStream::HeldPackets::FetchAhead() const {
     constexpr std::size_t kStep = 2;
+    constexpr std::size_t kUsualPacket = 1344;
+    constexpr std::size_t kCacheLine = 64;
     if (m_freeCount > 3 * kStep) {
         __builtin_prefetch(m_free[m_freeCount - 1 - 3 * kStep], 1);
     }
@@ -499,7 +502,10 @@ void CMediaSendStream::HeldPackets::FetchAhead() const {
         __builtin_prefetch(m_free[m_freeCount - 1 - 2 * kStep]->data_block(), 1);
     }
     if (m_freeCount > kStep) {
-        __builtin_prefetch(m_free[m_freeCount - 1 - kStep]->base(), 1);
+        const char* const room = m_free[m_freeCount - 1 - kStep]->base();
+        for (std::size_t at = 0; at < kUsualPacket; at += kCacheLine) {
+            __builtin_prefetch(room + at, 1);
+        }
     }
 }
 

@@ -28,6 +28,16 @@ const unsigned char* ScanStartCode(const unsigned char* first, const unsigned ch
     return nullptr;
 }
 
+// The scan is the first to touch a frame, and a processor's own look ahead ends with each page. Past the end of the
+// frame this fetches what nobody needs, and faults never.
+inline __attribute__((always_inline)) void FetchAhead(const unsigned char* block) {
+    constexpr std::uintptr_t kAhead = 2048;
+    constexpr std::uintptr_t kCacheLine = 64;
+    const std::uintptr_t ahead = reinterpret_cast<std::uintptr_t>(block) + kAhead;
+    __builtin_prefetch(reinterpret_cast<const void*>(ahead));
+    __builtin_prefetch(reinterpret_cast<const void*>(ahead + kCacheLine));
+}
+
 using Words = std::uint16_t __attribute__((vector_size(32)));
 
 // Whether one of the 16-bit words of a block is zero.
@@ -50,6 +60,7 @@ inline __attribute__((always_inline)) bool HasZeroWord(const unsigned char* bloc
 GVX_WIDE_VECTORS const unsigned char* FindStartCode(const unsigned char* from, const unsigned char* end) {
     const unsigned char* block = from;
     for (; end - block >= kBlock; block += kBlock) {
+        FetchAhead(block);
         if (HasZeroWord(block)) {
             const unsigned char* found = ScanStartCode(block == from ? from : block - 1, block + kBlock, end);
             if (found != nullptr) {
