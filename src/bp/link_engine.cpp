@@ -567,7 +567,7 @@ std::shared_ptr<Link> LinkEngine::FindOpen(const std::string& linkID) const {
 
 int LinkEngine::Send(const std::string& linkID, ACE_Message_Block* block) {
     const std::shared_ptr<Link> link = FindOpen(linkID);
-    return link != nullptr ? link->Send(block) : ZVS_NET_SEND_ERROR;
+    return link != nullptr && SendReceipt::Allows(link->Progress()) ? link->Send(block) : int{ZVS_NET_SEND_ERROR};
 }
 
 LinkRoom LinkEngine::RoomOf(const std::string& linkID) const {

@@ -106,6 +106,27 @@ int CNetFactory::DeleteClientLinkByAddr(const char* ip, int port, int type) {
     return engine->RemoveConnector(ConnectorKey{peer.ip, port, type});
 }
 
+thread_local SendReceipt* SendReceipt::s_current = nullptr;
+
+SendReceipt::SendReceipt(std::shared_ptr<const LinkProgress> only) : m_only(std::move(only)) {
+    s_current = this;
+}
+
+SendReceipt::~SendReceipt() {
+    s_current = nullptr;
+}
+
+bool SendReceipt::Allows(const std::shared_ptr<const LinkProgress>& connection) {
+    return s_current == nullptr || s_current->m_only == nullptr || s_current->m_only == connection;
+}
+
+void SendReceipt::Note(const std::shared_ptr<const LinkProgress>& connection, std::uint64_t number) {
+    if (s_current != nullptr) {
+        s_current->m_taker = connection;
+        s_current->m_number = number;
+    }
+}
+
 int CNetFactory::Send(const std::string& linkID, ACE_Message_Block* block) {
     if (block == nullptr) {
         return ZVS_NULL_POINTER;

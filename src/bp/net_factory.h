@@ -73,6 +73,32 @@ struct LinkProgress {
     std::atomic<bool> closed{false};        // no more will be written
 };
 
+// What becomes of the frames that the thread which makes it sends while it lives: which connection has queued the last
+// of them, and as the how manieth of its frames. A link's name passes from one connection to the next; with one named
+// here every other refuses, as if there were no such link. One at a time in a thread.
+class SendReceipt {
+public:
+    // null: any connection may take them.
+    explicit SendReceipt(std::shared_ptr<const LinkProgress> only = nullptr);
+    ~SendReceipt();
+    SendReceipt(const SendReceipt&) = delete;
+    SendReceipt& operator=(const SendReceipt&) = delete;
+
+    // Null while none has queued a frame.
+    const std::shared_ptr<const LinkProgress>& Connection() const { return m_taker; }
+    std::uint64_t Number() const { return m_number; }  // from 1
+
+    // Of the links: whether this connection may take what the calling thread sends, and that it has.
+    static bool Allows(const std::shared_ptr<const LinkProgress>& connection);
+    static void Note(const std::shared_ptr<const LinkProgress>& connection, std::uint64_t number);
+
+private:
+    static thread_local SendReceipt* s_current;
+    const std::shared_ptr<const LinkProgress> m_only;
+    std::shared_ptr<const LinkProgress> m_taker;
+    std::uint64_t m_number = 0;
+};
+
 // Whether a link's queue takes more of what need not leave at once.
 enum class LinkRoom { NoLink, Full, Free };
 

@@ -40,7 +40,7 @@ SendQueue::PushResult SendQueue::Push(ACE_Message_Block* block) {
     m_last = block;
     m_bytes += bytes;
     m_account.Charge(bytes);
-    ++m_progress->queued;
+    SendReceipt::Note(m_progress, ++m_progress->queued);
     return PushResult::Queued;
 }
 

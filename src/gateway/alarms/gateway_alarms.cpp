@@ -95,11 +95,15 @@ void StartAlarms() {
     }
 }
 
+void HoldAlarms() {
+    CEmergencyProtection::Instance()->HoldAlarmsBack();
+}
+
 void StopAlarms() {
     CEmergencyProtection::Instance()->SetKeeper({});
     Keeper().Stop();
     g_watch.reset();
-    CEmergencyProtection::Instance()->SendAlarmCacheToGvx();  // what has left until now needs its row no more
+    CEmergencyProtection::Instance()->LetAlarmsGo();  // what has left until now needs its row no more
     CEmergencyProtection::Instance()->CloseStore();
 }
 

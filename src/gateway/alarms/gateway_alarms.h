@@ -30,6 +30,8 @@ std::string DataFolderPath();
 // reason not to start: it raises its own alarm. Once, behind everything that can refuse the start, so that what is
 // cleared can leave; the faults of the log files raise and clear their alarms from then on.
 void StartAlarms();
+// Leaves the alarms that wait to the next start; ahead of the links' end. StopAlarms follows.
+void HoldAlarms();
 // Ends the above and closes the store; alarms that come later are kept in memory alone.
 void StopAlarms();
 

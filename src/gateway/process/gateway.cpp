@@ -330,8 +330,10 @@ void Gateway::StopServing() {
     m_serves = false;
 }
 
-// The events that the links' end has brought are served to the last one, while devices and plug-ins still stand.
+// The events that the links' end has brought are served to the last one, while devices and plug-ins still stand. Alarms
+// are held back ahead of it: one that only one of its peers has had would be ended for both.
 void Gateway::StopLinks() {
+    HoldAlarms();
     BP::CNetFactory::Stop();
     m_context->linkEvents.Stop();
     CGvxConnectionMgr::Instance()->SetPeerWaitRunner({});

@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/zvs_error.h"
 #include "bp/dispatcher.h"
+#include "bp/net_factory.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
@@ -49,13 +50,14 @@ private:
     std::unique_lock<std::mutex>& m_lock;
 };
 
-// Sends to a link by `send`; whether the link has queued the frame, whose place in the queue is noted. Throws without
-// memory.
+// Sends by `send`; whether a link has queued the frame, whose place in the queue is noted. `only` is the connection
+// that may take it, null for any. Throws without memory.
 template <typename Send>
-bool SendNoted(const std::string& linkId, QueuedFrame& frame, Send send) {
+bool SendNoted(const std::string& linkId, const std::shared_ptr<const BP::LinkProgress>& only, QueuedFrame& frame,
+               Send send) {
     const std::shared_ptr<const BP::LinkProgress> before = BP::CDispatcher::ProgressOf(linkId);
-    // The gateway holds frames for a link that is just opening back for a moment, hence at least the next number.
     const std::uint64_t next = before != nullptr ? before->queued + 1 : 0;
+    const BP::SendReceipt receipt(only);
     const SendOutcome outcome = send();
     if (outcome.noMemory) {
         throw std::bad_alloc();
@@ -63,8 +65,10 @@ bool SendNoted(const std::string& linkId, QueuedFrame& frame, Send send) {
     if (!outcome.sent) {
         return false;
     }
-    frame.link = before;
-    frame.number = before != nullptr ? std::max<std::uint64_t>(before->queued, next) : 0;
+    // Frames for a link that is just opening are held back by the gateway for a moment: they come behind what it has.
+    const bool queued = receipt.Connection() != nullptr;
+    frame.link = queued ? receipt.Connection() : before;
+    frame.number = queued ? receipt.Number() : next;
     return true;
 }
 
@@ -184,7 +188,7 @@ void AlarmOutbox::AddBehindOmu(std::vector<OutboundAlarm> alarms) {
                 Queue(added);
             }
         }
-        if (waits) {
+        if (waits && GvxConnectionMgr()->GetOmuLinkId().empty()) {
             return;
         }
     }
@@ -192,8 +196,16 @@ void AlarmOutbox::AddBehindOmu(std::vector<OutboundAlarm> alarms) {
 }
 
 void AlarmOutbox::OmuIsKnown() {
-    {
+    LetSend();
+}
+
+// Where memory ends the rest joins at the next sending.
+void AlarmOutbox::JoinBehindOmu() noexcept {
+    try {
         const std::lock_guard<std::mutex> lock(m_omuMutex);
+        if (m_behindOmu.alarms.empty() || GvxConnectionMgr()->GetOmuLinkId().empty()) {
+            return;
+        }
         while (!m_behindOmu.alarms.empty()) {
             const std::size_t repeats = m_behindOmu.alarms.front().repeats ? 1 : 0;
             Queue(m_behindOmu.alarms);
@@ -201,8 +213,9 @@ void AlarmOutbox::OmuIsKnown() {
         }
         const std::lock_guard<std::mutex> lineLock(m_mutex);
         m_line.lost += std::exchange(m_behindOmu.lost, 0);
+    } catch (const std::bad_alloc&) {
+        GVX_LOG_ERR_CODE("Alarm delivery", ZVS_ALLOC_MEMORY_ERROR, "Alarms behind the link to OMU wait for memory.");
     }
-    LetSend();
 }
 
 int AlarmOutbox::Hold(OutboundAlarm alarm) {
@@ -233,48 +246,54 @@ int AlarmOutbox::HoldFirst(Alarms& from) {
     return ZVS_SUCCEED;
 }
 
-// OMU's part is lost while OMU has no link; a link that is there must have room.
+// OMU's part is lost while OMU has no link; a link that is there must have room. A main service that has registered
+// anew gets nothing until its opening is served.
 bool AlarmOutbox::LinksHaveRoom() {
-    const std::string mainService = GvxConnectionMgr()->MainServiceLinkId();
-    return !mainService.empty() && BP::CDispatcher::RoomOf(mainService) == BP::LinkRoom::Free &&
+    const CGvxConnection mainService = GvxConnectionMgr()->MainServiceConnection();
+    const std::string& link = mainService.GetLinkId();
+    return !link.empty() && BP::CDispatcher::ProgressOf(link) == mainService.GetProgress() &&
+           BP::CDispatcher::RoomOf(link) == BP::LinkRoom::Free &&
            BP::CDispatcher::RoomOf(GvxConnectionMgr()->GetOmuLinkId()) != BP::LinkRoom::Full;
 }
 
 void AlarmOutbox::HoldBack() {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_heldBack = true;
-    m_turnEnded.wait_for(lock, kTurnLimit, [this] { return !m_sending; });
+    m_turnEnded.wait(lock, [this] { return !m_sending; });
 }
 
+// The keeper tells the store, so that what the caller sends next need not wait for a disk.
 void AlarmOutbox::LetGo() {
+    JoinBehindOmu();
     std::unique_lock<std::mutex> lock(m_mutex);
+    const std::shared_ptr<const std::function<void()>> wake = m_wake;
     m_heldBack = false;
-    SendLocked(std::move(lock));
+    SendLocked(std::move(lock), wake == nullptr);
+    if (wake != nullptr) {
+        (*wake)();
+    }
 }
 
 void AlarmOutbox::Send() {
-    SendLocked(std::unique_lock<std::mutex>(m_mutex));
+    JoinBehindOmu();
+    SendLocked(std::unique_lock<std::mutex>(m_mutex), true);
 }
 
-void AlarmOutbox::SendLocked(std::unique_lock<std::mutex> lock) {
+// One thread sends at a time, and one tells what has left; the store that is told may take its time.
+void AlarmOutbox::SendLocked(std::unique_lock<std::mutex> lock, bool tells) {
     m_sendAgain = true;
-    if (m_sending || m_heldBack) {
-        return;
-    }
-    m_sending = true;
     try {
-        while (std::exchange(m_sendAgain, false)) {
-            SendLine(lock);
-        }
+        do {
+            if (!m_sending) {
+                SendFrames(lock, tells);
+            }
+            if (tells) {
+                TellEnded(lock);
+            }
+        } while (tells && m_sendAgain && !m_sending && !m_telling && !m_heldBack);
     } catch (const std::bad_alloc&) {  // the next sending goes on where this one ends
         GVX_LOG_ERR_CODE("Alarm delivery", ZVS_ALLOC_MEMORY_ERROR, "%zu alarms wait for memory.", m_line.alarms.size());
-    } catch (...) {
-        m_sending = false;
-        m_turnEnded.notify_all();
-        throw;
     }
-    m_sending = false;
-    m_turnEnded.notify_all();
     const std::uint64_t lost = m_line.alarms.empty() ? std::exchange(m_line.lost, 0) : 0;
     m_lost += lost;
     const std::uint64_t all = m_lost;
@@ -286,18 +305,20 @@ void AlarmOutbox::SendLocked(std::unique_lock<std::mutex> lock) {
 }
 
 // An alarm stays the first of the line until it has left.
-void AlarmOutbox::SendLine(std::unique_lock<std::mutex>& lock) {
+void AlarmOutbox::SendFrames(std::unique_lock<std::mutex>& lock, bool tells) {
+    struct Turn {
+        explicit Turn(AlarmOutbox& owner) : outbox(owner) { outbox.m_sending = true; }
+        ~Turn() {
+            outbox.m_sending = false;
+            outbox.m_turnEnded.notify_all();
+        }
+        AlarmOutbox& outbox;
+    };
+    const Turn turn(*this);
+    m_sendAgain = false;
     SettleLocked();
     bool goesOn = true;
-    for (std::size_t sent = 1; goesOn && !m_line.alarms.empty(); ++sent) {
-        // What was lost with a link goes ahead of what waits.
-        if (!m_inQueues.empty() && (m_inQueues.back().ksp.IsLost() || m_inQueues.back().omu.IsLost() ||
-                                    m_inQueues.size() == 1 || sent % kMostEndedAtOnce == 0)) {
-            SettleLocked();
-        }
-        if (m_left.size() >= kMostEndedAtOnce) {
-            TellEnded(lock);
-        }
+    for (std::size_t sent = 1; goesOn && NextMayLeave(sent, tells); ++sent) {
         const Alarms::iterator alarm = m_line.alarms.begin();
         {
             const Unlocked unlocked(lock);
@@ -313,7 +334,21 @@ void AlarmOutbox::SendLine(std::unique_lock<std::mutex>& lock) {
         }
     }
     SettleLocked();
-    TellEnded(lock);
+}
+
+bool AlarmOutbox::NextMayLeave(std::size_t sent, bool tells) {
+    // What was lost with a link goes ahead of what waits.
+    if (!m_inQueues.empty() && (m_inQueues.back().ksp.IsLost() || m_inQueues.back().omu.IsLost() ||
+                                m_inQueues.size() == 1 || sent % kMostEndedAtOnce == 0)) {
+        SettleLocked();
+    }
+    // Where so many clears have left, the sending goes on when they are told: no more come twice from a process that is
+    // killed.
+    if (tells && m_left.size() >= kMostEndedAtOnce) {
+        m_sendAgain = true;
+        return false;
+    }
+    return !m_heldBack && !m_line.alarms.empty();
 }
 
 // Takes out of the queues' list what has left, and what was lost with a link back into the line, ahead of the rest.
@@ -342,15 +377,21 @@ void AlarmOutbox::SettleLocked() noexcept {
 
 // What has been told is forgotten behind it: whatever fails, it is told again.
 void AlarmOutbox::TellEnded(std::unique_lock<std::mutex>& lock) {
-    if (m_left.empty()) {
+    if (m_left.empty() || m_telling) {
         return;
     }
     const std::vector<OutboundAlarm> clears(m_left.begin(), m_left.end());
+    struct Turn {
+        explicit Turn(bool& flag) : telling(flag) { telling = true; }
+        ~Turn() { telling = false; }
+        bool& telling;
+    };
+    const Turn turn(m_telling);
     {
         const Unlocked unlocked(lock);
         m_ended(clears);
     }
-    m_left.clear();
+    m_left.erase(m_left.begin(), std::next(m_left.begin(), static_cast<std::ptrdiff_t>(clears.size())));
 }
 
 // False when a link has taken its part no more: what it has not taken is sent to it again, as it is where memory ends.
@@ -368,35 +409,39 @@ bool AlarmOutbox::SendOne(OutboundAlarm& alarm) {
         return true;
     }
     CGvxConnectionMgr& links = *GvxConnectionMgr();
-    if (alarm.toKsp &&
-        SendNoted(links.MainServiceLinkId(), alarm.ksp, [&] { return links.ReportGatewayAlarm(report); })) {
+    const CGvxConnection mainService = links.MainServiceConnection();
+    const std::string omu = links.GetOmuLinkId();
+    if (alarm.toKsp && SendNoted(mainService.GetLinkId(), mainService.GetProgress(), alarm.ksp,
+                                 [&] { return links.ReportGatewayAlarm(report); })) {
         alarm.toKsp = false;
         alarm.handed = true;
     }
-    if (alarm.toOmu && SendNoted(links.GetOmuLinkId(), alarm.omu, [&] { return links.ReportToOmu(report); })) {
+    if (alarm.toOmu && SendNoted(omu, nullptr, alarm.omu, [&] { return links.ReportToOmu(report); })) {
         alarm.toOmu = false;
         alarm.handed = true;
     }
-    const bool done = !(alarm.toKsp || alarm.toOmu) || LinksHaveRoom();
-    if (done && alarm.toOmu && alarm.forBoth) {
-        LeaveToOmu(alarm);
-    }
-    return done;
+    // A part that another main service's taking over has refused goes to that one.
+    const bool done = !(alarm.toKsp || alarm.toOmu) ||
+                      (LinksHaveRoom() && links.MainServiceConnection().GetProgress() == mainService.GetProgress());
+    return done && alarm.toOmu && alarm.forBoth && omu.empty() ? LeaveToOmu(alarm) : done;
 }
 
 // OMU's part, which could not be sent, waits for OMU's first link. Behind that it is lost like any other, and what the
-// alarm clears is not ended in this process.
-void AlarmOutbox::LeaveToOmu(OutboundAlarm& alarm) {
+// alarm clears is not ended in this process. False when that link has come meanwhile: it is sent again.
+bool AlarmOutbox::LeaveToOmu(OutboundAlarm& alarm) {
     Alarms one{alarm};
     OutboundAlarm& part = one.front();
     part.toKsp = false;
     part.ksp = {};
-    part.parts = alarm.parts = alarm.handed ? 2 : part.parts;
+    part.parts = alarm.handed ? 2 : part.parts;
     part.handed = false;
     const std::lock_guard<std::mutex> lock(m_omuMutex);
-    if (GvxConnectionMgr()->GetOmuLinkId().empty()) {
-        PushLocked(m_behindOmu, one);
+    if (!GvxConnectionMgr()->GetOmuLinkId().empty()) {
+        return false;
     }
+    alarm.parts = part.parts;
+    PushLocked(m_behindOmu, one);
+    return true;
 }
 
 std::vector<HeldAlarm> AlarmOutbox::Waiting() const {

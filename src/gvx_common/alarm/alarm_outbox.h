@@ -3,7 +3,6 @@
 #include "bp/net_factory.h"
 #include "gvx_common/records/gvx_alarm_records.h"
 
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -66,7 +65,7 @@ class AlarmOutbox {
 public:
     static constexpr std::size_t kMostHeld = 131072;
 
-    // Told of clears that have left, several at a time, on the sending thread outside every lock.
+    // Told of clears that have left, several at a time, on a sending thread outside every lock, while others may send.
     using Ended = std::function<void(const std::vector<OutboundAlarm>& clears)>;
 
     explicit AlarmOutbox(Ended ended) : m_ended(std::move(ended)) {}
@@ -93,12 +92,12 @@ public:
     // since.
     void Send();
 
-    // From HoldBack on nothing is sent, until LetGo sends what waits as Send does, on its own thread: what the caller
-    // sends before the one and behind the other stands around the alarms. HoldBack waits for a sending that is under
-    // way, at most kTurnLimit; one that takes longer goes on beside the caller.
+    // From HoldBack on nothing is sent, the alarm that is on its way to its links excepted, whose sending HoldBack
+    // waits for. LetGo sends what waits as Send does, on its own thread: what the caller sends before the one and
+    // behind the other stands around the alarms, as many as the links have room for. What has left is told all the
+    // while.
     void HoldBack();
     void LetGo();
-    static constexpr std::chrono::seconds kTurnLimit{1};
 
     // What waits, oldest first, that for OMU behind the rest.
     std::vector<HeldAlarm> Waiting() const;
@@ -123,14 +122,16 @@ private:
     int HoldFirst(Alarms& from);
     void PushLocked(Line& line, Alarms& from);
     void LetSend();
-    void SendLocked(std::unique_lock<std::mutex> lock);
-    void SendLine(std::unique_lock<std::mutex>& lock);
+    void SendLocked(std::unique_lock<std::mutex> lock, bool tells);
+    void SendFrames(std::unique_lock<std::mutex>& lock, bool tells);
+    bool NextMayLeave(std::size_t sent, bool tells);
     bool SendOne(OutboundAlarm& alarm);
-    void LeaveToOmu(OutboundAlarm& alarm);
+    bool LeaveToOmu(OutboundAlarm& alarm);
+    void JoinBehindOmu() noexcept;
     void SettleLocked() noexcept;
     void TellEnded(std::unique_lock<std::mutex>& lock);
     static bool Fill(GVX_ALARM_REPORT& report, const HeldAlarm& alarm);
-    static bool LinksHaveRoom();
+    static bool LinksHaveRoom();  // while the main service's opening is served, too
 
     const Ended m_ended;
     // Guards the list for OMU and the step from it into the line. Taken ahead of m_mutex; nothing is sent under it.
@@ -144,7 +145,8 @@ private:
     std::shared_ptr<const std::function<void()>> m_wake;
     std::uint64_t m_nextEvent = 0;  // the next alarm's event number
     std::uint64_t m_lost = 0;
-    bool m_sending = false;
+    bool m_sending = false;    // a thread sends; outside m_mutex it is at the first alarm of the line
+    bool m_telling = false;    // a thread tells m_left
     bool m_sendAgain = false;  // somebody has asked while another sent, or while the alarms were held back
     bool m_heldBack = false;
     std::condition_variable m_turnEnded;  // m_sending is false again

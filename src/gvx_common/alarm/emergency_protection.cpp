@@ -124,7 +124,7 @@ int CEmergencyProtection::LoadAlarmStatus(const std::string& path) {
     m_reopenAtMs = 0;
     DeleteLeftRows();
     if (result == ZVS_SUCCEED) {
-        SendResumes("ALARM_GVX_FLOW_CONTROL_ERROR_OFF", "", flows);
+        SendResumes("ALARM_GVX_FLOW_CONTROL_ERROR_OFF", "", flows, true);
         GVX_LOG_INFO("DelAlarmStatusItemAndSendResume", "Clear alarm Status map ok.");
     }
     return result;
@@ -327,18 +327,22 @@ int CEmergencyProtection::DelAlarmStatusItemAndSendResume(const std::string& id,
     for (auto& entry : byAge) {
         pairs.push_back(std::move(entry.second));
     }
-    SendResumes(resumeType, info, pairs);
+    SendResumes(resumeType, info, pairs, false);
     GVX_LOG_INFO("DelAlarmStatusItemAndSendResume", "Clear alarm Status map ok.");
     return ZVS_SUCCEED;
 }
 
+// Of an earlier process' alarms none is cleared that this process has raised meanwhile: its rows serve that one.
 void CEmergencyProtection::SendResumes(const std::string& resumeType, const std::string& info,
-                                       const std::vector<Pair>& pairs) {
+                                       const std::vector<Pair>& pairs, bool ofEarlier) {
     std::vector<gvx::OutboundAlarm> resumes;
     resumes.reserve(pairs.size());
     {
         const std::lock_guard<BP_Thread_Mutex> guard(m_Mutex);
         for (const Pair& pair : pairs) {
+            if (ofEarlier && m_openAlarms.count(pair) != 0) {
+                continue;
+            }
             const std::string& text = info.empty() ? pair.second : info;
             gvx::OutboundAlarm resume{{resumeType, GVX_ALARM_DEV_TYPE, text, text}};
             resume.tellsStore = false;

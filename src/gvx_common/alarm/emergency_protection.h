@@ -129,7 +129,8 @@ public:
     // for the next call. 0.
     int SendAlarmCacheToGvx();
     // A main service opens: nothing is sent until it has the list of plug-ins, and then by the thread of that event,
-    // as by SendAlarmCacheToGvx, since the ports are reported behind it.
+    // as by SendAlarmCacheToGvx, since the ports are reported behind it. Likewise while the links end, one by one: what
+    // waits then is left to the next start.
     void HoldAlarmsBack() { m_outbox.HoldBack(); }
     void LetAlarmsGo() { m_outbox.LetGo(); }
 
@@ -184,7 +185,8 @@ private:
     // when the pair is not remembered.
     void EndByLocked(gvx::OutboundAlarm& alarm, const Pair& pair);
     void ForgetEnded(const std::vector<gvx::OutboundAlarm>& clears);
-    void SendResumes(const std::string& resumeType, const std::string& info, const std::vector<Pair>& pairs);
+    void SendResumes(const std::string& resumeType, const std::string& info, const std::vector<Pair>& pairs,
+                     bool ofEarlier);
     int RestoreItems(int count, std::vector<Pair>& flows);
     bool StoreRemembered();
     void DeleteLeftRows();

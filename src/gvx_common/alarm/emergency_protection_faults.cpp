@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <exception>
 
 // What raises and clears the gateway's own alarms.
 
@@ -41,8 +42,13 @@ public:
     CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::Opening, [](const std::string& /*linkId*/) {
         CEmergencyProtection::Instance()->HoldAlarmsBack();
     });
+    // What it throws would end the process behind the plug-ins' announcement; the next sending goes on.
     CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::HeldAlarms, [](const std::string& /*linkId*/) {
-        CEmergencyProtection::Instance()->LetAlarmsGo();
+        try {
+            CEmergencyProtection::Instance()->LetAlarmsGo();
+        } catch (const std::exception& fault) {
+            GVX_LOG_ERR("Alarm delivery", "The held alarms wait: %s", fault.what());
+        }
     });
     return true;
 }();

@@ -1,7 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <utility>
+
+namespace BP {
+struct LinkProgress;
+}
 
 // What is known of one platform link. A plain record; whoever holds it guards it.
 class CGvxConnection {
@@ -24,6 +30,10 @@ public:
     const std::string& GetElementIP() const { return m_strElementIP; }
     void SetElementIP(const std::string& elementIP) { m_strElementIP = elementIP; }
 
+    // Which of the connections that have had this identifier it is; null where nothing but the identifier is known.
+    const std::shared_ptr<const BP::LinkProgress>& GetProgress() const { return m_progress; }
+    void SetProgress(std::shared_ptr<const BP::LinkProgress> progress) { m_progress = std::move(progress); }
+
     std::uint32_t GetElementPort() const { return m_uElementPort; }
     void SetElementPort(std::uint32_t elementPort) { m_uElementPort = elementPort; }
 
@@ -33,4 +43,5 @@ private:
     std::uint32_t m_uElementType = 0;
     bool m_bConnected = false;
     std::uint32_t m_uElementPort = 0;
+    std::shared_ptr<const BP::LinkProgress> m_progress;
 };

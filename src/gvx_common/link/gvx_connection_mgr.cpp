@@ -4,6 +4,7 @@
 #include "base/fixed_text.h"
 #include "base/log.h"
 #include "base/net_interface.h"
+#include "bp/dispatcher.h"
 #include "bp/message_block_ptr.h"
 #include "bp/net_factory.h"
 #include "bp/registration.h"
@@ -61,6 +62,7 @@ CGvxConnection MakeConnection(const std::string& linkId, int elementType, const 
     connection.SetLinkId(linkId);
     connection.SetElementIP(ip);
     connection.SetElementPort(port);
+    connection.SetProgress(BP::CDispatcher::ProgressOf(linkId));
     return connection;
 }
 

@@ -93,7 +93,8 @@ public:
 
     std::string GetOmuLinkId();             // keeps the last one after the link has closed
     std::string MainServiceLinkId() const;  // empty while it is down; writes no line
-    std::string GetScuLinkId();             // the first SCU link; empty when there is none
+    CGvxConnection MainServiceConnection() const;
+    std::string GetScuLinkId();  // the first SCU link; empty when there is none
 
     // Whose service id requests carry. The first non-null pointer sticks; it is not owned.
     void SetGvxService(BP::IService* pGvxService);
@@ -207,7 +208,6 @@ private:
     SendOutcome SendAlarmReportToKSP(const GVX_DEVICE_ALARM_REPORT_INFO& info);
     // False, with a warning, before the cloud side has taken the gateway over.
     static bool AlarmsMayLeave();
-    CGvxConnection MainServiceConnection() const;
     // The gateway's own identifier and its text behind "GVX#"; false, with an error line, when it is too short.
     static bool OwnNodeText(std::string& ownId, std::string& nodeText);
 

@@ -315,6 +315,7 @@ TEST_F(AlarmState, WhatALinkHadInItsQueueWhenItClosedLeavesByTheNextOne) {
     };
     CEmergencyProtection& alarms = *CEmergencyProtection::Instance();
     std::unique_ptr<FakePeer> peer = link();
+    OpenMainService();
     const std::shared_ptr<const BP::LinkProgress> progress = BP::CNetFactory::ProgressOf(kMain);
     for (int number = 0; number < kAlarms; ++number) {
         alarms.SetGvxBPAlarmRepMsg("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE, std::to_string(number), "", false);
@@ -334,6 +335,14 @@ TEST_F(AlarmState, WhatALinkHadInItsQueueWhenItClosedLeavesByTheNextOne) {
             ASSERT_EQ(std::to_string(number++), TextAt(frame->body, 1132, 256));
         }
     }
+    // One that registers anew under the name gets nothing ahead of its opening.
+    const std::shared_ptr<const BP::LinkProgress> former = BP::CNetFactory::ProgressOf(kMain);
+    const std::unique_ptr<FakePeer> anew = link();
+    ASSERT_TRUE(WaitUntil([&former] { return BP::CNetFactory::ProgressOf(kMain) != former; }));
+    alarms.SetGvxBPAlarmRepMsg("ALARM_GVX_CONFIG_READ_FAIL", GVX_ALARM_DEV_TYPE, "late", "", false);
+    EXPECT_EQ(1u, alarms.CountHeldAlarms());
+    OpenMainService();
+    EXPECT_EQ(0u, alarms.CountHeldAlarms());
     BP::CNetFactory::Stop();
 }
 
