@@ -85,10 +85,14 @@ def push_alarms(options, folder, stack):
     check_alarms(device.sendall, platform.main, seconds)
 
     senders = [connect() for _ in range(2 * RATE)]
-    for sender in senders:
-        sender.sendall(line("shield", "start"))
     warning = "On Flux Control Warn Protocal=TCP,Msg Queue=Intake,FlowControlCode=[speed limit exceeded]"
-    e2e.wait_until(lambda: gateway.lines(warning), seconds, "an alarm of the flow control")
+
+    def flood():
+        for sender in senders:
+            sender.sendall(line("shield", "start"))
+        return gateway.lines(warning)
+
+    e2e.wait_until(flood, seconds, "an alarm of the flow control")
     e2e.check(len(gateway.lines(warning)) == 1, "the flow control raised its alarm more than once")
     platform.omu.keeps_alive(seconds)
     e2e.check(not gateway.lines("devices have to wait"), "descriptors ran out")

@@ -5,6 +5,7 @@ long another link waited for its answers meanwhile, and what the gateway held be
 
 What is allowed here is wide, since the machine may be busy; what was found broken once went far beyond it.
 """
+import collections
 import contextlib
 import errno
 import itertools
@@ -388,7 +389,12 @@ def print_table(rows):
 
 
 def descriptors(gateway):
-    return len(list(pathlib.Path(f"/proc/{gateway.process.pid}/fd").iterdir()))
+    """What each is, where it still is anything."""
+    found = []
+    for path in pathlib.Path(f"/proc/{gateway.process.pid}/fd").iterdir():
+        with contextlib.suppress(OSError):
+            found.append(str(path.readlink()))
+    return found
 
 
 # TLS
@@ -547,7 +553,11 @@ def meet(attack, cases, options, stack):
                 rows.append(attack.carry_out(name, case))
     finally:
         print_table(rows)
-    e2e.wait_until(lambda: descriptors(gateway) <= held + 2, 40 * options.slow, "the descriptors are back")
+    try:
+        e2e.wait_until(lambda: len(descriptors(gateway)) <= len(held) + 2, 100, "the descriptors are back")
+    except e2e.Failure as fault:
+        counts = [collections.Counter(one.split(":")[0] for one in row) for row in (held, descriptors(gateway))]
+        raise e2e.Failure(f"{fault}: {counts[0]}, now {counts[1]}") from None
     attack.end()
     if cases is TLS_CASES:
         print(tool_over_tls(attack))  # takes the place of the main service

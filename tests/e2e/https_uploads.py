@@ -225,7 +225,7 @@ def check_rogues(options, folder, stack, path, large):
         ("no number", answering(ANSWER.replace(b"200", b"2x0")), path, 1, 1),
         # An answer that is not to its own request, or whose second half comes too late, is nobody's.
         ("late", once(ANSWER * 2, requests=2), path, 0, 2),
-        ("split", once(ANSWER[:12], b"", b"", ANSWER[12:], pause=1), path, RECV_ERROR, 6),
+        ("split", once(ANSWER[:12], b"", b"", ANSWER[12:], pause=3), path, RECV_ERROR, 6),
         ("silent after the request", once(), path, RECV_ERROR, 2),
         ("never reads", once(requests=0), large, SEND_ERROR, 6),
         ("one byte a second", drip, path, 1, None),

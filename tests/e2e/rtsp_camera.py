@@ -104,13 +104,13 @@ def check_codec(options, folder, stack, codec, auth, audio):
     e2e.wait_until(lambda: direct.exists() and direct.stat().st_size > 20000, 30, "a direct connection delivers")
     receivers = {}
     for transport in ("udp", "tcp", "udp_again"):
-        port = e2e.free_udp_ports()
+        port = e2e.free_port()
         video = folder / f"{transport}.{codec}"
         tcp = ["--tcp"] if transport == "tcp" else []
         receivers[transport] = subprocess.Popen([options.gvxctl, "receive", "--video-port", str(port), *tcp, "--video",
                                                  str(video), "--audio", str(folder / f"{transport}.sound")], stdout=subprocess.DEVNULL)
         stack.callback(receivers[transport].kill)
-        time.sleep(0.5)
+        e2e.wait_until(lambda: e2e.listens(port, "tcp" if tcp else "udp"), 30, "gvxctl receive listens")
         ctl("start-stream", "--dev", "CAM", "--dst", f"127.0.0.1:{port}", "--service-id", transport, *tcp)
     e2e.wait_until(lambda: all((folder / f"{t}.{codec}").exists() and (folder / f"{t}.{codec}").stat().st_size > 120000
                                for t in receivers), 60, "every stream delivers")
@@ -146,7 +146,7 @@ def check_codec(options, folder, stack, codec, auth, audio):
 
 def check_published(options, folder, stack):
     """Debian's other server, to which ffmpeg publishes. It refuses TCP, so that the session goes over UDP."""
-    port, entrance, arrival = e2e.free_port(), e2e.free_port(), e2e.free_udp_ports()
+    port, entrance, arrival = (e2e.free_port() for _ in range(3))
     video, url = folder / "published.h264", f"rtsp://127.0.0.1:{entrance}/cam"
     gateway = e2e.start_gateway(options, folder, stack, settings={"GVX_PLUGIN_LIST": "rtsp"})
     ctl = Ctl(options, gateway)

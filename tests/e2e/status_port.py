@@ -187,7 +187,7 @@ def check_second_gateway(options, folder, stack, first, port):
         "GVX_STATUS_PORT": port, "GVX_CONTROL_SOCKET": first.folder / "root/run/gvx/control.sock"})
     e2e.Peer.linked(second.port, "GVX#000").is_answered()
     e2e.wait_until(lambda: second.lines("Status port", "Address already in use"), 20, "a line about the port")
-    e2e.check(second.lines("Control socket", "another process answers there"), "a line about the socket")
+    e2e.wait_until(lambda: second.lines("Control socket", "another process answers there"), 20, "a line about the socket")
     # By the configuration alone, which both name, gvxctl finds the first one.
     found = Control(options, second)
     found.environment["GVX_CONFIG_DIR"] = str(second.conf)

@@ -35,7 +35,7 @@ struct SendStep {
 struct ExpectStep {
     std::string link;
     FramePattern pattern;
-    int withinMs = 5000;
+    int withinMs = 20000;
     bool none = false;   // no such frame may come in that time
     bool next = false;   // nothing else may have come on the link before it
     bool reply = false;  // carries the transaction that was sent last
@@ -44,7 +44,7 @@ struct ExpectStep {
 struct LinkStep {
     std::string link;
     bool open = true;
-    int withinMs = 5000;
+    int withinMs = 20000;
     int forMs = 0;  // stays so for that long
 };
 
@@ -60,7 +60,7 @@ struct WaitStep {
 // A line in the gateway's log, behind the one that was found last.
 struct LogStep {
     std::string text;  // a pattern that a part of the line fits
-    int withinMs = 5000;
+    int withinMs = 20000;
 };
 
 struct Step {
