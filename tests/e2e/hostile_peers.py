@@ -28,6 +28,7 @@ WORST_SECONDS = 3.0         # that another link may wait once
 P99_SECONDS = 1.0
 PORT_ANSWER = e2e.PORT_QUERY + e2e.RESPONSE
 READ_LIMIT = 1 << 20
+MADE_LATER = 10             # descriptors: reactors ahead of their need, the store of alarms; links come by the hundred
 
 
 def registration(link_id):
@@ -554,7 +555,7 @@ def meet(attack, cases, options, stack):
     finally:
         print_table(rows)
     try:
-        e2e.wait_until(lambda: len(descriptors(gateway)) <= len(held) + 2, 100, "the descriptors are back")
+        e2e.wait_until(lambda: len(descriptors(gateway)) <= len(held) + MADE_LATER, 100, "the descriptors are back")
     except e2e.Failure as fault:
         counts = [collections.Counter(one.split(":")[0] for one in row) for row in (held, descriptors(gateway))]
         raise e2e.Failure(f"{fault}: {counts[0]}, now {counts[1]}") from None
