@@ -12,7 +12,6 @@ GROWTH_LIMIT_KIB = 96 * 1024  # the queue, with what keeping it in blocks of one
 FULL, DRAINED = "Link queue full", "Link queue drained"
 QUESTION = json.dumps({"DevCode": "NOBODY", "ServiceID": "none", "DstIP": "127.0.0.1", "DstVideoPort": 9}).encode()
 
-
 def overfill(gateway, slow, other, limit, pause):
     """Asks until the queue is full, and some more. The pauses leave the gateway time to answer rather than to refuse."""
     end, asked = time.monotonic() + limit, 0
@@ -33,7 +32,6 @@ def overfill(gateway, slow, other, limit, pause):
     other.keeps_alive()
     return asked
 
-
 def read_until_drained(gateway, slow, limit):
     end, answers = time.monotonic() + limit, 0
     while not gateway.lines(DRAINED):
@@ -43,7 +41,6 @@ def read_until_drained(gateway, slow, limit):
                 break
             answers += 1
     return answers
-
 
 def meet_slow_reader(options, folder, stack):
     gateway = e2e.start_gateway(options, folder, stack, {})
@@ -56,13 +53,16 @@ def meet_slow_reader(options, folder, stack):
     print(f"full after {asked} questions, the gateway grew by {growth} KiB")
     e2e.check(growth < GROWTH_LIMIT_KIB * options.slow, f"the gateway grew by {growth} KiB")
     e2e.check(len(gateway.lines(FULL)) == 1, "the overflow was logged more than once")
+    # Nobody is told any more, but devices come, and their plug-in is called.
+    other.send(e2e.frame(e2e.ADD_DEV, 3, e2e.TAG_XML, b"<Content><DevCode>CAM1</DevCode><PluginName>file</PluginName><Extend>"
+                         b'{"media":"none"}</Extend></Content>', trans=b"beside"))
+    e2e.wait_until(lambda: gateway.lines("There is no medium 'none'", "CAM1"), 60 * options.slow, "a device is served meanwhile")
     answers = read_until_drained(gateway, slow, 120 * options.slow)
     e2e.check(answers * ANSWER_BYTES > QUEUE_LIMIT // 2, f"only {answers} answers had waited")
     print(gateway.lines(DRAINED)[0])
     slow.is_answered()
     other.keeps_alive()
     gateway.stop()
-
 
 if __name__ == "__main__":
     e2e.main(meet_slow_reader)

@@ -1,68 +1,9 @@
 #include "gateway/gateway_fixture.h"
 
-#include "bp/net_factory.h"
 #include "gateway/links/link_options.h"
 #include "gvx_common/config/gvx_config_mgr.h"
-#include "nss/nss_msg_type.h"
-#include "support/wait_until.h"
 
 #include <algorithm>
-
-namespace {
-
-constexpr std::size_t kQueueBound = 65536;
-
-std::size_t QueuedBytes() {
-    std::size_t most = 0;
-    for (const BP::LinkInfo& link : BP::CNetFactory::Links()) {
-        most = std::max(most, link.queuedBytes);
-    }
-    return most;
-}
-
-class StuckPeerTest : public GatewayTest {
-protected:
-    StuckPeerTest() {
-        folder.Settings(
-            "GVX_PLUGIN_LIST=moody\nGVX_LINK_MAX_FRAME=65536\nGVX_LINK_MAX_QUEUE=65536\n"
-            "[MESSAGE]\nMU_NSS_TIMEOUT=0\nOTHERS_NSS_TIMEOUT=0\n");
-    }
-};
-
-}  // namespace
-
-TEST_F(StuckPeerTest, MainServiceThatStopsReadingHoldsUpNoDeviceAndItsQueueStaysBounded) {
-    const auto scu = Link("SCU#900");
-    // A refusal repeats the identifier that it refuses, so that few answers fill the buffers on the way.
-    const std::string refused = FakePeer::MakeItem(
-        NSS_TAG_JSON_CONTENT, R"({"DevCode":"NOBODY","ServiceID":")" + std::string(30000, 'x') + R"("})");
-    std::uint32_t seq = 0;
-    // A burst of answers fills the queue for a moment as well: it must stay full.
-    int looksFull = 0;
-    ASSERT_TRUE(WaitUntil(
-        [&] {
-            EXPECT_TRUE(scu->SendFrame(NSS_START_STREAM_REQ, ++seq, "stuck", 0, refused));
-            EXPECT_LE(QueuedBytes(), kQueueBound);
-            const bool full =
-                QueuedBytes() > 0 && log->Count("", "Link queue full") > log->Count("", "Link queue drained");
-            looksFull = full ? looksFull + 1 : 0;
-            return looksFull == 50;
-        },
-        std::chrono::seconds(120)))
-        << log->Dump();
-
-    // Nobody is told any more, but devices come, and the adapters of their plug-in are called.
-    const char* added = "<Content><DevCode>CAM1</DevCode><PluginName>moody</PluginName></Content>";
-    ASSERT_TRUE(scu->SendFrame(NSS_ADD_MAIN_DEV_REQ, ++seq, "add", 0, FakePeer::MakeItem(NSS_TAG_XML_CONTENT, added)));
-    EXPECT_TRUE(WaitUntil([&] { return gateway->Context().devices.Contains("CAM1"); }));
-    EXPECT_LE(QueuedBytes(), kQueueBound);
-
-    // As soon as it reads again, it is served.
-    while (QueuedBytes() > 0) {
-        ASSERT_TRUE(peer->ReadFrame().has_value());
-    }
-    EXPECT_EQ(DeleteDevice("CAM1").code, 0u);
-}
 
 TEST(LinkOptionsTest, FollowTheConfigurationWithinTheirRanges) {
     const ScopedRecordingLogger log;
