@@ -66,19 +66,5 @@ TEST_F(DepacketizerTest, LossThrowsTheWholeUnitAwayOnce) {
     }
 }
 
-TEST_F(DepacketizerTest, RefusesPayloadsOfNoForm) {
-    const auto h264 = Make(Depacketizer::Codec::H264);
-    const std::vector<Bytes> bad = {{}, {0x00, 0x01}, {28}, {28, 0x85}, {29, 0, 0, 0}, {24, 0, 9, 0x67}};
-    for (const Bytes& payload : bad) {
-        Take(*h264, payload);
-    }
-    EXPECT_EQ(h264->BadPayloads(), bad.size());
-    const auto h265 = Make(Depacketizer::Codec::H265);
-    Take(*h265, {0x62});
-    Take(*h265, {0x62, 0x01, 0x93});
-    EXPECT_EQ(h265->BadPayloads(), 2u);
-    EXPECT_TRUE(m_units.empty());
-}
-
 }  // namespace
 }  // namespace gvxctl

@@ -61,15 +61,5 @@ TEST(DeviceCommands, WordsBecomeABodyOrAreRefused) {
     }
 }
 
-TEST(DeviceCommands, AnAnswerShowsNumbersByName) {
-    Json::Value body;
-    const std::string text =
-        R"({"Streams":[{"StreamType":1,"VideoFormat":6,"Profile":"ma\u0007in"},{"StreamType":0}],"DevCode":"C"})";
-    ASSERT_TRUE(gvx::ParseJson(text.data(), text.size(), body, nullptr));
-    EXPECT_EQ(AnswerText(RowOf(NSS_GET_CAMERA_STREAM_CFG_REQ).answer(), body),
-              "  Streams[0]:\n    StreamType: 1 sub1\n    VideoFormat: 6 h265\n    Profile: ma\\x07in\n"
-              "  Streams[1]:\n    StreamType: 0 main\n");
-}
-
 }  // namespace
 }  // namespace gvxctl

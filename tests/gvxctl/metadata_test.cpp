@@ -88,26 +88,5 @@ TEST_F(MetadataStream, LossOfAnyOnePacketIsNoticed) {
     EXPECT_EQ(MetadataFaults(Receive(g_packets.size() - 1)), "1 metadata messages incomplete");
 }
 
-std::string Item(const std::string& type, const std::string& value, int more = 0) {
-    const auto length = static_cast<std::uint32_t>(static_cast<int>(value.size()) + more);
-    return type + std::string(reinterpret_cast<const char*>(&length), sizeof length) + value;
-}
-
-TEST(TlvTree, SaysWhatIsWrongWithAMessage) {
-    const std::string common("\1\0\0\0", 4);
-    const std::pair<std::string, const char*> rows[] = {
-        {Item("META", Item(common, "")), ""},
-        {Item("HTBT", "HTBT") + "x", "it is not one item of layer one"},
-        {Item("META", Item(common, "", -1)), "COMMON has 4294967295 bytes, and only 0 are there"},
-        {Item("META", Item(common, "") + "abc"), "3 bytes are left over, too few for an item"}};
-    for (const auto& [bytes, fault] : rows) {
-        TlvItem message;
-        std::string reason;
-        const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
-        EXPECT_EQ(ParseMetadata(data, bytes.size(), message, reason), *fault == '\0') << fault;
-        EXPECT_EQ(reason, fault);
-    }
-}
-
 }  // namespace
 }  // namespace gvxctl

@@ -30,17 +30,6 @@ Parsed Parse(const Bytes& bytes) {
     return parsed;
 }
 
-TEST(Rtp, SkipsSourcesExtensionAndPadding) {
-    Bytes bytes = {0xB1, 0x08, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0, 0xAA, 0xAA, 0xAA, 0xAA};  // one contributing source
-    bytes.insert(bytes.end(), {'T', 'V', 0, 5});
-    bytes.insert(bytes.end(), 20, 0x55);
-    bytes.insert(bytes.end(), {0x11, 0x22, 0x33, 0x00, 0x02});  // three bytes and two of padding
-    const Parsed parsed = Parse(bytes);
-    ASSERT_TRUE(parsed.good) << parsed.reason;
-    EXPECT_TRUE(parsed.packet.extended);
-    EXPECT_EQ(parsed.packet.payloadLength, 3u);
-}
-
 TEST(Rtp, RefusesWhatLeadsOutside) {
     struct Row {
         const char* reason;
@@ -87,24 +76,6 @@ TEST(Rtp, CountsLossOverTheWrap) {
     SequenceTracker wrapped;
     wrapped.Take(65535);
     EXPECT_EQ(wrapped.Take(1), Verdict::Next) << "the gateway leaves 0 out";
-}
-
-TEST(Interleave, CutsWhereverTheStreamIsSplit) {
-    const Bytes stream = {'$', 0, 0, 3, 'a', 'b', 'c', '$', 2, 0, 0, '$', 0, 0, 1, 'd'};
-    for (std::size_t split = 0; split <= stream.size(); ++split) {
-        InterleaveCutter cutter;
-        std::string seen;
-        for (const auto& [begin, end] : {std::pair(std::size_t{0}, split), std::pair(split, stream.size())}) {
-            cutter.Feed(stream.data() + begin, end - begin);
-            std::uint8_t channel = 0;
-            const std::uint8_t* data = nullptr;
-            std::size_t length = 0;
-            while (cutter.Next(channel, data, length) == InterleaveCutter::Result::Ready) {
-                seen += std::to_string(channel) + std::string(data, data + length) + ";";
-            }
-        }
-        EXPECT_EQ(seen, "0abc;2;0d;") << "split at " << split;
-    }
 }
 
 TEST(Receiver, ForeignBytesEndAnInterleavedStream) {

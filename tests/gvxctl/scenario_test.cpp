@@ -1,7 +1,6 @@
 #include "gvxctl/scenario.h"
 
 #include "gvxctl/peer_commands.h"
-#include "gvxctl/port_service.h"
 #include "nss/nss_msg_type.h"
 
 #include <gtest/gtest.h>
@@ -68,23 +67,6 @@ TEST(Scenario, StarsStandForAnyText) {
     EXPECT_FALSE(MatchesText("a*c", "abcd"));
     EXPECT_FALSE(MatchesText("a", "ab"));
     EXPECT_TRUE(MatchesText("*ab", "aab"));
-}
-
-TEST(PortService, GivesEveryPortOnceAndReportedOnesNotAtAll) {
-    PortRanges ranges;
-    ranges.udp = PortRange{100, 109};
-    PortService service(ranges);
-    Frame report;
-    report.head.usiMsgType = NSS_PLUGIN_SEND_PORTLIST_DATA_REQ;
-    report.body = R"({"TCPUsedPortlist":[],"UDPUsedPortlist":[102,104]})";
-    EXPECT_EQ(service.Answer(report).code, 0u);
-    Frame request;
-    request.head.usiMsgType = NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ;
-    request.body = R"({"ApplyPortNumber":10,"ApplyPortType":1})";
-    EXPECT_EQ(service.Answer(request).body, "{\"ApplyPortReturnList\":[100,106,108],\"ApplyPortReturnType\":1}\n");
-    EXPECT_NE(service.Answer(request).code, 0u) << "nothing is left";
-    request.body = R"({"ApplyPortNumber":10,"ApplyPortType":3})";
-    EXPECT_NE(service.Answer(request).code, 0u);
 }
 
 TEST(PeerOptions, WordsAboutOneTypeMakeOneRule) {
