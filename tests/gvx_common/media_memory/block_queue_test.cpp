@@ -1,13 +1,10 @@
 #include "gvx_common/media_memory/block_queue.h"
 
 #include <ace/Message_Block.h>
-#include <ace/OS_NS_sys_time.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -92,36 +89,6 @@ TEST(BlockQueue, AFullOrClosedQueueTakesNothingAndLeavesTheBlockToItsOwner) {
     EXPECT_EQ(errno, ESHUTDOWN);
     EXPECT_EQ(Mark(blocks[3]), 'd');
     EXPECT_EQ(Marks(queue, 1), "");
-}
-
-TEST(BlockQueue, WhoeverWaitsGetsWhatComes) {
-    constexpr int kThreads = 3;
-    constexpr int kBlocks = 3000;
-    gvx::BlockQueue queue(1000000, 1000000);
-    queue.Reserve(kArray);
-    std::atomic<int> taken{0};
-    std::vector<std::thread> takers;
-    for (int i = 0; i < kThreads; ++i) {
-        takers.emplace_back([&] {
-            ACE_Message_Block* block = nullptr;
-            while (queue.TakeLast(&block, 1, ACE_OS::gettimeofday() + ACE_Time_Value(20)) == 1) {
-                block->release();
-                ++taken;
-            }
-        });
-    }
-    for (int i = 0; i < kBlocks; i += 3) {
-        ACE_Message_Block* const blocks[] = {Block(1), Block(2), Block(3)};
-        ASSERT_EQ(queue.AppendSome(blocks, 3), 3u);
-    }
-    while (!queue.is_empty()) {
-        std::this_thread::yield();
-    }
-    queue.close();
-    for (std::thread& taker : takers) {
-        taker.join();
-    }
-    EXPECT_EQ(taken, kBlocks);
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 #include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
-#include <string>
-
 namespace {
 
 constexpr unsigned int kReserved = 8;
@@ -57,27 +55,6 @@ TEST(MediaBlockBuffer, AFreedChainComesBackAsFreshBlocks) {
     for (ACE_Message_Block*& block : taken) {
         pool.freeMediaBlock(block);
     }
-}
-
-TEST(DataUnit, GrowsAndKeepsWhatWasThere) {
-    CDataUnit unit;
-    EXPECT_EQ(unit.length(), 0u);
-    EXPECT_EQ(unit.append(nullptr, 1), 1);
-    EXPECT_EQ(unit.append(nullptr, 0), 0);
-    std::string expected;
-    for (int i = 0; i < 300; ++i) {
-        const std::string part(static_cast<std::size_t>(i % 7), static_cast<char>('a' + i % 26));
-        ASSERT_EQ(unit.append(part.data(), static_cast<unsigned int>(part.size())), 0);
-        expected += part;
-    }
-    ASSERT_EQ(unit.length(), expected.size());
-    EXPECT_EQ(std::string(unit.base(), unit.length()), expected);
-    ASSERT_EQ(unit.append(unit.base(), unit.length()), 0);  // its own content
-    EXPECT_EQ(std::string(unit.base(), unit.length()), expected + expected);
-    EXPECT_EQ(unit.append("x", 0xFFFFFFFFu), 1);
-    EXPECT_EQ(unit.length(), 2 * expected.size());
-    unit.reset();
-    EXPECT_EQ(unit.length(), 0u);
 }
 
 }  // namespace

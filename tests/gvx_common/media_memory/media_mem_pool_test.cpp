@@ -1,7 +1,6 @@
 #include "gvx_common/media_memory/MediaMemPool.h"
 
 #include "base/log.h"
-#include "gvx_common/media_memory/MediaMemPool_tracking.h"
 #include "pool_state.h"
 #include "support/recording_logger.h"
 
@@ -10,8 +9,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <set>
-#include <string>
 #include <vector>
 
 #include <sys/resource.h>
@@ -73,22 +70,6 @@ private:
 
 unsigned int LevelFlags(const ACE_Message_Block* block) {
     return static_cast<unsigned int>(block->self_flags());
-}
-
-TEST_F(MediaMemPoolTest, BlocksAreSlicesOfOneArenaAndCarryTheirLevel) {
-    EXPECT_EQ(pool.GetRTPBufferCount(), 1015808u);
-    std::set<char*> bases;
-    Blocks blocks;
-    TakeUntil(1000, blocks);
-    for (ACE_Message_Block* block : blocks) {
-        EXPECT_EQ(block->size(), 2048u);
-        EXPECT_EQ(LevelFlags(block), 0x2000u);
-        bases.insert(block->base());
-    }
-    EXPECT_EQ(bases.size(), 1000u);
-    EXPECT_EQ((*bases.rbegin() - *bases.begin()) % 2048, 0);
-    GiveBackUntil(0, blocks);
-    EXPECT_EQ(StateOf(pool).used, 0u);
 }
 
 // The greatest use with which a block is still taken from the level, and the use at which a level falls back.
@@ -214,18 +195,6 @@ TEST_F(MediaMemPoolTest, FreeReturnsAChainAndFree1mbOneBlock) {
     EXPECT_EQ(g_bp_memstat, before);
     ASSERT_TRUE(pool.Init());
     EXPECT_FALSE(pool.Isfull());
-}
-
-TEST(MediaMemPoolTrackingTest, KeepsWhatWasTakenAndNotReturned) {
-    const ScopedRecordingLogger log;
-    PUSH(3, "three");
-    PUSH(3, "again");
-    PRINT();
-    EXPECT_TRUE(log->Contains("size[1]") && log->Contains("key[3] value[three]"));
-    POP(3);
-    EXPECT_TRUE(g_lostPacketMap.empty());
-    EXPECT_EQ(Format("%s", std::string(2047, 'x').c_str()).size(), 2047u);
-    EXPECT_EQ(Format("%s", std::string(2049, 'x').c_str()), "");
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
 #include <vector>
 
@@ -21,14 +20,6 @@ protected:
         handler.FreeMem();
         other.FreeMem();
         EXPECT_EQ(StateOf(g_mediaPool).used, 0u) << "pages were lost";
-    }
-
-    static unsigned int Pages(const MemHandler& of) {
-        unsigned int pages = 0;
-        for (const ACE_Message_Block* page = of.GetHead(); page != nullptr; page = page->cont()) {
-            ++pages;
-        }
-        return pages;
     }
 
     static std::string Pattern(std::size_t size) {
@@ -49,53 +40,6 @@ protected:
     MemHandler other;
     unsigned int start = 0;
 };
-
-TEST_F(MemHandlerTest, PagesAreOneMoreThanTheLengthFills) {
-    const std::array<unsigned int, 3> rows[] = {{2047, 0, 1},    {2048, 0, 2},        {1, 0, 1},      {4096, 0, 3},
-                                                {100, 1947, 1},  {100, 1948, 2},      {100, 1949, 2}, {2048, 2047, 2},
-                                                {2048, 2048, 3}, {300000, 10000, 152}};
-    for (const auto& [first, second, pages] : rows) {
-        ASSERT_EQ(handler.AllocMem(first, start), 0u);
-        EXPECT_EQ(start, 0u);
-        if (second != 0) {
-            ASSERT_EQ(handler.AllocMem(second, start), 0u);
-            EXPECT_EQ(start, first);
-        }
-        EXPECT_EQ(handler.GetLength(), first + second);
-        EXPECT_EQ(Pages(handler), pages) << first << " + " << second;
-        handler.FreeMem();
-        EXPECT_EQ(handler.GetHead(), nullptr);
-        EXPECT_EQ(handler.GetLength(), 0u);
-    }
-}
-
-TEST_F(MemHandlerTest, PositionsAndPairsAreTheSame) {
-    PosPtrPair pair;
-    EXPECT_EQ(handler.Pos2Ptr(0, pair), 1u);
-    ASSERT_EQ(handler.AllocMem(5000, start), 0u);
-    for (const unsigned int pos : {0u, 1u, 2047u, 2048u, 4095u, 4096u, 5000u}) {
-        ASSERT_EQ(handler.Pos2Ptr(pos, pair), 0u);
-        EXPECT_EQ(handler.Ptr2Pos(pair), pos);
-    }
-    EXPECT_EQ(handler.Pos2Ptr(5001, pair), 1u);
-    ASSERT_EQ(handler.Pos2Ptr(0, pair), 0u);
-    pair.second += 2048;
-    EXPECT_TRUE(handler.CheckPtrPair(pair)) << "just behind a full page";
-    ++pair.second;
-    EXPECT_FALSE(handler.CheckPtrPair(pair));
-    EXPECT_TRUE(handler.CheckLength(1000, 4000));
-    EXPECT_FALSE(handler.CheckLength(1000, 4001));
-    EXPECT_FALSE(handler.CheckLength(5001, 0xFFFFFFF0u));
-    const std::array<unsigned int, 3> steps[] = {{0, 1, 0},      {0, 2048, 0}, {100, 1948, 0}, {100, 4900, 0},
-                                                 {100, 4901, 1}, {0, 0, 1},    {5000, 1, 1}};
-    for (const auto& [from, by, result] : steps) {
-        ASSERT_EQ(handler.Pos2Ptr(from, pair), 0u);
-        EXPECT_EQ(handler.Forward(pair, by), result) << from << " by " << by;
-        const unsigned int to = result == 0 ? from + by : from;
-        EXPECT_EQ(handler.Ptr2Pos(pair), to);
-        EXPECT_EQ(pair.second - pair.first->rd_ptr(), to % 2048) << "the start of the next page, not the end of one";
-    }
-}
 
 // What a caller gets wrong is refused, and nothing outside the pages is touched.
 TEST_F(MemHandlerTest, CopiesStayWithinThePages) {

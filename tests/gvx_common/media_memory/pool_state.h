@@ -4,7 +4,6 @@
 #include "support/recording_logger.h"
 
 #include <array>
-#include <cstdio>
 #include <string>
 
 // What a pool tells of itself.
