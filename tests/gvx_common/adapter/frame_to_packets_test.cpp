@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <string>
 #include <vector>
 
 namespace {
@@ -330,21 +329,6 @@ TEST_F(FrameToPackets, BadArgumentsAndBuffersSendNothing) {
     EXPECT_EQ(lens.SendHikStream(unit.data(), 2000, media, 0, false, false, 0, 0), 0);
     EXPECT_EQ(sentPackets.size(), 1u);
     EXPECT_TRUE(Channel(0).m_NaluList.empty());
-}
-
-TEST_F(FrameToPackets, DoSendVideoFramePassesThePacketOn) {
-    char bytes[] = "packet";
-    MEDIA_DATA media = Video(6);
-    media.pDataBuf = bytes;
-    media.eTransProtocol = RTP_OVER_TCP;
-    m_sent.result = ZVS_GVX_OPEN_SOCKET_ERROR;
-    EXPECT_TRUE(m_on.lens.DoSendVideoFrame(media, STREAM_TYPE_REAL_MAIN));
-    EXPECT_FALSE(m_on.lens.DoSendVideoFrame(media, STREAM_TYPE_BUTT));
-    media.eTransProtocol = RTP_OVER_UDP;
-    EXPECT_TRUE(m_on.lens.DoSendVideoFrame(media, STREAM_TYPE_REAL_SUB1));
-    ASSERT_EQ(sentPackets.size(), 2u);
-    EXPECT_EQ(sentPackets[0].bytes, (Bytes{'p', 'a', 'c', 'k', 'e', 't'}));
-    EXPECT_EQ(sentPackets[1].streamType, STREAM_TYPE_REAL_SUB1);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "gvx_common/adapter/gvx_adapter_lens.h"
 
 #include "base/zvs_error.h"
-#include "gvx_common/adapter/PicCounter.h"
 #include "gvx_common/media_memory/MediaMemPool.h"
 #include "gvx_common/media_memory/MemHandler.h"
 #include "gvx_common/records/gvx_metadata_records.h"
@@ -330,18 +329,6 @@ TEST_F(MetadataTest, PacketsAreNumberedAndAFailedOneEndsTheMessage) {
     MemHandler empty;
     EXPECT_EQ(lens.SendMetaData(METADATE_TYPE_PLATE, this, 99, empty, 10, false, 5),
               ZVS_GVX_MEDIA_BUF_WITH_RTP_INVALID);
-}
-
-TEST(PicCounterTest, CountsAndKeepsTheMean) {
-    PicCbkCounter pictures;
-    pictures.AddPic(PicCbkCounter::SCENEPIC, 10);
-    pictures.AddPic(PicCbkCounter::SCENEPIC, 20);
-    pictures.AddPic(6, 1000);
-    pictures.AddPic(-1, 1000);
-    EXPECT_EQ(pictures.m_scenePicNum, 2u);
-    EXPECT_FLOAT_EQ(pictures.m_scenePicLen, 15);
-    pictures.Reset();
-    EXPECT_EQ(pictures.m_scenePicNum, 0u);
 }
 
 }  // namespace

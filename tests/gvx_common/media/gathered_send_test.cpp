@@ -8,8 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <memory>
 #include <optional>
 #include <random>
 #include <string>
@@ -65,64 +63,6 @@ TEST(WriteDatagrams, EveryPacketArrivesAsOneDatagramWhetherSegmentedOrNot) {
         }
         EXPECT_TRUE(record.info.bNoSegments || !refuse);
     }
-}
-
-// Streams start and stop at random on a few records, each with packets that name its receiver.
-TEST(GatheredSend, StreamsThatComeAndGoNeverReachAnothersReceiver) {
-    constexpr std::size_t kReceivers = 4;
-    constexpr int kStreams = 200;
-    constexpr int kThreads = 4;
-    const ScopedSettings settings("MAX_SOCKET_SIZE=24\nTRANSMISSION_THREAD_NUM=2\nMEDIA_BLOCK_NUM=512\n");
-    ASSERT_EQ(gvx::StartMediaService(), 0);
-    std::vector<TestSocket> receivers;
-    for (std::size_t i = 0; i < kReceivers; ++i) {
-        receivers.emplace_back(SOCK_DGRAM);
-    }
-    std::uint64_t received = 0;
-    const auto read = [&] {
-        for (std::size_t i = 0; i < kReceivers; ++i) {
-            for (; !receivers[i].IsQuiet(); ++received) {
-                EXPECT_EQ(receivers[i].Receive().find_first_not_of(static_cast<char>('0' + i)), std::string::npos);
-            }
-        }
-    };
-    std::atomic<int> ended{0};
-    std::vector<std::thread> senders;
-    for (unsigned int thread = 0; thread < kThreads; ++thread) {
-        senders.emplace_back([&, thread] {
-            std::mt19937 random(thread);
-            for (int i = 0; i < kStreams / kThreads; ++i) {
-                const std::size_t target = random() % kReceivers;
-                MediaSendParams params;
-                params.strServiceID = "churn";
-                params.videoDstAddr = receivers[target].Address();
-                CMediaSendStream stream;
-                if (!WaitUntil([&] { return stream.Open(params) == 0; })) {
-                    continue;
-                }
-                for (std::size_t left = random() % 60; left > 0; --left) {
-                    std::string packet(1 + random() % 1404, static_cast<char>('0' + target));
-                    MEDIA_DATA data{};
-                    data.pDataBuf = packet.data();
-                    data.nVideoSize = static_cast<std::uint32_t>(packet.size());
-                    data.eTransProtocol = RTP_OVER_UDP;
-                    stream.Send(data);
-                }
-            }
-            ++ended;
-        });
-    }
-    while (ended < kThreads) {
-        read();
-    }
-    for (std::thread& sender : senders) {
-        sender.join();
-    }
-    EXPECT_TRUE(WaitUntil([] { return CSocketInfoMgr::Instance()->GetFreeNum() == 24; }));
-    EXPECT_TRUE(WaitUntil([] { return CMediaBlockBuffer::instance()->getRemainBlockNum() == 512; }));
-    read();
-    EXPECT_GT(received, 0u);
-    gvx::StopMediaService();
 }
 
 // Each thread sends packets of NAL units to peers that read, stall, leave or reset the connection; the stream ends

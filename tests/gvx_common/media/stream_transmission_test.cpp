@@ -4,12 +4,10 @@
 #include "media_test_support.h"
 #include "support/recording_logger.h"
 #include "support/test_clock.h"
-#include "support/wait_until.h"
 
 #include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -38,25 +36,6 @@ protected:
         return block;
     }
 };
-
-TEST_F(StreamTransmission, WhatCannotBeSentIsPassedOver) {
-    const TestSocket video(SOCK_DGRAM);
-    const TestSocket audio(SOCK_DGRAM);
-    UdpRecord record(video, audio);
-    CStreamTransmission transmission;
-    SOCKET_INFO* info = &record.info;
-    record.info.protocol = RTP_OVER_TCP;
-    EXPECT_EQ(transmission.DoSendVideoFrame(&info, "x", 1), 0);
-    record.info.protocol = RTP_OVER_UDP;
-    record.info.audioSockDgram.set_handle(ACE_INVALID_HANDLE);  // both must be there
-    EXPECT_EQ(transmission.DoSendVideoFrame(&info, "x", 1), 0);
-    EXPECT_EQ(record.info.losses.Lost(), 0u);
-    record.info.audioSockDgram.set_handle(record.sockets[1].Get());
-    record.info.bVideoStream = false;
-    EXPECT_EQ(transmission.DoSendVideoFrame(&info, "audio", 5), 0);
-    EXPECT_EQ(audio.Receive(), "audio");
-    EXPECT_TRUE(video.IsQuiet());
-}
 
 TEST_F(StreamTransmission, APacedThreadTakesAPartOfTheBacklogAndPauses) {
     const TestSocket receiver(SOCK_DGRAM);

@@ -15,7 +15,6 @@
 #include <atomic>
 #include <deque>
 #include <map>
-#include <memory>
 #include <thread>
 
 #include <arpa/inet.h>

@@ -37,63 +37,6 @@ protected:
     static void TearDownTestSuite() { g_mediaPool.UnInit(); }
 };
 
-TEST_F(TlvTest, TheMapFormIsSortedByTypeAndKeepsTheOrderOfEquals) {
-    TLV_Encoder encoder;
-    EXPECT_EQ(encoder.PutValue(7, "ab"), 0);
-    EXPECT_EQ(encoder.PutValue(3, static_cast<short>(0x0201)), 0);
-    EXPECT_EQ(encoder.PutValue(-1, 'x'), 0);
-    EXPECT_EQ(encoder.PutValue(3, true), 0);
-    EXPECT_EQ(encoder.PutValue(9, nullptr, 0), 0);
-    ASSERT_EQ(encoder.Encode(), 0);
-    EXPECT_EQ(Bytes(encoder.GetTlvBuf(), encoder.GetTlvBuf() + encoder.GetTlvDataLen()),
-              Join({Item(-1, "x"), Item(3, "\x01\x02"), Item(3, "\x01"), Item(7, {"ab\0", 3}), Item(9, "")}));
-    encoder.Clear();
-    EXPECT_EQ(encoder.GetTlvBuf(), nullptr);
-    EXPECT_EQ(encoder.GetTlvDataLen(), 0u);
-}
-
-template <typename V>
-void ExpectBack(V value, unsigned long size) {
-    TLV_Encoder encoder;
-    ASSERT_EQ(encoder.PutValue(1, value) + encoder.Encode(), 0);
-    EXPECT_EQ(encoder.GetTlvDataLen(), 8 + size);
-    TLV_Decoder decoder;
-    ASSERT_EQ(decoder.Decode(encoder.GetTlvBuf(), encoder.GetTlvDataLen()), 0);
-    V back{};
-    EXPECT_EQ(decoder.GetValue(1, &back, 1), 0);
-    EXPECT_EQ(back, value);
-}
-
-TEST_F(TlvTest, EveryValueTypeComesBack) {
-    ExpectBack(true, 1);
-    ExpectBack(static_cast<char>(-2), 1);
-    ExpectBack(static_cast<short>(-3), 2);
-    ExpectBack(-5L, 8);
-    ExpectBack(static_cast<unsigned char>(0xF7), 1);
-    ExpectBack(0xF0000009u, 4);
-    ExpectBack(0xF00000000000000AUL, 8);
-}
-
-TEST_F(TlvTest, MessagesNest) {
-    TLV_Encoder outer;
-    TLV_Encoder inner;
-    inner.PutValue(5, 55);
-    EXPECT_EQ(outer.PutValue(1, inner), 1);  // not encoded yet
-    ASSERT_EQ(inner.Encode(), 0);
-    EXPECT_EQ(outer.PutValue(1, inner), 0);
-    EXPECT_EQ(outer.PutValue(1, inner), 0);
-    ASSERT_EQ(outer.Encode(), 0);
-    TLV_Decoder decoder;
-    ASSERT_EQ(decoder.Decode(outer.GetTlvBuf(), outer.GetTlvDataLen()), 0);
-    EXPECT_EQ(decoder.GetValueCount(1), 2u);
-    TLV_Decoder children[2];
-    EXPECT_EQ(decoder.GetValue(1, children, 1), 1);
-    ASSERT_EQ(decoder.GetValue(1, children, 2), 0);
-    int value = 0;
-    EXPECT_EQ(children[1].GetValue(5, &value, 1), 0);
-    EXPECT_EQ(value, 55);
-}
-
 TEST_F(TlvTest, TheMemoryFormKeepsTheOrderOfTheCalls) {
     TLV_Encoder encoder;
     TLV_Encoder inner;
