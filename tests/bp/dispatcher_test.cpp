@@ -193,20 +193,4 @@ TEST_F(Dispatcher, ManySynchronousSendsAtOnceEachGetTheirOwnAnswer) {
     EXPECT_TRUE(Sunk().empty());
 }
 
-TEST(Cmd, CloneIsDeepAndOwnsItsBlock) {
-    BP::CCmd cmd;
-    cmd.SetReqID(kRequest);
-    cmd.SetNetLinkID("SCU#1");
-    cmd.SetServiceID(9);
-    cmd.SetMsgBlock(Block(kRequest, "first"));
-    cmd.SetMsgBlock(Block(kRequest, "trans"));
-    const std::unique_ptr<BP::CCmd> clone(cmd.NewClone());
-    cmd.GetMsgBlock()->base()[0] = 'X';
-    EXPECT_NE('X', clone->GetMsgBlock()->base()[0]);
-    EXPECT_EQ(kNssHeaderBytes, clone->GetMsgBlock()->length());
-    EXPECT_TRUE(clone->GetReqID() == kRequest && clone->GetNetLinkID() == "SCU#1" && clone->GetServiceID() == 9);
-    cmd.ReleaseMsgBlock()->release();
-    EXPECT_EQ(nullptr, std::unique_ptr<BP::CCmd>(cmd.NewClone())->GetMsgBlock());
-}
-
 }  // namespace

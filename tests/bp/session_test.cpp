@@ -8,10 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <new>
 #include <stdexcept>
-#include <thread>
 
 namespace {
 
@@ -90,28 +88,6 @@ TEST_F(Session, AnswersARequestWithoutWorkOnItsOwnLink) {
         EXPECT_EQ(ZVS_GVX_DEV_UN_SUPPORT, m_session.HandleCmd(Command(reqID, withFrame).get()));
     }
     EXPECT_EQ(1u, m_answers.Count());
-}
-
-TEST_F(Session, WorkMayBeReplacedWhileItRuns) {
-    std::atomic<int> served{0};
-    std::atomic<bool> stop{false};
-    const BP::SessionWork work = [&served](BP::CGvxSessionBase&, const BP::CCmd&) {
-        ++served;
-        BP::ClearSessionWork();  // also by the work itself
-        return 0;
-    };
-    std::thread registering([&] {
-        while (!stop) {
-            BP::RegisterSessionWork(kRequest, work);
-        }
-    });
-    const auto cmd = Command(kRequest, false);
-    while (served < 100) {
-        const int result = m_session.HandleCmd(cmd.get());
-        EXPECT_TRUE(result == 0 || result == ZVS_GVX_DEV_UN_SUPPORT);
-    }
-    stop = true;
-    registering.join();
 }
 
 }  // namespace

@@ -9,9 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
 TEST(DevReactorBinderTest, KeyStaysBoundWhileAnAdditionWaits) {
     gvx::DevReactorBinder binder;
     ASSERT_EQ(binder.InitPool(2), 0);
@@ -50,29 +47,6 @@ TEST(DevReactorBinderTest, RoomForAFailedAdditionComesBackWithTime) {
     binder.Sweep();
     EXPECT_NE(binder.BindForAddition("L2", reason), nullptr) << reason;
     binder.SettleAddition("L2", false);
-}
-
-TEST(DevReactorBinderTest, ThreadsMayCallAtTheSameTime) {
-    gvx::DevReactorBinder binder;
-    ASSERT_EQ(binder.InitPool(1), 0);
-    std::vector<std::thread> threads;
-    std::atomic<int> wrong{0};
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&binder, &wrong, t] {
-            for (int i = 0; i < 200; ++i) {
-                const std::string key = "T" + std::to_string(t) + "_" + std::to_string(i % 3);
-                std::string reason;
-                CGvxReactor* reactor = binder.BindForAddition(key, reason);
-                wrong += reactor == nullptr || binder.Find(key) != reactor;
-                binder.SettleAddition(key, false);
-                binder.Sweep();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(wrong, 0);
 }
 
 TEST(HistorySweepTest, ForgetsTransactionsThatNobodyAnswered) {

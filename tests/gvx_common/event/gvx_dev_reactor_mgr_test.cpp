@@ -51,29 +51,6 @@ TEST_F(GvxDevReactorMgrTest, BoundDevicesWeighMoreThanRememberedOnes) {
     EXPECT_EQ(busy, Bind("next")) << "load 129 against 149";
 }
 
-TEST_F(GvxDevReactorMgrTest, TracksExpireStrictlyAfterTheLimit) {
-    const ScopedSettings setting("MAX_DEV_REACTOR_NUM=2\n");
-    ASSERT_EQ(0, m_mgr.ReactorPoolInit(2));
-    CGvxReactor* reactor = Bind("A");
-    Bind("bound");
-    m_mgr.FindAndReleaseReactor("A");
-    m_clock->AdvanceSeconds(100);
-    m_mgr.FindAndReleaseReactor("A");  // refreshes the track
-    m_clock->AdvanceSeconds(1800);
-    m_mgr.DelExpiredHistoryTrack();
-    EXPECT_EQ(1, reactor->GetHistoryTrackNum()) << "exactly as old as the limit";
-    m_clock->AdvanceSeconds(1);
-    ScopedRecordingLogger log;
-    m_mgr.DelExpiredHistoryTrack();
-    EXPECT_EQ(0, reactor->GetHistoryTrackNum());
-    EXPECT_EQ(1u, log->Count("DelExpiredHistoryTrack, unbind key[A]"));
-    EXPECT_EQ(nullptr, m_mgr.FindAndReleaseReactor("A"));
-    EXPECT_NE(nullptr, m_mgr.FindReactor("bound"));
-    m_clock->AdvanceSeconds(100000);
-    m_mgr.DelExpiredHistoryTrack();
-    EXPECT_EQ(1, m_mgr.FindReactor("bound")->GetHistoryTrackNum()) << "a bound device is never swept";
-}
-
 TEST_F(GvxDevReactorMgrTest, PoolGrowsOneBindBeforeTheLastFreeReactorUpToItsMaximumAndThenShares) {
     const ScopedSettings setting("MAX_DEV_REACTOR_NUM=5\n");
     ASSERT_EQ(0, m_mgr.ReactorPoolInit(4));

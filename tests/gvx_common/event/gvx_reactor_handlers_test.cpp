@@ -4,8 +4,6 @@
 #include "gvx_common/event/gvx_reactor_mgr.h"
 #include "support/recording_logger.h"
 
-#include <set>
-
 #include <pthread.h>
 
 namespace {
@@ -39,11 +37,9 @@ public:
         char name[16] = {};
         pthread_getname_np(pthread_self(), name, sizeof(name));
         m_threadName = name;
-        m_thread = pthread_self();
         return RecordingHandler::handle_timeout(now, arg);
     }
     std::string m_threadName;  // read after a call was seen
-    pthread_t m_thread{};
 };
 
 TEST(GvxReactorHandlers, TimersRunOnTheReactorsThreadAndEnd) {
@@ -60,29 +56,6 @@ TEST(GvxReactorHandlers, TimersRunOnTheReactorsThreadAndEnd) {
     reactor.UnInit();  // a call that was on its way is over
     EXPECT_EQ("Timers", handler.m_threadName);
     EXPECT_TRUE(log->Contains("Cancel timer success, timerID[" + std::to_string(id) + "]."));
-}
-
-TEST(GvxReactorManagerTest, TwentyOneThreadsOneOfEachReactor) {
-    CGvxReactorManager* manager = CGvxReactorManager::Instance();
-    std::set<pthread_t> threads;
-    for (int index = -1; index < CGvxReactorManager::kSnapshotReactors; ++index) {  // -1: the general one
-        ThreadNoting handler;
-        const auto regist = [&](const ACE_Time_Value& delay) {
-            return index < 0 ? manager->RegistTimer(&handler, nullptr, delay, ACE_Time_Value::zero)
-                             : manager->RegistSnapshotTimer(&handler, nullptr, delay, ACE_Time_Value::zero, index);
-        };
-        const long never = regist(ACE_Time_Value(3600));
-        EXPECT_EQ(0, index < 0 ? manager->UnRegistTimer(never, 1) : manager->UnRegistSnapshotTimer(index, never, 1));
-        EXPECT_NE(-1, regist(ACE_Time_Value::zero));
-        ASSERT_TRUE(WaitUntil([&] { return handler.WasCalled(); }));
-        EXPECT_EQ("gvx", handler.m_threadName);
-        threads.insert(handler.m_thread);
-    }
-    EXPECT_EQ(21u, threads.size());
-    ScopedRecordingLogger log;
-    EXPECT_EQ(-1, manager->UnRegistSnapshotTimer(20, 5, 1));
-    EXPECT_EQ(-1, manager->UnRegistSnapshotTimer(-1, 5, 1));
-    EXPECT_TRUE(log->Contains("timerId[5], reactor index[20].", "cancel Snapshot timer fail, "));
 }
 
 }  // namespace

@@ -91,20 +91,6 @@ TEST_F(GvxReactorQueueTest, DeletionGoesFirstAndPurgesItsDevice) {
     EXPECT_TRUE(m_served.WaitForCount(5));
 }
 
-TEST_F(GvxReactorQueueTest, LatestDeletionIsServedFirstAndPurgesEvenWithoutASession) {
-    Gate gate(m_reactor);
-    ScopedRecordingLogger log;
-    EXPECT_EQ(0, Push(m_reactor, NSS_PTZ_CONTROL_REQ, "B"));
-    EXPECT_EQ(0, Push(m_reactor, NSS_DEL_MAIN_DEV_REQ, "A"));
-    EXPECT_EQ(0, Push(m_reactor, GVX_INTERNAL_REQ_DELETE, "C"));
-    EXPECT_EQ(0, Push(m_reactor, GVX_INTERNAL_REQ_DELETE, "A"));
-    EXPECT_EQ(0, Push(m_reactor, NSS_PTZ_CONTROL_REQ, "D"));
-    EXPECT_EQ(0, Push(m_reactor, NSS_DELETE_EXTERN_SYS_REQ, "D"));
-    ServeAll(gate, 3);
-    EXPECT_EQ((std::vector<std::string>{"fffb@A", "fffb@C", "0131@B"}), m_served.All());
-    EXPECT_TRUE(log->Contains("not create session by reqID[0x0c3b]"));
-}
-
 TEST_F(GvxReactorQueueTest, ExpiryByClassAndList) {
     struct Row {
         std::uint32_t reqID;

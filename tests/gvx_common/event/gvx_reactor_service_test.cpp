@@ -4,15 +4,12 @@
 #include "bp/service.h"
 #include "event_test_support.h"
 #include "gvx_common/event/gvx_dev_reactor_mgr.h"
-#include "gvx_common/event/gvx_reactor_session_table.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <map>
-#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -32,29 +29,6 @@ public:
     int HandleClusterTaskShiftIn(int, const std::string&) override { return 1; }
     std::atomic<int> m_exceptionBytes{0};
 };
-
-TEST(GvxReactorService, RequestTypesReachTheirSessionClasses) {
-    using Kind = BP::SessionKind;
-    const std::map<Kind, std::vector<std::uint32_t>> some = {
-        {Kind::DeviceManage, {0x0109, 0x912D, 0x0C3E, 0x2003, 0xFFFB, 0xFFFA}},
-        {Kind::DeviceConfig, {0x02B9, 0x0158, 0x92D4, 0x014F}},
-        {Kind::DeviceStream, {0x0501, 0x0502, 0x0503, 0x0504, 0x0507}},
-        {Kind::DeviceAlarm, {0x02C1, 0x0C1C, 0xDC11, 0x9C90, 0x9DA9}},
-        {Kind::GvxOmu, {0x0A0D, 0x1033, 0x9AD5}},
-        {Kind::DevicePtz, {0x012F, 0x0131, 0x9181, 0x0195}},
-        {Kind::DeviceRecord, {0x0A15, 0x9A5A, 0x015A, 0x0A76}},
-    };
-    int all = 0;
-    for (std::uint32_t reqID = 0; reqID <= 0x1FFFF; ++reqID) {
-        all += FindSessionKind(reqID).has_value() ? 1 : 0;
-    }
-    EXPECT_EQ(27 + 45 + 5 + 29 + 10 + 14 + 18, all);
-    for (const auto& [kind, reqIDs] : some) {
-        for (const std::uint32_t reqID : reqIDs) {
-            EXPECT_TRUE(FindSessionKind(reqID) == kind) << std::hex << reqID;
-        }
-    }
-}
 
 TEST(GvxReactorService, EachCommandIsServedInASessionAndDestroyed) {
     std::atomic<int> live{0};

@@ -45,8 +45,6 @@ TEST_F(NvrReactorTest, RegistrationRefusesWhatCannotBeServedAndASecondHandler) {
     EXPECT_EQ(-1, m_reactor.register_handler(-1, &m_handler, kRead));
     EXPECT_EQ(-1, m_reactor.register_handler(m_pair.ours.Get(), &m_handler, 0));
     EXPECT_EQ(-1, m_reactor.remove_handler(nullptr, kRead));
-    EXPECT_EQ(EPOLLPRI, m_reactor.reactor_mask_to_poll_event(ACE_Event_Handler::NULL_MASK))
-        << "though nothing is asked";
     EXPECT_EQ(0, static_cast<ACE_Reactor&>(m_reactor).register_handler(&m_handler, kRead));
     EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kRead)) << "the base type has registered nothing";
     RecordingHandler other(m_pair.ours.Get());
@@ -133,27 +131,6 @@ TEST_F(NvrReactorTest, HandlerMayRemoveItselfWhileItRuns) {
     m_pair.Send("x");
     Passes(2);
     EXPECT_EQ("input", handler.Calls());
-}
-
-TEST_F(NvrReactorTest, EventTakenTogetherWithATimerIsNotDispatched) {
-    class NoBellReactor : public NVR_Reactor {
-    public:
-        NoBellReactor() : NVR_Reactor(new QcnReactor(), true) {}
-        // Timers of this one do not ring, so the data is what epoll_wait gives.
-        int notify(ACE_Event_Handler*, ACE_Reactor_Mask, ACE_Time_Value*) override { return 0; }
-    };
-    NoBellReactor reactor;
-    RecordingHandler timer;
-    ASSERT_EQ(0, reactor.register_handler(&m_handler, kRead));
-    ASSERT_NE(-1, reactor.schedule_timer(&timer, nullptr, ACE_Time_Value::zero));
-    m_pair.Send("x");
-    ACE_Time_Value noWait = ACE_Time_Value::zero;
-    EXPECT_EQ(1, reactor.handle_events(&noWait));
-    EXPECT_EQ("timeout", timer.Calls());
-    m_pair.Send("y");
-    EXPECT_EQ(0, reactor.handle_events(&noWait));
-    EXPECT_EQ("", m_handler.Calls()) << "lost until something arms the handle";
-    reactor.close();
 }
 
 TEST_F(NvrReactorTest, OneTimerAPassAndCancelledByIdAlone) {
@@ -266,20 +243,6 @@ TEST_F(NvrReactorTest, ABurstOfNotificationsLeavesTheirTurnsToHandlesAndTimers) 
     EXPECT_EQ(1, m_reactor.purge_pending_notifications(&notified));
     Passes(2);
     EXPECT_EQ("exception", notified.Calls());
-}
-
-TEST_F(NvrReactorTest, NotificationCallsWhatItsMaskNames) {
-    const std::vector<std::pair<ACE_Reactor_Mask, std::string>> rows = {
-        {kRead, "input"}, {ACE_Event_Handler::ACCEPT_MASK, "input"}, {kWrite, "output"}, {kExcept, "exception"}};
-    for (const auto& [mask, call] : rows) {
-        ASSERT_EQ(0, m_reactor.notify(&m_handler, mask));
-        Pass();
-        EXPECT_EQ(call, m_handler.Calls());
-    }
-    m_handler.Answer({-1});
-    ASSERT_EQ(0, m_reactor.notify(&m_handler, kExcept));
-    Pass();
-    EXPECT_EQ("exception close:4", m_handler.Calls());
 }
 
 TEST_F(NvrReactorTest, NullNotificationsOnlyWakeAndPurgedOnesAreNotServed) {
