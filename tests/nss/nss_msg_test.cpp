@@ -5,7 +5,6 @@
 #include <ace/Message_Block.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 namespace {

@@ -4,46 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <map>
-#include <set>
-#include <string>
-
 namespace {
-
-constexpr std::size_t kRequests = 1515;      // listed without "!"
-constexpr std::size_t kStandAlone = 60;      // listed with "!"
-constexpr std::size_t kListedResponses = 2;  // responses that do not stand 0x9000 above their requests
-
-TEST(NssMsgType, TableHoldsEveryRequestItsResponseAndTheNamesThatStandAlone) {
-    std::map<std::string, int> values;
-    std::map<int, int> names;  // how many share a value
-    std::size_t count = 0;
-    const NssMsgTypeRow* rows = NssMsgTypeRows(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        EXPECT_TRUE(values.emplace(rows[i].name, rows[i].value).second) << rows[i].name << " stands twice";
-        EXPECT_LE(++names[rows[i].value], 2) << rows[i].name;
-    }
-    EXPECT_EQ(values.size(), 2 * kRequests + kStandAlone - kListedResponses);
-    EXPECT_EQ(std::count_if(names.begin(), names.end(),
-                            [](const auto& row) { return row.first < kNssResponseOffset && row.second > 1; }),
-              15);
-    std::set<std::string> elsewhere;
-    for (const auto& [name, value] : values) {
-        if (name.size() < 4 || name.substr(name.size() - 4) != "_REQ") {
-            continue;
-        }
-        EXPECT_LT(value, kNssResponseOffset) << name;
-        const std::string response = name.substr(0, name.size() - 4) + "_RSP";
-        ASSERT_EQ(values.count(response), 1u) << response;
-        if (values[response] != value + kNssResponseOffset) {
-            elsewhere.insert(response);
-        }
-    }
-    EXPECT_EQ(elsewhere, (std::set<std::string>{"NSS_BA_STOP_AREA_COVERAGE_LEARNING_RSP", "NSS_DEL_MAP_INFO_RSP"}));
-    EXPECT_EQ(NSS_BA_STOP_AREA_COVERAGE_LEARNING_RSP, 0x9904);
-    EXPECT_EQ(NSS_DEL_MAP_INFO_RSP, 0x9D94);
-}
 
 TEST(NssMsgType, FindsNamesAndValues) {
     std::uint16_t value = 0;

@@ -137,22 +137,4 @@ TEST_F(AlarmMappingTest, FaultyRowsEndTheLoadAndGoodOnesBeforeStay) {
     EXPECT_EQ(0, CEmergencyProtection::Instance()->IsAlarmStatusItemExist(ALARM_GVX_CONFIG_READ_FAIL, ""));
 }
 
-TEST_F(AlarmMappingTest, AbilitiesNeedEveryAttributeAndKeepTheFirstOfTwo) {
-    std::filesystem::create_directory(m_folder.Path("other"));
-    const std::string counts = R"( VideoInNum="4" AudioInNum="2" AlarmInNum="3" AlarmOutNum="1" TalkbackInNum="1"
-        TalkbackOutNum="1" SerialPortNum="1" NetworkCardNum="2" HardDiskNum="8" PTZNum=)";
-    DEVICE_ABILITY_MAP abilities;
-    DEVICE_ABILITY found{};
-    EXPECT_EQ(1, m_mgr.LoadDeviceAbility(abilities));
-    m_folder.Write("other/device_ability.xml", "<DeviceList><Device Id=\"A\"" + counts + "\"5\"/><Device Id=\"A\"" +
-                                                   counts + "\"6\"/></DeviceList>");
-    EXPECT_EQ(0, m_mgr.LoadDeviceAbility(abilities));
-    ASSERT_EQ(0, abilities.find("A", found));
-    EXPECT_EQ(5, found.PTZNum);
-    EXPECT_EQ(8, found.HardDiskNum);
-    m_folder.Write("other/device_ability.xml", "<DeviceList><Device Id=\"B\" VideoInNum=\"1\"/></DeviceList>");
-    EXPECT_EQ(1, m_mgr.LoadDeviceAbility(abilities));
-    EXPECT_NE(0, abilities.find("B", found));
-}
-
 }  // namespace

@@ -1,10 +1,7 @@
 #include "base/zvs_error.h"
-#include "gvx_common/config/cloud_config_mgr.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/utility/gvx_utility.h"
-#include "support/recording_logger.h"
 #include "support/settings_folder.h"
-#include "support/wait_until.h"
 
 #include <gtest/gtest.h>
 
@@ -131,51 +128,6 @@ TEST_F(NetworkIdentityTest, RunModeAndNetworkModeChooseWhereToListen) {
     m_folder.WriteRooted(GVX_CLOUD_CONFIG_PATH, "<CloudConfig/>");
     m_mgr.LoadCloudConf();
     EXPECT_EQ(0, m_mgr.GetRunMode());
-}
-
-class CloudConfigTest : public testing::Test {
-protected:
-    ~CloudConfigTest() override {
-        CCloudConfigMgr::Instance()->UnInit();
-        CCloudConfigMgr::Instance()->SetCloudConfigInited(false);
-    }
-    bool Becomes(bool inited) {
-        return WaitUntil([inited] { return CCloudConfigMgr::Instance()->GetCloudConfigInited() == inited; });
-    }
-    void Write(const std::string& content) { m_folder.WriteRooted(GVX_CLOUD_CONFIG_PATH, content); }
-    std::string File() const { return m_folder.Path("root/home/zvs_common/cloudconfig.xml"); }
-
-    ScopedRecordingLogger m_log;
-    SettingsFolder m_folder;
-};
-
-TEST_F(CloudConfigTest, FlagFollowsTheFile) {
-    EXPECT_EQ(1, CCloudConfigMgr::Instance()->Init());
-    Write(Cloud("true"));
-    EXPECT_TRUE(Becomes(true)) << "its folder has come later";
-    CCloudConfigMgr::Instance()->SetCloudConfigInited(false);
-    Write("<CloudConfig><inited/></CloudConfig>");
-    EXPECT_EQ(1, CCloudConfigMgr::Instance()->Init());
-    Write(Cloud("TRUE"));
-    ASSERT_EQ(0, CCloudConfigMgr::Instance()->Init());
-    EXPECT_FALSE(CCloudConfigMgr::Instance()->GetCloudConfigInited());
-    Write(Cloud("true"));
-    EXPECT_TRUE(Becomes(true)) << "rewritten in place";
-    m_folder.Write("root/home/zvs_common/new.xml", Cloud("false"));
-    std::filesystem::rename(m_folder.Path("root/home/zvs_common/new.xml"), File());
-    EXPECT_TRUE(Becomes(false)) << "replaced by rename";
-    Write(Cloud("true"));
-    EXPECT_TRUE(Becomes(true));
-    m_log->Clear();
-    std::filesystem::remove(File());
-    EXPECT_TRUE(m_log->WaitFor("xmlCloudConfig load failed:["));
-    EXPECT_TRUE(CCloudConfigMgr::Instance()->GetCloudConfigInited()) << "a file that is gone leaves it as it was";
-    Write(Cloud("no"));
-    EXPECT_TRUE(Becomes(false)) << "made anew";
-    Write(Cloud("true"));
-    EXPECT_TRUE(Becomes(true));
-    Write("<CloudConfig><RunMode>1</RunMode></CloudConfig>");
-    EXPECT_TRUE(Becomes(false)) << "the flag is taken out";
 }
 
 }  // namespace
