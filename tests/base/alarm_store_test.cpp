@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <unistd.h>
@@ -156,23 +155,6 @@ TEST_F(AlarmStore, RefusesAPlaceWhereNoStoreCanBe) {
     sqlite3_close(other);
     EXPECT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
     EXPECT_EQ(m_log->CountLevel(OM_LOG_ERR), 3u);
-}
-
-TEST_F(AlarmStore, TakesItemsFromManyThreads) {
-    ASSERT_EQ(ZVS_AlarmInit(m_path.c_str()), 0);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 10; ++i) {
-                const Alarm_Item item = Item(std::to_string(t), std::to_string(i));
-                EXPECT_EQ(ZVS_AddAlarmItem(&item), 0);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(Stored().size(), 40u);
 }
 
 }  // namespace

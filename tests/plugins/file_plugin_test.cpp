@@ -382,19 +382,3 @@ TEST_F(FilePluginTest, ListsItsRecordingTakesPicturesAndKeepsPresets) {
     EXPECT_EQ(0, m_lens->DelPresetParam({1}));
     EXPECT_EQ(ZVS_PARA_INVALID, m_lens->DelPresetParam({1}));
 }
-
-TEST_F(FilePluginTest, WritesWhatIsSaidToItAndAnswersWithItsAudio) {
-    MakeLens(R"(, "talk": "said.alaw")");
-    const auto param = Negotiate(RTP_OVER_UDP, STREAM_AUDIO_TALKBACK);
-    EXPECT_EQ(8u, param->m_nAudioPayLoadType);
-    ASSERT_EQ(0, m_lens->StartVoiceStream(&m_recorder, &PacketRecorder::Take, param.get()));
-    EXPECT_EQ(ZVS_GVX_STREAM_EXIST, m_lens->StartVoiceStream(&m_recorder, &PacketRecorder::Take, param.get()));
-    m_lens->EnqueueAudioData(BlockOf("hello "));
-    m_lens->EnqueueAudioData(BlockOf("lens"));
-    ASSERT_TRUE(WaitUntil([this] { return m_recorder.All().size() > 3; }));
-    EXPECT_EQ(STREAM_AUDIO_TALKBACK, m_recorder.All()[0].streamType);
-    EXPECT_EQ(8u, m_recorder.All()[0].PayloadType());
-    EXPECT_EQ(0, m_lens->StopVoiceStream(param.get()));
-    m_lens->EnqueueAudioData(BlockOf("late"));
-    EXPECT_EQ("hello lens", m_folder.Read("said.alaw"));
-}

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 using gvxfile::MetadataKind;
 using gvxfile::MetadataMessage;

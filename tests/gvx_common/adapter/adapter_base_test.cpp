@@ -3,8 +3,6 @@
 #include "base/log.h"
 #include "gvx_common/adapter/gvx_device_state.h"
 #include "gvx_common/adapter/gvx_reason.h"
-#include "gvx_common/records/media_types.h"
-#include "gvx_common/records/stream_param.h"
 #include "support/test_clock.h"
 #include "support/test_lens.h"
 
@@ -12,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <list>
-#include <memory>
 #include <string>
 #include <utility>
 
@@ -35,29 +32,6 @@ TEST(AdapterSdkBase, WhitelistIncludesBothEndsOfEachRange) {
     for (const char* outside : {"10.0.0.4", "10.0.0.10", "10.0.0", "10.0.0.300", "", "::1", "10.0.0.5 "}) {
         EXPECT_FALSE(sdk.CheckIpInWhitelist(outside)) << outside;
     }
-}
-
-TEST(AdapterLensBase, DescribesItsStreamFromTheStreamsParameters) {
-    TestLensOnDevice on;
-    std::string text;
-    EXPECT_EQ(ZVS_PARA_INVALID, on.lens.EncodeRspSDP(nullptr, text));
-    const std::unique_ptr<CStreamParam> made(on.lens.CreateStreamParam("live-1"));
-    ASSERT_NE(nullptr, made);
-    EXPECT_EQ("live-1", made->m_strServiceID);
-    made->m_strSrcCode = "lens-1";
-    made->m_nSrcRtpVideoPort = 6000;
-    made->m_nSrcTransProtocol = RTP_OVER_UDP;
-    EXPECT_EQ(0, on.lens.EncodeRspSDP(made.get(), text));
-    EXPECT_EQ(0u, text.rfind("v=0\r\no=lens-1 ", 0)) << text;
-    EXPECT_NE(std::string::npos, text.find("m=video 6000 RTP/AVP 99")) << text;
-    // An identifier that does not fit is refused whole.
-    EXPECT_EQ(std::string(32, 'L'), TestLens(on.device, std::string(32, 'L').c_str()).GetSubDevID());
-    EXPECT_STREQ("", TestLens(on.device, std::string(33, 'L').c_str()).GetSubDevID());
-    EXPECT_STREQ("", TestLens(on.device, nullptr).GetSubDevID());
-    on.device.GetCacheDeviceAbility()["videoChannelInfo"].append(3);
-    EXPECT_EQ(3, on.device.GetVideoChannelInfo()[0].asInt());
-    on.device.GetCacheDeviceAbility() = "text";
-    EXPECT_TRUE(on.device.GetVideoChannelInfo().isNull());
 }
 
 TEST(AdapterLensBase, ReturnsItsChannelsAndAudioThatNobodyTakes) {
@@ -106,24 +80,6 @@ TEST(DeviceStatus, KeepsWhatIsReportedOfADeviceThatIsThere) {
     EXPECT_EQ(std::make_pair(std::string("Init failed."), std::time_t{1010}),
               std::make_pair(status.strLastError, status.tLastError));
     EXPECT_EQ(std::make_pair(std::uint64_t{3}, std::uint64_t{1}), std::make_pair(status.nErrors, status.nLoginTries));
-}
-
-TEST(ConfItemMask, TheValueOneNamesAnItemAndSixMakeASerialParameter) {
-    int named = 0;
-    for (int item = 0; item < BOTTOM_INDEX; ++item) {
-        CONF_ITEM_MASK_STRU mask{};
-        const auto index = static_cast<_DEVICE_CONFIG_INDEX>(item);
-        mask.Mask[item] = 2;
-        EXPECT_FALSE(CAdapterLensBase::IsConfItemValid(&mask, index));
-        mask.Mask[item] = 1;
-        EXPECT_TRUE(CAdapterLensBase::IsConfItemValid(&mask, index));
-        named += CAdapterLensBase::IsSerialParam(&mask) ? 1 : 0;
-    }
-    EXPECT_EQ(6, named);
-    const CONF_ITEM_MASK_STRU none{};
-    EXPECT_FALSE(CAdapterLensBase::IsConfItemValid(&none, BOTTOM_INDEX));
-    EXPECT_FALSE(CAdapterLensBase::IsConfItemValid(nullptr, COM_ADDR_INDEX));
-    EXPECT_FALSE(CAdapterLensBase::IsSerialParam(nullptr));
 }
 
 }  // namespace

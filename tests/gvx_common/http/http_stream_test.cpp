@@ -233,27 +233,6 @@ TEST_F(HttpStream, ReadsHeadersAndBodiesApart) {
     EXPECT_EQ(nullptr, m_stream.GetResponse(length, false)) << "more than the buffer holds";
 }
 
-TEST_F(HttpStream, FindsHeaderLines) {
-    const char* text = "A: 1\r\nCSeq:  22\r\nEmpty:\r\nNo end: 3";
-    char value[8] = {};
-    int length = sizeof(value);
-    EXPECT_EQ(0, CCommonHttpStream::ParseSession(text, "cseq", value, length, 0));
-    EXPECT_EQ("  22", std::string(value, static_cast<std::size_t>(length)));
-    EXPECT_EQ(1, CCommonHttpStream::ParseSession(text, "A", value, length = 1, 0));
-    EXPECT_EQ(1, CCommonHttpStream::ParseSession(text, "Empty", value, length = 8, 0));
-    EXPECT_EQ(2, CCommonHttpStream::ParseSession(text, "No end", value, length = 8, 0));
-    EXPECT_EQ(2, CCommonHttpStream::ParseSession(text, "A: 1", value, length = 8, 3));
-    int offset = 0;
-    EXPECT_EQ(0, CCommonHttpStream::parseSession(text, "CSeq", value, length = 8, offset));
-    EXPECT_EQ(15, offset);
-    EXPECT_EQ(2, CCommonHttpStream::parseSession(text, "cseq", value, length = 8, offset));
-    const char bytes[] = {'a', '\0', 'a', 'b', 'a', 'a', 'a', 'b'};
-    EXPECT_EQ(bytes + 2, CCommonHttpStream::myStrStr(bytes, sizeof(bytes), "ab"));
-    EXPECT_EQ(nullptr, CCommonHttpStream::myStrStr(bytes, sizeof(bytes), "aab")) << "it goes on behind a mismatch";
-    EXPECT_EQ(nullptr, CCommonHttpStream::myStrStr(bytes, 3, "ab"));
-    EXPECT_EQ(8, CCommonHttpStream::GetBitCount(2147483647));
-}
-
 TEST_F(HttpStream, ReadsChallenges) {
     struct Row {
         std::string challenges;

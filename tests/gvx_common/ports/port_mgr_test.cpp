@@ -127,28 +127,6 @@ TEST(PortElement, RangesBecomeLists) {
     }
 }
 
-TEST(PortElement, ReleasedPortsGoToTheBackAndAMergeSortsAndDropsDuplicates) {
-    CUDPPortElement element;
-    element.UpdatePort({30, 10, 10}, false);
-    std::uint32_t first = 0;
-    ASSERT_TRUE(element.AssignPort(first));
-    EXPECT_EQ(first, 10u);
-    EXPECT_EQ(element.GetUsedPortlist(), std::list<std::uint32_t>{10});
-    for (std::uint32_t again : {10u, 10u}) {
-        EXPECT_TRUE(element.FreePort(again));
-    }
-    std::list<std::uint32_t> free;
-    element.RecyclePort(free);
-    EXPECT_EQ(free, (std::list<std::uint32_t>{30, 10, 10}));
-    element.UpdatePort({20}, false);
-    element.RecyclePort(free);
-    EXPECT_EQ(free, (std::list<std::uint32_t>{10, 20, 30}));
-    EXPECT_TRUE(element.GetUsedPortlist().empty());
-    element.UpdatePort({}, true);
-    EXPECT_FALSE(element.AssignPort(first));
-    EXPECT_EQ(first, 0u);
-}
-
 TEST_F(PortManagerTest, AnEmptyPoolAppliesForTenAndAPortInUseIsPassedOver) {
     const std::vector<unsigned int> ports = FreePorts(3);
     const int foreign = BindUdp(ports[0]);

@@ -50,20 +50,6 @@ TEST_F(CommonSdp, GettersTakeTheFirstOfTheirKind) {
     EXPECT_EQ(1, m_sdp.GetMediaElementA("video", nullptr, m_text, sizeof(m_text)));
 }
 
-TEST_F(CommonSdp, TablesStayAsFarAsTheyWereFilled) {
-    EXPECT_EQ(1, Parse("v=0\r\nm=video 0 RTP/AVP 96\r\na=control:1\r\nm=audio 0 RTP/AVP 0\r\ni=\r\n"));
-    EXPECT_EQ((std::list<std::string>{"video", "audio"}), *m_sdp.GetMediaNameList());
-    EXPECT_EQ(0, m_sdp.GetMediaElementA("video", "control", m_text, sizeof(m_text)));
-    // The media that failed has a name and nothing under it.
-    EXPECT_EQ(0, m_sdp.GetMediaElementA("audio", "control", m_text, sizeof(m_text)));
-    EXPECT_EQ(0, m_sdp.GetMediaElement("audio", 'm', sizeof(m_text), m_text));
-    ASSERT_EQ(0, Parse("v=0\r\na=tool:x\r\n"));
-    EXPECT_TRUE(m_sdp.GetMediaNameList()->empty());
-    EXPECT_EQ(0, m_sdp.GetSessionElementA("tool", m_text, sizeof(m_text)));
-    m_sdp.Clear();
-    EXPECT_EQ(1, m_sdp.GetSessionElementA("tool", m_text, sizeof(m_text)));
-}
-
 TEST_F(CommonSdp, BoundsTheText) {
     EXPECT_EQ(1, m_sdp.InitSdpPack(nullptr, 0));
     EXPECT_EQ(1, m_sdp.InitSdpPack("v=0", -1));

@@ -3,7 +3,6 @@
 #include "base/zvs_error.h"
 #include "sdp_test_support.h"
 #include "support/recording_logger.h"
-#include "support/settings_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -109,31 +108,6 @@ TEST(SipSdpDecode, TalkTakesTheBlockThatReceives) {
     EXPECT_EQ(CServiceSDP().DecodeSingleTalkMedia(Lines("m=audio 5 TCP |a=b|m=audio|"), media, &param, length), 0);
     EXPECT_EQ(length, 21);
     EXPECT_EQ(media, SDP_MEDIA_AUDIO);
-}
-
-TEST(SipSdpDecode, AnOfferDecodesToTheFieldsItCameFrom) {
-    const ScopedSettings settings("");
-    CServiceSDP codec;
-    for (const std::uint32_t service : {SERVICE_TYPE_PU_PLAYBACK, SERVICE_TYPE_AUDIO_CALL}) {
-        for (const std::uint32_t protocol : {RTP_OVER_UDP, RTP_OVER_TCP}) {
-            for (const bool nat : {false, true}) {
-                CStreamParam offer = UsualStream();
-                offer.m_nBusinessType = service;
-                offer.m_nDstTransProtocol = protocol;
-                offer.m_nAudioPayLoadType = 97;
-                std::string text;
-                ASSERT_EQ(codec.EncodeT28181SDP("lens", &offer, text, false, nat), 0);
-                CStreamParam got;
-                ASSERT_EQ(codec.DecodeSDP(text, &got), 0) << text;
-                const std::string address = nat ? "198.51.100.7" : "192.0.2.10";
-                const std::string port = nat ? "700" : "500";
-                const std::string by = " " + std::to_string(protocol);
-                EXPECT_EQ(Set(got), address + (service == SERVICE_TYPE_AUDIO_CALL ? " 0 " + port + "2" + by + " 0 97"
-                                                                                  : " " + port + "0 0" + by + " 98 0"))
-                    << text;
-            }
-        }
-    }
 }
 
 }  // namespace

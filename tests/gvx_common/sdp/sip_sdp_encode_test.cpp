@@ -196,11 +196,8 @@ TEST_F(SipSdpEncodeTest, ARefusalNamesItsReasonAndLeavesTheOutputAlone) {
     refuses(codec.EncodeSDP("", &odd, text, false), 2, "encode sdp - invalid param", "Lens count=0, Stream Param=");
     refuses(codec.EncodeT28181SDP("l", nullptr, text, false, false), 2, "encode sdp - invalid param",
             "Lens_ID_Size=1, Stream_Param=");
-    refuses(codec.EncodeT28181TalkSDP(SERVICE_TYPE_AUDIO_CALL, "", &odd, text, false, false), 2,
-            "encode sdp - invalid param", "Lens_ID_Size=0");
     refuses(codec.EncodeMedia(2, &odd, "", 1, text, false), 2, "encode media - invalid param", "Media=2.");
     refuses(codec.EncodeT28181Media(3, nullptr, "x", 1, text, false, false), 2, "encode media - invalid param", "=3.");
-    refuses(codec.EncodeMedia(0, &odd, "x", 1, text, false), 1, "encode media - unsupport media", "0");
     refuses(codec.EncodeT28181Media(1, &odd, "x", 1, text, false, false), 1, "encode media - unsupport media", "1");
     refuses(codec.EncodeSDP("l", &mixed, text, true), 1, "encode media - unsupport application protocol", "Protocol=4.",
             "encode sdp - failure to encode media");

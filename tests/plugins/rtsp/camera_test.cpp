@@ -198,6 +198,14 @@ private:
     std::unique_ptr<Camera> m_camera;
 };
 
+std::function<void(CameraEnd&)> RefusesAt(const char* method, const char* status) {
+    return [method, status](CameraEnd& end) {
+        end.UpTo(method);
+        end.Answer(status);
+        end.Stay();
+    };
+}
+
 // What a camera does at the first connection; at the next one it behaves, and the stream must come then.
 TEST(Camera, GoesOnBehindWhateverACameraDoes) {
     using States = std::vector<std::string>;
@@ -220,13 +228,7 @@ TEST(Camera, GoesOnBehindWhateverACameraDoes) {
              end.Stay();
          },
          {"online"}},
-        {"has forgotten the session at SETUP",
-         [](CameraEnd& end) {
-             end.UpTo("SETUP");
-             end.Answer("454 Session Not Found");
-             end.Stay();
-         },
-         {"refused", "online"}},
+        {"has forgotten the session at SETUP", RefusesAt("SETUP", "454 Session Not Found"), {"refused", "online"}},
         {"forgets the session while it plays",
          [](CameraEnd& end) {
              end.Play();
@@ -235,34 +237,10 @@ TEST(Camera, GoesOnBehindWhateverACameraDoes) {
              end.Stay();
          },
          {"online", "offline", "online"}},
-        {"takes no TCP",
-         [](CameraEnd& end) {
-             end.UpTo("SETUP");
-             end.Answer("461 Unsupported Transport");
-             end.Stay();
-         },
-         {"online"}},
-        {"takes no TCP, which is a bad request to it",
-         [](CameraEnd& end) {
-             end.UpTo("SETUP");
-             end.Answer("400 Bad Request");
-             end.Stay();
-         },
-         {"online"}},
-        {"does not know the path",
-         [](CameraEnd& end) {
-             end.UpTo("DESCRIBE");
-             end.Answer("404 Not Found");
-             end.Stay();
-         },
-         {"no such stream", "online"}},
-        {"does not know an option",
-         [](CameraEnd& end) {
-             end.UpTo("PLAY");
-             end.Answer("551 Option not supported");
-             end.Stay();
-         },
-         {"refused", "online"}},
+        {"takes no TCP", RefusesAt("SETUP", "461 Unsupported Transport"), {"online"}},
+        {"takes no TCP, which is a bad request to it", RefusesAt("SETUP", "400 Bad Request"), {"online"}},
+        {"does not know the path", RefusesAt("DESCRIBE", "404 Not Found"), {"no such stream", "online"}},
+        {"does not know an option", RefusesAt("PLAY", "551 Option not supported"), {"refused", "online"}},
         {"sends the client elsewhere",
          [](CameraEnd& end) {
              end.UpTo("DESCRIBE");
