@@ -36,12 +36,6 @@ TEST(LogMacros, CarryTitleLevelPlaceAndCode) {
     EXPECT_EQ(lines[0].function, "TestBody");
     EXPECT_EQ(lines[1].level, OM_LOG_WARNING);
     EXPECT_EQ(lines[2].level, OM_LOG_DEBUG);
-    // A format that leaves no room for the code is written without it.
-    log->Clear();
-#define LONG_100 "1234567890123456789012345678901234567890123456789012345678901234567890123456789012345678901234567890"
-    GVX_LOG_ERR_CODE("Long", 1, LONG_100 LONG_100 LONG_100 LONG_100 LONG_100 "%d", 8);
-    EXPECT_EQ(log->Lines().at(0).text, LONG_100 LONG_100 LONG_100 LONG_100 LONG_100 "8");
-#undef LONG_100
     log->Clear();
     { const CFunction_Log_Begin_End scope("Work", "dev:1"); }
     EXPECT_TRUE(log->Contains("Begin Work") && log->Contains("End Work, The extend info is dev:1"));

@@ -196,7 +196,7 @@ def ports_nobody_asked_for(attack):
 def silent_main_services(attack):
     """Their openings wait for answers that never come; another peer's events are served meanwhile."""
     peers = []
-    for number in range(20):
+    for number in range(80):  # more than openings wait on threads of their own
         peers.append(connect(attack.port))
         peers[-1].sendall(registration(f"GVX#silent{number}"))
     begin = time.monotonic()

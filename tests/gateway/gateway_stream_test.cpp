@@ -1,43 +1,22 @@
 #include "gateway/gateway_fixture.h"
 
-#include "base/unique_fd.h"
 #include "base/zvs_error.h"
+#include "gvx_common/media/media_test_support.h"
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
-
-#include <arpa/inet.h>
-#include <poll.h>
-#include <sys/socket.h>
 
 namespace {
 
 // A UDP receiver on the loopback.
-class Receiver {
-public:
-    Receiver() {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof(address);
-        EXPECT_EQ(bind(m_fd.Get(), reinterpret_cast<sockaddr*>(&address), length), 0);
-        EXPECT_EQ(getsockname(m_fd.Get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
-        m_port = ntohs(address.sin_port);
-    }
-
-    std::uint16_t Port() const { return m_port; }
+struct Receiver : TestSocket {
+    Receiver() : TestSocket(SOCK_DGRAM) {}
+    std::uint16_t Port() const { return Address().get_port_number(); }
     // The sequence number of the next packet, -1 when none comes.
-    int NextSequence(int limitMs = 20000) {
-        pollfd readable{m_fd.Get(), POLLIN, 0};
-        unsigned char packet[2048];
-        if (poll(&readable, 1, limitMs) != 1 || recv(m_fd.Get(), packet, sizeof(packet), 0) < 12) {
-            return -1;
-        }
-        return packet[2] << 8 | packet[3];
+    int NextSequence() const {
+        const std::string packet = Receive();
+        return packet.size() < 12 ? -1
+                                  : static_cast<unsigned char>(packet[2]) << 8 | static_cast<unsigned char>(packet[3]);
     }
-
-private:
-    const gvx::UniqueFd m_fd{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-    std::uint16_t m_port = 0;
 };
 
 }  // namespace

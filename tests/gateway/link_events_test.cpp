@@ -127,16 +127,6 @@ TEST(LinkEventThreadTest, AnOpeningThatWaitsForItsPeerDelaysThatPeerAlone) {
     EXPECT_EQ(log->Count("are passed over"), 1u);
 }
 
-namespace {
-
-// Streams take their local ports from the main service.
-class PortGatewayTest : public GatewayTest {
-protected:
-    PortGatewayTest() { folder.Settings("GVX_PLUGIN_LIST=moody\nGVX_MEDIA_PORT_EXCHANGE=1\n"); }
-};
-
-}  // namespace
-
 // What waits for an answer waits for ever here.
 TEST_F(TimelessGatewayTest, AReportThatIsNeverAnsweredHoldsUpNeitherCommandsNorTheStop) {
     const std::uint32_t seq = SendXml(NSS_DEL_MAIN_DEV_REQ, "<DevCode>NOBODY</DevCode>");
@@ -157,21 +147,4 @@ TEST_F(TimelessGatewayTest, AReportThatIsNeverAnsweredHoldsUpNeitherCommandsNorT
     stopped = true;
     EXPECT_TRUE(gateway->Stop()) << log->Dump();
     EXPECT_EQ(log->Count("The main service is away"), 2u) << "the links' end is served before the devices' table goes";
-}
-
-TEST_F(PortGatewayTest, StreamTakesItsPortFromTheMainServiceAndGivesItBack) {
-    const unsigned int offered = FakeListener().Port();  // free over UDP as well, as far as a test can tell
-    std::string answer = R"({"ApplyPortReturnList":[)" + std::to_string(offered) + R"(],"ApplyPortReturnType":1})";
-    onOtherFrame = [&](const FakePeer::Frame& frame) {
-        if (frame.head.usiMsgType == NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ) {
-            peer->SendFrame(NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP, 1, frame.Transaction(), 0, answer);
-            answer = "{}";  // nothing else is offered
-        }
-    };
-    ASSERT_EQ(AddDevice("CAM1").code, 0u);
-    EXPECT_EQ(Start("CAM1", "live").json["SrcVideoPort"].asUInt(), offered);
-    EXPECT_EQ(Start("CAM1", "sub", R"(,"StreamType":1)").code, static_cast<unsigned>(ZVS_GVX_OPEN_SOCKET_ERROR));
-    ASSERT_EQ(Stop("CAM1", "live").code, 0u);
-    EXPECT_TRUE(log->WaitFor("Success to release port[" + std::to_string(offered) + "]"));
-    EXPECT_EQ(Start("CAM1", "again").json["SrcVideoPort"].asUInt(), offered);
 }

@@ -1,6 +1,5 @@
 #include "file/metadata_script.h"
 
-#include "file/metadata_schedule.h"
 #include "support/temp_folder.h"
 
 #include <gmock/gmock.h>
@@ -8,9 +7,7 @@
 
 #include <string>
 
-using gvxfile::MetadataKind;
 using gvxfile::MetadataMessage;
-using gvxfile::MetadataSchedule;
 using gvxfile::MetadataScript;
 using gvxfile::ReadMetadataScript;
 using testing::HasSubstr;
@@ -75,17 +72,4 @@ TEST_F(MetadataScriptTest, SaysWhatIsWrong) {
         many += R"(,{"kind": "heartbeat"})";
     }
     EXPECT_THAT(Read("{\"messages\": [" + many + "]}"), HasSubstr("it has 1001 messages, 1000 are the most"));
-}
-
-TEST_F(MetadataScriptTest, MessagesComeInOrderAndAgain) {
-    ASSERT_EQ("", Read(R"({"messages": [{"time": 2, "kind": "face", "faces": [{}]},
-                                        {"time": 1, "repeat": 1, "kind": "heartbeat"}]})"));
-    MetadataSchedule schedule(m_script.get());
-    std::string order;
-    std::int64_t due = 0;
-    EXPECT_EQ(nullptr, schedule.TakeBefore(1000000, due));
-    while (const MetadataMessage* message = schedule.TakeBefore(3000001, due)) {
-        order += (message->kind == MetadataKind::Face ? " face " : " beat ") + std::to_string(due / 1000);
-    }
-    EXPECT_EQ(" beat 1000 face 2000 beat 2000 beat 3000", order);
 }

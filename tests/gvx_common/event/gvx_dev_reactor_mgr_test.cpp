@@ -38,19 +38,6 @@ TEST_F(GvxDevReactorMgrTest, DeviceReturnsToItsReactorAndNewOnesGoToTheIdlest) {
     EXPECT_EQ(0, first->GetEventHandleNum()) << "and detached once";
 }
 
-TEST_F(GvxDevReactorMgrTest, BoundDevicesWeighMoreThanRememberedOnes) {
-    const ScopedSettings setting("MAX_DEV_REACTOR_NUM=2\n");
-    ASSERT_EQ(0, m_mgr.ReactorPoolInit(2));
-    CGvxReactor* busy = Bind("busy");
-    for (int i = 0; i < 20; ++i) {
-        const std::string key = "gone" + std::to_string(i);
-        EXPECT_NE(busy, Bind(key));
-        m_mgr.FindAndReleaseReactor(key);
-    }
-    EXPECT_NE(busy, Bind("new")) << "load 20 against 129";
-    EXPECT_EQ(busy, Bind("next")) << "load 129 against 149";
-}
-
 TEST_F(GvxDevReactorMgrTest, PoolGrowsOneBindBeforeTheLastFreeReactorUpToItsMaximumAndThenShares) {
     const ScopedSettings setting("MAX_DEV_REACTOR_NUM=5\n");
     ASSERT_EQ(0, m_mgr.ReactorPoolInit(4));

@@ -99,24 +99,6 @@ TEST_F(NvrReactorTest, DataOutranksHangUpAndBareHangUpRemoves) {
     EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kExcept)) << "but removes the handle";
 }
 
-TEST_F(NvrReactorTest, RemovalForgetsTheHandlerWhateverEpollSays) {
-    ASSERT_EQ(0, m_reactor.register_handler(&m_handler, kRead | kWrite));
-    EXPECT_EQ(0, m_reactor.remove_handler(&m_handler, kRead));
-    Passes(2);
-    EXPECT_EQ("", m_handler.Calls());
-    EXPECT_EQ(-1, m_reactor.register_handler(&m_handler, kRead)) << "epoll still has it";
-    EXPECT_EQ(-1, m_reactor.remove_handler(&m_handler, kWrite)) << "the map has not";
-
-    SocketPair closed;
-    RecordingHandler lost(closed.ours.Get());
-    ASSERT_EQ(0, m_reactor.register_handler(&lost, kRead));
-    closed.ours.Reset();
-    EXPECT_EQ(-1, m_reactor.remove_handler(&lost, kRead)) << "epoll refuses";
-    const ScopedRecordingLogger log;
-    EXPECT_EQ(-1, m_reactor.remove_handler(&lost, kRead));
-    EXPECT_TRUE(log->Contains("cannot find handle["));
-}
-
 TEST_F(NvrReactorTest, HandlerMayRemoveItselfWhileItRuns) {
     class SelfRemovingHandler : public RecordingHandler {
     public:

@@ -177,17 +177,6 @@ TEST_F(ConnectionMgrTest, AttemptsForAMediaUnitEndWithItsScuAndForAnotherPort) {
     BP::CNetFactory::Stop();
 }
 
-TEST_F(ConnectionMgrTest, RequestsTellTheirSequenceNumberAndLeaveNoTransactionOpen) {
-    const unsigned seq = RequestXml(NSS_QUERY_GVX_TYPE_REQ, "T-1");
-    RequestXml(NSS_QUERY_GVX_TYPE_REQ, "");
-    const auto sent = m_frames.All();
-    ASSERT_EQ(2u, sent.size());
-    EXPECT_EQ(seq, sent[0].Head().uiSeqID);
-    EXPECT_EQ("T-1", sent[0].Transaction());
-    EXPECT_NE("", sent[1].Transaction());
-    EXPECT_EQ(0u, BP::CTransactionMgr::OpenTransactions());
-}
-
 TEST_F(ConnectionMgrTest, ResponsesAnswerOddRequestsWithWholeFrames) {
     const std::string full(64, 't');  // a transaction that fills its field
     NssMsgHeader head{};

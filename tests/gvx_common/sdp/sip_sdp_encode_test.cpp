@@ -173,9 +173,6 @@ TEST_F(SipSdpEncodeTest, FormatsAndPayloadsOfABlock) {
             EXPECT_EQ(text.find("a=crypto") != std::string::npos, algorithm == 0) << algorithm;
         }
     }
-    for (const auto& [format, number] : {std::pair<unsigned, unsigned>{1, 1}, {2, 2}, {6, 5}, {7, 3}, {9, 1}}) {
-        EXPECT_EQ(m_codec.converVideoEncode(format), number);
-    }
 }
 
 TEST_F(SipSdpEncodeTest, ARefusalNamesItsReasonAndLeavesTheOutputAlone) {
