@@ -6,6 +6,7 @@
 #include "support/wait_until.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <mutex>
@@ -125,6 +126,52 @@ TEST(LinkEventThreadTest, AnOpeningThatWaitsForItsPeerDelaysThatPeerAlone) {
     EXPECT_LE(diary.size(), gvx::LinkEventThread::kMaxEvents + 5);
     EXPECT_EQ(dropped, 0u) << "nothing is kept for a link that has gone";
     EXPECT_EQ(log->Count("are passed over"), 1u);
+}
+
+TEST(LinkEventThreadTest, NeitherSilentMainServicesNorOneThatFloodsHoldUpTheOthers) {
+    const ScopedRecordingLogger log;
+    std::promise<void> answered;
+    const std::shared_future<void> answer = answered.get_future().share();
+    std::atomic<std::size_t> silent{0};
+    std::atomic<std::size_t> fed{0};
+    std::atomic<bool> served{false};
+    gvx::LinkEventThread thread;
+    const auto hold = [&thread](int count) {
+        for (int frame = 0; frame < count; ++frame) {
+            auto cmd = std::make_unique<BP::CCmd>();
+            cmd->SetNetLinkID("GVX#flood");
+            int result = -1;
+            EXPECT_TRUE(thread.Hold(cmd, result));
+        }
+    };
+    const auto opened = [&](const std::string&, int, const std::string& link, const std::string&, unsigned int) {
+        if (link == "SCU#1") {
+            served = true;
+        } else if (link != "GVX#flood") {
+            ++silent;
+            thread.Aside([&] { answer.wait(); });
+        }
+    };
+    const auto closed = [](const std::string&, int, const std::string&, const std::string&, unsigned int) {};
+    // Each frame that is handed on is followed by two, until the other's event is served.
+    ASSERT_TRUE(thread.Start({opened, closed}, [&](const BP::CCmd&) {
+        ++fed;
+        hold(served ? 0 : 2);
+        return 0;
+    }));
+    const BP::LinkEvents events = thread.Callbacks();
+    const std::size_t many = gvx::LinkEventThread::kMaxAside + 10;
+    for (std::size_t number = 0; number < many; ++number) {
+        events.opened("", kElementGVX, "GVX#" + std::to_string(number), "127.0.0.1", 1);
+    }
+    events.opened("", kElementGVX, "GVX#flood", "127.0.0.1", 1);
+    hold(1);
+    events.opened("", kElementSCU, "SCU#1", "127.0.0.1", 1);
+    EXPECT_TRUE(WaitUntil([&] { return served.load(); }));
+    EXPECT_EQ(silent, many);
+    EXPECT_GT(fed, 0u);
+    answered.set_value();
+    thread.Stop();
 }
 
 // What waits for an answer waits for ever here.
