@@ -94,4 +94,29 @@ TEST_F(LinkQueue, FramesOfOneSenderKeepTheirOrderAndFramesOfManyStayWhole) {
     EXPECT_EQ(0, failures);
 }
 
+TEST_F(LinkQueue, SendersSurviveLinksThatComeAndGo) {
+    StartListening();
+    std::atomic<bool> stop{false};
+    std::thread sender([&stop] {
+        while (!stop) {
+            if (Send("SCU#001", Frame(kType, "t", 100)) != 0) {
+                std::this_thread::yield();
+            }
+        }
+    });
+    for (int round = 0; round < 20; ++round) {
+        auto peer = RegisteredPeer("SCU#001");
+        EXPECT_TRUE(peer->ReadFrame().has_value());
+    }
+    auto peer = RegisteredPeer("SCU#001");
+    BP::CNetFactory::Stop();
+    stop = true;
+    sender.join();
+    const auto events = Events();
+    ASSERT_EQ(42u, events.size());
+    for (std::size_t at = 0; at < events.size(); ++at) {
+        EXPECT_EQ(at % 2 == 0 ? "opened SCU#001 10105" : "closed SCU#001 10105", events[at]);
+    }
+}
+
 }  // namespace

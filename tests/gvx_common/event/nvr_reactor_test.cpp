@@ -115,6 +115,27 @@ TEST_F(NvrReactorTest, HandlerMayRemoveItselfWhileItRuns) {
     EXPECT_EQ("input", handler.Calls());
 }
 
+TEST_F(NvrReactorTest, EventTakenTogetherWithATimerIsNotDispatched) {
+    class NoBellReactor : public NVR_Reactor {
+    public:
+        NoBellReactor() : NVR_Reactor(new QcnReactor(), true) {}
+        // Timers of this one do not ring, so the data is what epoll_wait gives.
+        int notify(ACE_Event_Handler*, ACE_Reactor_Mask, ACE_Time_Value*) override { return 0; }
+    };
+    NoBellReactor reactor;
+    RecordingHandler timer;
+    ASSERT_EQ(0, reactor.register_handler(&m_handler, kRead));
+    ASSERT_NE(-1, reactor.schedule_timer(&timer, nullptr, ACE_Time_Value::zero));
+    m_pair.Send("x");
+    ACE_Time_Value noWait = ACE_Time_Value::zero;
+    EXPECT_EQ(1, reactor.handle_events(&noWait));
+    EXPECT_EQ("timeout", timer.Calls());
+    m_pair.Send("y");
+    EXPECT_EQ(0, reactor.handle_events(&noWait));
+    EXPECT_EQ("", m_handler.Calls()) << "lost until something arms the handle";
+    reactor.close();
+}
+
 TEST_F(NvrReactorTest, OneTimerAPassAndCancelledByIdAlone) {
     RecordingHandler byId;
     RecordingHandler byHandler;
