@@ -90,6 +90,18 @@ TEST_F(ConfigMgrTest, IllegalValueRaisesAnAlarmAndStaysInForce) {
     EXPECT_EQ("GVX_SDK_SYNC_TIME_INTERVAL", m_mgr.GetErrorConfigName());
 }
 
+TEST_F(ConfigMgrTest, NumbersAreClamped) {
+    ASSERT_EQ(0, InitWith("low=-1\nmid=7200\nhigh=86401\nempty=\nGVX_SDK_SYNC_TIME_SWITCH=1\n"
+                          "GVX_SDK_SYNC_TIME_INTERVAL=86401\n"));
+    EXPECT_EQ(86400u, m_mgr.GetSdkSyncTimeInterval());
+    EXPECT_EQ(1u, m_mgr.GetSdkSyncTimeSwitch());
+    for (const auto& [key, number] :
+         {std::pair<const char*, int>{"low", 3600}, {"mid", 7200}, {"high", 86400}, {"empty", 3600}, {"none", 5000}}) {
+        EXPECT_EQ(number, m_mgr.GetConfNumber(key, 5000, 3600, 86400)) << key;
+    }
+    EXPECT_EQ(-1, m_mgr.GetConfNumber("low", 0));
+}
+
 TEST_F(ConfigMgrTest, MainFileMissingEmptyOrZeroFails) {
     std::filesystem::remove(m_folder.Path("zvs_gvx.conf"));
     EXPECT_EQ(1, m_mgr.Init());

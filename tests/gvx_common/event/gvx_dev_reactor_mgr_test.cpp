@@ -38,6 +38,23 @@ TEST_F(GvxDevReactorMgrTest, DeviceReturnsToItsReactorAndNewOnesGoToTheIdlest) {
     EXPECT_EQ(0, first->GetEventHandleNum()) << "and detached once";
 }
 
+TEST_F(GvxDevReactorMgrTest, TracksExpireStrictlyAfterTheLimit) {
+    const ScopedSettings setting("MAX_DEV_REACTOR_NUM=2\n");
+    ASSERT_EQ(0, m_mgr.ReactorPoolInit(2));
+    CGvxReactor* reactor = Bind("A");
+    Bind("bound");
+    m_mgr.FindAndReleaseReactor("A");
+    m_clock->AdvanceSeconds(100);
+    m_mgr.FindAndReleaseReactor("A");  // refreshes the track
+    m_clock->AdvanceSeconds(1800);
+    m_mgr.DelExpiredHistoryTrack();
+    EXPECT_EQ(1, reactor->GetHistoryTrackNum()) << "exactly as old as the limit";
+    m_clock->AdvanceSeconds(1);
+    m_mgr.DelExpiredHistoryTrack();
+    EXPECT_EQ(0, reactor->GetHistoryTrackNum());
+    EXPECT_EQ(1, m_mgr.FindReactor("bound")->GetHistoryTrackNum()) << "a bound device is never swept";
+}
+
 TEST_F(GvxDevReactorMgrTest, PoolGrowsOneBindBeforeTheLastFreeReactorUpToItsMaximumAndThenShares) {
     const ScopedSettings setting("MAX_DEV_REACTOR_NUM=5\n");
     ASSERT_EQ(0, m_mgr.ReactorPoolInit(4));
