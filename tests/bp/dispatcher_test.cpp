@@ -4,6 +4,7 @@
 #include "support/caught_frames.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
+#include "support/run_threads.h"
 #include "support/test_clock.h"
 #include "support/wait_until.h"
 
@@ -175,21 +176,15 @@ TEST_F(Dispatcher, ManySynchronousSendsAtOnceEachGetTheirOwnAnswer) {
     const CaughtFrames answered([](const CaughtFrame& frame) {
         BP::CDispatcher::FrameArrived(40105, "GVX#1", Block(kResponse, frame.Transaction()));
     });
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([] {
-            for (int count = 0; count < 200; ++count) {
-                const std::string trans = BP::CMKTransID::GenerateTransID();
-                EXPECT_LE(trans.size(), 40u);
-                const auto answer = SendAndWait(trans, 60);
-                ASSERT_NE(nullptr, answer);
-                EXPECT_EQ(trans, answer->GetTransID());
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    RunThreads(4, [](int /*thread*/) {
+        for (int count = 0; count < 200; ++count) {
+            const std::string trans = BP::CMKTransID::GenerateTransID();
+            EXPECT_LE(trans.size(), 40u);
+            const auto answer = SendAndWait(trans, 60);
+            ASSERT_NE(nullptr, answer);
+            EXPECT_EQ(trans, answer->GetTransID());
+        }
+    });
     EXPECT_TRUE(Sunk().empty());
 }
 

@@ -1,6 +1,7 @@
 #include "gvx_common/adapter/gvx_adapter_lens.h"
 
 #include "base/clock.h"
+#include "support/run_threads.h"
 #include "support/settings_folder.h"
 #include "support/test_clock.h"
 #include "support/test_lens.h"
@@ -9,9 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -52,19 +51,13 @@ TEST(SnapshotQueue, OfABurstFiveWaitAndNoneOlderThanASecondRuns) {
     ASSERT_TRUE(lens.WaitForCaptures(1));
     std::atomic<int> accepted{0};
     std::atomic<int> refused{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = t; i < 100; i += 8) {
-                const int result = lens.EnqueueSnapRequest(RequestAt(0));
-                accepted += result == 0 ? 1 : 0;
-                refused += result == ZVS_GVX_GET_SNAP_SHOT_ERROR ? 1 : 0;
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    RunThreads(8, [&](int t) {
+        for (int i = t; i < 100; i += 8) {
+            const int result = lens.EnqueueSnapRequest(RequestAt(0));
+            accepted += result == 0 ? 1 : 0;
+            refused += result == ZVS_GVX_GET_SNAP_SHOT_ERROR ? 1 : 0;
+        }
+    });
     EXPECT_EQ(5, accepted);
     EXPECT_EQ(95, refused);
     clock->AdvanceMs(1001);

@@ -3,6 +3,7 @@
 #include "base/bounded_string.h"
 #include "base/clock.h"
 #include "support/fake_peer.h"
+#include "support/run_threads.h"
 #include "support/test_clock.h"
 #include "support/wait_until.h"
 
@@ -400,22 +401,16 @@ TEST_F(AlarmState, FiftyThreadsRaiseAndClear) {
     constexpr int kThreads = 50;
     CEmergencyProtection& alarms = *CEmergencyProtection::Instance();
     ASSERT_EQ(1, alarms.LoadAlarmStatus(m_store));
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&alarms, t] {
-            const std::string own = std::to_string(t);
-            alarms.OnLogWarn(500, "/l", own.c_str());
-            alarms.OnLogWarn(502, "/l", "shared");
-            alarms.SetGvxBPAlarmRepMsg("ALARM_T", GVX_ALARM_DEV_TYPE, own, "", false);
-            alarms.IsAlarmStatusItemExist(ALARM_GVX_LOG_RECORD_FAIL, own);
-            alarms.CachePluginAlarm("ALARM_C", GVX_ALARM_DEV_TYPE, own, "");
-            alarms.SendAlarmCacheToGvx();
-            alarms.OnLogWarn(550, "/l", own.c_str());
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    RunThreads(kThreads, [&alarms](int t) {
+        const std::string own = std::to_string(t);
+        alarms.OnLogWarn(500, "/l", own.c_str());
+        alarms.OnLogWarn(502, "/l", "shared");
+        alarms.SetGvxBPAlarmRepMsg("ALARM_T", GVX_ALARM_DEV_TYPE, own, "", false);
+        alarms.IsAlarmStatusItemExist(ALARM_GVX_LOG_RECORD_FAIL, own);
+        alarms.CachePluginAlarm("ALARM_C", GVX_ALARM_DEV_TYPE, own, "");
+        alarms.SendAlarmCacheToGvx();
+        alarms.OnLogWarn(550, "/l", own.c_str());
+    });
     alarms.OnLogWarn(552, "/l", "shared");
     EXPECT_EQ(0, Stored());
     std::map<std::string, int> count;

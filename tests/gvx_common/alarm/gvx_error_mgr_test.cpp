@@ -5,6 +5,7 @@
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "support/caught_frames.h"
+#include "support/run_threads.h"
 #include "support/temp_folder.h"
 #include "support/test_clock.h"
 #include "support/wait_until.h"
@@ -126,22 +127,16 @@ TEST_F(ErrorReports, AReportIsDroppedForWhatIsMissingAndAfterAMinuteWithoutAnAns
 TEST_F(ErrorReports, ManyThreadsReportWhileTheThreadSends) {
     const long before = g_bp_memstat;
     GVXErrorMgr& shared = *GVXErrorMgr::getInstance();
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 50; ++i) {
-        threads.emplace_back([&shared, i] {
-            const std::string device = "CAM" + std::to_string(i);
-            for (int code = 0; code < 20; ++code) {
-                shared.reportError("func", device.c_str(), "0", code, "login", "%d", code);
-                shared.reportHstError("SCU#1", "func", device.c_str(), "0", code, "login", "%d", code);
-                CBB::CXml xml;
-                EXPECT_EQ(shared.getXmlInfoByTidWithDestory(xml, -1), 0);
-                EXPECT_NE(xml.ToString().find("<DevCode>" + device + "</DevCode>"), std::string::npos);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    RunThreads(50, [&shared](int i) {
+        const std::string device = "CAM" + std::to_string(i);
+        for (int code = 0; code < 20; ++code) {
+            shared.reportError("func", device.c_str(), "0", code, "login", "%d", code);
+            shared.reportHstError("SCU#1", "func", device.c_str(), "0", code, "login", "%d", code);
+            CBB::CXml xml;
+            EXPECT_EQ(shared.getXmlInfoByTidWithDestory(xml, -1), 0);
+            EXPECT_NE(xml.ToString().find("<DevCode>" + device + "</DevCode>"), std::string::npos);
+        }
+    });
     EXPECT_TRUE(WaitUntil([this] { return m_sent.Count() > 0; }));
     shared.reportError("func", "CAM1", "0", 1, "login", "x");
     shared.stopWork();

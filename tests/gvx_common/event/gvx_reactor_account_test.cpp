@@ -2,10 +2,10 @@
 
 #include "event_test_support.h"
 #include "support/recording_logger.h"
+#include "support/run_threads.h"
 
 #include <algorithm>
 #include <array>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -55,23 +55,17 @@ TEST(GvxReactorAccountTest, LimitPurgeAndExpiryLoseNothingAndKeepTheOrder) {
     }
     // Each producer has devices of its own and takes them in turn.
     const auto produceAll = [&](std::uint32_t firstNumber) {
-        std::vector<std::thread> producers;
-        for (std::uint32_t producer = 0; producer < kProducers; ++producer) {
-            producers.emplace_back([&, producer] {
-                for (std::uint32_t push = 0; push < kPushesPerProducer; ++push) {
-                    const std::uint32_t number = firstNumber + producer * kPushesPerProducer + push;
-                    Pushed& cmd = cmds[number];
-                    cmd.device = producer + kProducers * (push % (kDevices / kProducers));
-                    cmd.reqID = ReqIDOf(push, cmd.device);
-                    cmd.old = push % 7 == 3;
-                    TestCmd entry(cmd.reqID, "dev" + std::to_string(cmd.device), cmd.old ? kLongAgo : 0);
-                    cmd.accepted = reactor.PushMessage(entry.Service(number).Counted(live).Entry()) == 0;
-                }
-            });
-        }
-        for (std::thread& producer : producers) {
-            producer.join();
-        }
+        RunThreads(kProducers, [&](std::uint32_t producer) {
+            for (std::uint32_t push = 0; push < kPushesPerProducer; ++push) {
+                const std::uint32_t number = firstNumber + producer * kPushesPerProducer + push;
+                Pushed& cmd = cmds[number];
+                cmd.device = producer + kProducers * (push % (kDevices / kProducers));
+                cmd.reqID = ReqIDOf(push, cmd.device);
+                cmd.old = push % 7 == 3;
+                TestCmd entry(cmd.reqID, "dev" + std::to_string(cmd.device), cmd.old ? kLongAgo : 0);
+                cmd.accepted = reactor.PushMessage(entry.Service(number).Counted(live).Entry()) == 0;
+            }
+        });
         return static_cast<std::size_t>(
             std::count_if(cmds.begin(), cmds.end(), [](const Pushed& cmd) { return cmd.accepted; }));
     };

@@ -9,6 +9,7 @@
 #include "support/caught_frames.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
+#include "support/run_threads.h"
 #include "support/test_clock.h"
 
 #include <gtest/gtest.h>
@@ -286,17 +287,11 @@ TEST_F(UnreliableServiceTest, TwoHundredThreadsNeverShareAPortAndNoneIsLost) {
         const std::lock_guard<std::mutex> lock(mutex);
         EXPECT_TRUE(held.insert(port).second) << port << " was handed out twice";
     };
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < kPortsEach; ++i) {
-                hold();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    RunThreads(kThreads, [&](int /*thread*/) {
+        for (int i = 0; i < kPortsEach; ++i) {
+            hold();
+        }
+    });
     over = true;
     time.join();
     // Just as many as there are: had one been lost, the last thread would still ask for it.

@@ -1,5 +1,6 @@
 #include "gvx_common/utility/gvx_utility.h"
 
+#include "support/run_threads.h"
 #include "support/temp_folder.h"
 #include "support/test_clock.h"
 
@@ -141,17 +142,11 @@ TEST(UtilityNumbers, SequenceIsUniqueAcrossThreadsAndGoesFromSixtyThousandToThre
         last = next;
     }
     EXPECT_EQ(3u, CGvxUtility::CreatSeqID());
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([] {
-            for (int count = 0; count < 1000; ++count) {
-                CGvxUtility::CreatSeqID();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    RunThreads(8, [](int /*thread*/) {
+        for (int count = 0; count < 1000; ++count) {
+            CGvxUtility::CreatSeqID();
+        }
+    });
     EXPECT_EQ(8004u, CGvxUtility::CreatSeqID()) << "none given twice";
 }
 
