@@ -99,12 +99,11 @@ TEST_F(GatewayTest, StuckPluginCallIsNamedAndTheOthersAreServed) {
         SendJson(NSS_START_STREAM_REQ, R"({"DevCode":"STUCK","ServiceID":"s","DstIP":"127.0.0.1","DstVideoPort":9})");
     std::vector<std::string> faults;
     ASSERT_TRUE(WaitUntil([&] {
+        // A busy machine may keep other threads waiting as well, for a while.
         faults = gvx::LivenessFaults(heartbeats.Threads());
-        return faults.size() == 2;
+        return faults.size() == 2 && faults[1].find("The event thread Device") == 0 && heartbeats.SharedThreadsAlive();
     })) << log->Dump();
     EXPECT_NE(faults[0].find("Plug-in moody: StartStream of device STUCK has not returned for "), std::string::npos);
-    EXPECT_NE(faults[1].find("The event thread Device"), std::string::npos) << faults[1];
-    EXPECT_TRUE(heartbeats.SharedThreadsAlive()) << "one device is no reason to end all";
     EXPECT_EQ(AddDevice("CAM1").code, 0u);
     gvx::WriteStatusToLog();
     EXPECT_TRUE(log->Contains("StartStream of device STUCK has not returned for ")) << log->Dump();
