@@ -70,7 +70,7 @@ def check_snapshot(ctl, camera, folder, url, bodies):
     ctl("snapshot", "--dev", "SNAP", "--count", "2", "--url", url)
     e2e.check(bodies == 2 * [(folder / "picture.jpg").read_bytes()], f"{len(bodies)} pictures, or other ones")
     ctl("snapshot", "--dev", "WRONG", "--url", url, "--seconds", "2", code=1)
-    e2e.check(ctl.gateway.lines("There is no picture", "refuses user or password"), "the refusal is not told")
+    e2e.wait_until(lambda: ctl.gateway.lines("There is no picture", "refuses user or password"), 60, "the refusal is told")
 
 
 def whole_pictures(recording, codec):
@@ -89,7 +89,7 @@ def check_codec(options, folder, stack, codec, auth, audio):
     (gateway.conf / "omu_portal" / "cacert.pem").write_bytes((folder / "ca.pem").read_bytes())
     ctl = Ctl(options, gateway)
     check_snapshot(ctl, camera, folder, *media_of_files.make_server(folder, stack))
-    e2e.check(gateway.lines("Camera[WRONG]", "wrong password"), "the state is not told")
+    e2e.wait_until(lambda: gateway.lines("Camera[WRONG]", "wrong password"), 60, "the state is told")
     refused = ctl("start-stream", "--dev", "WRONG", "--dst", "127.0.0.1:9", code=1)
     e2e.check("wrong password" in refused, refused)
     # Paths are found by trying; two streams of one kind share a session with the camera.

@@ -110,7 +110,7 @@ def check_paused(platform, control, sink):
     """A recording that the platform has paused is not one that fails."""
     platform.must(e2e.START_STREAM, e2e.TAG_JSON, json.dumps({
         "DevCode": "CAM1", "ServiceID": "old", "ServiceType": 7, "StartTime": "20260101000000",
-        "EndTime": "20260101000002", "DstIP": "127.0.0.1", "DstVideoPort": sink.getsockname()[1]}).encode())
+        "EndTime": "20260101000010", "DstIP": "127.0.0.1", "DstVideoPort": sink.getsockname()[1]}).encode())
     platform.must(STREAM_CTRL, e2e.TAG_JSON, b'{"DevCode":"CAM1","ServiceID":"old","Command":1}')
     old = next(stream for stream in control.json("streams")["streams"] if stream["id"] == "old")
     e2e.check(old["state"] == "paused" and old["delivering"], json.dumps(old))
@@ -196,7 +196,7 @@ def check_second_gateway(options, folder, stack, first, port):
 
 
 def check_status(options, folder, stack):
-    video, audio = e2e.make_clip(folder)
+    video, audio = e2e.make_clip(folder, seconds=10)  # long enough to be paused
     port = e2e.free_port()
     gateway = e2e.start_gateway(options, folder, stack, {"demo": {
         "video": str(video), "audio": str(audio), "recorded": "20260101000000"}}, {"GVX_STATUS_PORT": port})
