@@ -17,10 +17,10 @@ class Browser:
     def __init__(self, program, folder, stack):
         to_read, self.to = os.pipe()
         self.source, from_write = os.pipe()
-        # The browser has its ends as 3 and 4.
+        # The browser has its ends as 3 and 4. (Not every sh knows descriptors of two digits.)
         shell = f'exec 3<&{to_read} 4>&{from_write}; exec "$@"'
         self.process = subprocess.Popen(
-            ["/bin/sh", "-c", shell, "sh", program, "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
+            ["bash", "-c", shell, "bash", program, "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
              "--disable-dev-shm-usage", "--remote-debugging-pipe", f"--user-data-dir={folder}/browser", "about:blank"],
             pass_fds=(to_read, from_write), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
             stderr=subprocess.DEVNULL)
