@@ -175,3 +175,17 @@ TEST_F(OperationTest, WhatIsNotAllowedIsRefusedByName) {
         EXPECT_EQ(answer.json["Reason"].asString().find(row.reason), 0u) << row.json << answer.text;
     }
 }
+
+TEST_F(OperationTest, APictureWhoseAddressIsNoneIsToldAsLost) {
+    std::string told;
+    onOtherFrame = [&told](const FakePeer::Frame& frame) {
+        told += frame.head.usiMsgType == NSS_IMAGE_UPLOAD_COMPLETE_REQ ? frame.body : "";
+    };
+    const char* answer = R"({"DevCode":"K","LensCode":"K0","ContentID":"picture 1","SessionID":7})";
+    ASSERT_TRUE(
+        peer->SendFrame(NSS_GET_UPLOAD_IMAGE_URL_RSP, 1, "none", 0, FakePeer::MakeItem(NSS_TAG_JSON_CONTENT, answer)));
+    EXPECT_TRUE(log->WaitFor("The answer has no URL, picture 'picture 1' is lost."));
+    EXPECT_NE(AskJson(NSS_STOP_STREAM_REQ, R"({"DevCode":"K"})").code, 0u);  // what was sent ahead comes first
+    EXPECT_NE(told.find(R"("ContentID":"picture 1")"), std::string::npos) << told;
+    EXPECT_NE(told.find(R"("Result":1)"), std::string::npos) << told;
+}

@@ -99,8 +99,10 @@ void PutStreams(Families& all, const GatewayStatus& status) {
     const StreamTotals& totals = status.streamTotals;
     all.Counter("gvx_streams_started_total", "Streams started.").Put(totals.started);
     all.Counter("gvx_stream_frames_total", "Frames of video sent.").Put(totals.frames);
-    all.Counter("gvx_stream_packets_total", "Packets of video and sound sent.").Put(totals.packets);
-    all.Counter("gvx_stream_bytes_total", "Bytes of all media sent.").Put(totals.bytes);
+    all.Counter("gvx_stream_packets_total", "Packets of video and sound handed over to be sent, lost ones included.")
+        .Put(totals.packets);
+    all.Counter("gvx_stream_bytes_total", "Bytes of all media handed over to be sent, lost ones included.")
+        .Put(totals.bytes);
     all.Counter("gvx_stream_packets_lost_total", "Packets that could not be sent.").Put(totals.lost);
     all.Gauge("gvx_send_blocks", "Blocks for packets on their way to a socket.")
         .Put(status.memory.sendBlocksFree, {{"state", "free"}})

@@ -1,5 +1,6 @@
 #include "gateway/requests/snapshot_work.h"
 
+#include "base/fixed_text.h"
 #include "base/json_io.h"
 #include "base/log.h"
 #include "bp/session.h"
@@ -86,10 +87,22 @@ int TakeUploadAddress(GatewayContext& context, BP::CGvxSessionBase& /*session*/,
     address.ullSessionID = static_cast<std::uint64_t>(JsonInt(body, "SessionID", 0));
     address.eSnapType = static_cast<SnapType>(JsonInt(body, "SnapType", SNAP_TYPE_NONE));
     address.nResult = static_cast<std::int32_t>(ResponseCode(cmd).value_or(ZVS_FAIL));
-    if (address.nResult == 0 && address.strUrl.empty()) {
+    // An address that is none is no refusal: the platform hears that the picture is lost.
+    const bool isLost = address.nResult == 0 && address.strUrl.empty();
+    ADAPTER_COMMON_MESSAGE lost{};
+    lost.ExceptionType = ADAPTER_REPORT_PICTURE_LOST;
+    lost.ulIdentifyID = address.ullSessionID;
+    lost.enSnapType = address.eSnapType;
+    const bool fits = PutText(lost.chSubDevId, address.strLensCode) && PutText(lost.stContentId, address.strContentID);
+    if (isLost) {
+        GVX_LOG_ERR_CODE("Snapshot", ZVS_PARA_INVALID, "The answer has no URL, picture '%s' is lost. [dev:%s, lens:%s]",
+                         address.strContentID.c_str(), device->Code().c_str(), address.strLensCode.c_str());
         address.nResult = ZVS_PARA_INVALID;
     }
     device->TakeUploadAddress(std::move(address));
+    if (isLost && fits) {
+        device->TakeReport(lost);
+    }
     return ZVS_SUCCEED;
 }
 

@@ -62,7 +62,6 @@ CGvxConnection MakeConnection(const std::string& linkId, int elementType, const 
     connection.SetLinkId(linkId);
     connection.SetElementIP(ip);
     connection.SetElementPort(port);
-    connection.SetProgress(BP::CDispatcher::ProgressOf(linkId));
     return connection;
 }
 
@@ -357,9 +356,11 @@ void CGvxConnectionMgr::OnGVXMainServiceLinkOpened(const std::string& linkId, co
                                                    unsigned int port) {
     {
         const AlarmsBehind alarms(linkId);
+        CGvxConnection opened = MakeConnection(linkId, kElementOMU, ip, port);
+        opened.SetProgress(BP::CDispatcher::ProgressOf(linkId));
         {
             const std::lock_guard<std::mutex> lock(m_connectionMutex);
-            m_gvxMainServiceConnection = MakeConnection(linkId, kElementOMU, ip, port);
+            m_gvxMainServiceConnection = opened;
             m_mainServices.remove_if([&linkId](const CGvxConnection& other) { return other.GetLinkId() == linkId; });
             m_mainServices.push_back(m_gvxMainServiceConnection);
         }
