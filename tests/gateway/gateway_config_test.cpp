@@ -6,6 +6,8 @@
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
 
+#include <thread>
+
 namespace {
 
 // Settings in their sections, as an edit needs them.
@@ -83,6 +85,20 @@ TEST_F(GatewayConfigTest, APluginThatHangsInASwitchHoldsUpItsOwnEditsAlone) {
     state->release = true;
     EXPECT_EQ(WaitAnswer(NSS_SET_GVX_PLUGIN_CONFIG_REQ, hangs).code, 0u);
     EXPECT_EQ(GvxConfigMgr()->GetConfValue("GVX_HIKSDK_LOG_SWITCH", ""), "1");
+
+    ASSERT_EQ(AddDevice("CAM1").code, 0u);
+    state->release = false;
+    log->Clear();
+    std::thread reload([] { GvxConfigMgr()->SetHikAndDahuaSDKSwitch("GVX_HIKSDK_LOG_SWITCH", 1); });
+    ASSERT_TRUE(WaitUntil([state] { return state->hanging == 1; })) << log->Dump();
+    gateway->StopWaiting();
+    reload.join();
+    EXPECT_TRUE(log->Contains("A call of plug-in hiksdk is not waited for: the gateway stops.")) << log->Dump();
+    EXPECT_FALSE(log->Contains("has not returned within")) << "a stop cannot wait so long";
+    EXPECT_FALSE(gateway->Stop()) << "the plug-in is still at it";
+    EXPECT_FALSE(gateway->Context().devices.Contains("CAM1"));
+    state->release = true;
+    EndLeftBehind(0);
 }
 
 TEST_F(GatewayConfigTest, SettingsOfSecureVideoComeWithARequestAndWithAnAnswer) {

@@ -261,6 +261,7 @@ StartResult Gateway::StartIntake() {
 
 bool Gateway::Stop() {
     m_context->stopping = true;
+    StopWaiting();
     m_admin.Stop();
     m_context->devices.Close();
     if (m_intake != nullptr) {

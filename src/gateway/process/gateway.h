@@ -51,6 +51,8 @@ public:
     // Starts the rest. A failed start has undone its steps; the result names what is at fault.
     StartResult Start(const GatewayOptions& options);
 
+    // The first step of a stop: what waits for a plug-in's call on another thread returns at once. Any thread.
+    void StopWaiting() { m_context->pluginReactors.StopWaiting(); }
     // Stops everything within two seconds: links take nothing in any more, every device is torn down on its own
     // reactor, then the rest follows. True when all came to its end. False when a command or a plug-in's call does
     // not come to its end, or a plug-in may still use what it was given: it is named in the log, and the process must

@@ -241,6 +241,7 @@ void StopInTime(Gateway& gateway, ReloadThread& reload, OverdueWatch& watch, std
                 });
     bool stopped = false;
     try {
+        gateway.StopWaiting();
         reload.Wait();  // it may be at the plug-ins
         stopped = gateway.Stop();
     } catch (const std::exception& fault) {

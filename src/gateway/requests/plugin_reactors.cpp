@@ -3,9 +3,11 @@
 #include "base/log.h"
 #include "gvx_common/event/gvx_reactor.h"
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <new>
+#include <optional>
 #include <utility>
 
 namespace gvx {
@@ -15,15 +17,28 @@ namespace {
 constexpr unsigned long kStackBytes = 1048576;  // what a plug-in finds on the reactor of a device, too
 constexpr std::chrono::seconds kCallLimit(5);
 
+int NotWaitedFor(const std::string& plugin) {
+    GVX_LOG_WARN("Plug-in reactor", "A call of plug-in %s is not waited for: the gateway stops.", plugin.c_str());
+    return ZVS_FAIL;
+}
+
+}  // namespace
+
 // Gone without an end: the reactor has ended ahead of its turn.
 struct PluginCall : BP::CmdAttachment {
     explicit PluginCall(std::function<int()> made) : call(std::move(made)) {}
 
-    const std::function<int()> call;
-    std::promise<int> end;
-};
+    // With what it has come to; with nothing when nobody is to wait for that any more.
+    void End(std::optional<int> result) {
+        if (!ended.exchange(true)) {
+            end.set_value(result);
+        }
+    }
 
-}  // namespace
+    const std::function<int()> call;
+    std::atomic<bool> ended{false};
+    std::promise<std::optional<int>> end;
+};
 
 PluginReactors::PluginReactors() = default;
 
@@ -63,10 +78,13 @@ int PluginReactors::Call(const std::string& plugin, std::function<int()> call) {
     if (reactor->IsOwnThread()) {
         return call();
     }
-    std::future<int> end;
+    std::future<std::optional<int>> end;
     {
         const auto made = std::make_shared<PluginCall>(std::move(call));
         end = made->end.get_future();
+        if (!NoteWaiting(made)) {
+            return NotWaitedFor(plugin);
+        }
         BP::CCmd cmd;
         cmd.SetReqID(GVX_INTERNAL_REQ_PLUGIN_CALL);
         cmd.SetAttachment(made);
@@ -82,7 +100,8 @@ int PluginReactors::Call(const std::string& plugin, std::function<int()> call) {
         return ZVS_FAIL;
     }
     try {
-        return end.get();
+        const std::optional<int> result = end.get();
+        return result ? *result : NotWaitedFor(plugin);
     } catch (const std::future_error&) {
         return ZVS_FAIL;
     }
@@ -94,8 +113,28 @@ int MakePluginCall(GatewayContext& /*context*/, BP::CGvxSessionBase& /*session*/
         return ZVS_PARA_INVALID;
     }
     const int result = made->call();
-    made->end.set_value(result);
+    made->End(result);
     return result;
+}
+
+void PluginReactors::StopWaiting() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_stopWaiting = true;
+    for (const std::weak_ptr<PluginCall>& waiting : m_waiting) {
+        if (const std::shared_ptr<PluginCall> call = waiting.lock()) {
+            call->End(std::nullopt);
+        }
+    }
+}
+
+// False when nobody is to wait any more.
+bool PluginReactors::NoteWaiting(const std::shared_ptr<PluginCall>& call) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_waiting.remove_if([](const std::weak_ptr<PluginCall>& former) { return former.expired(); });
+    if (!m_stopWaiting) {
+        m_waiting.push_back(call);
+    }
+    return !m_stopWaiting;
 }
 
 void PluginReactors::End() {

@@ -3,6 +3,7 @@
 #include "bp/cmd.h"
 
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -16,6 +17,7 @@ class CGvxSessionBase;
 namespace gvx {
 
 struct GatewayContext;
+struct PluginCall;
 
 // A reactor for each plug-in that was asked for work which concerns it as a whole (searches, switches): such requests
 // are served in order, and a plug-in that does not return from one holds up those for itself alone. Any thread.
@@ -32,14 +34,21 @@ public:
     CGvxReactor* Of(const std::string& plugin);
     // Makes a call of that plug-in on its reactor's thread, and waits for its end: at most 5 s, since the plug-in may
     // not return; the call, with all that it refers to, outlives this then. On that thread itself: at once. The call's
-    // result; ZVS_FAIL, with a log line, when it could not be made or has not returned.
+    // result; ZVS_FAIL, with a log line, when it could not be made or has not returned, or nobody waits any more.
     int Call(const std::string& plugin, std::function<int()> call);
+    // For the stop: whoever waits in Call gets ZVS_FAIL at once, and so does whoever comes later, whose call is not
+    // made. Those that were made go on.
+    void StopWaiting();
     // Ends all of them, and waits for the work that runs; what is queued is not served any more. Not on their threads.
     void End();
 
 private:
-    std::mutex m_mutex;
-    std::map<std::string, std::unique_ptr<CGvxReactor>> m_reactors;  // Guarded by m_mutex; by the plug-in's name.
+    bool NoteWaiting(const std::shared_ptr<PluginCall>& call);
+
+    std::mutex m_mutex;                                              // Guards what follows.
+    std::map<std::string, std::unique_ptr<CGvxReactor>> m_reactors;  // by the plug-in's name
+    std::list<std::weak_ptr<PluginCall>> m_waiting;                  // calls, some of which have ended
+    bool m_stopWaiting = false;
 };
 
 // GVX_INTERNAL_REQ_PLUGIN_CALL, which Call pushes.
