@@ -1,6 +1,7 @@
 #include "nss/nss_msg.h"
 
 #include "base/bounded_string.h"
+#include "base/zvs_error.h"
 
 #include <ace/Message_Block.h>
 
@@ -77,12 +78,12 @@ CNssMsgBody::CNssMsgBody(unsigned short msgType, unsigned int seq, const char* t
 
 int CNssMsgBody::SetValue(const char* value, unsigned int length) {
     if (value == nullptr) {
-        return 1;
+        return ZVS_NULL_POINTER;
     }
     try {
         m_value.assign(value, length);
     } catch (const std::bad_alloc&) {
-        return 1;
+        return ZVS_ALLOC_MEMORY_ERROR;
     }
     m_hasValue = true;
     return 0;
@@ -90,8 +91,14 @@ int CNssMsgBody::SetValue(const char* value, unsigned int length) {
 
 int CNssMsgBody::encode(ACE_Message_Block* block) const {
     const std::size_t length = kNssHeaderBytes + (m_hasValue ? kNssTlvHeadBytes + m_value.size() : 0);
-    if (block == nullptr || !m_transactionFits || length > kMaxFrameBytes || !Reserve(*block, length)) {
-        return 1;
+    if (block == nullptr) {
+        return ZVS_NULL_POINTER;
+    }
+    if (!m_transactionFits || length > kMaxFrameBytes) {
+        return ZVS_PARA_INVALID;
+    }
+    if (!Reserve(*block, length)) {
+        return ZVS_ALLOC_MEMORY_ERROR;
     }
     NssMsgHeader wire = m_header;
     wire.uiPacketLength = static_cast<std::uint32_t>(length);

@@ -30,14 +30,16 @@ protected:
 };
 
 // A frame whose body is one tag-length-value item. encode allocates the block's storage and writes head and
-// body behind the write pointer; 0 for success, 1 for a null block, when there is no memory, or when the body or the
-// transaction text is too long. The block is then as it was, save its size.
+// body behind the write pointer; 0 for success, ZVS_NULL_POINTER for a null block, ZVS_ALLOC_MEMORY_ERROR when there is
+// no memory, ZVS_PARA_INVALID when the body or the transaction text is too long. The block is then as it was, save its
+// size.
 class CNssMsgBody : public CNssMsgBase {
 public:
-    CNssMsgBody(unsigned short msgType, unsigned int seq, const char* trans, unsigned int rspCode,
-                unsigned int traceId, unsigned short tag);
+    CNssMsgBody(unsigned short msgType, unsigned int seq, const char* trans, unsigned int rspCode, unsigned int traceId,
+                unsigned short tag);
 
-    // Copies the value; 0 for success, 1 for a null value or when there is no memory.
+    // Copies the value; 0 for success, ZVS_NULL_POINTER for a null value, ZVS_ALLOC_MEMORY_ERROR when there is no
+    // memory.
     int SetValue(const char* value, unsigned int length);
     int encode(ACE_Message_Block* block) const;
 
@@ -50,8 +52,7 @@ private:
 // The same with the tag for XML. Without SetXML (or SetValue) the frame has no body at all.
 class CNssXMLMsg : public CNssMsgBody {
 public:
-    CNssXMLMsg(unsigned short msgType, unsigned int seq, const char* trans, unsigned int rspCode,
-               unsigned int traceId);
+    CNssXMLMsg(unsigned short msgType, unsigned int seq, const char* trans, unsigned int rspCode, unsigned int traceId);
     int SetXML(const char* xml, unsigned int length) { return SetValue(xml, length); }
 };
 

@@ -1,5 +1,6 @@
 #include "nss/nss_msg.h"
 
+#include "base/zvs_error.h"
 #include "nss/nss_msg_type.h"
 
 #include <ace/Message_Block.h>
@@ -47,11 +48,11 @@ TEST(NssMsg, CarriesNoBodyUntilAValueIsSetAndNoTransactionThatDoesNotFit) {
     ACE_Message_Block empty;
     ASSERT_EQ(message.encode(&empty), 0);
     EXPECT_EQ(Bytes(empty).substr(116), std::string("\0\1\0\0\0\0", 6));
-    EXPECT_EQ(message.SetXML(nullptr, 3), 1);
+    EXPECT_EQ(message.SetXML(nullptr, 3), ZVS_NULL_POINTER);
 
     ACE_Message_Block block;
     EXPECT_EQ(CNssXMLMsg(1, 1, std::string(64, 'x').c_str(), 0, 0).encode(&block), 0);
-    EXPECT_EQ(CNssXMLMsg(1, 1, std::string(65, 'x').c_str(), 0, 0).encode(&block), 1);
+    EXPECT_EQ(CNssXMLMsg(1, 1, std::string(65, 'x').c_str(), 0, 0).encode(&block), ZVS_PARA_INVALID);
     EXPECT_EQ(block.length(), 116u);
     EXPECT_EQ(Bytes(block).substr(12, 64), std::string(64, 'x'));
 }

@@ -124,7 +124,7 @@ public:
                            const std::string& transactionID);
 
     // Responses to a command, which stays the caller's. Failures are logged and not retried. One that finds no memory
-    // throws std::bad_alloc: the work is refused then.
+    // throws std::bad_alloc, and one that makes no frame std::length_error: the work is refused then.
     void SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, unsigned int uiRspCode, bool bWithTransaction);
     void SendRespMsgWithStruct(BP::CCmd* pCmd, const char* pMsgBody, unsigned int iMsgBodyLen, unsigned int uiRspCode);
     void SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& value, unsigned int uiRspCode);

@@ -11,6 +11,7 @@
 #include "nss/nss_msg.h"
 
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace {
@@ -35,15 +36,28 @@ unsigned short ResponseType(unsigned int requestType) {
     return static_cast<unsigned short>(requestType + kNssResponseOffset);
 }
 
+// The frame of a response, of whose body fault tells whether it could be set; null with the reason in fault.
+BP::MessageBlockPtr EncodeResponse(const CNssMsgBody& response, int& fault) {
+    BP::MessageBlockPtr block = fault == 0 ? BP::MakeMessageBlock(0) : nullptr;
+    if (fault == 0) {
+        fault = block != nullptr ? response.encode(block.get()) : ZVS_ALLOC_MEMORY_ERROR;
+    }
+    return fault == 0 ? std::move(block) : nullptr;
+}
+
+// Whoever serves the request refuses it then.
+[[noreturn]] void ThrowUnsent(int fault) {
+    if (fault == ZVS_ALLOC_MEMORY_ERROR) {
+        throw std::bad_alloc();
+    }
+    throw std::length_error("The answer makes no frame.");
+}
+
 // Sends on behalf of the command that is answered.
 int SendResponse(CGvxConnectionMgr& mgr, BP::MessageBlockPtr block, const BP::CCmd& cmd, unsigned int responseType,
                  unsigned int serviceId) {
-    const int result = gvx::SendOwned(mgr, std::move(block), static_cast<unsigned int>(cmd.GetNetElemType()),
-                                      cmd.GetNetLinkID(), cmd.GetTransID(), responseType, serviceId);
-    if (result == ZVS_ALLOC_MEMORY_ERROR) {
-        throw std::bad_alloc();
-    }
-    return result;
+    return gvx::SendOwned(mgr, std::move(block), static_cast<unsigned int>(cmd.GetNetElemType()), cmd.GetNetLinkID(),
+                          cmd.GetTransID(), responseType, serviceId);
 }
 
 }  // namespace
@@ -223,16 +237,17 @@ void CGvxConnectionMgr::SendRespMsgWithXml(BP::CCmd* pCmd, CBB::CXml* pXmlResp, 
     const NssMsgHeader& header = request.GetHeader();
     const unsigned short type = ResponseType(header.usiMsgType);
     CNssXMLMsg response(type, header.uiSeqID, gvx::TextOf(header.szTransactionNo).c_str(), uiRspCode, header.uiTraceID);
-    bool copied = true;
+    int fault = 0;
     if (pXmlResp != nullptr) {
         unsigned int length = 0;
         const char* stream = pXmlResp->GetXMLStream(length);
-        copied = response.SetXML(stream, length) == 0;
+        fault = response.SetXML(stream, length);
     }
-    BP::MessageBlockPtr block = BP::MakeMessageBlock(0);
-    if (!copied || block == nullptr || response.encode(block.get()) != 0) {
-        GVX_LOG_ERR("Send response with xml", "Encode message fail, MsgType:0x%x.", static_cast<unsigned int>(type));
-        throw std::bad_alloc();
+    BP::MessageBlockPtr block = EncodeResponse(response, fault);
+    if (block == nullptr) {
+        GVX_LOG_ERR_CODE("Send response with xml", fault, "Encode message fail, MsgType:0x%x.",
+                         static_cast<unsigned int>(type));
+        ThrowUnsent(fault);
     }
     GVX_DEBUG("RspCode: %u, MsgType:0x%x.", uiRspCode, static_cast<unsigned int>(type));
     SendResponse(*this, std::move(block), *pCmd, type, bWithTransaction ? pCmd->GetServiceID() : 0);
@@ -283,13 +298,14 @@ void CGvxConnectionMgr::SendRespMsgWithJson(BP::CCmd* pCmd, const Json::Value& v
     response.GetHeader().uiRspCode = uiRspCode;
 
     const std::string text = gvx::WriteJson(value);
-    const bool copied = response.SetValue(text.c_str(), static_cast<unsigned int>(text.size())) == 0;
+    int fault = response.SetValue(text.c_str(), static_cast<unsigned int>(text.size()));
     GVX_DEBUG("Send request json: %s, length is[%u].", text.c_str(), static_cast<unsigned int>(text.size()));
-    BP::MessageBlockPtr block = BP::MakeMessageBlock(0);
-    if (!copied || block == nullptr || response.encode(block.get()) != 0) {
-        GVX_LOG_ERR("Send response with json", "Encode Message Fail. Transfer Target Id[%s], MsgType[0x%4x].",
-                    pCmd->GetNetLinkID().c_str(), static_cast<unsigned int>(type));
-        throw std::bad_alloc();
+    BP::MessageBlockPtr block = EncodeResponse(response, fault);
+    if (block == nullptr) {
+        GVX_LOG_ERR_CODE("Send response with json", fault,
+                         "Encode Message Fail. Transfer Target Id[%s], MsgType[0x%4x].", pCmd->GetNetLinkID().c_str(),
+                         static_cast<unsigned int>(type));
+        ThrowUnsent(fault);
     }
     if (SendResponse(*this, std::move(block), *pCmd, type, pCmd->GetServiceID()) != 0) {
         GVX_LOG_ERR("Send response with json", "Seng Json Message Fail. Transfer Target Id[%s], MsgType[0x%4x].",

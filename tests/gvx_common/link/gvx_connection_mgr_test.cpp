@@ -6,6 +6,7 @@
 #include "bp/net_factory.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "support/caught_frames.h"
+#include "support/failing_allocator.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
 
@@ -13,6 +14,8 @@
 #include <json/value.h>
 
 #include <memory>
+#include <new>
+#include <stdexcept>
 
 namespace {
 
@@ -196,6 +199,12 @@ TEST_F(ConnectionMgrTest, ResponsesAnswerOddRequestsWithWholeFrames) {
         EXPECT_EQ(5u + i, frames[i].Head().uiRspCode);
         EXPECT_EQ(frames[i].bytes.size(), frames[i].Head().uiPacketLength);
     }
+    cmd.SetTransID(full + "t");
+    EXPECT_THROW(Mgr().SendRespMsgWithJson(&cmd, Json::Value(Json::objectValue), 6), std::length_error);
+    EXPECT_TRUE(m_log->Contains("ZVS_PARA_INVALID] Encode Message Fail.")) << m_log->Dump();
+    const ScopedFailingAllocator none(1);
+    EXPECT_THROW(Mgr().SendRespMsgWithXml(&cmd, nullptr, 5, false), std::bad_alloc);
+    EXPECT_TRUE(m_log->Contains("ZVS_ALLOC_MEMORY_ERROR] Encode message fail")) << m_log->Dump();
     Mgr().SendRespMsgWithXml(nullptr, nullptr, 0, false);
     EXPECT_TRUE(m_log->Contains("Cmd pointer is null."));
 }
