@@ -4,6 +4,7 @@
 #include "gateway/plugins/plugin_guard.h"
 #include "gateway/process/process_signals.h"
 #include "nss/nss_msg_type.h"
+#include "support/failing_allocator.h"
 #include "support/wait_until.h"
 
 #include <csignal>
@@ -31,6 +32,16 @@ TEST_F(GatewayTest, DeviceWhosePluginFailsWhileItIsMadeIsUndone) {
     EXPECT_NE(AddDevice("CAM1", "CreateDevice=null").code, 0u);
     EXPECT_NE(AddDevice("CAM1", "CreateLens=null").code, 0u);
     EXPECT_EQ(moody->alive, 0);
+    EXPECT_EQ(AddDevice("CAM1").code, 0u);
+}
+
+TEST_F(GatewayTest, DeviceWhoseAnswerFindsNoMemoryIsTakenOutAgain) {
+    {
+        const ScopedFailingAllocator noRoom(320);  // for the answer with its lenses; requests and refusals have it
+        EXPECT_EQ(AddDevice("CAM1").code, static_cast<unsigned>(ZVS_ALLOC_MEMORY_ERROR));
+    }
+    EXPECT_EQ(moody->alive, 0);
+    EXPECT_TRUE(log->Contains("ZVS_ALLOC_MEMORY_ERROR] Encode message fail")) << log->Dump();
     EXPECT_EQ(AddDevice("CAM1").code, 0u);
 }
 

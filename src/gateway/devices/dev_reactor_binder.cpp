@@ -111,12 +111,15 @@ CGvxReactor* DevReactorBinder::BindForAddition(const std::string& key, std::stri
     if (!HasPlaceLocked(key, reason)) {
         return nullptr;
     }
+    // All that takes memory comes first: a key that is bound without its note would stay bound.
     std::list<Note> note(1, {key, true, false});
+    decltype(m_waitingAdditions) waiting{{key, 0}};
     CGvxReactor* reactor = BindLocked(key);
     if (reactor == nullptr) {
         reason = "There is no device reactor.";
         return nullptr;
     }
+    m_waitingAdditions.merge(waiting);
     ++m_waitingAdditions[key];
     const std::lock_guard<std::mutex> notesLock(m_notesMutex);
     m_waitingNotes.splice(m_waitingNotes.end(), note);

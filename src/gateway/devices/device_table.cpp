@@ -31,11 +31,14 @@ Result DeviceTable::Insert(std::unique_ptr<Device>& device) {
         return {ZVS_FAIL, "The gateway has " + std::to_string(m_lenses) + " cameras, this device would add " +
                               std::to_string(lenses) + ", and MAX_CAPS allows " + std::to_string(most) + "."};
     }
-    m_lenses += lenses;
+    // What takes memory comes first, so that nothing is put in by half. A lens that has an owner keeps it.
+    std::map<std::string, std::string> owners;
     for (const Device::Lens& lens : device->Lenses()) {
-        m_lensOwners.emplace(lens.code, device->Code());
+        owners.emplace(lens.code, device->Code());
     }
-    m_devices.emplace(device->Code(), std::move(device));
+    m_devices.try_emplace(device->Code()).first->second = std::move(device);
+    m_lenses += lenses;
+    m_lensOwners.merge(owners);
     return {};
 }
 

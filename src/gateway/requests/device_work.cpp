@@ -9,6 +9,9 @@
 #include "gateway/requests/gateway_context.h"
 #include "gateway/streams/stream_ledger.h"
 
+#include <exception>
+#include <utility>
+
 namespace gvx {
 
 namespace {
@@ -35,49 +38,24 @@ void AnswerAdded(const BP::CCmd& cmd, const std::string& code, const std::vector
     AnswerXml(cmd, body, ZVS_SUCCEED);
 }
 
-// Settles an addition however its work ends: the key would stay bound for ever otherwise.
-class AdditionSettler {
+// The stretch in which a device is made, of which its plug-in may report already. At its end the addition is settled.
+class AdditionScope {
 public:
-    AdditionSettler(GatewayContext& context, const std::string& device) : m_context(context), m_device(device) {}
-    ~AdditionSettler() {
-        m_context.devices.NoteAddition(m_device, nullptr);
-        m_context.binder.SettleAddition(m_device, m_context.devices.Contains(m_device));
+    AdditionScope(GatewayContext& context, Addition& addition, CGvxReactor* reactor)
+        : m_context(context), m_addition(addition) {
+        m_context.devices.NoteAddition(m_addition.info.strDevCode, reactor);
     }
-    AdditionSettler(const AdditionSettler&) = delete;
-    AdditionSettler& operator=(const AdditionSettler&) = delete;
+    ~AdditionScope() {
+        m_context.devices.NoteAddition(m_addition.info.strDevCode, nullptr);
+        m_addition.Settle();
+    }
+    AdditionScope(const AdditionScope&) = delete;
+    AdditionScope& operator=(const AdditionScope&) = delete;
 
 private:
     GatewayContext& m_context;
-    const std::string& m_device;
+    Addition& m_addition;
 };
-
-// What the answer to an addition tells.
-struct Added {
-    std::string plugin;
-    std::vector<Device::Lens> lenses;
-};
-
-// Makes the device and puts it into the table.
-Result AddDevice(GatewayContext& context, const BP::CGvxSessionBase& session, const BP::CCmd& cmd, Added& added) {
-    const auto request = std::dynamic_pointer_cast<const DeviceRequest>(cmd.GetAttachment());
-    if (request == nullptr) {
-        return Failure(ZVS_PARA_INVALID);
-    }
-    if (context.devices.Contains(request->info.strDevCode)) {
-        return Failure(ZVS_GVX_DEV_EXIST);
-    }
-    std::unique_ptr<Device> device;
-    Result result = Device::Create(*request, {cmd.GetNetLinkID(), session.GetReactor()}, device);
-    if (result.Failed()) {
-        return result;
-    }
-    added = {device->PluginName(), device->Lenses()};
-    result = context.devices.Insert(device);
-    if (!result.Failed()) {
-        PluginTroubles::Instance().DeviceAdded(request->info.strDevCode);
-    }
-    return result;
-}
 
 void DestroyDevice(GatewayContext& context, std::unique_ptr<Device> device) {
     const std::vector<std::string> streams = device->StreamIDs();
@@ -90,26 +68,63 @@ void DestroyDevice(GatewayContext& context, std::unique_ptr<Device> device) {
     }
 }
 
+// Makes the device, puts it into the table and tells its sender so. A failure is for the caller to answer, once the
+// addition is settled: the platform may go on at once.
+Result AddDevice(GatewayContext& context, const BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
+    const auto addition = std::dynamic_pointer_cast<Addition>(cmd.GetAttachment());
+    if (addition == nullptr) {
+        return Failure(ZVS_PARA_INVALID);
+    }
+    const std::string& code = addition->info.strDevCode;
+    const AdditionScope scope(context, *addition, session.GetReactor());
+    if (context.devices.Contains(code)) {
+        return Failure(ZVS_GVX_DEV_EXIST);
+    }
+    std::unique_ptr<Device> device;
+    Result result = Device::Create(*addition, {cmd.GetNetLinkID(), session.GetReactor()}, device);
+    if (result.Failed()) {
+        return result;
+    }
+    const std::string plugin = device->PluginName();
+    const std::vector<Device::Lens> lenses = device->Lenses();
+    result = context.devices.Insert(device);
+    if (result.Failed()) {
+        return result;
+    }
+    try {
+        PluginTroubles::Instance().DeviceAdded(code);
+        GVX_LOG_INFO("Add device", "plug-in %s, %zu lenses. [dev:%s]", plugin.c_str(), lenses.size(), code.c_str());
+        AnswerAdded(cmd, code, lenses);
+    } catch (const std::exception& fault) {  // the request is refused, and nobody would delete the device
+        GVX_LOG_ERR("Add device", "taken out again, its answer failed: %s [dev:%s]", fault.what(), code.c_str());
+        DestroyDevice(context, context.devices.TakeHere(code));
+        throw;
+    }
+    return result;
+}
+
 }  // namespace
 
-int AddMainDevice(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
-    const std::string code = session.GetRespDevID();
-    Added added;
-    Result result;
-    {
-        const AdditionSettler settler(context, code);  // before the answer: the platform may go on at once
-        context.devices.NoteAddition(code, session.GetReactor());
-        result = AddDevice(context, session, cmd, added);
+Addition::Addition(GatewayContext& context, std::string key)
+    : m_context(context.weak_from_this()), m_key(std::move(key)) {}
+
+void Addition::Settle() noexcept {
+    if (!std::exchange(m_bound, false)) {
+        return;
     }
+    if (const std::shared_ptr<GatewayContext> context = m_context.lock()) {
+        context->binder.SettleAddition(m_key, context->devices.Contains(m_key));
+    }
+}
+
+int AddMainDevice(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {
+    const Result result = AddDevice(context, session, cmd);
     if (result.Failed()) {
+        const std::string& code = session.GetRespDevID();
         GVX_LOG_ERR_CODE("Add device", result.code, "%s [dev:%s]", result.reason.c_str(), code.c_str());
         RefuseXml(cmd, code, result);
-        return result.code;
     }
-    GVX_LOG_INFO("Add device", "plug-in %s, %zu lenses. [dev:%s]", added.plugin.c_str(), added.lenses.size(),
-                 code.c_str());
-    AnswerAdded(cmd, code, added.lenses);
-    return ZVS_SUCCEED;
+    return result.code;
 }
 
 int DeleteMainDevice(GatewayContext& context, BP::CGvxSessionBase& session, const BP::CCmd& cmd) {

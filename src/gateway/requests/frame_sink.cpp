@@ -4,8 +4,8 @@
 #include "bp/dispatcher.h"
 #include "bp/message_block_ptr.h"
 #include "bp/session.h"
-#include "gateway/devices/device_request.h"
 #include "gateway/messages/answer.h"
+#include "gateway/requests/device_work.h"
 #include "gateway/requests/gateway_context.h"
 #include "gvx_common/event/gvx_reactor.h"
 #include "gvx_common/forms/request_table.h"
@@ -129,8 +129,8 @@ int FrameSink::ForwardToOmu(const BP::CCmd& cmd) {
 // A key is bound by an addition alone, and not by one that cannot succeed, so that requests for devices that do not
 // exist cost no memory; the gateway's own reactor answers those.
 void FrameSink::PushAddition(BP::CCmd& cmd, const std::string& device) {
-    const auto request = std::make_shared<DeviceRequest>();
-    Result result = ReadDeviceRequest(m_context.plugins, cmd, *request);
+    const auto addition = std::make_shared<Addition>(m_context, device);
+    Result result = ReadDeviceRequest(m_context.plugins, cmd, *addition);
     CGvxReactor* reactor = nullptr;
     if (!result.Failed()) {
         reactor = m_context.binder.BindForAddition(device, result.reason);
@@ -142,9 +142,10 @@ void FrameSink::PushAddition(BP::CCmd& cmd, const std::string& device) {
         RefuseXml(cmd, device, result);
         return;
     }
-    cmd.SetAttachment(request);
+    addition->NoteBound();
+    cmd.SetAttachment(addition);
     if (!Queue(cmd, device, reactor)) {
-        m_context.binder.SettleAddition(device, m_context.devices.Contains(device));
+        addition->Settle();
         AnswerBare(cmd, ZVS_FAIL);
     }
 }

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -52,7 +53,7 @@ private:
 constexpr const char* kGatewayKey = "gateway requests that concern no device";
 
 // What the gateway's parts share. Made at start, before the first link; destroyed when no reactor runs work any more.
-struct GatewayContext {
+struct GatewayContext : std::enable_shared_from_this<GatewayContext> {
     PluginHost plugins;
     DeviceTable devices;
     DevReactorBinder binder;
