@@ -158,6 +158,17 @@ std::string WriteJson(const Json::Value& value) {
     return text.str();
 }
 
+void AppendJsonText(const std::string& value, std::string& text) {
+    const bool plain =
+        std::all_of(value.begin(), value.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+    if (plain) {
+        text.append(1, '"').append(value).append(1, '"');
+    } else {
+        text += WriteJson(value);
+        text.pop_back();  // the end of its line
+    }
+}
+
 void WipeJson(Json::Value& value) {
     const char* begin = nullptr;
     const char* end = nullptr;

@@ -29,6 +29,9 @@ std::size_t CountJsonValues(const char* text, std::size_t length) noexcept;
 // Compact text, one line, ended by a line feed as Json::FastWriter ends it.
 std::string WriteJson(const Json::Value& value);
 
+// Appends a text to one that is written by hand, quoted and escaped as WriteJson has it.
+void AppendJsonText(const std::string& value, std::string& text);
+
 // Overwrites the texts that the value holds, at any depth; for one that carried a password. Member names stay.
 void WipeJson(Json::Value& value);
 

@@ -74,6 +74,11 @@ TEST_F(GatewayTest, StatusTellsWhatRunsAndTotalsKeepWhatHasEnded) {
     ASSERT_EQ(status.devices.size(), 1u);
     EXPECT_EQ(status.devices[0].streams, 1u);
     EXPECT_TRUE(status.devices[0].well) << status.devices[0].reason;
+    status.devices[0].reason = "\"a\\b\"\n\xC3\xA9";
+    const std::string text = gvx::WholeStatusText(status);
+    Json::Value read;
+    ASSERT_TRUE(gvx::ParseJson(text.data(), text.size(), read, nullptr)) << text;
+    EXPECT_EQ(gvx::WriteJson(read), gvx::WriteJson(gvx::WholeStatus(status)));
     EXPECT_EQ(status.plugins.at(0).devices, 1u);
     EXPECT_GT(status.links[0].info.framesIn, before.links[0].info.framesIn);
     const std::string metrics = gvx::MetricsText(status, true);

@@ -1,10 +1,18 @@
 #include "gateway/admin/status_json.h"
 
+#include "base/json_io.h"
+
 #include <algorithm>
+#include <charconv>
+#include <iterator>
 
 namespace gvx {
 
 namespace {
+
+struct AgeMs {
+    std::int64_t ms;
+};
 
 Json::Value Age(std::int64_t ms) {
     return ms == kNever ? Json::Value() : Json::Value(Json::Int64(ms));
@@ -14,50 +22,125 @@ Json::Value Count(std::uint64_t count) {
     return Json::UInt64(count);
 }
 
+Json::Value Form(AgeMs age) {
+    return Age(age.ms);
+}
+
+Json::Value Form(std::uint64_t count) {
+    return Count(count);
+}
+
+Json::Value Form(bool value) {
+    return value;
+}
+
+Json::Value Form(const std::string& text) {
+    return text;
+}
+
+// Devices and streams may be many: their rows are written without a tree, or become one.
+
+template <typename Put>
+void Fill(const DeviceStatus& device, const Put& put) {
+    put("code", device.code);
+    put("plugin", device.plugin);
+    put("address", device.address);
+    put("link", device.link);
+    put("state", device.state);
+    put("well", device.well);
+    put("reason", device.reason);
+    put("state_age_ms", AgeMs{device.stateMs});
+    put("last_error", device.lastError);
+    put("last_error_age_ms", AgeMs{device.lastErrorMs});
+    put("errors", std::uint64_t{device.errors});
+    put("login_tries", std::uint64_t{device.loginTries});
+    put("age_ms", AgeMs{device.addedMs});
+    put("lenses", std::uint64_t{device.lenses});
+    put("streams", std::uint64_t{device.streams});
+    put("frames", std::uint64_t{device.totals.frames});
+    put("bytes", std::uint64_t{device.totals.bytes});
+    put("lost", std::uint64_t{device.totals.lost});
+}
+
+template <typename Put>
+void Fill(const StreamStatus& stream, const Put& put) {
+    put("id", stream.id);
+    put("device", stream.device);
+    put("lens", stream.lens);
+    put("plugin", stream.plugin);
+    put("service", stream.service);
+    put("video", stream.video);
+    put("audio", stream.audio);
+    put("transport", stream.transport);
+    put("destination", stream.destination);
+    put("link", stream.link);
+    put("frames", std::uint64_t{stream.frames});
+    put("packets", std::uint64_t{stream.packets});
+    put("bytes", std::uint64_t{stream.bytes});
+    put("lost", std::uint64_t{stream.lost});
+    put("age_ms", AgeMs{stream.startedMs});
+    put("last_frame_age_ms", AgeMs{stream.lastFrameMs});
+    put("delivering", stream.delivering);
+    put("state", std::string(stream.paused ? "paused" : stream.delivering ? "delivering" : "silent"));
+}
+
+// Writes the members of a row as text.
+class TextMember {
+public:
+    explicit TextMember(std::string& text) : m_text(text) {}
+
+    void operator()(const char* name, const std::string& value) const { AppendJsonText(value, Begin(name)); }
+    void operator()(const char* name, const char* value) const = delete;  // would be a bool
+    void operator()(const char* name, bool value) const { Begin(name) += value ? "true" : "false"; }
+    void operator()(const char* name, std::uint64_t value) const { AppendNumber(value, Begin(name)); }
+    void operator()(const char* name, AgeMs age) const {
+        std::string& text = Begin(name);
+        if (age.ms == kNever) {
+            text += "null";
+        } else {
+            AppendNumber(age.ms, text);
+        }
+    }
+
+private:
+    std::string& Begin(const char* name) const {
+        m_text += m_text.back() == '{' ? "\"" : ",\"";
+        m_text += name;
+        return m_text += "\":";
+    }
+    template <typename Number>
+    static void AppendNumber(Number number, std::string& text) {
+        char digits[24];
+        text.append(digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr);
+    }
+
+    std::string& m_text;
+};
+
+template <typename Row>
+void AppendRows(const char* name, const std::vector<Row>& rows, std::string& text) {
+    text.append(",\"").append(name).append("\":[");
+    for (const Row& row : rows) {
+        text += text.back() == '[' ? "{" : ",{";
+        Fill(row, TextMember(text));
+        text += '}';
+    }
+    text += ']';
+}
+
+template <typename Row>
+Json::Value FilledRow(const Row& row) {
+    Json::Value json(Json::objectValue);
+    Fill(row, [&json](const char* name, const auto& value) { json[name] = Form(value); });
+    return json;
+}
+
 Json::Value Form(const DeviceStatus& device) {
-    Json::Value row(Json::objectValue);
-    row["code"] = device.code;
-    row["plugin"] = device.plugin;
-    row["address"] = device.address;
-    row["link"] = device.link;
-    row["state"] = device.state;
-    row["well"] = device.well;
-    row["reason"] = device.reason;
-    row["state_age_ms"] = Age(device.stateMs);
-    row["last_error"] = device.lastError;
-    row["last_error_age_ms"] = Age(device.lastErrorMs);
-    row["errors"] = Count(device.errors);
-    row["login_tries"] = Count(device.loginTries);
-    row["age_ms"] = Age(device.addedMs);
-    row["lenses"] = Count(device.lenses);
-    row["streams"] = Count(device.streams);
-    row["frames"] = Count(device.totals.frames);
-    row["bytes"] = Count(device.totals.bytes);
-    row["lost"] = Count(device.totals.lost);
-    return row;
+    return FilledRow(device);
 }
 
 Json::Value Form(const StreamStatus& stream) {
-    Json::Value row(Json::objectValue);
-    row["id"] = stream.id;
-    row["device"] = stream.device;
-    row["lens"] = stream.lens;
-    row["plugin"] = stream.plugin;
-    row["service"] = stream.service;
-    row["video"] = stream.video;
-    row["audio"] = stream.audio;
-    row["transport"] = stream.transport;
-    row["destination"] = stream.destination;
-    row["link"] = stream.link;
-    row["frames"] = Count(stream.frames);
-    row["packets"] = Count(stream.packets);
-    row["bytes"] = Count(stream.bytes);
-    row["lost"] = Count(stream.lost);
-    row["age_ms"] = Age(stream.startedMs);
-    row["last_frame_age_ms"] = Age(stream.lastFrameMs);
-    row["delivering"] = stream.delivering;
-    row["state"] = stream.paused ? "paused" : stream.delivering ? "delivering" : "silent";
-    return row;
+    return FilledRow(stream);
 }
 
 Json::Value Form(const LinkStatus& link) {
@@ -251,6 +334,20 @@ Json::Value WholeStatus(const GatewayStatus& status) {
         all[name] = StatusList(status, name);
     }
     return all;
+}
+
+std::string WholeStatusText(const GatewayStatus& status) {
+    constexpr std::size_t kRowBytes = 320;  // about as much as one of them takes
+    Json::Value few = StatusSummary(status);
+    for (const char* name : {"links", "alarms", "queues", "plugins", "threads"}) {
+        few[name] = StatusList(status, name);
+    }
+    std::string text = WriteJson(few);
+    text.resize(text.size() - 2);  // the bracket and the line feed
+    text.reserve(text.size() + kRowBytes * (status.devices.size() + status.streams.size() + 1));
+    AppendRows("devices", status.devices, text);
+    AppendRows("streams", status.streams, text);
+    return text += "}\n";
 }
 
 }  // namespace gvx

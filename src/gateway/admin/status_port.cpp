@@ -1,7 +1,6 @@
 #include "gateway/admin/status_port.h"
 
 #include "base/clock.h"
-#include "base/json_io.h"
 #include "base/log.h"
 #include "base/unique_fd.h"
 #include "gateway/admin/event_feed.h"
@@ -284,8 +283,7 @@ StatusPort::Server::Answer StatusPort::Server::Make(MHD_Connection* connection, 
                 return MetricsText(status, SettingText(Setting::GVX_METRICS_PER_DEVICE) == "1");
             });
         case StatusPage::Json:
-            return Share(json, "application/json",
-                         [](const GatewayStatus& status) { return WriteJson(WholeStatus(status)); });
+            return Share(json, "application/json", &WholeStatusText);
         case StatusPage::Events:
             return MakeEvents(connection);
         default:
