@@ -132,7 +132,9 @@ TEST_F(DeviceTraceTest, FourAtATimeAndTheOldestFilesGo) {
     gvx::TraceFacts facts;
     EXPECT_FALSE(desk->Start("E", 60, facts, reason));
     for (std::size_t i = 0; i < 2 * gvx::TraceDesk::kMostFiles; ++i) {
-        EXPECT_TRUE(desk->Stop("D", facts));
+        const auto stopped = desk->Stop("D");
+        ASSERT_NE(nullptr, stopped);
+        ASSERT_TRUE(WaitUntil([&] { return !stopped->Facts().running; }));
         Start("D");
     }
     const std::filesystem::directory_iterator files(folder.Path() + "/traces");

@@ -16,7 +16,9 @@
 #include "support/wait_until.h"
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
+#include <functional>
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -170,10 +172,45 @@ TEST(StatusPort, ReadersShareAPageAndThoseThatAreSlowDoNotKeepWithoutEnd) {
     port.Stop();
 }
 
+TEST(ControlSocket, AnAnswerThatComesLaterHoldsUpNoOther) {
+    const TempFolder folder;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    folder.Path("control.sock").copy(address.sun_path, sizeof address.sun_path - 1);
+    std::atomic<bool> ready{false};
+    const std::function<gvx::ControlAnswer()> wait = [&] {
+        return ready ? gvx::ControlAnswer{"late", nullptr} : gvx::ControlAnswer{Json::Value(), wait};
+    };
+    gvx::ControlSocket control;
+    std::string reason;
+    ASSERT_TRUE(control.Start(
+        address.sun_path,
+        [&](const std::string& request) {
+            return request == "wait" ? wait() : gvx::ControlAnswer{"early", nullptr};
+        },
+        reason))
+        << reason;
+    const auto ask = [&](const std::string& line) {
+        gvx::UniqueFd client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(send(client.Get(), line.data(), line.size(), 0), static_cast<ssize_t>(line.size()));
+        return client;
+    };
+    const auto answer = [](const gvx::UniqueFd& client) {
+        char text[16] = {};
+        return std::string(text, static_cast<std::size_t>(std::max<ssize_t>(0, recv(client.Get(), text, 16, 0))));
+    };
+    const gvx::UniqueFd waits = ask("wait\n");
+    ask("wait\n");  // goes at once
+    EXPECT_EQ(answer(ask("now\n")), "\"early\"\n");
+    ready = true;
+    EXPECT_EQ(answer(waits), "\"late\"\n");
+}
+
 TEST(ControlSocket, NeverTakesAnothersFileAway) {
     const TempFolder folder;
     const std::string path = folder.Path("control.sock");
-    const auto answer = [](const std::string&) { return Json::Value(); };
+    const auto answer = [](const std::string&) { return gvx::ControlAnswer(); };
     std::string reason;
     gvx::ControlSocket first;
     gvx::ControlSocket second;
@@ -208,10 +245,10 @@ TEST(ControlCommands, RefuseWhatIsNoneWithoutCollecting) {
                                 "trace", "trace start", "trace start CAM1 0", "trace start CAM1 3601",
                                 "trace start CAM1 1s", "trace stop CAM1", "trace list all", "trace fetch ../x.pcapng 0",
                                 "trace fetch CAM1.pcapng 0", "trace fetch CAM1.pcapng -1", "trace dialogue CAM1"}) {
-        const Json::Value answer = gvx::AnswerControl(request, {refuseStatus, devices, traces});
+        const Json::Value answer = gvx::AnswerControl(request, {refuseStatus, devices, traces}).value;
         EXPECT_FALSE(gvx::JsonText(answer, "error").empty()) << request;
     }
-    const Json::Value answer = gvx::AnswerControl("trace start CAM2", {refuseStatus, devices, traces});
+    const Json::Value answer = gvx::AnswerControl("trace start CAM2", {refuseStatus, devices, traces}).value;
     EXPECT_EQ("There is no device CAM2. Is it CAM1?", gvx::JsonText(answer, "error"));
 }
 

@@ -59,14 +59,14 @@ Json::Value AnswerLevel(const std::vector<std::string>& words) {
 
 }  // namespace
 
-Json::Value AnswerControl(const std::string& request, const ControlParts& parts) {
+ControlAnswer AnswerControl(const std::string& request, const ControlParts& parts) {
     std::istringstream text(request);
     const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
     if (words.size() == 1 && words[0] == "status") {
-        return StatusSummary(parts.collect());
+        return {StatusSummary(parts.collect()), nullptr};
     }
     if (words.size() == 1 && words[0] == "all") {
-        return WholeStatus(parts.collect());
+        return {WholeStatus(parts.collect()), nullptr};
     }
     const auto* const list = std::find_if(std::begin(kLists), std::end(kLists), [&words](const ListRow& row) {
         return words.size() == 1 && words[0] == row.request;
@@ -74,16 +74,17 @@ Json::Value AnswerControl(const std::string& request, const ControlParts& parts)
     if (list != std::end(kLists)) {
         Json::Value answer(Json::objectValue);
         answer[list->list] = StatusList(parts.collect(), list->list);
-        return answer;
+        return {answer, nullptr};
     }
     if ((words.size() == 2 || words.size() == 3) && words[0] == "log" && words[1] == "level") {
-        return AnswerLevel(words);
+        return {AnswerLevel(words), nullptr};
     }
     if (!words.empty() && words[0] == "trace") {
         return AnswerTrace({words.begin() + 1, words.end()}, parts.traces, parts.devices());
     }
-    return Refusal(
-        "The request is none: status, devices, streams, links, alarms, queue, plugins, all, log level, trace.");
+    return {
+        Refusal("The request is none: status, devices, streams, links, alarms, queue, plugins, all, log level, trace."),
+        nullptr};
 }
 
 }  // namespace gvx

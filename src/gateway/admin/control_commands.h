@@ -1,9 +1,8 @@
 #pragma once
 
+#include "gateway/admin/control_socket.h"
 #include "gateway/admin/status.h"
 #include "gateway/admin/trace_desk.h"
-
-#include <json/value.h>
 
 #include <functional>
 #include <string>
@@ -22,6 +21,6 @@ struct ControlParts {
 // "all", "log level [LEVEL]", LEVEL being 0 to 7 or a name such as "debug", and those of AnswerTrace. An object with
 // the member that the request names; one with the member "error", a sentence, for any other request. Collects only what
 // it answers with. Any thread.
-Json::Value AnswerControl(const std::string& request, const ControlParts& parts);
+ControlAnswer AnswerControl(const std::string& request, const ControlParts& parts);
 
 }  // namespace gvx

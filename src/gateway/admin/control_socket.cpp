@@ -30,6 +30,7 @@ namespace {
 constexpr mode_t kSocketMode = 0660;
 constexpr int kBacklog = 16;
 constexpr int kWaitMs = 1000;
+constexpr int kLaterMs = 20;
 
 UniqueFd MakeSocket() {
     return UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -151,17 +152,21 @@ void ControlSocket::Run() {
 
 void ControlSocket::Turn() {
     m_watched.assign({{m_wake.Get(), POLLIN, 0}, {m_clients.size() < kMaxClients ? m_listener.Get() : -1, POLLIN, 0}});
+    int waitMs = m_clients.empty() ? -1 : kWaitMs;
     for (const Client& client : m_clients) {
-        m_watched.push_back({client.socket.Get(), static_cast<short>(client.answer.empty() ? POLLIN : POLLOUT), 0});
+        const short events = client.later ? 0 : client.answer.empty() ? POLLIN : POLLOUT;
+        m_watched.push_back({client.socket.Get(), events, 0});
+        waitMs = client.later ? kLaterMs : waitMs;
     }
-    if (poll(m_watched.data(), m_watched.size(), m_clients.empty() ? -1 : kWaitMs) < 0) {
+    if (poll(m_watched.data(), m_watched.size(), waitMs) < 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(errno == EINTR ? 0 : kWaitMs));
         return;
     }
     const std::int64_t nowMs = MonotonicMilliseconds();
     auto seen = m_watched.begin() + 2;
     for (auto client = m_clients.begin(); client != m_clients.end(); ++seen) {
-        const bool stays = (seen->revents == 0 || Serve(*client, seen->revents)) && nowMs < client->deadlineMs;
+        const bool rests = seen->revents == 0 && !client->later;
+        const bool stays = (rests || Serve(*client, seen->revents)) && nowMs < client->deadlineMs;
         client = stays ? std::next(client) : m_clients.erase(client);
     }
     if ((m_watched[1].revents & POLLIN) != 0) {
@@ -172,7 +177,7 @@ void ControlSocket::Turn() {
 void ControlSocket::Accept() {
     UniqueFd socket(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (socket.Valid()) {
-        m_clients.push_back({std::move(socket), "", "", 0, MonotonicMilliseconds() + kClientLimitMs});
+        m_clients.push_back({std::move(socket), "", nullptr, "", 0, MonotonicMilliseconds() + kClientLimitMs});
     } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
         pollfd wake{m_wake.Get(), POLLIN, 0};
         poll(&wake, 1, kWaitMs);  // the one who waits is still there then
@@ -181,6 +186,9 @@ void ControlSocket::Accept() {
 
 // False when the client goes.
 bool ControlSocket::Serve(Client& client, short events) {
+    if (client.later) {
+        return (events & (POLLERR | POLLHUP)) == 0 && Take(client, std::exchange(client.later, nullptr));
+    }
     if (!client.answer.empty()) {
         return (events & POLLERR) == 0 && Write(client);
     }
@@ -198,14 +206,27 @@ bool ControlSocket::Read(Client& client) {
     if (end == std::string::npos && client.request.size() <= kMaxRequestBytes) {
         return true;
     }
-    try {
-        Json::Value answer;
+    const std::string request = std::exchange(client.request, std::string());
+    return Take(client, [&] {
+        ControlAnswer answer;
         if (end == std::string::npos || end > kMaxRequestBytes) {
-            answer["error"] = "A request is one line of at most " + std::to_string(kMaxRequestBytes) + " bytes.";
+            answer.value["error"] = "A request is one line of at most " + std::to_string(kMaxRequestBytes) + " bytes.";
         } else {
-            answer = m_answer(client.request.substr(0, end));
+            answer = m_answer(request.substr(0, end));
         }
-        client.answer = WriteJson(answer);
+        return answer;
+    });
+}
+
+// Sends the answer, or keeps whom to ask for it.
+bool ControlSocket::Take(Client& client, const std::function<ControlAnswer()>& ask) {
+    try {
+        ControlAnswer answer = ask();
+        if (answer.later) {
+            client.later = std::move(answer.later);
+            return true;
+        }
+        client.answer = WriteJson(answer.value);
     } catch (const std::bad_alloc&) {
         client.answer = "{\"error\":\"The status cannot be collected: no memory.\"}\n";
     } catch (const std::exception& fault) {
@@ -213,7 +234,6 @@ bool ControlSocket::Read(Client& client) {
         answer["error"] = std::string("The status cannot be collected: ") + fault.what();
         client.answer = WriteJson(answer);
     }
-    client.request.clear();
     client.sent = 0;
     return Write(client);
 }

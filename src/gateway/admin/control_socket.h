@@ -18,6 +18,12 @@
 
 namespace gvx {
 
+// The answer to a request, or the one to ask for it: again and again, every few moments, until it gives an answer.
+struct ControlAnswer {
+    Json::Value value;
+    std::function<ControlAnswer()> later;  // empty: value is the answer
+};
+
 // A socket of the Unix domain for those who run the gateway: whoever may write to its file, its owner and its group,
 // sends a line and gets a line of JSON. One thread serves all clients, none of which can hold up another: a request is
 // kMaxRequestBytes at most, kMaxClients are served at a time, and one that neither asks nor takes its answer for
@@ -28,8 +34,9 @@ public:
     static constexpr std::size_t kMaxClients = 32;
     static constexpr std::int64_t kClientLimitMs = 10000;
 
-    // Answers one request, a line without its end. On the thread of the socket.
-    using Answer = std::function<Json::Value(const std::string& request)>;
+    // Answers one request, a line without its end. On the thread of the socket, which serves all others meanwhile: what
+    // has to wait for something is left for later.
+    using Answer = std::function<ControlAnswer(const std::string& request)>;
 
     ControlSocket() = default;
     ~ControlSocket();
@@ -48,6 +55,7 @@ private:
     struct Client {
         UniqueFd socket;
         std::string request;
+        std::function<ControlAnswer()> later;  // has its answer
         std::string answer;
         std::size_t sent = 0;
         std::int64_t deadlineMs = 0;
@@ -59,6 +67,7 @@ private:
     void Accept();
     bool Serve(Client& client, short events);
     bool Read(Client& client);
+    bool Take(Client& client, const std::function<ControlAnswer()>& ask);
     bool Write(Client& client);
 
     std::string m_path;

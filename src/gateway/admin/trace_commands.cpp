@@ -8,11 +8,13 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <memory>
 
 namespace gvx {
 
 namespace {
 
+constexpr std::int64_t kStopLimitMs = 2000;
 constexpr const char* kUse =
     "The request is none: trace start DEVICE [SECONDS], trace stop DEVICE, trace list, trace dialogue DEVICE, "
     "trace fetch FILE FROM.";
@@ -137,21 +139,31 @@ Json::Value AnswerStart(const std::string& device, const std::string& seconds, T
     return answer;
 }
 
-Json::Value AnswerStop(const std::string& device, TraceDesk& desk, const std::vector<std::string>& devices) {
-    TraceFacts facts;
-    if (!desk.Stop(device, facts)) {
-        const bool isThere = std::find(devices.begin(), devices.end(), device) != devices.end();
-        return Refusal(isThere ? "Device " + device + " is not traced." : NoDevice(device, devices));
+// The file is whole once its thread has ended, which waits for the disk.
+ControlAnswer AnswerEnd(const std::shared_ptr<const TraceRecorder>& trace, const std::string& folder,
+                        std::int64_t limitMs) {
+    const TraceFacts facts = trace->Facts();
+    if (facts.running && MonotonicMilliseconds() < limitMs) {
+        return {Json::Value(), [=] { return AnswerEnd(trace, folder, limitMs); }};
     }
-    Json::Value answer(Json::objectValue);
-    answer["trace"] = FactsJson(facts, desk.Folder());
+    ControlAnswer answer;
+    answer.value["trace"] = FactsJson(facts, folder);
     return answer;
+}
+
+ControlAnswer AnswerStop(const std::string& device, TraceDesk& desk, const std::vector<std::string>& devices) {
+    const std::shared_ptr<const TraceRecorder> stopped = desk.Stop(device);
+    if (stopped == nullptr) {
+        const bool isThere = std::find(devices.begin(), devices.end(), device) != devices.end();
+        return {Refusal(isThere ? "Device " + device + " is not traced." : NoDevice(device, devices)), nullptr};
+    }
+    return AnswerEnd(stopped, desk.Folder(), MonotonicMilliseconds() + kStopLimitMs);
 }
 
 }  // namespace
 
-Json::Value AnswerTrace(const std::vector<std::string>& words, TraceDesk& desk,
-                        const std::vector<std::string>& devices) {
+ControlAnswer AnswerTrace(const std::vector<std::string>& words, TraceDesk& desk,
+                          const std::vector<std::string>& devices) {
     const std::string command = words.empty() ? "" : words[0];
     if (command == "list" && words.size() == 1) {
         Json::Value answer(Json::objectValue);
@@ -159,21 +171,21 @@ Json::Value AnswerTrace(const std::vector<std::string>& words, TraceDesk& desk,
         for (const TraceFacts& facts : desk.List()) {
             answer["traces"].append(FactsJson(facts, desk.Folder()));
         }
-        return answer;
+        return {answer, nullptr};
     }
     if (command == "start" && (words.size() == 2 || words.size() == 3)) {
-        return AnswerStart(words[1], words.size() == 3 ? words[2] : "", desk, devices);
+        return {AnswerStart(words[1], words.size() == 3 ? words[2] : "", desk, devices), nullptr};
     }
     if (command == "stop" && words.size() == 2) {
         return AnswerStop(words[1], desk, devices);
     }
     if (command == "dialogue" && words.size() == 2) {
-        return AnswerDialogue(words[1], devices);
+        return {AnswerDialogue(words[1], devices), nullptr};
     }
     if (command == "fetch" && words.size() == 3) {
-        return AnswerFetch(words[1], words[2], desk);
+        return {AnswerFetch(words[1], words[2], desk), nullptr};
     }
-    return Refusal(kUse);
+    return {Refusal(kUse), nullptr};
 }
 
 }  // namespace gvx

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -20,7 +19,6 @@ namespace gvx {
 
 namespace {
 
-constexpr std::chrono::milliseconds kStopLimit(2000);
 constexpr const char* kEnding = ".pcapng";
 
 bool IsPlain(char c) {
@@ -85,22 +83,17 @@ bool TraceDesk::Start(const std::string& device, int seconds, TraceFacts& facts,
     return true;
 }
 
-bool TraceDesk::Stop(const std::string& device, TraceFacts& facts) {
-    std::shared_ptr<TraceRecorder> stopped;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = std::find_if(m_traces.begin(), m_traces.end(), [&device](const auto& trace) {
-            const TraceFacts each = trace->Facts();
-            return each.running && each.device == device;
-        });
-        stopped = found == m_traces.end() ? nullptr : *found;
+std::shared_ptr<const TraceRecorder> TraceDesk::Stop(const std::string& device) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = std::find_if(m_traces.begin(), m_traces.end(), [&device](const auto& trace) {
+        const TraceFacts each = trace->Facts();
+        return each.running && each.device == device;
+    });
+    if (found == m_traces.end()) {
+        return nullptr;
     }
-    if (stopped == nullptr) {
-        return false;
-    }
-    stopped->End("It was stopped.");
-    facts = stopped->WaitEnd(kStopLimit);
-    return true;
+    (*found)->End("It was stopped.");
+    return *found;
 }
 
 std::vector<TraceFacts> TraceDesk::List() {

@@ -32,8 +32,8 @@ public:
     // Traces a device for 1 to kMostSeconds. False with a sentence: there is no such device, it is traced already, too
     // many are, the file cannot be made.
     bool Start(const std::string& device, int seconds, TraceFacts& facts, std::string& reason);
-    // Ends a trace and waits for its file, two seconds at most. False when the device is not traced.
-    bool Stop(const std::string& device, TraceFacts& facts);
+    // Ends a trace, without waiting for its file. Null when the device is not traced.
+    std::shared_ptr<const TraceRecorder> Stop(const std::string& device);
 
     // Those that run, and those that ended since the start and whose files stay; the newest first.
     std::vector<TraceFacts> List();

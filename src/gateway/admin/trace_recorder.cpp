@@ -188,12 +188,6 @@ void TraceRecorder::EndLocked(const char* ended) noexcept {
     }
 }
 
-TraceFacts TraceRecorder::WaitEnd(std::chrono::milliseconds limit) const {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_over.wait_for(lock, limit, [this] { return !m_facts.running; });
-    return m_facts;
-}
-
 TraceFacts TraceRecorder::Facts() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_facts;
@@ -323,11 +317,8 @@ void TraceRecorder::Run() noexcept {
     } catch (const std::bad_alloc&) {  // the file ends with its last packet
     }
     m_file.Reset();
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_facts.running = false;
-    }
-    m_over.notify_all();
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_facts.running = false;
 }
 
 // False when no more can be written.

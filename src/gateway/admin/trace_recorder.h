@@ -4,7 +4,6 @@
 #include "gateway/admin/pcapng.h"
 #include "gvx_common/utility/gvx_device_trace.h"
 
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -49,11 +48,10 @@ public:
     bool Start(std::string& reason);
     // Asks it to end; ended is one sentence. The first who asks has said why. Does not wait.
     void End(const char* ended) noexcept;
-    // Waits for the end of the file, for so long at most.
-    TraceFacts WaitEnd(std::chrono::milliseconds limit) const;
     // Waits for the end of its thread, without a limit. To be called before the last pointer goes: that thread drops
     // those of the trace itself.
     void Join();
+    // Tells that it runs until its file has ended.
     TraceFacts Facts() const;
 
     void OnMessage(const DialogueEntry& entry) noexcept override;
@@ -82,8 +80,7 @@ private:
     std::thread m_thread;
     mutable std::mutex m_mutex;      // guards what follows; nothing is written while it is held
     std::condition_variable m_wake;  // there is much to write, or the end was asked for
-    mutable std::condition_variable m_over;
-    std::vector<char> m_filling;  // whole packets
+    std::vector<char> m_filling;     // whole packets
     bool m_endWanted = false;
     std::vector<std::string> m_answers;  // transactions of frames that concerned the device; the last are kept
     std::size_t m_nextAnswer = 0;
