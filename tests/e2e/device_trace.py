@@ -113,8 +113,11 @@ def check_limits(folder, ctl, trace):
     e2e.check("is traced for 1 s at most, into /" in trace("start", "CAM", "--seconds", "1"), "where it goes")
     ended = e2e.wait_until(lambda: not (first := trace.json("list")["traces"][0])["running"] and first, 30, "its time is over")
     e2e.check(ended["ended"] == "Its time was over.", f"{ended}")
-    trace("fetch", ended["file"], "--out", str(folder / "copy"))
-    e2e.check((folder / "copy").stat().st_size == ended["bytes"], "a copy of another size")
+    for out in (folder / "copy", pathlib.Path(ended["path"])):
+        trace("fetch", ended["file"], "--out", str(out))
+        e2e.check(out.stat().st_size == ended["bytes"], f"{out} has another size")
+    for wrong in ("", "C AM"):
+        e2e.check("one word" in trace("dialogue", wrong, code=2), "a word that is none")
     trace("start", "CAM")
     ctl("del-device", "--dev", "CAM")
     e2e.wait_until(lambda: trace.json("list")["traces"][0]["ended"] == "The device was deleted.", 30, "it ends with the device")
@@ -128,8 +131,11 @@ def test(options, folder, stack):
     check_trace(options, folder, ctl, trace, camera)
     check_limits(folder, ctl, trace)
     check_failure(ctl, trace, camera)
-    trace("start", "BAD")
+    waiting = subprocess.Popen([options.gvxctl, "trace", "start", "BAD", "--out", str(folder / "copy2")],
+                               env=gateway.whole_environment())
+    e2e.wait_until(lambda: trace.json("list")["traces"][0]["device"] == "BAD", 30, "the last trace runs")
     gateway.stop()
+    e2e.check((waiting.wait(60) == 0) == (folder / "copy2").exists(), "a copy of nothing")
     last = max((folder / "root/var/lib/gvx/traces").glob("BAD-*.pcapng"))
     e2e.check(packets(options, last) and b"The gateway stops." in last.read_bytes(), "the stop leaves no whole file")
     no_secret(gateway.log_file.read_bytes() + gateway.console().encode(), "the log")

@@ -104,6 +104,9 @@ TEST_F(DeviceTraceTest, EndsWithItsTimeItsSizeItsDeviceAndTheGateway) {
     const std::string bytes = Contents(full);
     EXPECT_EQ(full.bytes, bytes.size());
     EXPECT_TRUE(ReadBlocks(bytes).whole);
+    std::filesystem::resize_file(folder.Path() + "/traces/" + full.file, 1000);
+    EXPECT_EQ("", Contents(full));
+    EXPECT_NE(std::string::npos, reason.find("was cut: 1000 bytes")) << reason;
 
     Start("CAM");
     Packets("CAM", 20000);  // more than its buffer takes at once

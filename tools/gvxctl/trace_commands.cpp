@@ -14,8 +14,10 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace gvxctl {
@@ -23,6 +25,15 @@ namespace {
 
 constexpr int kLookMs = 300;
 constexpr std::size_t kMostTraceBytes = 64u << 20;
+
+// A request is words with blanks between them.
+bool MayBeAsked(const std::string& word) {
+    const bool may = !word.empty() && word.find_first_of(" \t\r\n\v\f") == std::string::npos;
+    if (!may) {
+        std::fprintf(stderr, "gvxctl: \"%s\": no name for a trace, which is one word\n", PrintableLine(word).c_str());
+    }
+    return may;
+}
 
 bool WriteAll(int file, const std::string& bytes) {
     for (std::size_t done = 0; done < bytes.size();) {
@@ -44,12 +55,13 @@ bool Decoded(const Json::Value& piece, std::string& bytes) {
     return whole;
 }
 
-// The file as far as it goes.
-bool Fetch(const TraceOptions& options, const std::string& file, int target, std::string& error) {
-    for (std::size_t from = 0; from < kMostTraceBytes;) {
+// The file as far as it goes, whole in memory: what it is copied over goes only then.
+bool Fetch(const StatusOptions& gateway, const std::string& file, std::string& path, std::string& content,
+           std::string& error) {
+    while (content.size() < kMostTraceBytes) {
         Json::Value piece;
         std::string bytes;
-        if (!AskGateway(options.gateway, "trace fetch " + file + " " + std::to_string(from), piece, error)) {
+        if (!AskGateway(gateway, "trace fetch " + file + " " + std::to_string(content.size()), piece, error)) {
             return false;
         }
         if (!Decoded(piece, bytes)) {
@@ -57,26 +69,61 @@ bool Fetch(const TraceOptions& options, const std::string& file, int target, std
             return false;
         }
         if (bytes.empty()) {
+            path = gvx::JsonText(piece, "path");
             return true;
         }
-        if (!WriteAll(target, bytes)) {
-            error = options.out + ": " + std::strerror(errno);
-            return false;
-        }
-        from += bytes.size();
+        content += bytes;
     }
     error = file + " has no end";
     return false;
 }
 
-// Before anything is traced, so that a trace is not in vain.
-bool OpenTarget(const TraceOptions& options, gvx::UniqueFd& target) {
-    target.Reset(::open(options.out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640));
-    if (!target.Valid()) {
-        std::fprintf(stderr, "gvxctl: %s: %s\n", options.out.c_str(), std::strerror(errno));
+// Where a copy goes. A file is opened before anything is traced, so that a trace is not in vain, and is as it was, or
+// not there again, when there is nothing to copy.
+class CopyTarget {
+public:
+    explicit CopyTarget(std::string name) : m_name(std::move(name)) {}
+    ~CopyTarget() {
+        if (m_made) {
+            ::unlink(m_name.c_str());
+        }
     }
-    return target.Valid();
-}
+    CopyTarget(const CopyTarget&) = delete;
+    CopyTarget& operator=(const CopyTarget&) = delete;
+
+    bool Open() {
+        m_file.Reset(::open(m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640));
+        m_made = m_file.Valid();
+        if (!m_made && errno == EEXIST) {
+            m_file.Reset(::open(m_name.c_str(), O_WRONLY | O_CLOEXEC));
+        }
+        if (!m_file.Valid()) {
+            std::fprintf(stderr, "gvxctl: %s: %s\n", m_name.c_str(), std::strerror(errno));
+        }
+        return m_file.Valid();
+    }
+
+    // A trace that is copied over itself is left as it is.
+    bool Put(const std::string& content, const std::string& tracePath, std::string& error) {
+        struct stat own {};
+        struct stat trace {};
+        if (::fstat(m_file.Get(), &own) == 0 && ::stat(tracePath.c_str(), &trace) == 0 && own.st_dev == trace.st_dev &&
+            own.st_ino == trace.st_ino) {
+            return true;
+        }
+        if ((S_ISREG(own.st_mode) && ::ftruncate(m_file.Get(), 0) != 0) || !WriteAll(m_file.Get(), content)) {
+            error = m_name + ": " + std::strerror(errno);
+            return false;
+        }
+        m_made = false;
+        return true;
+    }
+
+private:
+    const std::string m_name;
+    gvx::UniqueFd m_file;
+    bool m_made = false;  // and not filled yet
+};
 
 std::string CountsText(const Json::Value& trace) {
     const std::string lost = trace["lost"].asString();
@@ -123,9 +170,11 @@ bool WaitEnd(const TraceOptions& options, Json::Value& trace, std::string& error
     return true;
 }
 
-int TakeAndTell(const TraceOptions& options, const Json::Value& trace, int target) {
+int TakeAndTell(const TraceOptions& options, const Json::Value& trace, CopyTarget& target) {
+    std::string path;
+    std::string content;
     std::string error;
-    if (!Fetch(options, trace["file"].asString(), target, error)) {
+    if (!Fetch(options.gateway, trace["file"].asString(), path, content, error) || !target.Put(content, path, error)) {
         return Fail(kExitRefused, error);
     }
     if (options.gateway.json) {
@@ -177,8 +226,11 @@ std::string EntryText(const Json::Value& entry) {
 }  // namespace
 
 int RunTraceStart(const TraceOptions& options) {
-    gvx::UniqueFd target;
-    if (!options.out.empty() && !OpenTarget(options, target)) {
+    if (!MayBeAsked(options.device)) {
+        return kExitWrongUse;
+    }
+    CopyTarget target(options.out);
+    if (!options.out.empty() && !target.Open()) {
         return kExitWrongUse;
     }
     Json::Value answer;
@@ -189,7 +241,7 @@ int RunTraceStart(const TraceOptions& options) {
     }
     Json::Value trace = answer["trace"];
     if (!options.out.empty()) {
-        return WaitEnd(options, trace, error) ? TakeAndTell(options, trace, target.Get()) : Fail(kExitRefused, error);
+        return WaitEnd(options, trace, error) ? TakeAndTell(options, trace, target) : Fail(kExitRefused, error);
     }
     if (options.gateway.json) {
         std::fputs(gvx::WriteJson(answer).c_str(), stdout);
@@ -201,8 +253,11 @@ int RunTraceStart(const TraceOptions& options) {
 }
 
 int RunTraceStop(const TraceOptions& options) {
-    gvx::UniqueFd target;
-    if (!options.out.empty() && !OpenTarget(options, target)) {
+    if (!MayBeAsked(options.device)) {
+        return kExitWrongUse;
+    }
+    CopyTarget target(options.out);
+    if (!options.out.empty() && !target.Open()) {
         return kExitWrongUse;
     }
     Json::Value answer;
@@ -212,7 +267,7 @@ int RunTraceStop(const TraceOptions& options) {
     }
     const Json::Value& trace = answer["trace"];
     if (!options.out.empty()) {
-        return TakeAndTell(options, trace, target.Get());
+        return TakeAndTell(options, trace, target);
     }
     if (options.gateway.json) {
         std::fputs(gvx::WriteJson(answer).c_str(), stdout);
@@ -223,26 +278,32 @@ int RunTraceStop(const TraceOptions& options) {
 }
 
 int RunTraceFetch(const TraceOptions& options) {
-    TraceOptions to = options;
-    to.out = options.out.empty() ? options.file : options.out;
-    gvx::UniqueFd target;
-    Json::Value first;
+    std::string path;
+    std::string content;
     std::string error;
-    // No file is made, or emptied, for a trace that there is not.
-    if (!AskGateway(options.gateway, "trace fetch " + options.file + " 0", first, error)) {
-        return Fail(kExitRefused, error);
-    }
-    if (!OpenTarget(to, target)) {
+    if (!MayBeAsked(options.file)) {
         return kExitWrongUse;
     }
-    if (!Fetch(to, options.file, target.Get(), error)) {
+    // No file is made, or emptied, for a trace that there is not.
+    if (!Fetch(options.gateway, options.file, path, content, error)) {
         return Fail(kExitRefused, error);
     }
-    std::printf("%s\n", to.out.c_str());
+    const std::string& out = options.out.empty() ? options.file : options.out;
+    CopyTarget target(out);
+    if (!target.Open()) {
+        return kExitWrongUse;
+    }
+    if (!target.Put(content, path, error)) {
+        return Fail(kExitRefused, error);
+    }
+    std::printf("%s\n", out.c_str());
     return kExitOk;
 }
 
 int RunTraceDialogue(const TraceOptions& options) {
+    if (!MayBeAsked(options.device)) {
+        return kExitWrongUse;
+    }
     Json::Value answer;
     std::string error;
     if (!AskGateway(options.gateway, "trace dialogue " + options.device, answer, error)) {

@@ -114,6 +114,7 @@ Json::Value AnswerFetch(const std::string& file, const std::string& from, TraceD
     CBB::CBase64::EncodeBinary(piece.data(), piece.size(), text.data(), text.size());
     Json::Value answer(Json::objectValue);
     answer["file"] = file;
+    answer["path"] = desk.Folder() + "/" + file;
     answer["from"] = Json::UInt64(place);
     answer["bytes"] = Json::UInt64(piece.size());
     answer["data"] = text.c_str();

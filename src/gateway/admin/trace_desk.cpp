@@ -119,8 +119,25 @@ bool TraceDesk::Read(const std::string& file, std::uint64_t from, std::string& p
     piece.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     if (count < 0) {
         reason = path + " cannot be read: " + std::strerror(errno) + ".";
+        return false;
     }
-    return count >= 0;
+    const std::uint64_t least = std::max<std::uint64_t>({from + piece.size(), WrittenBytes(file), 1});
+    if (::fstat(opened.Get(), &status) != 0 || static_cast<std::uint64_t>(status.st_size) < least) {
+        reason = path + " was cut: " + std::to_string(status.st_size) + " bytes are left of at least " +
+                 std::to_string(least) + ".";
+        return false;
+    }
+    return true;
+}
+
+// Of a trace that has ended; 0 for any other.
+std::uint64_t TraceDesk::WrittenBytes(const std::string& file) {
+    for (const TraceFacts& facts : List()) {
+        if (facts.file == file && !facts.running) {
+            return facts.bytes;
+        }
+    }
+    return 0;
 }
 
 // Such as "CAM001-20260102T030405Z.pcapng", with a number where that is there already.

@@ -37,11 +37,13 @@ public:
 
     // Those that run, and those that ended since the start and whose files stay; the newest first.
     std::vector<TraceFacts> List();
-    // A piece of a file from that place on; empty at its end. False with a sentence when there is no such file.
+    // A piece of a file from that place on; empty at its end. False with a sentence when there is no such file, or less
+    // of it than was written or than that place.
     bool Read(const std::string& file, std::uint64_t from, std::string& piece, std::string& reason);
     const std::string& Folder() const { return m_folder; }
 
 private:
+    std::uint64_t WrittenBytes(const std::string& file);
     std::string NewPath(const std::string& device) const;
     void MakeRoom();
 
