@@ -1,7 +1,12 @@
 #include "base/redact.h"
 
+#include "base/bounded_string.h"
+
 #include <algorithm>
+#include <charconv>
 #include <string_view>
+#include <system_error>
+#include <utility>
 
 namespace {
 
@@ -17,7 +22,7 @@ constexpr std::string_view kMarks = "=:<[&%";
 constexpr std::string_view kSecretParts[] = {"password",   "passwd", "passphrase",    "pwd",      "secret",
                                              "credential", "token",  "authorization", "signature"};
 constexpr std::string_view kSecretNames[] = {"sig", "sign", "auth"};
-constexpr std::string_view kSecretEndings[] = {"pass", "pas", "psw", "pw"};
+constexpr std::string_view kSecretEndings[] = {"pass", "pas", "psw", "pw", "psk"};
 constexpr std::string_view kPlainEndings[] = {"bypass", "compass"};  // states of alarm zones and bearings of cameras
 // These hide all that follows on their line: heads of HTTP and RTSP, and keys in descriptions of streams (RFC 4568,
 // section 9.2; RFC 4567, section 3).
@@ -26,8 +31,17 @@ constexpr std::string_view kLineNames[] = {
 constexpr char kPlainKey = 'k';  // "k=clear:..." in such a description (RFC 8866, section 5.12)
 constexpr std::string_view kPlainKeyKinds[] = {"clear:", "base64:", "uri:"};
 // Of a text inside XML, and of one that is inside another one there.
-constexpr std::string_view kEscapedQuotes[] = {"&quot;",     "&#34;",     "&apos;",     "&#39;",
-                                               "&amp;quot;", "&amp;#34;", "&amp;apos;", "&amp;#39;"};
+constexpr std::string_view kEscapedQuotes[] = {"&quot;",    "&apos;",     "&amp;quot;",
+                                               "&amp;#34;", "&amp;apos;", "&amp;#39;"};
+// How JSON and XML write characters by their numbers (RFC 8259, section 7; XML 1.0, section 4.1).
+constexpr std::string_view kJsonNumber = "\\u00";
+constexpr std::string_view kXmlNumber = "&#";
+constexpr Position kMostEscapes = 8;  // of JSON within JSON, four deep
+struct XmlName {
+    char character;
+    std::string_view name;
+};
+constexpr XmlName kXmlNames[] = {{'"', "&quot;"}, {'\'', "&apos;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'&', "&amp;"}};
 // What stands between the name and the parameters of a way to authenticate (RFC 9110, section 11.4); "Basic dXNlcg==".
 constexpr std::string_view kSchemes[] = {"basic", "bearer", "digest", "negotiate", "ntlm"};
 // How URLs escape what parts them, behind a "%" for each time that they are escaped (RFC 3986, section 2.1).
@@ -55,10 +69,13 @@ struct Markup {
     std::string_view ending;
     std::string_view data;
     std::string_view dataEnding;
+    std::string_view comment;
+    std::string_view commentEnding;
 };
-constexpr Markup kPlainMarkup = {"<", ">", "</", "<![CDATA[", "]]>"};
-constexpr Markup kEscapedMarkup = {"&lt;", "&gt;", "&lt;/", "&lt;![CDATA[", "]]&gt;"};
-constexpr Markup kTwiceEscapedMarkup = {"&amp;lt;", "&amp;gt;", "&amp;lt;/", "&amp;lt;![CDATA[", "]]&amp;gt;"};
+constexpr Markup kPlainMarkup = {"<", ">", "</", "<![CDATA[", "]]>", "<!--", "-->"};
+constexpr Markup kEscapedMarkup = {"&lt;", "&gt;", "&lt;/", "&lt;![CDATA[", "]]&gt;", "&lt;!--", "--&gt;"};
+constexpr Markup kTwiceEscapedMarkup = {"&amp;lt;",   "&amp;gt;",    "&amp;lt;/", "&amp;lt;![CDATA[",
+                                        "]]&amp;gt;", "&amp;lt;!--", "--&amp;gt;"};
 
 char Lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -264,7 +281,7 @@ private:
 
     void VisitValue(Position mark) {
         const Position begin = std::min(m_line.find_first_not_of(kBlanks, mark + 1), m_line.size());
-        if (begin == m_line.size() || m_line[begin] == '{' || NamesASetting(mark, begin)) {
+        if (begin == m_line.size() || NamesASetting(mark, begin)) {
             return;
         }
         const bool bare = IsNameChar(m_line[m_line.find_last_not_of(kBlanks, mark - 1)]);
@@ -276,13 +293,33 @@ private:
             Hide(begin, EndOfCredentials(credentials));
         } else if (const Position quote = EscapedQuoteAt(begin); quote != 0) {
             Hide(begin + quote, ClosingEscapedQuote(begin, quote));
-        } else if (m_line[begin] == '[') {
-            Hide(begin + 1, ClosingBracket(begin + 1));
+        } else if (m_line[begin] == '[' || m_line[begin] == '{') {
+            Hide(begin + 1, EndOfNest(begin));
         } else if (StandsAt(quoteAt, "\"") || StandsAt(quoteAt, "'")) {
             Hide(quoteAt + 1, ClosingQuote(quoteAt, quoteAt - begin));
         } else {
             Hide(begin, EndOfBareValue(begin));
         }
+    }
+
+    // Where the list or object ends that begins there; brackets within its texts are none.
+    Position EndOfNest(Position begin) const {
+        Position depth = 0;
+        for (Position at = begin; at < m_line.size(); ++at) {
+            const Position quoteAt = SkipBackslashes(at);
+            if (const Position quote = EscapedQuoteAt(at); quote != 0) {
+                at = ClosingEscapedQuote(at, quote) + quote - 1;
+            } else if (StandsAt(quoteAt, "\"") || StandsAt(quoteAt, "'")) {
+                at = ClosingQuote(quoteAt, quoteAt - at) + (quoteAt - at);
+            } else if (quoteAt != at) {
+                at = quoteAt - 1;
+            } else if (m_line[at] == '[' || m_line[at] == '{') {
+                ++depth;
+            } else if ((m_line[at] == ']' || m_line[at] == '}') && --depth == 0) {
+                return at;
+            }
+        }
+        return m_line.size();
     }
 
     // "key=NAME, value=..." tells of a setting: its name is no secret, whatever its value is.
@@ -361,7 +398,7 @@ private:
         return end;
     }
 
-    // <Password>...</Password>, with or without a prefix and attributes. Character data may hold a "<" of its own.
+    // <Password>...</Password>, with or without a prefix and attributes.
     void VisitElement(Position open, const Markup& markup) {
         const Position begin = open + markup.open.size();
         Position end = begin;
@@ -384,18 +421,36 @@ private:
         }
     }
 
+    // With the elements, comments and character data inside.
     Position EndOfContent(Position begin, const Markup& markup) const {
-        const Position text = m_line.find_first_not_of(" \t\r\n", begin);
-        const bool isData = text != kNone && StandsAt(text, markup.data);
-        Position at = isData ? m_line.find(markup.dataEnding, text) : begin;
         // An escaped element ends with the elements that hold it at the latest.
         const std::string_view outer = markup.open == kTwiceEscapedMarkup.open ? kEscapedMarkup.ending : markup.ending;
-        for (at = m_line.find_first_of("<&", at); at != kNone; at = m_line.find_first_of("<&", at + 1)) {
-            if (StandsAt(at, markup.ending) || StandsAt(at, outer) || StandsAt(at, kPlainMarkup.ending)) {
+        Position depth = 0;
+        for (Position at = m_line.find_first_of("<&", begin); at != kNone; at = m_line.find_first_of("<&", at + 1)) {
+            if (StandsAt(at, markup.comment)) {
+                at = std::min(m_line.find(markup.commentEnding, at + markup.comment.size()), m_line.size());
+            } else if (StandsAt(at, markup.data)) {
+                at = std::min(m_line.find(markup.dataEnding, at), m_line.size());
+            } else if (StandsAt(at, markup.ending) && depth != 0) {
+                --depth;
+            } else if (StandsAt(at, markup.ending) || StandsAt(at, outer) || StandsAt(at, kPlainMarkup.ending)) {
                 return at;
+            } else if (OpensElement(at, markup)) {
+                ++depth;
             }
         }
         return m_line.size();
+    }
+
+    // Character data may hold a "<" of its own.
+    bool OpensElement(Position at, const Markup& markup) const {
+        const Position name = at + markup.open.size();
+        if (!StandsAt(at, markup.open) || EndOfName(name) == name) {
+            return false;
+        }
+        const std::string_view near = m_line.substr(0, std::min(name + kMaxReach, m_line.size()));
+        const Position close = near.find(markup.close, name);
+        return close < near.find(markup.open, name) && near[close - 1] != '/';
     }
 
     // A URL inside another one, "rtsp%3A%2F%2Fuser%3Apass%40host", perhaps without its scheme.
@@ -493,14 +548,84 @@ private:
     std::string m_result;
 };
 
+// The character that JSON or XML writes by its number there, and how long that is; 0 where there is none that prints.
+char NumberedCharacter(std::string_view text, Position at, Position& length) {
+    const bool isJson = text.compare(at, kJsonNumber.size(), kJsonNumber) == 0;
+    if (!isJson && text.compare(at, kXmlNumber.size(), kXmlNumber) != 0) {
+        return 0;
+    }
+    const Position begin = at + (isJson ? kJsonNumber : kXmlNumber).size();
+    const bool isHex = isJson || (begin < text.size() && Lower(text[begin]) == 'x');
+    const std::string_view digits = isJson ? text.substr(begin, 2) : text.substr(begin + (isHex ? 1 : 0));
+    unsigned code = 0;
+    const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), code, isHex ? 16 : 10);
+    const auto count = static_cast<Position>(end - digits.data());
+    if (fault != std::errc() || (isJson ? count != 2 : count == digits.size() || *end != ';')) {
+        return 0;
+    }
+    length = static_cast<Position>(end - (text.data() + at)) + (isJson ? 0 : 1);
+    return code >= ' ' && code <= '~' ? static_cast<char>(code) : '\0';
+}
+
+// The character as the text around it has it escaped: in JSON within JSON behind as many backslashes as that takes.
+void AppendJson(char character, std::string_view ahead, std::string& plain) {
+    const Position before = ahead.size() - (ahead.find_last_not_of('\\') + 1);
+    const Position escapes = before % 2 == 0 || before >= kMostEscapes ? 1 : before + 1;
+    plain.resize(plain.size() - (escapes - 1));
+    if (character == '"' || character == '\\') {
+        plain.append(2 * escapes - 1, '\\');
+    }
+    plain += character;
+}
+
+void AppendXml(char character, std::string& plain) {
+    const auto* const row = std::find_if(std::begin(kXmlNames), std::end(kXmlNames),
+                                         [&](const XmlName& each) { return each.character == character; });
+    row == std::end(kXmlNames) ? plain.append(1, character) : plain.append(row->name);
+}
+
+bool HasNumbers(std::string_view text) {
+    return text.find(kJsonNumber) != kNone || text.find(kXmlNumber) != kNone;
+}
+
+// The text with what it writes by numbers as itself, where names and quotes may hide behind them.
+std::string WithoutNumbers(std::string_view text) {
+    std::string plain;
+    plain.reserve(text.size() + text.size() / 4 + 1);  // the most that it grows to: no other copy is made
+    for (Position at = 0; at < text.size();) {
+        Position length = 1;
+        const char character = NumberedCharacter(text, at, length);
+        if (character == '\0') {
+            plain.append(text.substr(at, length));
+        } else if (text[at] == '&') {
+            AppendXml(character, plain);
+        } else {
+            AppendJson(character, text.substr(0, at), plain);
+        }
+        at += length;
+    }
+    return plain;
+}
+
+// False when there is nothing to hide.
+bool Redact(std::string_view text, std::string& redacted) {
+    if (!HasNumbers(text)) {
+        return Redactor(text).Run(redacted);
+    }
+    std::string plain = WithoutNumbers(text);
+    const bool found = Redactor(plain).Run(redacted);
+    memset_s(plain.data(), plain.size(), 0, plain.size());
+    return found;
+}
+
 }  // namespace
 
 std::string RedactedText(std::string_view text) {
     std::string redacted;
-    return Redactor(text).Run(redacted) ? redacted : std::string(text);
+    return Redact(text, redacted) ? redacted : std::string(text);
 }
 
 std::string RedactSecrets(std::string line) {
     std::string redacted;
-    return Redactor(line).Run(redacted) ? redacted : std::move(line);
+    return Redact(line, redacted) ? redacted : std::move(line);
 }
