@@ -7,8 +7,8 @@
 #include <cstdarg>
 #include <string>
 
-// How lines are written. Formats are literals, checked by the compiler; an argument is evaluated and
-// formatted only when its line will be written. Any thread.
+// How lines are written. Formats are literals, checked by the compiler; an argument is evaluated once, and only when
+// its line will be written, the level in each case. Any thread.
 
 // Writes `format`, led by the error code and its name, into buffer (at most size bytes, terminated).
 // Returns the length without the terminator, -1 when it does not fit (the buffer then holds an empty text).
@@ -42,11 +42,11 @@ extern std::atomic<long> g_bp_memstat;
     }
 
 // GVX_LOG(OM_LOG_INFO, "title", "format %d", value)
-#define GVX_LOG(level, title, ...)                                    \
-    do {                                                              \
-        if (OMLogEnabled(level)) {                                    \
-            OMWriteLog((level), (title), GVX_LOG_PLACE, __VA_ARGS__); \
-        }                                                             \
+#define GVX_LOG(level, title, ...)                                          \
+    do {                                                                    \
+        if (const int gvxLogLevel_ = (level); OMLogEnabled(gvxLogLevel_)) { \
+            OMWriteLog(gvxLogLevel_, (title), GVX_LOG_PLACE, __VA_ARGS__);  \
+        }                                                                   \
     } while (false)
 
 #define GVX_LOG_ERR(title, ...) GVX_LOG(OM_LOG_ERR, title, __VA_ARGS__)

@@ -47,6 +47,9 @@ TEST(LogMacros, EvaluateNothingForALineThatIsNotWritten) {
     GVX_DEBUG("%d", ++evaluated);
     GVX_LOG_INFO("t", "%d", ++evaluated);
     EXPECT_TRUE(log->Lines().empty());
+    int level = OM_LOG_EMERG;
+    GVX_LOG(level++, "t", "written");
+    EXPECT_EQ(level, OM_LOG_EMERG + 1) << "once";
     OMAdapter::getInstance()->setLogger(nullptr);
     GVX_LOG_ERR("t", "%d", ++evaluated);
     EXPECT_EQ(evaluated, 0);
