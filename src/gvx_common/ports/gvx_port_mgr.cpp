@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "bp/cmd.h"
+#include "bp/dispatcher.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_header.h"
 #include "nss/nss_msg_type.h"
@@ -70,14 +71,14 @@ int ReadReply(const ACE_Message_Block* block, PLUGIN_APPLY_PORT_RSP_DATA& data) 
     return ZVS_SUCCEED;
 }
 
-void ReportUsedPorts(const std::string& linkId) {
+void ReportAtOpening(const std::string& linkId) {
     if (const int result = CGvxPortMgr::Instance()->SendUsedPortlist(linkId); result != ZVS_SUCCEED) {
         GVX_LOG_ERR_CODE("Plugin SendUsedPortlist failed.", result, "The link ID is[%s].", linkId.c_str());
     }
 }
 
 [[maybe_unused]] const bool g_registered = [] {
-    CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::UsedPorts, &ReportUsedPorts);
+    CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::UsedPorts, &ReportAtOpening);
     return true;
 }();
 
@@ -166,6 +167,7 @@ void CGvxPortMgr::UnInit() {
     const std::lock_guard<std::mutex> lock(m_mutexLate);
     m_lateUdpPorts.clear();
     m_lateTcpPorts.clear();
+    m_told = nullptr;
 }
 
 void CGvxPortMgr::ClearPortElement() {
@@ -213,10 +215,33 @@ int CGvxPortMgr::ApplyPortList(unsigned int applyPortNumber, const std::string& 
 }
 
 int CGvxPortMgr::SendUsedPortlist() {
-    return SendUsedPortlist(MainServiceLink());
+    return ReportUsedPorts(MainServiceLink());
 }
 
 int CGvxPortMgr::SendUsedPortlist(const std::string& link) {
+    std::shared_ptr<const BP::LinkProgress> connection = BP::CDispatcher::ProgressOf(link);
+    {
+        const Guard guard(m_portElementMapMutex);  // an application may be telling it just now
+        if (IsTold(connection)) {
+            return ZVS_SUCCEED;
+        }
+    }
+    const int result = ReportUsedPorts(link);
+    NoteTold(std::move(connection));
+    return result;
+}
+
+bool CGvxPortMgr::IsTold(const std::shared_ptr<const BP::LinkProgress>& link) {
+    const std::lock_guard<std::mutex> lock(m_mutexLate);
+    return link != nullptr && link == m_told;
+}
+
+void CGvxPortMgr::NoteTold(std::shared_ptr<const BP::LinkProgress> link) {
+    const std::lock_guard<std::mutex> lock(m_mutexLate);
+    m_told.swap(link);
+}
+
+int CGvxPortMgr::ReportUsedPorts(const std::string& link) {
     PLUGIN_SEND_PORT_DATA data;
     {
         const Guard guard(m_portElementMapMutex);
@@ -265,6 +290,15 @@ std::list<std::uint32_t> CGvxPortMgr::TakeLatePorts(PORT_PROCOTOL_TYPE type) {
     return std::list<std::uint32_t>(taken.begin(), taken.end());
 }
 
+// By the connection and not by its name, which a main service keeps that has come anew.
+void CGvxPortMgr::ReportAheadOfAsking() {
+    const std::string link = GvxConnectionMgr()->MainServiceLinkId();
+    std::shared_ptr<const BP::LinkProgress> connection = BP::CDispatcher::ProgressOf(link);
+    if (connection != nullptr && !IsTold(connection) && ReportUsedPorts(link) == ZVS_SUCCEED) {
+        NoteTold(std::move(connection));
+    }
+}
+
 // A reply may name ports that this pool has handed out already: they stay with whoever holds them.
 void CGvxPortMgr::FillPool(CPortElement& element, const std::string& strProtocol) {
     std::list<std::uint32_t> ports = TakeLatePorts(TypeOf(strProtocol));
@@ -274,6 +308,7 @@ void CGvxPortMgr::FillPool(CPortElement& element, const std::string& strProtocol
     ports.remove_if(isUsed);
     if (ports.empty()) {
         GVX_LOG_INFO("Make port", "start apply port.");
+        ReportAheadOfAsking();
         ApplyPortList(kApplyBatch, strProtocol, ports);
         ports.remove_if(isUsed);
     }

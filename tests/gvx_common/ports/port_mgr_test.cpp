@@ -11,6 +11,7 @@
 #include "support/recording_logger.h"
 #include "support/run_threads.h"
 #include "support/test_clock.h"
+#include "support/wait_until.h"
 
 #include <gtest/gtest.h>
 
@@ -226,6 +227,53 @@ TEST_F(PortManagerTest, APeersPortThatIsOneOfOursIsNotHandedOutTwice) {
     EXPECT_EQ(Make(), ports[2]);
     EXPECT_EQ(Make(), ports[1]);
     EXPECT_EQ(log->Count("Success to release port"), 1u);
+}
+
+// Held alarms stand for all that an opening does ahead of its report: commands of the new link are served meanwhile.
+TEST(PortManager, AMainServiceHearsOfTheUsedPortsOnceAndAheadOfAnApplication) {
+    static CGvxPortMgr& mgr = *CGvxPortMgr::Instance();
+    const ScopedRecordingLogger log;
+    ASSERT_TRUE(mgr.Init());
+    std::atomic<int> opened{0};
+    BP::LinkOptions options;
+    options.localID = "GVX#001";
+    const auto note = [&opened](const std::string&, int, const std::string&, const std::string&, unsigned) {
+        ++opened;
+    };
+    ASSERT_EQ(BP::CNetFactory::Start(options, {note, {}}), 0);
+    std::uint16_t port = 0;
+    ASSERT_EQ(BP::CNetFactory::Listen("127.0.0.1", 0, &port), 0);
+    CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::HeldAlarms, [](const std::string& /*linkId*/) {
+        unsigned int none = 0;
+        EXPECT_EQ(mgr.MakePort(GVX_MEDIA_SEND_UDP, none, UDP_PROCOTOL), 0);
+    });
+    std::unique_ptr<FakePeer> peers[2];
+    std::vector<unsigned int> heard[2];
+    std::thread services[2];
+    for (int i = 0; i < 2; ++i) {  // by the same name, and the first one's close has not been served
+        peers[i] = FakePeer::Connect(port);
+        ASSERT_EQ(peers[i]->Register("GVX#000"), 0u);
+        ASSERT_TRUE(WaitUntil([&] { return opened == i + 1; }));
+        services[i] = std::thread([&peer = *peers[i], &types = heard[i]] {
+            for (auto frame = peer.ReadFrame(); frame.has_value(); frame = peer.ReadFrame()) {
+                const std::uint16_t type = frame->head.usiMsgType;
+                types.push_back(type);
+                peer.SendFrame(static_cast<std::uint16_t>(type + kNssResponseOffset), 1, frame->Transaction(), 0,
+                               ReplyText({}));
+            }
+        });
+        GvxConnectionMgr()->OnLinkOpened("", 0, "GVX#000", "127.0.0.1", port);
+    }
+    CGvxConnectionMgr::SetMainServiceObserver(MainServiceStep::HeldAlarms, nullptr);
+    GvxConnectionMgr()->OnLinkClosed("", 0, "GVX#000", "127.0.0.1", port);
+    BP::CNetFactory::Stop();
+    mgr.UnInit();
+    for (int i = 0; i < 2; ++i) {
+        services[i].join();
+        EXPECT_EQ(heard[i],
+                  (std::vector<unsigned int>{NSS_PLUGIN_SEND_PORTLIST_DATA_REQ, NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ}))
+            << i << log->Dump();
+    }
 }
 
 // A main service that cannot be relied on: of its answers, some come when nobody waits any more, some are garbage, some
