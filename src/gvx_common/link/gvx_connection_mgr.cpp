@@ -200,6 +200,10 @@ void CGvxConnectionMgr::OnMULinkOpened(const std::string& linkId, const std::str
         GVX_LOG_INFO("GVX open link to MU, the link existed: ", "The link ID is[%s]", linkId.c_str());
         return;
     }
+    if (FindGivenUp(linkId, ip, port) != m_muGivenUp.end()) {
+        GVX_LOG_INFO("GVX open link to MU", "The link ID[%s] has been given up meanwhile.", linkId.c_str());
+        return;
+    }
     if (m_MUConnections.size() >= kMaxMuRecords && !ForgetAClosedMu()) {
         GVX_LOG_ERR("GVX open link to MU failed.", "The link ID is[%s], %zu others are recorded.", linkId.c_str(),
                     kMaxMuRecords);
@@ -305,16 +309,33 @@ bool CGvxConnectionMgr::BeginMuAttempt(const std::string& ownId, const std::stri
         m_muAttempts.erase(record);
         return false;
     }
+    if (const auto again = FindGivenUp(muLink, ip, port); again != m_muGivenUp.end()) {
+        m_muGivenUp.erase(again);
+    }
     return true;
 }
 
-// MUConnectionMutex is held.
+// MUConnectionMutex is held. A media unit that comes by itself never has the address of an attempt, at which it
+// listens.
+CGvxConnectionMgr::GivenUpLinks::iterator CGvxConnectionMgr::FindGivenUp(const std::string& muLink,
+                                                                         const std::string& ip, unsigned int port) {
+    const auto [first, last] = m_muGivenUp.equal_range(muLink);
+    const auto found = std::find_if(first, last, [&ip, port](const auto& entry) {
+        return entry.second.GetElementIP() == ip && entry.second.GetElementPort() == port;
+    });
+    return found == last ? m_muGivenUp.end() : found;
+}
+
+// MUConnectionMutex is held. The link may have opened and its event wait still, which would record it for ever.
 void CGvxConnectionMgr::EndMuAttempt(const std::string& muLink) {
     const auto known = m_muAttempts.find(muLink);
     if (known != m_muAttempts.end()) {
         BP::CNetFactory::DeleteClientLinkByAddr(known->second.GetElementIP().c_str(),
                                                 static_cast<int>(known->second.GetElementPort()), kElementMU);
-        m_muAttempts.erase(known);
+        if (m_muGivenUp.size() >= kMaxMuRecords) {
+            m_muGivenUp.erase(m_muGivenUp.begin());
+        }
+        m_muGivenUp.insert(m_muAttempts.extract(known));
     }
 }
 

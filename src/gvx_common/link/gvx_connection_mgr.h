@@ -179,6 +179,7 @@ public:
 
 private:
     using NetConnectionMap = std::map<std::string, CGvxConnection>;
+    using GivenUpLinks = std::multimap<std::string, CGvxConnection>;
 
     CGvxConnectionMgr() = default;
 
@@ -200,6 +201,7 @@ private:
     bool BeginMuAttempt(const std::string& ownId, const std::string& muLink, const std::string& ip, unsigned int port,
                         const char* localIp);
     void EndMuAttempt(const std::string& muLink);
+    GivenUpLinks::iterator FindGivenUp(const std::string& muLink, const std::string& ip, unsigned int port);
     void ConnectMU(const std::string& ownId, const std::string& scuLinkId, const std::string& ip, unsigned int port,
                    const char* localIp);
     static std::string InternalApiAddress();
@@ -215,7 +217,7 @@ private:
 
     GvxExceptionCallback m_pException = nullptr;
     ACE_Recursive_Thread_Mutex SCUConnectionMutex;  // guards m_SCUConnections
-    ACE_Recursive_Thread_Mutex MUConnectionMutex;   // guards m_MUConnections and m_muAttempts
+    ACE_Recursive_Thread_Mutex MUConnectionMutex;   // guards m_MUConnections, m_muAttempts and m_muGivenUp
     // Guards m_OMUConnection, m_gvxMainServiceConnection, m_mainServices, m_portQueries and m_strOmuNetLinkID, which
     // link events write and senders read. Innermost: nothing is called while it is held.
     mutable std::mutex m_connectionMutex;
@@ -223,6 +225,8 @@ private:
     NetConnectionMap m_SCUConnections;
     NetConnectionMap m_MUConnections;
     NetConnectionMap m_muAttempts;  // links to media units that the network layer keeps. Guarded by MUConnectionMutex.
+    // Of these, those that it was told to drop: one may have opened just then. Guarded by MUConnectionMutex.
+    GivenUpLinks m_muGivenUp;
     CGvxConnection m_gvxMainServiceConnection;
     std::list<CGvxConnection> m_mainServices;          // all that are linked, the last opened last
     std::map<std::string, std::string> m_portQueries;  // SCU to the link that was asked about it

@@ -9,6 +9,7 @@
 #include "support/failing_allocator.h"
 #include "support/fake_peer.h"
 #include "support/recording_logger.h"
+#include "support/settings_folder.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -160,6 +161,7 @@ TEST_F(ConnectionMgrTest, APortIsTakenOnceFromTheLinkThatWasAsked) {
 }
 
 TEST_F(ConnectionMgrTest, AttemptsForAMediaUnitEndWithItsScuAndForAnotherPort) {
+    const ScopedSettings settings("");  // a node of its own, without which no link is made
     BP::LinkOptions options;
     options.localID = "GVX#001";
     ASSERT_EQ(0, BP::CNetFactory::Start(options, {}));
@@ -177,6 +179,17 @@ TEST_F(ConnectionMgrTest, AttemptsForAMediaUnitEndWithItsScuAndForAnotherPort) {
     EXPECT_TRUE(given(first)) << "another port was named";
     Mgr().OnLinkClosed("", 0, "SCU#7", "127.0.0.1", 5000);
     EXPECT_TRUE(given(second)) << "the unit has never come";
+    // It came while its SCU went: its events are served behind the SCU's, and tell of a link that is kept no more.
+    for (const FakeListener* unit : {&second, &first}) {
+        Mgr().OnLinkOpened("", 0, "MU#7", "127.0.0.1", unit->Port());
+        Mgr().OnLinkClosed("", 0, "MU#7", "127.0.0.1", unit->Port());
+    }
+    Mgr().OnLinkOpened("", 0, "SCU#7", "127.0.0.1", 5000);
+    Mgr().NotifyConnectMU("SCU#7", second.Port());
+    EXPECT_FALSE(given(second)) << "the attempt of an SCU that has come again";
+    Mgr().OnLinkOpened("", 0, "MU#7", "127.0.0.1", second.Port());
+    Mgr().NotifyConnectMU("SCU#7", second.Port());
+    EXPECT_EQ(m_log->Count("The link ID[MU#7] is already exsit."), 1u) << "such a unit is recorded";
     BP::CNetFactory::Stop();
 }
 
