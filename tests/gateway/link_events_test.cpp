@@ -1,6 +1,7 @@
 #include "gateway/links/link_events.h"
 
 #include "gateway/gateway_fixture.h"
+#include "gateway/plugins/plugin_host.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <future>
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -171,6 +173,35 @@ TEST(LinkEventThreadTest, NeitherSilentMainServicesNorOneThatFloodsHoldUpTheOthe
     EXPECT_EQ(silent, many);
     EXPECT_GT(fed, 0u);
     answered.set_value();
+    thread.Stop();
+}
+
+TEST(LinkEventThreadTest, AHeldFrameThatFindsNoMemoryTakesNeitherOthersNorTheOpeningWithIt) {
+    const ScopedRecordingLogger log;
+    std::promise<void> held;
+    std::atomic<int> taken{0};
+    gvx::LinkEventThread thread;
+    gvx::PluginHost plugins;
+    plugins.OnRegistered([&thread] { thread.LetFramesIn(); });
+    const auto opened = [&](const std::string&, int, const std::string&, const std::string&, unsigned int) {
+        held.get_future().wait();
+        EXPECT_NO_THROW(plugins.RegisterPlugin());
+    };
+    ASSERT_TRUE(thread.Start({opened, {}}, [&taken](const BP::CCmd&) {
+        if (++taken == 1) {
+            throw std::bad_alloc();
+        }
+        return 0;
+    }));
+    thread.Callbacks().opened("", kElementGVX, "GVX#1", "127.0.0.1", 1);
+    for (int frame = 0; frame < 3; ++frame) {
+        auto cmd = std::make_unique<BP::CCmd>();
+        cmd->SetNetLinkID("GVX#1");
+        int result = -1;
+        EXPECT_TRUE(thread.Hold(cmd, result));
+    }
+    held.set_value();
+    EXPECT_TRUE(WaitUntil([&taken] { return taken == 3; })) << taken;
     thread.Stop();
 }
 

@@ -338,32 +338,31 @@ void LinkEventThread::LetFramesIn() {
 // The entrance stays until it is empty: a frame that comes meanwhile joins the others, and none overtakes them. Whoever
 // sends without end has the events of others served in between.
 void LinkEventThread::FeedHeldFrames(const std::string& linkID) {
-    std::vector<std::unique_ptr<BP::CCmd>> frames;
-    for (std::size_t fed = 0; TakeHeldFrames(linkID, kFramesInARow - fed, frames); frames.clear()) {
-        for (const std::unique_ptr<BP::CCmd>& frame : frames) {
-            m_takeFrame(*frame);
+    for (std::size_t fed = 0; fed < kFramesInARow; ++fed) {
+        const std::unique_ptr<BP::CCmd> frame = TakeHeldFrame(linkID);
+        if (frame == nullptr) {
+            return;
         }
-        fed += frames.size();
+        m_takeFrame(*frame);
     }
 }
 
-bool LinkEventThread::TakeHeldFrames(const std::string& linkID, std::size_t most,
-                                     std::vector<std::unique_ptr<BP::CCmd>>& frames) {
+// One at a time: where one finds no memory, the others stay held. Null when there is none, or none that may go.
+std::unique_ptr<BP::CCmd> LinkEventThread::TakeHeldFrame(const std::string& linkID) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const auto found = m_entrances.find(linkID);
     if (found == m_entrances.end() || found->second.openings != 0) {
-        return false;
+        return nullptr;
     }
     Entrance& entrance = found->second;
     if (entrance.frames.empty()) {
         m_entrances.erase(found);
-        return false;
+        return nullptr;
     }
-    for (; frames.size() < most && !entrance.frames.empty(); entrance.frames.pop_front()) {
-        entrance.bytes -= BytesOf(*entrance.frames.front());
-        frames.push_back(std::move(entrance.frames.front()));
-    }
-    return !frames.empty();
+    std::unique_ptr<BP::CCmd> frame = std::move(entrance.frames.front());
+    entrance.frames.pop_front();
+    entrance.bytes -= BytesOf(*frame);
+    return frame;
 }
 
 }  // namespace gvx

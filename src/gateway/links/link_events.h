@@ -15,7 +15,6 @@
 #include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 namespace gvx {
 
@@ -116,7 +115,7 @@ private:
     void Turn(std::unique_lock<std::mutex>& lock);
     void Serve(const Event& event);
     void FeedHeldFrames(const std::string& linkID);
-    bool TakeHeldFrames(const std::string& linkID, std::size_t most, std::vector<std::unique_ptr<BP::CCmd>>& frames);
+    std::unique_ptr<BP::CCmd> TakeHeldFrame(const std::string& linkID);
 
     BP::LinkEvents m_handlers;
     FrameTaker m_takeFrame;

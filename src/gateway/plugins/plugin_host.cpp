@@ -9,6 +9,7 @@
 #include "gvx_common/link/gvx_connection_mgr.h"
 
 #include <algorithm>
+#include <exception>
 #include <new>
 
 namespace gvx {
@@ -222,8 +223,12 @@ int PluginHost::RegisterPlugin() {
     } catch (const std::bad_alloc&) {
         GVX_LOG_ERR_CODE("Plug-ins", result, "Their list is not told to the platform.");
     }
-    if (m_onRegistered) {
-        m_onRegistered();
+    try {
+        if (m_onRegistered) {
+            m_onRegistered();
+        }
+    } catch (const std::exception& fault) {  // what is left of the opening must not go with it
+        GVX_LOG_ERR("Plug-ins", "What follows upon their registration ended early: %s", fault.what());
     }
     return result;
 }
