@@ -3,6 +3,7 @@
 #include "gateway/gateway_fixture.h"
 #include "gateway/plugins/plugin_host.h"
 #include "gvx_common/link/gvx_connection_mgr.h"
+#include "gvx_common/media/media_test_support.h"
 #include "nss/nss_msg_type.h"
 #include "support/wait_until.h"
 
@@ -205,6 +206,18 @@ TEST(LinkEventThreadTest, AHeldFrameThatFindsNoMemoryTakesNeitherOthersNorTheOpe
     thread.Stop();
 }
 
+namespace {
+
+// Streams take their local ports from the main service. What waits, waits for ever here.
+class PortGatewayTest : public TimelessGatewayTest {
+protected:
+    PortGatewayTest() {
+        folder.Settings("GVX_PLUGIN_LIST=moody\nGVX_MEDIA_PORT_EXCHANGE=1\n[MEDIA]\nTRANSMISSION_THREAD_NUM=1\n");
+    }
+};
+
+}  // namespace
+
 // What waits for an answer waits for ever here.
 TEST_F(TimelessGatewayTest, AReportThatIsNeverAnsweredHoldsUpNeitherCommandsNorTheStop) {
     const std::uint32_t seq = SendXml(NSS_DEL_MAIN_DEV_REQ, "<DevCode>NOBODY</DevCode>");
@@ -225,4 +238,30 @@ TEST_F(TimelessGatewayTest, AReportThatIsNeverAnsweredHoldsUpNeitherCommandsNorT
     stopped = true;
     EXPECT_TRUE(gateway->Stop()) << log->Dump();
     EXPECT_EQ(log->Count("The main service is away"), 2u) << "the links' end is served before the devices' table goes";
+}
+
+TEST_F(PortGatewayTest, StreamTakesItsPortFromTheMainServiceAndGivesItBack) {
+    const unsigned int offered = FakeListener().Port();  // free over UDP as well, as far as a test can tell
+    std::string answer = R"({"ApplyPortReturnList":[)" + std::to_string(offered) + R"(],"ApplyPortReturnType":1})";
+    onOtherFrame = [&](const FakePeer::Frame& frame) {
+        if (frame.head.usiMsgType == NSS_PLUGIN_APPLY_PORTLIST_DATA_REQ) {
+            peer->SendFrame(NSS_PLUGIN_APPLY_PORTLIST_DATA_RSP, 1, frame.Transaction(), 0, answer);
+            answer = "{}";  // nothing else is offered
+        }
+    };
+    ASSERT_EQ(AddDevice("CAM1").code, 0u);
+    EXPECT_EQ(Start("CAM1", "live").json["SrcVideoPort"].asUInt(), offered);
+    EXPECT_EQ(Start("CAM1", "sub", R"(,"StreamType":1)").code, static_cast<unsigned>(ZVS_GVX_OPEN_SOCKET_ERROR));
+    // A transmission thread has a packet of the stream, and with it the socket, when the next one starts.
+    CStreamTransmission::Queue* const queue = CStreamTransMgr::Instance()->GetMediaQueue();
+    std::future<Answer> again;
+    {
+        const HeldThreads held({queue});
+        ASSERT_TRUE(WaitUntil([queue] { return queue->message_count() != 0; }));
+        ASSERT_EQ(Stop("CAM1", "live").code, 0u);
+        again = std::async(std::launch::async, [this] { return Start("CAM1", "again"); });
+        again.wait_for(std::chrono::milliseconds(100));
+    }
+    EXPECT_EQ(again.get().json["SrcVideoPort"].asUInt(), offered) << log->Dump();
+    CStreamTransMgr::Instance()->ReleaseMediaQueue(queue);
 }

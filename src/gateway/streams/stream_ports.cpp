@@ -2,9 +2,11 @@
 
 #include "base/unique_fd.h"
 #include "gvx_common/config/setting_table.h"
+#include "gvx_common/media/socket_info.h"
 #include "gvx_common/ports/gvx_port_mgr.h"
 #include "gvx_common/records/stream_param.h"
 
+#include <chrono>
 #include <mutex>
 #include <set>
 #include <vector>
@@ -65,9 +67,24 @@ private:
     std::set<unsigned int> m_taken;  // Guarded by m_mutex.
 };
 
+// How long a start waits for the ports of streams that have just ended, when there are no others.
+constexpr std::chrono::milliseconds kClosingLimit(500);
+
+PoolPort TakeFromPool() {
+    return IsExchanged() ? CGvxPortMgr::Instance()->TakePort(GVX_MEDIA_SEND_UDP, UDP_PROCOTOL)
+                         : RangePorts::Instance().Take();
+}
+
+PoolPort TakeOrWait() {
+    PoolPort port = TakeFromPool();
+    if (port.Number() != 0 || !CSocketInfoMgr::Instance()->WaitForClosing(kClosingLimit)) {
+        return port;
+    }
+    return TakeFromPool();
+}
+
 bool TakeOne(CStreamParam& keeper, std::uint16_t& number) {
-    PoolPort port = IsExchanged() ? CGvxPortMgr::Instance()->TakePort(GVX_MEDIA_SEND_UDP, UDP_PROCOTOL)
-                                  : RangePorts::Instance().Take();
+    PoolPort port = TakeOrWait();
     number = static_cast<std::uint16_t>(port.Number());
     keeper.KeepPort(std::move(port));
     return number != 0;

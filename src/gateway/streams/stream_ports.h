@@ -8,15 +8,15 @@ namespace gvx {
 
 // The local UDP ports of one stream: from the port manager, where GVX_MEDIA_PORT_EXCHANGE says so; from the ranges of
 // GVX_MEDIA_SEND_UDP, where there are any; otherwise 0, the system's choice. The stream's parameters keep them: they go
-// back when those are deleted, which must be after the sockets are closed. Used on the thread of the device's reactor
-// alone.
+// back when those are deleted, after the stream's end. Its sockets may close a moment later, with its last packets: who
+// finds no other port waits for that. Used on the thread of the device's reactor alone.
 class StreamPorts {
 public:
     // Whether streams over UDP are to take their ports rather than leave the choice to the system.
     static bool AreManaged();
 
     // Takes a port for video, and for audio and metadata where the stream has them. False when there is none; what has
-    // been taken is kept. May wait for the main service.
+    // been taken is kept. May wait for the main service, and half a second for ports of streams that have ended.
     bool Take(bool audio, bool metadata, CStreamParam& keeper);
 
     std::uint16_t Video() const { return m_video; }

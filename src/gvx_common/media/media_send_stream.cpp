@@ -390,6 +390,7 @@ void CMediaSendStream::Close() {
     if (m_bClosed.exchange(true)) {
         return;
     }
+    CSocketInfoMgr::Instance()->BeginClosing();
     m_pVideoRecord->bStopped = true;
     if (m_pAudioRecord != nullptr) {
         m_pAudioRecord->bStopped = true;

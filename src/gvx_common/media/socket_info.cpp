@@ -1,12 +1,14 @@
 #include "gvx_common/media/socket_info.h"
 
 #include "base/bounded_string.h"
+#include "base/clock.h"
 #include "base/log.h"
 #include "gvx_common/config/setting_table.h"
 
 #include <ace/Guard_T.h>
 
 #include <new>
+#include <thread>
 
 namespace {
 
@@ -64,6 +66,9 @@ void SOCKET_INFO::Drop(int times) {
     SOCKET_INFO* const handleOwner = m_pHandleOwner;
     if (handleOwner == nullptr) {
         CloseSockets();
+        if (bStopped) {
+            CSocketInfoMgr::Instance()->EndClosing();
+        }
     }
     ResetSocketInfo();
     CSocketInfoMgr::Instance()->PushSocketQueue(this);
@@ -148,6 +153,18 @@ int CSocketInfoMgr::PushSocketQueue(SOCKET_INFO* info) {
 std::size_t CSocketInfoMgr::GetFreeNum() {
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, m_MutexSocketInfo, 0);
     return m_SocketQueue.size();
+}
+
+bool CSocketInfoMgr::WaitForClosing(std::chrono::milliseconds limit) const {
+    const auto areClosing = [this] { return m_nClosing.load(std::memory_order_acquire) != 0; };
+    if (!areClosing()) {
+        return false;
+    }
+    const std::int64_t end = gvx::MonotonicMilliseconds() + limit.count();
+    while (areClosing() && gvx::MonotonicMilliseconds() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
 }
 
 void gvx::LogSendFault(const SOCKET_INFO& info, int error) {

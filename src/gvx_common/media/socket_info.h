@@ -12,6 +12,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <queue>
@@ -141,11 +142,19 @@ public:
     // Records in the pool now.
     std::size_t GetFreeNum();
 
+    // A stream that has ended closes its sockets with the last of its packets, so that its ports are taken a moment
+    // longer. Waits until all such have, for limit at most; false when there are none.
+    bool WaitForClosing(std::chrono::milliseconds limit) const;
+    // What it goes by, said by the stream as it ends and by the record.
+    void BeginClosing() { m_nClosing.fetch_add(1, std::memory_order_relaxed); }
+    void EndClosing() { m_nClosing.fetch_sub(1, std::memory_order_release); }
+
 private:
     CSocketInfoMgr() = default;
     ~CSocketInfoMgr();
 
     std::queue<SOCKET_INFO*> m_SocketQueue;  // owned. Guarded by m_MutexSocketInfo.
     int m_nBuilt = 0;                        // in the pool or out of it. Guarded by m_MutexSocketInfo.
+    std::atomic<int> m_nClosing{0};
     ACE_Recursive_Thread_Mutex m_MutexSocketInfo;
 };
