@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <exception>
 #include <iterator>
 #include <new>
 #include <system_error>
@@ -358,7 +359,11 @@ void GVXErrorMgr::reWork() {
 
 void GVXErrorMgr::reportThread() {
     while (!m_StopWork) {
-        reportPass();
+        try {
+            reportPass();
+        } catch (const std::exception& fault) {  // no memory, in all likelihood: the next pass may have some
+            GVX_LOG_ERR("reportThread", "A pass ended early: %s", fault.what());
+        }
         if (waitForNextPass()) {
             return;
         }
