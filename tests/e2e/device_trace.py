@@ -119,6 +119,9 @@ def check_limits(folder, ctl, trace):
     for wrong in ("", "C AM"):
         e2e.check("one word" in trace("dialogue", wrong, code=2), "a word that is none")
     trace("start", "CAM")
+    pathlib.Path(ended["path"]).parent.rename(folder / "moved")
+    e2e.check("moved or removed" in trace("stop", "CAM", code=1) and not trace.json("list")["traces"], "a trace without its file")
+    trace("start", "CAM")
     ctl("del-device", "--dev", "CAM")
     e2e.wait_until(lambda: trace.json("list")["traces"][0]["ended"] == "The device was deleted.", 30, "it ends with the device")
     e2e.check("no device CAM." in trace("dialogue", "CAM", code=1), "the dialogue of a device that was deleted")

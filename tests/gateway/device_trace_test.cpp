@@ -8,8 +8,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -128,6 +130,13 @@ TEST_F(DeviceTraceTest, FourAtATimeAndTheOldestFilesGo) {
     for (const char* code : {"A/B", "A_B", "C", "D", "E"}) {
         devices.push_back(std::make_unique<gvx::DeviceTraceKeeper>(code));
     }
+    const std::filesystem::path traces(folder.Path() + "/traces");
+    std::filesystem::create_directory(traces);
+    const auto old = std::filesystem::file_time_type::clock::now() - std::chrono::hours(9);
+    for (const char* name : {"mine.pcapng", "C-20260102T030405Z-.pcapng", "C-20260102T030405Z-2.pcapng"}) {
+        std::ofstream(traces / name) << name;
+        std::filesystem::last_write_time(traces / name, old);
+    }
     const std::string first = Start("A/B").file;
     EXPECT_NE(first, Start("A_B").file);
     Start("C");
@@ -140,10 +149,18 @@ TEST_F(DeviceTraceTest, FourAtATimeAndTheOldestFilesGo) {
         ASSERT_TRUE(WaitUntil([&] { return !stopped->Facts().running; }));
         Start("D");
     }
-    const std::filesystem::directory_iterator files(folder.Path() + "/traces");
-    EXPECT_EQ(gvx::TraceDesk::kMostFiles, static_cast<std::size_t>(std::distance(begin(files), end(files))));
+    const std::filesystem::directory_iterator files(traces);
+    EXPECT_EQ(gvx::TraceDesk::kMostFiles + 2, static_cast<std::size_t>(std::distance(begin(files), end(files))));
+    EXPECT_TRUE(std::filesystem::exists(traces / "mine.pcapng")) << "a file of somebody else";
+    EXPECT_FALSE(std::filesystem::exists(traces / "C-20260102T030405Z-2.pcapng"));
     EXPECT_EQ(gvx::TraceDesk::kMostFiles, desk->List().size());
-    EXPECT_TRUE(std::filesystem::exists(folder.Path() + "/traces/" + first)) << "a trace that runs keeps its file";
+    EXPECT_TRUE(std::filesystem::exists(traces / first)) << "a trace that runs keeps its file";
+    std::filesystem::rename(traces, folder.Path() + "/moved");
+    EXPECT_EQ(gvx::TraceDesk::kMostTraces, desk->List().size()) << "those that ended are forgotten";
+    const auto stopped = desk->Stop("D");
+    ASSERT_TRUE(WaitUntil([&] { return !stopped->Facts().running; }));
+    EXPECT_TRUE(stopped->Facts().gone) << stopped->Facts().ended;
+    EXPECT_EQ(gvx::TraceDesk::kMostTraces - 1, desk->List().size());
 }
 
 TEST_F(DeviceTraceTest, AFolderThatCannotBeHadIsARefusal) {

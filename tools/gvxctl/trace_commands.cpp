@@ -143,7 +143,7 @@ bool Look(const TraceOptions& options, const std::string& file, Json::Value& tra
             return true;
         }
     }
-    error = file + " is no trace any more";
+    error = file + " is not there any more";
     return false;
 }
 
@@ -266,6 +266,9 @@ int RunTraceStop(const TraceOptions& options) {
         return Fail(kExitRefused, error);
     }
     const Json::Value& trace = answer["trace"];
+    if (trace["path"].asString().empty()) {
+        return Fail(kExitRefused, trace["file"].asString() + ": " + trace["ended"].asString());
+    }
     if (!options.out.empty()) {
         return TakeAndTell(options, trace, target);
     }

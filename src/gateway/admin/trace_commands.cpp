@@ -45,7 +45,7 @@ Json::Value FactsJson(const TraceFacts& facts, const std::string& folder) {
     Json::Value trace(Json::objectValue);
     trace["device"] = facts.device;
     trace["file"] = facts.file;
-    trace["path"] = folder + "/" + facts.file;
+    trace["path"] = facts.gone ? "" : folder + "/" + facts.file;
     trace["running"] = facts.running;
     trace["ended"] = facts.ended;
     trace["age_ms"] = Json::Int64(nowMs - facts.beganMs);

@@ -1,6 +1,7 @@
 #include "gateway/admin/trace_desk.h"
 
 #include "base/clock.h"
+#include "base/log.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -20,9 +22,15 @@ namespace gvx {
 namespace {
 
 constexpr const char* kEnding = ".pcapng";
+constexpr std::string_view kTimeForm = "-00000000T000000Z";  // any digit for each 0
+constexpr std::string_view kDigits = "0123456789";
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 bool IsPlain(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '-';
+    return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '-';
 }
 
 // A code may hold what a name of a file must not.
@@ -32,10 +40,22 @@ std::string PlainName(std::string device) {
     return device;
 }
 
-bool IsTraceName(const std::string& name) {
+// One that NewPath makes: whoever keeps a file under another name keeps it for good.
+bool IsTraceName(std::string_view name) {
     const std::size_t ending = name.size() - std::min(name.size(), std::strlen(kEnding));
-    return name.substr(ending) == kEnding &&
-           std::all_of(name.begin(), name.begin() + static_cast<std::ptrdiff_t>(ending), IsPlain);
+    if (name.substr(ending) != kEnding) {
+        return false;
+    }
+    name.remove_suffix(name.size() - ending);
+    const bool isPlain = std::all_of(name.begin(), name.end(), IsPlain);
+    const std::size_t number = name.find_last_not_of(kDigits) + 1;
+    if (number < name.size() && number > 1 && name[number - 1] == '-') {
+        name = name.substr(0, number - 1);
+    }
+    const std::string_view time = name.substr(name.size() - std::min(name.size(), kTimeForm.size()));
+    return isPlain && name.size() > kTimeForm.size() &&
+           std::equal(time.begin(), time.end(), kTimeForm.begin(),
+                      [](char c, char form) { return form == '0' ? IsDigit(c) : c == form; });
 }
 
 }  // namespace
@@ -54,6 +74,7 @@ TraceDesk::~TraceDesk() {
 
 bool TraceDesk::Start(const std::string& device, int seconds, TraceFacts& facts, std::string& reason) {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    DropThoseGone();
     std::size_t running = 0;
     for (const std::shared_ptr<TraceRecorder>& trace : m_traces) {
         const TraceFacts each = trace->Facts();
@@ -98,6 +119,7 @@ std::shared_ptr<const TraceRecorder> TraceDesk::Stop(const std::string& device) 
 
 std::vector<TraceFacts> TraceDesk::List() {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    DropThoseGone();
     std::vector<TraceFacts> list;
     for (const std::shared_ptr<TraceRecorder>& trace : m_traces) {
         list.push_back(trace->Facts());
@@ -155,6 +177,18 @@ std::string TraceDesk::NewPath(const std::string& device) const {
     return path;
 }
 
+// A thread that has ended still holds its stack, and whoever moves files away is never short of room for more.
+void TraceDesk::DropThoseGone() {
+    m_traces.remove_if([this](const std::shared_ptr<TraceRecorder>& trace) {
+        const TraceFacts facts = trace->Facts();
+        if (facts.running) {
+            return false;
+        }
+        trace->Join();
+        return ::access((m_folder + "/" + facts.file).c_str(), F_OK) != 0;
+    });
+}
+
 // The oldest files go that no running trace writes, until there is room for one more.
 void TraceDesk::MakeRoom() {
     std::vector<std::pair<std::filesystem::file_time_type, std::string>> files;
@@ -173,7 +207,9 @@ void TraceDesk::MakeRoom() {
         std::count_if(m_traces.begin(), m_traces.end(), [](const auto& trace) { return trace->Facts().running; }));
     std::sort(files.begin(), files.end());
     for (std::size_t i = 0; i < files.size() && files.size() - i + running >= kMostFiles; ++i) {
-        ::unlink((m_folder + "/" + files[i].second).c_str());
+        if (::unlink((m_folder + "/" + files[i].second).c_str()) == 0) {
+            GVX_LOG_INFO("Device trace", "The oldest file goes. [%s]", files[i].second.c_str());
+        }
         m_traces.remove_if([&](const auto& trace) { return trace->Facts().file == files[i].second; });
     }
 }

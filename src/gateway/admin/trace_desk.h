@@ -13,7 +13,7 @@
 namespace gvx {
 
 // The traces of devices: begins and ends them, shows them the frames of platform links, and keeps their files within
-// bounds, the oldest going first. Any thread.
+// bounds, the oldest going first; those of other names are nobody's business. Any thread.
 class TraceDesk {
 public:
     static constexpr int kDefaultSeconds = 60;
@@ -45,6 +45,7 @@ public:
 private:
     std::uint64_t WrittenBytes(const std::string& file);
     std::string NewPath(const std::string& device) const;
+    void DropThoseGone();
     void MakeRoom();
 
     const std::string m_folder;

@@ -20,6 +20,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace gvx {
@@ -236,6 +237,9 @@ bool TraceRecorder::Concerns(const char* frame, std::size_t size) {
     const std::string transaction = TransactionOfFrame(frame, size);
     const bool named = ConcernsDevice(frame, size, m_device);
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_endWanted) {
+        return false;
+    }
     const bool known =
         !transaction.empty() && std::find(m_answers.begin(), m_answers.end(), transaction) != m_answers.end();
     if (named && !known && !transaction.empty()) {
@@ -317,7 +321,10 @@ void TraceRecorder::Run() noexcept {
     } catch (const std::bad_alloc&) {  // the file ends with its last packet
     }
     m_file.Reset();
+    std::vector<char>().swap(m_writing);
     const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<char>().swap(m_filling);  // the facts alone stay
+    std::vector<std::string>().swap(m_answers);
     m_facts.running = false;
 }
 
@@ -334,7 +341,19 @@ bool TraceRecorder::Turn() {
     return written && fits;
 }
 
+bool TraceRecorder::FileIsGone() const {
+    struct stat own {};
+    struct stat there {};
+    return ::fstat(m_file.Get(), &own) == 0 &&
+           (::lstat(m_path.c_str(), &there) != 0 || own.st_dev != there.st_dev || own.st_ino != there.st_ino);
+}
+
 void TraceRecorder::WriteEnd() {
+    if (FileIsGone()) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_facts.gone = true;
+        m_facts.ended += " Its file was moved or removed meanwhile.";
+    }
     const TraceFacts facts = Facts();
     const std::string end =
         PcapngEnd(CurrentClock().WallMicroseconds(), facts.messages + facts.packets + facts.frames + facts.lost,

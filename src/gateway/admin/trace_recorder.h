@@ -20,7 +20,8 @@ struct TraceFacts {
     std::string device;
     std::string file;  // its name, without the folder
     bool running = false;
-    std::string ended;         // why it has ended, one sentence; empty while it runs
+    std::string ended;         // why it has ended, a sentence, or two when the file is gone; empty while it runs
+    bool gone = false;         // the file was moved or removed before it had ended
     std::int64_t beganMs = 0;  // monotonic
     std::int64_t endsMs = 0;   // when its time is over
     std::uint64_t bytes = 0;   // of the file
@@ -69,6 +70,7 @@ private:
     void EndLocked(const char* ended) noexcept;
     void Run() noexcept;
     bool Turn();
+    bool FileIsGone() const;
     void WriteEnd();
     bool Write(const char* data, std::size_t size);
 
