@@ -27,12 +27,12 @@ std::vector<std::string_view> Lines(std::string_view text) {
     }
 }
 
-// localhost, [::1] or four groups of digits, of the loopback or the port's own where that is one, with our port or
+// localhost, [::1] or four groups of digits, of the loopback or the port's own where that is one, with any port or
 // none.
 bool IsOurName(std::string_view host, const std::string& address) {
-    constexpr std::string_view kPort = ":9620";
-    if (host.size() > kPort.size() && host.substr(host.size() - kPort.size()) == kPort) {
-        host.remove_suffix(kPort.size());
+    const std::size_t number = host.find_last_not_of("0123456789") + 1;  // npos + 1 is 0
+    if (number > 0 && number < host.size() && host[number - 1] == ':') {
+        host = host.substr(0, number - 1);
     }
     std::string name(host);
     std::transform(name.begin(), name.end(), name.begin(),
@@ -46,7 +46,7 @@ bool IsOurName(std::string_view host, const std::string& address) {
 }
 
 void CheckUnder(const std::string& address, const gvx::StatusRequest& request) {
-    const gvx::RequestVerdict verdict = gvx::CheckRequest(request, address, 9620);
+    const gvx::RequestVerdict verdict = gvx::CheckRequest(request, address);
     fuzz::Require((verdict.code == 200) == (verdict.page != gvx::StatusPage::None));
     if (verdict.code != 200) {
         fuzz::Require(verdict.code >= 400 && verdict.code < 500 && *verdict.reason != '\0');
@@ -56,7 +56,9 @@ void CheckUnder(const std::string& address, const gvx::StatusRequest& request) {
     const std::string_view paths[] = {"/", "/livez", "/readyz", "/metrics", "/status.json", "/events"};
     fuzz::Require(std::find(std::begin(paths), std::end(paths), path) != std::end(paths));
     fuzz::Require(request.method == "GET" || request.method == "HEAD");
-    fuzz::Require(!request.hasBody && request.hosts.size() == 1 && IsOurName(request.hosts[0], address));
+    fuzz::Require(!request.hasBody);
+    fuzz::Require(request.hosts.empty() ? request.isHttp10
+                                        : request.hosts.size() == 1 && IsOurName(request.hosts[0], address));
 }
 
 }  // namespace
@@ -64,7 +66,9 @@ void CheckUnder(const std::string& address, const gvx::StatusRequest& request) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     gvx::StatusRequest request;
-    request.hasBody = (input.Byte() & 1) != 0;
+    const std::uint8_t flags = input.Byte();
+    request.hasBody = (flags & 1) != 0;
+    request.isHttp10 = (flags & 2) != 0;
     const std::vector<std::uint8_t> bytes = input.Bytes(size);
     const std::vector<std::string_view> lines = Lines({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     const std::size_t blank = lines[0].find(' ');

@@ -271,9 +271,10 @@ TEST(StatusRequests, AreTakenUnderOurOwnNameForOurPathsAlone) {
                         {421, "192.168.1.2:9620", "/"},
                         {421, "evil.example:9620", "/", "GET", false, "0.0.0.0"},
                         {421, "localhost.evil.example", "/"},
-                        {421, "127.0.0.1:9621", "/"},
+                        {200, "127.0.0.1:9621", "/"},
                         {421, "127.0.0.1:9620:9620", "/"},
                         {421, "127.0.0.1:", "/"},
+                        {421, "localhost:9x", "/"},
                         {421, "2130706433:9620", "/"},
                         {421, "", "/"},
                         {404, "localhost", "/metrics/"},
@@ -287,11 +288,13 @@ TEST(StatusRequests, AreTakenUnderOurOwnNameForOurPathsAlone) {
                         {413, "localhost", "/metrics", "GET", true}};
     for (const Row& row : rows) {
         const gvx::StatusRequest request{row.method, row.target, {row.host}, row.body};
-        EXPECT_EQ(gvx::CheckRequest(request, row.address, 9620).code, row.code)
+        EXPECT_EQ(gvx::CheckRequest(request, row.address).code, row.code)
             << row.method << " " << row.target << " of " << row.host << " at " << row.address;
     }
-    EXPECT_EQ(gvx::CheckRequest({"GET", "/", {"localhost", "localhost"}, false}, "127.0.0.1", 9620).code, 400u);
-    EXPECT_EQ(gvx::CheckRequest({"GET", "/", {}, false}, "127.0.0.1", 9620).code, 421u);
+    EXPECT_EQ(gvx::CheckRequest({"GET", "/", {"localhost", "localhost"}, false}, "127.0.0.1").code, 400u);
+    EXPECT_EQ(gvx::CheckRequest({"GET", "/", {}, false}, "127.0.0.1").code, 421u);
+    EXPECT_EQ(gvx::CheckRequest({"GET", "/", {}, false, true}, "127.0.0.1").code, 200u);
+    EXPECT_EQ(gvx::CheckRequest({"GET", "/", {"evil.example"}, false, true}, "127.0.0.1").code, 421u);
 }
 
 TEST(EventFeed, DropsWhoDoesNotKeepUpAndGivesTheKeptEventsToWhoComesLater) {

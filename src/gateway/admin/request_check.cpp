@@ -44,12 +44,14 @@ bool IsAddress(std::string_view name, std::uint32_t& address) {
     return true;
 }
 
-bool MayBeCalled(std::string_view host, const std::string& address, std::uint16_t port) {
+// Any port: a forwarded one has a number of its own, and a page of another site cannot have one of these names.
+bool MayBeCalled(std::string_view host, const std::string& address) {
     const std::size_t colon = host.rfind(':');
     const bool bracketed = !host.empty() && host.back() == ']';
     std::string_view name = host;
     if (colon != std::string_view::npos && !bracketed) {
-        if (host.substr(colon + 1) != std::to_string(port)) {
+        const std::string_view port = host.substr(colon + 1);
+        if (port.empty() || port.find_first_not_of("0123456789") != std::string_view::npos) {
             return false;
         }
         name = host.substr(0, colon);
@@ -63,8 +65,9 @@ bool MayBeCalled(std::string_view host, const std::string& address, std::uint16_
 
 }  // namespace
 
-RequestVerdict CheckRequest(const StatusRequest& request, const std::string& address, std::uint16_t port) {
-    if (request.hosts.size() != 1 || !MayBeCalled(request.hosts[0], address, port)) {
+RequestVerdict CheckRequest(const StatusRequest& request, const std::string& address) {
+    const bool isCalled = request.hosts.size() == 1 && MayBeCalled(request.hosts[0], address);
+    if (!isCalled && !(request.hosts.empty() && request.isHttp10)) {
         return {request.hosts.size() > 1 ? kBadRequest : kMisdirected, StatusPage::None,
                 "This port answers under its own address alone."};
     }

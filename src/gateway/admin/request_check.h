@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +13,7 @@ struct StatusRequest {
     std::string_view target;              // as it came: path and query
     std::vector<std::string_view> hosts;  // of each Host header
     bool hasBody = false;
+    bool isHttp10 = false;
 };
 
 enum class StatusPage { None, Page, Live, Ready, Metrics, Json, Events };
@@ -28,8 +28,8 @@ constexpr std::size_t kMaxTargetBytes = 1024;
 
 // Whether the port answers, and with what. Only GET and HEAD, without a body, for a path that is one of ours letter by
 // letter; and only under a name that no page of another site can have (DNS rebinding): localhost, a loopback address,
-// the address of the port, or, where that is all interfaces, any address; with the port's number or without one. Any
-// thread.
-RequestVerdict CheckRequest(const StatusRequest& request, const std::string& address, std::uint16_t port);
+// the address of the port, or, where that is all interfaces, any address; with any port's number or without one. Where
+// HTTP/1.0 needs no name there may be none: browsers always send one. Any thread.
+RequestVerdict CheckRequest(const StatusRequest& request, const std::string& address);
 
 }  // namespace gvx

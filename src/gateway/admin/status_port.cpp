@@ -155,7 +155,7 @@ struct StatusPort::Server {
     static ssize_t ReadEvents(void* reader, std::uint64_t, char* buffer, std::size_t size);
     static void EndEvents(void* reader);
 
-    MHD_Result Serve(MHD_Connection* connection, const char* method, const char* target);
+    MHD_Result Serve(MHD_Connection* connection, const char* method, const char* version, const char* target);
     Answer Make(MHD_Connection* connection, StatusPage page);
     Answer MakeEvents(MHD_Connection* connection);
     Answer Share(Written& page, const char* type, const std::function<std::string(const GatewayStatus&)>& write);
@@ -205,9 +205,9 @@ void StatusPort::Server::OnConnection(void* server, MHD_Connection* connection, 
 
 // No exception may go through the library. Without memory for a refusal the connection is closed.
 MHD_Result StatusPort::Server::OnRequest(void* server, MHD_Connection* connection, const char*, const char* method,
-                                         const char*, const char*, std::size_t*, void** target) {
+                                         const char* version, const char*, std::size_t*, void** target) {
     try {
-        return static_cast<Server*>(server)->Serve(connection, method, static_cast<const char*>(*target));
+        return static_cast<Server*>(server)->Serve(connection, method, version, static_cast<const char*>(*target));
     } catch (const std::exception& fault) {
         GVX_LOG_WARN("Status port", "A request could not be served: %s", fault.what());
         static char refusal[] = "The status cannot be collected.\n";
@@ -222,8 +222,10 @@ MHD_Result StatusPort::Server::OnRequest(void* server, MHD_Connection* connectio
     }
 }
 
-MHD_Result StatusPort::Server::Serve(MHD_Connection* connection, const char* method, const char* target) {
+MHD_Result StatusPort::Server::Serve(MHD_Connection* connection, const char* method, const char* version,
+                                     const char* target) {
     StatusRequest request;
+    request.isHttp10 = std::strcmp(version, MHD_HTTP_VERSION_1_0) == 0;
     request.method = method;
     request.target = target != nullptr ? target : "";
     MHD_get_connection_values(
@@ -238,7 +240,7 @@ MHD_Result StatusPort::Server::Serve(MHD_Connection* connection, const char* met
             return MHD_YES;
         },
         &request);
-    const RequestVerdict verdict = CheckRequest(request, address, port);
+    const RequestVerdict verdict = CheckRequest(request, address);
     Answer answer;
     if (verdict.page != StatusPage::None) {
         answer = Make(connection, verdict.page);
