@@ -2,6 +2,7 @@
 #include "base/default_logger.h"
 #include "base/log.h"
 #include "base/om_adapter.h"
+#include "base/paths.h"
 #include "base/shortage.h"
 #include "gateway/admin/admin.h"
 #include "gateway/plugins/plugin_guard.h"
@@ -15,6 +16,7 @@
 #include "gateway/process/startup_log.h"
 #include "gvx_common/config/gvx_config_mgr.h"
 #include "gvx_common/config/setting_table.h"
+#include "gvx_common/config/settings_check.h"
 
 #include <ace/Log_Msg.h>
 #include <openssl/crypto.h>
@@ -102,8 +104,13 @@ class StartLogging {
 public:
     StartLogging() { OMAdapter::getInstance()->setLogger(m_startup); }
 
-    // The file of the command line, once nobody else can be writing to it.
+    // The file of the command line, once nobody else can be writing to it. What is logged until the configuration is
+    // loaded has its form already.
     void Begin(const GatewayOptions& options) {
+        std::string directory;
+        std::string format;
+        m_options.json = get_config_directory(directory) == 0 &&
+                         PeekSetting(directory, Setting::GVX_LOG_FORMAT, format) && format == "json";
         m_options.file = options.logFile;
         m_options.level = options.logLevel.value_or(OM_LOG_INFO);
         InstallFile();
