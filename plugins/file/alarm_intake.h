@@ -17,7 +17,7 @@ public:
     explicit AlarmIntake(std::shared_ptr<DeviceDirectory> devices) : m_devices(std::move(devices)) {}
 
     // Before the first block. False with one sentence in error.
-    bool Load(const std::string& tablePath, std::string& error) { return m_table.Load(tablePath, error); }
+    bool Load(const std::string& tablePath, std::string& error) { return m_table.Load(tablePath, {}, error); }
     // Whom alarms are reported to; null takes it away. Any thread.
     void SetCallback(ADAPTER_ALARM_CALLBACK* callback) { m_callback = callback; }
 

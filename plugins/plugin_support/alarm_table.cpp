@@ -3,6 +3,7 @@
 #include "base/cbb_xml.h"
 #include "base/fixed_text.h"
 #include "gvx_common/config/gvx_config_mgr.h"
+#include "gvx_common/config/side_files_check.h"
 
 #include <cerrno>
 #include <cstring>
@@ -27,7 +28,7 @@ AlarmTable::~AlarmTable() {
     CGvxConfigMgr::ClearAlarmMappings(m_mappings);
 }
 
-bool AlarmTable::Load(const std::string& path, std::string& error) {
+bool AlarmTable::Load(const std::string& path, const std::vector<std::string>& codes, std::string& error) {
     if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
         return true;
     }
@@ -40,6 +41,7 @@ bool AlarmTable::Load(const std::string& path, std::string& error) {
                       : place + ": " + xml.FaultText() + ".";
         return false;
     }
+    gvx::CheckAlarmMap(path, codes);
     return true;
 }
 

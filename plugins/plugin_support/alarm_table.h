@@ -4,6 +4,7 @@
 #include "gvx_common/records/gvx_adapter_records.h"
 
 #include <string>
+#include <vector>
 
 namespace gvxplugin {
 
@@ -24,8 +25,10 @@ public:
     AlarmTable(const AlarmTable&) = delete;
     AlarmTable& operator=(const AlarmTable&) = delete;
 
-    // A file that does not exist is an empty table. False with one sentence in error, which names the file.
-    bool Load(const std::string& path, std::string& error);
+    // A file that does not exist is an empty table. codes are those that the plug-in raises, for what is told of a
+    // misspelt one; empty where devices have codes of their own. False with one sentence in error, which names the
+    // file.
+    bool Load(const std::string& path, const std::vector<std::string>& codes, std::string& error);
 
     // Fills type, direction, description and extension of an alarm. False with one sentence in error.
     bool Translate(const AlarmEvent& trigger, enPuDevFormType form, ZVS_ALARM_REPORT& report, std::string& error) const;

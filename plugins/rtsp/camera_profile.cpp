@@ -4,10 +4,13 @@
 #include "base/log.h"
 #include "base/whole_file.h"
 #include "gvx_common/codec/input_file.h"
+#include "gvx_common/config/config_findings.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include <unistd.h>
@@ -150,7 +153,25 @@ bool CameraProfiles::Load(const std::string& configFile, std::string& error) {
         error = configFile + ": " + error;
         return false;
     }
+    CheckProfiles();
     return LoadPaths(folder + kPathTable, error);
+}
+
+// A profile is read when a device names it; what is wrong in one is told before.
+void CameraProfiles::CheckProfiles() const {
+    std::error_code none;
+    for (std::filesystem::directory_iterator entry(m_profileFolder, none), end; !none && entry != end;
+         entry.increment(none)) {
+        Json::Value stored;
+        CameraProfile profile;
+        std::string error;
+        const std::string file = entry->path().string();
+        if (entry->path().extension() == ".json" &&
+            (!ReadJsonFile(file, kMaxFile, stored, error) || !ReadProfile(stored, ProfileMembers(), profile, error))) {
+            const bool isNamed = error.find(file) != std::string::npos;
+            gvx::TellFinding({gvx::ConfigFinding::Weight::Warning, isNamed ? "" : file, 0, error});
+        }
+    }
 }
 
 bool CameraProfiles::LoadPaths(const std::string& file, std::string& error) {
@@ -166,6 +187,10 @@ bool CameraProfiles::LoadPaths(const std::string& file, std::string& error) {
             return false;
         }
         m_usual.push_back(profile.paths);
+    }
+    if (FileExists(file) && rows.empty()) {
+        gvx::TellFinding(
+            {gvx::ConfigFinding::Weight::Warning, file, 0, "there is no path in it: \"/\" alone is tried"});
     }
     if (m_usual.empty()) {
         m_usual.push_back({"/", "", ""});

@@ -68,6 +68,7 @@ public:
     int Loops() const { return m_loops; }
 
 private:
+    void CheckProfiles() const;
     bool LoadPaths(const std::string& file, std::string& error);
 
     std::string m_profileFolder;

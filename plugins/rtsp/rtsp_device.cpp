@@ -16,7 +16,6 @@ namespace gvxrtsp {
 namespace {
 
 constexpr const char* kTitle = "rtsp plug-in";
-constexpr const char* kConnectionCode = "connection_lost";
 constexpr std::size_t kMaxIdentifier = 32;
 // How long an addition waits for the camera's description; one that is away is added all the same.
 constexpr std::chrono::milliseconds kFirstLookLimit(2000);

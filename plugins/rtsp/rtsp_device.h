@@ -11,6 +11,8 @@
 
 namespace gvxrtsp {
 
+constexpr const char* kConnectionCode = "connection_lost";  // of the only alarm that cameras raise
+
 // A network camera with one lens. It can be added while the camera is away; whether the camera can be reached, and why
 // not, is known at any time. Operations run on the thread of the device's reactor, one at a time.
 class RtspDevice : public CAdapterDevDefaults {

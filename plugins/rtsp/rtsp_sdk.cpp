@@ -87,7 +87,7 @@ bool RtspSdk::Init(const char* configFile) {
 
 bool RtspSdk::Load(const std::string& configFile, std::string& error) {
     const std::string folder = configFile.substr(0, configFile.find_last_of('/') + 1);
-    if (!m_profiles.Load(configFile, error) || !m_alarms.Load(folder + kAlarmTable, error)) {
+    if (!m_profiles.Load(configFile, error) || !m_alarms.Load(folder + kAlarmTable, {kConnectionCode}, error)) {
         return false;
     }
     const unsigned int processors = std::clamp(std::thread::hardware_concurrency(), 1u, kMaxLoops);

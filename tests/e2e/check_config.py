@@ -1,5 +1,6 @@
 """gvxd --check-config: silent on the shipped configuration; each of many broken ones gives its exit code and names the
 line. Nothing is written, and no port is opened."""
+import json
 import os
 import shutil
 import subprocess
@@ -8,6 +9,8 @@ import gvx_e2e as e2e
 
 CONF, NAT, NET = "zvs_gvx.conf", "zvs_gvx_nat.conf", "net.xml"
 ALARM, FILE, MAPPING = "alarm/gvx_nvt_alarm_description.xml", "plugins/file.json", "plugins/file_alarms.xml"
+RTSP_MAPPING, ABILITY, LOG, MODES = "plugins/rtsp_alarms.xml", "other/device_ability.xml", "log.xml", "network.conf"
+CLOUD, UNIT = "root/home/zvs_common/cloudconfig.xml", "root/home/zvs_common/config/common.xml"
 # file; what stands there, and what is put in its place (None: the file is taken away); exit code; what else the line says
 ROWS = [
     (CONF, "GVX_LISTEN_PORT=9600", "GVX_LISTEN_PORT=x", 1, "[9600] holds"),
@@ -49,11 +52,33 @@ ROWS = [
     (MAPPING, "</AlarmInfoList>", "", 2, "no well-formed XML"),
     (FILE, "}", "]", 2, "Line "),
     (FILE, '"demo.h264"', '"/nowhere.h264"', 2, "/nowhere.h264"),
-    ("log.xml", "</Log>", "", 1, "no well-formed XML"),
+    (CONF, "GVX_PLUGIN_LIST=file,rtsp", "GVX_PLUGIN_LIST=file;rtsp", 1, "[file] ends at the ';'"),
+    (NET, "<NetElementID>GVX#001", "<NetElementID>GVX#", 1, "no number of a node"),
+    (ALARM, "<AlarmMode>Device</AlarmMode>", "<AlarmMod>Device</AlarmMod>", 1, "AlarmMode is the nearest"),
+    (ALARM, "<AlarmMode>Device", "<AlarmMode>Devic", 1, "Device is the nearest"),
+    (MAPPING, "<ACTIVE>start</ACTIVE>", "<ACTVE>start</ACTVE>", 1, "ACTIVE is the nearest"),
+    (RTSP_MAPPING, "<AlarmCode>connection_lost", "<AlarmCode>conection_lost", 1, "connection_lost is the nearest"),
+    (RTSP_MAPPING, "<AlarmType>ALARM_NETWORK_INTERRUPT", "<AlarmType>ALARM_NOSUCH", 1, "not among the types"),
+    ("plugins/rtsp_paths.json", "", "[]", 1, "no path"),
+    ("plugins/rtsp_profiles/p.json", "", '{"mian":"/x"}', 1, "\"mian\" is not known"),
+    (ABILITY, '<Device Id="DVS"', '<Devce Id="DVS"', 1, "<Devce>"),
+    (ABILITY, 'VideoInNum="1"', 'VideoNum="1"', 1, "no VideoInNum"),
+    (LOG, "<NodeCode>001</NodeCode>", "<NodeCod>001</NodeCod>", 1, "NodeCode is the nearest"),
+    (LOG, "<DebugLogSwitch>False", "<DebugLogSwitch>Flase", 1, "False is the nearest"),
+    (LOG, None, None, 1, "there is none"),
+    (CLOUD, "<inited>true", "<inited>treu", 1, "true is the nearest"),
+    (CLOUD, "<inited>true</inited>", "<initd>true</initd>", 1, "inited is the nearest"),
+    (CLOUD, "<RunMode>0", "<RunMode>7", 1, "none of 0,1,2"),
+    (UNIT, "<SignalIpAddress></SignalIpAddress>", "<SignalIPAddres></SignalIPAddres>", 1, "SignalIpAddress is the nearest"),
+    (MODES, "", "NETWORK_MOD=standard", 1, "NETWORK_MODE is the nearest"),
+    (MODES, "", "NETWORK_MODE=standrd", 1, "standard is the nearest"),
+    (MODES, "", "EXTERNAL_API=lo\nINTERNAL_API=nosuch0", 1, "no network interface"),
+    (LOG, "</Log>", "", 1, "no well-formed XML"),
     ("log_sftp.conf", "", "no json", 1, "damaged"),
 ]
 # Faults of a file as a whole, and those whose line the parser tells.
-WITHOUT_LINE = ("gvx_plugin_nothing.so", "Line ", "/nowhere.h264", "GVX_LINK_TLS needs", "damaged", "No such file", "no well-formed XML")
+WITHOUT_LINE = ("gvx_plugin_nothing.so", "Line ", "/nowhere.h264", "GVX_LINK_TLS needs", "damaged", "No such file", "no well-formed XML", "there is none",
+                "no path", "\"mian\" is not known", "no network interface")
 
 
 def check_config(options, conf, root):
@@ -63,7 +88,18 @@ def check_config(options, conf, root):
     return done.returncode, done.stdout + done.stderr
 
 
-def run(options, folder, _stack):
+def check_start(options, folder, stack):
+    """A start tells the same, in the log's form from its first line on."""
+    gateway = e2e.Gateway(options, folder / "start", settings={"GVX_LOG_FORMAT": "json"})
+    (gateway.conf / MODES).write_text("NETWORK_MODE=standrd")
+    stack.callback(gateway.kill)
+    gateway.start()
+    gateway.stop()
+    texts = [json.loads(line)["text"] for line in gateway.lines()]
+    e2e.check(any("standard is the nearest" in text for text in texts), f"a start says nothing of {MODES}: {texts}")
+
+
+def run(options, folder, stack):
     for root in (options.conf + "/root", folder / "no_root"):
         told = check_config(options, options.conf, root)
         e2e.check(told == (0, ""), f"the shipped configuration gives {told}")
@@ -74,16 +110,18 @@ def run(options, folder, _stack):
         if old is None:
             (conf / name).unlink()
         else:
+            (conf / name).parent.mkdir(parents=True, exist_ok=True)
             text = (conf / name).read_text() if old else ""
             at = text.index(old)
             (conf / name).write_text(text.replace(old, new, 1))
             line = "" if says in WITHOUT_LINE else f":{text.count(chr(10), 0, at) + 1}: "
         before = {path: path.read_bytes() for path in conf.rglob("*") if path.is_file()}
-        got, text = check_config(options, conf, folder / "no_root")
+        got, text = check_config(options, conf, conf / "root")
         named = says if says in ("gvx_plugin_nothing.so", "/nowhere.h264") or says.startswith("GVX_LOG") else f"{conf}/{name}{line}"
         e2e.check(got == code and any(named in row and says in row for row in text.splitlines()),
                   f"{name}, {new}: exit code {got}, not {code}, or no line has {named!r} and {says!r}: {text}")
         e2e.check(before == {path: path.read_bytes() for path in conf.rglob("*") if path.is_file()}, f"{name}: written to")
+    check_start(options, folder, stack)
     print(f"{len(ROWS)} broken configurations named")
 
 

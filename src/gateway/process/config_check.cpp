@@ -29,14 +29,6 @@ constexpr int kNothingFound = 0;
 constexpr int kWarnings = 1;
 constexpr int kNoStart = 2;
 
-// A file without which a start goes on; one that is there must be whole.
-void CheckOptionalXml(const std::string& path) {
-    CBB::CXml xml;
-    if (access(path.c_str(), F_OK) == 0 && !xml.Load(path.c_str())) {
-        TellFinding({Weight::Warning, path, xml.FaultLine(), xml.FaultText()});
-    }
-}
-
 void CheckIdentity(const std::string& netXml) {
     const std::string& id = CGvxConfigMgr::Instance()->GetGvxNetElementID();
     if (!id.empty() && !BP::IsLinkIdentifier(id)) {
@@ -93,9 +85,6 @@ void LookThrough(const GatewayOptions& options) {
     }
     CGvxConfigMgr::Instance()->Look();
     CheckIdentity(configDir + "/net.xml");
-    for (const char* name : {"/log.xml", "/other/device_ability.xml"}) {
-        CheckOptionalXml(configDir + name);
-    }
     std::string runMode;
     CGvxConfigMgr::PlatformFilesAreUsable(runMode);
     CheckKeyFiles(configDir);

@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/thread_own.h"
+#include "gvx_common/config/side_files_check.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <algorithm>
@@ -119,6 +120,7 @@ int CGvxConfigMgr::ReadAll() {
         GVX_LOG_ERR("CGvxConfigMgr::Init", "CGvxConfigMgr get config directory failed");
         return ZVS_FAIL;
     }
+    gvx::CheckSideFiles(directory);
     if (LoadAlarmDescriptionConfig((directory + kAlarmDescriptionFile).c_str()) != ZVS_SUCCEED) {
         GVX_LOG_ERR("CGvxConfigMgr::Init", "Load alarm description config failed.");
         return ZVS_FAIL;

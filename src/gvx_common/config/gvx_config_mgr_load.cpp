@@ -8,6 +8,7 @@
 #include "gvx_common/config/config_rules.h"
 #include "gvx_common/config/setting_table.h"
 #include "gvx_common/config/settings_check.h"
+#include "gvx_common/config/side_files_check.h"
 #include "gvx_common/utility/gvx_utility.h"
 
 #include <algorithm>
@@ -271,6 +272,7 @@ bool CGvxConfigMgr::ReadForReload(const std::string& directory, Settings& settin
     const std::string natFile = directory + "/zvs_gvx_nat.conf";
     usable = ReadNeeded(natFile, Weight::Error, content) && ReadNatSettings(natFile, content, true, natLists) && usable;
     usable = ReadElementID(directory + "/net.xml", elementID) && usable;
+    gvx::CheckSideFiles(directory);
     return PlatformFilesAreUsable(runMode) && usable;
 }
 

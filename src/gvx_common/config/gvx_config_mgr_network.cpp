@@ -90,6 +90,20 @@ bool FindMainFile(const char* title, std::string& path) {
     return true;
 }
 
+// What a start serves with all the same.
+void TellOfElementID(const std::string& file, int line, const std::string& id) {
+    if (id.empty()) {
+        gvx::TellFinding(
+            {Weight::Error, file, line, std::string("NetElementID is empty; [") + kDefaultElementID + "] holds"});
+    } else if (BP::ElementTypeOf(id) != BP::ElementTypeOf(kDefaultElementID)) {
+        gvx::TellFinding(
+            {Weight::Warning, file, line,
+             "NetElementID [" + id + "] is that of another kind of element: peers tell a gateway by GVX#"});
+    } else if (id.back() == '#') {
+        gvx::TellFinding({Weight::Warning, file, line, "NetElementID [" + id + "] has no number of a node"});
+    }
+}
+
 }  // namespace
 
 int CGvxConfigMgr::LoadLocalIPFromXml() {
@@ -115,15 +129,7 @@ int CGvxConfigMgr::LoadLocalIPFromXml() {
     }
     const char* pNetElementID = xml.GetElemValue();
     GVX_CHECK_NULL_RETURN(pNetElementID, ZVS_FAIL);
-    if (*pNetElementID == '\0') {
-        gvx::TellFinding({Weight::Error, path, xml.GetElemLine(),
-                          std::string("NetElementID is empty; [") + kDefaultElementID + "] holds"});
-    }
-    if (*pNetElementID != '\0' && BP::ElementTypeOf(pNetElementID) != BP::ElementTypeOf(kDefaultElementID)) {
-        gvx::TellFinding({Weight::Warning, path, xml.GetElemLine(),
-                          std::string("NetElementID [") + pNetElementID +
-                              "] is that of another kind of element: peers tell a gateway by GVX#"});
-    }
+    TellOfElementID(path, xml.GetElemLine(), pNetElementID);
     ApplyNetElementID(path, pNetElementID);
     return ZVS_SUCCEED;
 }
@@ -141,6 +147,7 @@ bool CGvxConfigMgr::ReadElementID(const std::string& netXml, std::string& id) {
         gvx::TellFinding({Weight::Error, netXml, 1, std::string("there is no ") + kServerElementID});
         return false;
     }
+    TellOfElementID(netXml, xml.GetElemLine(), value);
     id = *value == '\0' ? kDefaultElementID : value;
     return true;
 }

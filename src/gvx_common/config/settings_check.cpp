@@ -56,7 +56,9 @@ public:
         std::string line;
         while (std::getline(lines, line)) {
             ++m_line;
-            TakeLine(WithoutTrailingBlanks(WithoutLeadingBlanks(line.substr(0, line.find(';')))));
+            const std::string setting = line.substr(0, line.find(';'));
+            TakeLine(WithoutTrailingBlanks(WithoutLeadingBlanks(setting)));
+            CheckEndOfValue(setting, line.size());
         }
         CheckFloors();
         if (m_told > 0 && !m_anyIsKnown) {
@@ -83,6 +85,18 @@ private:
             TakeSection(line.substr(1, line.find(']') - 1));
         } else if (!line.empty()) {
             Tell(Weight::Warning, Shown(line) + " is no comment, section or setting; the next edit takes it away");
+        }
+    }
+
+    // A ';' between two entries of a list begins a comment, too.
+    void CheckEndOfValue(const std::string& setting, std::size_t lineBytes) {
+        std::string key;
+        std::string value;
+        if (setting.size() < lineBytes && SplitSetting(setting, key, value) && !value.empty() &&
+            WithoutTrailingBlanks(setting) == setting) {
+            Tell(Weight::Warning,
+                 key + "=" + Shown(LoggableValue(key, value.c_str())) +
+                     " ends at the ';' behind it, which begins a comment: put a blank in front of one");
         }
     }
 
