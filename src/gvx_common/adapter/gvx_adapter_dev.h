@@ -139,7 +139,7 @@ public:
     virtual ZVS_INT32 FindDevException() { return 0; }
     virtual int GetJsonDeivceAbility(Json::Value&) { return ZVS_GVX_DEV_UN_SUPPORT; }
 
-    // Identity and address.
+    // Identity and address. They change with the device, on its command thread: another thread works with copies.
     void SetMainDevID(const std::string& devID) { m_strMainDevID = devID; }
     const std::string& GetMainDevID() const { return m_strMainDevID; }
     void SetParentCode(const std::string& code) { m_strParentCode = code; }

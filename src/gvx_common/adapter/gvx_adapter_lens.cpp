@@ -2,6 +2,7 @@
 
 #include "base/bounded_string.h"
 #include "base/log.h"
+#include "gvx_common/adapter/gvx_adapter_dev.h"
 #include "gvx_common/adapter/snapshot/snapshot_worker.h"
 #include "gvx_common/records/stream_param.h"
 #include "gvx_common/sdp/gvx_sip_sdp.h"
@@ -9,7 +10,7 @@
 #include <new>
 
 CAdapterLensBase::CAdapterLensBase(const char* lensId, const short& channel, CAdapterDevBase& parent)
-    : m_ParentDev(parent), m_nChannelId(channel), m_snapWorker(new gvx::SnapshotWorker) {
+    : m_ParentDev(parent), m_nChannelId(channel), m_strParentIP(parent.GetIP()), m_snapWorker(new gvx::SnapshotWorker) {
     memset_s(m_chSubDevID, sizeof(m_chSubDevID), 0, sizeof(m_chSubDevID));
     if (lensId != nullptr && strncpy_s(m_chSubDevID, sizeof(m_chSubDevID), lensId, std::strlen(lensId)) != 0) {
         GVX_LOG_ERR("CAdapterLensBase::CAdapterLensBase", "strncpy_s failed!");

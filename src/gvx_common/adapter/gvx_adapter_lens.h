@@ -293,6 +293,8 @@ protected:
     bool m_snapQueueExit = false;
 
 private:
+    const std::string m_strParentIP;  // as the lens was made: lines of media threads must not read the device's own
+
     int MakeSnapQueue();
     int StartSnapQueueLocked();  // with the worker's QueueLife held
     void DeleteSnapQueue();

@@ -6,6 +6,7 @@
 #include "gvx_common/records/gvx_metadata_records.h"
 #include "gvx_common/tlv/metadata_tags.h"
 #include "gvx_common/tlv/tlv_decoder.h"
+#include "support/recording_logger.h"
 #include "support/sent_packets.h"
 #include "support/test_clock.h"
 #include "support/test_lens.h"
@@ -320,7 +321,10 @@ TEST_F(MetadataTest, PacketsAreNumberedAndAFailedOneEndsTheMessage) {
     packets.clear();
     m_sent.result = ZVS_GVX_OPEN_SOCKET_ERROR;
     m_sent.failFrom = 2;
+    const ScopedRecordingLogger log;
+    on.device.SetIP("the device's command thread is at it");
     EXPECT_EQ(SendPlateEx(Picture(10000, 5), "p", false), ZVS_GVX_OPEN_SOCKET_ERROR);
+    EXPECT_EQ(log->Count("Lens[LENS001] IP[127.0.0.1],Return ErrorCode"), 2u) << log->Dump();
     EXPECT_EQ(packets.size(), 3u);
     lens.DropBuffer(kUdp);
     EXPECT_EQ(SendPlateEx("a", "b", false), ZVS_GVX_MEDIA_BUF_WITH_RTP_INVALID);

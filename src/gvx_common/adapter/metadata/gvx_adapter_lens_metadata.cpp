@@ -43,6 +43,7 @@ constexpr unsigned short kLastSeqNo = 65535;
 
 struct MetaStream {
     CAdapterLensBase& lens;
+    const char* ip;  // of the device, for lines
     _METADATE_TYPE type;
     void* userInfo;
     int channelID;
@@ -69,8 +70,8 @@ int SendPacket(const MetaStream& stream, ACE_Message_Block* buffer, bool isLast,
     }
     const int result = stream.lens.SendMediaData(stream.type, stream.userInfo, stream.overTcp, stream.channelID);
     if (result != ZVS_SUCCEED) {
-        GVX_LOG_ERR("SendMetaData", "Lens[%s] IP[%s],Return ErrorCode[%d]", stream.lens.GetSubDevID(),
-                    stream.lens.GetParentDev().GetIP().c_str(), result);
+        GVX_LOG_ERR("SendMetaData", "Lens[%s] IP[%s],Return ErrorCode[%d]", stream.lens.GetSubDevID(), stream.ip,
+                    result);
         return ZVS_GVX_OPEN_SOCKET_ERROR;
     }
     return ZVS_SUCCEED;
@@ -164,7 +165,7 @@ int CAdapterLensBase::SendMediaData(_METADATE_TYPE, void* userInfo, bool isSendO
     STREAM_TYPE_EX streamType = StreamTypeOfChannel(channelID);
     const int result = channel->m_pSendStreamFunc(&media, &streamType);
     if (result == ZVS_GVX_OPEN_SOCKET_ERROR) {
-        GVX_LOG_ERR("SendMediaData", "Lens[%s] IP[%s],Return ErrorCode[%d]", m_chSubDevID, m_ParentDev.GetIP().c_str(),
+        GVX_LOG_ERR("SendMediaData", "Lens[%s] IP[%s],Return ErrorCode[%d]", m_chSubDevID, m_strParentIP.c_str(),
                     result);
         return result;
     }
@@ -281,7 +282,7 @@ int CAdapterLensBase::SendMetaData(_METADATE_TYPE metaDataType, void* userInfo, 
     if (m_usMetaDataSeqNo == kLastSeqNo) {
         m_usMetaDataSeqNo = 0;
     }
-    const MetaStream stream{*this, metaDataType, userInfo, channelID, isSendOverTCP, ullPts};
+    const MetaStream stream{*this, m_strParentIP.c_str(), metaDataType, userInfo, channelID, isSendOverTCP, ullPts};
     MemReader reader(tlvMem, 0);
     const int result = SendPackets(stream, ulMetaDataTlvlen, tlvMem.GetLength(),
                                    [&reader](char* to, unsigned int length, unsigned long done) {
@@ -292,7 +293,7 @@ int CAdapterLensBase::SendMetaData(_METADATE_TYPE metaDataType, void* userInfo, 
                                    });
     if (result == ZVS_SUCCEED) {
         GVX_DEBUG("SendMetaData,Lens[%s] IP[%s]send success, MetaDataType[%d],len[%lu]", m_chSubDevID,
-                  m_ParentDev.GetIP().c_str(), static_cast<int>(metaDataType), ulMetaDataTlvlen);
+                  m_strParentIP.c_str(), static_cast<int>(metaDataType), ulMetaDataTlvlen);
     }
     return result;
 }
@@ -328,13 +329,13 @@ int CAdapterLensBase::MetaDataToRtpAndSend(_METADATE_TYPE enMetaDataType, const 
     }
     const auto* image = reinterpret_cast<const char*>(encoder.GetTlvBuf());
     const unsigned long total = encoder.GetTlvDataLen();
-    const MetaStream stream{*this, enMetaDataType, pUserInfo, iChannelID, bIsSendOverTCP, pts};
+    const MetaStream stream{*this, m_strParentIP.c_str(), enMetaDataType, pUserInfo, iChannelID, bIsSendOverTCP, pts};
     const int result = SendPackets(
         stream, total, static_cast<unsigned int>(total),
         [image](char* to, unsigned int length, unsigned long done) { std::copy_n(image + done, length, to); });
     if (result == ZVS_SUCCEED) {
         GVX_DEBUG("MetaDataToRtpAndSend,Lens[%s] IP[%s]send success, MetaDataType[%d:%s],len[%u]", m_chSubDevID,
-                  m_ParentDev.GetIP().c_str(), static_cast<int>(enMetaDataType),
+                  m_strParentIP.c_str(), static_cast<int>(enMetaDataType),
                   enMetaDataType == METADATE_TYPE_FACE ? "Face" : "Plate", static_cast<unsigned int>(total));
     }
     encoder.Clear();
