@@ -135,7 +135,7 @@ PREPARE = """#!/bin/sh -e
 dpkg --root="$1" --force-depends --log=/dev/null -i {debs} >/dev/null
 cd "$1/etc/systemd/system"
 mkdir gvxd.service.d
-printf '[Service]\\nWatchdogSec=3\\n' >gvxd.service.d/soon.conf
+printf '[Service]\\nWatchdogSec=6\\n' >gvxd.service.d/soon.conf
 printf '[Unit]\\nWants=basic.target gvxd.service\\nAfter=basic.target\\n' >default.target
 """
 
