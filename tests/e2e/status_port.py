@@ -1,4 +1,5 @@
 """What the gateway tells of itself: by its control socket and gvxctl, and by its HTTP port, whatever peers do there."""
+import concurrent.futures
 import http.client
 import json
 import os
@@ -145,6 +146,17 @@ def check_refusals(port):
         e2e.check(not first or re.match(rb"HTTP/1\.[01] 4\d\d ", first), f"{name} is answered with {first!r}")
 
 
+def check_shared_pages(port):
+    """Many readers share what is written; those who have gone keep nobody waiting."""
+    with concurrent.futures.ThreadPoolExecutor(40) as readers:
+        answers = list(readers.map(lambda _: get(port, "/status.json"), range(40)))
+    e2e.check({code for code, _ in answers} == {200} and len({text for _, text in answers}) < 20, "40 pages for 40 readers")
+    for _ in range(100):
+        with socket.create_connection(("127.0.0.1", port), timeout=60) as sock:
+            sock.sendall(b"GET /status.json HTTP/1.1\r\nHost: localhost\r\n\r\n")
+    e2e.check([get(port, path)[0] for path in ("/livez", "/status.json", "/metrics")] == [200] * 3, "nothing behind those")
+
+
 def trickle(port, closed):
     """A request that never ends, a byte at a time."""
     with socket.create_connection(("127.0.0.1", port), timeout=60) as sock:
@@ -219,6 +231,7 @@ def check_status(options, folder, stack):
     check_strangers(gateway, port, stack)
     memory = gateway.memory_kib()
     check_refusals(port)
+    check_shared_pages(port)
     check_slow_readers(options, port, platform, stack)
     check_second_gateway(options, folder, stack, gateway, port)
     e2e.check(closed.wait(60), "a request without end is not closed")

@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/periodic_thread.h"
 #include "base/unique_fd.h"
 #include "gateway/admin/event_feed.h"
 #include "gateway/admin/metrics.h"
@@ -12,14 +13,16 @@
 
 #include <microhttpd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <map>
 #include <mutex>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -35,6 +38,13 @@ constexpr int kBacklog = 64;
 constexpr std::size_t kEventBlock = 4096;
 // What the system holds of events for a reader that does not keep up.
 constexpr int kEventSendBuffer = 32 * 1024;
+
+// How long a page stands from the end of its writing: at least the first, and that many times what the writing took, so
+// that a busy machine does little else than serve.
+constexpr std::int64_t kPageMs = 1000;
+constexpr std::int64_t kPageTimes = 4;
+constexpr std::chrono::hours kNoPeriod(1);  // the writer is woken
+constexpr const char* kNotCollected = "The status cannot be collected.\n";
 
 constexpr const char* kText = "text/plain; charset=utf-8";
 constexpr const char* kNothingElse = "default-src 'none'; frame-ancestors 'none'";
@@ -124,6 +134,18 @@ ResponsePtr SharedAnswer(std::string text, const char* type, std::size_t& heldBy
     return Finished(made, type);
 }
 
+// What a peer wants of the port, from its first line to the end of the answer.
+struct Wanted {
+    std::string target;   // as it came: the library unescapes the path that it gives to the handler
+    bool waited = false;  // for a page, which has been written
+};
+
+// Whether the peer has closed its side: it may still read, but hardly does.
+bool HasGone(int socket) {
+    char next = 0;
+    return recv(socket, &next, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
 }  // namespace
 
 struct StatusPort::Server {
@@ -132,19 +154,31 @@ struct StatusPort::Server {
         std::int64_t sinceMs = 0;
         bool readsEvents = false;
     };
+    static constexpr unsigned int kLater = 0;
     struct Answer {
-        unsigned int code = MHD_HTTP_OK;
+        unsigned int code = MHD_HTTP_OK;  // kLater while the connection waits
         ResponsePtr response;
     };
-    // A page of the status as it was written last.
-    struct Written {
-        std::size_t heldBytes = 0;  // of this writing and of earlier ones that are still read
-        std::shared_ptr<const GatewayStatus> look;
-        ResponsePtr response;
+    // A page of the status. The writer's thread writes it, the library's hands it out.
+    struct Page {
+        using Write = std::string (*)(const GatewayStatus&);
+
+        Page(const char* kind, Write by) : type(kind), write(by) {}
+
+        const char* const type;
+        const Write write;
+        // Of the library's thread.
+        std::size_t heldBytes = 0;  // of the last writing and of earlier ones that are still read
+        ResponsePtr response;       // of the last writing
+        // Guarded by pagesMutex.
+        std::vector<MHD_Connection*> waiting;  // suspended until it is written
+        std::string text;
+        bool isNew = false;  // text is not in response yet
+        bool failed = false;
+        std::int64_t standsUntilMs = 0;
     };
 
-    Server(std::string ip, std::uint16_t number, Sources from)
-        : address(std::move(ip)), port(number), sources(std::move(from)) {}
+    Server(std::string ip, Sources from) : address(std::move(ip)), sources(std::move(from)) {}
 
     static int SocketOf(MHD_Connection* connection);
     static void* OnTarget(void*, const char* target, MHD_Connection*);
@@ -155,18 +189,25 @@ struct StatusPort::Server {
     static ssize_t ReadEvents(void* reader, std::uint64_t, char* buffer, std::size_t size);
     static void EndEvents(void* reader);
 
-    MHD_Result Serve(MHD_Connection* connection, const char* method, const char* version, const char* target);
-    Answer Make(MHD_Connection* connection, StatusPage page);
+    MHD_Result Serve(MHD_Connection* connection, const char* method, const char* version, Wanted& wanted);
+    Answer Make(MHD_Connection* connection, StatusPage page, Wanted& wanted);
     Answer MakeEvents(MHD_Connection* connection);
-    Answer Share(Written& page, const char* type, const std::function<std::string(const GatewayStatus&)>& write);
+    Answer Share(MHD_Connection* connection, Page& page, Wanted& wanted);
+    void WritePages();
+    void WritePage(Page& page);
+    void EndPages();
 
     const std::string address;
-    const std::uint16_t port;
     const Sources sources;
     MHD_Daemon* daemon = nullptr;
-    // Of the library's thread.
-    Written metrics;
-    Written json;
+
+    std::mutex pagesMutex;  // Guards what the pages and the next say; a lock of the library is taken under it.
+    bool stops = false;
+    Page metrics{"text/plain; version=0.0.4; charset=utf-8", [](const GatewayStatus& status) {
+                     return MetricsText(status, SettingText(Setting::GVX_METRICS_PER_DEVICE) == "1");
+                 }};
+    Page json{"application/json", &WholeStatusText};
+    PeriodicThread writer;
 
     std::mutex mutex;  // Guards what follows; nothing is called under it but the shutdown of a socket.
     std::map<int, Connection> connections;
@@ -177,13 +218,16 @@ int StatusPort::Server::SocketOf(MHD_Connection* connection) {
     return info != nullptr ? info->connect_fd : -1;
 }
 
-// The target as it came: the library unescapes the path that it gives to the handler.
 void* StatusPort::Server::OnTarget(void*, const char* target, MHD_Connection*) {
-    return ::strdup(target);
+    try {
+        return new Wanted{target};
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 void StatusPort::Server::OnCompleted(void*, MHD_Connection*, void** target, MHD_RequestTerminationCode) {
-    std::free(*target);
+    delete static_cast<Wanted*>(*target);
     *target = nullptr;
 }
 
@@ -206,13 +250,15 @@ void StatusPort::Server::OnConnection(void* server, MHD_Connection* connection, 
 // No exception may go through the library. Without memory for a refusal the connection is closed.
 MHD_Result StatusPort::Server::OnRequest(void* server, MHD_Connection* connection, const char*, const char* method,
                                          const char* version, const char*, std::size_t*, void** target) {
+    if (*target == nullptr) {
+        return MHD_NO;
+    }
     try {
-        return static_cast<Server*>(server)->Serve(connection, method, version, static_cast<const char*>(*target));
+        return static_cast<Server*>(server)->Serve(connection, method, version, *static_cast<Wanted*>(*target));
     } catch (const std::exception& fault) {
         GVX_LOG_WARN("Status port", "A request could not be served: %s", fault.what());
-        static char refusal[] = "The status cannot be collected.\n";
-        MHD_Response* const response =
-            MHD_create_response_from_buffer(sizeof(refusal) - 1, refusal, MHD_RESPMEM_PERSISTENT);
+        MHD_Response* const response = MHD_create_response_from_buffer(
+            std::strlen(kNotCollected), const_cast<char*>(kNotCollected), MHD_RESPMEM_PERSISTENT);
         if (response == nullptr) {
             return MHD_NO;
         }
@@ -223,11 +269,11 @@ MHD_Result StatusPort::Server::OnRequest(void* server, MHD_Connection* connectio
 }
 
 MHD_Result StatusPort::Server::Serve(MHD_Connection* connection, const char* method, const char* version,
-                                     const char* target) {
+                                     Wanted& wanted) {
     StatusRequest request;
     request.isHttp10 = std::strcmp(version, MHD_HTTP_VERSION_1_0) == 0;
     request.method = method;
-    request.target = target != nullptr ? target : "";
+    request.target = wanted.target;
     MHD_get_connection_values(
         connection, MHD_HEADER_KIND,
         [](void* list, MHD_ValueKind, const char* name, const char* value) {
@@ -243,9 +289,12 @@ MHD_Result StatusPort::Server::Serve(MHD_Connection* connection, const char* met
     const RequestVerdict verdict = CheckRequest(request, address);
     Answer answer;
     if (verdict.page != StatusPage::None) {
-        answer = Make(connection, verdict.page);
+        answer = Make(connection, verdict.page, wanted);
     } else {
         answer = {verdict.code, TextAnswer(std::string(verdict.reason) + "\n")};
+    }
+    if (answer.code == kLater) {
+        return MHD_YES;
     }
     if (answer.response == nullptr) {
         return MHD_NO;
@@ -256,21 +305,111 @@ MHD_Result StatusPort::Server::Serve(MHD_Connection* connection, const char* met
     return MHD_queue_response(connection, answer.code, answer.response.get());
 }
 
-StatusPort::Server::Answer StatusPort::Server::Share(Written& page, const char* type,
-                                                     const std::function<std::string(const GatewayStatus&)>& write) {
-    std::shared_ptr<const GatewayStatus> look = sources.look();
-    if (page.response == nullptr || page.look != look) {
+StatusPort::Server::Answer StatusPort::Server::Share(MHD_Connection* connection, Page& page, Wanted& wanted) {
+    std::string text;
+    bool isNew = false;
+    bool failed = false;
+    bool stands = false;
+    {
+        const std::lock_guard<std::mutex> lock(pagesMutex);
+        isNew = std::exchange(page.isNew, false);
+        text.swap(page.text);
+        failed = stops || (page.failed && wanted.waited);
+        stands = wanted.waited || MonotonicMilliseconds() < page.standsUntilMs;
+    }
+    if (isNew) {
+        page.response = SharedAnswer(std::move(text), page.type, page.heldBytes);
+    }
+    if (failed || (wanted.waited && page.response == nullptr)) {
+        return {MHD_HTTP_SERVICE_UNAVAILABLE, TextAnswer(kNotCollected)};
+    }
+    if (stands && page.response != nullptr) {
+        return {MHD_HTTP_OK, page.response};
+    }
+    if (HasGone(SocketOf(connection))) {
+        return {};
+    }
+    if (page.heldBytes > kMaxHeldBytes) {
         page.response = nullptr;  // goes now, unless somebody still reads it
         if (page.heldBytes > kMaxHeldBytes) {
             return {MHD_HTTP_SERVICE_UNAVAILABLE, TextAnswer("Readers that are slow hold too much of it.\n")};
         }
-        page.response = SharedAnswer(write(*look), type, page.heldBytes);
-        page.look = std::move(look);
     }
-    return {MHD_HTTP_OK, page.response};
+    {
+        const std::lock_guard<std::mutex> lock(pagesMutex);
+        if (stops) {
+            return {};
+        }
+        page.waiting.push_back(connection);
+        wanted.waited = true;
+        MHD_suspend_connection(connection);
+    }
+    writer.Wake();
+    return {kLater, nullptr};
 }
 
-StatusPort::Server::Answer StatusPort::Server::Make(MHD_Connection* connection, StatusPage page) {
+void StatusPort::Server::WritePages() {
+    for (Page* const page : {&metrics, &json}) {
+        bool isWanted = false;
+        {
+            const std::lock_guard<std::mutex> lock(pagesMutex);
+            isWanted = !page->waiting.empty() && !stops;
+        }
+        if (isWanted) {
+            WritePage(*page);
+        }
+    }
+}
+
+// For all who wait, also those who came while it was written.
+void StatusPort::Server::WritePage(Page& page) {
+    const std::int64_t beginMs = MonotonicMilliseconds();
+    std::string text;
+    bool failed = false;
+    try {
+        text = page.write(*sources.look());
+    } catch (const std::exception& fault) {
+        failed = true;
+        GVX_LOG_WARN("Status port", "A page could not be written: %s", fault.what());
+    }
+    const std::int64_t endMs = MonotonicMilliseconds();
+    std::vector<MHD_Connection*> waiting;
+    {
+        const std::lock_guard<std::mutex> lock(pagesMutex);
+        page.failed = failed;
+        if (!failed) {
+            page.text = std::move(text);
+            page.isNew = true;
+            page.standsUntilMs = endMs + std::max(kPageMs, kPageTimes * (endMs - beginMs));
+        }
+        waiting.swap(page.waiting);
+    }
+    for (MHD_Connection* const connection : waiting) {
+        MHD_resume_connection(connection);
+    }
+}
+
+// The library does not stop while somebody waits.
+void StatusPort::Server::EndPages() {
+    std::vector<MHD_Connection*> waiting;
+    {
+        const std::lock_guard<std::mutex> lock(pagesMutex);
+        stops = true;
+    }
+    writer.Stop();
+    for (Page* const page : {&metrics, &json}) {
+        {
+            const std::lock_guard<std::mutex> lock(pagesMutex);
+            waiting.swap(page->waiting);
+        }
+        for (MHD_Connection* const connection : waiting) {
+            MHD_resume_connection(connection);
+        }
+        waiting.clear();
+    }
+}
+
+StatusPort::Server::Answer StatusPort::Server::Make(MHD_Connection* connection, StatusPage page, Wanted& wanted) {
     const auto judged = [](const std::vector<std::string>& faults, const char* otherwise) {
         return Answer{faults.empty() ? static_cast<unsigned int>(MHD_HTTP_OK) : MHD_HTTP_SERVICE_UNAVAILABLE,
                       TextAnswer(Lines(faults, otherwise))};
@@ -281,11 +420,9 @@ StatusPort::Server::Answer StatusPort::Server::Make(MHD_Connection* connection, 
         case StatusPage::Ready:
             return judged(ReadyFaults(CollectReady()), "ready\n");
         case StatusPage::Metrics:
-            return Share(metrics, "text/plain; version=0.0.4; charset=utf-8", [](const GatewayStatus& status) {
-                return MetricsText(status, SettingText(Setting::GVX_METRICS_PER_DEVICE) == "1");
-            });
+            return Share(connection, metrics, wanted);
         case StatusPage::Json:
-            return Share(json, "application/json", &WholeStatusText);
+            return Share(connection, json, wanted);
         case StatusPage::Events:
             return MakeEvents(connection);
         default:
@@ -339,7 +476,14 @@ bool StatusPort::Start(const std::string& address, std::uint16_t port, Sources s
         reason = std::strerror(errno);
         return false;
     }
-    m_server = std::make_unique<Server>(address, port, std::move(sources));
+    m_server = std::make_unique<Server>(address, std::move(sources));
+    try {
+        m_server->writer.Start("StatusPages", kNoPeriod, [server = m_server.get()] { server->WritePages(); });
+    } catch (const std::system_error& fault) {
+        reason = fault.what();
+        m_server.reset();
+        return false;
+    }
     errno = 0;
     m_server->daemon = MHD_start_daemon(
         MHD_USE_POLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr,
@@ -360,6 +504,7 @@ bool StatusPort::Start(const std::string& address, std::uint16_t port, Sources s
 
 void StatusPort::Stop() {
     if (m_server != nullptr) {
+        m_server->EndPages();
         MHD_stop_daemon(m_server->daemon);
         m_server.reset();
     }

@@ -13,10 +13,11 @@ namespace gvx {
 class EventFeed;
 
 // The HTTP port of the status: the page, /livez, /readyz, /metrics, /status.json and /events (docs/status.md). One
-// thread of the library serves all; none of its work waits for a peer. A connection serves one request and is closed
-// after kConnectionLimitMs whatever its peer does, unless it reads events; kMaxConnections stand at a time, with
-// kConnectionBytes for the head of a request. A page of the status is written once for each look, and all who read it
-// share it. The thread that starts and stops the gateway.
+// thread of the library serves all; none of its work waits for a peer, or for a page that is written. A connection
+// serves one request and is closed after kConnectionLimitMs whatever its peer does, unless it reads events;
+// kMaxConnections stand at a time, with kConnectionBytes for the head of a request. A page of the status is written on
+// a thread of its own and stands for a while: all who ask meanwhile share it, and none is written for a peer that has
+// gone. The thread that starts and stops the gateway.
 class StatusPort {
 public:
     static constexpr unsigned int kMaxConnections = 256;
