@@ -1,6 +1,5 @@
 #pragma once
 
-#include "bp/net_factory.h"
 #include "gvx_common/ports/port_element.h"
 #include "gvx_common/ports/port_list_json.h"
 #include "gvx_common/records/pool_port.h"
@@ -16,6 +15,9 @@
 #include <unordered_map>
 
 class ACE_Message_Block;
+namespace BP {
+struct LinkProgress;
+}
 
 // Names of the pools, and of the protocols.
 constexpr char GVX_MEDIA_SEND_UDP[] = "GVX_MEDIA_SEND_UDP";
