@@ -13,6 +13,7 @@
 #include "gateway/admin/status_port.h"
 #include "gateway/gateway_fixture.h"
 #include "nss/nss_msg_type.h"
+#include "support/test_clock.h"
 #include "support/wait_until.h"
 
 #include <algorithm>
@@ -148,7 +149,12 @@ TEST(StatusPort, ReadersShareAPageAndThoseThatAreSlowDoNotKeepWithoutEnd) {
         status.devices.emplace_back().reason.assign(gvx::StatusPort::kMaxHeldBytes / 4, 'x');
         return std::make_shared<const gvx::GatewayStatus>(std::move(status));
     };
+    ScopedTestClock clock;
     std::shared_ptr<const gvx::GatewayStatus> look = made();
+    const auto lookAnew = [&] {
+        look = made();
+        clock->AdvanceSeconds(1);  // for which a page stands at least
+    };
     std::string reason;
     gvx::StatusPort port;
     ASSERT_FALSE(port.Start("127.0.0.1", number, {}, reason)) << "somebody has it";
@@ -160,11 +166,11 @@ TEST(StatusPort, ReadersShareAPageAndThoseThatAreSlowDoNotKeepWithoutEnd) {
         EXPECT_EQ(StatusLine(slow.back()), "HTTP/1.1 200");
     }
     for (int earlier = 0; earlier < 3; ++earlier) {  // each is held by a reader of its own
-        look = made();
+        lookAnew();
         slow.push_back(Ask(number, "/status.json"));
         EXPECT_EQ(StatusLine(slow.back()), "HTTP/1.1 200");
     }
-    look = made();
+    lookAnew();
     EXPECT_EQ(StatusLine(Ask(number, "/status.json")), "HTTP/1.1 503");
     EXPECT_EQ(StatusLine(Ask(number, "/metrics")), "HTTP/1.1 200");
     slow.clear();
