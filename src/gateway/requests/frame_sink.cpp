@@ -51,8 +51,8 @@ int FrameSink::Take(BP::CCmd& cmd) {
 }
 
 int FrameSink::TakeOrThrow(BP::CCmd& cmd) {
-    // What the core feeds in for the operation and maintenance unit leaves by that unit's link, as long as there is one.
-    // The mark of such a command keeps a frame that a link brought from being reflected.
+    // What the core feeds in for the operation and maintenance unit leaves by that unit's link, as long as there is
+    // one. The mark of such a command keeps a frame that a link brought from being reflected.
     if (cmd.IsFedIn() && cmd.GetNetElemType() == kElementOMU) {
         return ForwardToOmu(cmd);
     }

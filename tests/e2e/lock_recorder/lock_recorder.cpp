@@ -67,7 +67,8 @@ std::uint32_t PlaceOfCaller() {
 
 void NotePair(std::uint32_t outer, std::uint32_t inner) {
     const std::uint64_t pair = (static_cast<std::uint64_t>(outer + 1) << 32) | (inner + 1);
-    for (std::size_t at = (pair * 11400714819323198485u) % kPairs, tries = 0; tries < kPairs; at = (at + 1) % kPairs, ++tries) {
+    for (std::size_t at = (pair * 11400714819323198485u) % kPairs, tries = 0; tries < kPairs;
+         at = (at + 1) % kPairs, ++tries) {
         std::uint64_t seen = g_pairs[at].load();
         if (seen == 0 && g_pairs[at].compare_exchange_strong(seen, pair)) {
             return;

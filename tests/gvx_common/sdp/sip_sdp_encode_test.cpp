@@ -80,11 +80,12 @@ TEST_F(SipSdpEncodeTest, EachServiceInEachFormAsWrittenByHand) {
         param.m_nMediaSecurityEnable = says("secure") ? MEDIA_SECURITY_ENABLE : MEDIA_SECURITY_DISABLE;
         param.m_nRecvStreamMode = says("receive mode 1") ? 1 : 0;
         param.m_strSessionID = says("no session") ? "" : "7001";
-        Configure(says("area 1")       ? "SUPPORT_AREA_TYPE=1\n"
-                  : says("area 2")     ? "SUPPORT_AREA_TYPE=2\nLIVE_VIEW_VIDEO=sendrecv\n"
-                  : says("area 3")     ? "SUPPORT_AREA_TYPE=3\n"
-                  : says("directions") ? "AUDIO_TALK_SEND=sendrecv\nAUDIO_TALK_RECV=recvonly\nAUDIO_BROADCAST=recvonly\n"
-                                       : "");
+        Configure(says("area 1")   ? "SUPPORT_AREA_TYPE=1\n"
+                  : says("area 2") ? "SUPPORT_AREA_TYPE=2\nLIVE_VIEW_VIDEO=sendrecv\n"
+                  : says("area 3") ? "SUPPORT_AREA_TYPE=3\n"
+                  : says("directions")
+                      ? "AUDIO_TALK_SEND=sendrecv\nAUDIO_TALK_RECV=recvonly\nAUDIO_BROADCAST=recvonly\n"
+                      : "");
         std::string text;
         auto decode = &CServiceSDP::DecodeSDP;
         if (says("private")) {
