@@ -8,6 +8,7 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <thread>
 #include <vector>
@@ -125,6 +126,8 @@ public:
             data.pDataBuf = packet;
             data.nVideoSize = sizeof(packet);
             STREAM_TYPE_EX type = STREAM_TYPE_REAL_MAIN;
+            static std::mutex oneAtATime;  // two at once would break another promise, too
+            const std::lock_guard<std::mutex> lock(oneAtATime);
             late.func(&data, &type);
         }).detach();
     }
