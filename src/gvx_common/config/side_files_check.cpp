@@ -141,11 +141,15 @@ public:
           m_alarmTypes(std::move(alarmTypes)),
           m_alarmCodes(std::move(alarmCodes)) {}
 
-    void Run() {
-        if (m_xml.Load(m_file.c_str())) {
-            CheckLevel("", 1);
+    // False when the file cannot be read, or is no XML; Xml then tells why.
+    bool Run() {
+        if (!m_xml.Load(m_file.c_str())) {
+            return false;
         }
+        CheckLevel("", 1);
+        return true;
     }
+    const CBB::CXml& Xml() const { return m_xml; }
 
 private:
     struct Found {
@@ -323,15 +327,13 @@ void CheckNetworkFile(const std::string& file) {
 
 // One that no other check reads.
 void CheckOwnXml(const std::string& file, const Shape& shape, const char* ifMissing) {
-    CBB::CXml xml;
+    ShapeCheck check(file, shape);
     if (access(file.c_str(), F_OK) != 0) {
         if (ifMissing != nullptr) {
             TellFinding({Weight::Warning, file, 0, std::string("there is none: ") + ifMissing});
         }
-    } else if (!xml.Load(file.c_str())) {
-        TellFinding({Weight::Warning, file, xml.FaultLine(), xml.FaultText()});
-    } else {
-        ShapeCheck(file, shape).Run();
+    } else if (!check.Run()) {
+        TellFinding({Weight::Warning, file, check.Xml().FaultLine(), check.Xml().FaultText()});
     }
 }
 
